@@ -1,0 +1,20 @@
+# Library, headers, CMake package and pkg-config file.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+install(
+  TARGETS quen_shssim_lib
+  EXPORT quen_shssim-targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quen_shssim)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/quen_shssim)
+install(EXPORT quen_shssim-targets NAMESPACE quen:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/quen_shssim-config.cmake.in quen_shssim-config.cmake
+                              INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(quen_shssim-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/quen_shssim-config.cmake ${PROJECT_BINARY_DIR}/quen_shssim-config-version.cmake
+              ${PROJECT_SOURCE_DIR}/cmake/Dependencies.cmake DESTINATION ${package_dir})
+
+configure_file(cmake/quen_shssim.pc.in quen_shssim.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/quen_shssim.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

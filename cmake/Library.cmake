@@ -1,0 +1,61 @@
+# The simulator library: one set of objects for the shared library and for a static one that only tests use.
+set(public_headers
+    basesim/base_simulator.hpp
+    common/filesystem/filesystem.hpp
+    common/fits/fits.hpp
+    common/logging/logging.hpp
+    common/random/random.hpp
+    defs/camera.hpp
+    defs/export.hpp
+    pim/helper.hpp
+    quen_image_processing/centroiding/centroiding.hpp
+    quen_image_processing/roi/roi.hpp
+    shssim/shs_simulator.hpp)
+
+add_library(quen_shssim_objects OBJECT)
+target_sources(
+  quen_shssim_objects
+  PRIVATE basesim/src/base_simulator.cpp
+          common/filesystem/src/filesystem.cpp
+          common/fits/src/fits_file.cpp
+          common/fits/src/fits_image.cpp
+          common/fits/src/fits_table.cpp
+          common/fits/src/status.cpp
+          common/logging/src/logging.cpp
+          common/random/src/random.cpp
+          pim/src/helper.cpp
+          quen_image_processing/roi/src/roi.cpp
+          shssim/src/shs_simulator.cpp
+          shssim/src/slope_file.cpp)
+set_target_properties(
+  quen_shssim_objects
+  PROPERTIES POSITION_INDEPENDENT_CODE ON
+             CXX_VISIBILITY_PRESET hidden
+             VISIBILITY_INLINES_HIDDEN ON)
+# Bad arguments end the process through these assertions, in every build type.
+target_compile_definitions(quen_shssim_objects PRIVATE _GLIBCXX_ASSERTIONS)
+# Frames are the formula's, bit for bit.
+target_compile_options(quen_shssim_objects PRIVATE -fno-fast-math -ffp-contract=off)
+target_include_directories(quen_shssim_objects PUBLIC ${PROJECT_SOURCE_DIR})
+target_link_libraries(quen_shssim_objects PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL
+                      PRIVATE $<BUILD_INTERFACE:quen_warnings>)
+
+add_library(quen_shssim_lib SHARED)
+add_library(quen::shssim_lib ALIAS quen_shssim_lib)
+target_sources(quen_shssim_lib PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${public_headers})
+target_link_libraries(quen_shssim_lib PRIVATE $<BUILD_INTERFACE:quen_shssim_objects>
+                      PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL)
+target_compile_features(quen_shssim_lib PUBLIC cxx_std_20)
+target_link_options(quen_shssim_lib PRIVATE LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+set_target_properties(
+  quen_shssim_lib
+  PROPERTIES EXPORT_NAME shssim_lib
+             VERSION ${PROJECT_VERSION}
+             SOVERSION ${QUEN_SOVERSION}
+             LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+
+if(QUEN_BUILD_TESTS)
+  # With internals in reach, which the shared library hides.
+  add_library(quen_shssim_static STATIC)
+  target_link_libraries(quen_shssim_static PUBLIC quen_shssim_objects)
+endif()

@@ -1,0 +1,19 @@
+# Warnings for our own targets; errors where QUEN_WERROR is on.
+add_library(quen_warnings INTERFACE)
+target_compile_options(
+  quen_warnings
+  INTERFACE -Wall
+            -Wextra
+            -Wpedantic
+            -Wconversion
+            -Wsign-conversion
+            -Wdouble-promotion
+            -Wold-style-cast
+            -Wnon-virtual-dtor
+            -Woverloaded-virtual
+            -Wcast-align
+            -Wformat=2
+            $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond
+            -Wlogical-op
+            -Wuseless-cast>
+            $<$<BOOL:${QUEN_WERROR}>:-Werror>)

@@ -1,0 +1,111 @@
+#include <array>
+#include <stdexcept>
+
+#include "common/fits/fits.hpp"
+#include "common/fits/src/checks.hpp"
+#include "common/fits/src/status.hpp"
+
+namespace quen::common::Fits {
+namespace {
+
+void CheckIsImage(const Handle& handle) {
+  if (handle->hdu_type != IMAGE_HDU) throw std::runtime_error("Fits: Handle opened for an exttension HDU");
+}
+
+void CheckBitpix(int expected, int actual) {
+  if (actual != expected) {
+    throw std::invalid_argument("Fits: File has wrong image type, expected: " + std::to_string(expected) +
+                                " , acctual: " + std::to_string(actual));
+  }
+}
+
+void CheckDims(const std::vector<std::size_t>& expected, const std::vector<std::size_t>& actual) {
+  if (expected.size() != actual.size()) {
+    throw std::runtime_error("Fits: Image dimansions do not match, expected: " + std::to_string(expected.size()) +
+                             " dimensions, actual: " + std::to_string(actual.size()) + " dimensions");
+  }
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    if (expected[i] != actual[i]) {
+      throw std::runtime_error("Fits: Image size does not match for the " + std::to_string(i) +
+                               "th dimension, expected: " + std::to_string(expected[i]) +
+                               ", acctual: " + std::to_string(actual[i]));
+    }
+  }
+}
+
+}  // namespace
+
+ImgParams ReadImgParams(const Handle& handle) {
+  CheckIsImage(handle);
+  int status = 0;
+  int axis_count = 0;
+  fits_get_img_dim(handle->file, &axis_count, &status);
+  if (status != 0) throw std::runtime_error("Fits: Error getting the number of axes: " + ReadStatus(status));
+
+  std::vector<long> lengths(static_cast<std::size_t>(axis_count), 0);
+  int bitpix = 0;
+  fits_get_img_param(handle->file, axis_count, &bitpix, &axis_count, lengths.data(), &status);
+  if (status != 0) throw std::runtime_error("Fits: Error getting img params: " + ReadStatus(status));
+  return {std::vector<std::size_t>(lengths.begin(), lengths.end()), bitpix};
+}
+
+void ReadImgPriv(const Handle& handle, void* buffer, std::size_t count, int bitpix, int datatype,
+                 const std::optional<std::vector<std::size_t>>& dims) {
+  const auto [lengths, file_bitpix] = ReadImgParams(handle);
+  const std::size_t needed = ElementCount(lengths);
+  CheckBitpix(bitpix, file_bitpix);
+  CheckBuffer(needed, count);
+  if (dims) CheckDims(*dims, lengths);
+
+  int status = 0;
+  fits_read_img(handle->file, datatype, 1, static_cast<LONGLONG>(needed), nullptr, buffer, nullptr, &status);
+  if (status != 0) throw std::runtime_error("Fits: Error reading image: " + ReadStatus(status));
+}
+
+void ReadImgSlicePriv(const Handle& handle, void* buffer, std::size_t count, int bitpix, int datatype,
+                      std::size_t slice) {
+  const auto [lengths, file_bitpix] = ReadImgParams(handle);
+  if (lengths.size() != 3) throw std::invalid_argument("Fits: Expected a 3D image");
+  CheckBitpix(bitpix, file_bitpix);
+  if (slice >= lengths[2]) throw std::out_of_range("Fits: Slice index is outside the third dimension");
+  CheckBuffer(lengths[0] * lengths[1], count);
+
+  const auto plane = static_cast<long>(slice) + 1;
+  std::array<long, 3> first = {1, 1, plane};
+  std::array<long, 3> last = {static_cast<long>(lengths[0]), static_cast<long>(lengths[1]), plane};
+  std::array<long, 3> step = {1, 1, 1};
+  int status = 0;
+  fits_read_subset(handle->file, datatype, first.data(), last.data(), step.data(), nullptr, buffer, nullptr, &status);
+  if (status != 0) throw std::runtime_error("Fits: Error reading image slice: " + ReadStatus(status));
+}
+
+void WriteImgPriv(const Handle& handle, const void* buffer, std::size_t count, int bitpix, int datatype,
+                  const std::vector<std::size_t>& dims) {
+  const std::size_t size = ElementCount(dims);
+  if (count != size) {
+    throw std::invalid_argument("Fits: Provided image buffer size: " + std::to_string(count) +
+                                " does not match size from provided dimensions: " + std::to_string(size));
+  }
+  CheckWritable(handle);
+  if (!handle->extension.empty()) throw std::runtime_error("Fits: Handle opened for extension table HDU");
+  if (handle->hdu_type == -1) handle->hdu_type = IMAGE_HDU;
+
+  std::vector<long> lengths(dims.begin(), dims.end());
+  int status = 0;
+  int hdu_type = 0;
+  fits_movabs_hdu(handle->file, 1, &hdu_type, &status);
+  fits_resize_img(handle->file, bitpix, static_cast<int>(lengths.size()), lengths.data(), &status);
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the buffer only.
+  fits_write_img(handle->file, datatype, 1, static_cast<LONGLONG>(count), const_cast<void*>(buffer), &status);
+  if (status != 0) throw std::runtime_error("Fits: Error writing image: " + ReadStatus(status));
+}
+
+void ReadImgHeaderPriv(const Handle& handle, void* value, int datatype, const std::string& key) {
+  CheckIsImage(handle);
+  std::array<char, FLEN_COMMENT> comment{};
+  int status = 0;
+  fits_read_key(handle->file, datatype, key.c_str(), value, comment.data(), &status);
+  if (status != 0) throw std::runtime_error("Fits: Error getting the header key: " + key);
+}
+
+}  // namespace quen::common::Fits

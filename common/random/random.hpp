@@ -1,0 +1,30 @@
+#pragma once
+
+#include <random>
+
+#include "defs/export.hpp"
+
+/// @file
+/// The library's random numbers: one Mersenne Twister per thread, so that threads neither share a stream nor lock.
+///
+/// A thread's engine comes to life when the thread first touches it and is seeded then, once, with one 32-bit value of
+/// the operating system's entropy source; every run of a process therefore draws other noise. The library never seeds
+/// an engine again. A host that wants a repeatable run assigns the engine of the thread that will draw:
+///
+///     quen::common::random::detail::MersenneTwisterEngine().seed(42);
+///
+/// and can record or restore the whole state by copying the engine.
+
+namespace quen::common::random::detail {
+
+/// The calling thread's engine. Reaching it by this name is the same as calling MersenneTwisterEngine().
+/// @throws std::runtime_error  first access of a thread only: the entropy source cannot be opened or read
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): per-thread state is what this module is for.
+QUEN_EXPORT extern thread_local std::mt19937 s_random;
+
+/// The calling thread's engine, seeded first if this is the thread's first access. One thread always gets the same
+/// object; no other thread may use it.
+/// @throws std::runtime_error  first access of a thread only: the entropy source cannot be opened or read
+QUEN_EXPORT std::mt19937& MersenneTwisterEngine();
+
+}  // namespace quen::common::random::detail

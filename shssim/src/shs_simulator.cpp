@@ -1,0 +1,87 @@
+#include "shssim/shs_simulator.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <stdexcept>
+
+#include "common/fits/fits.hpp"
+#include "common/random/random.hpp"
+#include "defs/camera.hpp"
+#include "shssim/src/slope_file.hpp"
+#include "shssim/src/truncation.hpp"
+
+namespace quen::shssim {
+namespace {
+
+using basesim::kFrameHeight;
+using basesim::kFrameWidth;
+using basesim::kNumRois;
+using basesim::kNumSlopes;
+using image_processing::Roi;
+
+double Square(double value) { return value * value; }
+
+}  // namespace
+
+ShsSimulator::ShsSimulator()
+    : frame_values(kFrameWidth * kFrameHeight),
+      frame(kFrameWidth * kFrameHeight),
+      flux_used(kNumRoisUsed),
+      slopes(kNumSlopes),
+      flux(kNumRois),
+      x_slopes(kNumRois),
+      x_slopes_used(kNumRoisUsed),
+      y_slopes(kNumRois),
+      y_slopes_used(kNumRoisUsed) {}
+
+void ShsSimulator::ComputeFrame(gsl::span<const double> dx, gsl::span<const double> dy, double noise,
+                                std::optional<std::string> path) {
+  if (dx.size() != kNumRois || dy.size() != kNumRois || rois.size() != kNumRois) {
+    throw std::invalid_argument("ShsSimulator::ComputeFrame: incompatible configuration");
+  }
+  std::mt19937& engine = common::random::detail::MersenneTwisterEngine();
+  for (std::size_t i = 0; i < kNumRois; ++i) {
+    const Roi& roi = rois[i];
+    const double cx = roi.x_ref + dx[i];
+    const double cy = roi.y_ref + dy[i];
+    for (std::size_t y = roi.y_low; y < roi.y_up; ++y) {
+      for (std::size_t x = roi.x_low; x < roi.x_up; ++x) {
+        // Made per pixel: a bad noise must not matter where no pixel is drawn.
+        const double n = std::uniform_real_distribution<double>(-noise, noise)(engine);
+        const double r2 = Square(static_cast<double>(x) - cx) + Square(static_cast<double>(y) - cy);
+        const double value = kSpotPeak * std::exp(-0.125 * r2) + n;
+        frame_values[x + kFrameWidth * y] = value;
+        frame[x + kFrameWidth * y] = TruncateToPixel(value);
+      }
+    }
+  }
+  if (path) {
+    const common::Fits::Handle file = common::Fits::FitsFileWrite(*path, true, std::nullopt);
+    common::Fits::WriteImgPriv(file, frame.data(), frame.size(), SHORT_IMG, TSHORT, {kFrameWidth, kFrameHeight});
+  }
+}
+
+void ShsSimulator::ComputeSlopes(image_processing::Centroiding<std::uint16_t>& centroiding, double slope_limit,
+                                 std::optional<std::string> path) {
+  std::size_t i = 0;  // sub-aperture
+  std::size_t k = 0;  // used sub-aperture
+  do {
+    if (rois_used[i] == 0) {
+      y_slopes[i] = x_slopes[i] = flux[i] = 0.0;
+    } else {
+      centroiding.Compute(frame, rois[i]);
+      const double x = std::clamp(centroiding.x, -slope_limit, slope_limit);
+      const double y = std::clamp(centroiding.y, -slope_limit, slope_limit);
+      flux_used[k] = flux[i] = centroiding.flux;
+      slopes[kNumRoisUsed + k] = x_slopes_used[k] = x_slopes[i] = x;
+      slopes[k] = y_slopes_used[k] = y_slopes[i] = y;
+      ++k;
+    }
+    ++i;
+  } while (i < kNumRois && k < kNumRoisUsed);
+
+  if (path) WriteSlopeFile(*path, {rois, rois_used, flux, x_slopes, y_slopes});
+}
+
+}  // namespace quen::shssim
