@@ -1,0 +1,56 @@
+# Every test of the project. Labels: unit, abi, statistics, consumer, tool.
+enable_testing()
+include(GoogleTest)
+find_package(GTest REQUIRED)
+# Files are read back by astropy, which Debian's own interpreter has.
+find_program(QUEN_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
+
+add_library(quen_testing STATIC testing/calibration.cpp testing/fits_files.cpp testing/second_reader.cpp)
+target_compile_definitions(quen_testing PUBLIC QUEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}" QUEN_PYTHON="${QUEN_PYTHON}")
+target_include_directories(quen_testing PUBLIC ${PROJECT_SOURCE_DIR})
+target_link_libraries(quen_testing PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL GTest::gtest_main
+                      PRIVATE quen_warnings)
+
+# quen_add_test(NAME SOURCES … LIBRARIES … [LABEL …]): one executable; CTest sees each of its cases.
+function(quen_add_test name)
+  cmake_parse_arguments(ARG "" "LABEL" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} quen_testing quen_warnings)
+  if(NOT ARG_LABEL)
+    set(ARG_LABEL unit)
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 300)
+endfunction()
+
+quen_add_test(
+  unit_test
+  SOURCES basesim/test/base_simulator_test.cpp
+          common/filesystem/test/filesystem_test.cpp
+          common/fits/test/fits_file_test.cpp
+          common/fits/test/fits_image_test.cpp
+          common/fits/test/fits_table_test.cpp
+          common/logging/test/logging_test.cpp
+          common/random/test/random_test.cpp
+          defs/test/camera_test.cpp
+          pim/test/helper_test.cpp
+          quen_image_processing/roi/test/roi_test.cpp
+          shssim/test/compute_frame_test.cpp
+          shssim/test/compute_slopes_test.cpp
+          testing/allocations.cpp
+  LIBRARIES quen_shssim_static)
+quen_add_test(fits_fault_test SOURCES common/fits/test/fits_fault_test.cpp LIBRARIES quen_shssim_static ${CMAKE_DL_LIBS})
+
+# --- The shared library as its hosts see it.
+quen_add_test(
+  host_test
+  LABEL abi
+  SOURCES abi/test/host_test.cpp abi/test/layout_test.cpp shssim/test/fatal_conditions_test.cpp
+  LIBRARIES quen::shssim_lib)
+# The host whose weak copies of the standard library's code are most likely to get in the way.
+target_compile_options(host_test PRIVATE -O0 -U_FORTIFY_SOURCE)
+set_target_properties(host_test PROPERTIES ENABLE_EXPORTS ON)
+quen_add_test(stand_in_test LABEL abi SOURCES abi/test/stand_in_test.cpp LIBRARIES quen::shssim_lib)
+add_test(NAME ExportedSymbols.AreTheListedOnes
+         COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_shssim_lib> abi/exported_symbols.txt
+         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+set_tests_properties(ExportedSymbols.AreTheListedOnes PROPERTIES LABELS abi)

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "shssim/shs_simulator.hpp"
+
+namespace quen::testing {
+
+/// A simulator whose data a test can reach and change.
+class SimulatorUnderTest : public shssim::ShsSimulator {
+ public:
+  using ShsSimulator::cm;
+  using ShsSimulator::flux;
+  using ShsSimulator::flux_used;
+  using ShsSimulator::frame;
+  using ShsSimulator::frame_values;
+  using ShsSimulator::m2s;
+  using ShsSimulator::rois;
+  using ShsSimulator::rois_used;
+  using ShsSimulator::slopes;
+  using ShsSimulator::x_slopes;
+  using ShsSimulator::x_slopes_used;
+  using ShsSimulator::y_slopes;
+  using ShsSimulator::y_slopes_used;
+};
+
+/// Both frames as the formula gives them, written down a second time.
+struct PlainFrames {
+  std::vector<double> values = std::vector<double>(685440, 0.0);
+  std::vector<std::uint16_t> pixels = std::vector<std::uint16_t>(685440, 0);
+
+  void Render(const std::vector<image_processing::Roi>& rois, const std::vector<double>& dx,
+              const std::vector<double>& dy, double noise, std::mt19937& engine) {
+    for (std::size_t i = 0; i < rois.size(); ++i) {
+      const double cx = rois[i].x_ref + dx[i];
+      const double cy = rois[i].y_ref + dy[i];
+      for (int y = rois[i].y_low; y < rois[i].y_up; ++y) {
+        for (int x = rois[i].x_low; x < rois[i].x_up; ++x) {
+          std::uniform_real_distribution<double> noise_of_pixel(-noise, noise);
+          const double n = noise_of_pixel(engine);
+          const double r2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
+          const double value = 4096.0 * std::exp(-0.125 * r2) + n;
+          const auto index = static_cast<std::size_t>(x + 840 * y);
+          values[index] = value;
+          const bool fits = value > -2147483649.0 && value < 2147483648.0;
+          pixels[index] = fits ? static_cast<std::uint16_t>(static_cast<std::int32_t>(value)) : std::uint16_t{0};
+        }
+      }
+    }
+  }
+};
+
+/// `count` numbers uniform in [−span, span), the same for the same seed.
+inline std::vector<double> RandomNumbers(std::size_t count, double span, std::uint32_t seed) {
+  std::mt19937 engine(seed);
+  std::uniform_real_distribution<double> uniform(-span, span);
+  std::vector<double> numbers(count);
+  for (double& number : numbers) number = uniform(engine);
+  return numbers;
+}
+
+}  // namespace quen::testing

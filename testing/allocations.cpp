@@ -1,0 +1,22 @@
+#include "testing/allocations.hpp"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::atomic<std::size_t> g_allocations = 0;
+
+}  // namespace
+
+std::size_t quen::testing::Allocations() { return g_allocations; }
+
+void* operator new(std::size_t size) {
+  ++g_allocations;
+  if (void* const memory = std::malloc(size == 0 ? 1 : size); memory != nullptr) return memory;
+  throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

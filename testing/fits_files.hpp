@@ -1,0 +1,38 @@
+#pragma once
+
+#include <fitsio.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// @file
+/// FITS files made with bare CFITSIO, for tests to read with the library. Every failure throws std::runtime_error.
+
+namespace quen::testing {
+
+/// Writes a primary image of `values` (as many as the product of `dims`, or none for an empty list) stored as `bitpix`.
+void WriteImage(const std::string& path, int bitpix, const std::vector<long>& dims, const std::vector<double>& values);
+
+/// A column of a table: name, TFORM and its values (numbers only), one per row.
+struct ColumnData {
+  std::string name;
+  std::string format;
+  std::vector<double> values;
+};
+
+/// Appends a table extension of type BINARY_TBL or ASCII_TBL; makes the file if it does not exist. The number of rows
+/// is `rows`; columns may hold fewer values.
+void AppendTable(const std::string& path, const std::string& name, long rows, const std::vector<ColumnData>& columns,
+                 int type = BINARY_TBL);
+
+/// Empties CFITSIO's message queue, which the whole process shares.
+inline void ClearMessages() { fits_clear_errmsg(); }
+
+/// All bytes of a file.
+std::vector<char> Bytes(const std::string& path);
+
+/// Makes a file of these characters.
+void WriteText(const std::string& path, const std::string& text);
+
+}  // namespace quen::testing

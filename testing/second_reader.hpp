@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// @file
+/// FITS files seen through other eyes than CFITSIO's calls: the fitsverify program and astropy.
+
+namespace quen::testing {
+
+/// What fitsverify says of a file, "verification OK" lines excepted: empty when it has neither a warning nor an error.
+std::string ComplaintsOfFitsverify(const std::string& path);
+
+/// One line per HDU as astropy reads it, checksums verified: "0 image '' 16 840x816", "1 table 'rois' 1089 x_low:I …"
+/// (formats as astropy names them). Axes are in FITS order. A warning or a failure is in the text.
+std::string DescribedByAstropy(const std::string& path);
+
+/// Values as astropy reads them, fastest axis first: of an image HDU, or of a column of a table HDU.
+std::vector<double> ImageReadByAstropy(const std::string& path, int hdu = 0);
+std::vector<double> ColumnReadByAstropy(const std::string& path, const std::string& extension,
+                                        const std::string& column);
+
+/// The value of a header keyword, as text.
+std::string KeywordReadByAstropy(const std::string& path, int hdu, const std::string& key);
+
+}  // namespace quen::testing
