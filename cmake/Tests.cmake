@@ -5,7 +5,8 @@ find_package(GTest REQUIRED)
 # Files are read back by astropy, which Debian's own interpreter has.
 find_program(QUEN_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
 
-add_library(quen_testing STATIC testing/calibration.cpp testing/fits_files.cpp testing/second_reader.cpp)
+add_library(quen_testing STATIC testing/calibration.cpp testing/fits_files.cpp testing/process.cpp
+                                testing/second_reader.cpp)
 target_compile_definitions(quen_testing PUBLIC QUEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}" QUEN_PYTHON="${QUEN_PYTHON}")
 target_include_directories(quen_testing PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(quen_testing PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL GTest::gtest_main
@@ -54,3 +55,21 @@ add_test(NAME ExportedSymbols.AreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_shssim_lib> abi/exported_symbols.txt
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(ExportedSymbols.AreTheListedOnes PROPERTIES LABELS abi)
+
+# --- The host tool.
+if(QUEN_BUILD_TOOLS)
+  quen_add_test(
+    quen_shs_test
+    LABEL tool
+    SOURCES tools/quen-shs/test/calibration_test.cpp
+            tools/quen-shs/test/centre_of_gravity_test.cpp
+            tools/quen-shs/test/command_line_test.cpp
+            tools/quen-shs/test/control_loop_test.cpp
+            tools/quen-shs/test/disturbance_test.cpp
+            tools/quen-shs/test/pupil_test.cpp
+            tools/quen-shs/test/staged_file_test.cpp
+            tools/quen-shs/test/zernike_test.cpp
+    LIBRARIES quen_shs_core)
+  target_compile_definitions(quen_shs_test PRIVATE QUEN_SHS="$<TARGET_FILE:quen-shs>")
+  add_dependencies(quen_shs_test quen-shs)
+endif()

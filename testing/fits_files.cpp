@@ -1,9 +1,11 @@
 #include "testing/fits_files.hpp"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <string_view>
 
 namespace quen::testing {
 namespace {
@@ -69,6 +71,18 @@ void AppendTable(const std::string& path, const std::string& name, long rows, co
 std::vector<char> Bytes(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<char> BytesWithoutChecksums(const std::string& path) {
+  constexpr std::size_t kCard = 80;
+  std::vector<char> bytes = Bytes(path);
+  for (std::size_t start = 0; start + kCard <= bytes.size(); start += kCard) {
+    const std::string_view card(bytes.data() + start, kCard);
+    if (card.starts_with("CHECKSUM= ") || card.starts_with("DATASUM = ")) {
+      std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(start), kCard, ' ');
+    }
+  }
+  return bytes;
 }
 
 void WriteText(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }

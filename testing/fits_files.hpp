@@ -32,6 +32,9 @@ inline void ClearMessages() { fits_clear_errmsg(); }
 /// All bytes of a file.
 std::vector<char> Bytes(const std::string& path);
 
+/// The same without the checksum cards of a FITS file, which carry the time of writing.
+std::vector<char> BytesWithoutChecksums(const std::string& path);
+
 /// Makes a file of these characters.
 void WriteText(const std::string& path, const std::string& text);
 

@@ -1,29 +1,21 @@
 #include "testing/second_reader.hpp"
 
-#include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
 
+#include "testing/process.hpp"
+
 namespace quen::testing {
 namespace {
 
-/// Standard output and error of a command; the exit status is appended when it is not 0.
+/// What a command printed, and its exit code where that is not 0.
 std::string OutputOf(const std::string& command) {
-  FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) throw std::runtime_error("cannot run " + command);
-  std::string output;
-  std::array<char, 4096> chunk{};
-  for (std::size_t read = 0; (read = std::fread(chunk.data(), 1, chunk.size(), pipe)) > 0;) {
-    output.append(chunk.data(), read);
-  }
-  const int status = pclose(pipe);
-  if (status != 0) output += "(wait status " + std::to_string(status) + ")\n";
-  return output;
+  const Outcome outcome = Run(command);
+  const std::string failure =
+      outcome.exit_code == 0 ? std::string() : "(exit code " + std::to_string(outcome.exit_code) + ")\n";
+  return outcome.out + outcome.err + failure;
 }
-
-std::string Quoted(const std::string& text) { return "'" + text + "'"; }
 
 std::string Astropy(const std::string& arguments) {
   return OutputOf(QUEN_PYTHON " " QUEN_SOURCE_DIR "/testing/read_fits.py " + arguments);

@@ -1,0 +1,30 @@
+#include "tools/quen-shs/src/calibration_lookup.hpp"
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "pim/helper.hpp"
+#include "tools/quen-shs/src/calibration.hpp"
+
+namespace {
+
+std::filesystem::path& Folder() {
+  static std::filesystem::path folder;
+  return folder;
+}
+
+}  // namespace
+
+// The library asks its host's lookup first; this one knows the folder that the user named.
+std::string pim::Helper::FindFile(const std::string& name) { return (Folder() / name).string(); }
+
+void quen_shs::UseCalibration(const std::string& folder) {
+  for (const char* const name : kCalibrationFiles) {
+    const std::filesystem::path path = std::filesystem::path(folder) / name;
+    if (!std::filesystem::exists(path)) {
+      throw std::runtime_error("no calibration in " + folder + ": " + path.string() +
+                               " is missing; 'quen-shs calibrate " + folder + "' makes a synthetic one");
+    }
+  }
+  Folder() = folder;
+}

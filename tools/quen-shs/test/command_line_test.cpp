@@ -1,0 +1,162 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+
+#include "testing/environment.hpp"
+#include "testing/fits_files.hpp"
+#include "testing/process.hpp"
+
+// The tool as a person or a script runs it.
+
+namespace {
+
+using quen::testing::Bytes;
+using quen::testing::BytesWithoutChecksums;
+using quen::testing::Outcome;
+using quen::testing::Quoted;
+using quen::testing::TempDir;
+
+Outcome QuenShs(const std::string& arguments) { return quen::testing::Run(QUEN_SHS " " + arguments); }
+
+std::uint32_t BigEndian(const std::vector<char>& bytes, std::size_t offset) {
+  std::uint32_t value = 0;
+  for (std::size_t k = 0; k < 4; ++k) value = value << 8U | static_cast<unsigned char>(bytes[offset + k]);
+  return value;
+}
+
+TEST(CommandLine, HelpExitsWithZero) {
+  for (const char* const arguments : {"--help", "calibrate --help", "loop --help"}) {
+    const Outcome outcome = QuenShs(arguments);
+    EXPECT_EQ(outcome.exit_code, 0) << arguments;
+    EXPECT_NE(outcome.out.find("Example:"), std::string::npos) << arguments;
+    EXPECT_EQ(outcome.err, "") << arguments;
+  }
+}
+
+TEST(CommandLine, VersionIsTheProjects) { EXPECT_EQ(QuenShs("--version").out, "quen-shs " QUEN_VERSION "\n"); }
+
+TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "A subcommand is required"},
+      {"dance", "The following argument was not expected: dance"},
+      {"calibrate", "DIR is required"},
+      {"calibrate x y", "The following argument was not expected: y"},
+      {"loop x --gain 3", "--gain: expected a number from 0 to 2, found 3"},
+      {"loop x --gain nan", "--gain: expected a number from 0 to 2, found nan"},
+      {"loop x --noise -1", "--noise: expected a number from 0 to 1e+06, found -1"},
+      {"loop x --noise inf", "--noise: expected a number from 0 to 1e+06, found inf"},
+      {"loop x --frames 12.5", "--frames: expected a whole number from 10 to 100000, found 12.5"},
+      {"loop x --frames 9", "--frames: expected a whole number from 10 to 100000, found 9"},
+      {"loop x --delay 0", "--delay: expected a whole number from 1 to 9, found 0"},
+      {"loop x --seed -1", "--seed: expected a whole number from 0 to 4294967295, found -1"},
+      {"loop x --amplitude lots", "--amplitude: expected a number from 0 to 1000, found lots"}};
+  for (const auto& [arguments, reason] : cases) {
+    const Outcome outcome = QuenShs(arguments);
+    EXPECT_EQ(outcome.exit_code, 2) << arguments;
+    EXPECT_EQ(outcome.err, reason + "\nRun with --help for more information.\n") << arguments;
+    EXPECT_EQ(outcome.out, "") << arguments;
+  }
+}
+
+TEST(CommandLine, CalibrateNamesItsFilesAndRefusesToReplaceThem) {
+  const TempDir folder;
+  const std::string sensor = folder / "my sensor";
+  const std::string written = "wrote " + sensor + "/data/M2S.fits\nwrote " + sensor + "/data/CM.fits\nwrote " + sensor +
+                              "/data/shs_rois.fits\n";
+  const Outcome first = QuenShs("calibrate " + Quoted(sensor));
+  EXPECT_EQ(first.exit_code, 0);
+  EXPECT_EQ(first.out, written);
+  const Outcome second = QuenShs("calibrate " + Quoted(sensor));
+  EXPECT_EQ(second.exit_code, 1);
+  EXPECT_EQ(second.err, "quen-shs: " + sensor +
+                            "/data/M2S.fits exists already; use --force to replace the calibration there\n");
+  EXPECT_EQ(QuenShs("calibrate --force " + Quoted(sensor)).out, written);
+}
+
+TEST(CommandLine, FailedJobsExitWithOneAndOneSentence) {
+  const TempDir folder;
+  quen::testing::WriteText(folder / "file", "");
+  const Outcome blocked = QuenShs("calibrate " + (folder / "file"));
+  EXPECT_EQ(blocked.exit_code, 1);
+  EXPECT_EQ(blocked.err, "quen-shs: cannot make " + (folder / "file/data") + ": Not a directory\n");
+  const Outcome missing = QuenShs("loop " + (folder / "nowhere"));
+  EXPECT_EQ(missing.exit_code, 1);
+  EXPECT_EQ(missing.err, "quen-shs: no calibration in " + (folder / "nowhere") + ": " +
+                             (folder / "nowhere/data/M2S.fits") + " is missing; 'quen-shs calibrate " +
+                             (folder / "nowhere") + "' makes a synthetic one\n");
+  EXPECT_EQ(missing.out, "");
+}
+
+TEST(CommandLine, LoopUsesTheNamedFolderWhateverTheEnvironmentSays) {
+  const TempDir folder;
+  const quen::testing::ScopedVariable cfgpath("CFGPATH", "/nowhere");
+  const quen::testing::ScopedVariable introot("INTROOT", std::nullopt);
+  ASSERT_EQ(QuenShs("calibrate " + (folder / "a:b")).exit_code, 0);
+  EXPECT_EQ(QuenShs("loop --frames 10 " + (folder / "a:b")).exit_code, 0);
+}
+
+TEST(CommandLine, LoopWritesItsResultsAndNoProgressIntoAPipe) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
+  const Outcome outcome = QuenShs("loop --frames 20 " + folder.Path());
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.err, "");
+  for (const char* const word : {"residual before ", "residual after ", "frames/s"}) {
+    EXPECT_NE(outcome.out.find(word), std::string::npos) << outcome.out;
+  }
+  std::size_t files = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder / "loop")) ++files;
+  EXPECT_EQ(files, 4U);
+  for (const char* const name : {"loop/frame.fits", "loop/slopes.fits", "loop/telemetry.fits"}) {
+    EXPECT_TRUE(std::filesystem::exists(folder / name)) << name;
+  }
+  const std::vector<char> picture = Bytes(folder / "loop/loop.png");
+  ASSERT_GT(picture.size(), 1000U);
+  EXPECT_EQ(std::string(picture.begin() + 1, picture.begin() + 4), "PNG");
+  EXPECT_EQ(BigEndian(picture, 16), 1640U);
+  EXPECT_EQ(BigEndian(picture, 20), 900U);
+}
+
+TEST(CommandLine, EqualSeedsGiveEqualFiles) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
+  for (const char* const run : {"a --seed 4", "b --seed 4", "c --seed 5"}) {
+    ASSERT_EQ(QuenShs("loop --frames 10 " + folder.Path() + " --output " + folder.Path() + "/" + run).exit_code, 0);
+  }
+  for (const char* const name : {"/telemetry.fits", "/frame.fits", "/slopes.fits"}) {
+    EXPECT_EQ(BytesWithoutChecksums((folder / "a") + name), BytesWithoutChecksums((folder / "b") + name)) << name;
+    EXPECT_NE(BytesWithoutChecksums((folder / "a") + name), BytesWithoutChecksums((folder / "c") + name)) << name;
+  }
+}
+
+TEST(CommandLine, LoopReplacesTheResultsOfAnEarlierRun) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
+  ASSERT_EQ(QuenShs("loop --frames 10 " + folder.Path()).exit_code, 0);
+  const std::vector<char> first = BytesWithoutChecksums(folder / "loop/slopes.fits");
+  ASSERT_EQ(QuenShs("loop --frames 10 " + folder.Path()).exit_code, 0);
+  EXPECT_EQ(BytesWithoutChecksums(folder / "loop/slopes.fits"), first);
+}
+
+TEST(CommandLine, LoopThatDoesNotConvergeFailsAndKeepsItsFiles) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
+  const Outcome outcome = QuenShs("loop --frames 30 --gain 2 --delay 5 " + folder.Path());
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.err,
+            "quen-shs: the loop did not converge: its residual is not below the disturbance; try a lower gain\n");
+  EXPECT_TRUE(std::filesystem::exists(folder / "loop/telemetry.fits"));
+}
+
+TEST(CommandLine, ProgressIsShownOnATerminal) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
+  // script(1) gives the command a terminal.
+  const Outcome outcome = quen::testing::Run("script -qec '" QUEN_SHS " loop --frames 200 " + folder.Path() + "' " + (folder / "typescript"));
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_NE(outcome.out.find(" of 200, "), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find(" s left"), std::string::npos) << outcome.out;
+}
+
+}  // namespace

@@ -1,0 +1,69 @@
+#include "tools/quen-shs/src/disturbance.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "tools/quen-shs/src/zernike.hpp"
+
+namespace {
+
+using quen_shs::Disturbance;
+using quen_shs::KolmogorovVariance;
+
+TEST(Disturbance, IsRepeatableFromItsSeed) {
+  Disturbance a(20, 0.9, 7);
+  Disturbance b(20, 0.9, 7);
+  Disturbance c(20, 0.9, 8);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(a.Modes(), b.Modes());
+    EXPECT_NE(a.Modes(), c.Modes());
+    a.Advance();
+    b.Advance();
+    c.Advance();
+  }
+}
+
+TEST(Disturbance, WithoutStrengthIsZero) {
+  Disturbance still(0, 0.9, 7);
+  still.Advance();
+  EXPECT_EQ(still.Modes(), Eigen::VectorXd::Zero(52));
+}
+
+TEST(Disturbance, HasKolmogorovVariancesFromTheFirstFrame) {
+  // 4000 seeds: a variance estimate scatters by √(2/4000) = 2.2 %; six times that fails once in 10⁹.
+  constexpr int kSeeds = 4000;
+  constexpr double kTolerance = 6 * 0.0224;
+  for (const int frames : {0, 50}) {
+    Eigen::VectorXd sum = Eigen::VectorXd::Zero(52);
+    for (int seed = 0; seed < kSeeds; ++seed) {
+      Disturbance disturbance(2.0, 0.95, static_cast<std::uint32_t>(seed));
+      for (int frame = 0; frame < frames; ++frame) disturbance.Advance();
+      sum += disturbance.Modes().cwiseAbs2();
+    }
+    for (int mode = 0; mode < 52; ++mode) {
+      const double expected = KolmogorovVariance(2 + mode) * std::pow(2.0, 5.0 / 3.0);
+      EXPECT_NEAR(sum(mode) / kSeeds / expected, 1.0, kTolerance) << "mode " << mode << " after " << frames;
+    }
+  }
+}
+
+TEST(Disturbance, IsCorrelatedFromFrameToFrame) {
+  // 52 · 4000 products: their mean scatters by about 1/√208000 = 0.0022; six times that fails once in 10⁹.
+  constexpr double kCorrelation = 0.8;
+  double sum = 0;
+  double squares = 0;
+  for (std::uint32_t seed = 0; seed < 4000; ++seed) {
+    Disturbance disturbance(1.0, kCorrelation, seed);
+    const Eigen::VectorXd before = disturbance.Modes();
+    disturbance.Advance();
+    for (int mode = 0; mode < 52; ++mode) {
+      const double variance = KolmogorovVariance(2 + mode);
+      sum += before(mode) * disturbance.Modes()(mode) / variance;
+      squares += before(mode) * before(mode) / variance;
+    }
+  }
+  EXPECT_NEAR(sum / squares, kCorrelation, 6 * 0.0022);
+}
+
+}  // namespace
