@@ -16,5 +16,7 @@ write_basic_package_version_file(quen_shssim-config-version.cmake COMPATIBILITY 
 install(FILES ${PROJECT_BINARY_DIR}/quen_shssim-config.cmake ${PROJECT_BINARY_DIR}/quen_shssim-config-version.cmake
               ${PROJECT_SOURCE_DIR}/cmake/Dependencies.cmake DESTINATION ${package_dir})
 
+# Relative, so that an installed tree may be moved.
+file(RELATIVE_PATH QUEN_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/quen_shssim.pc.in quen_shssim.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quen_shssim.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

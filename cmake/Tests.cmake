@@ -73,3 +73,11 @@ if(QUEN_BUILD_TOOLS)
   target_compile_definitions(quen_shs_test PRIVATE QUEN_SHS="$<TARGET_FILE:quen-shs>")
   add_dependencies(quen_shs_test quen-shs)
 endif()
+
+# --- The installed package. A sanitized library needs sanitized hosts, which these are not.
+if(QUEN_BUILD_TOOLS AND NOT QUEN_SANITIZE)
+  add_test(NAME Consumer.BuildsAndRunsAgainstTheInstalledTree
+           COMMAND examples/test/consume_installed.sh ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_CXX_COMPILER}
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(Consumer.BuildsAndRunsAgainstTheInstalledTree PROPERTIES LABELS consumer TIMEOUT 300)
+endif()

@@ -8,6 +8,7 @@
 #include <exception>
 #include <vector>
 
+#include "common/random/random.hpp"
 #include "shssim/shs_simulator.hpp"
 
 namespace {
@@ -34,15 +35,16 @@ class CentreOfGravity : public quen::image_processing::Centroiding<std::uint16_t
 
 int main() {
   try {
+    quen::common::random::detail::MersenneTwisterEngine().seed(1);  // the same noise in every run
     quen::shssim::ShsSimulator simulator;
-    const std::vector<double> dx(quen::basesim::kNumRois, 0.5);   // half a pixel to the right
-    const std::vector<double> dy(quen::basesim::kNumRois, -0.25);  // a quarter of a pixel down the rows
+    const std::vector<double> dx(quen::basesim::kNumRois, 0.5);  // pixels, toward higher columns
+    const std::vector<double> dy(quen::basesim::kNumRois, -0.25);
     simulator.ComputeFrame(dx, dy, 10.0, std::nullopt);
 
     CentreOfGravity centroiding;
     simulator.ComputeSlopes(centroiding, 2.0, "slopes.fits");
-    std::printf("first used sub-aperture: x %+.1f y %+.1f pixels, flux %.0f thousand\n", simulator.XSlopesUsed()[0],
-                simulator.YSlopesUsed()[0], simulator.FluxUsed()[0] / 1000.0);
+    std::printf("first used sub-aperture: x %+.3f y %+.3f pixels, flux %.0f\n", simulator.XSlopesUsed()[0],
+                simulator.YSlopesUsed()[0], simulator.FluxUsed()[0]);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s\n", error.what());
     return 1;

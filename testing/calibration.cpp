@@ -40,8 +40,13 @@ void Table::Remove(const std::string& column) {
 Calibration::Calibration()
     : m2s{DOUBLE_IMG, {kNumModes, kNumSlopes}, Ramp(0.25)},
       cm{DOUBLE_IMG, {kNumSlopes, kNumModes}, Ramp(-0.75)},
-      rois{"rois", {{"x_low", "U", {}}, {"x_up", "U", {}}, {"x_ref", "D", {}},
-                    {"y_low", "U", {}}, {"y_up", "U", {}}, {"y_ref", "D", {}}}},
+      rois{"rois",
+           {{"x_low", "U", {}},
+            {"x_up", "U", {}},
+            {"x_ref", "D", {}},
+            {"y_low", "U", {}},
+            {"y_up", "U", {}},
+            {"y_ref", "D", {}}}},
       rois_used{"rois_used", {{"is_used", "B", {}}}} {
   for (std::size_t i = 0; i < kNumRois; ++i) {
     const double x = 24.0 + 24.0 * static_cast<double>(i % 33);

@@ -68,10 +68,12 @@ struct Members : quen::shssim::ShsSimulator {
                   std::is_same_v<decltype(flux), Doubles> && std::is_same_v<decltype(x_slopes), Doubles> &&
                   std::is_same_v<decltype(x_slopes_used), Doubles> && std::is_same_v<decltype(y_slopes), Doubles> &&
                   std::is_same_v<decltype(y_slopes_used), Doubles>);
-    return {Offset<&Members::m2s>(),      Offset<&Members::cm>(),       Offset<&Members::rois>(),
-            Offset<&Members::rois_used>(), Offset<&Members::frame_values>(), Offset<&Members::frame>(),
-            Offset<&Members::flux_used>(), Offset<&Members::slopes>(),   Offset<&Members::flux>(),
-            Offset<&Members::x_slopes>(), Offset<&Members::x_slopes_used>(), Offset<&Members::y_slopes>(),
+    return {Offset<&Members::m2s>(),           Offset<&Members::cm>(),
+            Offset<&Members::rois>(),          Offset<&Members::rois_used>(),
+            Offset<&Members::frame_values>(),  Offset<&Members::frame>(),
+            Offset<&Members::flux_used>(),     Offset<&Members::slopes>(),
+            Offset<&Members::flux>(),          Offset<&Members::x_slopes>(),
+            Offset<&Members::x_slopes_used>(), Offset<&Members::y_slopes>(),
             Offset<&Members::y_slopes_used>()};
   }
 };

@@ -31,8 +31,7 @@ std::vector<Roi> LoadRois(const std::string& path) {
   const auto y_low = ReadColumnOrThrow<std::uint16_t>(file, "y_low");
   const auto y_up = ReadColumnOrThrow<std::uint16_t>(file, "y_up");
   const auto y_ref = ReadColumnOrThrow<double>(file, "y_ref");
-  for (const std::size_t rows :
-       {x_low.size(), x_up.size(), x_ref.size(), y_low.size(), y_up.size(), y_ref.size()}) {
+  for (const std::size_t rows : {x_low.size(), x_up.size(), x_ref.size(), y_low.size(), y_up.size(), y_ref.size()}) {
     if (rows != kNumRois) throw std::runtime_error("ConstructRois: Misconfigured fits file: " + path);
   }
 
@@ -51,7 +50,9 @@ std::vector<std::uint8_t> LoadRoisUsed(const std::string& path) {
 }  // namespace
 
 BaseSimulator::BaseSimulator()
-    : m2s(kNumModes * kNumSlopes), cm(kNumSlopes * kNumModes), rois(kNumRois, Roi(0, 0, 0, 0, 0, 0, 0, 0)),
+    : m2s(kNumModes * kNumSlopes),
+      cm(kNumSlopes * kNumModes),
+      rois(kNumRois, Roi(0, 0, 0, 0, 0, 0, 0, 0)),
       rois_used(kNumRois) {
   try {
     LoadMatrix("data/M2S.fits", kNumModes, kNumSlopes, m2s);

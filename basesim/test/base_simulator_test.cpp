@@ -35,9 +35,9 @@ void ExpectRefused(const Calibration& calibration, const std::string& text) {
 /// As ExpectRefused, for texts that name the region file.
 void ExpectMisconfigured(const Calibration& calibration) {
   const CalibrationFolder folder(calibration);
-  ExpectThrows<std::runtime_error>(std::string(kPrefix) + "ConstructRois: Misconfigured fits file: " +
-                                       (folder / "data/shs_rois.fits"),
-                                   [] { BaseSimulator(); });
+  ExpectThrows<std::runtime_error>(
+      std::string(kPrefix) + "ConstructRois: Misconfigured fits file: " + (folder / "data/shs_rois.fits"),
+      [] { BaseSimulator(); });
 }
 
 std::string NotFound(const std::string& name) {
@@ -131,14 +131,16 @@ TEST(BaseSimulator, EachMissingColumnIsNamedInTheOrderOfReading) {
 TEST(BaseSimulator, MissingFlagColumnIsNamed) {
   Calibration calibration;
   calibration.rois_used.columns[0].name = "used";
-  ExpectRefused<std::runtime_error>(calibration, kPrefix + std::string("ReadColumnOrThrow: misconfigured column: is_used"));
+  ExpectRefused<std::runtime_error>(calibration,
+                                    kPrefix + std::string("ReadColumnOrThrow: misconfigured column: is_used"));
 }
 
 TEST(BaseSimulator, MissingColumnComesBeforeTheLength) {
   Calibration calibration;
   calibration.rois.Resize(1088);
   calibration.rois.Remove("y_ref");
-  ExpectRefused<std::runtime_error>(calibration, kPrefix + std::string("ReadColumnOrThrow: misconfigured column: y_ref"));
+  ExpectRefused<std::runtime_error>(calibration,
+                                    kPrefix + std::string("ReadColumnOrThrow: misconfigured column: y_ref"));
 }
 
 TEST(BaseSimulator, InvalidRegionPassesUnwrapped) {
@@ -192,8 +194,7 @@ TEST(BaseSimulator, SwappedAxesAreWrapped) {
   Calibration m2s;
   m2s.m2s.dims = {1214, 52};
   ExpectRefused<std::runtime_error>(
-      m2s,
-      kPrefix + std::string("Fits: Image size does not match for the 0th dimension, expected: 52, acctual: 1214"));
+      m2s, kPrefix + std::string("Fits: Image size does not match for the 0th dimension, expected: 52, acctual: 1214"));
   Calibration cm;
   cm.cm.dims = {52, 1214};
   ExpectRefused<std::runtime_error>(
@@ -212,8 +213,8 @@ TEST(BaseSimulator, LargerMatrixPassesUnwrapped) {
   Calibration calibration;
   calibration.m2s.dims = {53, 1214};
   calibration.m2s.values.resize(std::size_t{53} * 1214);
-  ExpectRefused<std::invalid_argument>(
-      calibration, "Fits: Provided buffer is too small, expected at least: 64342 , acctual: 63128");
+  ExpectRefused<std::invalid_argument>(calibration,
+                                       "Fits: Provided buffer is too small, expected at least: 64342 , acctual: 63128");
 }
 
 TEST(BaseSimulator, MissingFilesAreReportedInTheOrderOfLoading) {

@@ -14,9 +14,9 @@ using quen::defs::kCameraByName;
 static_assert(std::is_same_v<std::underlying_type_t<Camera>, std::int32_t>);
 
 TEST(Camera, TableHoldsTheEightNamesInOrder) {
-  const std::vector<std::pair<std::string, std::int32_t>> expected = {
-      {"IMG_GP1", 0}, {"IMG_GP2", 1}, {"IMG_GP3", 2}, {"IMG_PDS", 3},
-      {"WFS_GP1", 4}, {"WFS_GP2", 5}, {"WFS_GP3", 6}, {"WFS_PDS", 7}};
+  const std::vector<std::pair<std::string, std::int32_t>> expected = {{"IMG_GP1", 0}, {"IMG_GP2", 1}, {"IMG_GP3", 2},
+                                                                      {"IMG_PDS", 3}, {"WFS_GP1", 4}, {"WFS_GP2", 5},
+                                                                      {"WFS_GP3", 6}, {"WFS_PDS", 7}};
   std::vector<std::pair<std::string, std::int32_t>> actual;
   for (const auto& [name, camera] : kCameraByName) actual.emplace_back(name, static_cast<std::int32_t>(camera));
   EXPECT_EQ(actual, expected);

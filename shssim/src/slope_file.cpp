@@ -16,8 +16,8 @@ using image_processing::Roi;
 /// Writes one region, cell by cell. The reference point is recorded to whole pixels only.
 void WriteRoi(const Handle& file, const Roi& roi, int row) {
   int column = 1;
-  for (const std::uint16_t cell : {roi.x_low, roi.x_up, TruncateToPixel(roi.x_ref), roi.y_low, roi.y_up,
-                                   TruncateToPixel(roi.y_ref)}) {
+  for (const std::uint16_t cell :
+       {roi.x_low, roi.x_up, TruncateToPixel(roi.x_ref), roi.y_low, roi.y_up, TruncateToPixel(roi.y_ref)}) {
     WriteColumnPriv(file, &cell, 1, TSHORT, column++, row);
   }
 }

@@ -117,10 +117,10 @@ TEST_F(ComputeFrame, LaterRegionWinsWhereTwoOverlap) {
 }
 
 TEST_F(ComputeFrame, OddRegionsEqualTheFormula) {
-  simulator_.rois[0] = Roi(0, 1, 0, 1, 840, 816, 0, 0);            // one pixel
-  simulator_.rois[1] = Roi(5, 5, 7, 70, 840, 816, 5, 7);           // empty
+  simulator_.rois[0] = Roi(0, 1, 0, 1, 840, 816, 0, 0);              // one pixel
+  simulator_.rois[1] = Roi(5, 5, 7, 70, 840, 816, 5, 7);             // empty
   simulator_.rois[2] = Roi(833, 840, 800, 816, 840, 816, 840, 816);  // touches both far edges
-  simulator_.rois[3] = Roi(100, 117, 50, 51, 840, 816, 0, 816);    // reference far outside
+  simulator_.rois[3] = Roi(100, 117, 50, 51, 840, 816, 0, 816);      // reference far outside
   simulator_.rois[4] = Roi(0, 840, 0, 816, 840, 816, 419.3, 407.9);  // whole frame
   ExpectAsTheFormula(10.0, 45);
 }
@@ -316,9 +316,8 @@ TEST_F(ComputeFrame, FailedWriteKeepsTheNewFrame) {
   std::filesystem::create_directory(folder_ / "taken.fits");
   quen::testing::WriteText(folder_ / "taken.fits/inside", "");
   const std::size_t descriptors = OpenDescriptors();
-  ExpectThrowsWithDetails<std::runtime_error>(
-      "Fits: Could not open/create " + (folder_ / "taken.fits") + ", details: ",
-      [&] { simulator_.ComputeFrame(dx_, dy_, 0.0, folder_ / "taken.fits"); });
+  ExpectThrowsWithDetails<std::runtime_error>("Fits: Could not open/create " + (folder_ / "taken.fits") + ", details: ",
+                                              [&] { simulator_.ComputeFrame(dx_, dy_, 0.0, folder_ / "taken.fits"); });
   std::mt19937 engine;
   plain_.Render(simulator_.rois, dx_, dy_, 0.0, engine);
   EXPECT_EQ(simulator_.frame_values, plain_.values);

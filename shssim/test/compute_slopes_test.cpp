@@ -70,9 +70,8 @@ class ComputeSlopes : public ::testing::Test {
   }
 
   void FillResults(double value) {
-    for (auto* const results :
-         {&simulator_.flux, &simulator_.x_slopes, &simulator_.y_slopes, &simulator_.flux_used, &simulator_.slopes,
-          &simulator_.x_slopes_used, &simulator_.y_slopes_used}) {
+    for (auto* const results : {&simulator_.flux, &simulator_.x_slopes, &simulator_.y_slopes, &simulator_.flux_used,
+                                &simulator_.slopes, &simulator_.x_slopes_used, &simulator_.y_slopes_used}) {
       std::ranges::fill(*results, value);
     }
   }

@@ -40,8 +40,8 @@ class FatalConditionsDeathTest : public ::testing::Test {
 };
 
 TEST_F(FatalConditionsDeathTest, NegativeOrNanNoiseAtTheFirstPixel) {
-  for (const double noise : {-1.0, -1e-300, -std::numeric_limits<double>::infinity(),
-                             std::numeric_limits<double>::quiet_NaN()}) {
+  for (const double noise :
+       {-1.0, -1e-300, -std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
     EXPECT_DEATH(Render(noise), kBadNoise) << noise;
   }
   simulator_.rois.assign(1089, Roi(5, 5, 7, 7, 840, 816, 0, 0));

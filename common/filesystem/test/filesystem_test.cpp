@@ -151,19 +151,21 @@ TEST_F(FindFileTest, MessageListsThePlacesInItsOwnOrder) {
       "$INTROOT/resource (/opt/root/resource)\n"
       "/a\n"
       "/b",
-      [] { FindFileOrThrow("data/CM.fits", {"/a", "/b"}); });
+      [] {
+        FindFileOrThrow("data/CM.fits", {"/a", "/b"});
+      });
 }
 
 TEST_F(FindFileTest, MessageWithoutIntrootOrCfgpath) {
-  ExpectThrows<std::runtime_error>(
-      "FileSystem: Path or file a.fits not found, searched in:\n/\n./\n$CFGPATH ()\nextra",
-      [] { FindFileOrThrow("a.fits", {"extra"}); });
+  ExpectThrows<std::runtime_error>("FileSystem: Path or file a.fits not found, searched in:\n/\n./\n$CFGPATH ()\nextra",
+                                   [] { FindFileOrThrow("a.fits", {"extra"}); });
 }
 
 TEST_F(FindFileTest, MessageShowsEqualDirectoriesAsOftenAsGiven) {
   ExpectThrows<std::runtime_error>(
-      "FileSystem: Path or file a.fits not found, searched in:\n/\n./\n$CFGPATH ()\nx\nx\n\nx",
-      [] { FindFileOrThrow("a.fits", {"x", "x", "", "x"}); });
+      "FileSystem: Path or file a.fits not found, searched in:\n/\n./\n$CFGPATH ()\nx\nx\n\nx", [] {
+        FindFileOrThrow("a.fits", {"x", "x", "", "x"});
+      });
 }
 
 }  // namespace

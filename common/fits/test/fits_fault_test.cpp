@@ -24,8 +24,8 @@ TEST(FitsFault, FailingParameterQueryIsReportedAndLeavesNoDescriptor) {
   {
     const Handle handle = FitsFile(folder / "image.fits", std::nullopt);
     g_image_parameters_fail = true;
-    quen::testing::ExpectThrows<std::runtime_error>(
-        "Fits: Error getting img params: NULL input pointer, stand-in", [&] { ReadImgParams(handle); });
+    quen::testing::ExpectThrows<std::runtime_error>("Fits: Error getting img params: NULL input pointer, stand-in",
+                                                    [&] { ReadImgParams(handle); });
     g_image_parameters_fail = false;
     EXPECT_EQ(ReadImgParams(handle).second, 16);
   }

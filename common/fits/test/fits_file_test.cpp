@@ -98,8 +98,8 @@ TEST(FitsFile, MissingFileIsNamedWithCfitsiosWords) {
 TEST(FitsFile, MissingFileWithExtensionIsNamedWithoutBrackets) {
   const TempDir folder;
   const std::string path = folder / "missing.fits";
-  ExpectThrowsWithDetails<std::runtime_error>("Fits: Could not open " + path + ", details: could not open the named file, ",
-                                              [&] { FitsFile(path, "rois"); });
+  ExpectThrowsWithDetails<std::runtime_error>(
+      "Fits: Could not open " + path + ", details: could not open the named file, ", [&] { FitsFile(path, "rois"); });
 }
 
 TEST(FitsFile, MissingExtensionIsNamedWithoutBrackets) {

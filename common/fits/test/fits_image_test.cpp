@@ -89,7 +89,8 @@ TEST(ReadImgParams, CfitsioFailureIsReported) {
   const int good = file->HDUposition;
   table->hdu_type = 0;
   file->HDUposition = 41;  // an HDU that the file does not have
-  ExpectThrowsWithDetails<std::runtime_error>("Fits: Error getting the number of axes: ", [&] { ReadImgParams(table); });
+  ExpectThrowsWithDetails<std::runtime_error>("Fits: Error getting the number of axes: ",
+                                              [&] { ReadImgParams(table); });
   file->HDUposition = good;
 }
 
@@ -118,28 +119,32 @@ TEST(ReadImgPriv, SwappedAxesNameTheFirstThatDiffers) {
   const ImageFile file(DOUBLE_IMG, {52, 1214});
   const Handle handle = file.Open();
   std::vector<double> buffer(63128, kSentinel);
+  ExpectThrows<std::runtime_error>("Fits: Image size does not match for the 0th dimension, expected: 1214, acctual: 52",
+                                   [&] {
+                                     ReadImgPriv(handle, buffer.data(), buffer.size(), -64, 82, Dims{1214, 52});
+                                   });
   ExpectThrows<std::runtime_error>(
-      "Fits: Image size does not match for the 0th dimension, expected: 1214, acctual: 52",
-      [&] { ReadImgPriv(handle, buffer.data(), buffer.size(), -64, 82, Dims{1214, 52}); });
-  ExpectThrows<std::runtime_error>(
-      "Fits: Image size does not match for the 1th dimension, expected: 1213, acctual: 1214",
-      [&] { ReadImgPriv(handle, buffer.data(), buffer.size(), -64, 82, Dims{52, 1213}); });
+      "Fits: Image size does not match for the 1th dimension, expected: 1213, acctual: 1214", [&] {
+        ReadImgPriv(handle, buffer.data(), buffer.size(), -64, 82, Dims{52, 1213});
+      });
   EXPECT_EQ(buffer, std::vector<double>(63128, kSentinel));
 }
 
 TEST(ReadImgPriv, OtherNumberOfAxesIsReported) {
   const ImageFile file(DOUBLE_IMG, {52, 1214});
   std::vector<double> buffer(63128);
-  ExpectThrows<std::runtime_error>(
-      "Fits: Image dimansions do not match, expected: 3 dimensions, actual: 2 dimensions",
-      [&] { ReadImgPriv(file.Open(), buffer.data(), buffer.size(), -64, 82, Dims{52, 1214, 1}); });
+  ExpectThrows<std::runtime_error>("Fits: Image dimansions do not match, expected: 3 dimensions, actual: 2 dimensions",
+                                   [&] {
+                                     ReadImgPriv(file.Open(), buffer.data(), buffer.size(), -64, 82, Dims{52, 1214, 1});
+                                   });
 }
 
 TEST(ReadImgPriv, ShortBufferComesBeforeTheDimensions) {
   const ImageFile file(DOUBLE_IMG, {3, 2});
   std::vector<double> buffer(6, kSentinel);
-  ExpectThrows<std::invalid_argument>("Fits: Provided buffer is too small, expected at least: 6 , acctual: 5",
-                                      [&] { ReadImgPriv(file.Open(), buffer.data(), 5, -64, 82, Dims{2, 3, 1}); });
+  ExpectThrows<std::invalid_argument>("Fits: Provided buffer is too small, expected at least: 6 , acctual: 5", [&] {
+    ReadImgPriv(file.Open(), buffer.data(), 5, -64, 82, Dims{2, 3, 1});
+  });
   EXPECT_EQ(buffer, std::vector<double>(6, kSentinel));
 }
 
@@ -237,8 +242,8 @@ TEST(ReadImgSlicePriv, RefusesTables) {
   const TempDir folder;
   AppendTable(folder / "t.fits", "t", 1, {{"a", "D", {1}}});
   double pixel = 0;
-  ExpectThrows<std::runtime_error>(
-      kNotAnImage, [&] { ReadImgSlicePriv(FitsFile(folder / "t.fits", "t"), &pixel, 1, -64, 82, 0); });
+  ExpectThrows<std::runtime_error>(kNotAnImage,
+                                   [&] { ReadImgSlicePriv(FitsFile(folder / "t.fits", "t"), &pixel, 1, -64, 82, 0); });
 }
 
 TEST(ReadImgSlicePriv, TruncatedDataIsReported) {
@@ -296,11 +301,13 @@ TEST(WriteImgPriv, BufferSizeComesFirst) {
   const Handle reading = file.Open();
   const std::vector<std::uint16_t> frame(685441);
   ExpectThrows<std::invalid_argument>(
-      "Fits: Provided image buffer size: 685441 does not match size from provided dimensions: 685440",
-      [&] { WriteImgPriv(reading, frame.data(), 685441, 16, 21, {840, 816}); });
+      "Fits: Provided image buffer size: 685441 does not match size from provided dimensions: 685440", [&] {
+        WriteImgPriv(reading, frame.data(), 685441, 16, 21, {840, 816});
+      });
   ExpectThrows<std::invalid_argument>(
-      "Fits: Provided image buffer size: 685439 does not match size from provided dimensions: 685440",
-      [&] { WriteImgPriv(reading, frame.data(), 685439, 16, 21, {840, 816}); });
+      "Fits: Provided image buffer size: 685439 does not match size from provided dimensions: 685440", [&] {
+        WriteImgPriv(reading, frame.data(), 685439, 16, 21, {840, 816});
+      });
   ExpectThrows<std::invalid_argument>(
       "Fits: Provided image buffer size: 2 does not match size from provided dimensions: 1",
       [&] { WriteImgPriv(reading, frame.data(), 2, 16, 21, {}); });
@@ -350,8 +357,8 @@ TEST(ReadImgHeaderPriv, RefusesTablesAndUnknownHdus) {
   const TempDir folder;
   AppendTable(folder / "t.fits", "t", 1, {{"a", "D", {1}}});
   int value = 0;
-  ExpectThrows<std::runtime_error>(
-      kNotAnImage, [&] { ReadImgHeaderPriv(FitsFile(folder / "t.fits", "t"), &value, TINT, "NAXIS"); });
+  ExpectThrows<std::runtime_error>(kNotAnImage,
+                                   [&] { ReadImgHeaderPriv(FitsFile(folder / "t.fits", "t"), &value, TINT, "NAXIS"); });
   const Handle fresh = FitsFileWrite(folder / "new.fits", true, std::nullopt);
   ExpectThrows<std::runtime_error>(kNotAnImage, [&] { ReadImgHeaderPriv(fresh, &value, TINT, "NAXIS"); });
 }

@@ -258,8 +258,9 @@ TEST(WriteTable, UsesTheFirst64ColumnsWithoutUnits) {
 TEST(WriteTable, ReadOnlyComesBeforeTheMissingName) {
   const TempDir folder;
   WriteImage(folder / "image.fits", SHORT_IMG, {1}, {1});
-  ExpectThrows<std::runtime_error>(kReadOnly,
-                                   [&] { WriteTable(FitsFile(folder / "image.fits", std::nullopt), {{"a", "D"}}); });
+  ExpectThrows<std::runtime_error>(kReadOnly, [&] {
+    WriteTable(FitsFile(folder / "image.fits", std::nullopt), {{"a", "D"}});
+  });
 }
 
 TEST(WriteTable, NeedsAnExtensionName) {
@@ -272,8 +273,9 @@ TEST(WriteTable, NeedsAnExtensionName) {
 TEST(WriteTable, CfitsioFailureIsReportedAndTheTypeStaysSet) {
   const TempDir folder;
   const Handle handle = FitsFileWrite(folder / "a.fits", true, "t");
-  ExpectThrowsWithDetails<std::runtime_error>("Fits: Could not create table, details: ",
-                                              [&] { WriteTable(handle, {{"a", "?"}}); });
+  ExpectThrowsWithDetails<std::runtime_error>("Fits: Could not create table, details: ", [&] {
+    WriteTable(handle, {{"a", "?"}});
+  });
   EXPECT_EQ(handle->hdu_type, 2);
 }
 
@@ -296,12 +298,10 @@ TEST(WriteColumnByNumber, CfitsioFailureNamesTheColumn) {
   const TableFile file = ThreeColumns();
   const double value = 2.5;
   ClearMessages();
-  ExpectThrowsWithDetails<std::runtime_error>("Fits: Error writing column 4: ", [&] {
-    WriteColumnPriv(file.OpenForWriting(), &value, 1, 82, 4, 1);
-  });
-  ExpectThrowsWithDetails<std::runtime_error>("Fits: Error writing column -1: ", [&] {
-    WriteColumnPriv(file.OpenForWriting(), &value, 1, 82, -1, 1);
-  });
+  ExpectThrowsWithDetails<std::runtime_error>("Fits: Error writing column 4: ",
+                                              [&] { WriteColumnPriv(file.OpenForWriting(), &value, 1, 82, 4, 1); });
+  ExpectThrowsWithDetails<std::runtime_error>("Fits: Error writing column -1: ",
+                                              [&] { WriteColumnPriv(file.OpenForWriting(), &value, 1, 82, -1, 1); });
 }
 
 TEST(WriteColumnByNumber, DoesNotAskForTheHduType) {
@@ -337,9 +337,8 @@ TEST(WriteColumnByName, UnknownColumnIsNotFound) {
 TEST(WriteColumnByName, OtherDatatypeIsRefusedAndNothingWritten) {
   const TableFile file = ThreeColumns();
   const std::array<double, 2> values = {1000, 1001};
-  ExpectThrows<std::invalid_argument>(
-      "Fits: Column \"word\" (index: 2) data type mismatch, expected: 82 , acctual: 21",
-      [&] { WriteColumnPriv(file.OpenForWriting(), values.data(), 2, 82, "word", 1); });
+  ExpectThrows<std::invalid_argument>("Fits: Column \"word\" (index: 2) data type mismatch, expected: 82 , acctual: 21",
+                                      [&] { WriteColumnPriv(file.OpenForWriting(), values.data(), 2, 82, "word", 1); });
   EXPECT_EQ(ReadColumnOrThrow<double>(file.Open(), "word"), Ramp(10));
 }
 

@@ -34,8 +34,7 @@ class RecordingAppender : public log4cplus::Appender {
 
  protected:
   void append(const log4cplus::spi::InternalLoggingEvent& event) override {
-    records.push_back(
-        {event.getLogLevel(), event.getMessage(), event.getFile(), event.getLine(), event.getFunction()});
+    records.push_back({event.getLogLevel(), event.getMessage(), event.getFile(), event.getLine(), event.getFunction()});
   }
 };
 
@@ -123,9 +122,8 @@ TEST(Roi, ReferenceOutsideTheFrameIsRefused) {
                                       [] { Roi(0, 1, 0, 1, 840, 816, 840.000001, 0); });
   ExpectThrows<std::invalid_argument>("Roi: invalid reference point: (0.000000,816.000001)",
                                       [] { Roi(0, 1, 0, 1, 840, 816, 0, 816.000001); });
-  ExpectThrows<std::invalid_argument>("Roi: invalid reference point: (inf,0.000000)", [] {
-    Roi(0, 1, 0, 1, 840, 816, std::numeric_limits<double>::infinity(), 0);
-  });
+  ExpectThrows<std::invalid_argument>("Roi: invalid reference point: (inf,0.000000)",
+                                      [] { Roi(0, 1, 0, 1, 840, 816, std::numeric_limits<double>::infinity(), 0); });
 }
 
 TEST(Roi, ReferenceMayBeOnTheLimitsOrOutsideTheRectangle) {

@@ -15,8 +15,7 @@ namespace quen_shs {
 using Matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 
 /// The files of a calibration below its folder.
-inline constexpr std::array<const char*, 3> kCalibrationFiles = {"data/M2S.fits", "data/CM.fits",
-                                                                 "data/shs_rois.fits"};
+inline constexpr std::array<const char*, 3> kCalibrationFiles = {"data/M2S.fits", "data/CM.fits", "data/shs_rois.fits"};
 
 /// Spot displacement, in pixels, for a phase that rises by one radian across a sub-aperture. The spot that the
 /// simulator draws (standard deviation 2 pixels) is taken for a diffraction-limited one, whose full width at half

@@ -15,7 +15,7 @@
 namespace quen_shs {
 
 inline constexpr double kCorrelation = 0.9995;  ///< of the disturbance from one frame to the next
-inline constexpr double kSlopeLimit = 12.0;    ///< pixels: half a region
+inline constexpr double kSlopeLimit = 12.0;     ///< pixels: half a region
 
 struct LoopOptions {
   int frames = 1000;

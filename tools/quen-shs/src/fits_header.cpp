@@ -7,7 +7,8 @@ namespace {
 
 void Check(int status, const std::string& key) {
   if (status != 0) {
-    throw std::runtime_error("cannot write the FITS keyword " + key + " (CFITSIO status " + std::to_string(status) + ")");
+    throw std::runtime_error("cannot write the FITS keyword " + key + " (CFITSIO status " + std::to_string(status) +
+                             ")");
   }
 }
 

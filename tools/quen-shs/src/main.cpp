@@ -42,8 +42,9 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "quen-shs " QUEN_VERSION);
   app.require_subcommand(1);
   app.get_formatter()->column_width(34);
-  app.footer("Example:\n  quen-shs calibrate sensor\n  quen-shs loop sensor\n\n'quen-shs SUBCOMMAND --help' tells more.\n"
-             "Exit code: 0, 1 for a failed job, 2 for wrong usage.");
+  app.footer(
+      "Example:\n  quen-shs calibrate sensor\n  quen-shs loop sensor\n\n'quen-shs SUBCOMMAND --help' tells more.\n"
+      "Exit code: 0, 1 for a failed job, 2 for wrong usage.");
 
   std::string folder;
   bool force = false;

@@ -115,7 +115,8 @@ void DrawArrow(cairo_t* cr, double x, double y, double dx, double dy) {
   cairo_line_to(cr, PictureX(tip_x), PictureY(tip_y));
   for (const double side : {-kHeadAngle, kHeadAngle}) {
     cairo_move_to(cr, PictureX(tip_x), PictureY(tip_y));
-    cairo_line_to(cr, PictureX(tip_x + kHead * std::cos(angle + side)), PictureY(tip_y + kHead * std::sin(angle + side)));
+    cairo_line_to(cr, PictureX(tip_x + kHead * std::cos(angle + side)),
+                  PictureY(tip_y + kHead * std::sin(angle + side)));
   }
   cairo_stroke(cr);
 }
@@ -131,8 +132,7 @@ void DrawFrame(cairo_t* cr, const quen::shssim::ShsSimulator& simulator) {
     if (!is_used) continue;
     Use(cr, kArrow);
     cairo_set_line_width(cr, 1.4);
-    DrawArrow(cr, roi.x_ref, roi.y_ref, magnification * simulator.XSlopes()[i],
-              magnification * simulator.YSlopes()[i]);
+    DrawArrow(cr, roi.x_ref, roi.y_ref, magnification * simulator.XSlopes()[i], magnification * simulator.YSlopes()[i]);
   }
   Use(cr, kInk);
   Write(cr, kFrameLeft, kFrameTop - 14.0,

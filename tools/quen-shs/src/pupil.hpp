@@ -12,12 +12,12 @@
 
 namespace quen_shs {
 
-inline constexpr std::size_t kGridSize = 33;       ///< sub-apertures along each axis
-inline constexpr int kPitch = 24;                  ///< pixels from one sub-aperture to the next, and their size
-inline constexpr int kFirstColumn = 24;            ///< first pixel column of sub-aperture 0
-inline constexpr int kFirstRow = 12;               ///< first pixel row of sub-aperture 0
+inline constexpr std::size_t kGridSize = 33;          ///< sub-apertures along each axis
+inline constexpr int kPitch = 24;                     ///< pixels from one sub-aperture to the next, and their size
+inline constexpr int kFirstColumn = 24;               ///< first pixel column of sub-aperture 0
+inline constexpr int kFirstRow = 12;                  ///< first pixel row of sub-aperture 0
 inline constexpr int kPupilRadius = 29 * kPitch / 2;  ///< outer radius, pixels: 29 sub-apertures across
-inline constexpr double kObscuration = 0.28;       ///< inner radius over outer radius
+inline constexpr double kObscuration = 0.28;          ///< inner radius over outer radius
 inline constexpr double kPupilCentreX = kFirstColumn + (kGridSize * kPitch - 1) / 2.0;
 inline constexpr double kPupilCentreY = kFirstRow + (kGridSize * kPitch - 1) / 2.0;
 

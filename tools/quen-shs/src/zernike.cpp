@@ -23,8 +23,7 @@ Radial RadialPolynomial(Orders orders, double t) {
   for (int s = 0; s <= (n - m) / 2; ++s) {
     const int power = (n - m) / 2 - s;
     const double sign = s % 2 == 0 ? 1.0 : -1.0;
-    const double factor =
-        sign * Factorial(n - s) / (Factorial(s) * Factorial((n + m) / 2 - s) * Factorial(power));
+    const double factor = sign * Factorial(n - s) / (Factorial(s) * Factorial((n + m) / 2 - s) * Factorial(power));
     radial.value += factor * std::pow(t, power);
     if (power > 0) radial.derivative += factor * power * std::pow(t, power - 1);
   }
@@ -83,8 +82,9 @@ double KolmogorovVariance(int j) {
   const double spectrum = std::pow(24.0 / 5.0 * std::tgamma(6.0 / 5.0), 5.0 / 6.0) *
                           std::pow(std::tgamma(11.0 / 6.0), 2) / (2.0 * std::pow(pi, 11.0 / 3.0));
   // ∫ J²(u) u^(−14/3) du over (0, ∞), J the Bessel function of order n + 1.
-  const double integral = std::tgamma(14.0 / 3.0) * std::tgamma(n - 5.0 / 6.0) /
-                          (std::pow(2.0, 14.0 / 3.0) * std::pow(std::tgamma(17.0 / 6.0), 2) * std::tgamma(n + 23.0 / 6.0));
+  const double integral =
+      std::tgamma(14.0 / 3.0) * std::tgamma(n - 5.0 / 6.0) /
+      (std::pow(2.0, 14.0 / 3.0) * std::pow(std::tgamma(17.0 / 6.0), 2) * std::tgamma(n + 23.0 / 6.0));
   return 2.0 * spectrum / pi * std::pow(0.5, 5.0 / 3.0) * (n + 1.0) * std::pow(2.0 * pi, 11.0 / 3.0) * integral;
 }
 

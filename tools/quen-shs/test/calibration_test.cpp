@@ -141,9 +141,8 @@ TEST(WriteCalibration, RefusesToReplaceAnyOfItsFiles) {
     const TempDir folder;
     std::filesystem::create_directory(folder / "data");
     quen::testing::WriteText(folder / name, "precious");
-    ExpectThrows<std::runtime_error>(
-        (folder / name) + " exists already; use --force to replace the calibration there",
-        [&] { WriteCalibration(folder.Path(), false); });
+    ExpectThrows<std::runtime_error>((folder / name) + " exists already; use --force to replace the calibration there",
+                                     [&] { WriteCalibration(folder.Path(), false); });
     std::size_t files = 0;
     for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder / "data")) ++files;
     EXPECT_EQ(files, 1U);
@@ -180,8 +179,7 @@ TEST(UseCalibration, NamesTheFirstMissingFileAndTheRemedy) {
   WriteCalibration(folder.Path(), false);
   std::filesystem::remove(folder / "data/CM.fits");
   ExpectThrows<std::runtime_error>("no calibration in " + folder.Path() + ": " + (folder / "data/CM.fits") +
-                                       " is missing; 'quen-shs calibrate " + folder.Path() +
-                                       "' makes a synthetic one",
+                                       " is missing; 'quen-shs calibrate " + folder.Path() + "' makes a synthetic one",
                                    [&] { quen_shs::UseCalibration(folder.Path()); });
 }
 

@@ -69,8 +69,8 @@ TEST(CommandLine, CalibrateNamesItsFilesAndRefusesToReplaceThem) {
   EXPECT_EQ(first.out, written);
   const Outcome second = QuenShs("calibrate " + Quoted(sensor));
   EXPECT_EQ(second.exit_code, 1);
-  EXPECT_EQ(second.err, "quen-shs: " + sensor +
-                            "/data/M2S.fits exists already; use --force to replace the calibration there\n");
+  EXPECT_EQ(second.err,
+            "quen-shs: " + sensor + "/data/M2S.fits exists already; use --force to replace the calibration there\n");
   EXPECT_EQ(QuenShs("calibrate --force " + Quoted(sensor)).out, written);
 }
 
@@ -153,7 +153,8 @@ TEST(CommandLine, ProgressIsShownOnATerminal) {
   const TempDir folder;
   ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
   // script(1) gives the command a terminal.
-  const Outcome outcome = quen::testing::Run("script -qec '" QUEN_SHS " loop --frames 200 " + folder.Path() + "' " + (folder / "typescript"));
+  const Outcome outcome = quen::testing::Run("script -qec '" QUEN_SHS " loop --frames 200 " + folder.Path() + "' " +
+                                             (folder / "typescript"));
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_NE(outcome.out.find(" of 200, "), std::string::npos) << outcome.out;
   EXPECT_NE(outcome.out.find(" s left"), std::string::npos) << outcome.out;

@@ -19,25 +19,36 @@ double NollsTable(int j, double x, double y) {
   const double r = std::hypot(x, y);
   const double theta = std::atan2(y, x);
   switch (j) {
-    case 2: return 2 * r * std::cos(theta);
-    case 3: return 2 * r * std::sin(theta);
-    case 4: return std::sqrt(3) * (2 * r * r - 1);
-    case 5: return std::sqrt(6) * r * r * std::sin(2 * theta);
-    case 6: return std::sqrt(6) * r * r * std::cos(2 * theta);
-    case 7: return std::sqrt(8) * (3 * r * r * r - 2 * r) * std::sin(theta);
-    case 8: return std::sqrt(8) * (3 * r * r * r - 2 * r) * std::cos(theta);
-    case 9: return std::sqrt(8) * r * r * r * std::sin(3 * theta);
-    case 10: return std::sqrt(8) * r * r * r * std::cos(3 * theta);
-    case 11: return std::sqrt(5) * (6 * r * r * r * r - 6 * r * r + 1);
-    default: return NAN;
+    case 2:
+      return 2 * r * std::cos(theta);
+    case 3:
+      return 2 * r * std::sin(theta);
+    case 4:
+      return std::sqrt(3) * (2 * r * r - 1);
+    case 5:
+      return std::sqrt(6) * r * r * std::sin(2 * theta);
+    case 6:
+      return std::sqrt(6) * r * r * std::cos(2 * theta);
+    case 7:
+      return std::sqrt(8) * (3 * r * r * r - 2 * r) * std::sin(theta);
+    case 8:
+      return std::sqrt(8) * (3 * r * r * r - 2 * r) * std::cos(theta);
+    case 9:
+      return std::sqrt(8) * r * r * r * std::sin(3 * theta);
+    case 10:
+      return std::sqrt(8) * r * r * r * std::cos(3 * theta);
+    case 11:
+      return std::sqrt(5) * (6 * r * r * r * r - 6 * r * r + 1);
+    default:
+      return NAN;
   }
 }
 
 TEST(Zernike, OrdersAreNolls) {
   // n and m of modes 1 to 22.
-  constexpr std::array<std::array<int, 2>, 22> kOrders = {{{0, 0}, {1, 1}, {1, 1}, {2, 0}, {2, 2}, {2, 2}, {3, 1}, {3, 1},
-                                                           {3, 3}, {3, 3}, {4, 0}, {4, 2}, {4, 2}, {4, 4}, {4, 4}, {5, 1},
-                                                           {5, 1}, {5, 3}, {5, 3}, {5, 5}, {5, 5}, {6, 0}}};
+  constexpr std::array<std::array<int, 2>, 22> kOrders = {
+      {{0, 0}, {1, 1}, {1, 1}, {2, 0}, {2, 2}, {2, 2}, {3, 1}, {3, 1}, {3, 3}, {3, 3}, {4, 0},
+       {4, 2}, {4, 2}, {4, 4}, {4, 4}, {5, 1}, {5, 1}, {5, 3}, {5, 3}, {5, 5}, {5, 5}, {6, 0}}};
   for (int j = 1; j <= 22; ++j) {
     EXPECT_EQ(NollOrders(j).n, kOrders[static_cast<std::size_t>(j - 1)][0]) << j;
     EXPECT_EQ(NollOrders(j).m, kOrders[static_cast<std::size_t>(j - 1)][1]) << j;
@@ -51,8 +62,10 @@ TEST(Zernike, GradientIsTheDerivativeOfNollsTable) {
   for (int j = 2; j <= 11; ++j) {
     for (const auto& [x, y] : {std::pair(0.3, -0.7), std::pair(-0.5, 0.1), std::pair(0.0, 0.4), std::pair(0.6, 0.0)}) {
       const Gradient gradient = ZernikeGradient(j, x, y);
-      EXPECT_NEAR(gradient.x, (NollsTable(j, x + kStep, y) - NollsTable(j, x - kStep, y)) / (2 * kStep), kTolerance) << j;
-      EXPECT_NEAR(gradient.y, (NollsTable(j, x, y + kStep) - NollsTable(j, x, y - kStep)) / (2 * kStep), kTolerance) << j;
+      EXPECT_NEAR(gradient.x, (NollsTable(j, x + kStep, y) - NollsTable(j, x - kStep, y)) / (2 * kStep), kTolerance)
+          << j;
+      EXPECT_NEAR(gradient.y, (NollsTable(j, x, y + kStep) - NollsTable(j, x, y - kStep)) / (2 * kStep), kTolerance)
+          << j;
     }
   }
 }
@@ -74,8 +87,8 @@ TEST(Zernike, MeanGradientIsThatOfADenseGrid) {
     Gradient sum{0, 0};
     for (int a = 0; a < kPoints; ++a) {
       for (int b = 0; b < kPoints; ++b) {
-        const Gradient gradient = ZernikeGradient(j, 0.4 + kSize * ((a + 0.5) / kPoints - 0.5),
-                                                  -0.6 + kSize * ((b + 0.5) / kPoints - 0.5));
+        const Gradient gradient =
+            ZernikeGradient(j, 0.4 + kSize * ((a + 0.5) / kPoints - 0.5), -0.6 + kSize * ((b + 0.5) / kPoints - 0.5));
         sum.x += gradient.x;
         sum.y += gradient.y;
       }
@@ -89,8 +102,9 @@ TEST(Zernike, MeanGradientIsThatOfADenseGrid) {
 TEST(Zernike, KolmogorovVariancesAreNolls) {
   // Residual after correction of the first J modes, J = 1 to 21: Noll's table IV, rounded to three digits there. Its
   // total for J = 1 counts all modes, so differences are compared.
-  const std::vector<double> residual = {1.0299, 0.582,  0.134,  0.111,  0.0880, 0.0648, 0.0587, 0.0525, 0.0463, 0.0401, 0.0377,
-                                        0.0352, 0.0328, 0.0304, 0.0279, 0.0267, 0.0255, 0.0243, 0.0232, 0.0220, 0.0208};
+  const std::vector<double> residual = {1.0299, 0.582,  0.134,  0.111,  0.0880, 0.0648, 0.0587,
+                                        0.0525, 0.0463, 0.0401, 0.0377, 0.0352, 0.0328, 0.0304,
+                                        0.0279, 0.0267, 0.0255, 0.0243, 0.0232, 0.0220, 0.0208};
   for (int j = 2; j <= 21; ++j) {
     const auto k = static_cast<std::size_t>(j);
     const double rounding = j <= 5 ? 1.1e-3 : 1.1e-4;

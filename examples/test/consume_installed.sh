@@ -1,0 +1,79 @@
+#!/bin/sh
+# Installs the build, then builds and runs hosts against the installed tree alone.
+#     consume_installed.sh BUILD_FOLDER SOURCE_FOLDER COMPILER
+set -eu
+build=$1
+source=$2
+compiler=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+# expect FILE TEXT: the file holds exactly this text.
+expect() {
+  printf '%s\n' "$2" >"$work/expected"
+  diff -u "$work/expected" "$1" || fail "other output than expected"
+}
+
+# readme_block LANGUAGE: the README's first code block in this language.
+readme_block() {
+  awk -v start="^\`\`\`$1\$" '$0 ~ start {inside = 1; next} /^```$/ && inside {exit} inside' "$source/README.md"
+}
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+pkg_config_path=$(dirname "$(find "$prefix" -name quen_shssim.pc)")
+library_path=$(dirname "$pkg_config_path")
+
+# What a host finds installed is what the source tree offers, and nothing else.
+(cd "$prefix/include/quen_shssim" && find . -type f | sort) >"$work/installed"
+(cd "$source" && find ./basesim ./common ./defs ./pim ./quen_image_processing ./shssim -name '*.hpp' -not -path '*/src/*' \
+  -not -path '*/test/*' | sort) >"$work/offered"
+diff -u "$work/offered" "$work/installed" || fail "installed headers differ from the public ones"
+
+"$prefix/bin/quen-shs" calibrate "$work/sensor" >/dev/null
+cd "$work"
+export CFGPATH="$work/sensor"
+expected='first used sub-aperture: x +0.496 y -0.260 pixels, flux 102954'
+
+# As a CMake project.
+cmake -S "$source/examples" -B by_cmake -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build by_cmake >/dev/null
+by_cmake/smallest_host >out
+expect out "$expected"
+fitsverify -q slopes.fits | grep -q '^verification OK' || fail "slopes.fits"
+
+# host SOURCE PROGRAM: built with pkg-config.
+host() {
+  # shellcheck disable=SC2046  # a list of words
+  "$compiler" -std=c++20 -O2 -Wall -Wextra -Werror -o "$2" "$1" \
+    $(PKG_CONFIG_PATH="$pkg_config_path" pkg-config --cflags --libs quen_shssim) -Wl,-rpath,"$library_path"
+}
+host "$source/examples/smallest_host.cpp" by_pkg_config
+./by_pkg_config >out
+expect out "$expected"
+
+# The README's example, with the output that it shows.
+readme_block cpp >readme.cpp
+host readme.cpp readme
+./readme >out
+expect out "$(readme_block text)"
+fitsverify -q frame.fits | grep -q '^verification OK' || fail "frame.fits"
+
+# Every public header on its own.
+for header in $(cd "$prefix/include/quen_shssim" && find . -name '*.hpp'); do
+  echo "#include \"$header\"" >alone.cpp
+  # shellcheck disable=SC2046  # a list of words
+  "$compiler" -std=c++20 -Wall -Wextra -Werror -fsyntax-only alone.cpp \
+    $(PKG_CONFIG_PATH="$pkg_config_path" pkg-config --cflags quen_shssim) || fail "$header alone"
+done
+
+# A host without a calibration is told where it was looked for.
+mkdir elsewhere && cd elsewhere
+if CFGPATH=/nowhere INTROOT='' ../by_pkg_config 2>err; then fail "ran without a calibration"; fi
+head -n 1 err | grep -qx 'Simulator can not initialize: FileSystem: Path or file data/M2S.fits not found, searched in:' ||
+  fail "$(cat err)"
