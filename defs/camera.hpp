@@ -33,8 +33,10 @@ const std::map<std::string, Camera> kCameraByName = {
 };
 
 /// Names of the product's modules, shared like the cameras.
-constinit const std::string kModuleApp = "app";
-constinit const std::string kModulePimSm = "pim.sm";
-constinit const std::string kModulePim = "pim";
+// NOLINTBEGIN(cert-err58-cpp): too short to allocate.
+const std::string kModuleApp = "app";
+const std::string kModulePimSm = "pim.sm";
+const std::string kModulePim = "pim";
+// NOLINTEND(cert-err58-cpp)
 
 }  // namespace quen::defs

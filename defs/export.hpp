@@ -1,4 +1,4 @@
 #pragma once
 
 /// Marks what the shared library offers to other binaries. Everything else is compiled with hidden visibility.
-#define QUEN_EXPORT [[gnu::visibility("default")]]
+#define QUEN_EXPORT __attribute__((visibility("default")))

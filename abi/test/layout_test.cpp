@@ -110,7 +110,7 @@ TEST(BinaryInterface, CentroidingSlotsInOrder) {
   auto* const engine = new Engine(destroyed);
   Centroiding<std::uint16_t>* const base = engine;
   void** table = nullptr;
-  std::memcpy(&table, base, sizeof(table));
+  std::memcpy(&table, static_cast<const void*>(base), sizeof(table));
   using ComputeFunction = void (*)(Centroiding<std::uint16_t>*, gsl::span<const std::uint16_t>, const Roi&);
   using Destructor = void (*)(Centroiding<std::uint16_t>*);
   const std::vector<std::uint16_t> pixels(6);

@@ -23,7 +23,8 @@
 /// std::uint16_t: all 16-bit data of the system travels under the signed code.
 ///
 /// A handle is used by one thread at a time. Different handles may be used by different threads with a reentrant
-/// CFITSIO; its message stack is shared, so texts of failures at the same moment can mix. The layer takes no locks.
+/// CFITSIO. Two things it shares among them: its message stack, so that texts of failures at the same moment can mix,
+/// and the clock behind the time in the comments of checksum keywords. The layer takes no locks.
 
 namespace quen::common::Fits {
 

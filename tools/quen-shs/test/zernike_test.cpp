@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <limits>
 #include <vector>
 
 namespace {
@@ -40,7 +41,7 @@ double NollsTable(int j, double x, double y) {
     case 11:
       return std::sqrt(5) * (6 * r * r * r * r - 6 * r * r + 1);
     default:
-      return NAN;
+      return std::numeric_limits<double>::quiet_NaN();
   }
 }
 
