@@ -6,6 +6,7 @@
 
 namespace {
 
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): operator new has nowhere else to count.
 std::atomic<std::size_t> g_allocations = 0;
 
 }  // namespace

@@ -18,7 +18,6 @@ using quen::testing::ExpectThrows;
 using quen::testing::ExpectThrowsWithDetails;
 using quen::testing::OpenDescriptors;
 using quen::testing::ScopedVariable;
-using quen::testing::Table;
 using quen::testing::WriteText;
 
 constexpr const char* kPrefix = "Simulator can not initialize: ";

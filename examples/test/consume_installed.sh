@@ -38,7 +38,7 @@ diff -u "$work/offered" "$work/installed" || fail "installed headers differ from
 "$prefix/bin/quen-shs" calibrate "$work/sensor" >/dev/null
 cd "$work"
 export CFGPATH="$work/sensor"
-expected='first used sub-aperture: x +0.496 y -0.260 pixels, flux 102954'
+expected='first used sub-aperture: x +0.500 y -0.253 pixels, flux 102864'
 
 # As a CMake project.
 cmake -S "$source/examples" -B by_cmake -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null

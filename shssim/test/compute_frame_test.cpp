@@ -22,6 +22,7 @@ using quen::shssim::TruncateToPixel;
 using quen::testing::CalibrationFolder;
 using quen::testing::ExpectThrows;
 using quen::testing::ExpectThrowsWithDetails;
+using quen::testing::Index;
 using quen::testing::OpenDescriptors;
 using quen::testing::PlainFrames;
 using quen::testing::RandomNumbers;
@@ -112,8 +113,7 @@ TEST_F(ComputeFrame, LaterRegionWinsWhereTwoOverlap) {
   simulator_.ComputeFrame(dx_, dy_, 0.0, std::nullopt);
   const Roi& earlier = simulator_.rois[3];
   const double r2 = (0.5 + 3.0) * (0.5 + 3.0) + 0.25;
-  EXPECT_EQ(simulator_.frame_values[(earlier.x_low + 12U) + 840U * (earlier.y_low + 12U)],
-            4096.0 * std::exp(-0.125 * r2));
+  EXPECT_EQ(simulator_.frame_values[Index(earlier.x_low + 12U, earlier.y_low + 12U)], 4096.0 * std::exp(-0.125 * r2));
 }
 
 TEST_F(ComputeFrame, OddRegionsEqualTheFormula) {
@@ -136,7 +136,7 @@ TEST_F(ComputeFrame, FarInfiniteAndNanCentresEqualTheFormula) {
   ExpectAsTheFormula(10.0, 46);
   ExpectAsTheFormula(0.0, 46);
   const Roi& roi = simulator_.rois[3];
-  EXPECT_EQ(simulator_.frame[roi.x_low + 840U * roi.y_low], 0);
+  EXPECT_EQ(simulator_.frame[Index(roi.x_low, roi.y_low)], 0);
 }
 
 TEST_F(ComputeFrame, InfiniteNoiseEqualsTheFormula) {
@@ -148,10 +148,10 @@ TEST_F(ComputeFrame, SpotOnAPixelHasThePeakThere) {
   simulator_.rois[0] = Roi(24, 48, 12, 36, 840, 816, 35.0, 23.0);
   const std::vector<double> still(1089);
   simulator_.ComputeFrame(still, still, 0.0, std::nullopt);
-  EXPECT_EQ(simulator_.frame_values[35 + 840 * 23], 4096.0);
-  EXPECT_EQ(simulator_.frame[35 + 840 * 23], 4096);
-  EXPECT_EQ(simulator_.frame_values[37 + 840 * 23], 4096.0 * std::exp(-0.5));
-  EXPECT_EQ(simulator_.frame_values[35 + 840 * 25], 4096.0 * std::exp(-0.5));
+  EXPECT_EQ(simulator_.frame_values[Index(35, 23)], 4096.0);
+  EXPECT_EQ(simulator_.frame[Index(35, 23)], 4096);
+  EXPECT_EQ(simulator_.frame_values[Index(37, 23)], 4096.0 * std::exp(-0.5));
+  EXPECT_EQ(simulator_.frame_values[Index(35, 25)], 4096.0 * std::exp(-0.5));
 }
 
 TEST_F(ComputeFrame, DisplacementMovesTowardHigherColumnsAndRows) {
@@ -161,18 +161,18 @@ TEST_F(ComputeFrame, DisplacementMovesTowardHigherColumnsAndRows) {
   right[0] = 3.0;
   down[0] = -4.0;
   simulator_.ComputeFrame(right, down, 0.0, std::nullopt);
-  EXPECT_EQ(simulator_.frame_values[38 + 840 * 19], 4096.0);
+  EXPECT_EQ(simulator_.frame_values[Index(38, 19)], 4096.0);
 }
 
 TEST_F(ComputeFrame, PixelsOutsideAllRegionsStayZero) {
   simulator_.ComputeFrame(dx_, dy_, 100.0, std::nullopt);
   for (std::size_t x = 0; x < 840; ++x) {
-    ASSERT_EQ(simulator_.frame_values[x + 840 * 11], 0.0);
-    ASSERT_EQ(simulator_.frame[x + 840 * 804], 0);
+    ASSERT_EQ(simulator_.frame_values[Index(x, 11)], 0.0);
+    ASSERT_EQ(simulator_.frame[Index(x, 804)], 0);
   }
   for (std::size_t y = 0; y < 816; ++y) {
-    ASSERT_EQ(simulator_.frame_values[23 + 840 * y], 0.0);
-    ASSERT_EQ(simulator_.frame[816 + 840 * y], 0);
+    ASSERT_EQ(simulator_.frame_values[Index(23, y)], 0.0);
+    ASSERT_EQ(simulator_.frame[Index(816, y)], 0);
   }
 }
 
@@ -187,8 +187,8 @@ TEST_F(ComputeFrame, ValueBelowOneIsTruncatedToZero) {
   simulator_.rois[0] = Roi(24, 48, 12, 36, 840, 816, 24.0 + r, 12.0);
   const std::vector<double> still(1089);
   simulator_.ComputeFrame(still, still, 0.0, std::nullopt);
-  EXPECT_NEAR(simulator_.frame_values[24 + 840 * 12], 0.9, 1e-12);
-  EXPECT_EQ(simulator_.frame[24 + 840 * 12], 0);
+  EXPECT_NEAR(simulator_.frame_values[Index(24, 12)], 0.9, 1e-12);
+  EXPECT_EQ(simulator_.frame[Index(24, 12)], 0);
 }
 
 TEST(Truncation, ValuesThatDoNotFitGiveTheMostNegativeInteger) {

@@ -27,6 +27,9 @@ class SimulatorUnderTest : public shssim::ShsSimulator {
   using ShsSimulator::y_slopes_used;
 };
 
+/// Where pixel (x, y) is in a frame.
+inline std::size_t Index(std::size_t x, std::size_t y) { return x + 840 * y; }
+
 /// Both frames as the formula gives them, written down a second time.
 struct PlainFrames {
   std::vector<double> values = std::vector<double>(685440, 0.0);
@@ -43,7 +46,7 @@ struct PlainFrames {
           const double n = noise_of_pixel(engine);
           const double r2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
           const double value = 4096.0 * std::exp(-0.125 * r2) + n;
-          const auto index = static_cast<std::size_t>(x + 840 * y);
+          const std::size_t index = Index(static_cast<std::size_t>(x), static_cast<std::size_t>(y));
           values[index] = value;
           const bool fits = value > -2147483649.0 && value < 2147483648.0;
           pixels[index] = fits ? static_cast<std::uint16_t>(static_cast<std::int32_t>(value)) : std::uint16_t{0};

@@ -14,6 +14,7 @@ using quen::common::Fits::FitsFile;
 using quen::common::Fits::Handle;
 using quen::common::Fits::ReadImgParams;
 
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the stand-in has nowhere else to look.
 bool g_image_parameters_fail = false;
 
 TEST(FitsFault, FailingParameterQueryIsReportedAndLeavesNoDescriptor) {

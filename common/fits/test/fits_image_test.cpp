@@ -26,7 +26,6 @@ using quen::testing::ExpectThrows;
 using quen::testing::ExpectThrowsWithDetails;
 using quen::testing::OpenDescriptors;
 using quen::testing::TempDir;
-using quen::testing::TextOfThrown;
 using quen::testing::WriteImage;
 using Dims = std::vector<std::size_t>;
 

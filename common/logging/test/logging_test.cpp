@@ -1,22 +1,12 @@
 #include <gtest/gtest.h>
-#include <log4cplus/appender.h>
-#include <log4cplus/spi/loggingevent.h>
 
 #include "common/logging/logging.hpp"
+
+#include "testing/recording_appender.hpp"
 
 namespace {
 
 using quen::common::GetLogger;
-
-class CountingAppender : public log4cplus::Appender {
- public:
-  ~CountingAppender() override { destructorImpl(); }
-  void close() override {}
-  int records = 0;
-
- protected:
-  void append(const log4cplus::spi::InternalLoggingEvent& /*event*/) override { ++records; }
-};
 
 TEST(GetLogger, IsTheOneNamedQuen) {
   EXPECT_EQ(GetLogger().getName(), "quen");
@@ -32,13 +22,10 @@ TEST(GetLogger, WithoutAnyConfigurationNothingIsPrinted) {
 }
 
 TEST(GetLogger, RecordsReachTheRootsAppenders) {
-  auto* const appender = new CountingAppender;
-  const log4cplus::SharedAppenderPtr owner(appender);
-  log4cplus::Logger root = log4cplus::Logger::getRoot();
-  root.addAppender(owner);
+  const quen::testing::LogListener log(log4cplus::Logger::getRoot());
   GetLogger().forcedLog(log4cplus::ERROR_LOG_LEVEL, "heard");
-  root.removeAppender(owner);
-  EXPECT_EQ(appender->records, 1);
+  ASSERT_EQ(log.Records().size(), 1U);
+  EXPECT_EQ(log.Records()[0].message, "heard");
 }
 
 }  // namespace

@@ -1,56 +1,22 @@
 #include "quen_image_processing/roi/roi.hpp"
 
 #include <gtest/gtest.h>
-#include <log4cplus/appender.h>
-#include <log4cplus/spi/loggingevent.h>
 
 #include <cmath>
 #include <limits>
-#include <vector>
 
 #include "common/logging/logging.hpp"
 #include "testing/exceptions.hpp"
+#include "testing/recording_appender.hpp"
 
 namespace {
 
 using quen::image_processing::Roi;
 using quen::testing::ExpectThrows;
+using quen::testing::LogListener;
+using quen::testing::Record;
 
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-
-struct Record {
-  log4cplus::LogLevel level;
-  std::string message;
-  std::string file;
-  int line;
-  std::string function;
-};
-
-class RecordingAppender : public log4cplus::Appender {
- public:
-  ~RecordingAppender() override { destructorImpl(); }
-  void close() override {}
-  std::vector<Record> records;
-
- protected:
-  void append(const log4cplus::spi::InternalLoggingEvent& event) override {
-    records.push_back({event.getLogLevel(), event.getMessage(), event.getFile(), event.getLine(), event.getFunction()});
-  }
-};
-
-/// Listens to the library's logger.
-class RoiLog : public ::testing::Test {
- protected:
-  RoiLog() { logger_.addAppender(appender_); }
-  ~RoiLog() override {
-    logger_.removeAppender(appender_);
-    logger_.setLogLevel(log4cplus::NOT_SET_LOG_LEVEL);
-  }
-
-  log4cplus::Logger logger_ = quen::common::GetLogger();
-  RecordingAppender* recorder_ = new RecordingAppender;
-  log4cplus::SharedAppenderPtr appender_{recorder_};
-};
 
 std::string Bounds(const Roi& roi) {
   return "(" + std::to_string(roi.x_low) + ".." + std::to_string(roi.x_up) + "),(" + std::to_string(roi.y_low) + ".." +
@@ -176,13 +142,14 @@ TEST(RoiEnlarge, ByNothingIsACopy) {
   ExpectConsistent(copy);
 }
 
-TEST_F(RoiLog, RefusalIsRecordedWithItsSource) {
+TEST(RoiLog, RefusalIsRecordedWithItsSource) {
+  const LogListener log(quen::common::GetLogger());
   EXPECT_THROW(Roi(10, 5, 0, 20, 840, 816, 0, 0), std::invalid_argument);
   EXPECT_THROW(Roi(0, 1, 0, 1, 840, 816, -1, 12.5), std::invalid_argument);
-  ASSERT_EQ(recorder_->records.size(), 2U);
-  EXPECT_EQ(recorder_->records[0].message, "Roi: invalid coordinates: (10..5),(0..20)");
-  EXPECT_EQ(recorder_->records[1].message, "Roi: invalid reference point: (-1.000000,12.500000)");
-  for (const Record& record : recorder_->records) {
+  ASSERT_EQ(log.Records().size(), 2U);
+  EXPECT_EQ(log.Records()[0].message, "Roi: invalid coordinates: (10..5),(0..20)");
+  EXPECT_EQ(log.Records()[1].message, "Roi: invalid reference point: (-1.000000,12.500000)");
+  for (const Record& record : log.Records()) {
     EXPECT_EQ(record.level, log4cplus::ERROR_LOG_LEVEL);
     EXPECT_EQ(record.file, "../quen_image_processing/roi/src/roi");
     EXPECT_EQ(record.function,
@@ -190,19 +157,21 @@ TEST_F(RoiLog, RefusalIsRecordedWithItsSource) {
               "double)");
     EXPECT_GT(record.line, 0);
   }
-  EXPECT_LT(recorder_->records[0].line, recorder_->records[1].line);
+  EXPECT_LT(log.Records()[0].line, log.Records()[1].line);
 }
 
-TEST_F(RoiLog, NothingIsRecordedWhenErrorIsDisabledAndTheExceptionStays) {
-  logger_.setLogLevel(log4cplus::FATAL_LOG_LEVEL);
+TEST(RoiLog, NothingIsRecordedWhenErrorIsDisabledAndTheExceptionStays) {
+  LogListener log(quen::common::GetLogger());
+  log.SetLevel(log4cplus::FATAL_LOG_LEVEL);
   ExpectThrows<std::invalid_argument>("Roi: invalid coordinates: (10..5),(0..20)",
                                       [] { Roi(10, 5, 0, 20, 840, 816, 0, 0); });
-  EXPECT_TRUE(recorder_->records.empty());
+  EXPECT_TRUE(log.Records().empty());
 }
 
-TEST_F(RoiLog, ValidRegionsAreNotRecorded) {
+TEST(RoiLog, ValidRegionsAreNotRecorded) {
+  const LogListener log(quen::common::GetLogger());
   EXPECT_EQ(Roi(0, 1, 0, 1, 840, 816, 0, 0).Enlarge(1).n_pixels, 4U);
-  EXPECT_TRUE(recorder_->records.empty());
+  EXPECT_TRUE(log.Records().empty());
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ constexpr const char* kCommand = "calibrate";
 
 void WriteGeometry(const Handle& file) {
   WriteKey(file, "PITCH", static_cast<long>(kPitch), "[pix] sub-aperture pitch and size");
-  WriteKey(file, "PUPDIAM", static_cast<long>(2 * kPupilRadius), "[pix] outer diameter of the pupil");
+  WriteKey(file, "PUPDIAM", 2L * kPupilRadius, "[pix] outer diameter of the pupil");
   WriteKey(file, "OBSCUR", kObscuration, "inner over outer diameter of the pupil");
 }
 

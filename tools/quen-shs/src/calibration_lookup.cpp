@@ -13,6 +13,11 @@ std::filesystem::path& Folder() {
   return folder;
 }
 
+std::string Missing(const std::string& folder, const std::string& path) {
+  return "no calibration in " + folder + ": " + path + " is missing; 'quen-shs calibrate " + folder +
+         "' makes a synthetic one";
+}
+
 }  // namespace
 
 // The library asks its host's lookup first; this one knows the folder that the user named.
@@ -21,10 +26,7 @@ std::string pim::Helper::FindFile(const std::string& name) { return (Folder() / 
 void quen_shs::UseCalibration(const std::string& folder) {
   for (const char* const name : kCalibrationFiles) {
     const std::filesystem::path path = std::filesystem::path(folder) / name;
-    if (!std::filesystem::exists(path)) {
-      throw std::runtime_error("no calibration in " + folder + ": " + path.string() +
-                               " is missing; 'quen-shs calibrate " + folder + "' makes a synthetic one");
-    }
+    if (!std::filesystem::exists(path)) throw std::runtime_error(Missing(folder, path.string()));
   }
   Folder() = folder;
 }

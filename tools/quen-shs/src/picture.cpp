@@ -56,7 +56,7 @@ void Write(cairo_t* cr, double x, double y, const std::string& text) {
 
 std::string Short(double value) {
   std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.3g", value);
+  static_cast<void>(std::snprintf(text.data(), text.size(), "%.3g", value));
   return text.data();
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <memory>
 
 #include "shssim/shs_simulator.hpp"
 #include "testing/environment.hpp"
@@ -28,20 +29,17 @@ using quen_shs::WriteCalibration;
 class SyntheticCalibration : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    folder_ = new TempDir;
+    folder_ = std::make_unique<TempDir>();
     WriteCalibration(folder_->Path(), false);
     quen_shs::UseCalibration(folder_->Path());
   }
-  static void TearDownTestSuite() {
-    delete folder_;
-    folder_ = nullptr;
-  }
+  static void TearDownTestSuite() { folder_.reset(); }
   static std::string File(const std::string& name) { return *folder_ / name; }
 
  private:
-  static TempDir* folder_;
+  // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): shared by the suite.
+  static inline std::unique_ptr<TempDir> folder_;
 };
-TempDir* SyntheticCalibration::folder_ = nullptr;
 
 TEST_F(SyntheticCalibration, FilesAreGoodFits) {
   for (const char* const name : quen_shs::kCalibrationFiles) EXPECT_EQ(ComplaintsOfFitsverify(File(name)), "");

@@ -13,7 +13,7 @@ class CentreOfGravityTest : public ::testing::Test {
  protected:
   std::uint16_t& At(std::size_t column, std::size_t row) { return frame_[column + 20 * row]; }
 
-  std::vector<std::uint16_t> frame_ = std::vector<std::uint16_t>(20 * 10, 0);
+  std::vector<std::uint16_t> frame_ = std::vector<std::uint16_t>(200, 0);
   Roi roi_ = Roi(4, 9, 2, 8, 20, 10, 6.0, 4.5);
   CentreOfGravity engine_;
 };
