@@ -39,6 +39,7 @@ quen_add_test(
           shssim/test/compute_slopes_test.cpp
           testing/allocations.cpp
   LIBRARIES quen_shssim_static)
+quen_add_test(random_fault_test SOURCES common/random/test/random_fault_test.cpp LIBRARIES quen_shssim_static)
 quen_add_test(fits_fault_test SOURCES common/fits/test/fits_fault_test.cpp LIBRARIES quen_shssim_static ${CMAKE_DL_LIBS})
 
 # --- The shared library as its hosts see it.

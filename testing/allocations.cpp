@@ -13,6 +13,7 @@ std::atomic<std::size_t> g_allocations = 0;
 
 std::size_t quen::testing::Allocations() { return g_allocations; }
 
+// NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory): this is where memory comes from.
 void* operator new(std::size_t size) {
   ++g_allocations;
   if (void* const memory = std::malloc(size == 0 ? 1 : size); memory != nullptr) return memory;
@@ -20,4 +21,5 @@ void* operator new(std::size_t size) {
 }
 
 void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
+// NOLINTEND(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)

@@ -49,8 +49,10 @@ Calibration::Calibration()
             {"y_ref", "D", {}}}},
       rois_used{"rois_used", {{"is_used", "B", {}}}} {
   for (std::size_t i = 0; i < kNumRois; ++i) {
-    const double x = 24.0 + 24.0 * static_cast<double>(i % 33);
-    const double y = 12.0 + 24.0 * static_cast<double>(i / 33);
+    const std::size_t column = i % 33;
+    const std::size_t row = i / 33;
+    const auto x = static_cast<double>(24 + 24 * column);
+    const auto y = static_cast<double>(12 + 24 * row);
     rois["x_low"].push_back(x);
     rois["x_up"].push_back(x + 24.0);
     rois["x_ref"].push_back(x + 11.5);

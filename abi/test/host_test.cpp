@@ -34,6 +34,7 @@ class Brightest : public quen::image_processing::Centroiding<std::uint16_t> {
 TEST(Host, NamesTheEngineFromSeveralThreads) {
   std::set<const std::mt19937*> engines;
   std::vector<std::thread> threads;
+  threads.reserve(4);
   std::mutex mutex;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
@@ -87,6 +88,7 @@ TEST(Host, MeasuresWhatItRenders) {
 TEST(Host, SimulatorsInSeveralThreadsDoNotMeet) {
   const quen::testing::CalibrationFolder folder;
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&, i] {
       quen::shssim::ShsSimulator simulator;

@@ -104,6 +104,7 @@ class Engine : public Centroiding<std::uint16_t> {
   bool& destroyed_;
 };
 
+// NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast,cppcoreguidelines-owning-memory): looks at the memory itself.
 TEST(BinaryInterface, CentroidingSlotsInOrder) {
   // The virtual table: complete and deleting destructor, then Compute.
   bool destroyed = false;
@@ -134,5 +135,6 @@ TEST(BinaryInterface, CentroidingResultsInOrder) {
   EXPECT_EQ(offset(base.y), 24);
   EXPECT_EQ(sizeof(Base), 32U);
 }
+// NOLINTEND(cppcoreguidelines-pro-type-reinterpret-cast,cppcoreguidelines-owning-memory)
 
 }  // namespace

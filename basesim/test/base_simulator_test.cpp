@@ -264,7 +264,7 @@ TEST(BaseSimulator, UnreadableFileIsWrappedWithCfitsiosWords) {
 
 TEST(BaseSimulator, TruncatedMatrixIsWrapped) {
   const CalibrationFolder folder;
-  std::filesystem::resize_file(folder / "data/M2S.fits", 2880 * 20);
+  std::filesystem::resize_file(folder / "data/M2S.fits", 57600);
   ClearMessages();
   ExpectThrowsWithDetails<std::runtime_error>(kPrefix + std::string("Fits: Error reading image: "),
                                               [] { BaseSimulator(); });

@@ -18,6 +18,7 @@ TEST(Camera, TableHoldsTheEightNamesInOrder) {
                                                                       {"IMG_PDS", 3}, {"WFS_GP1", 4}, {"WFS_GP2", 5},
                                                                       {"WFS_GP3", 6}, {"WFS_PDS", 7}};
   std::vector<std::pair<std::string, std::int32_t>> actual;
+  actual.reserve(kCameraByName.size());
   for (const auto& [name, camera] : kCameraByName) actual.emplace_back(name, static_cast<std::int32_t>(camera));
   EXPECT_EQ(actual, expected);
 }

@@ -59,7 +59,7 @@ std::string FindFile(const std::string& name, const std::vector<std::string>& di
 }
 
 std::string FindFileOrThrow(const std::string& name, const std::vector<std::string>& directories) {
-  const std::string found = FindFile(name, directories);
+  std::string found = FindFile(name, directories);
   if (!found.empty()) return found;
   throw std::runtime_error("FileSystem: Path or file " + name + " not found, searched in:\n" +
                            PlacesSearched(directories));

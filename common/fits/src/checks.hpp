@@ -16,10 +16,10 @@ inline std::size_t ElementCount(const std::vector<std::size_t>& shape) {
   return count;
 }
 
-inline void CheckBuffer(std::size_t needed, std::size_t count) {
-  if (count < needed) {
+inline void CheckBuffer(std::size_t needed, std::size_t available) {
+  if (available < needed) {
     throw std::invalid_argument("Fits: Provided buffer is too small, expected at least: " + std::to_string(needed) +
-                                " , acctual: " + std::to_string(count));
+                                " , acctual: " + std::to_string(available));
   }
 }
 

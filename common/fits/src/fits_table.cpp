@@ -63,7 +63,8 @@ TableParams ReadTableParams(const Handle& handle, const std::optional<std::strin
     columns.push_back(std::move(params));
     if (column) break;
   }
-  return {{columns.size(), static_cast<unsigned long>(row_count)}, std::move(columns)};
+  std::vector<unsigned long> shape = {columns.size(), static_cast<unsigned long>(row_count)};
+  return {std::move(shape), std::move(columns)};
 }
 
 std::size_t ReadColumnPriv(const Handle& handle, void* buffer, std::size_t capacity, int datatype,

@@ -35,11 +35,12 @@ TEST(FitsFault, FailingParameterQueryIsReportedAndLeavesNoDescriptor) {
 
 }  // namespace
 
-extern "C" int ffgipr(fitsfile* file, int max_axes, int* bitpix, int* axes, long* lengths, int* status) {
+extern "C" int ffgipr(fitsfile* fptr, int maxaxis, int* imgtype, int* naxis, long* naxes, int* status) {
   if (g_image_parameters_fail) {
     fits_write_errmsg("stand-in");
     return *status = NULL_INPUT_PTR;
   }
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): what dlsym returns.
   static const auto real = reinterpret_cast<decltype(&ffgipr)>(dlsym(RTLD_NEXT, "ffgipr"));
-  return real(file, max_axes, bitpix, axes, lengths, status);
+  return real(fptr, maxaxis, imgtype, naxis, naxes, status);
 }

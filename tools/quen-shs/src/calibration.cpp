@@ -129,6 +129,7 @@ std::vector<std::string> WriteCalibration(const std::string& folder, bool force)
   const Matrix cm = m2s.completeOrthogonalDecomposition().pseudoInverse();
 
   std::vector<StagedFile> files;
+  files.reserve(kCalibrationFiles.size());
   for (const char* const name : kCalibrationFiles) {
     files.emplace_back((std::filesystem::path(folder) / name).string());
   }

@@ -34,9 +34,7 @@ std::string Reason(const std::exception& error) {
   return "cannot make " + file_error->path1().string() + ": " + file_error->code().message();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   CLI::App app("Simulates a Shack-Hartmann wavefront sensor: makes a calibration, closes a control loop on it.");
   app.name("quen-shs");
   app.set_version_flag("--version", "quen-shs " QUEN_VERSION);
@@ -87,15 +85,21 @@ int main(int argc, char** argv) {
     return code == 0 ? 0 : kWrongUsage;
   }
 
-  try {
-    if (calibrate->parsed()) {
-      quen_shs::Calibrate(folder, force);
-    } else {
-      quen_shs::Loop(folder, output.empty() ? (std::filesystem::path(folder) / "loop").string() : output, options);
-    }
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "quen-shs: %s\n", Reason(error).c_str());
-    return kFailed;
+  if (calibrate->parsed()) {
+    quen_shs::Calibrate(folder, force);
+  } else {
+    quen_shs::Loop(folder, output.empty() ? (std::filesystem::path(folder) / "loop").string() : output, options);
   }
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& error) {
+    static_cast<void>(std::fprintf(stderr, "quen-shs: %s\n", Reason(error).c_str()));
+    return kFailed;
+  }
 }

@@ -155,7 +155,7 @@ class Axes {
 
   void Draw(cairo_t* cr) const {
     cairo_set_line_width(cr, 1.0);
-    for (double decade = std::floor(bottom_); decade <= top_; ++decade) {
+    for (int decade = static_cast<int>(std::floor(bottom_)); decade <= top_; ++decade) {
       for (const double digit : {1.0, 2.0, 5.0}) DrawLevel(cr, digit * std::pow(10.0, decade));
     }
     for (const double share : {0.0, 0.25, 0.5, 0.75, 1.0}) {

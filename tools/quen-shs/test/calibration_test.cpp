@@ -68,8 +68,10 @@ TEST_F(SyntheticCalibration, RegionsAreTheGrids) {
   const auto y_up = ColumnReadByAstropy(path, "rois", "y_up");
   const auto y_ref = ColumnReadByAstropy(path, "rois", "y_ref");
   for (std::size_t i = 0; i < 1089; ++i) {
-    ASSERT_EQ(x_low[i], 24.0 + 24.0 * static_cast<double>(i % 33));
-    ASSERT_EQ(y_low[i], 12.0 + 24.0 * static_cast<double>(i / 33));
+    const std::size_t column = i % 33;
+    const std::size_t row = i / 33;
+    ASSERT_EQ(x_low[i], static_cast<double>(24 + 24 * column));
+    ASSERT_EQ(y_low[i], static_cast<double>(12 + 24 * row));
     ASSERT_EQ(x_up[i], x_low[i] + 24);
     ASSERT_EQ(y_up[i], y_low[i] + 24);
     ASSERT_EQ(x_ref[i], x_low[i] + 11.5);
