@@ -14,6 +14,9 @@
 ///     quen::common::random::detail::MersenneTwisterEngine().seed(42);
 ///
 /// and can record or restore the whole state by copying the engine.
+///
+/// Should the entropy source fail, the thread's first access throws, and its engine is then unseeded: the thread must
+/// not draw from it before it has seeded the engine itself.
 
 namespace quen::common::random::detail {
 
