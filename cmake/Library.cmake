@@ -23,10 +23,14 @@ target_sources(
           common/fits/src/status.cpp
           common/logging/src/logging.cpp
           common/random/src/random.cpp
+          common/random/src/uniform_stream.cpp
+          common/simd/src/level.cpp
           pim/src/helper.cpp
           quen_image_processing/roi/src/roi.cpp
+          shssim/src/render_frame.cpp
           shssim/src/shs_simulator.cpp
-          shssim/src/slope_file.cpp)
+          shssim/src/slope_file.cpp
+          shssim/src/spot_kernel.cpp)
 set_target_properties(
   quen_shssim_objects
   PROPERTIES POSITION_INDEPENDENT_CODE ON
@@ -34,6 +38,9 @@ set_target_properties(
              VISIBILITY_INLINES_HIDDEN ON)
 # Bad arguments end the process through these assertions, in every build type.
 target_compile_definitions(quen_shssim_objects PRIVATE _GLIBCXX_ASSERTIONS)
+# The compiler may evaluate both sides of a condition, which vectorising needs. Values do not change.
+set_source_files_properties(shssim/src/spot_kernel.cpp common/random/src/uniform_stream.cpp
+                            PROPERTIES COMPILE_OPTIONS -fno-trapping-math)
 # Frames are the formula's, bit for bit.
 target_compile_options(quen_shssim_objects PRIVATE -fno-fast-math -ffp-contract=off)
 target_include_directories(quen_shssim_objects PUBLIC ${PROJECT_SOURCE_DIR})

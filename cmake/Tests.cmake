@@ -32,11 +32,13 @@ quen_add_test(
           common/fits/test/fits_table_test.cpp
           common/logging/test/logging_test.cpp
           common/random/test/random_test.cpp
+          common/random/test/uniform_stream_test.cpp
           defs/test/camera_test.cpp
           pim/test/helper_test.cpp
           quen_image_processing/roi/test/roi_test.cpp
           shssim/test/compute_frame_test.cpp
           shssim/test/compute_slopes_test.cpp
+          shssim/test/render_frame_test.cpp
           testing/allocations.cpp
   LIBRARIES quen_shssim_static)
 quen_add_test(random_fault_test SOURCES common/random/test/random_fault_test.cpp LIBRARIES quen_shssim_static)

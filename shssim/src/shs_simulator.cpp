@@ -1,15 +1,14 @@
 #include "shssim/shs_simulator.hpp"
 
 #include <algorithm>
-#include <cmath>
-#include <random>
 #include <stdexcept>
 
 #include "common/fits/fits.hpp"
 #include "common/random/random.hpp"
+#include "common/simd/level.hpp"
 #include "defs/camera.hpp"
+#include "shssim/src/render_frame.hpp"
 #include "shssim/src/slope_file.hpp"
-#include "shssim/src/truncation.hpp"
 
 namespace quen::shssim {
 namespace {
@@ -18,9 +17,6 @@ using basesim::kFrameHeight;
 using basesim::kFrameWidth;
 using basesim::kNumRois;
 using basesim::kNumSlopes;
-using image_processing::Roi;
-
-double Square(double value) { return value * value; }
 
 }  // namespace
 
@@ -40,22 +36,8 @@ void ShsSimulator::ComputeFrame(gsl::span<const double> dx, gsl::span<const doub
   if (dx.size() != kNumRois || dy.size() != kNumRois || rois.size() != kNumRois) {
     throw std::invalid_argument("ShsSimulator::ComputeFrame: incompatible configuration");
   }
-  std::mt19937& engine = common::random::detail::MersenneTwisterEngine();
-  for (std::size_t i = 0; i < kNumRois; ++i) {
-    const Roi& roi = rois[i];
-    const double cx = roi.x_ref + dx[i];
-    const double cy = roi.y_ref + dy[i];
-    for (std::size_t y = roi.y_low; y < roi.y_up; ++y) {
-      for (std::size_t x = roi.x_low; x < roi.x_up; ++x) {
-        // Made per pixel: a bad noise must not matter where no pixel is drawn.
-        const double n = std::uniform_real_distribution<double>(-noise, noise)(engine);
-        const double r2 = Square(static_cast<double>(x) - cx) + Square(static_cast<double>(y) - cy);
-        const double value = kSpotPeak * std::exp(-0.125 * r2) + n;
-        frame_values[x + kFrameWidth * y] = value;
-        frame[x + kFrameWidth * y] = TruncateToPixel(value);
-      }
-    }
-  }
+  RenderFrame(common::simd::Best(), rois, dx, dy, noise, common::random::detail::MersenneTwisterEngine(),
+              {frame_values, frame});
   if (path) {
     const common::Fits::Handle file = common::Fits::FitsFileWrite(*path, true, std::nullopt);
     common::Fits::WriteImgPriv(file, frame.data(), frame.size(), SHORT_IMG, TSHORT, {kFrameWidth, kFrameHeight});

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <limits>
 
 namespace quen::shssim {
 
@@ -9,8 +8,9 @@ namespace quen::shssim {
 /// processor's own conversion does.
 inline std::int32_t TruncateToInt32(double value) {
   constexpr double kBeyond = 2147483648.0;  // 2³¹
-  const bool fits = value > -kBeyond - 1.0 && value < kBeyond;
-  return fits ? static_cast<std::int32_t>(value) : std::numeric_limits<std::int32_t>::min();
+  // Two selections, so that loops over pixels vectorise. The first takes care of NaN.
+  const double below = value < kBeyond ? value : -kBeyond;
+  return static_cast<std::int32_t>(below > -kBeyond - 1.0 ? below : -kBeyond);
 }
 
 /// The low 16 bits of the value truncated to a 32-bit integer: neither rounded nor clamped.

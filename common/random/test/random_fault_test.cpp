@@ -57,8 +57,7 @@ TEST_F(EntropySource, FailureLeavesComputeFrame) {
     quen::shssim::ShsSimulator simulator;
     const std::vector<double> still(1089);
     g_fails = true;
-    ExpectThrows<std::runtime_error>("no entropy",
-                                     [&] { simulator.ComputeFrame(still, still, 0.0, std::nullopt); });
+    ExpectThrows<std::runtime_error>("no entropy", [&] { simulator.ComputeFrame(still, still, 0.0, std::nullopt); });
   }).join();
 }
 

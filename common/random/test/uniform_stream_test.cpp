@@ -1,0 +1,162 @@
+#include "common/random/uniform_stream.hpp"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <sstream>
+#include <vector>
+
+#include "common/random/random.hpp"
+
+namespace {
+
+using quen::common::random::FillUniform;
+using quen::common::random::UniformStream;
+using quen::common::simd::IsAvailable;
+using quen::common::simd::Level;
+using quen::common::simd::Name;
+
+/// Each level that this processor can run.
+class UniformStreamTest : public ::testing::TestWithParam<Level> {
+ protected:
+  void SetUp() override {
+    if (!IsAvailable(GetParam())) GTEST_SKIP() << "no " << Name(GetParam()) << " here";
+  }
+};
+
+double Canonical(std::mt19937& engine) { return std::generate_canonical<double, 53>(engine); }
+
+/// Draws `count` numbers in steps of `step` and expects those of the standard library, and its engine after.
+void ExpectStandard(Level level, std::mt19937 engine, std::size_t count, std::size_t step) {
+  std::mt19937 expected = engine;
+  UniformStream stream(level, engine, count);
+  for (std::size_t done = 0; done < count;) {
+    const std::size_t now = std::min(step, count - done);
+    const double* const numbers = stream.Take(now);
+    for (std::size_t k = 0; k < now; ++k) ASSERT_EQ(numbers[k], Canonical(expected)) << done + k;
+    done += now;
+  }
+  stream.Return();
+  ASSERT_TRUE(engine == expected);
+}
+
+TEST_P(UniformStreamTest, GivesTheStandardsNumbersFromEveryPosition) {
+  for (unsigned long long position = 0; position <= 1249; ++position) {
+    std::mt19937 engine(static_cast<std::uint32_t>(position));
+    engine.discard(position);
+    ExpectStandard(GetParam(), engine, 330, 33);
+  }
+}
+
+TEST_P(UniformStreamTest, GivesTheStandardsNumbersInStepsOfAnySize) {
+  const std::size_t most = UniformStream::kMaxTake;
+  for (const std::size_t step : {std::size_t{1}, std::size_t{3}, std::size_t{7}, std::size_t{24}, std::size_t{64}, most}) {
+    for (const std::size_t count : {std::size_t{0}, std::size_t{1}, std::size_t{311}, std::size_t{312}, std::size_t{313},
+                                    std::size_t{1023}, std::size_t{1024}, std::size_t{1025}, std::size_t{5000}}) {
+      ExpectStandard(GetParam(), std::mt19937(3), count, step);
+    }
+  }
+}
+
+TEST_P(UniformStreamTest, MillionsOfNumbersAreTheStandards) {
+  ExpectStandard(GetParam(), std::mt19937(11), 3000000, 576);
+}
+
+TEST_P(UniformStreamTest, SkippingIsDrawing) {
+  for (const std::size_t before : {std::size_t{0}, std::size_t{5}}) {
+    for (const std::size_t skipped : {std::size_t{0}, std::size_t{1}, std::size_t{312}, std::size_t{2000}}) {
+      std::mt19937 engine(7);
+      engine.discard(1);
+      std::mt19937 expected = engine;
+      expected.discard(2 * (before + skipped));
+      UniformStream stream(GetParam(), engine, before + skipped + 1);
+      stream.Take(before);
+      stream.Skip(skipped);
+      EXPECT_EQ(*stream.Take(1), Canonical(expected));
+      stream.Return();
+      EXPECT_TRUE(engine == expected);
+    }
+  }
+}
+
+TEST_P(UniformStreamTest, NothingDrawnLeavesTheEngine) {
+  std::mt19937 engine(7);
+  engine.discard(624);
+  const std::mt19937 before = engine;
+  UniformStream stream(GetParam(), engine, 0);
+  stream.Return();
+  EXPECT_TRUE(engine == before);
+}
+
+/// The word of the state whose output is `z`.
+std::uint32_t Untempered(std::uint32_t z) {
+  z ^= z >> 18U;
+  z ^= (z << 15U) & 0xefc60000U;
+  for (std::uint32_t y = z, i = 0; i < 5; ++i) z = y ^ ((z << 7U) & 0x9d2c5680U);
+  for (std::uint32_t y = z, i = 0; i < 3; ++i) z = y ^ (z >> 11U);
+  return z;
+}
+
+/// An engine at position 0 whose first outputs are these; its state is read as text, as the standard lays it down.
+std::mt19937 EngineGiving(const std::vector<std::uint32_t>& outputs) {
+  std::ostringstream state;
+  for (std::size_t k = 0; k < 624; ++k) state << Untempered(outputs[k % outputs.size()]) << ' ';
+  state << 0;
+  std::istringstream text(state.str());
+  std::mt19937 engine;
+  text >> engine;
+  return engine;
+}
+
+TEST_P(UniformStreamTest, RoundsAndClampsAsTheStandard) {
+  constexpr std::uint32_t kMax = std::numeric_limits<std::uint32_t>::max();
+  // The largest values round to 1 and are clamped; others lie halfway between doubles.
+  const std::vector<std::uint32_t> outputs = {kMax, kMax, 0x3ff, kMax, 0x400, kMax, 0xbff, kMax, 0xc00, kMax, 0, 0,
+                                              1,    0,    0,     1,    kMax,  0,    0,     kMax, 1025,  1u << 31U, 1024, 1u << 31U};
+  std::mt19937 check = EngineGiving(outputs);
+  for (const std::uint32_t output : outputs) ASSERT_EQ(check(), output);
+  std::mt19937 first = EngineGiving(outputs);
+  ASSERT_EQ(Canonical(first), 0x1.fffffffffffffp-1);
+  ExpectStandard(GetParam(), EngineGiving(outputs), 312, 24);
+}
+
+TEST_P(UniformStreamTest, TheEnginesTextIsWhatTheLayoutSays) {
+  // The state after many draws, written by the standard library, read back by it.
+  std::mt19937 engine(5);
+  UniformStream stream(GetParam(), engine, 1000);
+  stream.Take(500);
+  stream.Return();
+  std::stringstream text;
+  text << engine;
+  std::mt19937 reread;
+  text >> reread;
+  EXPECT_TRUE(reread == engine);
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, UniformStreamTest, ::testing::ValuesIn(quen::common::simd::kLevels),
+                         [](const auto& info) { return std::string(Name(info.param)); });
+
+TEST(FillUniform, EqualsTheDistributionInALoop) {
+  for (const auto& [low, high] : {std::pair(-10.0, 10.0), std::pair(0.0, 1.0), std::pair(3.0, 3.0), std::pair(-1e300, 1e300),
+                                  std::pair(0.1, 0.7)}) {
+    for (const std::size_t count : {std::size_t{1}, std::size_t{639}, std::size_t{640}, std::size_t{641}, std::size_t{100000}}) {
+      std::mt19937 engine(13);
+      engine.discard(3);
+      std::mt19937 expected = engine;
+      std::vector<double> values(count);
+      FillUniform(engine, low, high, values);
+      for (std::size_t k = 0; k < count; ++k) {
+        ASSERT_EQ(values[k], std::uniform_real_distribution<double>(low, high)(expected)) << k;
+      }
+      ASSERT_TRUE(engine == expected);
+    }
+  }
+}
+
+TEST(FillUniform, OfNothingDoesNothing) {
+  std::mt19937 engine(13);
+  FillUniform(engine, 1.0, -1.0, {});
+  EXPECT_TRUE(engine == std::mt19937(13));
+}
+
+}  // namespace

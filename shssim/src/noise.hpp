@@ -1,0 +1,42 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <random>
+
+#include "common/random/uniform_stream.hpp"
+
+namespace quen::shssim {
+
+/// The uniform noise of one frame, drawn in bulk: pixel by pixel the number that
+/// std::uniform_real_distribution<double>(-noise, noise) gives, which is u · (noise − (−noise)) + (−noise).
+class Noise {
+ public:
+  /// Numbers that Take gives at the most.
+  static constexpr std::size_t kMaxTake = common::random::UniformStream::kMaxTake;
+
+  /// @param draws  how many pixels the frame draws in all
+  Noise(common::simd::Level level, std::mt19937& engine, double noise, std::size_t draws)
+      : low_(-noise), span_(noise - low_), stream_(level, engine, draws) {
+    // Every number is 0 then, but the engine moves on all the same.
+    if (noise == 0.0) stream_.Skip(draws);
+  }
+
+  /// The canonical values u of the next `count` pixels; the number of a pixel is Scaled(u).
+  const double* Take(std::size_t count) { return span_ == 0.0 ? zeros_.data() : stream_.Take(count); }
+
+  [[nodiscard]] double Low() const { return low_; }
+  [[nodiscard]] double Span() const { return span_; }
+  [[nodiscard]] double Scaled(double u) const { return u * span_ + low_; }
+
+  /// Puts the engine where drawing pixel by pixel leaves it.
+  void Return() { stream_.Return(); }
+
+ private:
+  double low_;
+  double span_;
+  std::array<double, kMaxTake + common::random::UniformStream::kSlack> zeros_{};
+  common::random::UniformStream stream_;
+};
+
+}  // namespace quen::shssim

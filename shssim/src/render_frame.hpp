@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <gsl/span>
+#include <random>
+#include <vector>
+
+#include "common/simd/level.hpp"
+#include "quen_image_processing/roi/roi.hpp"
+
+namespace quen::shssim {
+
+/// The frame before and after its conversion to pixels, 840 × 816 each, row-major.
+struct FrameBuffers {
+  std::vector<double>& values;
+  std::vector<std::uint16_t>& pixels;
+};
+
+/// What a rendering did.
+struct RenderReport {
+  common::simd::Level level;  ///< of the code that ran
+  std::size_t near_pixels;    ///< drawn by the vectorised kernel; the others went through the formula one by one
+};
+
+/// Draws every region's spot and noise, as ShsSimulator::ComputeFrame says. Every level gives the same bits in both
+/// frames and leaves the engine in the same state.
+///
+/// @param dx, dy  displacements, as many as there are regions
+/// @param noise   half-width; negative or NaN ends the process at the first pixel
+RenderReport RenderFrame(common::simd::Level level, const std::vector<image_processing::Roi>& rois,
+                         gsl::span<const double> dx, gsl::span<const double> dy, double noise, std::mt19937& engine,
+                         FrameBuffers frame);
+
+}  // namespace quen::shssim

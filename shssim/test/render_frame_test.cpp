@@ -1,0 +1,201 @@
+#include "shssim/src/render_frame.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "shssim/src/spot_kernel.hpp"
+#include "shssim/test/simulator_under_test.hpp"
+
+// Every level against the formula written down a second time: the same bits in both frames, the same engine after.
+
+namespace {
+
+using quen::common::simd::IsAvailable;
+using quen::common::simd::Level;
+using quen::common::simd::Name;
+using quen::image_processing::Roi;
+using quen::shssim::RenderFrame;
+using quen::shssim::RenderReport;
+using quen::testing::PlainFrames;
+using quen::testing::RandomNumbers;
+
+constexpr double kInf = std::numeric_limits<double>::infinity();
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+constexpr double kSentinel = -12345.5;
+constexpr std::uint16_t kPixelSentinel = 54321;
+
+/// The sensor's regular grid.
+std::vector<Roi> Grid() {
+  std::vector<Roi> rois;
+  for (unsigned i = 0; i < 1089; ++i) {
+    const auto x = static_cast<std::uint16_t>(24 + 24 * (i % 33));
+    const auto y = static_cast<std::uint16_t>(12 + 24 * (i / 33));
+    rois.emplace_back(x, x + 24, y, y + 24, 840, 816, x + 11.5, y + 11.5);
+  }
+  return rois;
+}
+
+bool SameValues(const std::vector<double>& a, const std::vector<double>& b) {
+  return std::ranges::equal(a, b, [](double x, double y) { return x == y || (x != x && y != y); });
+}
+
+class RenderFrameTest : public ::testing::TestWithParam<Level> {
+ protected:
+  void SetUp() override {
+    if (!IsAvailable(GetParam())) GTEST_SKIP() << "no " << Name(GetParam()) << " here";
+  }
+
+  /// Renders both ways, from the same engine, over whatever equal frames were there before.
+  RenderReport ExpectTheFormula(const std::vector<Roi>& rois, const std::vector<double>& dx,
+                                const std::vector<double>& dy, double noise, std::uint32_t seed,
+                                unsigned long long skip = 0) {
+    std::mt19937 engine(seed);
+    engine.discard(skip);
+    std::mt19937 expected_engine = engine;
+    const RenderReport report = RenderFrame(GetParam(), rois, dx, dy, noise, engine, {values_, pixels_});
+    expected_.Render(rois, dx, dy, noise, expected_engine);
+    EXPECT_TRUE(SameValues(values_, expected_.values)) << "noise " << noise << ", seed " << seed;
+    EXPECT_TRUE(pixels_ == expected_.pixels) << "noise " << noise << ", seed " << seed;
+    EXPECT_TRUE(engine == expected_engine) << "noise " << noise << ", seed " << seed;
+    return report;
+  }
+
+  /// The same with every region undisplaced.
+  RenderReport ExpectTheFormula(const std::vector<Roi>& rois, double noise, std::uint32_t seed) {
+    const std::vector<double> still(rois.size(), 0.0);
+    return ExpectTheFormula(rois, still, still, noise, seed);
+  }
+
+ private:
+  std::vector<double> values_ = std::vector<double>(685440, kSentinel);
+  std::vector<std::uint16_t> pixels_ = std::vector<std::uint16_t>(685440, kPixelSentinel);
+  PlainFrames expected_ = {values_, pixels_};
+};
+
+TEST_P(RenderFrameTest, LevelAskedForIsTheOneThatRan) {
+  const RenderReport report = ExpectTheFormula(Grid(), 10.0, 1);
+  EXPECT_EQ(report.level, GetParam());
+  EXPECT_EQ(report.near_pixels, GetParam() == Level::kPlain ? 0U : 627264U);
+}
+
+TEST_P(RenderFrameTest, RegularGridWithRandomDisplacements) {
+  // Some ten million pixels, among them displacements at which spots leave their regions.
+  for (std::uint32_t seed = 1; seed <= 4; ++seed) {
+    for (const double span : {2.0, 0.01, 12.0, 30.0}) {
+      ExpectTheFormula(Grid(), RandomNumbers(1089, span, seed), RandomNumbers(1089, span, seed + 100), 10.0, seed);
+    }
+  }
+}
+
+TEST_P(RenderFrameTest, AnyNoise) {
+  const auto dx = RandomNumbers(1089, 2.0, 5);
+  const auto dy = RandomNumbers(1089, 2.0, 6);
+  for (const double noise : {0.0, -0.0, 1e-300, 0.25, 1e6, 0x1p30, 0x1.8p30, 1e12, std::numeric_limits<double>::max(), kInf}) {
+    ExpectTheFormula(Grid(), dx, dy, noise, 7);
+  }
+}
+
+TEST_P(RenderFrameTest, EnginePositionsEvenAndOdd) {
+  std::vector<Roi> rois(40, Roi(100, 124, 100, 123, 840, 816, 111.3, 112.7));
+  rois[3] = Roi(30, 31, 40, 41, 840, 816, 30, 40);
+  const auto dx = RandomNumbers(40, 2.0, 5);
+  const auto dy = RandomNumbers(40, 2.0, 6);
+  // Each position itself is tried on the stream; here those around the places where the state is made anew.
+  for (const unsigned long long around : {0ULL, 312ULL, 624ULL, 1248ULL}) {
+    for (unsigned long long skip = around; skip < around + 9; ++skip) {
+      ExpectTheFormula(rois, dx, dy, skip % 2 == 0 ? 10.0 : 0.0, 8, skip);
+    }
+  }
+}
+
+TEST_P(RenderFrameTest, WidthsAndHeightsOfEverySize) {
+  std::vector<Roi> rois;
+  for (int size = 0; size <= 70; ++size) {
+    const auto width = static_cast<std::uint16_t>(size);
+    const auto height = static_cast<std::uint16_t>((size * 7) % 71);
+    const auto x = static_cast<std::uint16_t>((size * 37) % 760);
+    const auto y = static_cast<std::uint16_t>((size * 53) % 740);
+    rois.emplace_back(x, x + width, y, y + height, 840, 816, x + width / 2.0, y + height / 3.0);
+  }
+  for (const double noise : {10.0, 0.0}) {
+    const RenderReport report = ExpectTheFormula(rois, noise, 9);
+    EXPECT_EQ(report.near_pixels > 30000, GetParam() != Level::kPlain);
+  }
+}
+
+TEST_P(RenderFrameTest, OverlappingEdgeTouchingAndWholeFrameRegions) {
+  const std::vector<Roi> rois = {Roi(0, 24, 0, 24, 840, 816, 0.0, 0.0),
+                                 Roi(5, 40, 7, 30, 840, 816, 20.1, 15.2),
+                                 Roi(816, 840, 792, 816, 840, 816, 840.0, 816.0),
+                                 Roi(0, 840, 0, 816, 840, 816, 400.4, 300.3),
+                                 Roi(390, 414, 290, 314, 840, 816, 401.9, 301.1),
+                                 Roi(839, 840, 815, 816, 840, 816, 839.0, 815.0),
+                                 Roi(100, 108, 200, 264, 840, 816, 104.0, 232.0)};
+  ExpectTheFormula(rois, 10.0, 10);
+  ExpectTheFormula(rois, 0.0, 10);
+}
+
+TEST_P(RenderFrameTest, CentresFarAwayInfiniteOrNan) {
+  std::vector<double> dx = RandomNumbers(1089, 2.0, 11);
+  std::vector<double> dy = RandomNumbers(1089, 2.0, 12);
+  const std::vector<double> odd = {36.4, 36.5, 36.6, -36.5, 47.9, 60.0, 100.0, 500.0, 1e5, 1e9, 1e160, 1e200, kInf, -kInf, kNan};
+  for (std::size_t k = 0; k < odd.size(); ++k) {
+    dx[k] = odd[k];
+    dy[100 + k] = odd[k];
+    dx[200 + k] = dy[200 + k] = -odd[k];
+  }
+  std::vector<Roi> rois = Grid();
+  rois[300].x_ref = kNan;
+  rois[301].y_ref = -kInf;
+  ExpectTheFormula(rois, dx, dy, 10.0, 13);
+  ExpectTheFormula(rois, dx, dy, 0.0, 13);
+}
+
+TEST_P(RenderFrameTest, CentresOnPixelsAndBetweenThem) {
+  std::vector<Roi> rois = Grid();
+  for (std::size_t i = 0; i < rois.size(); ++i) {
+    rois[i].x_ref = std::floor(rois[i].x_ref) + static_cast<double>(i % 8) / 8.0;
+    rois[i].y_ref = std::floor(rois[i].y_ref) + static_cast<double>(i % 3) / 2.0;
+  }
+  ExpectTheFormula(rois, 10.0, 14);
+  // Displacements below the last place of the reference, and tiny squares.
+  ExpectTheFormula(rois, RandomNumbers(1089, 1e-14, 15), RandomNumbers(1089, 1e-160, 16), 0.0, 14);
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, RenderFrameTest, ::testing::ValuesIn(quen::common::simd::kLevels),
+                         [](const auto& info) { return std::string(Name(info.param)); });
+
+TEST(StdExp, ErrsByLessThanTheKernelReliesOn) {
+  // Against the 64-bit exponential of long double, whose own error is below 2⁻¹⁰ units of a double's last place. Where a
+  // processor's long double is no wider than double (an emulator's) there is nothing to compare with.
+  if (std::exp(1.0L) == static_cast<long double>(std::exp(1.0))) GTEST_SKIP() << "no wide long double here";
+  constexpr double kReserve = 1.0 / 2048 + 1.0 / 1024;  // the kernel's own error, and the reference's
+  std::mt19937_64 engine(17);
+  std::uniform_real_distribution<double> argument(-1200.0, 0.0);  // 0 to 800 after squaring small ones more densely
+  double worst = 0.0;
+  for (int sample = 0; sample < 4000000; ++sample) {
+    const double a = argument(engine);
+    const double z = -(a * a) / 2500.0;  // −576 … 0, denser toward 0
+    const long double exact = std::exp(static_cast<long double>(z));
+    const double value = std::exp(z);
+    const double unit = std::nextafter(value, kInf) - value;
+    worst = std::max(worst, std::abs(static_cast<double>((exact - value) / unit)));
+  }
+  EXPECT_LT(worst, quen::shssim::kExpErrorBound - kReserve);
+  EXPECT_GT(worst, 0.5);  // samples near the midpoints between doubles were among them
+}
+
+TEST(Levels, BestIsTheHighestThatIsAvailable) {
+  using quen::common::simd::Best;
+  EXPECT_TRUE(IsAvailable(Level::kPlain));
+  EXPECT_TRUE(IsAvailable(Best()));
+  for (const Level level : quen::common::simd::kLevels) {
+    EXPECT_TRUE(!IsAvailable(level) || level <= Best()) << Name(level);
+  }
+  RecordProperty("best", Name(Best()));
+}
+
+}  // namespace
