@@ -48,9 +48,9 @@ class UniformStream {
 
   simd::Level level_;
   std::mt19937& engine_;
-  std::size_t undrawn_;                        // numbers not yet made from the state
-  std::size_t position_;                       // of the next word of the state
-  std::size_t begin_ = 0;                      // numbers made and not yet taken: [begin_, end_)
+  std::size_t undrawn_;    // numbers not yet made from the state
+  std::size_t position_;   // of the next word of the state
+  std::size_t begin_ = 0;  // numbers made and not yet taken: [begin_, end_)
   std::size_t end_ = 0;
   alignas(64) std::array<std::uint32_t, kWords> state_;
   alignas(64) std::array<std::uint32_t, 2 * kCapacity> outputs_;

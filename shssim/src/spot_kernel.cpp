@@ -130,8 +130,7 @@ QUEN_ALWAYS_INLINE void FillAxis(std::size_t first, std::size_t count, double ce
     const Doubles r_low = ((coarse - r) - fine) - k * kLn2Third;
 
     // m = e^r − 1; the next term, r⁷/5040, is below 2⁻⁷¹.
-    const Doubles tail =
-        r_low + r * r * (1.0 / 2 + r * (1.0 / 6 + r * (1.0 / 24 + r * (1.0 / 120 + r * (1.0 / 720)))));
+    const Doubles tail = r_low + r * r * (1.0 / 2 + r * (1.0 / 6 + r * (1.0 / 24 + r * (1.0 / 120 + r * (1.0 / 720)))));
     const Doubles m = r + tail;
     const Doubles m_high = reinterpret_cast<Doubles>(reinterpret_cast<Words>(m) & kHighBits);
     const Doubles m_low = (m - m_high) + (tail - (m - r));
@@ -294,7 +293,8 @@ bool IsNearAlong(std::size_t first, std::size_t count, double centre) {
 }  // namespace
 
 bool IsNear(const Spot& spot, const Noise& noise) {
-  return noise.Span() <= kLargestSpan && IsNearAlong(spot.x_low, spot.width, spot.cx) && IsNearAlong(spot.y_low, spot.height, spot.cy);
+  return noise.Span() <= kLargestSpan && IsNearAlong(spot.x_low, spot.width, spot.cx) &&
+         IsNearAlong(spot.y_low, spot.height, spot.cy);
 }
 
 Level DrawNearSpot(Level level, const Spot& spot, Noise& noise, double* values, std::uint16_t* pixels) {

@@ -302,9 +302,12 @@ TEST_F(ComputeFrame, FileHoldsThePixelsAsSignedNumbers) {
   EXPECT_TRUE(negative);
 }
 
-TEST_F(ComputeFrame, FileIsReplaced) {
+TEST_F(ComputeFrame, FileIsReplacedWhateverItWas) {
   const std::string path = folder_ / "frame.fits";
+  quen::testing::AppendTable(path, "table", 1, {{"a", "D", {1}}});
   simulator_.ComputeFrame(dx_, dy_, 0.0, path);
+  EXPECT_EQ(quen::testing::DescribedByAstropy(path), "0 image '' 16 840x816\n");
+  quen::testing::WriteText(path, "no FITS file");
   simulator_.ComputeFrame(dy_, dx_, 0.0, path);
   const std::vector<double> pixels = quen::testing::ImageReadByAstropy(path);
   ASSERT_EQ(pixels.size(), 685440U);

@@ -93,7 +93,8 @@ TEST_P(RenderFrameTest, RegularGridWithRandomDisplacements) {
 TEST_P(RenderFrameTest, AnyNoise) {
   const auto dx = RandomNumbers(1089, 2.0, 5);
   const auto dy = RandomNumbers(1089, 2.0, 6);
-  for (const double noise : {0.0, -0.0, 1e-300, 0.25, 1e6, 0x1p30, 0x1.8p30, 1e12, std::numeric_limits<double>::max(), kInf}) {
+  for (const double noise :
+       {0.0, -0.0, 1e-300, 0.25, 1e6, 0x1p30, 0x1.8p30, 1e12, std::numeric_limits<double>::max(), kInf}) {
     ExpectTheFormula(Grid(), dx, dy, noise, 7);
   }
 }
@@ -127,13 +128,11 @@ TEST_P(RenderFrameTest, WidthsAndHeightsOfEverySize) {
 }
 
 TEST_P(RenderFrameTest, OverlappingEdgeTouchingAndWholeFrameRegions) {
-  const std::vector<Roi> rois = {Roi(0, 24, 0, 24, 840, 816, 0.0, 0.0),
-                                 Roi(5, 40, 7, 30, 840, 816, 20.1, 15.2),
-                                 Roi(816, 840, 792, 816, 840, 816, 840.0, 816.0),
-                                 Roi(0, 840, 0, 816, 840, 816, 400.4, 300.3),
-                                 Roi(390, 414, 290, 314, 840, 816, 401.9, 301.1),
-                                 Roi(839, 840, 815, 816, 840, 816, 839.0, 815.0),
-                                 Roi(100, 108, 200, 264, 840, 816, 104.0, 232.0)};
+  const std::vector<Roi> rois = {
+      Roi(0, 24, 0, 24, 840, 816, 0.0, 0.0),           Roi(5, 40, 7, 30, 840, 816, 20.1, 15.2),
+      Roi(816, 840, 792, 816, 840, 816, 840.0, 816.0), Roi(0, 840, 0, 816, 840, 816, 400.4, 300.3),
+      Roi(390, 414, 290, 314, 840, 816, 401.9, 301.1), Roi(839, 840, 815, 816, 840, 816, 839.0, 815.0),
+      Roi(100, 108, 200, 264, 840, 816, 104.0, 232.0)};
   ExpectTheFormula(rois, 10.0, 10);
   ExpectTheFormula(rois, 0.0, 10);
 }
@@ -141,7 +140,8 @@ TEST_P(RenderFrameTest, OverlappingEdgeTouchingAndWholeFrameRegions) {
 TEST_P(RenderFrameTest, CentresFarAwayInfiniteOrNan) {
   std::vector<double> dx = RandomNumbers(1089, 2.0, 11);
   std::vector<double> dy = RandomNumbers(1089, 2.0, 12);
-  const std::vector<double> odd = {36.4, 36.5, 36.6, -36.5, 47.9, 60.0, 100.0, 500.0, 1e5, 1e9, 1e160, 1e200, kInf, -kInf, kNan};
+  const std::vector<double> odd = {36.4, 36.5, 36.6,  -36.5, 47.9, 60.0,  100.0, 500.0,
+                                   1e5,  1e9,  1e160, 1e200, kInf, -kInf, kNan};
   for (std::size_t k = 0; k < odd.size(); ++k) {
     dx[k] = odd[k];
     dy[100 + k] = odd[k];

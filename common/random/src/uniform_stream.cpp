@@ -91,9 +91,7 @@ void TwistBaseline(std::uint32_t* state) { TwistAll(state); }
 QUEN_TARGET_AVX2 void TwistAvx2(std::uint32_t* state) { TwistAll(state); }
 QUEN_TARGET_AVX512 void TwistAvx512(std::uint32_t* state) { TwistAll(state); }
 
-void TemperBaseline(const std::uint32_t* words, std::uint32_t* out, std::size_t count) {
-  TemperAll(words, out, count);
-}
+void TemperBaseline(const std::uint32_t* words, std::uint32_t* out, std::size_t count) { TemperAll(words, out, count); }
 QUEN_TARGET_AVX2 void TemperAvx2(const std::uint32_t* words, std::uint32_t* out, std::size_t count) {
   TemperAll(words, out, count);
 }
@@ -157,8 +155,8 @@ void UniformStream::Return() {
 /// Moves what is left to the front and makes as many numbers as fit and will be drawn.
 void UniformStream::Refill() {
   const std::size_t left = end_ - begin_;
-  std::copy(numbers_.begin() + static_cast<std::ptrdiff_t>(begin_), numbers_.begin() + static_cast<std::ptrdiff_t>(end_),
-            numbers_.begin());
+  std::copy(numbers_.begin() + static_cast<std::ptrdiff_t>(begin_),
+            numbers_.begin() + static_cast<std::ptrdiff_t>(end_), numbers_.begin());
   const std::size_t count = std::min(kCapacity - left, undrawn_);
   Outputs(outputs_.data(), 2 * count);
   KernelsOf(level_).convert(outputs_.data(), numbers_.data() + left, count);

@@ -50,9 +50,11 @@ TEST_P(UniformStreamTest, GivesTheStandardsNumbersFromEveryPosition) {
 
 TEST_P(UniformStreamTest, GivesTheStandardsNumbersInStepsOfAnySize) {
   const std::size_t most = UniformStream::kMaxTake;
-  for (const std::size_t step : {std::size_t{1}, std::size_t{3}, std::size_t{7}, std::size_t{24}, std::size_t{64}, most}) {
-    for (const std::size_t count : {std::size_t{0}, std::size_t{1}, std::size_t{311}, std::size_t{312}, std::size_t{313},
-                                    std::size_t{1023}, std::size_t{1024}, std::size_t{1025}, std::size_t{5000}}) {
+  for (const std::size_t step :
+       {std::size_t{1}, std::size_t{3}, std::size_t{7}, std::size_t{24}, std::size_t{64}, most}) {
+    for (const std::size_t count :
+         {std::size_t{0}, std::size_t{1}, std::size_t{311}, std::size_t{312}, std::size_t{313}, std::size_t{1023},
+          std::size_t{1024}, std::size_t{1025}, std::size_t{5000}}) {
       ExpectStandard(GetParam(), std::mt19937(3), count, step);
     }
   }
@@ -111,8 +113,9 @@ std::mt19937 EngineGiving(const std::vector<std::uint32_t>& outputs) {
 TEST_P(UniformStreamTest, RoundsAndClampsAsTheStandard) {
   constexpr std::uint32_t kMax = std::numeric_limits<std::uint32_t>::max();
   // The largest values round to 1 and are clamped; others lie halfway between doubles.
-  const std::vector<std::uint32_t> outputs = {kMax, kMax, 0x3ff, kMax, 0x400, kMax, 0xbff, kMax, 0xc00, kMax, 0, 0,
-                                              1,    0,    0,     1,    kMax,  0,    0,     kMax, 1025,  1u << 31U, 1024, 1u << 31U};
+  const std::vector<std::uint32_t> outputs = {kMax,  kMax, 0x3ff, kMax, 0x400, kMax,      0xbff, kMax,
+                                              0xc00, kMax, 0,     0,    1,     0,         0,     1,
+                                              kMax,  0,    0,     kMax, 1025,  1u << 31U, 1024,  1u << 31U};
   std::mt19937 check = EngineGiving(outputs);
   for (const std::uint32_t output : outputs) ASSERT_EQ(check(), output);
   std::mt19937 first = EngineGiving(outputs);
@@ -137,9 +140,10 @@ INSTANTIATE_TEST_SUITE_P(Levels, UniformStreamTest, ::testing::ValuesIn(quen::co
                          [](const auto& info) { return std::string(Name(info.param)); });
 
 TEST(FillUniform, EqualsTheDistributionInALoop) {
-  for (const auto& [low, high] : {std::pair(-10.0, 10.0), std::pair(0.0, 1.0), std::pair(3.0, 3.0), std::pair(-1e300, 1e300),
-                                  std::pair(0.1, 0.7)}) {
-    for (const std::size_t count : {std::size_t{1}, std::size_t{639}, std::size_t{640}, std::size_t{641}, std::size_t{100000}}) {
+  for (const auto& [low, high] : {std::pair(-10.0, 10.0), std::pair(0.0, 1.0), std::pair(3.0, 3.0),
+                                  std::pair(-1e300, 1e300), std::pair(0.1, 0.7)}) {
+    for (const std::size_t count :
+         {std::size_t{1}, std::size_t{639}, std::size_t{640}, std::size_t{641}, std::size_t{100000}}) {
       std::mt19937 engine(13);
       engine.discard(3);
       std::mt19937 expected = engine;
