@@ -1,0 +1,171 @@
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "benchmarks/plain_loop.hpp"
+#include "common/random/random.hpp"
+#include "common/random/uniform_stream.hpp"
+#include "shssim/shs_simulator.hpp"
+#include "shssim/src/render_frame.hpp"
+#include "tools/quen-shs/src/calibration.hpp"
+#include "tools/quen-shs/src/calibration_lookup.hpp"
+#include "tools/quen-shs/src/centre_of_gravity.hpp"
+#include "tools/quen-shs/src/control_loop.hpp"
+
+// Names are GROUP/ROW; scripts/bench prints each row's time and its ratio to the first row of its group.
+
+namespace {
+
+using quen::common::random::UniformStream;
+using quen::common::simd::kLevels;
+using quen::common::simd::Level;
+using quen::shssim::RenderFrame;
+
+constexpr std::size_t kPixels = 1089 * 24 * 24;
+constexpr double kSlopeLimit = 12.0;
+
+/// The synthetic calibration's regions, random displacements within ±2 pixels, and both frames.
+struct Scene {
+  Scene() {
+    std::mt19937 random(1);
+    quen::common::random::FillUniform(random, -2.0, 2.0, dx);
+    quen::common::random::FillUniform(random, -2.0, 2.0, dy);
+  }
+
+  quen::shssim::ShsSimulator simulator;
+  std::vector<double> dx = std::vector<double>(1089);
+  std::vector<double> dy = std::vector<double>(1089);
+  std::vector<double> values = std::vector<double>(685440);
+  std::vector<std::uint16_t> pixels = std::vector<std::uint16_t>(685440);
+  std::mt19937 engine{2};
+};
+
+void Plain(Scene& scene, double noise) {
+  quen_benchmarks::PlainLoop(scene.simulator.Rois(), scene.dx, scene.dy, noise, scene.engine, scene.values,
+                             scene.pixels);
+}
+
+void Rendered(Scene& scene, Level level, double noise) {
+  RenderFrame(level, scene.simulator.Rois(), scene.dx, scene.dy, noise, scene.engine, {scene.values, scene.pixels});
+}
+
+/// Nothing is timed that does not give the plain loop's bits.
+bool Verified() {
+  Scene plain;
+  for (const double noise : {0.0, 10.0}) {
+    plain.engine.seed(3);
+    Plain(plain, noise);
+    for (const Level level : kLevels) {
+      if (!quen::common::simd::IsAvailable(level)) continue;
+      Scene scene;
+      scene.engine.seed(3);
+      Rendered(scene, level, noise);
+      if (scene.values != plain.values || scene.pixels != plain.pixels || !(scene.engine == plain.engine)) return false;
+    }
+  }
+  return true;
+}
+
+template <typename Action>
+void Add(const std::string& name, Action action) {
+  benchmark::RegisterBenchmark(name.c_str(), [action](benchmark::State& state) {
+    for ([[maybe_unused]] auto iteration : state) action();
+  })->Unit(benchmark::kMicrosecond);
+}
+
+void AddFrames(Scene& scene) {
+  for (const double noise : {10.0, 0.0}) {
+    const std::string group = noise == 0.0 ? "frame, noise 0/" : "frame, noise 10/";
+    Add(group + "plain loop", [&scene, noise] { Plain(scene, noise); });
+    for (const Level level : kLevels) {
+      if (!quen::common::simd::IsAvailable(level)) continue;
+      Add(group + "library, " + Name(level), [&scene, level, noise] { Rendered(scene, level, noise); });
+    }
+  }
+}
+
+void AddStages(Scene& scene) {
+  const Level level = quen::common::simd::Best();
+  Add("stages of a frame/whole, noise 10", [&scene, level] { Rendered(scene, level, 10.0); });
+  Add("stages of a frame/advance the engine", [&scene, level] {
+    UniformStream stream(level, scene.engine, kPixels);
+    stream.Skip(kPixels);
+    stream.Return();
+  });
+  Add("stages of a frame/advance, temper and convert", [&scene, level] {
+    UniformStream stream(level, scene.engine, kPixels);
+    for (std::size_t k = 0; k < kPixels; k += 576) benchmark::DoNotOptimize(stream.Take(576));
+    stream.Return();
+  });
+  Add("stages of a frame/store both frames", [&scene] {
+    std::ranges::fill(scene.values, 1.0);
+    std::ranges::fill(scene.pixels, std::uint16_t{1});
+    benchmark::ClobberMemory();
+  });
+}
+
+void AddSlopes(Scene& scene) {
+  static quen_shs::CentreOfGravity engine;
+  scene.simulator.ComputeFrame(scene.dx, scene.dy, 10.0, std::nullopt);
+  Add("slopes/bare calls of the engine", [&scene] {
+    std::size_t used = 0;
+    quen::image_processing::Centroiding<std::uint16_t>& centroiding = engine;
+    for (std::size_t i = 0; used < 607; ++i) {
+      if (scene.simulator.RoisUsed()[i] == 0) continue;
+      centroiding.Compute(scene.simulator.Frame(), scene.simulator.Rois()[i]);
+      ++used;
+    }
+  });
+  Add("slopes/ComputeSlopes", [&scene] { scene.simulator.ComputeSlopes(engine, kSlopeLimit, std::nullopt); });
+}
+
+void AddFiles(Scene& scene, const std::string& folder) {
+  static quen_shs::CentreOfGravity engine;
+  Add("files/load the calibration", [] { benchmark::DoNotOptimize(quen::shssim::ShsSimulator()); });
+  Add("files/ComputeSlopes with its file", [&scene, path = folder + "/slopes.fits"] {
+    std::filesystem::remove(path);
+    scene.simulator.ComputeSlopes(engine, kSlopeLimit, path);
+  });
+  Add("files/ComputeFrame with its file", [&scene, path = folder + "/frame.fits"] {
+    scene.simulator.ComputeFrame(scene.dx, scene.dy, 10.0, path);
+  });
+}
+
+void AddLoop(Scene& scene, const std::string& folder) {
+  constexpr int kFrames = 20;
+  Add("closed loop/20 iterations and the last frame's files", [&scene, folder] {
+    std::filesystem::remove(folder + "/loop_slopes.fits");
+    const quen_shs::LoopOptions options = {.frames = kFrames};
+    RunLoop(scene.simulator, options, {folder + "/loop_frame.fits", folder + "/loop_slopes.fits"}, [](int) {});
+  });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string folder = (std::filesystem::temp_directory_path() / "quen_benchmarks_XXXXXX").string();
+  if (mkdtemp(folder.data()) == nullptr) return 1;
+  quen_shs::WriteCalibration(folder, false);
+  quen_shs::UseCalibration(folder);
+
+  const bool verified = Verified();
+  if (verified) {
+    Scene scene;
+    AddFrames(scene);
+    AddStages(scene);
+    AddSlopes(scene);
+    AddFiles(scene, folder);
+    AddLoop(scene, folder);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+  } else {
+    static_cast<void>(std::fputs("a level differs from the plain loop: nothing was timed\n", stderr));
+  }
+  std::filesystem::remove_all(folder);
+  return verified ? 0 : 1;
+}
