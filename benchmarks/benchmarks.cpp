@@ -130,9 +130,8 @@ void AddFiles(Scene& scene, const std::string& folder) {
     std::filesystem::remove(path);
     scene.simulator.ComputeSlopes(engine, kSlopeLimit, path);
   });
-  Add("files/ComputeFrame with its file", [&scene, path = folder + "/frame.fits"] {
-    scene.simulator.ComputeFrame(scene.dx, scene.dy, 10.0, path);
-  });
+  Add("files/ComputeFrame with its file",
+      [&scene, path = folder + "/frame.fits"] { scene.simulator.ComputeFrame(scene.dx, scene.dy, 10.0, path); });
 }
 
 void AddLoop(Scene& scene, const std::string& folder) {

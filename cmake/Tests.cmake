@@ -58,6 +58,12 @@ add_test(NAME ExportedSymbols.AreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_shssim_lib> abi/exported_symbols.txt
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(ExportedSymbols.AreTheListedOnes PROPERTIES LABELS abi)
+if(CMAKE_BUILD_TYPE STREQUAL Release)
+  add_test(NAME Kernels.WorkInTheirLevelsRegisters COMMAND shssim/test/check_vector_code.sh
+                                                           $<TARGET_FILE:quen_shssim_lib>
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(Kernels.WorkInTheirLevelsRegisters PROPERTIES LABELS unit)
+endif()
 
 # --- The host tool.
 if(QUEN_BUILD_TOOLS)

@@ -52,8 +52,8 @@ class UniformStream {
   std::size_t position_;   // of the next word of the state
   std::size_t begin_ = 0;  // numbers made and not yet taken: [begin_, end_)
   std::size_t end_ = 0;
-  alignas(64) std::array<std::uint32_t, kWords> state_;
-  alignas(64) std::array<std::uint32_t, 2 * kCapacity> outputs_;
+  alignas(64) std::array<std::uint32_t, kWords> state_{};
+  alignas(64) std::array<std::uint32_t, 2 * kCapacity> outputs_{};
   alignas(64) std::array<double, kCapacity + kSlack> numbers_{};
 };
 

@@ -57,8 +57,10 @@ struct Vectors {
   using Pixels __attribute__((vector_size(2 * W))) = std::uint16_t;
 };
 
-// Plain arrays: loops over checked ones would not be vectorised.
-// NOLINTBEGIN(cppcoreguidelines-avoid-c-arrays,modernize-avoid-c-arrays)
+// Plain arrays: loops over checked ones would not be vectorised. Scratch memory is written before it is read, and vectors
+// are reinterpreted bit by bit.
+// NOLINTBEGIN(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
+// NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast)
 
 // --- Columns and rows ----------------------------------------------------------------------------------------------
 //
@@ -269,7 +271,8 @@ QUEN_ALWAYS_INLINE void DrawSpot(const Spot& spot, const PowersOfTwo& powers, No
   }
 }
 
-// NOLINTEND(cppcoreguidelines-avoid-c-arrays,modernize-avoid-c-arrays)
+// NOLINTEND(cppcoreguidelines-pro-type-reinterpret-cast)
+// NOLINTEND(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
 
 QUEN_TARGET_AVX2 Level DrawSpotAvx2(const Spot& spot, const PowersOfTwo& powers, Noise& noise, double* values,
                                     std::uint16_t* pixels) {

@@ -288,6 +288,12 @@ TEST_F(ComputeSlopes, FileHoldsGeometryFlagsAndResults) {
   EXPECT_EQ(ColumnReadByAstropy(path, "slopes", "y"), simulator_.y_slopes);
 }
 
+TEST_F(ComputeSlopes, FileIsWrittenWithoutUsedSubAperturesToo) {
+  Use([](std::size_t) { return false; });
+  simulator_.ComputeSlopes(numbered_, 0.5, folder_ / "slopes.fits");
+  EXPECT_EQ(ColumnReadByAstropy(folder_ / "slopes.fits", "slopes", "flux"), std::vector<double>(1089, 0.0));
+}
+
 TEST_F(ComputeSlopes, FileHoldsAsManyFlagsAsThereAre) {
   simulator_.rois_used.assign(2000, 1);
   const std::string path = folder_ / "slopes.fits";

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
+#include <random>
 
 #include "shssim/test/simulator_under_test.hpp"
 #include "testing/calibration.hpp"
@@ -38,6 +40,29 @@ class FatalConditionsDeathTest : public ::testing::Test {
   std::vector<double> zeros_ = std::vector<double>(1089);
   Still still_;
 };
+
+TEST(HostWithoutAssertions, HasCopiesOfItsOwnThatCheckNothing) {
+  // The same pieces of the standard library that the library relies on, emitted here as weak symbols.
+  const std::uniform_real_distribution<double> backwards(1.0, -1.0);
+  EXPECT_EQ(backwards.a(), 1.0);
+  EXPECT_EQ(std::clamp(0.0, 1.0, -1.0), -1.0);
+  std::vector<double> values(2);
+  values.reserve(3);
+  EXPECT_NE(&values[2], nullptr);
+  const std::vector<double> constant_values = {1.0};
+  EXPECT_EQ(constant_values[0], 1.0);
+  std::vector<std::uint16_t> pixels(2);
+  pixels.reserve(3);
+  EXPECT_NE(&pixels[2], nullptr);
+  std::vector<std::uint8_t> flags(2);
+  flags.reserve(3);
+  EXPECT_NE(&flags[2], nullptr);
+  std::vector<Roi> rois(2, Roi(0, 0, 0, 0, 0, 0, 0, 0));
+  rois.reserve(3);
+  EXPECT_NE(&rois[2], nullptr);
+  const std::vector<Roi>& constant_rois = rois;
+  EXPECT_EQ(constant_rois[0].x_low, 0);
+}
 
 TEST_F(FatalConditionsDeathTest, NegativeOrNanNoiseAtTheFirstPixel) {
   for (const double noise :

@@ -63,6 +63,7 @@ TEST_F(EntropySource, FailureLeavesComputeFrame) {
 
 }  // namespace
 
+// NOLINTBEGIN(readability-convert-member-functions-to-static): declared by the standard library.
 void std::random_device::_M_init(const std::string& token) {
   g_token = token;
   ++g_devices_open;
@@ -75,3 +76,4 @@ std::random_device::result_type std::random_device::_M_getval() {
   ++g_values_taken;
   return 4242;
 }
+// NOLINTEND(readability-convert-member-functions-to-static)

@@ -115,7 +115,7 @@ TEST_P(UniformStreamTest, RoundsAndClampsAsTheStandard) {
   // The largest values round to 1 and are clamped; others lie halfway between doubles.
   const std::vector<std::uint32_t> outputs = {kMax,  kMax, 0x3ff, kMax, 0x400, kMax,      0xbff, kMax,
                                               0xc00, kMax, 0,     0,    1,     0,         0,     1,
-                                              kMax,  0,    0,     kMax, 1025,  1u << 31U, 1024,  1u << 31U};
+                                              kMax,  0,    0,     kMax, 1025,  1U << 31U, 1024,  1U << 31U};
   std::mt19937 check = EngineGiving(outputs);
   for (const std::uint32_t output : outputs) ASSERT_EQ(check(), output);
   std::mt19937 first = EngineGiving(outputs);

@@ -3,15 +3,18 @@
 namespace quen::common::simd {
 
 bool IsAvailable(Level level) {
-  const bool avx2 = __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("fma") != 0;
+  const bool avx2 =
+      static_cast<bool>(__builtin_cpu_supports("avx2")) && static_cast<bool>(__builtin_cpu_supports("fma"));
   switch (level) {
     case Level::kPlain:
       return true;
     case Level::kAvx2:
       return avx2;
     case Level::kAvx512:
-      return avx2 && __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512dq") != 0 &&
-             __builtin_cpu_supports("avx512vl") != 0 && __builtin_cpu_supports("avx512bw") != 0;
+      return avx2 && static_cast<bool>(__builtin_cpu_supports("avx512f")) &&
+             static_cast<bool>(__builtin_cpu_supports("avx512dq")) &&
+             static_cast<bool>(__builtin_cpu_supports("avx512vl")) &&
+             static_cast<bool>(__builtin_cpu_supports("avx512bw"));
   }
   return false;
 }
