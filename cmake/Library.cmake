@@ -61,7 +61,7 @@ set_target_properties(
              SOVERSION ${QUEN_SOVERSION}
              LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 
-if(QUEN_BUILD_TESTS OR QUEN_BUILD_BENCHMARKS)
+if(QUEN_BUILD_TESTS OR QUEN_BUILD_BENCHMARKS OR QUEN_BUILD_FUZZERS)
   # With internals in reach, which the shared library hides.
   add_library(quen_shssim_static STATIC)
   target_link_libraries(quen_shssim_static PUBLIC quen_shssim_objects)

@@ -1,4 +1,4 @@
-# Every test of the project. Labels: unit, abi, statistics, consumer, tool.
+# The tests. Labels: unit, abi, consumer, tool, and fuzz-replay (fuzz/CMakeLists.txt).
 enable_testing()
 include(GoogleTest)
 find_package(GTest REQUIRED)

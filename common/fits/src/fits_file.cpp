@@ -7,12 +7,24 @@
 namespace quen::common::Fits {
 namespace {
 
+/// Whether CFITSIO can sum up the current HDU. It would sum up all data that a damaged header declares, for hours if that
+/// is absurdly much; and a heap of negative size would make it write beyond a buffer.
+bool CanBeSummed(fitsfile* file) {
+  LONGLONG header = 0;
+  LONGLONG data = 0;
+  LONGLONG end = 0;
+  int status = 0;
+  fits_get_hduaddrll(file, &header, &data, &end, &status);
+  const FITSfile& state = *file->Fptr;
+  return status == 0 && end <= state.filesize && state.heapstart >= 0 && state.heapsize >= 0;
+}
+
 /// The deleter of handles. Whatever goes wrong here is ignored: releasing never throws and never reports.
 void Cleanup(HandleType* handle) {
   if (handle == nullptr) return;
   if (handle->file != nullptr) {
     int status = 0;
-    fits_write_chksum(handle->file, &status);
+    if (!handle->read_only || CanBeSummed(handle->file)) fits_write_chksum(handle->file, &status);
     status = 0;
     fits_close_file(handle->file, &status);
     handle->file = nullptr;

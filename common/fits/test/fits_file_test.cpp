@@ -143,6 +143,24 @@ TEST(FitsFile, FailureLeavesNoDescriptor) {
   EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
+TEST(FitsFile, ReleaseDoesNotSumUpDataThatTheFileLacks) {
+  // A header that declares 8 · 10¹⁵ bytes: were they summed up, this would not end.
+  const TempDir folder;
+  const std::string path = folder / "huge.fits";
+  WriteImage(path, DOUBLE_IMG, {10, 10}, std::vector<double>(100, 1.0));
+  const std::vector<char> bytes = Bytes(path);
+  std::string text(bytes.begin(), bytes.end());
+  for (const char* const axis : {"NAXIS1  =                   10", "NAXIS2  =                   10"}) {
+    const std::size_t place = text.find(axis);
+    ASSERT_NE(place, std::string::npos);
+    text.replace(place + 10, 20, "            31622776");
+  }
+  WriteText(path, text);
+  const std::size_t descriptors = OpenDescriptors();
+  EXPECT_EQ(FitsFile(path, std::nullopt)->hdu_type, 0);
+  EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
 TEST(Handle, MovesOwnershipAndReleasesOnce) {
   const TempDir folder;
   WriteImage(folder / "image.fits", SHORT_IMG, {1}, {7});
