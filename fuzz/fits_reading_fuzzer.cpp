@@ -73,7 +73,8 @@ void ReadTables(const std::string& extension) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::ofstream(Path(), std::ios::binary).write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  std::ofstream(Path(), std::ios::binary)
+      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
   Try([] { ReadImages(); });
   Try([] { ReadTables("rois"); });
   Try([] { ReadTables("1"); });

@@ -26,16 +26,12 @@ using quen::testing::Index;
 using quen::testing::OpenDescriptors;
 using quen::testing::PlainFrames;
 using quen::testing::RandomNumbers;
+using quen::testing::SameValues;
 using quen::testing::SimulatorUnderTest;
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr const char* kIncompatible = "ShsSimulator::ComputeFrame: incompatible configuration";
-
-/// A NaN equals another one.
-bool SameValues(const std::vector<double>& a, const std::vector<double>& b) {
-  return std::ranges::equal(a, b, [](double x, double y) { return x == y || (x != x && y != y); });
-}
 
 class ComputeFrame : public ::testing::Test {
  protected:

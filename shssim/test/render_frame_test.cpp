@@ -21,6 +21,7 @@ using quen::shssim::RenderFrame;
 using quen::shssim::RenderReport;
 using quen::testing::PlainFrames;
 using quen::testing::RandomNumbers;
+using quen::testing::SameValues;
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
@@ -36,10 +37,6 @@ std::vector<Roi> Grid() {
     rois.emplace_back(x, x + 24, y, y + 24, 840, 816, x + 11.5, y + 11.5);
   }
   return rois;
-}
-
-bool SameValues(const std::vector<double>& a, const std::vector<double>& b) {
-  return std::ranges::equal(a, b, [](double x, double y) { return x == y || (x != x && y != y); });
 }
 
 class RenderFrameTest : public ::testing::TestWithParam<Level> {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <random>
@@ -55,6 +56,11 @@ struct PlainFrames {
     }
   }
 };
+
+/// Whether all elements are equal, a NaN to another one too.
+inline bool SameValues(const std::vector<double>& a, const std::vector<double>& b) {
+  return std::ranges::equal(a, b, [](double x, double y) { return x == y || (x != x && y != y); });
+}
 
 /// `count` numbers uniform in [−span, span), the same for the same seed.
 inline std::vector<double> RandomNumbers(std::size_t count, double span, std::uint32_t seed) {
