@@ -5,7 +5,7 @@
 
 #include "common/filesystem/filesystem.hpp"
 #include "common/fits/fits.hpp"
-#include "defs/camera.hpp"
+#include "defs/camera.hpp"  // each simulator carries the camera table
 
 namespace quen::basesim {
 namespace {

@@ -6,7 +6,7 @@
 #include "common/fits/fits.hpp"
 #include "common/random/random.hpp"
 #include "common/simd/level.hpp"
-#include "defs/camera.hpp"
+#include "defs/camera.hpp"  // each simulator carries the camera table
 #include "shssim/src/render_frame.hpp"
 #include "shssim/src/slope_file.hpp"
 
