@@ -76,7 +76,9 @@ TEST_F(FatalConditionsDeathTest, NegativeOrNanNoiseAtTheFirstPixel) {
 }
 
 TEST_F(FatalConditionsDeathTest, PixelOutsideTheFrame) {
-  simulator_.rois.back() = Roi(0, 1, 816, 817, 840, 1000, 0, 0);
+  simulator_.rois.back() = Roi(0, 1, 816, 817, 840, 1000, 0, 0);  // far from its spot
+  EXPECT_DEATH(Render(0.0), kBadIndex);
+  simulator_.rois.back() = Roi(0, 1, 816, 817, 840, 1000, 0, 816);  // near it
   EXPECT_DEATH(Render(0.0), kBadIndex);
 }
 

@@ -81,6 +81,18 @@ TEST_P(UniformStreamTest, SkippingIsDrawing) {
   }
 }
 
+TEST_P(UniformStreamTest, SkippingMayStopBeforeTheLastWord) {
+  std::mt19937 engine(7);
+  engine.discard(1);
+  std::mt19937 expected = engine;
+  expected.discard(2ULL * (311 + 5));
+  UniformStream stream(GetParam(), engine, 311 + 5);
+  stream.Skip(311);  // 1 + 2 · 311 = 623 words used
+  stream.Skip(5);
+  stream.Return();
+  EXPECT_TRUE(engine == expected);
+}
+
 TEST_P(UniformStreamTest, NothingDrawnLeavesTheEngine) {
   std::mt19937 engine(7);
   engine.discard(624);
