@@ -91,16 +91,17 @@ void AddFrames(Scene& scene) {
 void AddStages(Scene& scene) {
   const Level level = quen::common::simd::Best();
   Add("stages of a frame/whole, noise 10", [&scene, level] { Rendered(scene, level, 10.0); });
-  Add("stages of a frame/advance the engine", [&scene, level] {
+  Add("stages of a frame/draw: advance the engine", [&scene, level] {
     UniformStream stream(level, scene.engine, kPixels);
     stream.Skip(kPixels);
     stream.Return();
   });
-  Add("stages of a frame/advance, temper and convert", [&scene, level] {
+  Add("stages of a frame/draw, temper and convert", [&scene, level] {
     UniformStream stream(level, scene.engine, kPixels);
     for (std::size_t k = 0; k < kPixels; k += 576) benchmark::DoNotOptimize(stream.Take(576));
     stream.Return();
   });
+  Add("stages of a frame/Gaussians, stored, and the advance", [&scene, level] { Rendered(scene, level, 0.0); });
   Add("stages of a frame/store both frames", [&scene] {
     std::ranges::fill(scene.values, 1.0);
     std::ranges::fill(scene.pixels, std::uint16_t{1});
