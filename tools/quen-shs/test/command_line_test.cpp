@@ -153,10 +153,10 @@ TEST(CommandLine, ProgressIsShownOnATerminal) {
   const TempDir folder;
   ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
   // script(1) gives the command a terminal.
-  const Outcome outcome = quen::testing::Run("script -qec '" QUEN_SHS " loop --frames 200 " + folder.Path() + "' " +
+  const Outcome outcome = quen::testing::Run("script -qec '" QUEN_SHS " loop --frames 600 " + folder.Path() + "' " +
                                              (folder / "typescript"));
   EXPECT_EQ(outcome.exit_code, 0);
-  EXPECT_NE(outcome.out.find(" of 200, "), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find(" of 600, "), std::string::npos) << outcome.out;
   EXPECT_NE(outcome.out.find(" s left"), std::string::npos) << outcome.out;
 }
 
