@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <numeric>
 #include <stdexcept>
 
 namespace quen::testing {
@@ -13,12 +12,6 @@ using basesim::kNumRois;
 using basesim::kNumSlopes;
 
 constexpr std::size_t kUsed = 607;
-
-std::vector<double> Ramp(double first) {
-  std::vector<double> values(kNumModes * kNumSlopes);
-  std::iota(values.begin(), values.end(), first);
-  return values;
-}
 
 }  // namespace
 
@@ -38,8 +31,8 @@ void Table::Remove(const std::string& column) {
 }
 
 Calibration::Calibration()
-    : m2s{DOUBLE_IMG, {kNumModes, kNumSlopes}, Ramp(0.25)},
-      cm{DOUBLE_IMG, {kNumSlopes, kNumModes}, Ramp(-0.75)},
+    : m2s{DOUBLE_IMG, {kNumModes, kNumSlopes}, Ramp(kNumModes * kNumSlopes, 0.25)},
+      cm{DOUBLE_IMG, {kNumSlopes, kNumModes}, Ramp(kNumSlopes * kNumModes, -0.75)},
       rois{"rois",
            {{"x_low", "U", {}},
             {"x_up", "U", {}},

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <numeric>
 #include <stdexcept>
 #include <string_view>
 
@@ -40,6 +41,12 @@ void WriteImage(const std::string& path, int bitpix, const std::vector<long>& di
   }
   fits_close_file(file, &status);
   Check(status, path);
+}
+
+std::vector<double> Ramp(std::size_t count, double first) {
+  std::vector<double> values(count);
+  std::iota(values.begin(), values.end(), first);
+  return values;
 }
 
 void AppendTable(const std::string& path, const std::string& name, long rows, const std::vector<ColumnData>& columns,

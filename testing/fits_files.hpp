@@ -2,7 +2,7 @@
 
 #include <fitsio.h>
 
-#include <cstdint>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -13,6 +13,9 @@ namespace quen::testing {
 
 /// Writes a primary image of `values` (as many as the product of `dims`, or none for an empty list) stored as `bitpix`.
 void WriteImage(const std::string& path, int bitpix, const std::vector<long>& dims, const std::vector<double>& values);
+
+/// `count` numbers: first, first + 1, first + 2, …
+std::vector<double> Ramp(std::size_t count, double first = 1.0);
 
 /// A column of a table: name, TFORM and its values (numbers only), one per row.
 struct ColumnData {

@@ -25,18 +25,13 @@ using quen::testing::ClearMessages;
 using quen::testing::ExpectThrows;
 using quen::testing::ExpectThrowsWithDetails;
 using quen::testing::OpenDescriptors;
+using quen::testing::Ramp;
 using quen::testing::TempDir;
 using quen::testing::WriteImage;
 using Dims = std::vector<std::size_t>;
 
 constexpr double kSentinel = -12345.0;
 constexpr const char* kNotAnImage = "Fits: Handle opened for an exttension HDU";
-
-std::vector<double> Ramp(std::size_t count) {
-  std::vector<double> values(count);
-  std::iota(values.begin(), values.end(), 1.0);
-  return values;
-}
 
 /// A file with one image whose pixels are 1, 2, 3, …
 class ImageFile {

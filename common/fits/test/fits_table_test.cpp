@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <numeric>
 
 #include "common/fits/fits.hpp"
 #include "testing/environment.hpp"
@@ -26,18 +25,13 @@ using quen::testing::ClearMessages;
 using quen::testing::ColumnData;
 using quen::testing::ExpectThrows;
 using quen::testing::ExpectThrowsWithDetails;
+using quen::testing::Ramp;
 using quen::testing::TempDir;
 using quen::testing::WriteImage;
 
 constexpr double kSentinel = -12345.0;
 constexpr const char* kNotATable = "Fits: Handle opened for primary image HDU";
 constexpr const char* kReadOnly = "Fits: Handle opened for reading only";
-
-std::vector<double> Ramp(std::size_t count) {
-  std::vector<double> values(count);
-  std::iota(values.begin(), values.end(), 1.0);
-  return values;
-}
 
 /// A file with one table "t".
 class TableFile {
