@@ -20,6 +20,7 @@ target_sources(
           common/fits/src/fits_file.cpp
           common/fits/src/fits_image.cpp
           common/fits/src/fits_table.cpp
+          common/fits/src/header_check.cpp
           common/fits/src/status.cpp
           common/logging/src/logging.cpp
           common/random/src/random.cpp

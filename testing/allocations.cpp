@@ -6,16 +6,25 @@
 
 namespace {
 
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): operator new has nowhere else to count.
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): operator new has nowhere else to count.
 std::atomic<std::size_t> g_allocations = 0;
+std::atomic<std::size_t> g_largest = 0;
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 }  // namespace
 
 std::size_t quen::testing::Allocations() { return g_allocations; }
 
+std::size_t quen::testing::LargestAllocation() { return g_largest; }
+
+void quen::testing::ForgetLargestAllocation() { g_largest = 0; }
+
 // NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory): this is where memory comes from.
 void* operator new(std::size_t size) {
   ++g_allocations;
+  std::size_t largest = g_largest;
+  while (size > largest && !g_largest.compare_exchange_weak(largest, size)) {
+  }
   if (void* const memory = std::malloc(size == 0 ? 1 : size); memory != nullptr) return memory;
   throw std::bad_alloc();
 }

@@ -8,4 +8,8 @@ namespace quen::testing {
 /// replaces it.
 std::size_t Allocations();
 
+/// Bytes of the largest block that operator new has been asked for, ever or since it was told to forget.
+std::size_t LargestAllocation();
+void ForgetLargestAllocation();
+
 }  // namespace quen::testing

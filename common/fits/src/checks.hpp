@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <stdexcept>
 #include <string>
@@ -14,6 +15,12 @@ inline std::size_t ElementCount(const std::vector<std::size_t>& shape) {
   std::size_t count = 1;
   for (const std::size_t length : shape) count *= length;
   return count;
+}
+
+/// Bytes of the file, those included that are written but not on disk yet. An uncompressed file's, where it is compressed.
+inline std::size_t FileSize(const Handle& handle) {
+  const FITSfile& state = *handle->file->Fptr;
+  return static_cast<std::size_t>(std::max(state.filesize, state.logfilesize));
 }
 
 inline void CheckBuffer(std::size_t needed, std::size_t available) {

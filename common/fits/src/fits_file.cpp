@@ -1,14 +1,16 @@
+#include <algorithm>
 #include <filesystem>
 #include <stdexcept>
 
 #include "common/fits/fits.hpp"
+#include "common/fits/src/header_check.hpp"
 #include "common/fits/src/status.hpp"
 
 namespace quen::common::Fits {
 namespace {
 
 /// Whether CFITSIO can sum up the current HDU. It would sum up all data that a damaged header declares, for hours if that
-/// is absurdly much; and a heap of negative size would make it write beyond a buffer.
+/// is absurdly much.
 bool CanBeSummed(fitsfile* file) {
   LONGLONG header = 0;
   LONGLONG data = 0;
@@ -16,7 +18,7 @@ bool CanBeSummed(fitsfile* file) {
   int status = 0;
   fits_get_hduaddrll(file, &header, &data, &end, &status);
   const FITSfile& state = *file->Fptr;
-  return status == 0 && end <= state.filesize && state.heapstart >= 0 && state.heapsize >= 0;
+  return status == 0 && end <= std::max(state.filesize, state.logfilesize);
 }
 
 /// The deleter of handles. Whatever goes wrong here is ignored: releasing never throws and never reports.
@@ -24,7 +26,7 @@ void Cleanup(HandleType* handle) {
   if (handle == nullptr) return;
   if (handle->file != nullptr) {
     int status = 0;
-    if (!handle->read_only || CanBeSummed(handle->file)) fits_write_chksum(handle->file, &status);
+    if (CanBeSummed(handle->file)) fits_write_chksum(handle->file, &status);
     status = 0;
     fits_close_file(handle->file, &status);
     handle->file = nullptr;
@@ -62,7 +64,7 @@ const char* CppToFits<double>::format = "D";
 Handle FitsFile(const std::string& path, const std::optional<std::string>& extension) {
   Handle handle = MakeHandle(true, extension);
   const std::string name = extension ? path + "[" + *extension + "]" : path;
-  int status = 0;
+  int status = CheckHeaders(name, READONLY);
   fits_open_file(&handle->file, name.c_str(), READONLY, &status);
   fits_get_hdu_type(handle->file, &handle->hdu_type, &status);
   if (status != 0 || handle->file == nullptr) {
@@ -74,7 +76,7 @@ Handle FitsFile(const std::string& path, const std::optional<std::string>& exten
 Handle FitsFileWrite(const std::string& path, bool overwrite, const std::optional<std::string>& extension) {
   Handle handle = MakeHandle(false, extension);
   if (!overwrite) {
-    int status = 0;
+    int status = CheckHeaders(path, READWRITE);
     fits_open_file(&handle->file, path.c_str(), READWRITE, &status);
     if (status == 0 && handle->file != nullptr) {
       if (extension) {

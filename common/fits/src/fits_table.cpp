@@ -40,6 +40,13 @@ Column ReadColumnParams(const Handle& handle, int number) {
   return {name.data(), number, datatype};
 }
 
+/// Whether CFITSIO knows how wide a column's elements are. After a damaged header it may not, and would divide by zero.
+bool HasWidth(const Handle& handle, int column) {
+  const FITSfile& state = *handle->file->Fptr;
+  if (state.tableptr == nullptr || column < 1 || column > state.tfield) return true;  // CFITSIO refuses these itself
+  return state.tableptr[column - 1].twidth > 0;
+}
+
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the text only.
 char* Text(const std::string& text) { return const_cast<char*>(text.c_str()); }
 
@@ -88,7 +95,12 @@ template <typename T>
 std::vector<T> ReadColumnOrThrow(const Handle& handle, const std::string& column) {
   const TableParams params = ReadTableParams(handle, column);
   if (params.second.empty()) throw std::runtime_error("ReadColumnOrThrow: misconfigured column: " + column);
-  std::vector<T> values(ElementCount(params.first));
+  const std::size_t count = ElementCount(params.first);
+  // An element takes a byte at least: no memory for rows that the file cannot hold.
+  if (count > FileSize(handle)) {
+    throw std::runtime_error("Fits: Error reading column \"" + column + "\": " + ReadStatus(END_OF_FILE));
+  }
+  std::vector<T> values(count);
   ReadColumnPriv(handle, values.data(), values.size(), kDatatype<T>, column);
   return values;
 }
@@ -121,7 +133,7 @@ void WriteTable(const Handle& handle, const std::vector<std::pair<std::string, s
 std::size_t WriteColumnPriv(const Handle& handle, const void* data, std::size_t count, int datatype, int column,
                             int first_row) {
   CheckWritable(handle);
-  int status = 0;
+  int status = HasWidth(handle, column) ? 0 : BAD_TFORM;
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the data only.
   fits_write_col(handle->file, datatype, column, first_row, 1, static_cast<LONGLONG>(count), const_cast<void*>(data),
                  &status);

@@ -1,0 +1,167 @@
+#include "common/fits/src/header_check.hpp"
+
+#include <fitsio.h>
+
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace quen::common::Fits {
+namespace {
+
+constexpr std::size_t kCard = 80;
+constexpr int kBlock = 2880;
+constexpr std::size_t kKeyword = 8;        // characters
+constexpr double kLargest = 1e15;          // bytes or elements; CFITSIO multiplies such numbers without a check
+constexpr std::size_t kMostDigits = 15;    // of a column's repeat count
+constexpr std::size_t kMostCards = 100'000;
+constexpr double kMostMissing = 1e8;       // bytes; a file to be written to is first filled up to what it declares
+
+/// A keyword and what stands after its "=", from the first character that is not blank.
+struct Card {
+  std::string keyword;
+  std::string value;
+};
+
+using Header = std::vector<Card>;
+
+Card Parsed(std::string_view text) {
+  Card card;
+  card.keyword = text.substr(0, std::min(kKeyword, text.find(' ')));
+  if (text[kKeyword] == '=') {
+    const std::string_view value = text.substr(kKeyword + 1);
+    card.value = value.substr(std::min(value.size(), value.find_first_not_of(' ')));
+  }
+  return card;
+}
+
+/// The header that starts `start` bytes into the file, without its END; the file then stands behind the header's last
+/// block. Nothing where the file ends before the END.
+std::optional<Header> ReadHeader(std::istream& file, double start) {
+  Header header;
+  file.seekg(static_cast<std::streamoff>(start));
+  std::string block(kBlock, ' ');
+  while (header.size() < kMostCards && file.read(block.data(), kBlock)) {
+    for (std::size_t at = 0; at < kBlock; at += kCard) {
+      const Card card = Parsed(std::string_view(block).substr(at, kCard));
+      if (card.keyword == "END" && card.value.empty()) return header;
+      header.push_back(card);
+    }
+  }
+  return std::nullopt;
+}
+
+int Refuse(int status, const std::string& keyword, const std::string& reason) {
+  fits_write_errmsg((keyword + " in the header " + reason + ".").c_str());
+  return status;
+}
+
+/// Whether a text ends with a quote. Two quotes in a row stand for one in the text.
+bool IsClosed(std::string_view text) {
+  bool open = false;
+  for (const char c : text) {
+    if (c == '\'') open = !open;
+    if (c == '/' && !open) break;
+  }
+  return !open;
+}
+
+bool IsIndexed(std::string_view keyword, std::string_view root) {
+  return keyword.starts_with(root) && keyword.size() > root.size();
+}
+
+bool IsSize(std::string_view keyword) {
+  return keyword == "PCOUNT" || keyword == "GCOUNT" || keyword == "THEAP" || IsIndexed(keyword, "NAXIS") ||
+         IsIndexed(keyword, "ZNAXIS") || IsIndexed(keyword, "ZTILE");
+}
+
+int CheckCard(const Card& card) {
+  const auto& [keyword, value] = card;
+  if (keyword.starts_with("T") && value.starts_with("'") && !IsClosed(value)) {
+    return Refuse(NO_QUOTE, keyword, "lacks its closing quote");
+  }
+  if (IsIndexed(keyword, "TFORM")) {
+    const std::size_t first = std::min(value.size(), value.find_first_not_of("' "));
+    const std::size_t end = std::min(value.size(), value.find_first_not_of("0123456789", first));
+    if (end - first > kMostDigits) return Refuse(BAD_TFORM, keyword, "has too large a repeat count");
+  }
+  if (IsSize(keyword)) {
+    const double number = std::strtod(value.c_str(), nullptr);
+    if (number < 0.0 || number > kLargest) return Refuse(BAD_NAXES, keyword, "is negative or too large");
+  }
+  return 0;
+}
+
+/// Bytes of data that a header declares.
+double DataSize(const Header& header) {
+  double bits = 0.0;
+  double axes = 0.0;
+  double elements = 1.0;
+  double parameters = 0.0;
+  double groups = 1.0;
+  for (const auto& [keyword, value] : header) {
+    const double number = std::strtod(value.c_str(), nullptr);
+    if (keyword == "BITPIX") bits = std::abs(number);
+    if (keyword == "NAXIS") axes = number;
+    if (keyword == "PCOUNT") parameters = number;
+    if (keyword == "GCOUNT") groups = number;
+    const bool no_pixels = keyword == "NAXIS1" && number == 0.0;  // as in random groups
+    if (IsIndexed(keyword, "NAXIS") && !no_pixels) elements *= number;
+  }
+  return axes == 0.0 ? 0.0 : bits / 8.0 * groups * (parameters + elements);
+}
+
+double Padded(double size) { return std::ceil(size / kBlock) * kBlock; }
+
+int CheckHeader(const Header& header) {
+  for (const Card& card : header) {
+    if (const int status = CheckCard(card); status != 0) return status;
+  }
+  return 0;
+}
+
+/// The file on disk that CFITSIO will open under this name, if that is a plain FITS file.
+std::optional<std::ifstream> OpenPlainFits(const std::string& name) {
+  constexpr std::string_view kStart = "SIMPLE  =";
+  constexpr std::string_view kScheme = "file://";
+  std::array<char, FLEN_FILENAME> root{};
+  int status = 0;
+  if (name.size() >= root.size()) return std::nullopt;
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the name only.
+  fits_parse_rootname(const_cast<char*>(name.c_str()), root.data(), &status);
+  std::string path = root.data();
+  if (path.starts_with(kScheme)) path.erase(0, kScheme.size());
+  std::error_code unreadable;
+  if (status != 0 || !std::filesystem::is_regular_file(path, unreadable)) return std::nullopt;
+
+  std::ifstream file(path, std::ios::binary);
+  std::string start(kStart.size(), ' ');
+  if (!file.read(start.data(), static_cast<std::streamsize>(start.size())) || start != kStart) return std::nullopt;
+  return file;
+}
+
+}  // namespace
+
+int CheckHeaders(const std::string& name, int mode) {
+  std::optional<std::ifstream> file = OpenPlainFits(name);
+  if (!file) return 0;
+  file->seekg(0, std::ios::end);
+  const auto size = static_cast<double>(file->tellg());
+  const double room = mode == READWRITE ? size + kMostMissing : kLargest;
+  double start = 0.0;
+  while (const std::optional<Header> header = ReadHeader(*file, start)) {
+    if (const int status = CheckHeader(*header); status != 0) return status;
+    start = static_cast<double>(file->tellg()) + Padded(DataSize(*header));
+    if (start > room) return Refuse(BAD_NAXES, "NAXIS", "declares too much data");
+  }
+  return 0;
+}
+
+}  // namespace quen::common::Fits

@@ -1,0 +1,74 @@
+#include "fuzz/input.hpp"
+
+#include <fitsio.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "testing/allocations.hpp"
+#include "testing/environment.hpp"
+
+namespace quen::fuzz {
+namespace {
+
+constexpr std::size_t kConstantRoom = 1'000'000;  // bytes, whatever the input
+
+/// Made with a folder "data" in it, removed when the process ends.
+struct Folder {
+  Folder() { std::filesystem::create_directories(path / "data"); }
+  ~Folder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  Folder(Folder&&) = delete;
+  Folder& operator=(Folder&&) = delete;
+
+  const std::filesystem::path memory = "/dev/shm";
+  const std::filesystem::path path =
+      (std::filesystem::exists(memory) ? memory : std::filesystem::temp_directory_path()) /
+      ("quen_fuzz_" + std::to_string(getpid()));
+};
+
+void Require(bool holds, const char* broken) {
+  if (holds) return;
+  static_cast<void>(std::fprintf(stderr, "%s\n", broken));
+  std::abort();
+}
+
+}  // namespace
+
+std::string Path(const std::string& name) {
+  static const Folder folder;
+  return (folder.path / name).string();
+}
+
+void WriteFile(const std::string& path, const Bytes& bytes) {
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+void Try(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const std::invalid_argument&) {
+  } catch (const std::out_of_range&) {
+  } catch (const std::runtime_error&) {
+  }
+}
+
+void Guarded(std::size_t size, std::size_t factor, const std::function<void()>& action) {
+  const std::size_t before = testing::OpenDescriptors();
+  testing::ForgetLargestAllocation();
+  action();
+  fits_clear_errmsg();
+  Require(testing::OpenDescriptors() == before, "a descriptor is left open");
+  Require(testing::LargestAllocation() <= kConstantRoom + factor * size, "an allocation that the input does not justify");
+}
+
+}  // namespace quen::fuzz
