@@ -13,10 +13,11 @@ constexpr std::size_t kValueAt = 10;  // in a card
 constexpr std::size_t kCutEvery = 720;  // bytes, in data
 
 /// What stands in place of a card's value: numbers that do not fit, texts, and a format of each kind of column.
-constexpr std::array<std::string_view, 62> kValues = {
+constexpr std::array<std::string_view, 63> kValues = {
     "", "-1", "0", "1", "2", "3", "7", "8", "999", "1000", "32768", "2147483647", "2147483648", "-2147483649",
     "4611686018427387904", "9223372036854775807", "-9223372036854775808", "18446744073709551616", "1e400", "-1e-400",
     "NaN", "T", "F", "()", "/", "&", "''", "'", "'IMAGE'", "'TABLE'", "'BINTABLE'", "'A3DTABLE'", "'RICE_1'", "'GZIP_1'",
+    "1234567890123456789012345678901234567890123456789012345678901234567890",
     "'no quote at the end, and as long as a card can hold it, up to its last column", "'a''b'", "'0D'", "'D'", "'1B'",
     "'8X'", "'1L'", "'1I'", "'1J'", "'1K'", "'1E'", "'1C'", "'1M'", "'1U'", "'1V'", "'1S'", "'1W'", "'12A'", "'12A3'",
     "'1PD(9)'", "'1QB(99999)'", "'999999999D'", "'2147483648B'", "'-1D'", "'E15.7'", "'I999999'", "'(4,4)'", "'#1'"};

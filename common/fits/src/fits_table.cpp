@@ -40,11 +40,21 @@ Column ReadColumnParams(const Handle& handle, int number) {
   return {name.data(), number, datatype};
 }
 
-/// Whether CFITSIO knows how wide a column's elements are. After a damaged header it may not, and would divide by zero.
-bool HasWidth(const Handle& handle, int column) {
+/// Whether CFITSIO, asked for its columns before, knows them. After a damaged header it may count columns whose
+/// description is a null pointer, which it would follow.
+bool KnowsItsColumns(const Handle& handle) {
   const FITSfile& state = *handle->file->Fptr;
-  if (state.tableptr == nullptr || column < 1 || column > state.tfield) return true;  // CFITSIO refuses these itself
-  return state.tableptr[column - 1].twidth > 0;
+  return state.tfield == 0 || state.tableptr != nullptr;
+}
+
+/// 0, or why a column cannot be written: CFITSIO would divide by the width of its elements, which a damaged header leaves
+/// at zero. What it refuses itself is left to it.
+int CheckElementWidth(const Handle& handle, int column) {
+  int column_count = 0;
+  int status = 0;
+  fits_get_num_cols(handle->file, &column_count, &status);
+  if (status != 0 || column < 1 || column > column_count) return 0;
+  return KnowsItsColumns(handle) && handle->file->Fptr->tableptr[column - 1].twidth > 0 ? 0 : BAD_TFORM;
 }
 
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the text only.
@@ -61,6 +71,7 @@ TableParams ReadTableParams(const Handle& handle, const std::optional<std::strin
   long row_count = 0;
   fits_get_num_cols(handle->file, &column_count, &status);
   fits_get_num_rows(handle->file, &row_count, &status);
+  if (status == 0 && !KnowsItsColumns(handle)) status = BAD_TFIELDS;
   if (status != 0) throw std::runtime_error("Fits: Error getting table params: " + ReadStatus(status));
 
   std::vector<Column> columns;
@@ -133,7 +144,7 @@ void WriteTable(const Handle& handle, const std::vector<std::pair<std::string, s
 std::size_t WriteColumnPriv(const Handle& handle, const void* data, std::size_t count, int datatype, int column,
                             int first_row) {
   CheckWritable(handle);
-  int status = HasWidth(handle, column) ? 0 : BAD_TFORM;
+  int status = CheckElementWidth(handle, column);
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the data only.
   fits_write_col(handle->file, datatype, column, first_row, 1, static_cast<LONGLONG>(count), const_cast<void*>(data),
                  &status);

@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t kCard = 80;
 constexpr int kBlock = 2880;
 constexpr std::size_t kKeyword = 8;        // characters
-constexpr double kLargest = 1e15;          // bytes or elements; CFITSIO multiplies such numbers without a check
+constexpr double kLargest = 1e18;          // bytes or elements; CFITSIO multiplies such numbers without a check
 constexpr std::size_t kMostDigits = 15;    // of a column's repeat count
 constexpr std::size_t kMostCards = 100'000;
 constexpr double kMostMissing = 1e8;       // bytes; a file to be written to is first filled up to what it declares
@@ -63,14 +63,12 @@ int Refuse(int status, const std::string& keyword, const std::string& reason) {
   return status;
 }
 
-/// Whether a text ends with a quote. Two quotes in a row stand for one in the text.
-bool IsClosed(std::string_view text) {
-  bool open = false;
-  for (const char c : text) {
-    if (c == '\'') open = !open;
-    if (c == '/' && !open) break;
-  }
-  return !open;
+/// Whether a value, not in quotes, is longer than CFITSIO's room for the name of a column.
+bool IsTooLong(std::string_view value) {
+  constexpr std::size_t kRoom = 69;
+  if (value.starts_with("'")) return false;
+  const std::size_t end = value.starts_with("(") ? value.find(')') : value.find_first_of(" /");
+  return std::min(end, value.size()) >= kRoom;
 }
 
 bool IsIndexed(std::string_view keyword, std::string_view root) {
@@ -84,9 +82,7 @@ bool IsSize(std::string_view keyword) {
 
 int CheckCard(const Card& card) {
   const auto& [keyword, value] = card;
-  if (keyword.starts_with("T") && value.starts_with("'") && !IsClosed(value)) {
-    return Refuse(NO_QUOTE, keyword, "lacks its closing quote");
-  }
+  if (keyword.starts_with("T") && IsTooLong(value)) return Refuse(NO_QUOTE, keyword, "has too long a value");
   if (IsIndexed(keyword, "TFORM")) {
     const std::size_t first = std::min(value.size(), value.find_first_not_of("' "));
     const std::size_t end = std::min(value.size(), value.find_first_not_of("0123456789", first));
@@ -94,7 +90,7 @@ int CheckCard(const Card& card) {
   }
   if (IsSize(keyword)) {
     const double number = std::strtod(value.c_str(), nullptr);
-    if (number < 0.0 || number > kLargest) return Refuse(BAD_NAXES, keyword, "is negative or too large");
+    if (!(number >= 0.0 && number <= kLargest)) return Refuse(BAD_NAXES, keyword, "is negative or too large");
   }
   return 0;
 }
@@ -159,7 +155,7 @@ int CheckHeaders(const std::string& name, int mode) {
   while (const std::optional<Header> header = ReadHeader(*file, start)) {
     if (const int status = CheckHeader(*header); status != 0) return status;
     start = static_cast<double>(file->tellg()) + Padded(DataSize(*header));
-    if (start > room) return Refuse(BAD_NAXES, "NAXIS", "declares too much data");
+    if (!(start <= room)) return Refuse(BAD_NAXES, "NAXIS", "declares too much data");
   }
   return 0;
 }
