@@ -48,13 +48,15 @@ bool KnowsItsColumns(const Handle& handle) {
 }
 
 /// 0, or why a column cannot be written: CFITSIO would divide by the width of its elements, which a damaged header leaves
-/// at zero. What it refuses itself is left to it.
+/// at zero. Columns that there are not are left to it.
 int CheckElementWidth(const Handle& handle, int column) {
   int column_count = 0;
   int status = 0;
   fits_get_num_cols(handle->file, &column_count, &status);
-  if (status != 0 || column < 1 || column > column_count) return 0;
-  return KnowsItsColumns(handle) && handle->file->Fptr->tableptr[column - 1].twidth > 0 ? 0 : BAD_TFORM;
+  if (status != 0 && status != NOT_TABLE) return status;
+  const FITSfile& state = *handle->file->Fptr;
+  if (column < 1 || column > state.tfield) return 0;
+  return KnowsItsColumns(handle) && state.tableptr[column - 1].twidth > 0 ? 0 : BAD_TFORM;
 }
 
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the text only.

@@ -2,8 +2,8 @@
 
 #include <fitsio.h>
 
+#include <algorithm>
 #include <array>
-#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -11,7 +11,6 @@
 #include <optional>
 #include <string_view>
 #include <system_error>
-#include <vector>
 
 namespace quen::common::Fits {
 namespace {
@@ -21,7 +20,6 @@ constexpr int kBlock = 2880;
 constexpr std::size_t kKeyword = 8;        // characters
 constexpr double kLargest = 1e18;          // bytes or elements; CFITSIO multiplies such numbers without a check
 constexpr std::size_t kMostDigits = 15;    // of a column's repeat count
-constexpr std::size_t kMostCards = 100'000;
 constexpr double kMostMissing = 1e8;       // bytes; a file to be written to is first filled up to what it declares
 
 /// A keyword and what stands after its "=", from the first character that is not blank.
@@ -29,8 +27,6 @@ struct Card {
   std::string keyword;
   std::string value;
 };
-
-using Header = std::vector<Card>;
 
 Card Parsed(std::string_view text) {
   Card card;
@@ -40,22 +36,6 @@ Card Parsed(std::string_view text) {
     card.value = value.substr(std::min(value.size(), value.find_first_not_of(' ')));
   }
   return card;
-}
-
-/// The header that starts `start` bytes into the file, without its END; the file then stands behind the header's last
-/// block. Nothing where the file ends before the END.
-std::optional<Header> ReadHeader(std::istream& file, double start) {
-  Header header;
-  file.seekg(static_cast<std::streamoff>(start));
-  std::string block(kBlock, ' ');
-  while (header.size() < kMostCards && file.read(block.data(), kBlock)) {
-    for (std::size_t at = 0; at < kBlock; at += kCard) {
-      const Card card = Parsed(std::string_view(block).substr(at, kCard));
-      if (card.keyword == "END" && card.value.empty()) return header;
-      header.push_back(card);
-    }
-  }
-  return std::nullopt;
 }
 
 int Refuse(int status, const std::string& keyword, const std::string& reason) {
@@ -95,32 +75,60 @@ int CheckCard(const Card& card) {
   return 0;
 }
 
-/// Bytes of data that a header declares.
-double DataSize(const Header& header) {
-  double bits = 0.0;
-  double axes = 0.0;
-  double elements = 1.0;
-  double parameters = 0.0;
-  double groups = 1.0;
-  for (const auto& [keyword, value] : header) {
-    const double number = std::strtod(value.c_str(), nullptr);
-    if (keyword == "BITPIX") bits = std::abs(number);
-    if (keyword == "NAXIS") axes = number;
-    if (keyword == "PCOUNT") parameters = number;
-    if (keyword == "GCOUNT") groups = number;
-    const bool no_pixels = keyword == "NAXIS1" && number == 0.0;  // as in random groups
-    if (IsIndexed(keyword, "NAXIS") && !no_pixels) elements *= number;
+/// How much data a header declares, as its cards come.
+class DataSize {
+ public:
+  void Take(const Card& card) {
+    const double number = std::strtod(card.value.c_str(), nullptr);
+    if (card.keyword == "BITPIX") bits_ = std::abs(number);
+    if (card.keyword == "NAXIS") axes_ = number;
+    if (card.keyword == "PCOUNT") parameters_ = number;
+    if (card.keyword == "GCOUNT") groups_ = number;
+    const bool groups_only = card.keyword == "NAXIS1" && number == 0.0;  // "random groups" have no first axis
+    if (IsIndexed(card.keyword, "NAXIS") && !groups_only) elements_ *= number;
   }
-  return axes == 0.0 ? 0.0 : bits / 8.0 * groups * (parameters + elements);
-}
+
+  [[nodiscard]] double Bytes() const {
+    return axes_ == 0.0 ? 0.0 : bits_ / 8.0 * groups_ * (parameters_ + elements_);
+  }
+
+ private:
+  double bits_ = 0.0;
+  double axes_ = 0.0;
+  double elements_ = 1.0;
+  double parameters_ = 0.0;
+  double groups_ = 1.0;
+};
 
 double Padded(double size) { return std::ceil(size / kBlock) * kBlock; }
 
-int CheckHeader(const Header& header) {
-  for (const Card& card : header) {
-    if (const int status = CheckCard(card); status != 0) return status;
+/// What a look through one header has found.
+struct Header {
+  int status = 0;         ///< why it is refused
+  bool complete = false;  ///< it has its END
+  double end = 0.0;       ///< where its last block ends in the file
+  double data = 0.0;      ///< bytes of data that it declares
+};
+
+Header LookThrough(std::istream& file, double start) {
+  Header header;
+  header.end = start;
+  DataSize size;
+  std::string block(kBlock, ' ');
+  file.seekg(static_cast<std::streamoff>(start));
+  while (!header.complete && (file.read(block.data(), kBlock) || file.gcount() > 0)) {
+    block.resize(static_cast<std::size_t>(file.gcount()));
+    for (std::size_t at = 0; at + kCard <= block.size() && !header.complete; at += kCard) {
+      const Card card = Parsed(std::string_view(block).substr(at, kCard));
+      header.status = CheckCard(card);
+      if (header.status != 0) return header;
+      size.Take(card);
+      header.complete = card.keyword == "END";
+    }
+    header.end += kBlock;
   }
-  return 0;
+  header.data = size.Bytes();
+  return header;
 }
 
 /// The file on disk that CFITSIO will open under this name, if that is a plain FITS file.
@@ -151,11 +159,12 @@ int CheckHeaders(const std::string& name, int mode) {
   file->seekg(0, std::ios::end);
   const auto size = static_cast<double>(file->tellg());
   const double room = mode == READWRITE ? size + kMostMissing : kLargest;
-  double start = 0.0;
-  while (const std::optional<Header> header = ReadHeader(*file, start)) {
-    if (const int status = CheckHeader(*header); status != 0) return status;
-    start = static_cast<double>(file->tellg()) + Padded(DataSize(*header));
-    if (!(start <= room)) return Refuse(BAD_NAXES, "NAXIS", "declares too much data");
+  Header header;
+  for (double start = 0.0; start < size; start = header.end + Padded(header.data)) {
+    header = LookThrough(*file, start);
+    if (header.status != 0) return header.status;
+    if (!(header.end + header.data <= room)) return Refuse(BAD_NAXES, "NAXIS", "declares too much data");
+    if (!header.complete) return 0;
   }
   return 0;
 }
