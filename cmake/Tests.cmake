@@ -43,6 +43,8 @@ quen_add_test(
   LIBRARIES quen_shssim_static)
 quen_add_test(random_fault_test SOURCES common/random/test/random_fault_test.cpp LIBRARIES quen_shssim_static)
 quen_add_test(fits_fault_test SOURCES common/fits/test/fits_fault_test.cpp LIBRARIES quen_shssim_static ${CMAKE_DL_LIBS})
+quen_add_test(fault_test SOURCES shssim/test/faults_test.cpp testing/faulty_stdio.cpp
+              LIBRARIES quen_shssim_static ${CMAKE_DL_LIBS})
 
 # --- The shared library as its hosts see it.
 quen_add_test(
