@@ -81,8 +81,15 @@ if(QUEN_BUILD_TOOLS)
             tools/quen-shs/test/staged_file_test.cpp
             tools/quen-shs/test/zernike_test.cpp
     LIBRARIES quen_shs_core)
-  target_compile_definitions(quen_shs_test PRIVATE QUEN_SHS="$<TARGET_FILE:quen-shs>")
-  add_dependencies(quen_shs_test quen-shs)
+  quen_add_test(
+    quen_shs_fault_test
+    LABEL tool
+    SOURCES tools/quen-shs/test/faults_test.cpp testing/faulty_stdio.cpp
+    LIBRARIES quen_shs_core ${CMAKE_DL_LIBS})
+  foreach(test quen_shs_test quen_shs_fault_test)
+    target_compile_definitions(${test} PRIVATE QUEN_SHS="$<TARGET_FILE:quen-shs>")
+    add_dependencies(${test} quen-shs)
+  endforeach()
 endif()
 
 # --- The installed package. A sanitized library needs sanitized hosts, which these are not.

@@ -23,6 +23,12 @@ bool Concerns(bool write) {
   return g_plan.armed && of_writes == write;
 }
 
+/// What ferror() looks at; the C library has no function that sets it.
+void SetError(std::FILE* file) {
+  constexpr int kErrorSeen = 0x20;
+  file->_flags |= kErrorSeen;
+}
+
 /// Counts a call; whether it is to fail.
 bool Fails() {
   ++g_plan.calls;
@@ -44,6 +50,7 @@ extern "C" std::size_t fwrite(const void* data, std::size_t size, std::size_t co
   using namespace quen::testing;
   if (Concerns(true) && Fails()) {
     errno = g_plan.fault == Fault::kFullDisk ? ENOSPC : EIO;
+    SetError(file);
     return 0;
   }
   return real(data, size, count, file);
@@ -54,6 +61,7 @@ extern "C" std::size_t fread(void* data, std::size_t size, std::size_t count, st
   using namespace quen::testing;
   if (Concerns(false) && Fails()) {
     errno = EIO;
+    SetError(file);
     return g_plan.fault == Fault::kShortRead ? real(data, size, count / 2, file) : 0;
   }
   return real(data, size, count, file);

@@ -136,11 +136,9 @@ std::vector<std::string> WriteCalibration(const std::string& folder, bool force)
   WriteMatrix(files[0].Path(), m2s, "pix/rad", "modes-to-slopes matrix");
   WriteMatrix(files[1].Path(), cm, "rad/pix", "control matrix");
   WriteRois(files[2].Path(), used);
+  CheckAndCommit(files);
   std::vector<std::string> paths;
-  for (StagedFile& file : files) {
-    file.Commit();
-    paths.push_back(file.Target());
-  }
+  for (const StagedFile& file : files) paths.push_back(file.Target());
   return paths;
 }
 

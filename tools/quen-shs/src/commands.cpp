@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
+#include <tuple>
+#include <vector>
 
 #include "tools/quen-shs/src/calibration.hpp"
 #include "tools/quen-shs/src/calibration_lookup.hpp"
@@ -49,10 +51,11 @@ void Loop(const std::string& folder, const std::string& output, const LoopOption
 
   const std::filesystem::path directory(output);
   std::filesystem::create_directories(directory);
-  StagedFile frame((directory / "frame.fits").string());
-  StagedFile slopes((directory / "slopes.fits").string());
-  StagedFile telemetry((directory / "telemetry.fits").string());
-  StagedFile picture((directory / "loop.png").string());
+  std::vector<StagedFile> files;
+  for (const char* const name : {"frame.fits", "slopes.fits", "telemetry.fits", "loop.png"}) {
+    files.emplace_back((directory / name).string());
+  }
+  const auto& [frame, slopes, telemetry, picture] = std::tie(files[0], files[1], files[2], files[3]);
 
   std::vector<FrameRecord> records;
   double rate = 0.0;
@@ -66,10 +69,8 @@ void Loop(const std::string& folder, const std::string& output, const LoopOption
 
   const Summary summary(records, options);
   Print(summary, options, rate);
-  for (StagedFile* const file : {&frame, &slopes, &telemetry, &picture}) {
-    file->Commit();
-    PrintWritten(file->Target());
-  }
+  CheckAndCommit(files);
+  for (const StagedFile& file : files) PrintWritten(file.Target());
   if (options.strength > 0.0 && !(summary.after < summary.disturbance)) {
     throw std::runtime_error("the loop did not converge: its residual is not below the disturbance; try a lower gain");
   }

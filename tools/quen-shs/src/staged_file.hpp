@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace quen_shs {
 
@@ -19,6 +20,11 @@ class StagedFile {
   [[nodiscard]] const std::string& Path() const { return path_; }
   [[nodiscard]] const std::string& Target() const { return target_; }
 
+  /// Reads a FITS file back: every HDU's checksums must be there and right. A full disk may show at the last moment, when
+  /// a file is closed, where the library reports nothing. Other files are taken as they are.
+  /// @throws std::runtime_error  the file is not whole
+  void Check() const;
+
   /// Renames the file to its target, replacing what is there.
   /// @throws std::filesystem::filesystem_error  the file cannot be renamed
   void Commit();
@@ -27,5 +33,8 @@ class StagedFile {
   std::string target_;
   std::string path_;
 };
+
+/// Commits all files, if all are whole.
+void CheckAndCommit(std::vector<StagedFile>& files);
 
 }  // namespace quen_shs
