@@ -1,4 +1,4 @@
-# The tests. Labels: unit, statistics, abi, consumer, tool, and fuzz-replay (fuzz/CMakeLists.txt).
+# The tests. Labels: unit, statistics, soak, abi, consumer, tool, and fuzz-replay (fuzz/CMakeLists.txt).
 enable_testing()
 include(GoogleTest)
 find_package(GTest REQUIRED)
@@ -43,6 +43,7 @@ quen_add_test(
   LIBRARIES quen_shssim_static)
 quen_add_test(statistics_test LABEL statistics SOURCES shssim/test/noise_statistics_test.cpp
               LIBRARIES quen_shssim_static)
+quen_add_test(soak_test LABEL soak SOURCES shssim/test/soak_test.cpp LIBRARIES quen_shssim_static)
 quen_add_test(random_fault_test SOURCES common/random/test/random_fault_test.cpp LIBRARIES quen_shssim_static)
 quen_add_test(fits_fault_test SOURCES common/fits/test/fits_fault_test.cpp LIBRARIES quen_shssim_static ${CMAKE_DL_LIBS})
 quen_add_test(fault_test SOURCES shssim/test/faults_test.cpp testing/faulty_stdio.cpp
