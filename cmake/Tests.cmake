@@ -30,6 +30,7 @@ quen_add_test(
           common/fits/test/fits_file_test.cpp
           common/fits/test/fits_image_test.cpp
           common/fits/test/fits_table_test.cpp
+          common/fits/test/header_check_test.cpp
           common/logging/test/logging_test.cpp
           common/random/test/random_test.cpp
           common/random/test/uniform_stream_test.cpp
