@@ -64,6 +64,13 @@ add_test(NAME ExportedSymbols.AreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_shssim_lib> abi/exported_symbols.txt
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(ExportedSymbols.AreTheListedOnes PROPERTIES LABELS abi)
+if(CMAKE_BUILD_TYPE STREQUAL Debug AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  find_program(QUEN_ABIDIFF abidiff REQUIRED) # Debian's abigail-tools
+  add_test(NAME BinaryInterface.IsTheDescribedOne COMMAND abi/test/check_abi.sh $<TARGET_FILE:quen_shssim_lib>
+                                                          abi/libquen_shssim_lib.abi
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(BinaryInterface.IsTheDescribedOne PROPERTIES LABELS abi)
+endif()
 if(CMAKE_BUILD_TYPE STREQUAL Release)
   add_test(NAME Kernels.WorkInTheirLevelsRegisters COMMAND shssim/test/check_vector_code.sh
                                                            $<TARGET_FILE:quen_shssim_lib>

@@ -4,6 +4,8 @@
 #include <set>
 #include <thread>
 
+#include "common/filesystem/filesystem.hpp"
+#include "common/fits/fits.hpp"
 #include "common/random/random.hpp"
 #include "defs/camera.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
@@ -49,6 +51,26 @@ TEST(Host, NamesTheEngineFromSeveralThreads) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_GE(engines.size(), 1U);
+}
+
+TEST(Host, SeesNothingPrinted) {
+  const quen::testing::CalibrationFolder calibration;
+  ::testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStderr();
+  {
+    quen::shssim::ShsSimulator simulator;
+    Brightest engine;
+    const std::vector<double> still(1089, 0.0);
+    simulator.ComputeFrame(still, still, 10.0, calibration / "frame.fits");
+    simulator.ComputeSlopes(engine, 4.0, calibration / "slopes.fits");
+    EXPECT_THROW(simulator.ComputeFrame({}, still, 0.0, std::nullopt), std::invalid_argument);
+    EXPECT_THROW(simulator.ComputeFrame(still, still, 0.0, "/proc/self/fdinfo/a.fits"), std::runtime_error);
+    EXPECT_THROW(quen::image_processing::Roi(2, 1, 0, 0, 9, 9, 0.0, 0.0), std::invalid_argument);
+    EXPECT_THROW(quen::common::Fits::FitsFile("/none.fits", std::nullopt), std::runtime_error);
+    EXPECT_THROW(quen::common::FileSystem::FindFileOrThrow("none", {}), std::runtime_error);
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
 TEST(Host, EngineAccessedByNameFirstIsSeeded) {

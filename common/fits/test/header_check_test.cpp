@@ -98,6 +98,7 @@ TEST(HeaderCheck, SizesOutOfRangeAreRefusedByName) {
     EXPECT_EQ(Verdict(Primary({card + "-1"})), refusal);
     EXPECT_EQ(Verdict(Primary({card + "1000000000000000256"})), refusal);
     EXPECT_EQ(Verdict(Primary({card + "NaN"})), refusal);
+    EXPECT_EQ(Verdict(Primary({card.substr(0, 9) + "-1"})), refusal);
     EXPECT_EQ(Verdict(Primary({card + "0"})), "");
     EXPECT_EQ(Verdict(Primary({card + "1000000000000000000"})), "");
   }
