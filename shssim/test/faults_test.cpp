@@ -112,6 +112,7 @@ TEST_P(WritingFault, EveryWriteMayFail) {
   constexpr std::size_t kCheckEvery = 16;  // writes; whether the next file is good
   const auto& [path, fault] = GetParam();
   const TempDir folder;
+  Simulator();
   std::size_t writes = 0;
   {
     const FaultyDisk disk(fault, 0);
