@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <ostream>
 
 /// @file
 /// Disks that fail. Link testing/faulty_stdio.cpp, which stands in for fread and fwrite, through which CFITSIO and Cairo
@@ -9,11 +11,17 @@
 namespace quen::testing {
 
 enum class Fault {
-  kWriteError,      ///< one write fails, the next ones work
-  kFullDisk,        ///< that write and all that follow fail
-  kReadError,       ///< one read gives nothing
-  kShortRead,       ///< one read gives half of what it was asked for
+  kWriteError,  ///< one write fails, the next ones work
+  kFullDisk,    ///< that write and all that follow fail
+  kReadError,   ///< one read gives nothing
+  kShortRead,   ///< one read gives half of what it was asked for
 };
+
+/// The fault's name, for the names of tests.
+inline std::ostream& operator<<(std::ostream& out, Fault fault) {
+  constexpr std::array<const char*, 4> kNames = {"write error", "full disk", "read error", "short read"};
+  return out << kNames.at(static_cast<std::size_t>(fault));
+}
 
 /// While it lives, the `nth` call (counted from 1) of its kind fails; 0: none does.
 class FaultyDisk {
