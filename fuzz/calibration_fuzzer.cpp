@@ -59,12 +59,12 @@ void PrepareOnce() {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   constexpr std::size_t kLargestElement = 64;  // a bit column gives eight elements of eight bytes for a byte
   PrepareOnce();
-  const Bytes file = Expanded({reinterpret_cast<const char*>(data), size});
+  const Bytes input(data, data + size);
+  const Bytes file = Expanded(quen::fuzz::Text(input));
   for (const char* const name : {"data/M2S.fits", "data/CM.fits", "data/shs_rois.fits"}) {
     quen::fuzz::WriteFile(Path(name), file);
-    quen::fuzz::Guarded(file.size(), kLargestElement, [] {
-      quen::fuzz::Try([] { const quen::basesim::BaseSimulator simulator; });
-    });
+    quen::fuzz::Guarded(file.size(), kLargestElement,
+                        [] { quen::fuzz::Try([] { const quen::basesim::BaseSimulator simulator; }); });
     std::filesystem::remove(Path(name));
   }
   return 0;

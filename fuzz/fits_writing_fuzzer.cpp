@@ -88,9 +88,15 @@ void Play(Reader calls, const std::string& path) {
   const Handle file = FitsFileWrite(path, (flags & 1U) != 0, extension);
   for (int left = calls.Byte() % 8; left > 0; --left) {
     switch (calls.Byte() % 3) {
-      case 0: CallTable(calls, file); break;
-      case 1: CallColumn(calls, file); break;
-      default: CallImage(calls, file); break;
+      case 0:
+        CallTable(calls, file);
+        break;
+      case 1:
+        CallColumn(calls, file);
+        break;
+      default:
+        CallImage(calls, file);
+        break;
     }
   }
 }

@@ -48,10 +48,12 @@ std::string Path(const std::string& name) {
   return (folder.path / name).string();
 }
 
-void WriteFile(const std::string& path, const Bytes& bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+std::string_view Text(const Bytes& bytes) {
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): characters are bytes.
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
+
+void WriteFile(const std::string& path, const Bytes& bytes) { std::ofstream(path, std::ios::binary) << Text(bytes); }
 
 void Try(const std::function<void()>& action) {
   try {
@@ -68,7 +70,8 @@ void Guarded(std::size_t size, std::size_t factor, const std::function<void()>& 
   action();
   fits_clear_errmsg();
   Require(testing::OpenDescriptors() == before, "a descriptor is left open");
-  Require(testing::LargestAllocation() <= kConstantRoom + factor * size, "an allocation that the input does not justify");
+  Require(testing::LargestAllocation() <= kConstantRoom + factor * size,
+          "an allocation that the input does not justify");
 }
 
 }  // namespace quen::fuzz

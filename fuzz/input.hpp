@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// @file
@@ -14,6 +15,9 @@ using Bytes = std::vector<std::uint8_t>;
 
 /// A file name of this process's own, in memory where the system offers that.
 std::string Path(const std::string& name);
+
+/// The same bytes as characters.
+std::string_view Text(const Bytes& bytes);
 
 void WriteFile(const std::string& path, const Bytes& bytes);
 

@@ -1,14 +1,11 @@
 #include <sys/time.h>
 
-#include <array>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
 
 #include "fuzz/damage.hpp"
 
@@ -28,12 +25,9 @@ const Bytes* g_input = nullptr;
 
 /// Keeps the input at fault, then lets the signal do what it does.
 void KeepInput(int signal) {
-  if (std::FILE* const file = std::fopen("replay_input", "wb"); file != nullptr) {
-    std::fwrite(g_input->data(), 1, g_input->size(), file);
-    std::fclose(file);
-  }
-  std::signal(signal, SIG_DFL);
-  std::raise(signal);
+  quen::fuzz::WriteFile("replay_input", *g_input);
+  static_cast<void>(std::signal(signal, SIG_DFL));
+  static_cast<void>(std::raise(signal));
 }
 
 void RunOne(const Bytes& input) {
@@ -47,7 +41,8 @@ void RunOne(const Bytes& input) {
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
-  for (const int signal : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGPROF}) std::signal(signal, KeepInput);
+  for (const int signal : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGPROF})
+    static_cast<void>(std::signal(signal, KeepInput));
   std::size_t inputs = 0;
   for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
     std::ifstream stream(entry.path(), std::ios::binary);

@@ -45,6 +45,7 @@ std::size_t FaultyDisk::Calls() { return g_plan.calls; }
 }  // namespace quen::testing
 
 // NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast): what dlsym returns.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the system's header has reserved ones.
 extern "C" std::size_t fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* file) {
   static const auto real = reinterpret_cast<decltype(&fwrite)>(dlsym(RTLD_NEXT, "fwrite"));
   using namespace quen::testing;
@@ -66,4 +67,5 @@ extern "C" std::size_t fread(void* data, std::size_t size, std::size_t count, st
   }
   return real(data, size, count, file);
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 // NOLINTEND(cppcoreguidelines-pro-type-reinterpret-cast)

@@ -102,9 +102,12 @@ void WriteLongTable(const std::string& path) {
   }
 }
 
-const std::vector<Path> kWriting = {{"frame", WriteFrame, {kCreate, kWriteImage}},
-                                    {"slopes", WriteSlopes, {kCreate, kCreateTable, kWriteColumn}},
-                                    {"long table", WriteLongTable, {kCreate, kCreateTable, kWriteColumn}}};
+const std::vector<Path>& Writing() {
+  static const std::vector<Path> paths = {{"frame", WriteFrame, {kCreate, kWriteImage}},
+                                          {"slopes", WriteSlopes, {kCreate, kCreateTable, kWriteColumn}},
+                                          {"long table", WriteLongTable, {kCreate, kCreateTable, kWriteColumn}}};
+  return paths;
+}
 
 class WritingFault : public ::testing::TestWithParam<std::tuple<Path, Fault>> {};
 
@@ -140,7 +143,7 @@ TEST_P(WritingFault, EveryWriteMayFail) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllPaths, WritingFault,
-                         ::testing::Combine(::testing::ValuesIn(kWriting),
+                         ::testing::Combine(::testing::ValuesIn(Writing()),
                                             ::testing::Values(Fault::kWriteError, Fault::kFullDisk)));
 
 /// A limit on the size of files while it lives: writing beyond it fails as on a full device.
@@ -153,7 +156,7 @@ class ScopedFileSizeLimit {
   }
   ~ScopedFileSizeLimit() {
     setrlimit(RLIMIT_FSIZE, &old_);
-    std::signal(SIGXFSZ, handler_);
+    static_cast<void>(std::signal(SIGXFSZ, handler_));
   }
   ScopedFileSizeLimit(const ScopedFileSizeLimit&) = delete;
   ScopedFileSizeLimit& operator=(const ScopedFileSizeLimit&) = delete;
@@ -168,7 +171,7 @@ class ScopedFileSizeLimit {
 TEST(FullDevice, AtAnySizeIsReportedOrComesAtRelease) {
   Simulator();
   const std::size_t descriptors = OpenDescriptors();
-  for (const Path& path : kWriting) {
+  for (const Path& path : Writing()) {
     const TempDir folder;
     path.action(folder / "good.fits");
     for (const rlim_t bytes : {0UL, 1000UL, 2880UL, 5760UL, 30'000UL, 100'000UL, 200'000UL, 1'000'000UL}) {
@@ -197,14 +200,14 @@ TEST(FullDevice, IsReportedForAFrame) {
 /// Where not even the superuser can make a file.
 TEST(WritingFault, FolderThatTakesNoFilesIsReported) {
   const std::size_t descriptors = OpenDescriptors();
-  for (const Path& path : kWriting) EXPECT_EQ(Outcome(path, "/proc/self/fdinfo/a.fits"), kCreate) << path;
+  for (const Path& path : Writing()) EXPECT_EQ(Outcome(path, "/proc/self/fdinfo/a.fits"), kCreate) << path;
   EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
 TEST(WritingFault, ParentThatIsAFileIsReported) {
   const TempDir folder;
   quen::testing::WriteText(folder / "file", "kept");
-  for (const Path& path : kWriting) {
+  for (const Path& path : Writing()) {
     EXPECT_THROW(path.action(folder / "file/a.fits"), std::filesystem::filesystem_error) << path;
   }
   EXPECT_EQ(quen::testing::Bytes(folder / "file"), (std::vector<char>{'k', 'e', 'p', 't'}));
@@ -238,7 +241,7 @@ TEST(WritingFault, FileReplacedWhileOpenIsLeftAlone) {
 TEST(WritingFault, SlopeFileReplacedByOtherThingsIsReported) {
   const TempDir folder;
   quen::testing::WriteText(folder / "a.fits", "no FITS");
-  EXPECT_EQ(Outcome(kWriting[1], folder / "a.fits"), kCreate);
+  EXPECT_EQ(Outcome(Writing()[1], folder / "a.fits"), kCreate);
   EXPECT_EQ(quen::testing::Bytes(folder / "a.fits").size(), 7U);
 }
 
@@ -272,8 +275,8 @@ TEST(DescriptorLimit, IsReportedAndNothingIsLost) {
   const std::size_t descriptors = OpenDescriptors();
   {
     const ScopedDescriptorLimit none;
-    for (const Path& path : kWriting) EXPECT_EQ(Outcome(path, folder / "a.fits"), kCreate) << path;
-    EXPECT_EQ(Outcome(kWriting[1], folder / "there.fits"), kCreate);
+    for (const Path& path : Writing()) EXPECT_EQ(Outcome(path, folder / "a.fits"), kCreate) << path;
+    EXPECT_EQ(Outcome(Writing()[1], folder / "there.fits"), kCreate);
     quen::testing::ClearMessages();
     quen::testing::ExpectThrowsWithDetails<std::runtime_error>(
         "Simulator can not initialize: Fits: Could not open " + calibration / "data/M2S.fits" + ", details: ",
@@ -282,7 +285,7 @@ TEST(DescriptorLimit, IsReportedAndNothingIsLost) {
   EXPECT_EQ(OpenDescriptors(), descriptors);
   EXPECT_EQ(quen::testing::Bytes(folder / "there.fits"), before);
   const quen::basesim::BaseSimulator works_again;
-  for (const Path& path : kWriting) EXPECT_EQ(Outcome(path, folder / (std::string(path.name) + ".fits")), "");
+  for (const Path& path : Writing()) EXPECT_EQ(Outcome(path, folder / (std::string(path.name) + ".fits")), "");
 }
 
 // --- Reading -------------------------------------------------------------------------------------------------------
@@ -317,14 +320,18 @@ void Load(const std::string& /*path*/) {
   EXPECT_EQ(simulator.Rois().back().x_ref, made.rois.columns[2].values.back());
 }
 
-const std::vector<Path> kReading = {
-    {"image", ReadImage, {kOpen, "Fits: Error reading image: "}},
-    {"slice", ReadSlice, {kOpen, "Fits: Error reading image slice: ", "Fits: Error getting the header key: NAXIS"}},
-    {"table", ReadTable, {kOpen, "Fits: Error reading column \"value\": "}},
-    {"calibration",
-     Load,
-     {"Simulator can not initialize: Fits: Could not open ", "Simulator can not initialize: Fits: Error reading image: ",
-      "Simulator can not initialize: Fits: Error reading column \""}}};
+const std::vector<Path>& Reading() {
+  static const std::vector<Path> paths = {
+      {"image", ReadImage, {kOpen, "Fits: Error reading image: "}},
+      {"slice", ReadSlice, {kOpen, "Fits: Error reading image slice: ", "Fits: Error getting the header key: NAXIS"}},
+      {"table", ReadTable, {kOpen, "Fits: Error reading column \"value\": "}},
+      {"calibration",
+       Load,
+       {"Simulator can not initialize: Fits: Could not open ",
+        "Simulator can not initialize: Fits: Error reading image: ",
+        "Simulator can not initialize: Fits: Error reading column \""}}};
+  return paths;
+}
 
 class ReadingFault : public ::testing::TestWithParam<std::tuple<Path, Fault>> {};
 
@@ -356,7 +363,7 @@ TEST_P(ReadingFault, EveryReadMayFail) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllPaths, ReadingFault,
-                         ::testing::Combine(::testing::ValuesIn(kReading),
+                         ::testing::Combine(::testing::ValuesIn(Reading()),
                                             ::testing::Values(Fault::kReadError, Fault::kShortRead)));
 
 }  // namespace

@@ -23,8 +23,8 @@ using quen::common::random::detail::MersenneTwisterEngine;
 constexpr double kAmplitude = 10.0;
 constexpr double kAlarm = 5.0;
 constexpr std::size_t kFrames = 12;
-constexpr std::size_t kRegion = 24 * 24;           // pixels, drawn row by row
-constexpr std::size_t kDraws = 1089 * kRegion;     // of a frame, region by region
+constexpr std::size_t kRegion = 24UL * 24;      // pixels, drawn row by row
+constexpr std::size_t kDraws = 1089 * kRegion;  // of a frame, region by region
 
 using Sample = std::vector<double>;  ///< in the order of the draws
 
@@ -211,10 +211,10 @@ TEST(NoiseStatistics, ThreadsAreIndependent) {
   constexpr std::size_t kThreads = 4;
   std::vector<Sample> samples(kThreads, Sample(kDraws));
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (Sample& sample : samples) {
-    threads.emplace_back([&sample] {
-      quen::common::random::FillUniform(MersenneTwisterEngine(), -kAmplitude, kAmplitude, sample);
-    });
+    threads.emplace_back(
+        [&sample] { quen::common::random::FillUniform(MersenneTwisterEngine(), -kAmplitude, kAmplitude, sample); });
   }
   for (std::thread& thread : threads) thread.join();
   for (std::size_t a = 0; a < kThreads; ++a) {

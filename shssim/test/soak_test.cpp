@@ -41,7 +41,7 @@ constexpr bool kSanitized = false;
 
 double Seconds() {
   const char* const asked = std::getenv("QUEN_SOAK_SECONDS");
-  return asked == nullptr ? 5.0 : std::atof(asked);
+  return asked == nullptr ? 5.0 : std::stod(asked);
 }
 
 double Since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
@@ -132,9 +132,10 @@ TEST(Soak, FramesAtFullSpeedLeaveNoTrace) {
       descriptors = OpenDescriptors();
     }
   }
-  std::printf("%u frames in %.0f s; frames/s in the first tenth %.0f, in the last %.0f; memory %zu kB after the first "
-              "tenth, %zu kB at the end\n",
-              number, Since(start), rates.front(), rates.back(), memory / 1000, ResidentMemory() / 1000);
+  std::printf(
+      "%u frames in %.0f s; frames/s in the first tenth %.0f, in the last %.0f; memory %zu kB after the first "
+      "tenth, %zu kB at the end\n",
+      number, Since(start), rates.front(), rates.back(), memory / 1000, ResidentMemory() / 1000);
 
   EXPECT_EQ(OpenDescriptors(), descriptors);
   EXPECT_TRUE(kSanitized || ResidentMemory() < memory + kMemoryRoom) << ResidentMemory();
@@ -162,9 +163,8 @@ std::vector<double> Round(const std::string& folder, std::uint32_t seed) {
 }
 
 bool IsWellFormed(const std::string& text, const std::string& start) {
-  return text.starts_with(start) && std::all_of(text.begin(), text.end(), [](unsigned char c) {
-           return c >= ' ' || c == '\n';
-         });
+  return text.starts_with(start) &&
+         std::all_of(text.begin(), text.end(), [](unsigned char c) { return c >= ' ' || c == '\n'; });
 }
 
 /// Fails to open a file that is not there; whether the text is as it should be. What CFITSIO has queued for failures of
@@ -197,6 +197,7 @@ TEST(Soak, ManySimulatorsInManyThreadsGiveWhatOneGives) {
   std::atomic<int> rounds = 0;
   std::atomic<int> wrong = 0;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (std::uint32_t k = 0; k < kThreads; ++k) {
     threads.emplace_back([&, k] {
       const std::string own = folder / std::to_string(k);
@@ -224,6 +225,7 @@ TEST(Soak, FailuresOfTheSameMomentHaveWellFormedTexts) {
   std::atomic<int> wrong = 0;
   std::barrier at_once(kThreads);
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int k = 0; k < kThreads; ++k) {
     threads.emplace_back([&, k] {
       for (int failure = 0; failure < kFailures; ++failure) {

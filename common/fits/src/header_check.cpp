@@ -17,10 +17,10 @@ namespace {
 
 constexpr std::size_t kCard = 80;
 constexpr int kBlock = 2880;
-constexpr std::size_t kKeyword = 8;        // characters
-constexpr double kLargest = 1e18;          // bytes or elements; CFITSIO multiplies such numbers without a check
-constexpr std::size_t kMostDigits = 15;    // of a column's repeat count
-constexpr double kMostMissing = 1e8;       // bytes; a file to be written to is first filled up to what it declares
+constexpr std::size_t kKeyword = 8;      // characters
+constexpr double kLargest = 1e18;        // bytes or elements; CFITSIO multiplies such numbers without a check
+constexpr std::size_t kMostDigits = 15;  // of a column's repeat count
+constexpr double kMostMissing = 1e8;     // bytes; a file to be written to is first filled up to what it declares
 
 /// A keyword and what stands after its "=", from the first character that is not blank.
 struct Card {
@@ -88,9 +88,7 @@ class DataSize {
     if (IsIndexed(card.keyword, "NAXIS") && !groups_only) elements_ *= number;
   }
 
-  [[nodiscard]] double Bytes() const {
-    return axes_ == 0.0 ? 0.0 : bits_ / 8.0 * groups_ * (parameters_ + elements_);
-  }
+  [[nodiscard]] double Bytes() const { return axes_ == 0.0 ? 0.0 : bits_ / 8.0 * groups_ * (parameters_ + elements_); }
 
  private:
   double bits_ = 0.0;
@@ -159,12 +157,13 @@ int CheckHeaders(const std::string& name, int mode) {
   file->seekg(0, std::ios::end);
   const auto size = static_cast<double>(file->tellg());
   const double room = mode == READWRITE ? size + kMostMissing : kLargest;
-  Header header;
-  for (double start = 0.0; start < size; start = header.end + Padded(header.data)) {
-    header = LookThrough(*file, start);
+  double start = 0.0;
+  while (start < size) {
+    const Header header = LookThrough(*file, start);
     if (header.status != 0) return header.status;
     if (!(header.end + header.data <= room)) return Refuse(BAD_NAXES, "NAXIS", "declares too much data");
     if (!header.complete) return 0;
+    start = header.end + Padded(header.data);
   }
   return 0;
 }

@@ -144,7 +144,7 @@ TEST(HeaderCheck, FileToBeWrittenToMayLackLittleOfItsData) {
 
 TEST(HeaderCheck, HeadersBehindDataAndHeadersWithoutEndAreLookedThrough) {
   const std::string refusal = "213: PCOUNT in the header is negative or too large.";
-  const std::string data(2 * 2880, '\0');
+  const std::string data(2UL * 2880, '\0');
   std::string card = "PCOUNT  = -1";
   card.resize(80, ' ');
   EXPECT_EQ(Verdict(Primary() + Table("361") + data + Table("1", {card})), refusal);  // 361 · 8 bytes: two blocks
@@ -187,7 +187,7 @@ TEST(FitsTable, RowsThatTheFileCannotHoldTakeNoMemory) {
 TEST(FitsTable, HeaderThatBreaksOffIsReportedByEachCall) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
-  WriteText(path, Primary() + Table("1", {"TTYPE1  = 'x       '"}).substr(0, 9 * 80));
+  WriteText(path, Primary() + Table("1", {"TTYPE1  = 'x       '"}).substr(0, 9UL * 80));
   const quen::common::Fits::Handle file = FitsFileWrite(path, false, "rois");
   const double value = 1.0;
   file->hdu_type = BINARY_TBL;

@@ -158,8 +158,8 @@ TEST(Killed, AtAnyTimeItsFilesAreWholeOrAbsent) {
 TEST(FullDevice, IsOneSentenceAndExitCodeOne) {
   const TempDir folder;
   for (const int blocks : {1, 6, 40, 500}) {
-    const Outcome outcome = quen::testing::Run("trap '' XFSZ; ulimit -f " + std::to_string(blocks) + "; exec " QUEN_SHS
-                                               " calibrate " + Quoted(folder / "c"));
+    const Outcome outcome = quen::testing::Run("trap '' XFSZ; ulimit -f " + std::to_string(blocks) +
+                                               "; exec " QUEN_SHS " calibrate " + Quoted(folder / "c"));
     EXPECT_EQ(outcome.exit_code, 1) << blocks;
     EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
     EXPECT_TRUE(outcome.err.starts_with("quen-shs: ")) << outcome.err;
