@@ -37,7 +37,8 @@ struct HandleType {
 };
 
 /// Owner of an open file. Its release brings the current HDU's checksums up to date and closes the file; it never
-/// throws. A handle is made by FitsFile or FitsFileWrite.
+/// throws, so that a disk that is full only then goes unnoticed: the file's checksums tell. A handle is made by FitsFile
+/// or FitsFileWrite.
 using Handle = std::unique_ptr<HandleType, void (*)(HandleType*)>;
 
 /// Axis lengths NAXIS1, NAXIS2, … (fastest first), and BITPIX.
@@ -73,7 +74,8 @@ struct CppToFits<double> {
 /// @param path       file name, CFITSIO's extended syntax included
 /// @param extension  name of the HDU to move to; none: the HDU that `path` selects, normally the primary one
 /// @return           read-only handle that knows its HDU type
-/// @throws std::runtime_error  the file or the extension cannot be opened
+/// @throws std::runtime_error  the file or the extension cannot be opened; or a header holds what CFITSIO would take
+///                             without a check, sizes that no file can have for instance (docs/damaged_files.md)
 QUEN_EXPORT Handle FitsFile(const std::string& path, const std::optional<std::string>& extension);
 
 /// Opens a file for writing, or creates it with its missing parent directories.
@@ -83,7 +85,8 @@ QUEN_EXPORT Handle FitsFile(const std::string& path, const std::optional<std::st
 /// for WriteTable to append that table. A new file holds an empty primary image with checksums.
 ///
 /// @throws std::runtime_error                 the file cannot be created (without `overwrite` also: it exists but
-///                                            cannot be opened for writing)
+///                                            cannot be opened for writing, as FitsFile; or it lacks more than 100 MB
+///                                            of the data that it declares)
 /// @throws std::filesystem::filesystem_error  a parent directory cannot be made
 QUEN_EXPORT Handle FitsFileWrite(const std::string& path, bool overwrite, const std::optional<std::string>& extension);
 

@@ -197,6 +197,48 @@ TEST(FullDevice, IsReportedForAFrame) {
   quen::testing::ExpectThrowsWithDetails<std::runtime_error>(kWriteImage, [&] { WriteFrame(folder / "a.fits"); });
 }
 
+/// Without the superuser's rights while it lives, if this process has them.
+class ScopedOrdinaryUser {
+ public:
+  ScopedOrdinaryUser() : own_(geteuid()) {
+    constexpr uid_t kNobody = 65534;
+    if (own_ == 0) Become(kNobody);
+  }
+  ~ScopedOrdinaryUser() { Become(own_); }
+  ScopedOrdinaryUser(const ScopedOrdinaryUser&) = delete;
+  ScopedOrdinaryUser& operator=(const ScopedOrdinaryUser&) = delete;
+  ScopedOrdinaryUser(ScopedOrdinaryUser&&) = delete;
+  ScopedOrdinaryUser& operator=(ScopedOrdinaryUser&&) = delete;
+
+ private:
+  static void Become(uid_t user) {
+    if (seteuid(user) != 0) ADD_FAILURE() << "cannot become user " << user;
+  }
+
+  uid_t own_;
+};
+
+TEST(WritingFault, ReadOnlyFolderIsReported) {
+  namespace fs = std::filesystem;
+  Simulator();
+  const TempDir folder;
+  WriteSlopes(folder / "there.fits");
+  fs::permissions(folder / "there.fits", fs::perms::owner_read | fs::perms::others_read);
+  fs::permissions(folder.Path(), fs::perms(0555));
+  const std::vector<char> before = quen::testing::Bytes(folder / "there.fits");
+  const std::size_t descriptors = OpenDescriptors();
+  {
+    const ScopedOrdinaryUser user;
+    for (const Path& path : Writing()) {
+      EXPECT_EQ(Outcome(path, folder / "new.fits"), kCreate) << path;
+      EXPECT_EQ(Outcome(path, folder / "there.fits"), kCreate) << path;
+    }
+  }
+  fs::permissions(folder.Path(), fs::perms::owner_all);
+  EXPECT_EQ(OpenDescriptors(), descriptors);
+  EXPECT_EQ(quen::testing::Bytes(folder / "there.fits"), before);
+}
+
 /// Where not even the superuser can make a file.
 TEST(WritingFault, FolderThatTakesNoFilesIsReported) {
   const std::size_t descriptors = OpenDescriptors();
