@@ -7,6 +7,7 @@
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <iostream>
 #include <stdexcept>
 #include <string_view>
 #include <typeinfo>
@@ -155,6 +156,7 @@ TEST_P(WritingFault, EveryWriteMayFail) {
     EXPECT_TRUE(BytesWithoutChecksums(file) == good) << "after write " << nth;
     std::filesystem::remove(file);
   }
+  std::cout << path << ", " << fault << ": " << writes << " calls failed, one by one\n";
 }
 
 INSTANTIATE_TEST_SUITE_P(AllPaths, WritingFault,
@@ -423,6 +425,7 @@ TEST_P(ReadingFault, EveryReadMayFail) {
     EXPECT_EQ(Outcome(path, file), "") << "after read " << nth;
   }
   EXPECT_GT(reported, 0U);
+  std::cout << path << ", " << fault << ": " << reads << " calls failed, one by one\n";
 }
 
 INSTANTIATE_TEST_SUITE_P(AllPaths, ReadingFault,
