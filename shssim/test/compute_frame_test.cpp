@@ -186,6 +186,12 @@ TEST_F(ComputeFrame, ValueBelowOneIsTruncatedToZero) {
   EXPECT_EQ(simulator_.frame[Index(24, 12)], 0);
 }
 
+TEST(Truncation, LastValuesThatFitAreTruncatedTowardZero) {
+  EXPECT_EQ(TruncateToInt32(2147483647.5), 2147483647);
+  EXPECT_EQ(TruncateToInt32(-2147483647.5), -2147483647);
+  EXPECT_EQ(TruncateToInt32(-2147483648.5), std::numeric_limits<std::int32_t>::min());
+}
+
 TEST(Truncation, ValuesThatDoNotFitGiveTheMostNegativeInteger) {
   constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min();
   for (const double value : {kNan, kInf, -kInf, 2147483648.0, -2147483649.0, 1e300, -1e300}) {

@@ -82,6 +82,15 @@ TEST_F(FatalConditionsDeathTest, PixelOutsideTheFrame) {
   EXPECT_DEATH(Render(0.0), kBadIndex);
 }
 
+TEST_F(FatalConditionsDeathTest, PixelOutsideOneOfTheTwoFrames) {
+  simulator_.rois.assign(1089, Roi(0, 9, 0, 9, 840, 816, 4, 4));
+  simulator_.frame_values.resize(6000);
+  EXPECT_DEATH(Render(0.0), kBadIndex);
+  simulator_.frame_values.resize(685440);
+  simulator_.frame.resize(6000);
+  EXPECT_DEATH(Render(0.0), kBadIndex);
+}
+
 TEST_F(FatalConditionsDeathTest, NegativeSlopeLimitAtTheFirstUsedSubAperture) {
   EXPECT_DEATH(Measure(-1e-9), kBadLimit);
   simulator_.rois_used.assign(1089, 0);

@@ -118,6 +118,8 @@ TEST_P(RenderFrameTest, WidthsAndHeightsOfEverySize) {
     const auto y = static_cast<std::uint16_t>((size * 53) % 740);
     rois.emplace_back(x, x + width, y, y + height, 840, 816, x + width / 2.0, y + height / 3.0);
   }
+  rois.emplace_back(700, 709, 800, 800, 840, 816, 704.0, 800.0);  // no rows
+  rois.emplace_back(700, 700, 800, 809, 840, 816, 700.0, 804.0);  // no columns
   for (const double noise : {10.0, 0.0}) {
     const RenderReport report = ExpectTheFormula(rois, noise, 9);
     EXPECT_EQ(report.near_pixels > 30000, GetParam() != Level::kPlain);
