@@ -138,6 +138,7 @@ std::vector<std::string> WriteCalibration(const std::string& folder, bool force)
   WriteRois(files[2].Path(), used);
   CheckAndCommit(files);
   std::vector<std::string> paths;
+  paths.reserve(files.size());
   for (const StagedFile& file : files) paths.push_back(file.Target());
   return paths;
 }
