@@ -6,7 +6,7 @@
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 
-// Failures of CFITSIO that no file brings about: this test stands in for one of its routines.
+// Failures of CFITSIO that no file brings about: this test stands in for some of its routines.
 
 namespace {
 
@@ -14,8 +14,10 @@ using quen::common::Fits::FitsFile;
 using quen::common::Fits::Handle;
 using quen::common::Fits::ReadImgParams;
 
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the stand-in has nowhere else to look.
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): the stand-ins have nowhere else to look.
 bool g_image_parameters_fail = false;
+bool g_checksum_fails = false;
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 TEST(FitsFault, FailingParameterQueryIsReportedAndLeavesNoDescriptor) {
   const quen::testing::TempDir folder;
@@ -33,14 +35,36 @@ TEST(FitsFault, FailingParameterQueryIsReportedAndLeavesNoDescriptor) {
   EXPECT_EQ(quen::testing::OpenDescriptors(), descriptors);
 }
 
+TEST(FitsFault, FailingChecksumDoesNotKeepTheReleaseFromWriting) {
+  const quen::testing::TempDir folder;
+  const std::vector<double> values = quen::testing::Ramp(12);
+  {
+    const Handle file = quen::common::Fits::FitsFileWrite(folder / "a.fits", true, std::nullopt);
+    WriteImgPriv(file, values.data(), values.size(), DOUBLE_IMG, TDOUBLE, {4, 3});
+    g_checksum_fails = true;
+  }
+  g_checksum_fails = false;
+  const Handle file = FitsFile(folder / "a.fits", std::nullopt);
+  std::vector<double> found(12);
+  ReadImgPriv(file, found.data(), found.size(), DOUBLE_IMG, TDOUBLE, std::nullopt);
+  EXPECT_EQ(found, values);
+}
+
 }  // namespace
+
+// NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast): what dlsym returns.
+extern "C" int ffpcks(fitsfile* fptr, int* status) {
+  if (g_checksum_fails) return *status = NUM_OVERFLOW;
+  static const auto real = reinterpret_cast<decltype(&ffpcks)>(dlsym(RTLD_NEXT, "ffpcks"));
+  return real(fptr, status);
+}
 
 extern "C" int ffgipr(fitsfile* fptr, int maxaxis, int* imgtype, int* naxis, long* naxes, int* status) {
   if (g_image_parameters_fail) {
     fits_write_errmsg("stand-in");
     return *status = NULL_INPUT_PTR;
   }
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): what dlsym returns.
   static const auto real = reinterpret_cast<decltype(&ffgipr)>(dlsym(RTLD_NEXT, "ffgipr"));
   return real(fptr, maxaxis, imgtype, naxis, naxes, status);
 }
+// NOLINTEND(cppcoreguidelines-pro-type-reinterpret-cast)
