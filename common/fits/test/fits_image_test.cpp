@@ -249,6 +249,16 @@ TEST(ReadImgSlicePriv, TruncatedDataIsReported) {
   });
 }
 
+TEST(WriteImgPriv, WritesThePrimaryImageWhereverTheFileWasOpened) {
+  const TempDir folder;
+  const std::string path = folder / "a.fits";
+  quen::testing::AppendTable(path, "rois", 1, {{"x", "D", {7}}});
+  const std::vector<double> values = {1, 2, 3};
+  WriteImgPriv(FitsFileWrite(path + "[1]", false, std::nullopt), values.data(), 3, DOUBLE_IMG, TDOUBLE, {3});
+  EXPECT_EQ(quen::testing::ImageReadByAstropy(path), values);
+  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "rois", "x"), std::vector<double>{7});
+}
+
 TEST(WriteImgPriv, WritesThePrimaryImageWithChecksums) {
   const TempDir folder;
   const std::string path = folder / "frame.fits";

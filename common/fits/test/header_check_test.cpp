@@ -136,6 +136,12 @@ TEST(HeaderCheck, DataThatNoFileCanHoldAreRefused) {
             refusal);
 }
 
+TEST(HeaderCheck, RandomGroupsHaveNoFirstAxis) {
+  EXPECT_EQ(Verdict(Header({"SIMPLE  = T", "BITPIX  = 32", "NAXIS   = 2", "NAXIS1  = 0",
+                            "NAXIS2  = 1000000000000000000", "GROUPS  = T"})),
+            "213: NAXIS in the header declares too much data.");
+}
+
 TEST(HeaderCheck, FileToBeWrittenToMayLackLittleOfItsData) {
   EXPECT_EQ(Verdict(Primary() + Table("12000000"), READWRITE), "");  // 96 MB
   EXPECT_EQ(Verdict(Primary() + Table("13000000"), READWRITE), "213: NAXIS in the header declares too much data.");
