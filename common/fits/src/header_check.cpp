@@ -135,7 +135,6 @@ std::optional<std::ifstream> OpenPlainFits(const std::string& name) {
   constexpr std::string_view kScheme = "file://";
   std::array<char, FLEN_FILENAME> root{};
   int status = 0;
-  if (name.size() >= root.size()) return std::nullopt;
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the name only.
   fits_parse_rootname(const_cast<char*>(name.c_str()), root.data(), &status);
   std::string path = root.data();

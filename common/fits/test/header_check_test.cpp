@@ -2,6 +2,7 @@
 
 #include <fitsio.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -77,13 +78,17 @@ TEST(HeaderCheck, OtherFilesAreNotItsBusiness) {
   EXPECT_EQ(CheckHeaders("/no/such/file.fits", READONLY), 0);
   EXPECT_EQ(CheckHeaders(std::string(3000, 'x'), READONLY), 0);
   EXPECT_EQ(CheckHeaders(std::filesystem::temp_directory_path().string(), READONLY), 0);
+  const TempDir folder;
+  ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+  EXPECT_EQ(CheckHeaders(folder / "pipe", READONLY), 0);  // and does not wait for its other end
 }
 
 TEST(HeaderCheck, ExtendedSyntaxIsLookedThrough) {
   const TempDir folder;
   WriteText(folder / "a.fits", Primary({"NAXIS1  = -1"}));
   const std::string path = folder / "a.fits";
-  for (const std::string& name : {path, path + "[1]", path + "[rois][x > 1]", path + "+1", "file://" + path}) {
+  const std::string long_filter = "[rois][" + std::string(2000, ' ') + "x > 1]";
+  for (const std::string& name : {path, path + "[1]", path + long_filter, path + "+1", "file://" + path}) {
     quen::testing::ClearMessages();
     EXPECT_EQ(CheckHeaders(name, READONLY), BAD_NAXES) << name;
   }
