@@ -47,6 +47,7 @@ Bytes Expanded(std::string_view input) {
 void PrepareOnce() {
   static const bool prepared = [] {
     quen::testing::Calibration().Write(Path("good"));
+    std::filesystem::create_directory(Path("data"));
     setenv("CFGPATH", (Path("") + ":" + Path("good")).c_str(), 1);
     setenv("INTROOT", "", 1);
     return true;

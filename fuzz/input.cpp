@@ -1,7 +1,6 @@
 #include "fuzz/input.hpp"
 
 #include <fitsio.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -17,23 +16,11 @@ namespace {
 
 constexpr std::size_t kConstantRoom = 1'000'000;  // bytes, whatever the input
 
-/// Made with a folder "data" in it, removed when the process ends.
-struct Folder {
-  Folder() { std::filesystem::create_directories(path / "data"); }
-  ~Folder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  Folder(Folder&&) = delete;
-  Folder& operator=(Folder&&) = delete;
-
+/// In memory where the system offers that.
+std::filesystem::path Parent() {
   const std::filesystem::path memory = "/dev/shm";
-  const std::filesystem::path path =
-      (std::filesystem::exists(memory) ? memory : std::filesystem::temp_directory_path()) /
-      ("quen_fuzz_" + std::to_string(getpid()));
-};
+  return std::filesystem::exists(memory) ? memory : std::filesystem::temp_directory_path();
+}
 
 void Require(bool holds, const char* broken) {
   if (holds) return;
@@ -44,8 +31,8 @@ void Require(bool holds, const char* broken) {
 }  // namespace
 
 std::string Path(const std::string& name) {
-  static const Folder folder;
-  return (folder.path / name).string();
+  static const testing::TempDir folder(Parent());
+  return folder / name;
 }
 
 std::string_view Text(const Bytes& bytes) {

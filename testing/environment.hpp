@@ -15,8 +15,8 @@ namespace quen::testing {
 /// A folder of one test's own, removed with all it holds.
 class TempDir {
  public:
-  TempDir() {
-    std::string name = (std::filesystem::temp_directory_path() / "quen_test_XXXXXX").string();
+  explicit TempDir(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+    std::string name = (parent / "quen_test_XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make a temporary folder");
     path_ = name;
   }

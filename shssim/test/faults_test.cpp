@@ -163,26 +163,34 @@ INSTANTIATE_TEST_SUITE_P(AllPaths, WritingFault,
                          ::testing::Combine(::testing::ValuesIn(Writing()),
                                             ::testing::Values(Fault::kWriteError, Fault::kFullDisk)));
 
-/// A limit on the size of files while it lives: writing beyond it fails as on a full device.
-class ScopedFileSizeLimit {
+/// Another limit on one of this process's resources while it lives.
+class ScopedLimit {
  public:
-  explicit ScopedFileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &old_);
-    const rlimit limit = {bytes, old_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
+  ScopedLimit(__rlimit_resource resource, rlim_t value) : resource_(resource) {
+    getrlimit(resource_, &old_);
+    const rlimit limit = {value, old_.rlim_max};
+    setrlimit(resource_, &limit);
   }
-  ~ScopedFileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &old_);
-    static_cast<void>(std::signal(SIGXFSZ, handler_));
-  }
-  ScopedFileSizeLimit(const ScopedFileSizeLimit&) = delete;
-  ScopedFileSizeLimit& operator=(const ScopedFileSizeLimit&) = delete;
-  ScopedFileSizeLimit(ScopedFileSizeLimit&&) = delete;
-  ScopedFileSizeLimit& operator=(ScopedFileSizeLimit&&) = delete;
+  ~ScopedLimit() { setrlimit(resource_, &old_); }
+  ScopedLimit(const ScopedLimit&) = delete;
+  ScopedLimit& operator=(const ScopedLimit&) = delete;
+  ScopedLimit(ScopedLimit&&) = delete;
+  ScopedLimit& operator=(ScopedLimit&&) = delete;
 
  private:
+  __rlimit_resource resource_;
   rlimit old_{};
-  void (*handler_)(int);
+};
+
+/// No file grows beyond this while it lives: writing on fails as on a full device, instead of ending the process.
+class ScopedFileSizeLimit {
+ public:
+  explicit ScopedFileSizeLimit(rlim_t bytes) : limit_(RLIMIT_FSIZE, bytes) {
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
+  }
+
+ private:
+  ScopedLimit limit_;
 };
 
 TEST(FullDevice, AtAnySizeIsReportedOrComesAtRelease) {
@@ -306,25 +314,12 @@ TEST(WritingFault, SlopeFileReplacedByOtherThingsIsReported) {
 
 // --- Descriptors ---------------------------------------------------------------------------------------------------
 
-/// No descriptor can be opened while it lives.
-class ScopedDescriptorLimit {
- public:
-  ScopedDescriptorLimit() {
-    const int lowest_free = dup(0);
-    close(lowest_free);
-    getrlimit(RLIMIT_NOFILE, &old_);
-    const rlimit limit = {static_cast<rlim_t>(lowest_free), old_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &limit);
-  }
-  ~ScopedDescriptorLimit() { setrlimit(RLIMIT_NOFILE, &old_); }
-  ScopedDescriptorLimit(const ScopedDescriptorLimit&) = delete;
-  ScopedDescriptorLimit& operator=(const ScopedDescriptorLimit&) = delete;
-  ScopedDescriptorLimit(ScopedDescriptorLimit&&) = delete;
-  ScopedDescriptorLimit& operator=(ScopedDescriptorLimit&&) = delete;
-
- private:
-  rlimit old_{};
-};
+/// The number that the next descriptor would get.
+rlim_t LowestFreeDescriptor() {
+  const int lowest = dup(0);
+  close(lowest);
+  return static_cast<rlim_t>(lowest);
+}
 
 TEST(DescriptorLimit, IsReportedAndNothingIsLost) {
   const CalibrationFolder calibration;
@@ -337,7 +332,8 @@ TEST(DescriptorLimit, IsReportedAndNothingIsLost) {
   std::exception_ptr thrown_by_reading;
   quen::testing::ClearMessages();
   {
-    const ScopedDescriptorLimit none;  // looking at an exception may take a descriptor: the sanitizer's does
+    const ScopedLimit none(
+        RLIMIT_NOFILE, LowestFreeDescriptor());  // looking at an exception may take a descriptor: the sanitizer's does
     for (const Path& path : Writing()) {
       thrown.push_back(Thrown([&] { path.action(folder / "a.fits"); }));
     }

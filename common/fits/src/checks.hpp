@@ -18,10 +18,7 @@ inline std::size_t ElementCount(const std::vector<std::size_t>& shape) {
 }
 
 /// Bytes of the file, those included that are written but not on disk yet. An uncompressed file's, where it is compressed.
-inline std::size_t FileSize(const Handle& handle) {
-  const FITSfile& state = *handle->file->Fptr;
-  return static_cast<std::size_t>(std::max(state.filesize, state.logfilesize));
-}
+inline LONGLONG FileSize(const fitsfile* file) { return std::max(file->Fptr->filesize, file->Fptr->logfilesize); }
 
 inline void CheckBuffer(std::size_t needed, std::size_t available) {
   if (available < needed) {

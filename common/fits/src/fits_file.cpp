@@ -1,8 +1,8 @@
-#include <algorithm>
 #include <filesystem>
 #include <stdexcept>
 
 #include "common/fits/fits.hpp"
+#include "common/fits/src/checks.hpp"
 #include "common/fits/src/header_check.hpp"
 #include "common/fits/src/status.hpp"
 
@@ -17,8 +17,7 @@ bool CanBeSummed(fitsfile* file) {
   LONGLONG end = 0;
   int status = 0;
   fits_get_hduaddrll(file, &header, &data, &end, &status);
-  const FITSfile& state = *file->Fptr;
-  return status == 0 && end <= std::max(state.filesize, state.logfilesize);
+  return status == 0 && end <= FileSize(file);
 }
 
 /// The deleter of handles. Whatever goes wrong here is ignored: releasing never throws and never reports.

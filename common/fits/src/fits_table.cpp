@@ -110,7 +110,7 @@ std::vector<T> ReadColumnOrThrow(const Handle& handle, const std::string& column
   if (params.second.empty()) throw std::runtime_error("ReadColumnOrThrow: misconfigured column: " + column);
   const std::size_t count = ElementCount(params.first);
   // An element takes a byte at least: no memory for rows that the file cannot hold.
-  if (count > FileSize(handle)) {
+  if (count > static_cast<std::size_t>(FileSize(handle->file))) {
     throw std::runtime_error("Fits: Error reading column \"" + column + "\": " + ReadStatus(END_OF_FILE));
   }
   std::vector<T> values(count);
