@@ -1,3 +1,29 @@
+# What the objects of either library are compiled with.
+function(quen_configure_objects target)
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON
+                                             CXX_VISIBILITY_PRESET hidden
+                                             VISIBILITY_INLINES_HIDDEN ON)
+  # Bad arguments end the process through these assertions, in every build type.
+  target_compile_definitions(${target} PRIVATE _GLIBCXX_ASSERTIONS)
+  # Results are the formula's, bit for bit.
+  target_compile_options(${target} PRIVATE -fno-fast-math -ffp-contract=off)
+  target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${target} PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL
+                        PRIVATE $<BUILD_INTERFACE:quen_warnings>)
+endfunction()
+
+# How either shared library is linked, and its name in the package.
+function(quen_configure_shared target name)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  target_link_options(${target} PRIVATE LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  set_target_properties(
+    ${target}
+    PROPERTIES EXPORT_NAME ${name}
+               VERSION ${PROJECT_VERSION}
+               SOVERSION ${QUEN_SOVERSION}
+               LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+endfunction()
+
 # The simulator library: one set of objects for the shared library and for a static one that only tests use.
 set(public_headers
     basesim/base_simulator.hpp
@@ -32,35 +58,17 @@ target_sources(
           shssim/src/shs_simulator.cpp
           shssim/src/slope_file.cpp
           shssim/src/spot_kernel.cpp)
-set_target_properties(
-  quen_shssim_objects
-  PROPERTIES POSITION_INDEPENDENT_CODE ON
-             CXX_VISIBILITY_PRESET hidden
-             VISIBILITY_INLINES_HIDDEN ON)
-# Bad arguments end the process through these assertions, in every build type.
-target_compile_definitions(quen_shssim_objects PRIVATE _GLIBCXX_ASSERTIONS)
+quen_configure_objects(quen_shssim_objects)
 # The compiler may evaluate both sides of a condition, which vectorising needs. Values do not change.
 set_source_files_properties(shssim/src/spot_kernel.cpp common/random/src/uniform_stream.cpp
                             PROPERTIES COMPILE_OPTIONS -fno-trapping-math)
-# Frames are the formula's, bit for bit.
-target_compile_options(quen_shssim_objects PRIVATE -fno-fast-math -ffp-contract=off)
-target_include_directories(quen_shssim_objects PUBLIC ${PROJECT_SOURCE_DIR})
-target_link_libraries(quen_shssim_objects PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL
-                      PRIVATE $<BUILD_INTERFACE:quen_warnings>)
 
 add_library(quen_shssim_lib SHARED)
 add_library(quen::shssim_lib ALIAS quen_shssim_lib)
 target_sources(quen_shssim_lib PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${public_headers})
 target_link_libraries(quen_shssim_lib PRIVATE $<BUILD_INTERFACE:quen_shssim_objects>
                       PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL)
-target_compile_features(quen_shssim_lib PUBLIC cxx_std_20)
-target_link_options(quen_shssim_lib PRIVATE LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
-set_target_properties(
-  quen_shssim_lib
-  PROPERTIES EXPORT_NAME shssim_lib
-             VERSION ${PROJECT_VERSION}
-             SOVERSION ${QUEN_SOVERSION}
-             LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+quen_configure_shared(quen_shssim_lib shssim_lib)
 
 if(QUEN_BUILD_TESTS OR QUEN_BUILD_BENCHMARKS OR QUEN_BUILD_FUZZERS)
   # With internals in reach, which the shared library hides.

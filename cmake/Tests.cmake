@@ -50,6 +50,16 @@ quen_add_test(fits_fault_test SOURCES common/fits/test/fits_fault_test.cpp LIBRA
 quen_add_test(fault_test SOURCES shssim/test/faults_test.cpp testing/faulty_stdio.cpp
               LIBRARIES quen_shssim_static ${CMAKE_DL_LIBS})
 
+# --- The centroiding engines, with their internals in reach, on the simulator that hosts link.
+quen_add_test(
+  centroiders_test
+  SOURCES centroiders/test/engines_test.cpp
+          centroiders/test/kernels_test.cpp
+          centroiders/test/methods_test.cpp
+          centroiders/test/score_test.cpp
+          testing/allocations.cpp
+  LIBRARIES quen_centroiders_objects quen::shssim_lib)
+
 # --- The shared library as its hosts see it.
 quen_add_test(
   host_test

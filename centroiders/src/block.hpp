@@ -1,0 +1,84 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+#include "common/simd/level.hpp"
+
+/// @file
+/// Eight pixels at a time, for the kernels above the plain level. Vectors go by reference: functions that are compiled
+/// for any processor must not take or return them.
+
+namespace quen::centroiders {
+
+inline constexpr std::size_t kBlock = 8;  ///< pixels
+
+using Shorts __attribute__((vector_size(2 * kBlock))) = std::int16_t;
+using Ints __attribute__((vector_size(4 * kBlock))) = std::int32_t;
+
+inline constexpr Ints kIota = {0, 1, 2, 3, 4, 5, 6, 7};
+
+QUEN_ALWAYS_INLINE void LoadBlock(const std::int16_t* first, Ints& pixels) {
+  Shorts shorts;
+  std::memcpy(&shorts, first, sizeof(shorts));
+  pixels = __builtin_convertvector(shorts, Ints);
+}
+
+QUEN_ALWAYS_INLINE std::int64_t Total(const Ints& lanes) {
+  std::int64_t total = 0;
+  for (std::size_t lane = 0; lane < kBlock; ++lane) total += lanes[lane];
+  return total;
+}
+
+/// Eight doubles in two vectors, for AVX2.
+struct Pair {
+  using Half __attribute__((vector_size(4 * sizeof(double)))) = double;
+
+  Pair() = default;
+  /// From 32 bits: GCC 12 converts 16-bit numbers to doubles one by one.
+  QUEN_ALWAYS_INLINE explicit Pair(const Ints& ints)
+      : low(__builtin_convertvector(__builtin_shufflevector(ints, ints, 0, 1, 2, 3), Half)),
+        high(__builtin_convertvector(__builtin_shufflevector(ints, ints, 4, 5, 6, 7), Half)) {}
+  QUEN_ALWAYS_INLINE explicit Pair(const double* values) { std::memcpy(this, values, kBlock * sizeof(double)); }
+
+  QUEN_ALWAYS_INLINE void Add(const Pair& other) {
+    low += other.low;
+    high += other.high;
+  }
+  QUEN_ALWAYS_INLINE void AddProduct(const Pair& other, double factor) {
+    low += other.low * factor;
+    high += other.high * factor;
+  }
+  QUEN_ALWAYS_INLINE void AddProduct(const Pair& other, const Pair& factors) {
+    low += other.low * factors.low;
+    high += other.high * factors.high;
+  }
+  [[nodiscard]] QUEN_ALWAYS_INLINE double Total() const {
+    const Half sum = low + high;
+    return (sum[0] + sum[1]) + (sum[2] + sum[3]);
+  }
+
+  Half low = {};
+  Half high = {};
+};
+
+/// Eight doubles in one vector, for AVX-512.
+struct Octet {
+  using Whole __attribute__((vector_size(8 * sizeof(double)))) = double;
+
+  Octet() = default;
+  QUEN_ALWAYS_INLINE explicit Octet(const Ints& ints) : all(__builtin_convertvector(ints, Whole)) {}
+  QUEN_ALWAYS_INLINE explicit Octet(const double* values) { std::memcpy(this, values, kBlock * sizeof(double)); }
+
+  QUEN_ALWAYS_INLINE void Add(const Octet& other) { all += other.all; }
+  QUEN_ALWAYS_INLINE void AddProduct(const Octet& other, double factor) { all += other.all * factor; }
+  QUEN_ALWAYS_INLINE void AddProduct(const Octet& other, const Octet& factors) { all += other.all * factors.all; }
+  [[nodiscard]] QUEN_ALWAYS_INLINE double Total() const {
+    return ((all[0] + all[4]) + (all[1] + all[5])) + ((all[2] + all[6]) + (all[3] + all[7]));
+  }
+
+  Whole all = {};
+};
+
+}  // namespace quen::centroiders

@@ -1,0 +1,29 @@
+#include "centroiders/centre_of_gravity.hpp"
+
+#include <cmath>
+
+#include "centroiders/src/checks.hpp"
+#include "centroiders/src/moments.hpp"
+
+namespace quen::centroiders {
+
+CentreOfGravity::CentreOfGravity(const CentreOfGravityConfig& config) : cut_(kEveryPixel), zero_(config.background) {
+  RequireInRange("CentreOfGravity: background", config.background, -32768.0, 32767.0);
+  if (!config.threshold) return;
+  RequireInRange("CentreOfGravity: threshold", *config.threshold, 0.0, 65535.0);
+  // Pixels are whole numbers: one is above a limit when it is above the limit's whole part.
+  const double limit = config.background + *config.threshold;
+  cut_ = static_cast<std::int32_t>(std::floor(limit));
+  if (config.thresholding == Thresholding::kSubtract) zero_ = limit;
+}
+
+void CentreOfGravity::Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
+  const Point reference = ReferenceOf(roi);
+  const Moments moments = MomentsAbove(common::simd::Best(), PixelsOf(frame, roi), cut_);
+  const Centroid centroid = CentroidOf(moments, zero_, reference);
+  flux = centroid.flux;
+  x = centroid.x - reference.x;
+  y = centroid.y - reference.y;
+}
+
+}  // namespace quen::centroiders

@@ -1,0 +1,43 @@
+#include "centroiders/weighted_centre_of_gravity.hpp"
+
+#include <limits>
+
+#include "centroiders/src/checks.hpp"
+#include "centroiders/src/gaussian.hpp"
+
+namespace quen::centroiders {
+namespace {
+
+/// What undoes the weight's pull on a spot of the drawn width.
+double GainForTheDrawnSpot(double weight_sigma) {
+  const double weight_variance = weight_sigma * weight_sigma;
+  return (kSpotSigma * kSpotSigma + weight_variance) / weight_variance;
+}
+
+}  // namespace
+
+WeightedCentreOfGravity::WeightedCentreOfGravity(const WeightedCentreOfGravityConfig& config) {
+  RequireInRange("WeightedCentreOfGravity: fwhm", config.fwhm, 1.0, 100.0);
+  if (config.gain) RequireAboveZero("WeightedCentreOfGravity: gain", *config.gain, 100.0);
+  weight_ = std::make_shared<const Gaussian>(config.fwhm);
+  gain_ = config.gain.value_or(GainForTheDrawnSpot(weight_->Sigma()));
+}
+
+void WeightedCentreOfGravity::Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
+  const Pixels pixels = PixelsOf(frame, roi);
+  const Point reference = ReferenceOf(roi);
+  flux = x = y = 0.0;
+  if (pixels.IsEmpty()) return;
+  if (!reference.IsKnown()) {
+    x = y = std::numeric_limits<double>::quiet_NaN();
+    return;
+  }
+  const WeightedSums sums =
+      SumWeighted(common::simd::Best(), pixels, weight_->Along(reference.x), weight_->Along(reference.y));
+  flux = sums.light;
+  if (!(sums.even > 0.0)) return;
+  x = gain_ * sums.x / sums.even;
+  y = gain_ * sums.y / sums.even;
+}
+
+}  // namespace quen::centroiders

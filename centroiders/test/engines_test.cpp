@@ -1,0 +1,237 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "centroiders/test/engines.hpp"
+#include "testing/allocations.hpp"
+
+// What all engines have in common.
+
+namespace {
+
+using quen::centroiders::Engine;
+using quen::centroiders::EngineCase;
+using quen::centroiders::EngineCases;
+using quen::image_processing::Roi;
+
+constexpr std::size_t kWidth = 90;
+constexpr std::size_t kHeight = 70;
+constexpr std::uint16_t kSide = 23;
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+struct Result {
+  double flux;
+  double x;
+  double y;
+
+  bool operator==(const Result&) const = default;
+};
+
+/// A region's pixels, row by row, and its reference point from the first of them.
+struct Patch {
+  std::vector<std::int16_t> pixels = std::vector<std::int16_t>(std::size_t{kSide} * kSide, 0);
+  double x_ref = 11.25;
+  double y_ref = 10.625;
+
+  std::int16_t& At(std::size_t x, std::size_t y) { return pixels[x + kSide * y]; }
+};
+
+/// A spot with noise, whose pixels are all different from their neighbours.
+Patch Spot(double dx, double dy, double noise = 12.0, double height = 3000.0) {
+  Patch patch;
+  std::mt19937 random(5);
+  std::uniform_real_distribution<double> uniform(-noise, noise);
+  for (std::size_t y = 0; y < kSide; ++y) {
+    for (std::size_t x = 0; x < kSide; ++x) {
+      const double u = static_cast<double>(x) - patch.x_ref - dx;
+      const double v = static_cast<double>(y) - patch.y_ref - dy;
+      patch.At(x, y) = static_cast<std::int16_t>(std::lround(height * std::exp(-0.125 * (u * u + v * v)) +
+                                                             (noise > 0.0 ? uniform(random) : 0.0)));
+    }
+  }
+  return patch;
+}
+
+/// Measures a patch at a place in a frame whose other pixels are bright.
+Result Measure(Engine& engine, Patch patch, std::size_t x_low, std::size_t y_low) {
+  std::vector<std::uint16_t> frame(kWidth * kHeight, 31000);
+  for (std::size_t y = 0; y < kSide; ++y) {
+    for (std::size_t x = 0; x < kSide; ++x) {
+      frame[x_low + x + kWidth * (y_low + y)] = static_cast<std::uint16_t>(patch.At(x, y));
+    }
+  }
+  const Roi roi(static_cast<std::uint16_t>(x_low), static_cast<std::uint16_t>(x_low + kSide),
+                static_cast<std::uint16_t>(y_low), static_cast<std::uint16_t>(y_low + kSide), kWidth, kHeight,
+                static_cast<double>(x_low) + patch.x_ref, static_cast<double>(y_low) + patch.y_ref);
+  const std::vector<std::uint16_t> before = frame;
+  const std::size_t allocations = quen::testing::Allocations();
+  engine.Compute(frame, roi);
+  EXPECT_EQ(quen::testing::Allocations(), allocations) << "Compute allocates";
+  EXPECT_EQ(frame, before) << "Compute changes the frame";
+  return {engine.flux, engine.x, engine.y};
+}
+
+class EveryEngine : public ::testing::TestWithParam<EngineCase> {
+ protected:
+  std::unique_ptr<Engine> engine_ = GetParam().make();
+};
+
+INSTANTIATE_TEST_SUITE_P(Engines, EveryEngine, ::testing::ValuesIn(EngineCases()),
+                         [](const auto& engine) { return engine.param.name; });
+
+TEST_P(EveryEngine, FollowsTheSpotAlongTheRightAxisAndSign) {
+  constexpr double kRough = 0.15;  // the saturation of the quad cell, the cut of the window on the reference
+  const Result right = Measure(*engine_, Spot(0.8, 0.0), 30, 20);
+  EXPECT_NEAR(right.x, 0.8, kRough);
+  EXPECT_NEAR(right.y, 0.0, 0.05);
+  const Result up = Measure(*engine_, Spot(0.0, -0.8), 30, 20);
+  EXPECT_NEAR(up.x, 0.0, 0.05);
+  EXPECT_NEAR(up.y, -0.8, kRough);
+  EXPECT_GT(right.flux, 0.0);
+}
+
+TEST_P(EveryEngine, OnlyTheRegionsPixelsCountWhereverItLies) {
+  const Patch patch = Spot(0.6, -0.4);
+  const Result here = Measure(*engine_, patch, 30, 20);
+  EXPECT_EQ(Measure(*engine_, patch, 0, 0), here);
+  EXPECT_EQ(Measure(*engine_, patch, kWidth - kSide, kHeight - kSide), here);
+  EXPECT_EQ(Measure(*engine_, patch, 31, 33), here);
+}
+
+TEST_P(EveryEngine, ResultsDependOnNoEarlierCall) {
+  const Patch patch = Spot(0.6, -0.4);
+  const Result fresh = Measure(*engine_, patch, 30, 20);
+  Measure(*engine_, Spot(-1.0, 1.0, 200.0, 20000.0), 30, 20);
+  EXPECT_EQ(Measure(*engine_, patch, 30, 20), fresh);
+}
+
+TEST_P(EveryEngine, MirroredPixelsGiveMirroredResults) {
+  constexpr double kRounding = 1e-10;
+  Patch patch = Spot(0.7, -0.3);
+  Patch mirrored = patch;
+  for (std::size_t y = 0; y < kSide; ++y) {
+    for (std::size_t x = 0; x < kSide; ++x) mirrored.At(kSide - 1 - x, y) = patch.At(x, y);
+  }
+  mirrored.x_ref = kSide - 1 - patch.x_ref;
+  const Result straight = Measure(*engine_, patch, 30, 20);
+  const Result result = Measure(*engine_, mirrored, 30, 20);
+  EXPECT_NEAR(result.x, -straight.x, kRounding);
+  EXPECT_NEAR(result.y, straight.y, kRounding);
+  EXPECT_NEAR(result.flux, straight.flux, kRounding * straight.flux);
+}
+
+TEST_P(EveryEngine, ExchangedAxesGiveExchangedResults) {
+  constexpr double kRounding = 1e-10;
+  Patch patch = Spot(0.7, -0.3);
+  Patch exchanged = patch;
+  for (std::size_t y = 0; y < kSide; ++y) {
+    for (std::size_t x = 0; x < kSide; ++x) exchanged.At(y, x) = patch.At(x, y);
+  }
+  std::swap(exchanged.x_ref, exchanged.y_ref);
+  const Result straight = Measure(*engine_, patch, 30, 20);
+  const Result result = Measure(*engine_, exchanged, 30, 20);
+  EXPECT_NEAR(result.x, straight.y, kRounding);
+  EXPECT_NEAR(result.y, straight.x, kRounding);
+  EXPECT_NEAR(result.flux, straight.flux, kRounding * straight.flux);
+}
+
+TEST_P(EveryEngine, TheReferenceShiftsTheResultOfWhatDoesNotDependOnIt) {
+  if (GetParam().needs_reference) GTEST_SKIP() << "it does";
+  Patch patch = Spot(0.7, -0.3);
+  const Result here = Measure(*engine_, patch, 30, 20);
+  patch.x_ref -= 2.5;
+  patch.y_ref += 1.25;
+  const Result there = Measure(*engine_, patch, 30, 20);
+  EXPECT_EQ(there.flux, here.flux);
+  EXPECT_NEAR(there.x, here.x + 2.5, 1e-12);
+  EXPECT_NEAR(there.y, here.y - 1.25, 1e-12);
+}
+
+TEST_P(EveryEngine, NoLightIsNoDisplacement) {
+  EXPECT_EQ(Measure(*engine_, Patch(), 30, 20), (Result{0.0, 0.0, 0.0}));
+  Patch dark;
+  std::ranges::fill(dark.pixels, std::int16_t{-7});
+  const Result result = Measure(*engine_, dark, 30, 20);
+  EXPECT_LE(result.flux, 0.0);
+  EXPECT_EQ(result.x, 0.0);
+  EXPECT_EQ(result.y, 0.0);
+}
+
+TEST_P(EveryEngine, DarkPixelsAreNegative) {
+  // Where they were read as unsigned, the wrapped pixels would be the brightest.
+  Patch patch = Spot(0.5, 0.25, 0.0);
+  const Result clean = Measure(*engine_, patch, 30, 20);
+  for (std::size_t x = 0; x < kSide; ++x) patch.At(x, 0) = -1;
+  const Result result = Measure(*engine_, patch, 30, 20);
+  EXPECT_NEAR(result.x, clean.x, 0.01);
+  EXPECT_NEAR(result.y, clean.y, 0.01);
+  EXPECT_NEAR(result.flux, clean.flux, 25.0);
+}
+
+TEST_P(EveryEngine, EmptyRegionsHaveNeitherLightNorDisplacement) {
+  const std::vector<std::uint16_t> frame(kWidth * kHeight, 100);
+  for (const Roi& roi : {Roi(5, 5, 5, 9, kWidth, kHeight, 6, 6), Roi(5, 9, 7, 7, kWidth, kHeight, 6, 6),
+                         Roi(kWidth, kWidth, kHeight, kHeight, kWidth, kHeight, 6, 6),
+                         Roi(kWidth, kWidth, 0, kHeight, kWidth, kHeight, 6, 6)}) {
+    engine_->flux = engine_->x = engine_->y = 99.0;
+    engine_->Compute(frame, roi);
+    EXPECT_EQ((Result{engine_->flux, engine_->x, engine_->y}), (Result{0.0, 0.0, 0.0}));
+  }
+}
+
+TEST_P(EveryEngine, AnUnknownReferenceGivesAnUnknownDisplacement) {
+  Patch patch = Spot(0.5, 0.25);
+  const Result known = Measure(*engine_, patch, 30, 20);
+  patch.x_ref = kNaN;
+  const Result result = Measure(*engine_, patch, 30, 20);
+  EXPECT_TRUE(std::isnan(result.x));
+  if (GetParam().needs_reference) {
+    EXPECT_TRUE(std::isnan(result.y));
+    EXPECT_EQ(result.flux, 0.0);
+  } else {
+    EXPECT_EQ(result.y, known.y);
+    EXPECT_EQ(result.flux, known.flux);
+  }
+  patch.y_ref = kNaN;
+  EXPECT_TRUE(std::isnan(Measure(*engine_, patch, 30, 20).y));
+}
+
+TEST_P(EveryEngine, RegionsOfAnySizeGiveNumbers) {
+  std::vector<std::uint16_t> frame(kWidth * kHeight, 3);
+  std::mt19937 random(7);
+  for (std::uint16_t& pixel : frame) pixel = static_cast<std::uint16_t>(random() % 4096U);
+  for (const int width : {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 64, 65, 90}) {
+    for (const int height : {1, 2, 3, 8, 33, 64, 65, 70}) {
+      const Roi roi(0, static_cast<std::uint16_t>(width), 0, static_cast<std::uint16_t>(height), kWidth, kHeight,
+                    0.5 * width, 0.5 * height);
+      engine_->Compute(frame, roi);
+      EXPECT_TRUE(std::isfinite(engine_->flux)) << width << " x " << height;
+      EXPECT_TRUE(std::isfinite(engine_->x)) << width << " x " << height;
+      EXPECT_TRUE(std::isfinite(engine_->y)) << width << " x " << height;
+    }
+  }
+}
+
+TEST_P(EveryEngine, TheBrightestPixelsThereAreDoNotOverflow) {
+  std::vector<std::uint16_t> frame(kWidth * kHeight, 32767);
+  engine_->Compute(frame, Roi(0, kWidth, 0, kHeight, kWidth, kHeight, 44.5, 34.5));
+  EXPECT_TRUE(std::isfinite(engine_->flux));
+  EXPECT_GE(engine_->flux, 0.0);
+  std::ranges::fill(frame, std::uint16_t{0x8000});
+  engine_->Compute(frame, Roi(0, kWidth, 0, kHeight, kWidth, kHeight, 44.5, 34.5));
+  EXPECT_LE(engine_->flux, 0.0);
+  EXPECT_EQ(engine_->x, 0.0);
+}
+
+using EveryEngineDeathTest = EveryEngine;
+INSTANTIATE_TEST_SUITE_P(Engines, EveryEngineDeathTest, ::testing::ValuesIn(EngineCases()),
+                         [](const auto& engine) { return engine.param.name; });
+
+TEST_P(EveryEngineDeathTest, AFrameTooSmallForItsRegionEndsTheProcess) {
+  const std::vector<std::uint16_t> frame(kWidth * kHeight - 1, 100);
+  EXPECT_DEATH(engine_->Compute(frame, Roi(60, kWidth, 50, kHeight, kWidth, kHeight, 70, 60)), "");
+}
+
+}  // namespace

@@ -1,0 +1,208 @@
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "centroiders/src/brightness.hpp"
+#include "centroiders/src/correlate.hpp"
+#include "centroiders/src/gaussian.hpp"
+#include "centroiders/src/moments.hpp"
+
+// Each kernel at every level against its plain twin.
+
+namespace {
+
+using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): internals
+using quen::common::simd::IsAvailable;
+using quen::common::simd::kLevels;
+using quen::common::simd::Level;
+
+constexpr std::array<std::size_t, 16> kSizes = {1, 2, 3, 7, 8, 9, 15, 16, 17, 24, 31, 33, 63, 64, 65, 129};
+
+/// Rectangles of all sizes at all alignments, of random pixels between a lowest and a highest value. The memory ends with
+/// the last pixel, so that a sanitizer sees what reads beyond.
+template <typename F>
+void ForRectangles(std::int32_t lowest, std::int32_t highest, F f) {
+  std::mt19937 random(11);
+  std::uniform_int_distribution<std::int32_t> value(lowest, highest);
+  for (const std::size_t width : kSizes) {
+    for (const std::size_t height : kSizes) {
+      const std::size_t offset = random() % 5;
+      const std::size_t stride = width + random() % 9;
+      std::vector<std::int16_t> memory(offset + stride * (height - 1) + width);
+      for (std::int16_t& pixel : memory) pixel = static_cast<std::int16_t>(value(random));
+      f(Pixels{memory.data() + offset, stride, width, height}, random);
+    }
+  }
+}
+
+class Kernels : public ::testing::TestWithParam<Level> {
+ protected:
+  void SetUp() override {
+    if (!IsAvailable(GetParam())) GTEST_SKIP() << "not on this processor";
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Levels, Kernels, ::testing::ValuesIn(kLevels),
+                         [](const auto& level) { return Name(level.param); });
+
+TEST_P(Kernels, MomentsAreThePlainOnes) {
+  for (const std::int32_t cut : {kEveryPixel, -32768, -1, 0, 20000, 32766, 32767, 98302}) {
+    ForRectangles(-32768, 32767, [&](const Pixels& pixels, std::mt19937&) {
+      EXPECT_EQ(MomentsAbove(GetParam(), pixels, cut), MomentsAbove(Level::kPlain, pixels, cut))
+          << pixels.width << " x " << pixels.height << " above " << cut;
+    });
+  }
+}
+
+TEST_P(Kernels, MomentsOfTheBrightestPixelsDoNotOverflow) {
+  for (const std::int16_t value : {std::int16_t{32767}, std::int16_t{-32768}}) {
+    const std::vector<std::int16_t> memory(std::size_t{300} * 300, value);
+    const Pixels pixels = {memory.data(), 300, 300, 300};
+    const Moments moments = MomentsAbove(GetParam(), pixels, kEveryPixel);
+    EXPECT_EQ(moments.count, 90'000);
+    EXPECT_EQ(moments.count_x, 90'000 * 299 / 2);
+    EXPECT_EQ(moments.sum, 90'000 * std::int64_t{value});
+    EXPECT_EQ(moments.sum_y, std::int64_t{90'000} * 299 / 2 * value);
+  }
+}
+
+TEST_P(Kernels, LargestIsThePlainOne) {
+  ForRectangles(-32768, 32767, [&](const Pixels& pixels, std::mt19937&) {
+    EXPECT_EQ(Largest(GetParam(), pixels), Largest(Level::kPlain, pixels));
+  });
+}
+
+TEST_P(Kernels, RankedValueIsThatOfTheSortedPixelsWhateverTheGuess) {
+  for (const std::int32_t span : {3, 200, 32767}) {
+    ForRectangles(-span - 1, span, [&](const Pixels& pixels, std::mt19937& random) {
+      std::vector<std::int16_t> sorted;
+      for (std::size_t y = 0; y < pixels.height; ++y) {
+        sorted.insert(sorted.end(), pixels.Row(y), pixels.Row(y) + pixels.width);
+      }
+      std::ranges::sort(sorted, std::greater<>());
+      for (const std::size_t rank : {std::size_t{1}, 1 + random() % sorted.size(), sorted.size()}) {
+        for (const std::int32_t guess : {0, 32767, -32768, 150, -100000}) {
+          EXPECT_EQ(RankedValue(GetParam(), pixels, rank, guess), sorted[rank - 1])
+              << pixels.width << " x " << pixels.height << ", rank " << rank << ", guess " << guess;
+        }
+      }
+    });
+  }
+}
+
+AxisWeights RandomWeights(std::mt19937& random, bool whole) {
+  std::uniform_real_distribution<double> uniform(-4.0, 4.0);
+  AxisWeights weights{};
+  for (std::array<double, kTile>* const values : {&weights.even, &weights.odd}) {
+    for (double& value : *values) value = whole ? std::nearbyint(uniform(random)) : uniform(random);
+  }
+  return weights;
+}
+
+void ExpectEqual(const WeightedSums& a, const WeightedSums& b) {
+  EXPECT_EQ(a.light, b.light);
+  EXPECT_EQ(a.even, b.even);
+  EXPECT_EQ(a.x, b.x);
+  EXPECT_EQ(a.y, b.y);
+}
+
+TEST_P(Kernels, WeightedSumsOfWholeNumbersAreThePlainOnes) {
+  ForRectangles(-32768, 32767, [&](const Pixels& pixels, std::mt19937& random) {
+    if (pixels.width > kTile || pixels.height > kTile) return;
+    const AxisWeights columns = RandomWeights(random, true);
+    const AxisWeights rows = RandomWeights(random, true);
+    ExpectEqual(SumTile(GetParam(), pixels, columns, rows), SumTile(Level::kPlain, pixels, columns, rows));
+  });
+}
+
+TEST_P(Kernels, WeightedSumsAreThePlainOnesToTheirLastBits) {
+  // Each of at most 4096 products and sums rounds a number below 4096 · 16 · 32768 = 2³¹.
+  constexpr double kRounding = 4096.0 * 0x1p31 * 0x1p-53;
+  ForRectangles(-32768, 32767, [&](const Pixels& pixels, std::mt19937& random) {
+    if (pixels.width > kTile || pixels.height > kTile) return;
+    const AxisWeights columns = RandomWeights(random, false);
+    const AxisWeights rows = RandomWeights(random, false);
+    const WeightedSums fast = SumTile(GetParam(), pixels, columns, rows);
+    const WeightedSums plain = SumTile(Level::kPlain, pixels, columns, rows);
+    EXPECT_EQ(fast.light, plain.light);
+    EXPECT_NEAR(fast.even, plain.even, kRounding);
+    EXPECT_NEAR(fast.x, plain.x, kRounding);
+    EXPECT_NEAR(fast.y, plain.y, kRounding);
+    if (GetParam() != Level::kPlain) ExpectEqual(fast, SumTile(Level::kAvx2, pixels, columns, rows));
+  });
+}
+
+TEST_P(Kernels, WeightedSumsOfAnySizeAreThoseOfTheTiles) {
+  const auto even = [](std::size_t k) { return static_cast<double>(k % 3); };
+  const auto odd = [](std::size_t k) { return static_cast<double>(k) - 40.0; };
+  const auto fill = [&](std::size_t first, std::size_t count, AxisWeights& weights) {
+    for (std::size_t k = 0; k < count; ++k) {
+      weights.even[k] = even(first + k);
+      weights.odd[k] = odd(first + k);
+    }
+  };
+  ForRectangles(-3000, 3000, [&](const Pixels& pixels, std::mt19937&) {
+    WeightedSums expected;
+    for (std::size_t y = 0; y < pixels.height; ++y) {
+      for (std::size_t x = 0; x < pixels.width; ++x) {
+        const double p = pixels.At(x, y);
+        expected.light += p;
+        expected.even += p * even(x) * even(y);
+        expected.x += p * odd(x) * even(y);
+        expected.y += p * even(x) * odd(y);
+      }
+    }
+    ExpectEqual(SumWeighted(GetParam(), pixels, fill, fill), expected);
+  });
+}
+
+TEST_P(Kernels, CorrelationsOfWholeNumbersAreThePlainOnes) {
+  ForRectangles(-32768, 32767, [&](const Pixels& pixels, std::mt19937& random) {
+    for (const std::size_t size : {3U, 9U, 21U, 63U}) {
+      std::vector<double> values(size * size);
+      for (double& value : values) value = static_cast<double>(random() % 100U) - 50.0;
+      for (int k = 0; k < 6; ++k) {
+        const auto x = static_cast<std::ptrdiff_t>(random() % (pixels.width + 6)) - 3;
+        const auto y = static_cast<std::ptrdiff_t>(random() % (pixels.height + 6)) - 3;
+        double expected = 0.0;
+        const auto half = static_cast<std::ptrdiff_t>(size / 2);
+        for (std::ptrdiff_t v = -half; v <= half; ++v) {
+          for (std::ptrdiff_t u = -half; u <= half; ++u) {
+            const bool inside = x + u >= 0 && x + u < static_cast<std::ptrdiff_t>(pixels.width) && y + v >= 0 &&
+                                y + v < static_cast<std::ptrdiff_t>(pixels.height);
+            if (!inside) continue;
+            expected += values[static_cast<std::size_t>(u + half) + size * static_cast<std::size_t>(v + half)] *
+                        pixels.At(static_cast<std::size_t>(x + u), static_cast<std::size_t>(y + v));
+          }
+        }
+        EXPECT_EQ(Correlate(GetParam(), pixels, values, size, x, y), expected);
+      }
+    }
+  });
+}
+
+TEST(GaussianWeights, AreTheFormulas) {
+  constexpr double kRelative = 1e-12;  // a power of up to 400 factors
+  for (const double sigma : {0.43, 1.0, 2.0, 40.0}) {
+    const Gaussian gaussian(sigma * 2.3548200450309493);
+    for (const double centre : {-70.25, -3.5, 0.0, 5.5, 11.499, 12.0, 63.0, 100.75, 1e6}) {
+      for (const std::size_t first : {std::size_t{0}, std::size_t{64}}) {
+        AxisWeights weights;
+        weights.even.fill(-1.0);
+        weights.odd.fill(-1.0);
+        gaussian.Fill(centre, first, 60, weights);
+        for (std::size_t k = 0; k < 60; ++k) {
+          const double u = static_cast<double>(first + k) - centre;
+          const double g = std::exp(-0.5 * u * u / (sigma * sigma));
+          const bool is_far = std::abs(u) > 9.0 * sigma - 1.0;
+          EXPECT_NEAR(weights.even[k], g, is_far ? 1e-8 : kRelative * g) << sigma << ' ' << centre << ' ' << k;
+          EXPECT_NEAR(weights.odd[k], u * g, is_far ? 1e-6 : kRelative * std::abs(u * g) + 1e-300);
+        }
+        EXPECT_EQ(weights.even[60], -1.0);
+        EXPECT_EQ(weights.odd[60], -1.0);
+      }
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,444 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <random>
+
+#include "centroiders/test/engines.hpp"
+#include "testing/exceptions.hpp"
+
+// What each engine does differently, on small frames whose results can be told by hand.
+
+namespace {
+
+using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all of them
+using quen::image_processing::Roi;
+using quen::testing::ExpectThrows;
+using Invalid = std::invalid_argument;
+
+class SmallFrame : public ::testing::Test {
+ protected:
+  static constexpr std::uint16_t kSide = 25;
+
+  std::uint16_t& At(std::size_t column, std::size_t row) { return frame_[column + kSide * row]; }
+
+  /// A spot of this height and deviation at (x, y), rounded to whole numbers.
+  void Draw(double x, double y, double height, double sigma = kSpotSigma) {
+    for (std::size_t row = 0; row < kSide; ++row) {
+      for (std::size_t column = 0; column < kSide; ++column) {
+        const double u = static_cast<double>(column) - x;
+        const double v = static_cast<double>(row) - y;
+        At(column, row) =
+            static_cast<std::uint16_t>(std::lround(height * std::exp(-0.5 * (u * u + v * v) / (sigma * sigma))));
+      }
+    }
+  }
+
+  void Measure(Engine& engine) { engine.Compute(frame_, roi_); }
+
+  std::vector<std::uint16_t> frame_ = std::vector<std::uint16_t>(std::size_t{kSide} * kSide, 0);
+  Roi roi_ = Roi(0, kSide, 0, kSide, kSide, kSide, 12.0, 12.0);
+};
+
+// --- Centre of gravity
+
+TEST_F(SmallFrame, CentreOfGravityWeighsByLight) {
+  At(13, 10) = 100;
+  At(15, 14) = 300;
+  At(12, 12) = static_cast<std::uint16_t>(-50);
+  CentreOfGravity engine;
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 350.0);
+  EXPECT_EQ(engine.x, (100.0 * 13 + 300.0 * 15 - 50.0 * 12) / 350.0 - 12.0);
+  EXPECT_EQ(engine.y, (100.0 * 10 + 300.0 * 14 - 50.0 * 12) / 350.0 - 12.0);
+}
+
+TEST_F(SmallFrame, BackgroundIsTakenFromEveryPixel) {
+  Draw(13.5, 11.0, 3000.0);
+  CentreOfGravity clean;
+  Measure(clean);
+  for (std::uint16_t& pixel : frame_) pixel = static_cast<std::uint16_t>(pixel + 40);
+  CentreOfGravity engine({.background = 40.0});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, clean.flux);
+  EXPECT_NEAR(engine.x, clean.x, 1e-13);
+  EXPECT_NEAR(engine.y, clean.y, 1e-13);
+}
+
+TEST_F(SmallFrame, ThresholdIsSubtractedOrCutsOnly) {
+  At(10, 12) = 30;  // not above the threshold
+  At(12, 12) = 31;
+  At(14, 12) = 130;
+  CentreOfGravity subtracting({.background = 10.0, .threshold = 20.0});
+  Measure(subtracting);
+  EXPECT_EQ(subtracting.flux, 1.0 + 100.0);
+  EXPECT_EQ(subtracting.x, (1.0 * 12 + 100.0 * 14) / 101.0 - 12.0);
+  CentreOfGravity cutting({.background = 10.0, .threshold = 20.0, .thresholding = Thresholding::kCut});
+  Measure(cutting);
+  EXPECT_EQ(cutting.flux, 21.0 + 120.0);
+  EXPECT_EQ(cutting.x, (21.0 * 12 + 120.0 * 14) / 141.0 - 12.0);
+}
+
+TEST_F(SmallFrame, ThresholdsNeedNotBeWhole) {
+  At(10, 12) = 30;
+  At(14, 12) = 31;
+  CentreOfGravity engine({.background = 0.25, .threshold = 30.25});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 0.5);
+  EXPECT_EQ(engine.x, 2.0);
+}
+
+TEST_F(SmallFrame, ThresholdsAboveEveryPixelLeaveNoLight) {
+  Draw(12.0, 12.0, 32767.0);
+  CentreOfGravity engine({.background = 32767.0, .threshold = 65535.0});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 0.0);
+  EXPECT_EQ(engine.x, 0.0);
+}
+
+// --- Windowed centre of gravity
+
+TEST_F(SmallFrame, WindowHoldsPixelsUpToItsHalfWidth) {
+  for (const std::size_t column : {9U, 10U, 14U, 15U}) At(column, 12) = 100;
+  At(12, 12) = 500;
+  WindowedCentreOfGravity narrow({.half_width = 2.0});
+  Measure(narrow);
+  EXPECT_EQ(narrow.flux, 700.0);
+  EXPECT_EQ(narrow.x, 0.0);
+  WindowedCentreOfGravity wide({.half_width = 3.0});
+  Measure(wide);
+  EXPECT_EQ(wide.flux, 900.0);
+}
+
+TEST_F(SmallFrame, WindowIsCentredOnTheReferenceOrTheBrightestPixel) {
+  At(5, 20) = 500;
+  At(12, 12) = 100;
+  WindowedCentreOfGravity follows({.half_width = 3.0});
+  Measure(follows);
+  EXPECT_EQ(follows.flux, 500.0);
+  EXPECT_EQ(follows.x, -7.0);
+  EXPECT_EQ(follows.y, 8.0);
+  WindowedCentreOfGravity stays({.around = WindowCentre::kReference, .half_width = 3.0});
+  Measure(stays);
+  EXPECT_EQ(stays.flux, 100.0);
+  EXPECT_EQ(stays.x, 0.0);
+  EXPECT_EQ(stays.y, 0.0);
+}
+
+TEST_F(SmallFrame, WindowLiesBetweenEquallyBrightPixels) {
+  At(10, 12) = 200;
+  At(13, 12) = 200;
+  At(9, 12) = 50;
+  At(14, 12) = 50;
+  WindowedCentreOfGravity engine({.half_width = 2.5});  // columns 9 to 14
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 500.0);
+  EXPECT_EQ(engine.x, -0.5);
+}
+
+TEST_F(SmallFrame, WindowIsClippedToTheRegion) {
+  At(0, 24) = 500;
+  At(2, 24) = 500;
+  At(24, 0) = 300;
+  roi_ = Roi(0, kSide, 0, kSide, kSide, kSide, 0.0, 24.0);
+  WindowedCentreOfGravity engine({.around = WindowCentre::kReference, .half_width = 4.0});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 1000.0);
+  EXPECT_EQ(engine.x, 1.0);
+  EXPECT_EQ(engine.y, 0.0);
+}
+
+TEST_F(SmallFrame, WindowBesideTheRegionIsDark) {
+  Draw(5.0, 5.0, 1000.0);
+  roi_ = Roi(0, 8, 0, 8, kSide, kSide, 20.0, 20.0);
+  WindowedCentreOfGravity engine({.around = WindowCentre::kReference, .half_width = 4.0});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 0.0);
+  EXPECT_EQ(engine.x, 0.0);
+}
+
+// --- Weighted centre of gravity
+
+TEST_F(SmallFrame, WeightedResponseIsLinearForTheDrawnSpot) {
+  constexpr double kRounding = 5e-4;  // of the pixels, 0.3 units each under a weight that is worth 4π of 32000
+  for (const double fwhm : {2.0, kSpotFwhm, 8.0}) {
+    WeightedCentreOfGravity engine({.fwhm = fwhm});
+    for (const double x : {-3.0, -1.25, 0.0, 0.5, 2.0}) {
+      Draw(12.0 + x, 12.0 - 0.5 * x, 32000.0);
+      Measure(engine);
+      EXPECT_NEAR(engine.x, x, kRounding) << fwhm;
+      EXPECT_NEAR(engine.y, -0.5 * x, kRounding) << fwhm;
+    }
+  }
+}
+
+TEST_F(SmallFrame, WeightedTakesAGivenGain) {
+  Draw(13.0, 12.0, 32000.0);
+  WeightedCentreOfGravity own;
+  WeightedCentreOfGravity given({.gain = 1.0});
+  Measure(own);
+  Measure(given);
+  EXPECT_NEAR(own.x, 2.0 * given.x, 1e-12);
+}
+
+TEST_F(SmallFrame, WeightedReportsAllLightAndMeasuresTheNearOne) {
+  Draw(12.0, 12.0, 1000.0);
+  At(0, 0) = 1000;
+  WeightedCentreOfGravity engine({.fwhm = 2.0});
+  Measure(engine);
+  EXPECT_NEAR(engine.flux, 8.0 * std::numbers::pi * 1000.0 + 1000.0, 20.0);
+  EXPECT_NEAR(engine.x, 0.0, 1e-9);
+}
+
+// --- Brightest pixels
+
+TEST_F(SmallFrame, BrightestPixelsLeaveOutTheDimmerOnes) {
+  At(10, 12) = 50;
+  At(12, 12) = 400;
+  At(13, 12) = 300;
+  At(14, 13) = 200;
+  BrightestPixels engine({.number = 3});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 200.0 + 100.0);
+  EXPECT_EQ(engine.x, (200.0 * 12 + 100.0 * 13) / 300.0 - 12.0);
+  EXPECT_EQ(engine.y, 0.0);
+}
+
+TEST_F(SmallFrame, BrightestPixelsTreatEqualOnesEqually) {
+  At(10, 12) = 200;
+  At(12, 12) = 400;
+  At(14, 12) = 200;
+  BrightestPixels engine({.number = 2});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 200.0);
+  EXPECT_EQ(engine.x, 0.0);
+}
+
+TEST_F(SmallFrame, BrightestPixelsMayBeAFraction) {
+  std::mt19937 random(3);
+  for (std::uint16_t& pixel : frame_) pixel = static_cast<std::uint16_t>(random() % 3000U);
+  BrightestPixels fraction({.fraction = 0.1});  // 62.5 of 625
+  BrightestPixels number({.number = 63});
+  Measure(fraction);
+  Measure(number);
+  EXPECT_EQ(fraction.flux, number.flux);
+  EXPECT_EQ(fraction.x, number.x);
+  EXPECT_EQ(fraction.y, number.y);
+}
+
+TEST_F(SmallFrame, BrightestPixelsOfAFewAreAllOfThem) {
+  At(1, 0) = 30;
+  At(0, 0) = 10;
+  At(0, 1) = 10;
+  At(1, 1) = 10;
+  roi_ = Roi(0, 2, 0, 2, kSide, kSide, 0.0, 0.0);
+  BrightestPixels engine({.number = 1000});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 20.0);
+  EXPECT_EQ(engine.x, 1.0);
+  EXPECT_EQ(engine.y, 0.0);
+}
+
+// --- Quad cell
+
+TEST_F(SmallFrame, QuadCellComparesTheHalves) {
+  At(3, 12) = 100;
+  At(20, 12) = 300;
+  At(12, 2) = 50;  // on the line: half and half
+  QuadCell engine({.gain = 2.0});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 450.0);
+  EXPECT_EQ(engine.x, 2.0 * 200.0 / 450.0);
+  EXPECT_EQ(engine.y, 2.0 * -50.0 / 450.0);
+}
+
+TEST_F(SmallFrame, QuadCellSplitsPixelsOnTheLine) {
+  At(12, 12) = 100;
+  roi_ = Roi(0, kSide, 0, kSide, kSide, kSide, 11.75, 12.5);
+  QuadCell engine({.gain = 1.0});
+  Measure(engine);
+  EXPECT_EQ(engine.x, 0.5);   // 0.75 of it is beyond column 11.75
+  EXPECT_EQ(engine.y, -1.0);  // all of it is before row 12.5
+}
+
+TEST_F(SmallFrame, QuadCellIsRightForSmallDisplacementsWhereverTheLineRuns) {
+  constexpr double kStep = 0.05;
+  constexpr double kRounding = 4e-4;
+  for (const double line : {11.5, 11.75, 11.9, 12.0, 12.01, 12.3, 12.5}) {
+    roi_ = Roi(0, kSide, 0, kSide, kSide, kSide, line, line);
+    QuadCell engine;
+    Draw(line + kStep, line - kStep, 32000.0);
+    Measure(engine);
+    EXPECT_NEAR(engine.x, kStep, kRounding) << line;
+    EXPECT_NEAR(engine.y, -kStep, kRounding) << line;
+    Draw(line, line, 32000.0);
+    Measure(engine);
+    EXPECT_NEAR(engine.x, 0.0, kRounding) << line;
+  }
+}
+
+TEST_F(SmallFrame, QuadCellSaturatesAsTheErrorFunctionDoes) {
+  constexpr double kPixels = 0.01;  // half a percent of the gain: the line through whole pixels
+  for (const double x : {1.0, 2.0, 4.0}) {
+    Draw(12.0 + x, 12.0, 32000.0);
+    QuadCell engine({.gain = std::sqrt(std::numbers::pi / 2.0) * kSpotSigma});
+    Measure(engine);
+    EXPECT_NEAR(engine.x, 2.5066 * std::erf(x / (std::sqrt(2.0) * kSpotSigma)), kPixels + 0.01 * x);
+  }
+}
+
+// --- Correlation
+
+constexpr double kFullScaleRounding = 4e-5;  // five deviations of 0.29 units on a spot of 32000
+
+TEST_F(SmallFrame, CorrelationIsExactForTheDrawnSpot) {
+  Correlation engine;
+  for (const double x : {-2.5, -2.2, -0.75, 0.0, 0.125, 0.5, 0.9, 2.49}) {
+    Draw(12.0 + x, 12.3 - x, 32000.0);
+    Measure(engine);
+    EXPECT_NEAR(engine.x, x, kFullScaleRounding);
+    EXPECT_NEAR(engine.y, 0.3 - x, kFullScaleRounding);
+  }
+}
+
+TEST_F(SmallFrame, CorrelationFindsAGivenTemplate) {
+  // An L whose middle pixel is its corner.
+  const std::vector<double> shape = {0, 4, 0, 0, 9, 3, 0, 0, 0};
+  for (std::size_t row = 0; row < 3; ++row) {
+    for (std::size_t column = 0; column < 3; ++column) {
+      At(15 + column, 6 + row) = static_cast<std::uint16_t>(100.0 * shape[column + 3 * row]);
+    }
+  }
+  Correlation engine({.size = 3, .template_values = shape});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 1600.0);
+  EXPECT_NEAR(engine.x, 16.0 - 12.0, 0.5);
+  EXPECT_NEAR(engine.y, 7.0 - 12.0, 0.5);
+  // Symmetric templates put the top in the middle.
+  std::ranges::fill(frame_, std::uint16_t{0});
+  At(16, 7) = 100;
+  Correlation symmetric({.size = 3, .template_values = {1, 2, 1, 2, 4, 2, 1, 2, 1}});
+  Measure(symmetric);
+  EXPECT_EQ(symmetric.x, 4.0);
+  EXPECT_EQ(symmetric.y, -5.0);
+}
+
+TEST_F(SmallFrame, CorrelationFollowsTheSpotTowardTheRegionsCorner) {
+  Correlation engine;
+  Draw(3.0, 21.0, 32000.0);
+  Measure(engine);
+  EXPECT_NEAR(engine.x, -9.0, 0.1);  // the edge cuts spot and template
+  EXPECT_NEAR(engine.y, 9.0, 0.1);
+}
+
+TEST_F(SmallFrame, CorrelationLeavesABrightSpeckForTheSpot) {
+  // The climb leaves the brightest pixel where its neighbours correlate better.
+  Draw(12.0, 12.0, 1000.0);
+  At(15, 12) = 1200;
+  Correlation engine;
+  Measure(engine);
+  EXPECT_NEAR(engine.x, 0.0, 0.2);
+}
+
+// --- Gaussian fit
+
+TEST_F(SmallFrame, FitIsExactForTheDrawnSpot) {
+  GaussianFit engine;
+  for (const double x : {-8.0, -2.5, -0.75, 0.0, 0.5, 0.9, 6.0, 11.0}) {
+    Draw(12.0 + x, 12.0 - 0.9 * x, 32000.0);
+    Measure(engine);
+    const double cut = std::abs(x) > 5.0 ? 4.0 : 1.0;  // fewer pixels see a spot that the edge cuts
+    EXPECT_NEAR(engine.x, x, cut * kFullScaleRounding);
+    EXPECT_NEAR(engine.y, -0.9 * x, cut * kFullScaleRounding);
+    EXPECT_NEAR(engine.flux, 8.0 * std::numbers::pi * 32000.0, cut * 10.0);
+  }
+}
+
+TEST_F(SmallFrame, FitTakesOtherWidths) {
+  for (const double sigma : {1.0, 3.0}) {
+    Draw(13.3, 11.4, 32000.0, sigma);
+    GaussianFit engine({.fwhm = sigma * kFwhmPerSigma, .steps = 6});
+    Measure(engine);
+    EXPECT_NEAR(engine.x, 1.3, kFullScaleRounding);
+    EXPECT_NEAR(engine.y, -0.6, kFullScaleRounding);
+  }
+}
+
+TEST_F(SmallFrame, FitConvergesInTheDefaultSteps) {
+  Draw(12.5, 11.5, 32000.0);
+  GaussianFit engine;
+  GaussianFit longer({.steps = 30});
+  Measure(engine);
+  Measure(longer);
+  EXPECT_NEAR(engine.x, longer.x, 1e-9);
+  EXPECT_NEAR(engine.y, longer.y, 1e-9);
+}
+
+TEST_F(SmallFrame, FitStaysInTheRegion) {
+  At(24, 24) = 30000;
+  GaussianFit engine({.steps = 50});
+  Measure(engine);
+  EXPECT_LE(engine.x, 12.0);
+  EXPECT_LE(engine.y, 12.0);
+}
+
+// --- Configurations
+
+TEST(Configuration, IsCheckedFieldByField) {
+  ExpectThrows<Invalid>("CentreOfGravity: background must be from -32768 to 32767, found 40000",
+                        [] { CentreOfGravity engine({.background = 40000.0}); });
+  ExpectThrows<Invalid>("CentreOfGravity: threshold must be from 0 to 65535, found -3",
+                        [] { CentreOfGravity engine({.threshold = -3.0}); });
+  ExpectThrows<Invalid>("CentreOfGravity: threshold must be from 0 to 65535, found nan",
+                        [] { CentreOfGravity engine({.threshold = std::nan("")}); });
+  ExpectThrows<Invalid>("WindowedCentreOfGravity: half_width must be from 0.5 to 1000, found 0.25",
+                        [] { WindowedCentreOfGravity engine({.half_width = 0.25}); });
+  ExpectThrows<Invalid>("WeightedCentreOfGravity: fwhm must be from 1 to 100, found 0.5",
+                        [] { WeightedCentreOfGravity engine({.fwhm = 0.5}); });
+  ExpectThrows<Invalid>("WeightedCentreOfGravity: gain must be above 0 and at most 100, found 0",
+                        [] { WeightedCentreOfGravity engine({.gain = 0.0}); });
+  ExpectThrows<Invalid>("BrightestPixels: exactly one of number and fraction must be given, found none",
+                        [] { BrightestPixels engine({}); });
+  ExpectThrows<Invalid>("BrightestPixels: exactly one of number and fraction must be given, found both",
+                        [] { BrightestPixels engine({.number = 9, .fraction = 0.5}); });
+  ExpectThrows<Invalid>("BrightestPixels: number must be from 2 to 1e+06, found 1",
+                        [] { BrightestPixels engine({.number = 1}); });
+  ExpectThrows<Invalid>("BrightestPixels: fraction must be above 0 and at most 1, found 1.5",
+                        [] { BrightestPixels engine({.fraction = 1.5}); });
+  ExpectThrows<Invalid>("QuadCell: gain must be above 0 and at most 1000, found -1",
+                        [] { QuadCell engine({.gain = -1.0}); });
+  ExpectThrows<Invalid>("Correlation: size must be from 3 to 63, found 1", [] { Correlation engine({.size = 1}); });
+  ExpectThrows<Invalid>("Correlation: size must be odd, found 20",
+                        [] { Correlation engine({.size = 20}); });
+  ExpectThrows<Invalid>("Correlation: template_values must be 9 numbers, found 4", [] {
+    Correlation engine({.size = 3, .template_values = {1, 2, 3, 4}});
+  });
+  ExpectThrows<Invalid>("Correlation: template_values must be finite, found inf", [] {
+    Correlation engine({.size = 3, .template_values = {1, 2, 3, 4, HUGE_VAL, 6, 7, 8, 9}});
+  });
+  ExpectThrows<Invalid>("Correlation: template_values must not all be zero, found nothing else", [] {
+    Correlation engine({.size = 3, .template_values = std::vector<double>(9, 0.0)});
+  });
+  ExpectThrows<Invalid>("GaussianFit: fwhm must be from 1 to 100, found 101",
+                        [] { GaussianFit engine({.fwhm = 101.0}); });
+  ExpectThrows<Invalid>("GaussianFit: steps must be from 1 to 100, found 0", [] { GaussianFit engine({.steps = 0}); });
+}
+
+TEST(Configuration, LimitsAreAllowed) {
+  const CentreOfGravity least({.background = -32768.0, .threshold = 0.0});
+  const CentreOfGravity most({.background = 32767.0, .threshold = 65535.0});
+  const WindowedCentreOfGravity narrowest({.half_width = 0.5});
+  const WindowedCentreOfGravity widest({.half_width = 1000.0});
+  const WeightedCentreOfGravity sharp({.fwhm = 1.0});
+  const WeightedCentreOfGravity dull({.fwhm = 100.0, .gain = 100.0});
+  const BrightestPixels two({.number = 2});
+  const BrightestPixels all({.fraction = 1.0});
+  const QuadCell steep({.gain = 1000.0});
+  const Correlation small({.size = 3});
+  const Correlation large({.size = 63});
+  const GaussianFit quick({.fwhm = 1.0, .steps = 1});
+  const GaussianFit slow({.fwhm = 100.0, .steps = 100});
+}
+
+}  // namespace

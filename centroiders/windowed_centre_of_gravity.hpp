@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+
+#include "quen_image_processing/centroiding/centroiding.hpp"
+
+/// @file
+/// See centre_of_gravity.hpp for what all engines share.
+
+namespace quen::centroiders {
+
+enum class WindowCentre {
+  kReference,       ///< the region's reference point
+  kBrightestPixel,  ///< the brightest pixel; the mean position of the brightest ones where several are equal
+};
+
+struct WindowedCentreOfGravityConfig {
+  WindowCentre around = WindowCentre::kBrightestPixel;
+  double half_width = 6.0;  ///< pixels, 0.5 to 1000
+};
+
+/// The centre of gravity of those pixels whose column and row are at most `half_width` from the window's centre. The
+/// window is clipped to the region. Flux is the light inside the window.
+///
+/// Around the reference, the window cuts more from the far side of a displaced spot: the response is below 1 and bends.
+/// Around the brightest pixel it follows the spot, and errs periodically, by less than a pixel's fraction.
+/// Around the reference, a NaN reference coordinate gives flux 0 and NaN for both displacements.
+class QUEN_EXPORT WindowedCentreOfGravity : public image_processing::Centroiding<std::uint16_t> {
+ public:
+  /// @throws std::invalid_argument  `half_width` out of its range
+  explicit WindowedCentreOfGravity(const WindowedCentreOfGravityConfig& config = {});
+  void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override;
+
+ private:
+  WindowedCentreOfGravityConfig config_;
+};
+
+}  // namespace quen::centroiders
