@@ -1,20 +1,22 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 
 #include "benchmarks/plain_loop.hpp"
+#include "centroiders/centre_of_gravity.hpp"
 #include "common/random/random.hpp"
 #include "common/random/uniform_stream.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "shssim/src/render_frame.hpp"
 #include "tools/quen-shs/src/calibration.hpp"
 #include "tools/quen-shs/src/calibration_lookup.hpp"
-#include "tools/quen-shs/src/centre_of_gravity.hpp"
 #include "tools/quen-shs/src/control_loop.hpp"
+#include "tools/quen-shs/src/engines.hpp"
 
 // Names are GROUP/ROW; scripts/bench prints each row's time and its ratio to the first row of its group.
 
@@ -70,6 +72,21 @@ bool Verified() {
   return true;
 }
 
+/// The plain centre of gravity and the library's agree, in all sums exactly.
+bool EnginesVerified() {
+  Scene scene;
+  scene.simulator.ComputeFrame(scene.dx, scene.dy, 10.0, std::nullopt);
+  quen_benchmarks::PlainCentreOfGravity plain;
+  quen::centroiders::CentreOfGravity engine;
+  constexpr double kRounding = 1e-12;  // of the plain loop's absolute coordinates
+  return std::ranges::all_of(scene.simulator.Rois(), [&](const quen::image_processing::Roi& roi) {
+    plain.Compute(scene.simulator.Frame(), roi);
+    engine.Compute(scene.simulator.Frame(), roi);
+    return plain.flux == engine.flux && std::abs(plain.x - engine.x) < kRounding &&
+           std::abs(plain.y - engine.y) < kRounding;
+  });
+}
+
 template <typename Action>
 void Add(const std::string& name, Action action) {
   benchmark::RegisterBenchmark(name.c_str(), [action](benchmark::State& state) {
@@ -109,23 +126,36 @@ void AddStages(Scene& scene) {
   });
 }
 
+/// Measures the used sub-apertures as ComputeSlopes does.
+void MeasureBare(const Scene& scene, quen_shs::Engine& engine) {
+  std::size_t used = 0;
+  for (std::size_t i = 0; used < 607; ++i) {
+    if (scene.simulator.RoisUsed()[i] == 0) continue;
+    engine.Compute(scene.simulator.Frame(), scene.simulator.Rois()[i]);
+    ++used;
+  }
+}
+
 void AddSlopes(Scene& scene) {
-  static quen_shs::CentreOfGravity engine;
+  static quen::centroiders::CentreOfGravity engine;
   scene.simulator.ComputeFrame(scene.dx, scene.dy, 10.0, std::nullopt);
-  Add("slopes/bare calls of the engine", [&scene] {
-    std::size_t used = 0;
-    quen::image_processing::Centroiding<std::uint16_t>& centroiding = engine;
-    for (std::size_t i = 0; used < 607; ++i) {
-      if (scene.simulator.RoisUsed()[i] == 0) continue;
-      centroiding.Compute(scene.simulator.Frame(), scene.simulator.Rois()[i]);
-      ++used;
-    }
-  });
+  Add("slopes/bare calls of the engine", [&scene] { MeasureBare(scene, engine); });
   Add("slopes/ComputeSlopes", [&scene] { scene.simulator.ComputeSlopes(engine, kSlopeLimit, std::nullopt); });
 }
 
+void AddEngines(Scene& scene) {
+  static quen_benchmarks::PlainCentreOfGravity plain;
+  Add("engines/centre of gravity, plain loop", [&scene] { MeasureBare(scene, plain); });
+  for (const char* const name :
+       {"centre-of-gravity", "centre-of-gravity:threshold=30", "windowed", "windowed:around=reference", "weighted",
+        "brightest", "quad-cell", "correlation", "gaussian-fit"}) {
+    const std::shared_ptr<quen_shs::Engine> engine = quen_shs::MakeEngine(name);
+    Add(std::string("engines/") + name, [&scene, engine] { MeasureBare(scene, *engine); });
+  }
+}
+
 void AddFiles(Scene& scene, const std::string& folder) {
-  static quen_shs::CentreOfGravity engine;
+  static quen::centroiders::CentreOfGravity engine;
   Add("files/load the calibration", [] { benchmark::DoNotOptimize(quen::shssim::ShsSimulator()); });
   Add("files/ComputeSlopes with its file", [&scene, path = folder + "/slopes.fits"] {
     std::filesystem::remove(path);
@@ -152,19 +182,20 @@ int main(int argc, char** argv) {
   quen_shs::WriteCalibration(folder, false);
   quen_shs::UseCalibration(folder);
 
-  const bool verified = Verified();
+  const bool verified = Verified() && EnginesVerified();
   if (verified) {
     Scene scene;
     AddFrames(scene);
     AddStages(scene);
     AddSlopes(scene);
+    AddEngines(scene);
     AddFiles(scene, folder);
     AddLoop(scene, folder);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
   } else {
-    static_cast<void>(std::fputs("a level differs from the plain loop: nothing was timed\n", stderr));
+    static_cast<void>(std::fputs("a level or an engine differs from the plain loop: nothing was timed\n", stderr));
   }
   std::filesystem::remove_all(folder);
   return verified ? 0 : 1;

@@ -24,4 +24,18 @@ void PlainLoop(const std::vector<quen::image_processing::Roi>& rois, const std::
   }
 }
 
+void PlainCentreOfGravity::Compute(gsl::span<const std::uint16_t> frame, const quen::image_processing::Roi& roi) {
+  flux = x = y = 0.0;
+  for (std::size_t row = roi.y_low; row < roi.y_up; ++row) {
+    for (std::size_t column = roi.x_low; column < roi.x_up; ++column) {
+      const double light = static_cast<std::int16_t>(frame[column + row * roi.x_max]);
+      flux += light;
+      x += light * static_cast<double>(column);
+      y += light * static_cast<double>(row);
+    }
+  }
+  x = x / flux - roi.x_ref;
+  y = y / flux - roi.y_ref;
+}
+
 }  // namespace quen_benchmarks

@@ -14,10 +14,10 @@
 namespace quen::centroiders {
 
 struct ScoreOptions {
-  double noise = 10.0;     ///< half-width of the pixel noise, units of pixel values, 0 to 10⁹
-  double range = 2.0;      ///< displacements are uniform in [−range, range] along either axis, pixels, 0 to 100
+  double noise = 10.0;      ///< half-width of the pixel noise, units of pixel values, 0 to 10⁹
+  double range = 2.0;       ///< displacements are uniform in [−range, range] along either axis, pixels, 0 to 100
   std::size_t frames = 20;  ///< at least 1
-  std::uint32_t seed = 1;  ///< of displacements and noise; equal options give equal scores, but for the time
+  std::uint32_t seed = 1;   ///< of displacements and noise; equal options give equal scores, but for the time
 };
 
 /// Along one axis, over all spots but the failed ones; pixels.
@@ -31,11 +31,11 @@ struct AxisScore {
 struct Score {
   AxisScore x;
   AxisScore y;
-  double worst = 0.0;             ///< largest error along either axis, but for the failed spots; pixels
-  double flux_bias = 0.0;         ///< mean of measured light over that of the whole spot, less 1
-  double flux_rms = 0.0;          ///< root of the mean square of that
-  double failed = 0.0;            ///< share of spots with an error along an axis of more than a pixel, or not finite
-  double microseconds = 0.0;      ///< that the measurement of one frame took, the least of all frames
+  double worst = 0.0;         ///< largest error along either axis, but for the failed spots; pixels
+  double flux_bias = 0.0;     ///< mean of measured light over that of the whole spot, less 1
+  double flux_rms = 0.0;      ///< root of the mean square of that
+  double failed = 0.0;        ///< share of spots with an error along an axis of more than a pixel, or not finite
+  double microseconds = 0.0;  ///< that the measurement of one frame took, the least of all frames
 };
 
 /// The least RMS error along an axis that a linear unbiased estimator can have, for a spot well inside its region.

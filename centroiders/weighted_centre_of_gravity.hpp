@@ -15,8 +15,9 @@ namespace quen::centroiders {
 class Gaussian;
 
 struct WeightedCentreOfGravityConfig {
-  double fwhm = kSpotFwhm;     ///< full width at half maximum of the weight, pixels, 1 to 100
-  std::optional<double> gain = {};  ///< factor on the displacements, above 0 to 100; if not given, the one for the drawn spot
+  double fwhm = kSpotFwhm;  ///< full width at half maximum of the weight, pixels, 1 to 100
+  std::optional<double> gain =
+      {};  ///< factor on the displacements, above 0 to 100; if not given, the one for the drawn spot
 };
 
 /// The centre of gravity with a Gaussian weight w around the reference point:

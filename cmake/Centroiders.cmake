@@ -34,3 +34,4 @@ add_library(quen::centroiders ALIAS quen_centroiders)
 target_sources(quen_centroiders PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${centroiders_headers})
 target_link_libraries(quen_centroiders PRIVATE $<BUILD_INTERFACE:quen_centroiders_objects> PUBLIC quen_shssim_lib)
 quen_configure_shared(quen_centroiders centroiders)
+set_target_properties(quen_centroiders PROPERTIES INSTALL_RPATH "$ORIGIN") # where the simulator library is

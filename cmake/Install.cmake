@@ -1,9 +1,9 @@
-# Library, headers, CMake package and pkg-config file.
+# Libraries, headers, CMake package and pkg-config files.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 install(
-  TARGETS quen_shssim_lib
+  TARGETS quen_shssim_lib quen_centroiders
   EXPORT quen_shssim-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quen_shssim)
@@ -18,5 +18,7 @@ install(FILES ${PROJECT_BINARY_DIR}/quen_shssim-config.cmake ${PROJECT_BINARY_DI
 
 # Relative, so that an installed tree may be moved.
 file(RELATIVE_PATH QUEN_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-configure_file(cmake/quen_shssim.pc.in quen_shssim.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/quen_shssim.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(name quen_shssim quen_centroiders)
+  configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

@@ -73,7 +73,11 @@ quen_add_test(stand_in_test LABEL abi SOURCES abi/test/stand_in_test.cpp LIBRARI
 add_test(NAME ExportedSymbols.AreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_shssim_lib> abi/exported_symbols.txt
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-set_tests_properties(ExportedSymbols.AreTheListedOnes PROPERTIES LABELS abi)
+add_test(NAME ExportedSymbols.OfTheCentroidersAreTheListedOnes
+         COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_centroiders> abi/exported_symbols_centroiders.txt
+         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+set_tests_properties(ExportedSymbols.AreTheListedOnes ExportedSymbols.OfTheCentroidersAreTheListedOnes
+                     PROPERTIES LABELS abi)
 if(CMAKE_BUILD_TYPE STREQUAL Debug AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   find_program(QUEN_ABIDIFF abidiff REQUIRED) # Debian's abigail-tools
   add_test(NAME BinaryInterface.IsTheDescribedOne COMMAND abi/test/check_abi.sh $<TARGET_FILE:quen_shssim_lib>
@@ -82,10 +86,15 @@ if(CMAKE_BUILD_TYPE STREQUAL Debug AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   set_tests_properties(BinaryInterface.IsTheDescribedOne PROPERTIES LABELS abi)
 endif()
 if(CMAKE_BUILD_TYPE STREQUAL Release)
-  add_test(NAME Kernels.WorkInTheirLevelsRegisters COMMAND shssim/test/check_vector_code.sh
-                                                           $<TARGET_FILE:quen_shssim_lib>
+  add_test(NAME VectorCode.OfTheSimulatorUsesItsLevelsRegisters
+           COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_shssim_lib> DrawSpotAvx512:zmm DrawSpotAvx2:ymm
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(Kernels.WorkInTheirLevelsRegisters PROPERTIES LABELS unit)
+  add_test(NAME VectorCode.OfTheCentroidersUsesItsLevelsRegisters
+           COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_centroiders> SumAvx512:zmm SumAvx2:ymm TileAvx2:ymm
+                   CountAboveAvx2:ymm
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(VectorCode.OfTheSimulatorUsesItsLevelsRegisters VectorCode.OfTheCentroidersUsesItsLevelsRegisters
+                       PROPERTIES LABELS unit)
 endif()
 
 # --- The host tool.
@@ -94,11 +103,12 @@ if(QUEN_BUILD_TOOLS)
     quen_shs_test
     LABEL tool
     SOURCES tools/quen-shs/test/calibration_test.cpp
-            tools/quen-shs/test/centre_of_gravity_test.cpp
             tools/quen-shs/test/command_line_test.cpp
             tools/quen-shs/test/control_loop_test.cpp
             tools/quen-shs/test/disturbance_test.cpp
+            tools/quen-shs/test/engines_test.cpp
             tools/quen-shs/test/pupil_test.cpp
+            tools/quen-shs/test/scoring_test.cpp
             tools/quen-shs/test/staged_file_test.cpp
             tools/quen-shs/test/zernike_test.cpp
     LIBRARIES quen_shs_core)

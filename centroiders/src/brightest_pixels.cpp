@@ -15,9 +15,9 @@ constexpr std::size_t kMost = 1'000'000;
 
 /// How many of a region's pixels to take.
 std::size_t Number(const BrightestPixelsConfig& config, std::size_t pixels) {
-  const std::size_t number = config.number ? *config.number
-                                           : static_cast<std::size_t>(std::lround(
-                                                 *config.fraction * static_cast<double>(pixels)));
+  const std::size_t number =
+      config.number ? *config.number
+                    : static_cast<std::size_t>(std::lround(*config.fraction * static_cast<double>(pixels)));
   return std::min(std::max(number, kFewest), pixels);
 }
 

@@ -30,7 +30,6 @@ double Plain(const Overlap& overlap) {
   return sum;
 }
 
-
 template <typename D>
 QUEN_ALWAYS_INLINE double SumBlocks(const Overlap& overlap) {
   D sum;
@@ -73,8 +72,7 @@ double Correlate(Level level, const Pixels& pixels, const std::vector<double>& v
   const Range rows = Under(y, size, pixels.height);
   if (columns.low >= columns.up || rows.low >= rows.up) return 0.0;
   const auto half = static_cast<std::ptrdiff_t>(size / 2);
-  const std::ptrdiff_t corner =
-      (columns.low - x + half) + static_cast<std::ptrdiff_t>(size) * (rows.low - y + half);
+  const std::ptrdiff_t corner = (columns.low - x + half) + static_cast<std::ptrdiff_t>(size) * (rows.low - y + half);
   const Overlap overlap = {values.data() + corner, size,
                            pixels.Part(static_cast<std::size_t>(columns.low), static_cast<std::size_t>(columns.up),
                                        static_cast<std::size_t>(rows.low), static_cast<std::size_t>(rows.up))};

@@ -36,8 +36,8 @@ void Gaussian::Fill(double centre, std::size_t first, std::size_t count, AxisWei
 
   const auto middle = static_cast<std::ptrdiff_t>(nearest) - static_cast<std::ptrdiff_t>(first);
   const auto last = static_cast<std::ptrdiff_t>(count) - 1;
-  const auto store = [even = weights.even.data(), odd = weights.odd.data(), last, origin = static_cast<double>(middle) + f](
-                         std::ptrdiff_t index, double g) {
+  const auto store = [even = weights.even.data(), odd = weights.odd.data(), last,
+                      origin = static_cast<double>(middle) + f](std::ptrdiff_t index, double g) {
     if (index < 0 || index > last) return;
     even[index] = g;
     odd[index] = (static_cast<double>(index) - origin) * g;

@@ -88,8 +88,8 @@ void GaussianFit::Compute(gsl::span<const std::uint16_t> frame, const image_proc
   Point centre = BrightestPoint(level, pixels);
   for (int step = 0; step < steps_; ++step) {
     const WeightedSums sums = SumWeighted(level, pixels, shape_->Along(centre.x), shape_->Along(centre.y));
-    const std::optional<Solution> solution = Solve(NormsOf(*shape_, centre.x, pixels.width),
-                                                   NormsOf(*shape_, centre.y, pixels.height), sums);
+    const std::optional<Solution> solution =
+        Solve(NormsOf(*shape_, centre.x, pixels.width), NormsOf(*shape_, centre.y, pixels.height), sums);
     flux = solution ? 2.0 * std::numbers::pi * sigma * sigma * solution->a : 0.0;
     if (!(flux > 0.0)) return;
     centre.x = moved(centre.x, sigma * sigma * solution->b_x / solution->a, pixels.width);

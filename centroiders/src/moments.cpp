@@ -43,7 +43,6 @@ Moments Plain(const Pixels& pixels, std::int32_t cut) {
   return moments;
 }
 
-
 /// Eight pixels, or as many as the rectangle has columns.
 QUEN_ALWAYS_INLINE void Load(const std::int16_t* first, std::size_t columns, Ints& pixels) {
   if (columns >= kBlock) {
@@ -66,7 +65,8 @@ QUEN_TARGET_AVX2 Moments TileAvx2(const Pixels& pixels, std::int32_t cut) {
   for (std::size_t block = 0; block < pixels.width; block += kBlock) {
     const std::size_t first = pixels.width < kBlock ? 0 : std::min(block, pixels.width - kBlock);
     const Ints column = kIota + static_cast<std::int32_t>(first);
-    const Ints counted = (column >= static_cast<std::int32_t>(block)) & (column < static_cast<std::int32_t>(pixels.width));
+    const Ints counted =
+        (column >= static_cast<std::int32_t>(block)) & (column < static_cast<std::int32_t>(pixels.width));
     const Ints cuts = counted ? Ints{} + cut : Ints{} + std::numeric_limits<std::int32_t>::max();
     Ints c = {};  // per column: sum of the pixels below
     Ints n = {};  // and their number, negative
@@ -106,8 +106,7 @@ Moments MomentsAbove(Level level, const Pixels& pixels, std::int32_t cut) {
   Moments moments;
   for (std::size_t y = 0; y < pixels.height; y += kTile) {
     for (std::size_t x = 0; x < pixels.width; x += kTile) {
-      const Pixels tile =
-          pixels.Part(x, std::min(x + kTile, pixels.width), y, std::min(y + kTile, pixels.height));
+      const Pixels tile = pixels.Part(x, std::min(x + kTile, pixels.width), y, std::min(y + kTile, pixels.height));
       Add(TileAvx2(tile, cut), x, y, moments);
     }
   }

@@ -75,8 +75,7 @@ void QuadCell::Compute(gsl::span<const std::uint16_t> frame, const image_process
       }
     };
   };
-  const WeightedSums sums =
-      SumWeighted(common::simd::Best(), pixels, sides_of(reference.x), sides_of(reference.y));
+  const WeightedSums sums = SumWeighted(common::simd::Best(), pixels, sides_of(reference.x), sides_of(reference.y));
   flux = sums.light;
   if (!(sums.light > 0.0)) return;
   x = Displacement(sums.x / sums.light, reference.x);

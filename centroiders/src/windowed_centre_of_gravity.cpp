@@ -45,8 +45,7 @@ void WindowedCentreOfGravity::Compute(gsl::span<const std::uint16_t> frame, cons
   const Point centre = follows ? BrightestPoint(level, pixels) : reference;
   const Range columns = Around(centre.x, config_.half_width, pixels.width);
   const Range rows = Around(centre.y, config_.half_width, pixels.height);
-  const Moments moments =
-      MomentsAbove(level, pixels.Part(columns.low, columns.up, rows.low, rows.up), kEveryPixel);
+  const Moments moments = MomentsAbove(level, pixels.Part(columns.low, columns.up, rows.low, rows.up), kEveryPixel);
   const Point corner = {static_cast<double>(columns.low), static_cast<double>(rows.low)};
   const Point from_corner = {reference.x - corner.x, reference.y - corner.y};
   const Centroid centroid = CentroidOf(moments, 0.0, from_corner);

@@ -409,17 +409,15 @@ TEST(Configuration, IsCheckedFieldByField) {
   ExpectThrows<Invalid>("QuadCell: gain must be above 0 and at most 1000, found -1",
                         [] { QuadCell engine({.gain = -1.0}); });
   ExpectThrows<Invalid>("Correlation: size must be from 3 to 63, found 1", [] { Correlation engine({.size = 1}); });
-  ExpectThrows<Invalid>("Correlation: size must be odd, found 20",
-                        [] { Correlation engine({.size = 20}); });
+  ExpectThrows<Invalid>("Correlation: size must be odd, found 20", [] { Correlation engine({.size = 20}); });
   ExpectThrows<Invalid>("Correlation: template_values must be 9 numbers, found 4", [] {
     Correlation engine({.size = 3, .template_values = {1, 2, 3, 4}});
   });
   ExpectThrows<Invalid>("Correlation: template_values must be finite, found inf", [] {
     Correlation engine({.size = 3, .template_values = {1, 2, 3, 4, HUGE_VAL, 6, 7, 8, 9}});
   });
-  ExpectThrows<Invalid>("Correlation: template_values must not all be zero, found nothing else", [] {
-    Correlation engine({.size = 3, .template_values = std::vector<double>(9, 0.0)});
-  });
+  ExpectThrows<Invalid>("Correlation: template_values must not all be zero, found nothing else",
+                        [] { Correlation engine({.size = 3, .template_values = std::vector<double>(9, 0.0)}); });
   ExpectThrows<Invalid>("GaussianFit: fwhm must be from 1 to 100, found 101",
                         [] { GaussianFit engine({.fwhm = 101.0}); });
   ExpectThrows<Invalid>("GaussianFit: steps must be from 1 to 100, found 0", [] { GaussianFit engine({.steps = 0}); });

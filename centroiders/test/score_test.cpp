@@ -29,9 +29,7 @@ constexpr double kSpots = 607.0 * kFrames;
 
 class Scores : public ::testing::Test {
  protected:
-  Score Of(Engine& engine, const ScoreOptions& options) {
-    return ScoreEngines(simulator_, {engine}, options).front();
-  }
+  Score Of(Engine& engine, const ScoreOptions& options) { return ScoreEngines(simulator_, {engine}, options).front(); }
   Score Of(Engine& engine, double noise, double range) {
     return Of(engine, {.noise = noise, .range = range, .frames = kFrames, .seed = 3});
   }

@@ -31,7 +31,7 @@ library_path=$(dirname "$pkg_config_path")
 
 # What a host finds installed is every header at the top of a module, but for those that say they are internal.
 (cd "$prefix/include/quen_shssim" && find . -type f | sort) >"$work/installed"
-(cd "$source" && find ./basesim ./common ./defs ./pim ./quen_image_processing ./shssim -name '*.hpp' -not -path '*/src/*' \
+(cd "$source" && find ./basesim ./centroiders ./common ./defs ./pim ./quen_image_processing ./shssim -name '*.hpp' -not -path '*/src/*' \
   -not -path '*/test/*' -exec grep --files-without-match 'Internal to the library' {} + | sort) >"$work/offered"
 diff -u "$work/offered" "$work/installed" || fail "installed headers differ from the public ones"
 
@@ -47,19 +47,27 @@ by_cmake/smallest_host >out
 expect out "$expected"
 fitsverify -q slopes.fits | grep -q '^verification OK' || fail "slopes.fits"
 
-# host SOURCE PROGRAM: built with pkg-config.
+# host SOURCE PROGRAM PACKAGE: built with pkg-config.
 host() {
   # shellcheck disable=SC2046  # a list of words
   "$compiler" -std=c++20 -O2 -Wall -Wextra -Werror -o "$2" "$1" \
-    $(PKG_CONFIG_PATH="$pkg_config_path" pkg-config --cflags --libs quen_shssim) -Wl,-rpath,"$library_path"
+    $(PKG_CONFIG_PATH="$pkg_config_path" pkg-config --cflags --libs "$3") -Wl,-rpath,"$library_path"
 }
-host "$source/examples/smallest_host.cpp" by_pkg_config
+host "$source/examples/smallest_host.cpp" by_pkg_config quen_shssim
 ./by_pkg_config >out
 expect out "$expected"
 
+# The ready-made engines.
+host "$source/examples/ready_made_engine.cpp" engine_by_pkg_config quen_centroiders
+for program in by_cmake/ready_made_engine ./engine_by_pkg_config; do
+  "$program" >out
+  expect out 'weighted centre of gravity: RMS error at noise 10: 0.0015 pixels; least possible: 0.0011'
+done
+if ldd by_cmake/smallest_host | grep -q quen_centroiders; then fail "a simulator without engines needs them"; fi
+
 # The README's example, with the output that it shows.
 readme_block cpp >readme.cpp
-host readme.cpp readme
+host readme.cpp readme quen_shssim
 ./readme >out
 expect out "$(readme_block text)"
 fitsverify -q frame.fits | grep -q '^verification OK' || fail "frame.fits"

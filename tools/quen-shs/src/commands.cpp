@@ -10,6 +10,7 @@
 #include "tools/quen-shs/src/calibration_lookup.hpp"
 #include "tools/quen-shs/src/picture.hpp"
 #include "tools/quen-shs/src/progress.hpp"
+#include "tools/quen-shs/src/scoring.hpp"
 #include "tools/quen-shs/src/staged_file.hpp"
 #include "tools/quen-shs/src/telemetry.hpp"
 
@@ -74,6 +75,25 @@ void Loop(const std::string& folder, const std::string& output, const LoopOption
   if (options.strength > 0.0 && !(summary.after < summary.disturbance)) {
     throw std::runtime_error("the loop did not converge: its residual is not below the disturbance; try a lower gain");
   }
+}
+
+void Score(const std::string& folder, const ScoreCommand& command) {
+  UseCalibration(folder);
+  quen::shssim::ShsSimulator simulator;
+  PrintScores(ScoreByName(simulator, command.engines, command.options), command.options);
+  if (command.picture.empty()) return;
+
+  ErrorCurves curves = {{1, 2, 5, 10, 20, 50, 100, 200, 500, 1000}, {}};
+  quen::centroiders::ScoreOptions options = command.options;
+  for (const double noise : curves.noises) {
+    options.noise = noise;
+    curves.scores.push_back(ScoreByName(simulator, command.engines, options));
+  }
+  StagedFile picture(command.picture);
+  DrawErrors(picture.Path(), curves, options.range);
+  picture.Commit();
+  std::printf("\n");
+  PrintWritten(command.picture);
 }
 
 }  // namespace quen_shs

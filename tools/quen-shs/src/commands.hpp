@@ -1,7 +1,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "centroiders/score.hpp"
 #include "tools/quen-shs/src/control_loop.hpp"
 
 /// @file
@@ -16,5 +18,16 @@ void Calibrate(const std::string& folder, bool force);
 /// @throws std::runtime_error  no calibration, files cannot be written, or the loop did not converge (its files are
 ///                             written nevertheless)
 void Loop(const std::string& folder, const std::string& output, const LoopOptions& options);
+
+/// What to score and where to draw it.
+struct ScoreCommand {
+  std::vector<std::string> engines;  ///< as for MakeEngine
+  quen::centroiders::ScoreOptions options;
+  std::string picture;  ///< PNG file with the errors against the noise; none if empty
+};
+
+/// Prints the engines' scores on the calibration in `folder`.
+/// @throws std::runtime_error  no calibration, or the picture cannot be written
+void Score(const std::string& folder, const ScoreCommand& command);
 
 }  // namespace quen_shs

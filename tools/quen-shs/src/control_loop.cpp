@@ -5,7 +5,6 @@
 
 #include "common/random/random.hpp"
 #include "tools/quen-shs/src/calibration.hpp"
-#include "tools/quen-shs/src/centre_of_gravity.hpp"
 #include "tools/quen-shs/src/disturbance.hpp"
 
 namespace quen_shs {
@@ -43,7 +42,7 @@ std::vector<FrameRecord> RunLoop(quen::shssim::ShsSimulator& simulator, const Lo
 
   Disturbance disturbance(options.strength, kCorrelation, options.seed);
   quen::common::random::detail::MersenneTwisterEngine().seed(options.seed);
-  CentreOfGravity centroiding;
+  const std::unique_ptr<Engine> centroiding = MakeEngine(options.engine);
   Displacements displacements;
   // Corrections still to act, the next frame's first.
   std::deque<Eigen::VectorXd> corrections(static_cast<std::size_t>(options.delay), Eigen::VectorXd::Zero(kNumModes));
@@ -58,7 +57,7 @@ std::vector<FrameRecord> RunLoop(quen::shssim::ShsSimulator& simulator, const Lo
     Unpack(m2s * residual, simulator.RoisUsed(), displacements);
     simulator.ComputeFrame(displacements.x, displacements.y, options.noise,
                            last ? std::optional(files.frame) : std::nullopt);
-    simulator.ComputeSlopes(centroiding, kSlopeLimit, last ? std::optional(files.slopes) : std::nullopt);
+    simulator.ComputeSlopes(*centroiding, kSlopeLimit, last ? std::optional(files.slopes) : std::nullopt);
 
     corrections.push_back(corrections.back() + options.gain * (cm * slopes));
     corrections.pop_front();

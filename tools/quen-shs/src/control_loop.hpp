@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "shssim/shs_simulator.hpp"
+#include "tools/quen-shs/src/engines.hpp"
 
 /// @file
 /// A modal integrator loop around the simulated sensor.
@@ -24,6 +25,7 @@ struct LoopOptions {
   double noise = 10.0;     ///< half-width, units of pixel values
   double strength = 20.0;  ///< D/r0 of the disturbance
   std::uint32_t seed = 1;
+  std::string engine = kDefaultEngine;  ///< that measures, as for MakeEngine
 };
 
 /// What one frame leaves behind. Modes in radians; an RMS is the root of the sum of their squares.

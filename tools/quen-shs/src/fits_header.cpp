@@ -17,7 +17,7 @@ void Check(int status, const std::string& key) {
 void WriteKey(const quen::common::Fits::Handle& file, const std::string& key, const std::string& value,
               const std::string& comment) {
   int status = 0;
-  fits_update_key_str(file->file, key.c_str(), value.c_str(), comment.c_str(), &status);
+  fits_update_key_longstr(file->file, key.c_str(), value.c_str(), comment.c_str(), &status);
   Check(status, key);
 }
 

@@ -1,14 +1,10 @@
 #include "tools/quen-shs/src/picture.hpp"
 
-#include <cairo.h>
-
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdio>
-#include <memory>
-#include <stdexcept>
 #include <utility>
+
+#include "tools/quen-shs/src/canvas.hpp"
 
 namespace quen_shs {
 namespace {
@@ -26,39 +22,14 @@ constexpr double kPlotLeft = 960.0;
 constexpr double kPlotTop = kFrameTop;
 constexpr double kPlotWidth = kWidth - kPlotLeft - kMargin;
 constexpr double kPlotHeight = kFrameHeight;
-constexpr double kFontSize = 15.0;
 constexpr double kTypicalArrow = 5.0;   // pixels of the frame
 constexpr double kLongestArrow = 11.0;  // stays inside the region
 
-struct Colour {
-  double red, green, blue, alpha;
-};
-constexpr Colour kPaper = {1.0, 1.0, 1.0, 1.0};
-constexpr Colour kInk = {0.15, 0.15, 0.18, 1.0};
-constexpr Colour kGrid = {0.85, 0.85, 0.87, 1.0};
 constexpr Colour kUsedOutline = {0.25, 0.60, 0.90, 0.55};
 constexpr Colour kUnusedOutline = {0.60, 0.60, 0.60, 0.18};
 constexpr Colour kArrow = {1.00, 0.55, 0.10, 1.0};
 constexpr Colour kDisturbance = {0.55, 0.55, 0.60, 1.0};
 constexpr Colour kResidual = {0.10, 0.40, 0.75, 1.0};
-
-using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
-using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
-
-void Use(cairo_t* cr, const Colour& colour) {
-  cairo_set_source_rgba(cr, colour.red, colour.green, colour.blue, colour.alpha);
-}
-
-void Write(cairo_t* cr, double x, double y, const std::string& text) {
-  cairo_move_to(cr, x, y);
-  cairo_show_text(cr, text.c_str());
-}
-
-std::string Short(double value) {
-  std::array<char, 32> text{};
-  static_cast<void>(std::snprintf(text.data(), text.size(), "%.3g", value));
-  return text.data();
-}
 
 // --- The frame -----------------------------------------------------------------------------------------------------
 
@@ -219,21 +190,10 @@ void DrawHistory(cairo_t* cr, const std::vector<FrameRecord>& records) {
 
 void DrawLoop(const std::string& path, const quen::shssim::ShsSimulator& simulator,
               const std::vector<FrameRecord>& records) {
-  const Surface surface(
-      cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(kWidth), static_cast<int>(kHeight)),
-      &cairo_surface_destroy);
-  const Context context(cairo_create(surface.get()), &cairo_destroy);
-  cairo_t* const cr = context.get();
-  Use(cr, kPaper);
-  cairo_paint(cr);
-  cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
-  cairo_set_font_size(cr, kFontSize);
-  DrawFrame(cr, simulator);
-  DrawHistory(cr, records);
-  const cairo_status_t status = cairo_surface_write_to_png(surface.get(), path.c_str());
-  if (status != CAIRO_STATUS_SUCCESS) {
-    throw std::runtime_error("cannot write the picture " + path + ": " + cairo_status_to_string(status));
-  }
+  const Canvas canvas(static_cast<int>(kWidth), static_cast<int>(kHeight));
+  DrawFrame(canvas.Cairo(), simulator);
+  DrawHistory(canvas.Cairo(), records);
+  canvas.Save(path);
 }
 
 }  // namespace quen_shs

@@ -62,6 +62,7 @@ void WriteTelemetry(const std::string& path, const LoopOptions& options, const s
   WriteKey(file, "DOVERR0", options.strength, "D/r0 of the disturbance");
   WriteKey(file, "CORRELAT", kCorrelation, "of the disturbance from frame to frame");
   WriteKey(file, "SEED", static_cast<long>(options.seed), "of disturbance and noise");
+  WriteKey(file, "ENGINE", options.engine, "that measured");
   WriteCreator(file, "loop");
 }
 

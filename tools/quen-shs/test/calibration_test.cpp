@@ -5,13 +5,13 @@
 #include <filesystem>
 #include <memory>
 
+#include "centroiders/centre_of_gravity.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "testing/environment.hpp"
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
 #include "tools/quen-shs/src/calibration_lookup.hpp"
-#include "tools/quen-shs/src/centre_of_gravity.hpp"
 #include "tools/quen-shs/src/pupil.hpp"
 
 namespace {
@@ -105,7 +105,7 @@ TEST_F(SyntheticCalibration, MeasuredModesAreTheMatrixs) {
   // flipped, nothing half a pixel off. The tolerance is the bias of truncated pixels and of spots cut by their region.
   constexpr double kTolerance = 0.01;
   quen::shssim::ShsSimulator simulator;
-  quen_shs::CentreOfGravity engine;
+  quen::centroiders::CentreOfGravity engine;
   const Eigen::Map<const Matrix> m2s(simulator.M2s().data(), 1214, 52);
   for (const Eigen::Index mode : {0, 1, 2, 3, 7, 51}) {
     std::vector<double> dx(1089, 0.0);

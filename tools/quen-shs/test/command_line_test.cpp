@@ -26,7 +26,7 @@ std::uint32_t BigEndian(const std::vector<char>& bytes, std::size_t offset) {
 }
 
 TEST(CommandLine, HelpExitsWithZero) {
-  for (const char* const arguments : {"--help", "calibrate --help", "loop --help"}) {
+  for (const char* const arguments : {"--help", "calibrate --help", "loop --help", "score --help"}) {
     const Outcome outcome = QuenShs(arguments);
     EXPECT_EQ(outcome.exit_code, 0) << arguments;
     EXPECT_NE(outcome.out.find("Example:"), std::string::npos) << arguments;
