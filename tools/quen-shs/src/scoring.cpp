@@ -28,7 +28,7 @@ constexpr double kLeft = 90.0;
 constexpr double kTop = 40.0;
 constexpr double kPlotWidth = 690.0;
 constexpr double kPlotHeight = 570.0;
-constexpr double kLowest = 1e-5;  // pixels
+constexpr double kLowest = 1e-4;  // pixels
 constexpr double kHighest = 1.0;
 
 constexpr std::array<Colour, 7> kColours = {{{0.12, 0.47, 0.71, 1.0},
@@ -69,7 +69,7 @@ void DrawGrid(cairo_t* cr, const LogarithmicAxes& axes, const std::vector<double
     cairo_line_to(cr, axes.X(noise), kTop + kPlotHeight);
     cairo_stroke(cr);
     Use(cr, kInk);
-    Write(cr, axes.X(noise) - 8.0, kTop + kPlotHeight + 22.0, Short(noise));
+    Write(cr, axes.X(noise) - 8.0, kTop + kPlotHeight + 22.0, std::to_string(std::lround(noise)));
   }
   cairo_rectangle(cr, kLeft, kTop, kPlotWidth, kPlotHeight);
   cairo_stroke(cr);
@@ -78,6 +78,7 @@ void DrawGrid(cairo_t* cr, const LogarithmicAxes& axes, const std::vector<double
 /// A curve and its place in the legend.
 void DrawCurve(cairo_t* cr, const LogarithmicAxes& axes, const std::vector<double>& noises,
                const std::function<double(std::size_t)>& rms, std::size_t place, const std::string& name) {
+  cairo_new_path(cr);  // the text before has left a point
   for (std::size_t k = 0; k < noises.size(); ++k) {
     if (std::isfinite(rms(k))) cairo_line_to(cr, axes.X(noises[k]), LogarithmicAxes::Y(rms(k)));
   }
