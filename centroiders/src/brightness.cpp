@@ -127,7 +127,7 @@ QUEN_TARGET_AVX2 std::int32_t SmallestAboveAvx2(const Copy& copy, std::int32_t v
   for (std::size_t k = 0; k < copy.count; k += kLanes) {
     Shorts p;
     Load(copy.values.data() + k, p);
-    smallest = (p > values) & (p < smallest) ? p : smallest;
+    smallest = ((p > values) & (p < smallest)) ? p : smallest;
   }
   std::int32_t result = kHighest;
   for (std::size_t lane = 0; lane < kLanes; ++lane) result = std::min<std::int32_t>(result, smallest[lane]);
