@@ -45,7 +45,7 @@ class QUEN_EXPORT QuadCell : public image_processing::Centroiding<std::uint16_t>
   /// @param reference   where the dividing line runs
   [[nodiscard]] double Displacement(double share, double reference) const;
 
-  std::array<Response, kSteps + 1> responses_;  // where the line runs 0 to half a pixel beyond a pixel's centre
+  std::array<Response, kSteps + 1> responses_{};  // where the line runs 0 to half a pixel beyond a pixel's centre
 };
 
 }  // namespace quen::centroiders

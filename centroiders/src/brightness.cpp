@@ -57,12 +57,9 @@ using Shorts __attribute__((vector_size(2 * kLanes))) = std::int16_t;
 
 QUEN_ALWAYS_INLINE void Load(const std::int16_t* first, Shorts& pixels) { std::memcpy(&pixels, first, sizeof(pixels)); }
 
-QUEN_ALWAYS_INLINE void Fill(std::int32_t value, Shorts& lanes) { lanes = Shorts{} + static_cast<std::int16_t>(value); }
-
 /// Rectangles of at least kLanes columns; the last block of a row overlaps the one before.
 QUEN_TARGET_AVX2 std::int32_t LargestAvx2(const Pixels& pixels) {
-  Shorts largest;
-  Fill(kLowest, largest);
+  Shorts largest = Shorts{} + static_cast<std::int16_t>(kLowest);
   for (std::size_t y = 0; y < pixels.height; ++y) {
     for (std::size_t x = 0; x < pixels.width; x += kLanes) {
       Shorts p;
@@ -104,8 +101,7 @@ struct Copy {
 /// The number of pixels above a value.
 QUEN_TARGET_AVX2 std::size_t CountAboveAvx2(const Copy& copy, std::int32_t value) {
   Shorts counts = {};  // negative; 256 at the most, and 4096 in all
-  Shorts values;
-  Fill(value, values);
+  const Shorts values = Shorts{} + static_cast<std::int16_t>(value);
   for (std::size_t k = 0; k < copy.count; k += 2 * kLanes) {
     Shorts p;
     Shorts q;
@@ -120,10 +116,8 @@ QUEN_TARGET_AVX2 std::size_t CountAboveAvx2(const Copy& copy, std::int32_t value
 
 /// The least value above another one.
 QUEN_TARGET_AVX2 std::int32_t SmallestAboveAvx2(const Copy& copy, std::int32_t value) {
-  Shorts values;
-  Shorts smallest;
-  Fill(value, values);
-  Fill(kHighest, smallest);
+  const Shorts values = Shorts{} + static_cast<std::int16_t>(value);
+  Shorts smallest = Shorts{} + static_cast<std::int16_t>(kHighest);
   for (std::size_t k = 0; k < copy.count; k += kLanes) {
     Shorts p;
     Load(copy.values.data() + k, p);
@@ -155,7 +149,7 @@ std::int32_t RankedAvx2(const Pixels& pixels, std::size_t rank, std::int32_t gue
       bracketed_above = true;
       probe -= distance;
     }
-    distance *= 4;
+    distance = std::min(4 * distance, kHighest - kLowest);
     if (bracketed_below && bracketed_above) probe = lowest + (highest - lowest) / 2;
     probe = std::clamp(probe, lowest, std::max(lowest, highest - 1));
   }

@@ -15,7 +15,7 @@ namespace {
 
 std::vector<double> DrawnSpot(std::size_t size) {
   std::vector<double> values;
-  const double middle = static_cast<double>(size / 2);
+  const double middle = 0.5 * static_cast<double>(size - 1);
   for (std::size_t y = 0; y < size; ++y) {
     for (std::size_t x = 0; x < size; ++x) {
       const double u = static_cast<double>(x) - middle;

@@ -22,7 +22,7 @@ struct Norms {
 
 Norms NormsOf(const Gaussian& shape, double centre, std::size_t size) {
   Norms norms;
-  AxisWeights weights;
+  AxisWeights weights;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled as far as it is read
   for (std::size_t first = 0; first < size; first += kTile) {
     const std::size_t count = std::min(kTile, size - first);
     shape.Fill(centre, first, count, weights);
@@ -52,12 +52,14 @@ struct Solution {
 std::optional<Solution> Solve(const Norms& nx, const Norms& ny, const WeightedSums& sums) {
   constexpr double kSingular = 1e-12;  // of a diagonal element
   const double aa = nx.even * ny.even;
+  if (!(aa > 0.0)) return std::nullopt;
   const double ab = nx.mixed * ny.even;
   const double ac = nx.even * ny.mixed;
   const double bb = nx.odd * ny.even - ab * ab / aa;
+  if (!(bb > kSingular * nx.odd * ny.even)) return std::nullopt;
   const double bc = nx.mixed * ny.mixed - ab * ac / aa;
   const double cc = nx.even * ny.odd - ac * ac / aa - bc * bc / bb;
-  if (!(bb > kSingular * nx.odd * ny.even && cc > kSingular * nx.even * ny.odd)) return std::nullopt;
+  if (!(cc > kSingular * nx.even * ny.odd)) return std::nullopt;
   const double right_b = sums.x - ab / aa * sums.even;
   const double right_c = sums.y - ac / aa * sums.even - bc / bb * right_b;
   const double b_y = right_c / cc;

@@ -33,12 +33,13 @@ class AxisSums {
   }
 
   [[nodiscard]] AxisScore Score() const {
+    constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+    if (count_ == 0.0) return {kUnknown, kUnknown, kUnknown, kUnknown};
     const double mean_error = error_ / count_;
     const double mean_truth = truth_ / count_;
     // Of the line error = slope · truth + offset; measured values have a slope that is larger by one.
     const double spread = truth_squared_ / count_ - mean_truth * mean_truth;
-    const double slope = spread > 0.0 ? (product_ / count_ - mean_truth * mean_error) / spread
-                                      : std::numeric_limits<double>::quiet_NaN();
+    const double slope = spread > 0.0 ? (product_ / count_ - mean_truth * mean_error) / spread : kUnknown;
     return {mean_error, std::sqrt(error_squared_ / count_), 1.0 + slope, mean_error - slope * mean_truth};
   }
 
@@ -72,14 +73,12 @@ class Tally {
   void AddTime(double microseconds) { microseconds_ = std::min(microseconds_, microseconds); }
 
   [[nodiscard]] Score Total() const {
+    constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
     const double good = spots_ - failed_;
-    return {x_.Score(),
-            y_.Score(),
-            good > 0.0 ? worst_ : std::numeric_limits<double>::quiet_NaN(),
-            flux_error_ / good,
-            std::sqrt(flux_error_squared_ / good),
-            failed_ / spots_,
-            microseconds_};
+    const double failed = spots_ > 0.0 ? failed_ / spots_ : kUnknown;
+    if (good == 0.0) return {x_.Score(), y_.Score(), kUnknown, kUnknown, kUnknown, failed, microseconds_};
+    return {x_.Score(), y_.Score(),   worst_, flux_error_ / good, std::sqrt(flux_error_squared_ / good),
+            failed,     microseconds_};
   }
 
  private:
@@ -148,6 +147,7 @@ std::vector<Score> ScoreEngines(ShsSimulator& simulator, const std::vector<std::
     for (std::size_t k = 0; k < engines.size(); ++k) Measure(simulator, engines[k], dx, dy, tallies[k]);
   }
   std::vector<Score> scores;
+  scores.reserve(tallies.size());
   for (const Tally& tally : tallies) scores.push_back(tally.Total());
   return scores;
 }

@@ -30,12 +30,13 @@ WeightedSums Plain(const Pixels& pixels, const AxisWeights& columns, const AxisW
 
 /// The weights of a block's columns, nothing for the first `repeated` ones.
 struct BlockWeights {
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): filled at once
   QUEN_ALWAYS_INLINE BlockWeights(const std::array<double, kTile>& weights, std::size_t first, std::size_t repeated) {
     std::memcpy(values.data(), weights.data() + first, sizeof(values));
     for (std::size_t k = 0; k < repeated; ++k) values[k] = 0.0;
   }
 
-  alignas(64) std::array<double, kBlock> values;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+  alignas(64) std::array<double, kBlock> values;
 };
 
 /// What the columns of a block add up to. D holds eight doubles: Pair at AVX2, Octet at AVX-512.

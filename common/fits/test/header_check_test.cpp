@@ -115,6 +115,8 @@ TEST(HeaderCheck, ValuesLongerThanATextAreRefused) {
   EXPECT_EQ(Verdict(Primary({"TTYPE1  = " + digits})), "205: TTYPE1 in the header has too long a value.");
   EXPECT_EQ(Verdict(Primary({"TTYPE1  = (" + digits.substr(2) + ")"})),
             "205: TTYPE1 in the header has too long a value.");
+  EXPECT_EQ(Verdict(Primary({"TTYPE1  = (" + digits.substr(35) + " " + digits.substr(36) + ")"})),
+            "205: TTYPE1 in the header has too long a value.");
   EXPECT_EQ(Verdict(Primary({"TTYPE1  = " + digits.substr(2) + " /"})), "");
   EXPECT_EQ(Verdict(Primary({"TTYPE1  = " + digits.substr(2) + "/"})), "");
   EXPECT_EQ(Verdict(Primary({"TTYPE1  = '" + digits.substr(2) + "'"})), "");
@@ -141,6 +143,14 @@ TEST(HeaderCheck, DataThatNoFileCanHoldAreRefused) {
             refusal);
 }
 
+TEST(HeaderCheck, WhatAHeaderDoesNotSayIsNotCounted) {
+  const std::string huge = "1000000000000000000";
+  EXPECT_EQ(Verdict(Header({"SIMPLE  = T", "NAXIS   = 2", "NAXIS1  = " + huge, "NAXIS2  = " + huge})), "");
+  EXPECT_EQ(Verdict(Header({"SIMPLE  = T", "BITPIX  = 8", "NAXIS1  = " + huge, "NAXIS2  = " + huge})), "");
+  // One group, unless it says otherwise: 96 MB.
+  EXPECT_EQ(Verdict(Header({"SIMPLE  = T", "BITPIX  = 8", "NAXIS   = 1", "NAXIS1  = 96000000"}), READWRITE), "");
+}
+
 TEST(HeaderCheck, RandomGroupsHaveNoFirstAxis) {
   EXPECT_EQ(Verdict(Header({"SIMPLE  = T", "BITPIX  = 32", "NAXIS   = 2", "NAXIS1  = 0",
                             "NAXIS2  = 1000000000000000000", "GROUPS  = T"})),
@@ -161,6 +171,9 @@ TEST(HeaderCheck, HeadersBehindDataAndHeadersWithoutEndAreLookedThrough) {
   EXPECT_EQ(Verdict(Primary() + Table("361") + data + Table("1", {card})), refusal);  // 361 · 8 bytes: two blocks
   EXPECT_EQ(Verdict(Primary() + Table("361") + data + card), refusal);
   EXPECT_EQ(Verdict(Primary() + card.substr(0, 79)), "");
+  // Data are not taken for cards.
+  const std::string text_as_data = card + std::string(2UL * 2880 - card.size(), ' ');
+  EXPECT_EQ(Verdict(Primary() + Table("361") + text_as_data + Table("1")), "");
   std::vector<std::string> many(40, "COMMENT");
   many.push_back(card);
   EXPECT_EQ(Verdict(Primary(many)), refusal);
@@ -192,6 +205,32 @@ TEST(FitsTable, RowsThatTheFileCannotHoldTakeNoMemory) {
   quen::testing::ClearMessages();
   quen::testing::ExpectThrows<std::runtime_error>("Fits: Error reading column \"x\": tried to move past end of file, ",
                                                   [&] { quen::common::Fits::ReadColumnOrThrow<double>(file, "x"); });
+}
+
+/// CFITSIO would divide by the width of the column's elements.
+TEST(FitsTable, ColumnsOfNoWidthAreNotWritten) {
+  const TempDir folder;
+  const std::string path = folder / "a.fits";
+  WriteText(path, Primary() +
+                      Header({"XTENSION= 'BINTABLE'", "BITPIX  = 8", "NAXIS   = 2", "NAXIS1  = 8", "NAXIS2  = 1",
+                              "PCOUNT  = 0", "GCOUNT  = 1", "TFIELDS = 3", "TFORM1  = '0A'", "TFORM2  = 'D'",
+                              "TFORM3  = '0A'", "EXTNAME = 'rois'"}) +
+                      std::string(2880, '\0'));
+  const quen::common::Fits::Handle file = FitsFileWrite(path, false, "rois");
+  const double value = 1.0;
+  for (const int column : {1, 3}) {
+    quen::testing::ClearMessages();
+    quen::testing::ExpectThrowsWithDetails<std::runtime_error>(
+        "Fits: Error writing column " + std::to_string(column) + ": " + "illegal TFORM format code",
+        [&] { quen::common::Fits::WriteColumnPriv(file, &value, 1, TDOUBLE, column, 1); });
+  }
+  EXPECT_EQ(quen::common::Fits::WriteColumnPriv(file, &value, 1, TDOUBLE, 2, 1), 1U);
+  for (const int column : {0, 4}) {
+    quen::testing::ClearMessages();
+    quen::testing::ExpectThrowsWithDetails<std::runtime_error>(
+        "Fits: Error writing column " + std::to_string(column) + ": column number < 1 or > tfields",
+        [&] { quen::common::Fits::WriteColumnPriv(file, &value, 1, TDOUBLE, column, 1); });
+  }
 }
 
 /// CFITSIO goes on after a header that breaks off, without knowing the columns that it counts.

@@ -150,6 +150,10 @@ std::string Listed(const Range& range) {
   return text;
 }
 
+[[noreturn]] void Refuse(const Kind& kind, const std::string& expected, const std::string& found) {
+  throw std::invalid_argument(std::string(kind.name) + ": expected " + expected + ", found " + found);
+}
+
 /// NAME=VALUE,NAME=VALUE
 std::map<std::string, std::string> Parse(const Kind& kind, const std::string& text) {
   std::map<std::string, std::string> values;
@@ -157,18 +161,11 @@ std::map<std::string, std::string> Parse(const Kind& kind, const std::string& te
   for (std::string item; std::getline(stream, item, ',');) {
     const std::size_t equals = item.find('=');
     const std::string name = item.substr(0, equals);
-    const bool is_known =
-        std::any_of(kind.options.begin(), kind.options.end(), [&](const Option& option) { return option.name == name; });
-    if (!is_known) {
-      throw std::invalid_argument(std::string(kind.name) + ": expected one of the options " + Listed(kind.options) +
-                                  ", found " + name);
-    }
-    if (equals == std::string::npos) {
-      throw std::invalid_argument(std::string(kind.name) + ": expected " + name + "=VALUE, found " + name);
-    }
-    if (!values.emplace(name, item.substr(equals + 1)).second) {
-      throw std::invalid_argument(std::string(kind.name) + ": expected " + name + " once, found it twice");
-    }
+    const bool is_known = std::any_of(kind.options.begin(), kind.options.end(),
+                                      [&](const Option& option) { return option.name == name; });
+    if (!is_known) Refuse(kind, "one of the options " + Listed(kind.options), name);
+    if (equals == std::string::npos) Refuse(kind, name + "=VALUE", name);
+    if (!values.emplace(name, item.substr(equals + 1)).second) Refuse(kind, name + " once", "it twice");
   }
   return values;
 }

@@ -28,8 +28,7 @@ constexpr double kLeft = 90.0;
 constexpr double kTop = 40.0;
 constexpr double kPlotWidth = 690.0;
 constexpr double kPlotHeight = 570.0;
-constexpr double kLowest = 1e-4;  // pixels
-constexpr double kHighest = 1.0;
+constexpr int kLowestDecade = -4;  // of pixels; the highest is 0
 
 constexpr std::array<Colour, 7> kColours = {{{0.12, 0.47, 0.71, 1.0},
                                              {1.00, 0.50, 0.05, 1.0},
@@ -48,14 +47,14 @@ struct LogarithmicAxes {
     return kLeft + kPlotWidth * std::log(noise / first_noise) / std::log(last_noise / first_noise);
   }
   [[nodiscard]] static double Y(double rms) {
-    const double share = std::log(rms / kLowest) / std::log(kHighest / kLowest);
-    return kTop + kPlotHeight * (1.0 - std::clamp(share, 0.0, 1.0));
+    return kTop + kPlotHeight * std::clamp(std::log10(rms) / kLowestDecade, 0.0, 1.0);
   }
 };
 
 void DrawGrid(cairo_t* cr, const LogarithmicAxes& axes, const std::vector<double>& noises) {
   cairo_set_line_width(cr, 1.0);
-  for (double rms = kLowest; rms < 1.5 * kHighest; rms *= 10.0) {
+  for (int decade = kLowestDecade; decade <= 0; ++decade) {
+    const double rms = std::pow(10.0, decade);
     Use(cr, kGrid);
     cairo_move_to(cr, kLeft, LogarithmicAxes::Y(rms));
     cairo_line_to(cr, kLeft + kPlotWidth, LogarithmicAxes::Y(rms));
@@ -97,6 +96,7 @@ std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const
                                     const ScoreOptions& options) {
   std::vector<std::unique_ptr<Engine>> made;
   std::vector<std::reference_wrapper<Engine>> references;
+  references.reserve(engines.size());
   for (const std::string& text : engines) references.emplace_back(*made.emplace_back(MakeEngine(text)));
   const std::vector<Score> scores = ScoreEngines(simulator, references, options);
   std::vector<NamedScore> named;
@@ -110,17 +110,20 @@ void PrintScores(const std::vector<NamedScore>& scores, const ScoreOptions& opti
   std::size_t width = std::string("engine").size();
   for (const NamedScore& named : scores) width = std::max(width, named.engine.size());
   const int column = static_cast<int>(width);
-  std::printf("| %-*s |   bias x |   bias y |   RMS x |   RMS y | RMS/least |   worst | gain x | gain y | flux error | "
-              "failed | us/frame |\n",
-              column, "engine");
-  std::printf("|-%s-|---------:|---------:|--------:|--------:|----------:|--------:|-------:|-------:|-----------:|"
-              "-------:|---------:|\n",
-              std::string(width, '-').c_str());
+  std::printf(
+      "| %-*s |   bias x |   bias y |   RMS x |   RMS y | RMS/least |   worst | gain x | gain y | flux error | "
+      "failed | us/frame |\n",
+      column, "engine");
+  std::printf(
+      "|-%s-|---------:|---------:|--------:|--------:|----------:|--------:|-------:|-------:|-----------:|"
+      "-------:|---------:|\n",
+      std::string(width, '-').c_str());
   for (const auto& [engine, score] : scores) {
-    std::printf("| %-*s | %+8.1e | %+8.1e | %7.1e | %7.1e | %9.3g | %7.1e | %6.4f | %6.4f | %+9.2f %% | %4.1f %% | %8.0f |\n",
-                column, engine.c_str(), score.x.bias, score.y.bias, score.x.rms, score.y.rms,
-                Rms(score) / ErrorBound(options.noise), score.worst, score.x.gain, score.y.gain,
-                100.0 * score.flux_bias, 100.0 * score.failed, score.microseconds);
+    std::printf(
+        "| %-*s | %+8.1e | %+8.1e | %7.1e | %7.1e | %9.3g | %7.1e | %6.4f | %6.4f | %+9.2f %% | %4.1f %% | %8.0f |\n",
+        column, engine.c_str(), score.x.bias, score.y.bias, score.x.rms, score.y.rms,
+        Rms(score) / ErrorBound(options.noise), score.worst, score.x.gain, score.y.gain, 100.0 * score.flux_bias,
+        100.0 * score.failed, score.microseconds);
   }
 }
 

@@ -28,15 +28,15 @@ TEST_F(ScoreVerb, PrintsARowPerEngineAndTheBound) {
                              "pixels\n\n| engine            |   bias x |"),
             0U)
       << outcome.out;
-  for (const char* const name : {"centre-of-gravity", "windowed", "weighted", "brightest", "quad-cell", "correlation",
-                                 "gaussian-fit"}) {
+  for (const char* const name :
+       {"centre-of-gravity", "windowed", "weighted", "brightest", "quad-cell", "correlation", "gaussian-fit"}) {
     EXPECT_NE(outcome.out.find("\n| " + std::string(name) + " "), std::string::npos) << name;
   }
 }
 
 TEST_F(ScoreVerb, TakesEnginesWithOptions) {
-  const Outcome outcome = QuenShs(
-      "score --frames 1 --noise 0 --engine windowed:half-width=4 --engine weighted --seed 7 " + folder_.Path());
+  const Outcome outcome =
+      QuenShs("score --frames 1 --noise 0 --engine windowed:half-width=4 --engine weighted --seed 7 " + folder_.Path());
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_NE(outcome.out.find("\n| windowed:half-width=4 |"), std::string::npos) << outcome.out;
   EXPECT_NE(outcome.out.find("\n| weighted              |"), std::string::npos) << outcome.out;
