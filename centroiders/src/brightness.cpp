@@ -18,7 +18,7 @@ namespace {
 using common::simd::Level;
 
 constexpr std::size_t kLanes = 16;
-constexpr std::size_t kMostPixels = 64 * 64;  // of a rectangle that the fast search takes
+constexpr std::size_t kMostPixels = 4096;  // of a rectangle that the fast search takes
 constexpr std::int32_t kLowest = std::numeric_limits<std::int16_t>::min();
 constexpr std::int32_t kHighest = std::numeric_limits<std::int16_t>::max();
 
@@ -74,13 +74,13 @@ QUEN_TARGET_AVX2 std::int32_t LargestAvx2(const Pixels& pixels) {
 
 /// The pixels of a rectangle one after the other, filled up to whole pairs of vectors with the lowest value.
 struct Copy {
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written as far as it is read
   explicit Copy(const Pixels& pixels) : count(pixels.width * pixels.height) {
     std::int16_t* row = values.data();
     for (std::size_t y = 0; y < pixels.height; ++y, row += pixels.width) CopyRow(pixels.Row(y), pixels.width, row);
     std::fill_n(row, 2 * kLanes, static_cast<std::int16_t>(kLowest));
   }
 
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written as far as it is read
   alignas(64) std::array<std::int16_t, kMostPixels + 2 * kLanes> values;
   std::size_t count;
 

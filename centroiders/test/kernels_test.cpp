@@ -187,7 +187,7 @@ TEST(GaussianWeights, AreTheFormulas) {
     const Gaussian gaussian(sigma * 2.3548200450309493);
     for (const double centre : {-70.25, -3.5, 0.0, 5.5, 11.499, 12.0, 63.0, 100.75, 1e6}) {
       for (const std::size_t first : {std::size_t{0}, std::size_t{64}}) {
-        AxisWeights weights;
+        AxisWeights weights{};
         weights.even.fill(-1.0);
         weights.odd.fill(-1.0);
         gaussian.Fill(centre, first, 60, weights);

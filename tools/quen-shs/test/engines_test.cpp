@@ -30,11 +30,13 @@ struct Result {
 
 Result Measure(quen_shs::Engine& engine) {
   std::vector<std::uint16_t> frame(400);
-  for (std::size_t k = 0; k < frame.size(); ++k) {
-    const double u = static_cast<double>(k % 20) - 10.3;
-    const double v = static_cast<double>(k / 20) - 8.8;
-    const double speckle = static_cast<double>((k * 37) % 50);
-    frame[k] = static_cast<std::uint16_t>(3000.0 * std::exp(-0.125 * (u * u + v * v)) + speckle);
+  for (std::size_t row = 0; row < 20; ++row) {
+    for (std::size_t column = 0; column < 20; ++column) {
+      const double u = static_cast<double>(column) - 10.3;
+      const double v = static_cast<double>(row) - 8.8;
+      const double speckle = static_cast<double>(((column + 20 * row) * 37) % 50);
+      frame[column + 20 * row] = static_cast<std::uint16_t>(3000.0 * std::exp(-0.125 * (u * u + v * v)) + speckle);
+    }
   }
   engine.Compute(frame, Roi(0, 20, 0, 20, 20, 20, 9.5, 9.5));
   return {engine.flux, engine.x, engine.y};
