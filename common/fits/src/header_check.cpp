@@ -102,26 +102,26 @@ double Padded(double size) { return std::ceil(size / kBlock) * kBlock; }
 
 /// What a look through one header has found.
 struct Header {
-  int status = 0;         ///< why it is refused
-  bool complete = false;  ///< it has its END
-  double end = 0.0;       ///< where its last block ends in the file
-  double data = 0.0;      ///< bytes of data that it declares
+  int status = 0;     ///< why it is refused
+  double end = 0.0;   ///< where its last block ends in the file
+  double data = 0.0;  ///< bytes of data that it declares
 };
 
 Header LookThrough(std::istream& file, double start) {
   Header header;
   header.end = start;
   DataSize size;
+  bool complete = false;  // with its END
   std::string block(kBlock, ' ');
   file.seekg(static_cast<std::streamoff>(start));
-  while (!header.complete && (file.read(block.data(), kBlock) || file.gcount() > 0)) {
+  while (!complete && (file.read(block.data(), kBlock) || file.gcount() > 0)) {
     block.resize(static_cast<std::size_t>(file.gcount()));
-    for (std::size_t at = 0; at + kCard <= block.size() && !header.complete; at += kCard) {
+    for (std::size_t at = 0; at + kCard <= block.size() && !complete; at += kCard) {
       const Card card = Parsed(std::string_view(block).substr(at, kCard));
       header.status = CheckCard(card);
       if (header.status != 0) return header;
       size.Take(card);
-      header.complete = card.keyword == "END";
+      complete = card.keyword == "END";
     }
     header.end += kBlock;
   }
@@ -161,7 +161,6 @@ int CheckHeaders(const std::string& name, int mode) {
     const Header header = LookThrough(*file, start);
     if (header.status != 0) return header.status;
     if (!(header.end + header.data <= room)) return Refuse(BAD_NAXES, "NAXIS", "declares too much data");
-    if (!header.complete) return 0;
     start = header.end + Padded(header.data);
   }
   return 0;

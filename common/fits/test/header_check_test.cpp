@@ -74,7 +74,7 @@ TEST(HeaderCheck, OtherFilesAreNotItsBusiness) {
   EXPECT_EQ(Verdict(""), "");
   EXPECT_EQ(Verdict("SIMPLE"), "");
   EXPECT_EQ(Verdict("text"), "");
-  EXPECT_EQ(Verdict("XTENSION= 'IMAGE'\nNAXIS1  = -1"), "");
+  EXPECT_EQ(Verdict(Header({"XTENSION= 'IMAGE'", "NAXIS1  = -1"})), "");
   EXPECT_EQ(CheckHeaders("/no/such/file.fits", READONLY), 0);
   EXPECT_EQ(CheckHeaders(std::string(3000, 'x'), READONLY), 0);
   EXPECT_EQ(CheckHeaders(std::filesystem::temp_directory_path().string(), READONLY), 0);
