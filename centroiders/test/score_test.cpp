@@ -266,6 +266,31 @@ TEST_P(Noises, OfTheQuadCellAreThoseOfAllPixels) {
   ExpectUnbiased(score);
 }
 
+TEST_P(Noises, OfTheWindowAreThoseOfItsPixels) {
+  // Around the reference, 12 · 12 pixels, the sum of whose squared distances is 12 · 143. Its light is 0.9973² of the
+  // spot's.
+  WindowedCentreOfGravity engine({.around = WindowCentre::kReference, .half_width = 6.0});
+  const double radius2 = SquaredRadius(GetParam());
+  const double all = 12.0 * 143.0;
+  const double bright = std::min(all, std::numbers::pi * radius2 * radius2 / 4.0);
+  const double variance = BrightVariance(GetParam()) * bright + DarkVariance(GetParam()) * (all - bright);
+  const Score score = Of(engine, GetParam(), 0.0);
+  ExpectRms(score, std::sqrt(variance) / (kSpotFlux * (1.0 + score.flux_bias)), 0.1);
+  ExpectUnbiased(score);
+}
+
+TEST_P(Noises, OfTheBrightestPixelsAreTheirs) {
+  // 40 pixels within r² = 40/π have Σ (x − x̂)² = 40 r²/4; the light above the dimmest, 4096 e^(−r²/8), is measured.
+  BrightestPixels engine({.number = 40});
+  const double radius2 = 40.0 / std::numbers::pi;
+  const double dimmest = kSpotPeak * std::exp(-radius2 / 8.0);
+  const double light = 8.0 * std::numbers::pi * (kSpotPeak - dimmest) - 40.0 * dimmest;
+  const Score score = Of(engine, GetParam(), 0.0);
+  ExpectRms(score, std::sqrt(BrightVariance(GetParam()) * 40.0 * radius2 / 4.0) / light, 0.1);
+  ExpectUnbiased(score);
+  EXPECT_NEAR(score.flux_bias, light / kSpotFlux - 1.0, 0.02);
+}
+
 TEST_F(Scores, TheMatchedFilterAndTheFitAreWithinATenthOfTheBoundAtNoise10) {
   GaussianFit fit;
   Correlation correlation;
@@ -357,18 +382,14 @@ TEST_F(Scores, ShowWhatAWindowCutsOff) {
   ExpectRms(Of(follows, 10.0, 2.0), std::sqrt(periodic + variance));
 }
 
-TEST_F(Scores, OfTheBrightestPixelsAreTheNoiseOfThoseTaken) {
-  // 40 pixels within r² = 40/π have Σ (x − x̂)² = 40 r²/4; the light above the dimmest, 4096 e^(−r²/8), is measured.
+TEST_F(Scores, ShowThatASetOfWholePixelsIsNotQuiteRound) {
+  // What it errs by depends on how the grid lies under the spot: a constant of 40 pixels, at any noise below it.
+  constexpr double kPeriodic = 0.0044;
   BrightestPixels engine({.number = 40});
-  const double radius2 = 40.0 / std::numbers::pi;
-  const double dimmest = kSpotPeak * std::exp(-radius2 / 8.0);
-  const double light = 8.0 * std::numbers::pi * (kSpotPeak - dimmest) - 40.0 * dimmest;
-  const Score undisplaced = Of(engine, 10.0, 0.0);
-  ExpectRms(undisplaced, std::sqrt(BrightVariance(10.0) * 40.0 * radius2 / 4.0) / light, 0.1);
-  ExpectUnbiased(undisplaced);
-  EXPECT_NEAR(undisplaced.flux_bias, light / kSpotFlux - 1.0, 0.02);
-  // A set of whole pixels is not quite round about the spot: 0.0044 pixels at any noise.
-  ExpectRms(Of(engine, 0.0, 2.0), 0.0044, 0.1);
+  ExpectRms(Of(engine, 0.0, 2.0), kPeriodic, 0.1);
+  const Score noisy = Of(engine, 10.0, 2.0);
+  ExpectRms(noisy, std::hypot(kPeriodic, Of(engine, 10.0, 0.0).x.rms), 0.1);
+  ExpectUnbiased(noisy);
 }
 
 }  // namespace
