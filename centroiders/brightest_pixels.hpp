@@ -3,10 +3,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "quen_image_processing/centroiding/centroiding.hpp"
-
-/// @file
-/// See centre_of_gravity.hpp for what all engines share.
+#include "centroiders/pixel_engine.hpp"
 
 namespace quen::centroiders {
 
@@ -19,13 +16,14 @@ struct BrightestPixelsConfig {
 /// The centre of gravity of the brightest pixels: the dimmest of them is taken for no light and subtracted, so that
 /// pixels enter and leave without a jump, and equal ones do so together. Flux is what remains of the light.
 /// (Basden, Myers and Gendron, Wavefront sensing with a brightest pixel selection algorithm, MNRAS 419, 2012.)
-class QUEN_EXPORT BrightestPixels : public image_processing::Centroiding<std::uint16_t> {
+class QUEN_EXPORT BrightestPixels : public PixelEngine {
  public:
   /// @throws std::invalid_argument  none or both of `number` and `fraction`, or a value out of its range
   explicit BrightestPixels(const BrightestPixelsConfig& config);
-  void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override;
 
  private:
+  void Measure(const Pixels& pixels, const Point& reference) override;
+
   BrightestPixelsConfig config_;
   std::int32_t dimmest_ = 0;  // of the last spot: where the search for the next one's starts
 };

@@ -3,10 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "quen_image_processing/centroiding/centroiding.hpp"
-
-/// @file
-/// See centre_of_gravity.hpp for what all engines share.
+#include "centroiders/pixel_engine.hpp"
 
 namespace quen::centroiders {
 
@@ -24,18 +21,19 @@ struct CorrelationConfig {
 ///
 /// Starts at the brightest pixel, climbs to the nearest maximum of C over whole pixels, and puts a parabola through the
 /// logarithms of C there and at both neighbours along either axis. For a Gaussian the logarithm is a parabola: the
-/// result is exact, where a parabola through C itself errs by up to 0.01 pixels. Noise of less than half the spot's peak
+/// result is exact, where a parabola through C itself errs by up to 0.006 pixels. Noise of less than half the spot's peak
 /// cannot make a pixel outside the spot the brightest. Flux is the light of the whole region.
 ///
 /// No light is a maximum of C that is zero or less; where C is not positive beside its maximum, whole pixels remain.
-class QUEN_EXPORT Correlation : public image_processing::Centroiding<std::uint16_t> {
+class QUEN_EXPORT Correlation : public PixelEngine {
  public:
   /// @throws std::invalid_argument  an even or out-of-range `size`, a template with another number of values or with one
   ///                                that is not finite, or with zeros only
   explicit Correlation(const CorrelationConfig& config = {});
-  void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override;
 
  private:
+  void Measure(const Pixels& pixels, const Point& reference) override;
+
   std::size_t size_;
   std::vector<double> template_;
 };

@@ -4,10 +4,7 @@
 #include <memory>
 
 #include "centroiders/drawn_spot.hpp"
-#include "quen_image_processing/centroiding/centroiding.hpp"
-
-/// @file
-/// See centre_of_gravity.hpp for what all engines share.
+#include "centroiders/pixel_engine.hpp"
 
 namespace quen::centroiders {
 
@@ -29,13 +26,14 @@ struct GaussianFitConfig {
 /// a spot that its edge cuts is not drawn inward. Flux is the light of the fitted spot, 2π s² · a.
 ///
 /// No light is a height a that is zero or less, or pixels too few to tell (fewer than two columns or rows).
-class QUEN_EXPORT GaussianFit : public image_processing::Centroiding<std::uint16_t> {
+class QUEN_EXPORT GaussianFit : public PixelEngine {
  public:
   /// @throws std::invalid_argument  a value out of its range
   explicit GaussianFit(const GaussianFitConfig& config = {});
-  void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override;
 
  private:
+  void Measure(const Pixels& pixels, const Point& reference) override;
+
   std::shared_ptr<const Gaussian> shape_;
   int steps_;
 };

@@ -4,10 +4,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "quen_image_processing/centroiding/centroiding.hpp"
-
-/// @file
-/// See centre_of_gravity.hpp for what all engines share.
+#include "centroiders/pixel_engine.hpp"
 
 namespace quen::centroiders {
 
@@ -27,13 +24,14 @@ struct QuadCellConfig {
 /// runs; for the drawn spot both are taken in. Flux is the light of the whole region.
 ///
 /// A NaN reference coordinate gives flux 0 and NaN for both displacements.
-class QUEN_EXPORT QuadCell : public image_processing::Centroiding<std::uint16_t> {
+class QUEN_EXPORT QuadCell : public PixelEngine {
  public:
   /// @throws std::invalid_argument  `gain` out of its range
   explicit QuadCell(const QuadCellConfig& config = {});
-  void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override;
 
  private:
+  void Measure(const Pixels& pixels, const Point& reference) override;
+
   /// The response near displacement 0:  (right − left) / (right + left) = zero + displacement / gain.
   struct Response {
     double zero;

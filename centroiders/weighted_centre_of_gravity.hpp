@@ -5,10 +5,7 @@
 #include <optional>
 
 #include "centroiders/drawn_spot.hpp"
-#include "quen_image_processing/centroiding/centroiding.hpp"
-
-/// @file
-/// See centre_of_gravity.hpp for what all engines share.
+#include "centroiders/pixel_engine.hpp"
 
 namespace quen::centroiders {
 
@@ -31,13 +28,14 @@ struct WeightedCentreOfGravityConfig {
 /// nothing. Flux is the light of the whole region, unweighted.
 ///
 /// A NaN reference coordinate gives flux 0 and NaN for both displacements.
-class QUEN_EXPORT WeightedCentreOfGravity : public image_processing::Centroiding<std::uint16_t> {
+class QUEN_EXPORT WeightedCentreOfGravity : public PixelEngine {
  public:
   /// @throws std::invalid_argument  a value out of its range
   explicit WeightedCentreOfGravity(const WeightedCentreOfGravityConfig& config = {});
-  void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override;
 
  private:
+  void Measure(const Pixels& pixels, const Point& reference) override;
+
   std::shared_ptr<const Gaussian> weight_;
   double gain_;
 };

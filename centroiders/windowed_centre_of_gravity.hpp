@@ -2,10 +2,7 @@
 
 #include <cstdint>
 
-#include "quen_image_processing/centroiding/centroiding.hpp"
-
-/// @file
-/// See centre_of_gravity.hpp for what all engines share.
+#include "centroiders/pixel_engine.hpp"
 
 namespace quen::centroiders {
 
@@ -25,13 +22,14 @@ struct WindowedCentreOfGravityConfig {
 /// Around the reference, the window cuts more from the far side of a displaced spot: the response is below 1 and bends.
 /// Around the brightest pixel it follows the spot, and errs periodically, by less than a pixel's fraction.
 /// Around the reference, a NaN reference coordinate gives flux 0 and NaN for both displacements.
-class QUEN_EXPORT WindowedCentreOfGravity : public image_processing::Centroiding<std::uint16_t> {
+class QUEN_EXPORT WindowedCentreOfGravity : public PixelEngine {
  public:
   /// @throws std::invalid_argument  `half_width` out of its range
   explicit WindowedCentreOfGravity(const WindowedCentreOfGravityConfig& config = {});
-  void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override;
 
  private:
+  void Measure(const Pixels& pixels, const Point& reference) override;
+
   WindowedCentreOfGravityConfig config_;
 };
 

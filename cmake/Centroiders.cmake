@@ -5,6 +5,7 @@ set(centroiders_headers
     centroiders/correlation.hpp
     centroiders/drawn_spot.hpp
     centroiders/gaussian_fit.hpp
+    centroiders/pixel_engine.hpp
     centroiders/quad_cell.hpp
     centroiders/score.hpp
     centroiders/weighted_centre_of_gravity.hpp
@@ -21,6 +22,7 @@ target_sources(
           centroiders/src/gaussian.cpp
           centroiders/src/gaussian_fit.cpp
           centroiders/src/moments.cpp
+          centroiders/src/pixel_engine.cpp
           centroiders/src/quad_cell.cpp
           centroiders/src/score.cpp
           centroiders/src/weighted_centre_of_gravity.cpp

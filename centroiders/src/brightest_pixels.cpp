@@ -32,12 +32,8 @@ BrightestPixels::BrightestPixels(const BrightestPixelsConfig& config) : config_(
   if (config.fraction) RequireAboveZero("BrightestPixels: fraction", *config.fraction, 1.0);
 }
 
-void BrightestPixels::Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
+void BrightestPixels::Measure(const Pixels& pixels, const Point& reference) {
   const common::simd::Level level = common::simd::Best();
-  const Pixels pixels = PixelsOf(frame, roi);
-  const Point reference = ReferenceOf(roi);
-  flux = x = y = 0.0;
-  if (pixels.IsEmpty()) return;
   dimmest_ = RankedValue(level, pixels, Number(config_, pixels.width * pixels.height), dimmest_);
   const Centroid centroid = CentroidOf(MomentsAbove(level, pixels, dimmest_), dimmest_, reference);
   flux = centroid.flux;

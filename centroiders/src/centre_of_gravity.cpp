@@ -17,9 +17,8 @@ CentreOfGravity::CentreOfGravity(const CentreOfGravityConfig& config) : cut_(kEv
   if (config.thresholding == Thresholding::kSubtract) zero_ = limit;
 }
 
-void CentreOfGravity::Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
-  const Point reference = ReferenceOf(roi);
-  const Moments moments = MomentsAbove(common::simd::Best(), PixelsOf(frame, roi), cut_);
+void CentreOfGravity::Measure(const Pixels& pixels, const Point& reference) {
+  const Moments moments = MomentsAbove(common::simd::Best(), pixels, cut_);
   const Centroid centroid = CentroidOf(moments, zero_, reference);
   flux = centroid.flux;
   x = centroid.x - reference.x;

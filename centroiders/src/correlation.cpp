@@ -54,12 +54,8 @@ Correlation::Correlation(const CorrelationConfig& config) : size_(config.size), 
   }
 }
 
-void Correlation::Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
+void Correlation::Measure(const Pixels& pixels, const Point& reference) {
   const common::simd::Level level = common::simd::Best();
-  const Pixels pixels = PixelsOf(frame, roi);
-  const Point reference = ReferenceOf(roi);
-  flux = x = y = 0.0;
-  if (pixels.IsEmpty()) return;
   flux = static_cast<double>(MomentsAbove(level, pixels, kEveryPixel).sum);
 
   const Point start = BrightestPoint(level, pixels);

@@ -76,12 +76,8 @@ GaussianFit::GaussianFit(const GaussianFitConfig& config) : steps_(config.steps)
   shape_ = std::make_shared<const Gaussian>(config.fwhm);
 }
 
-void GaussianFit::Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
+void GaussianFit::Measure(const Pixels& pixels, const Point& reference) {
   const common::simd::Level level = common::simd::Best();
-  const Pixels pixels = PixelsOf(frame, roi);
-  const Point reference = ReferenceOf(roi);
-  flux = x = y = 0.0;
-  if (pixels.IsEmpty()) return;
 
   const double sigma = shape_->Sigma();
   const auto moved = [sigma](double centre, double step, std::size_t size) {

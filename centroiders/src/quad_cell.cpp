@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 #include "centroiders/drawn_spot.hpp"
@@ -58,15 +57,8 @@ double QuadCell::Displacement(double share, double reference) const {
   return between(&Response::gain) * (share - zero);
 }
 
-void QuadCell::Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
-  const Pixels pixels = PixelsOf(frame, roi);
-  const Point reference = ReferenceOf(roi);
-  flux = x = y = 0.0;
-  if (pixels.IsEmpty()) return;
-  if (!reference.IsKnown()) {
-    x = y = std::numeric_limits<double>::quiet_NaN();
-    return;
-  }
+void QuadCell::Measure(const Pixels& pixels, const Point& reference) {
+  if (LacksReference(reference)) return;
   const auto sides_of = [](double line) {
     return [line](std::size_t first, std::size_t count, AxisWeights& weights) {
       for (std::size_t k = 0; k < count; ++k) {

@@ -1,7 +1,5 @@
 #include "centroiders/weighted_centre_of_gravity.hpp"
 
-#include <limits>
-
 #include "centroiders/src/checks.hpp"
 #include "centroiders/src/gaussian.hpp"
 
@@ -23,15 +21,8 @@ WeightedCentreOfGravity::WeightedCentreOfGravity(const WeightedCentreOfGravityCo
   gain_ = config.gain.value_or(GainForTheDrawnSpot(weight_->Sigma()));
 }
 
-void WeightedCentreOfGravity::Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
-  const Pixels pixels = PixelsOf(frame, roi);
-  const Point reference = ReferenceOf(roi);
-  flux = x = y = 0.0;
-  if (pixels.IsEmpty()) return;
-  if (!reference.IsKnown()) {
-    x = y = std::numeric_limits<double>::quiet_NaN();
-    return;
-  }
+void WeightedCentreOfGravity::Measure(const Pixels& pixels, const Point& reference) {
+  if (LacksReference(reference)) return;
   const WeightedSums sums =
       SumWeighted(common::simd::Best(), pixels, weight_->Along(reference.x), weight_->Along(reference.y));
   flux = sums.light;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "centroiders/src/brightness.hpp"
 #include "centroiders/src/checks.hpp"
@@ -31,17 +30,10 @@ WindowedCentreOfGravity::WindowedCentreOfGravity(const WindowedCentreOfGravityCo
   RequireInRange("WindowedCentreOfGravity: half_width", config.half_width, 0.5, 1000.0);
 }
 
-void WindowedCentreOfGravity::Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
+void WindowedCentreOfGravity::Measure(const Pixels& pixels, const Point& reference) {
   const common::simd::Level level = common::simd::Best();
-  const Pixels pixels = PixelsOf(frame, roi);
-  const Point reference = ReferenceOf(roi);
-  flux = x = y = 0.0;
-  if (pixels.IsEmpty()) return;
   const bool follows = config_.around == WindowCentre::kBrightestPixel;
-  if (!follows && !reference.IsKnown()) {
-    x = y = std::numeric_limits<double>::quiet_NaN();
-    return;
-  }
+  if (!follows && LacksReference(reference)) return;
   const Point centre = follows ? BrightestPoint(level, pixels) : reference;
   const Range columns = Around(centre.x, config_.half_width, pixels.width);
   const Range rows = Around(centre.y, config_.half_width, pixels.height);
