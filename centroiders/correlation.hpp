@@ -24,7 +24,8 @@ struct CorrelationConfig {
 /// result is exact, where a parabola through C itself errs by up to 0.006 pixels. Noise of less than half the spot's peak
 /// cannot make a pixel outside the spot the brightest. Flux is the light of the whole region.
 ///
-/// No light is a maximum of C that is zero or less; where C is not positive beside its maximum, whole pixels remain.
+/// The result is at most a pixel outside the region. No light is a maximum of C that is zero or less; where C is not
+/// positive beside its maximum, whole pixels remain.
 class QUEN_EXPORT Correlation : public PixelEngine {
  public:
   /// @throws std::invalid_argument  an even or out-of-range `size`, a template with another number of values or with one

@@ -26,12 +26,42 @@ std::vector<double> DrawnSpot(std::size_t size) {
   return values;
 }
 
-/// Where the parabola through the logarithms of three values, the largest in the middle, has its top, from the middle.
+/// A pixel, from the region's first one.
+struct Position {
+  std::ptrdiff_t x;
+  std::ptrdiff_t y;
+
+  bool operator==(const Position&) const = default;
+};
+
+/// The correlations at a pixel and its eight neighbours, c[1 + v][1 + u] at (x + u, y + v).
+using Neighbours = std::array<std::array<double, 3>, 3>;
+
+/// The largest of them that is in the region; the pixel itself where no neighbour exceeds it.
+Position LargestOf(const Neighbours& c, Position at, const Pixels& pixels) {
+  Position largest = at;
+  double most = c[1][1];
+  for (std::size_t row = 0; row < 3; ++row) {
+    for (std::size_t column = 0; column < 3; ++column) {
+      const Position position = {at.x + static_cast<std::ptrdiff_t>(column) - 1,
+                                 at.y + static_cast<std::ptrdiff_t>(row) - 1};
+      const bool inside = position.x >= 0 && position.x < static_cast<std::ptrdiff_t>(pixels.width) &&
+                          position.y >= 0 && position.y < static_cast<std::ptrdiff_t>(pixels.height);
+      if (!inside || !(c.at(row).at(column) > most)) continue;
+      largest = position;
+      most = c.at(row).at(column);
+    }
+  }
+  return largest;
+}
+
+/// Where the parabola through the logarithms of three values has its top, from the middle one: at most a pixel, for at
+/// the region's edge an outer value may be the largest.
 double Top(double before, double middle, double after) {
   if (!(before > 0.0 && after > 0.0)) return 0.0;
   const double rise = std::log(middle / before);
   const double fall = std::log(middle / after);
-  return rise + fall > 0.0 ? 0.5 * (rise - fall) / (rise + fall) : 0.0;
+  return rise + fall > 0.0 ? std::clamp(0.5 * (rise - fall) / (rise + fall), -1.0, 1.0) : 0.0;
 }
 
 }  // namespace
@@ -58,34 +88,27 @@ void Correlation::Measure(const Pixels& pixels, const Point& reference) {
   const common::simd::Level level = common::simd::Best();
   flux = static_cast<double>(MomentsAbove(level, pixels, kEveryPixel).sum);
 
-  const Point start = BrightestPoint(level, pixels);
-  auto column = static_cast<std::ptrdiff_t>(start.x);
-  auto row = static_cast<std::ptrdiff_t>(start.y);
-  std::array<std::array<double, 3>, 3> c{};  // around (column, row), rows first
-  for (bool climbs = true; climbs;) {
-    std::ptrdiff_t best_column = 0;
-    std::ptrdiff_t best_row = 0;
-    double best = Correlate(level, pixels, template_, size_, column, row);
-    for (std::ptrdiff_t v = -1; v <= 1; ++v) {
-      for (std::ptrdiff_t u = -1; u <= 1; ++u) {
-        const double value = Correlate(level, pixels, template_, size_, column + u, row + v);
-        c.at(static_cast<std::size_t>(v + 1)).at(static_cast<std::size_t>(u + 1)) = value;
-        const bool inside = column + u >= 0 && column + u < static_cast<std::ptrdiff_t>(pixels.width) && row + v >= 0 &&
-                            row + v < static_cast<std::ptrdiff_t>(pixels.height);
-        if (inside && value > best) {
-          best = value;
-          best_column = u;
-          best_row = v;
-        }
+  const auto around = [&](Position at) {
+    Neighbours c{};
+    for (std::size_t row = 0; row < 3; ++row) {
+      for (std::size_t column = 0; column < 3; ++column) {
+        c.at(row).at(column) =
+            Correlate(level, pixels, template_, size_, at.x + static_cast<std::ptrdiff_t>(column) - 1,
+                      at.y + static_cast<std::ptrdiff_t>(row) - 1);
       }
     }
-    climbs = best_column != 0 || best_row != 0;
-    column += best_column;
-    row += best_row;
+    return c;
+  };
+  const Point start = BrightestPoint(level, pixels);
+  Position at = {static_cast<std::ptrdiff_t>(start.x), static_cast<std::ptrdiff_t>(start.y)};
+  Neighbours c = around(at);
+  for (Position next = LargestOf(c, at, pixels); next != at; next = LargestOf(c, at, pixels)) {
+    at = next;
+    c = around(at);
   }
   if (!(c[1][1] > 0.0)) return;
-  x = static_cast<double>(column) + Top(c[1][0], c[1][1], c[1][2]) - reference.x;
-  y = static_cast<double>(row) + Top(c[0][1], c[1][1], c[2][1]) - reference.y;
+  x = static_cast<double>(at.x) + Top(c[1][0], c[1][1], c[1][2]) - reference.x;
+  y = static_cast<double>(at.y) + Top(c[0][1], c[1][1], c[2][1]) - reference.y;
 }
 
 }  // namespace quen::centroiders

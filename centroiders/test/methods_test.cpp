@@ -332,6 +332,17 @@ TEST_F(SmallFrame, CorrelationFollowsTheSpotTowardTheRegionsCorner) {
   EXPECT_NEAR(engine.y, 9.0, 0.1);
 }
 
+TEST_F(SmallFrame, CorrelationStaysWithinAPixelOfTheRegion) {
+  // Correlations of 800 outside the first column, 580 at it and 380 beside it: on a parabola with its top far outside.
+  At(0, 12) = 100;
+  At(1, 12) = 60;
+  At(2, 12) = 40;
+  Correlation engine({.size = 3, .template_values = {0, 0, 0, 0, 1, 8, 0, 0, 0}});
+  Measure(engine);
+  EXPECT_EQ(engine.x, -13.0);
+  EXPECT_EQ(engine.y, 0.0);
+}
+
 TEST_F(SmallFrame, CorrelationLeavesABrightSpeckForTheSpot) {
   // The climb leaves the brightest pixel where its neighbours correlate better.
   Draw(12.0, 12.0, 1000.0);
