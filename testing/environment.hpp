@@ -80,6 +80,13 @@ class ScopedCurrentDirectory {
   std::filesystem::path old_;
 };
 
+/// Number of files and folders below a folder.
+inline std::size_t EntriesBelow(const std::string& folder) {
+  std::size_t count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::recursive_directory_iterator(folder)) ++count;
+  return count;
+}
+
 /// Number of descriptors that this process holds open.
 inline std::size_t OpenDescriptors() {
   std::size_t count = 0;

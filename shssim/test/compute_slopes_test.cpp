@@ -240,9 +240,7 @@ TEST_F(ComputeSlopes, AllocatesNothingWithoutAPath) {
 
 TEST_F(ComputeSlopes, WithoutPathTheFileSystemIsUntouched) {
   simulator_.ComputeSlopes(numbered_, 1.0, std::nullopt);
-  std::size_t files = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::recursive_directory_iterator(folder_.Path())) ++files;
-  EXPECT_EQ(files, 4U);  // the calibration and its folder
+  EXPECT_EQ(quen::testing::EntriesBelow(folder_.Path()), 4U);  // the calibration and its folder
 }
 
 TEST_F(ComputeSlopes, FileHoldsGeometryFlagsAndResults) {

@@ -143,9 +143,7 @@ TEST(WriteCalibration, RefusesToReplaceAnyOfItsFiles) {
     quen::testing::WriteText(folder / name, "precious");
     ExpectThrows<std::runtime_error>((folder / name) + " exists already; use --force to replace the calibration there",
                                      [&] { WriteCalibration(folder.Path(), false); });
-    std::size_t files = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder / "data")) ++files;
-    EXPECT_EQ(files, 1U);
+    EXPECT_EQ(quen::testing::EntriesBelow(folder / "data"), 1U);
     EXPECT_EQ(quen::testing::Bytes(folder / name).size(), 8U);
   }
 }
@@ -158,9 +156,7 @@ TEST(WriteCalibration, ForceReplacesAndLeavesNoOtherFile) {
   EXPECT_EQ(paths, (std::vector<std::string>{folder / "data/M2S.fits", folder / "data/CM.fits",
                                              folder / "data/shs_rois.fits"}));
   EXPECT_EQ(ComplaintsOfFitsverify(folder / "data/CM.fits"), "");
-  std::size_t files = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder / "data")) ++files;
-  EXPECT_EQ(files, 3U);
+  EXPECT_EQ(quen::testing::EntriesBelow(folder / "data"), 3U);
 }
 
 TEST(WriteCalibration, FailureLeavesNothing) {

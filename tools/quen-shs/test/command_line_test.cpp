@@ -105,9 +105,7 @@ TEST(CommandLine, LoopWritesItsResultsAndNoProgressIntoAPipe) {
   for (const char* const word : {"residual before ", "residual after ", "frames/s"}) {
     EXPECT_NE(outcome.out.find(word), std::string::npos) << outcome.out;
   }
-  std::size_t files = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder / "loop")) ++files;
-  EXPECT_EQ(files, 4U);
+  EXPECT_EQ(quen::testing::EntriesBelow(folder / "loop"), 4U);
   for (const char* const name : {"loop/frame.fits", "loop/slopes.fits", "loop/telemetry.fits"}) {
     EXPECT_TRUE(std::filesystem::exists(folder / name)) << name;
   }

@@ -14,12 +14,6 @@ using quen::testing::TempDir;
 using quen::testing::WriteText;
 using quen_shs::StagedFile;
 
-std::size_t Files(const TempDir& folder) {
-  std::size_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder.Path())) ++count;
-  return count;
-}
-
 TEST(StagedFile, TakesTheTargetsPlaceWhenCommitted) {
   const TempDir folder;
   WriteText(folder / "a", "old");
@@ -28,7 +22,7 @@ TEST(StagedFile, TakesTheTargetsPlaceWhenCommitted) {
   EXPECT_EQ(quen::testing::Bytes(folder / "a"), (std::vector<char>{'o', 'l', 'd'}));
   file.Commit();
   EXPECT_EQ(quen::testing::Bytes(folder / "a"), (std::vector<char>{'n', 'e', 'w'}));
-  EXPECT_EQ(Files(folder), 1U);
+  EXPECT_EQ(quen::testing::EntriesBelow(folder.Path()), 1U);
 }
 
 TEST(StagedFile, LeavesNothingWithoutCommit) {
@@ -37,9 +31,9 @@ TEST(StagedFile, LeavesNothingWithoutCommit) {
     StagedFile file(folder / "a");
     WriteText(file.Path(), "half");
     const StagedFile moved = std::move(file);
-    EXPECT_EQ(Files(folder), 1U);
+    EXPECT_EQ(quen::testing::EntriesBelow(folder.Path()), 1U);
   }
-  EXPECT_EQ(Files(folder), 0U);
+  EXPECT_EQ(quen::testing::EntriesBelow(folder.Path()), 0U);
 }
 
 }  // namespace
