@@ -81,7 +81,7 @@ TEST_P(Kernels, RankedValueIsThatOfTheSortedPixelsWhateverTheGuess) {
       }
       std::ranges::sort(sorted, std::greater<>());
       for (const std::size_t rank : {std::size_t{1}, 1 + random() % sorted.size(), sorted.size()}) {
-        for (const std::int32_t guess : {0, 32767, -32768, 150, -100000}) {
+        for (const std::int32_t guess : {0, 32767, -32768, 150, -100000, 100000}) {
           EXPECT_EQ(RankedValue(GetParam(), pixels, rank, guess), sorted[rank - 1])
               << pixels.width << " x " << pixels.height << ", rank " << rank << ", guess " << guess;
         }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 #include <random>
+#include <utility>
 
 #include "centroiders/test/engines.hpp"
 #include "testing/exceptions.hpp"
@@ -341,15 +342,52 @@ TEST_F(SmallFrame, CorrelationStaysWithinAPixelOfTheRegion) {
   Measure(engine);
   EXPECT_EQ(engine.x, -13.0);
   EXPECT_EQ(engine.y, 0.0);
+  // And at the other edge of the other axis.
+  std::ranges::fill(frame_, std::uint16_t{0});
+  At(12, 24) = 100;
+  At(12, 23) = 60;
+  At(12, 22) = 40;
+  Correlation mirrored({.size = 3, .template_values = {0, 8, 0, 0, 1, 0, 0, 0, 0}});
+  Measure(mirrored);
+  EXPECT_EQ(mirrored.x, 0.0);
+  EXPECT_EQ(mirrored.y, 13.0);
 }
 
 TEST_F(SmallFrame, CorrelationLeavesABrightSpeckForTheSpot) {
-  // The climb leaves the brightest pixel where its neighbours correlate better.
-  Draw(12.0, 12.0, 1000.0);
-  At(15, 12) = 1200;
+  // The climb leaves the brightest pixel where its neighbours correlate better, in whatever direction.
   Correlation engine;
+  for (const auto& [column, row] : {std::pair(15, 12), std::pair(9, 12), std::pair(12, 15), std::pair(12, 9)}) {
+    Draw(12.0, 12.0, 1000.0);
+    At(static_cast<std::size_t>(column), static_cast<std::size_t>(row)) = 1200;
+    Measure(engine);
+    EXPECT_NEAR(engine.x, 0.0, 0.2) << column;
+    EXPECT_NEAR(engine.y, 0.0, 0.2) << row;
+  }
+}
+
+TEST_F(SmallFrame, CorrelationStaysOnWholePixelsBesideNothing) {
+  At(10, 14) = 100;
+  Correlation left({.size = 3, .template_values = {0, 0, 0, 1, 4, 0, 0, 0, 0}});
+  Measure(left);
+  EXPECT_EQ(left.x, -2.0);
+  EXPECT_EQ(left.y, 2.0);
+  Correlation right({.size = 3, .template_values = {0, 0, 0, 0, 4, 1, 0, 0, 0}});
+  Measure(right);
+  EXPECT_EQ(right.x, -2.0);
+  EXPECT_EQ(right.y, 2.0);
+}
+
+TEST_F(SmallFrame, CorrelationDoesNotDependOnTheTemplatesScale) {
+  Draw(12.3, 11.6, 1000.0);
+  const std::vector<double> shape = {1, 2, 1, 2, 4, 2, 1, 2, 1};
+  std::vector<double> tiny;
+  for (const double value : shape) tiny.push_back(value * 0x1p-40);
+  Correlation engine({.size = 3, .template_values = shape});
+  Correlation scaled({.size = 3, .template_values = tiny});
   Measure(engine);
-  EXPECT_NEAR(engine.x, 0.0, 0.2);
+  Measure(scaled);
+  EXPECT_EQ(scaled.x, engine.x);
+  EXPECT_EQ(scaled.y, engine.y);
 }
 
 // --- Gaussian fit
@@ -384,6 +422,25 @@ TEST_F(SmallFrame, FitConvergesInTheDefaultSteps) {
   Measure(longer);
   EXPECT_NEAR(engine.x, longer.x, 1e-9);
   EXPECT_NEAR(engine.y, longer.y, 1e-9);
+}
+
+TEST(GaussianFit, IsExactInRegionsOfManyTiles) {
+  constexpr std::uint16_t kWide = 150;
+  std::vector<std::uint16_t> frame(std::size_t{kWide} * kWide);
+  GaussianFit engine;
+  for (const auto& [x, y] : {std::pair(30.3, 148.6), std::pair(148.2, 64.4), std::pair(127.7, 0.5)}) {
+    for (std::size_t row = 0; row < kWide; ++row) {
+      for (std::size_t column = 0; column < kWide; ++column) {
+        const double u = static_cast<double>(column) - x;
+        const double v = static_cast<double>(row) - y;
+        frame[column + kWide * row] =
+            static_cast<std::uint16_t>(std::lround(32000.0 * std::exp(-0.125 * (u * u + v * v))));
+      }
+    }
+    engine.Compute(frame, Roi(0, kWide, 0, kWide, kWide, kWide, 75.0, 75.0));
+    EXPECT_NEAR(engine.x, x - 75.0, 4.0 * kFullScaleRounding);
+    EXPECT_NEAR(engine.y, y - 75.0, 4.0 * kFullScaleRounding);
+  }
 }
 
 TEST_F(SmallFrame, FitStaysInTheRegion) {
