@@ -2,6 +2,7 @@
 enable_testing()
 include(GoogleTest)
 find_package(GTest REQUIRED)
+find_package(Eigen3 REQUIRED)
 # Files are read back by astropy, which Debian's own interpreter has.
 find_program(QUEN_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
 
@@ -58,7 +59,7 @@ quen_add_test(
           centroiders/test/methods_test.cpp
           centroiders/test/score_test.cpp
           testing/allocations.cpp
-  LIBRARIES quen_centroiders_objects quen::shssim_lib)
+  LIBRARIES quen_centroiders_objects quen::shssim_lib Eigen3::Eigen)
 
 # --- The shared library as its hosts see it.
 quen_add_test(

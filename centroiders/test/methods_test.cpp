@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <Eigen/Dense>
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -422,6 +423,39 @@ TEST_F(SmallFrame, FitConvergesInTheDefaultSteps) {
   Measure(longer);
   EXPECT_NEAR(engine.x, longer.x, 1e-9);
   EXPECT_NEAR(engine.y, longer.y, 1e-9);
+}
+
+TEST_F(SmallFrame, FitsStepIsThatOfTheWholeLeastSquaresProblem) {
+  // All pixels against the three functions, by QR decomposition; spots in the middle, at edges and in corners.
+  constexpr double kRounding = 1e-9;
+  std::mt19937 random(9);
+  for (const auto& [x, y] : {std::pair(12.4, 11.3), std::pair(0.6, 12.2), std::pair(0.7, 0.6), std::pair(23.4, 0.3),
+                             std::pair(1.2, 23.7), std::pair(23.8, 23.6)}) {
+    Draw(x, y, 3000.0);
+    for (std::uint16_t& pixel : frame_) pixel = static_cast<std::uint16_t>(pixel + random() % 60U);
+    const auto brightest = std::ranges::max_element(frame_) - frame_.begin();
+    const auto brightest_row = brightest / kSide;
+    const auto start_x = static_cast<double>(brightest % kSide);
+    const auto start_y = static_cast<double>(brightest_row);
+
+    Eigen::MatrixXd functions(frame_.size(), 3);
+    Eigen::VectorXd pixels(frame_.size());
+    for (Eigen::Index k = 0; k < functions.rows(); ++k) {
+      const Eigen::Index row = k / kSide;
+      const double u = static_cast<double>(k % kSide) - start_x;
+      const double v = static_cast<double>(row) - start_y;
+      const double g = std::exp(-0.125 * (u * u + v * v));
+      functions.row(k) << g, u * g, v * g;
+      pixels(k) = frame_[static_cast<std::size_t>(k)];
+    }
+    const Eigen::Vector3d solution = functions.colPivHouseholderQr().solve(pixels);
+
+    GaussianFit engine({.steps = 1});
+    Measure(engine);
+    EXPECT_NEAR(engine.flux, 8.0 * std::numbers::pi * solution(0), kRounding * engine.flux);
+    EXPECT_NEAR(engine.x, std::clamp(start_x + 4.0 * solution(1) / solution(0), 0.0, 24.0) - 12.0, kRounding);
+    EXPECT_NEAR(engine.y, std::clamp(start_y + 4.0 * solution(2) / solution(0), 0.0, 24.0) - 12.0, kRounding);
+  }
 }
 
 TEST(GaussianFit, IsExactInRegionsOfManyTiles) {
