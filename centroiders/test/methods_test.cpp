@@ -2,6 +2,7 @@
 
 #include <Eigen/Dense>
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 #include <random>
@@ -335,23 +336,25 @@ TEST_F(SmallFrame, CorrelationFollowsTheSpotTowardTheRegionsCorner) {
 }
 
 TEST_F(SmallFrame, CorrelationStaysWithinAPixelOfTheRegion) {
-  // Correlations of 800 outside the first column, 580 at it and 380 beside it: on a parabola with its top far outside.
-  At(0, 12) = 100;
-  At(1, 12) = 60;
-  At(2, 12) = 40;
-  Correlation engine({.size = 3, .template_values = {0, 0, 0, 0, 1, 8, 0, 0, 0}});
-  Measure(engine);
-  EXPECT_EQ(engine.x, -13.0);
-  EXPECT_EQ(engine.y, 0.0);
-  // And at the other edge of the other axis.
-  std::ranges::fill(frame_, std::uint16_t{0});
-  At(12, 24) = 100;
-  At(12, 23) = 60;
-  At(12, 22) = 40;
-  Correlation mirrored({.size = 3, .template_values = {0, 8, 0, 0, 1, 0, 0, 0, 0}});
-  Measure(mirrored);
-  EXPECT_EQ(mirrored.x, 0.0);
-  EXPECT_EQ(mirrored.y, 13.0);
+  // From an edge inward, pixels of 100, 60 and 40. One pixel outside, at the edge, and one inside, the template correlates
+  // with 920, 660 and 380: on a parabola with its top far outside.
+  constexpr std::array<double, 5> kTemplate = {0, 0, 1, 8, 2};
+  for (const bool along_x : {true, false}) {
+    for (const bool at_start : {true, false}) {
+      std::ranges::fill(frame_, std::uint16_t{0});
+      for (const auto& [inward, light] : {std::pair(0U, 100), std::pair(1U, 60), std::pair(2U, 40)}) {
+        const std::size_t place = at_start ? inward : kSide - 1 - inward;
+        (along_x ? At(place, 12) : At(12, place)) = static_cast<std::uint16_t>(light);
+      }
+      std::vector<double> values(25, 0.0);
+      for (std::size_t k = 0; k < 5; ++k) values[along_x ? 10 + k : 2 + 5 * k] = kTemplate.at(at_start ? k : 4 - k);
+      Correlation engine({.size = 5, .template_values = values});
+      Measure(engine);
+      const double beyond = at_start ? -13.0 : 13.0;
+      EXPECT_EQ(engine.x, along_x ? beyond : 0.0);
+      EXPECT_EQ(engine.y, along_x ? 0.0 : beyond);
+    }
+  }
 }
 
 TEST_F(SmallFrame, CorrelationLeavesABrightSpeckForTheSpot) {
@@ -381,8 +384,8 @@ TEST_F(SmallFrame, CorrelationStaysOnWholePixelsBesideNothing) {
 TEST_F(SmallFrame, CorrelationDoesNotDependOnTheTemplatesScale) {
   Draw(12.3, 11.6, 1000.0);
   const std::vector<double> shape = {1, 2, 1, 2, 4, 2, 1, 2, 1};
-  std::vector<double> tiny;
-  for (const double value : shape) tiny.push_back(value * 0x1p-40);
+  std::vector<double> tiny = shape;
+  for (double& value : tiny) value *= 0x1p-40;
   Correlation engine({.size = 3, .template_values = shape});
   Correlation scaled({.size = 3, .template_values = tiny});
   Measure(engine);
