@@ -45,27 +45,22 @@ struct Solution {
 /// Solves the normal equations
 ///
 ///     | XE·YE  XM·YE  XE·YM |   | a   |   | Σ p·g           |
-///     | XM·YE  XO·YE  XM·YM | · | b_x | = | Σ p·(x − c_x)·g |,   E, M, O: even, mixed and odd norms of X and Y,
+///     | XM·YE  XO·YE  XM·YM | · | b_x | = | Σ p·(x − c_x)·g |,   E, M, O: even, mixed and odd norms of X and Y;
 ///     | XE·YM  XM·YM  XE·YO |   | b_y |   | Σ p·(y − c_y)·g |
 ///
-/// by Cholesky's decomposition; nothing where the pixels do not tell the three apart.
+/// nothing where the pixels do not tell the three apart. With a eliminated, b_x and b_y have nothing in common: what is
+/// left beside the diagonal is XM·YM − XM·YE · XE·YM / (XE·YE) = 0.
 std::optional<Solution> Solve(const Norms& nx, const Norms& ny, const WeightedSums& sums) {
   constexpr double kSingular = 1e-12;  // of a diagonal element
-  const double aa = nx.even * ny.even;
-  if (!(aa > 0.0)) return std::nullopt;
-  const double ab = nx.mixed * ny.even;
-  const double ac = nx.even * ny.mixed;
-  const double bb = nx.odd * ny.even - ab * ab / aa;
-  if (!(bb > kSingular * nx.odd * ny.even)) return std::nullopt;
-  const double bc = nx.mixed * ny.mixed - ab * ac / aa;
-  const double cc = nx.even * ny.odd - ac * ac / aa - bc * bc / bb;
-  if (!(cc > kSingular * nx.even * ny.odd)) return std::nullopt;
-  const double right_b = sums.x - ab / aa * sums.even;
-  const double right_c = sums.y - ac / aa * sums.even - bc / bb * right_b;
-  const double b_y = right_c / cc;
-  const double b_x = (right_b - bc * b_y) / bb;
-  const double a = (sums.even - ab * b_x - ac * b_y) / aa;
-  return Solution{a, b_x, b_y};
+  if (!(nx.even > 0.0 && ny.even > 0.0)) return std::nullopt;
+  const double slant_x = nx.mixed / nx.even;
+  const double slant_y = ny.mixed / ny.even;
+  const double odd_x = nx.odd - slant_x * nx.mixed;
+  const double odd_y = ny.odd - slant_y * ny.mixed;
+  if (!(odd_x > kSingular * nx.odd && odd_y > kSingular * ny.odd)) return std::nullopt;
+  const double b_x = (sums.x - slant_x * sums.even) / (odd_x * ny.even);
+  const double b_y = (sums.y - slant_y * sums.even) / (odd_y * nx.even);
+  return Solution{sums.even / (nx.even * ny.even) - slant_x * b_x - slant_y * b_y, b_x, b_y};
 }
 
 }  // namespace
