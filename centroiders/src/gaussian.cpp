@@ -36,24 +36,26 @@ void Gaussian::Fill(double centre, std::size_t first, std::size_t count, AxisWei
 
   const auto middle = static_cast<std::ptrdiff_t>(nearest) - static_cast<std::ptrdiff_t>(first);
   const auto last = static_cast<std::ptrdiff_t>(count) - 1;
-  const auto store = [even = weights.even.data(), odd = weights.odd.data(), last,
-                      origin = static_cast<double>(middle) + f](std::ptrdiff_t index, double g) {
-    if (index < 0 || index > last) return;
+  // An index below 0 becomes a huge one.
+  const auto store = [even = weights.even.data(), odd = weights.odd.data(), count](std::ptrdiff_t index, double u,
+                                                                                   double g) {
+    if (static_cast<std::size_t>(index) >= count) return;
     even[index] = g;
-    odd[index] = (static_cast<double>(index) - origin) * g;
+    odd[index] = u * g;
   };
   const std::ptrdiff_t farthest = std::max(middle, last - middle);
-  const auto known = std::ssize(at_integers_);
-  for (std::ptrdiff_t k = 0; k <= std::min(farthest, known - 1); ++k) {
-    const double g = at_integers_[static_cast<std::size_t>(k)];
-    store(middle - k, g * below);
-    store(middle + k, g * above);
+  const std::ptrdiff_t known = std::min(farthest + 1, std::ssize(at_integers_));
+  const double* const g = at_integers_.data();  // not checked, weight by weight
+  double distance = 0.0;
+  for (std::ptrdiff_t k = 0; k < known; ++k, distance += 1.0) {
+    store(middle - k, -distance - f, g[k] * below);
+    store(middle + k, distance - f, g[k] * above);
     above *= growth;
     below *= shrinkage;
   }
   for (std::ptrdiff_t k = known; k <= farthest; ++k) {
-    store(middle - k, 0.0);
-    store(middle + k, 0.0);
+    store(middle - k, 0.0, 0.0);
+    store(middle + k, 0.0, 0.0);
   }
 }
 
