@@ -47,11 +47,12 @@ void Gaussian::Fill(double centre, std::size_t first, std::size_t count, AxisWei
   const std::ptrdiff_t known = std::min(farthest + 1, std::ssize(at_integers_));
   const double* const g = at_integers_.data();  // not checked, weight by weight
   double distance = 0.0;
-  for (std::ptrdiff_t k = 0; k < known; ++k, distance += 1.0) {
+  for (std::ptrdiff_t k = 0; k < known; ++k) {
     store(middle - k, -distance - f, g[k] * below);
     store(middle + k, distance - f, g[k] * above);
     above *= growth;
     below *= shrinkage;
+    distance += 1.0;
   }
   for (std::ptrdiff_t k = known; k <= farthest; ++k) {
     store(middle - k, 0.0, 0.0);
