@@ -135,22 +135,19 @@ std::int32_t RankedAvx2(const Pixels& pixels, std::size_t rank, std::int32_t gue
   std::int32_t highest = kHighest;
   std::int32_t distance = kNear;  // of the next step from the guess, until the value is on its other side
   std::int32_t probe = std::clamp(guess, kLowest, kHighest - 1);
-  bool bracketed_below = false;
-  bool bracketed_above = false;
   while (lowest < highest) {
     const std::size_t above = CountAboveAvx2(copy, probe);
     if (above == rank) return SmallestAboveAvx2(copy, probe);
     if (above > rank) {
       lowest = probe + 1;
-      bracketed_below = true;
       probe += distance;
     } else {
       highest = probe;
-      bracketed_above = true;
       probe -= distance;
     }
     distance = std::min(4 * distance, kHighest - kLowest);
-    if (bracketed_below && bracketed_above) probe = lowest + (highest - lowest) / 2;
+    const bool both_sides_known = lowest > kLowest && highest < kHighest;
+    if (both_sides_known) probe = lowest + (highest - lowest) / 2;
     probe = std::clamp(probe, lowest, std::max(lowest, highest - 1));
   }
   return lowest;

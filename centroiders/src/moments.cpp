@@ -22,8 +22,6 @@ namespace {
 
 using common::simd::Level;
 
-constexpr std::size_t kTile = 64;  // columns or rows
-
 Moments Plain(const Pixels& pixels, std::int32_t cut) {
   Moments moments;
   for (std::size_t y = 0; y < pixels.height; ++y) {

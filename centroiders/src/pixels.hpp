@@ -9,6 +9,9 @@
 
 namespace quen::centroiders {
 
+/// Columns or rows that the kernels sum in one go.
+inline constexpr std::size_t kTile = 64;
+
 /// A rectangle of a frame, its pixels read as the signed numbers that they are. Pixel (0, 0) is its corner.
 struct Pixels {
   const std::int16_t* first;

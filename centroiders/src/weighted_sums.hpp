@@ -8,9 +8,6 @@
 
 namespace quen::centroiders {
 
-/// Columns or rows that are summed in one go.
-inline constexpr std::size_t kTile = 64;
-
 /// Two weights of each column, or each row, of a tile.
 struct AxisWeights {
   alignas(64) std::array<double, kTile> even;
