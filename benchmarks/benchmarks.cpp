@@ -13,10 +13,10 @@
 #include "common/random/uniform_stream.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "shssim/src/render_frame.hpp"
-#include "tools/quen-shs/src/calibration.hpp"
-#include "tools/quen-shs/src/calibration_lookup.hpp"
-#include "tools/quen-shs/src/control_loop.hpp"
-#include "tools/quen-shs/src/engines.hpp"
+#include "tools/quen-shs/src/engines/engines.hpp"
+#include "tools/quen-shs/src/loop/control_loop.hpp"
+#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
 
 // Names are GROUP/ROW; scripts/bench prints each row's time and its ratio to the first row of its group.
 
@@ -166,11 +166,12 @@ void AddFiles(Scene& scene, const std::string& folder) {
 }
 
 void AddLoop(Scene& scene, const std::string& folder) {
-  constexpr int kFrames = 20;
-  Add("closed loop/20 iterations and the last frame's files", [&scene, folder] {
+  const quen_shs::Series disturbance =
+      quen_shs::TurbulentSeries(/*frames=*/20, quen_shs::ZernikeBasis().variances, /*strength=*/20.0, /*seed=*/1);
+  Add("closed loop/20 iterations and the last frame's files", [&scene, folder, disturbance] {
     std::filesystem::remove(folder + "/loop_slopes.fits");
-    const quen_shs::LoopOptions options = {.frames = kFrames};
-    RunLoop(scene.simulator, options, {folder + "/loop_frame.fits", folder + "/loop_slopes.fits"}, [](int) {});
+    RunLoop(scene.simulator, disturbance, {},
+            quen_shs::LastFrameFiles{folder + "/loop_frame.fits", folder + "/loop_slopes.fits"}, [] {});
   });
 }
 

@@ -18,6 +18,7 @@ struct ScoreOptions {
   double range = 2.0;       ///< displacements are uniform in [−range, range] along either axis, pixels, 0 to 100
   std::size_t frames = 20;  ///< at least 1
   std::uint32_t seed = 1;   ///< of displacements and noise; equal options give equal scores, but for the time
+  std::function<void()> after_frame = {};  ///< called, if there is one, after each frame; may throw
 };
 
 /// Along one axis, over all spots but the failed ones; pixels.
@@ -66,7 +67,7 @@ using Engine = image_processing::Centroiding<std::uint16_t>;
 /// earlier state at the end. The simulator is left with the last frame and the last measurement.
 ///
 /// @return  a score per engine, in their order
-/// @throws std::invalid_argument  an option out of its range. Exceptions of an engine pass through.
+/// @throws std::invalid_argument  an option out of its range. Exceptions of an engine and of `after_frame` pass through.
 QUEN_EXPORT std::vector<Score> ScoreEngines(shssim::ShsSimulator& simulator,
                                             const std::vector<std::reference_wrapper<Engine>>& engines,
                                             const ScoreOptions& options);

@@ -108,7 +108,7 @@ if(QUEN_BUILD_TOOLS)
             tools/quen-shs/test/control_loop_test.cpp
             tools/quen-shs/test/disturbance_test.cpp
             tools/quen-shs/test/engines_test.cpp
-            tools/quen-shs/test/pupil_test.cpp
+            tools/quen-shs/test/geometry_test.cpp
             tools/quen-shs/test/scoring_test.cpp
             tools/quen-shs/test/staged_file_test.cpp
             tools/quen-shs/test/zernike_test.cpp

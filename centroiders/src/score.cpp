@@ -145,6 +145,7 @@ std::vector<Score> ScoreEngines(ShsSimulator& simulator, const std::vector<std::
     common::random::FillUniform(random, -options.range, options.range, dy);
     simulator.ComputeFrame(dx, dy, options.noise, std::nullopt);
     for (std::size_t k = 0; k < engines.size(); ++k) Measure(simulator, engines[k], dx, dy, tallies[k]);
+    if (options.after_frame) options.after_frame();
   }
   std::vector<Score> scores;
   scores.reserve(tallies.size());

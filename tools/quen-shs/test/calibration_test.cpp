@@ -1,4 +1,4 @@
-#include "tools/quen-shs/src/calibration.hpp"
+#include "tools/quen-shs/src/sensor/calibration.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,8 @@
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
-#include "tools/quen-shs/src/calibration_lookup.hpp"
-#include "tools/quen-shs/src/pupil.hpp"
+#include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
+#include "tools/quen-shs/src/sensor/geometry.hpp"
 
 namespace {
 
@@ -77,7 +77,7 @@ TEST_F(SyntheticCalibration, RegionsAreTheGrids) {
     ASSERT_EQ(x_ref[i], x_low[i] + 11.5);
     ASSERT_EQ(y_ref[i], y_low[i] + 11.5);
   }
-  const auto flags = quen_shs::UsedFlags();
+  const auto flags = quen_shs::UsedFlags({});
   EXPECT_EQ(ColumnReadByAstropy(path, "rois_used", "is_used"), std::vector<double>(flags.begin(), flags.end()));
 }
 
@@ -89,7 +89,7 @@ TEST_F(SyntheticCalibration, ControlMatrixInvertsModesToSlopes) {
 }
 
 TEST_F(SyntheticCalibration, TipIsTheSameXDisplacementEverywhere) {
-  const Matrix m2s = quen_shs::ModesToSlopes(quen_shs::UsedFlags());
+  const Matrix m2s = quen_shs::ModesToSlopes(quen_shs::UsedFlags({}), quen_shs::ZernikeBasis());
   // Mode 2 is 2x: its gradient of 2 per pupil radius, over a pitch of 24 pixels of 348.
   const double expected = 2.0 * 24.0 / 348.0 * quen_shs::PixelsPerRadian();
   for (Eigen::Index k = 0; k < 607; ++k) {

@@ -6,6 +6,7 @@
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/process.hpp"
+#include "testing/second_reader.hpp"
 
 // The tool as a person or a script runs it.
 
@@ -140,11 +141,26 @@ TEST(CommandLine, LoopReplacesTheResultsOfAnEarlierRun) {
 TEST(CommandLine, LoopThatDoesNotConvergeFailsAndKeepsItsFiles) {
   const TempDir folder;
   ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
-  const Outcome outcome = QuenShs("loop --frames 30 --gain 2 --delay 5 " + folder.Path());
+  const Outcome outcome = QuenShs("loop --frames 15 --gain 1.1 --delay 3 " + folder.Path());
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_EQ(outcome.err,
             "quen-shs: the loop did not converge: its residual is not below the disturbance; try a lower gain\n");
   EXPECT_TRUE(std::filesystem::exists(folder / "loop/telemetry.fits"));
+}
+
+TEST(CommandLine, LoopThatDivergesIsStoppedAndKeepsItsFiles) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
+  const Outcome outcome = QuenShs("loop --frames 1000 --gain 2 --delay 5 " + folder.Path());
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.err.find("quen-shs: the loop diverges: in frame "), 0U) << outcome.err;
+  EXPECT_NE(outcome.err.find(" rad RMS, more than 10 times the disturbance; try a lower gain, or a shorter delay\n"),
+            std::string::npos)
+      << outcome.err;
+  const auto frames = quen::testing::ColumnReadByAstropy(folder / "loop/telemetry.fits", "telemetry", "frame");
+  EXPECT_GT(frames.size(), 5U);
+  EXPECT_LT(frames.size(), 100U);
+  EXPECT_EQ(quen::testing::EntriesBelow(folder / "loop"), 4U);
 }
 
 TEST(CommandLine, ProgressIsShownOnATerminal) {

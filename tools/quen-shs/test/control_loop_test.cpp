@@ -1,21 +1,24 @@
-#include "tools/quen-shs/src/control_loop.hpp"
+#include "tools/quen-shs/src/loop/control_loop.hpp"
 
 #include <gtest/gtest.h>
 
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
-#include "tools/quen-shs/src/calibration.hpp"
-#include "tools/quen-shs/src/calibration_lookup.hpp"
-#include "tools/quen-shs/src/telemetry.hpp"
+#include "tools/quen-shs/src/loop/telemetry.hpp"
+#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
 
 namespace {
 
 using quen::testing::TempDir;
 using quen_shs::FrameRecord;
+using quen_shs::LastFrameFiles;
 using quen_shs::LoopOptions;
+using quen_shs::LoopRun;
 using quen_shs::Rms;
 using quen_shs::RunLoop;
+using quen_shs::Series;
 
 class ControlLoop : public ::testing::Test {
  protected:
@@ -24,24 +27,32 @@ class ControlLoop : public ::testing::Test {
     quen_shs::UseCalibration(folder_.Path());
   }
 
-  std::vector<FrameRecord> Run(const LoopOptions& options) {
-    quen::shssim::ShsSimulator simulator;
-    return RunLoop(simulator, options, {folder_ / "frame.fits", folder_ / "slopes.fits"}, [](int) {});
+  std::vector<FrameRecord> Run(int frames, const LoopOptions& options, double strength = 20.0) {
+    return RunAll(quen_shs::TurbulentSeries(frames, quen_shs::ZernikeBasis().variances, strength, options.seed),
+                  options)
+        .records;
   }
+
+  static LoopRun RunAll(const Series& disturbance, const LoopOptions& options) {
+    quen::shssim::ShsSimulator simulator;
+    return RunLoop(simulator, disturbance, options, std::nullopt, [] {});
+  }
+
+  [[nodiscard]] LastFrameFiles Files() const { return {folder_ / "frame.fits", folder_ / "slopes.fits"}; }
 
   TempDir folder_;
 };
 
 TEST_F(ControlLoop, Converges) {
-  const auto records = Run({.frames = 40, .gain = 0.5});
+  const auto records = Run(40, {.gain = 0.5});
   ASSERT_EQ(records.size(), 40U);
   EXPECT_LT(Rms(records, &FrameRecord::residual, 20, 40), 0.25 * Rms(records, &FrameRecord::disturbance, 20, 40));
 }
 
 TEST_F(ControlLoop, EqualSeedsGiveEqualRecords) {
-  const auto first = Run({.frames = 12, .seed = 5});
-  const auto second = Run({.frames = 12, .seed = 5});
-  const auto other = Run({.frames = 12, .seed = 6});
+  const auto first = Run(12, {.seed = 5});
+  const auto second = Run(12, {.seed = 5});
+  const auto other = Run(12, {.seed = 6});
   for (std::size_t frame = 0; frame < first.size(); ++frame) {
     EXPECT_EQ(first[frame].disturbance, second[frame].disturbance);
     EXPECT_EQ(first[frame].correction, second[frame].correction);
@@ -52,7 +63,7 @@ TEST_F(ControlLoop, EqualSeedsGiveEqualRecords) {
 
 TEST_F(ControlLoop, CorrectionActsAfterTheDelay) {
   for (const int delay : {1, 3}) {
-    const auto records = Run({.frames = 10, .delay = delay});
+    const auto records = Run(10, {.delay = delay});
     for (int frame = 0; frame < 10; ++frame) {
       const auto k = static_cast<std::size_t>(frame);
       EXPECT_EQ(records[k].correction.isZero(0.0), frame < delay) << "frame " << frame << ", delay " << delay;
@@ -62,21 +73,20 @@ TEST_F(ControlLoop, CorrectionActsAfterTheDelay) {
 }
 
 TEST_F(ControlLoop, FirstCorrectionIsGainTimesTheFirstResidual) {
-  const auto records = Run({.frames = 10, .gain = 0.3, .noise = 0.0, .strength = 2.0});
+  const auto records = Run(10, {.gain = 0.3, .noise = 0.0}, 2.0);
   const Eigen::VectorXd expected = 0.3 * records[0].residual;
   EXPECT_LT((records[1].correction - expected).norm(), 0.02 * expected.norm());
 }
 
 TEST_F(ControlLoop, WithoutGainTheLoopIsOpen) {
-  for (const FrameRecord& record : Run({.frames = 10, .gain = 0.0})) EXPECT_EQ(record.residual, record.disturbance);
+  for (const FrameRecord& record : Run(10, {.gain = 0.0})) EXPECT_EQ(record.residual, record.disturbance);
 }
 
 TEST_F(ControlLoop, TellsEveryFrameAndWritesTheLast) {
   quen::shssim::ShsSimulator simulator;
-  std::vector<int> told;
-  RunLoop(simulator, {.frames = 10}, {folder_ / "frame.fits", folder_ / "slopes.fits"},
-          [&](int done) { told.push_back(done); });
-  EXPECT_EQ(told, (std::vector<int>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+  int told = 0;
+  RunLoop(simulator, Series::Zero(10, 52), {}, Files(), [&] { ++told; });
+  EXPECT_EQ(told, 10);
   EXPECT_EQ(quen::testing::ColumnReadByAstropy(folder_ / "slopes.fits", "slopes", "x"), simulator.XSlopes());
   const auto pixels = quen::testing::ImageReadByAstropy(folder_ / "frame.fits");
   ASSERT_EQ(pixels.size(), simulator.Frame().size());
@@ -84,15 +94,17 @@ TEST_F(ControlLoop, TellsEveryFrameAndWritesTheLast) {
 }
 
 TEST_F(ControlLoop, TelemetryHoldsTheRecords) {
-  const LoopOptions options = {.frames = 11, .seed = 3};
-  const auto records = Run(options);
+  const LoopOptions options = {.leak = 0.25, .seed = 3};
+  const auto records = Run(11, options);
   const std::string path = folder_ / "telemetry.fits";
-  quen_shs::WriteTelemetry(path, options, records);
+  quen_shs::WriteTelemetry(path, options, "D/r0 20", records);
   EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
   EXPECT_EQ(quen::testing::DescribedByAstropy(path),
             "0 image '' 8\n1 table 'telemetry' 11 frame:J disturbance_rms:D residual_rms:D disturbance:52D "
             "correction:52D residual:52D\n");
   EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "SEED"), "3");
+  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "LEAK"), "0.25");
+  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "DISTURB"), "D/r0 20");
   const auto residual = quen::testing::ColumnReadByAstropy(path, "telemetry", "residual");
   const auto rms = quen::testing::ColumnReadByAstropy(path, "telemetry", "residual_rms");
   ASSERT_EQ(residual.size(), 11U * 52U);
@@ -102,6 +114,57 @@ TEST_F(ControlLoop, TelemetryHoldsTheRecords) {
       ASSERT_EQ(residual[frame * 52 + mode], records[frame].residual(static_cast<Eigen::Index>(mode)));
     }
   }
+}
+
+TEST_F(ControlLoop, TelemetryIsReadBackAsItWas) {
+  const auto records = Run(11, {});
+  quen_shs::WriteTelemetry(folder_ / "t.fits", {}, "", records);
+  const auto read = quen_shs::ReadTelemetry(folder_ / "t.fits");
+  ASSERT_EQ(read.size(), records.size());
+  for (std::size_t frame = 0; frame < read.size(); ++frame) {
+    EXPECT_EQ(read[frame].disturbance, records[frame].disturbance);
+    EXPECT_EQ(read[frame].correction, records[frame].correction);
+    EXPECT_EQ(read[frame].residual, records[frame].residual);
+  }
+}
+
+TEST_F(ControlLoop, LeakForgetsAShareOfTheCorrection) {
+  // Without gain after the first frame's correction nothing is added, so it decays; a gain of 0 leaves nothing to decay,
+  // hence a disturbance that is there in one frame only, and an engine that is exact.
+  Series pulse = Series::Zero(6, 52);
+  pulse(0, 2) = 1.0;
+  const LoopRun kept = RunAll(pulse, {.gain = 0.5, .leak = 0.0, .noise = 0.0, .engine = "gaussian-fit"});
+  const LoopRun leaked = RunAll(pulse, {.gain = 0.5, .leak = 0.2, .noise = 0.0, .engine = "gaussian-fit"});
+  const double first = 0.5;
+  EXPECT_NEAR(kept.records[1].correction(2), first, 1e-3);
+  EXPECT_NEAR(kept.records[2].correction(2), first - 0.5 * first, 1e-3);
+  EXPECT_NEAR(leaked.records[1].correction(2), first, 1e-3);
+  EXPECT_NEAR(leaked.records[2].correction(2), 0.8 * first - 0.5 * first, 1e-3);
+}
+
+TEST_F(ControlLoop, StopsWhereItDivergesAndWritesThatFrame) {
+  quen::shssim::ShsSimulator simulator;
+  const Series disturbance = quen_shs::TurbulentSeries(500, quen_shs::ZernikeBasis().variances, 20.0, 1);
+  const LoopRun run = RunLoop(simulator, disturbance, {.gain = 1.9, .delay = 4}, Files(), [] {});
+  ASSERT_TRUE(run.has_diverged);
+  ASSERT_LT(run.records.size(), 500U);
+  double largest = 1.0;
+  for (const FrameRecord& record : run.records) largest = std::max(largest, record.disturbance.norm());
+  EXPECT_GT(run.records.back().residual.norm(), 10.0 * largest);
+  EXPECT_LE(run.records[run.records.size() - 2].residual.norm(), 10.0 * largest);
+  EXPECT_EQ(quen::testing::ColumnReadByAstropy(folder_ / "slopes.fits", "slopes", "x"), simulator.XSlopes());
+}
+
+TEST_F(ControlLoop, ResidualThatIsNotANumberIsDivergence) {
+  Series disturbance = Series::Zero(5, 52);
+  disturbance(2, 0) = std::numeric_limits<double>::quiet_NaN();
+  const LoopRun run = RunAll(disturbance, {});
+  EXPECT_TRUE(run.has_diverged);
+  EXPECT_EQ(run.records.size(), 3U);
+}
+
+TEST_F(ControlLoop, WithoutDisturbanceNoiseIsNoDivergence) {
+  EXPECT_FALSE(RunAll(Series::Zero(20, 52), {.noise = 200.0}).has_diverged);
 }
 
 }  // namespace

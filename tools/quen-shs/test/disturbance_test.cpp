@@ -1,20 +1,23 @@
-#include "tools/quen-shs/src/disturbance.hpp"
+#include "tools/quen-shs/src/loop/disturbance.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
-#include "tools/quen-shs/src/zernike.hpp"
+#include "tools/quen-shs/src/sensor/basis.hpp"
+#include "tools/quen-shs/src/sensor/zernike.hpp"
 
 namespace {
 
 using quen_shs::Disturbance;
 using quen_shs::KolmogorovVariance;
 
+const Eigen::VectorXd kVariances = quen_shs::ZernikeBasis().variances;
+
 TEST(Disturbance, IsRepeatableFromItsSeed) {
-  Disturbance a(20, 0.9, 7);
-  Disturbance b(20, 0.9, 7);
-  Disturbance c(20, 0.9, 8);
+  Disturbance a(kVariances, 20, 0.9, 7);
+  Disturbance b(kVariances, 20, 0.9, 7);
+  Disturbance c(kVariances, 20, 0.9, 8);
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(a.Modes(), b.Modes());
     EXPECT_NE(a.Modes(), c.Modes());
@@ -25,7 +28,7 @@ TEST(Disturbance, IsRepeatableFromItsSeed) {
 }
 
 TEST(Disturbance, WithoutStrengthIsZero) {
-  Disturbance still(0, 0.9, 7);
+  Disturbance still(kVariances, 0, 0.9, 7);
   still.Advance();
   EXPECT_EQ(still.Modes(), Eigen::VectorXd::Zero(52));
 }
@@ -37,7 +40,7 @@ TEST(Disturbance, HasKolmogorovVariancesFromTheFirstFrame) {
   for (const int frames : {0, 50}) {
     Eigen::VectorXd sum = Eigen::VectorXd::Zero(52);
     for (int seed = 0; seed < kSeeds; ++seed) {
-      Disturbance disturbance(2.0, 0.95, static_cast<std::uint32_t>(seed));
+      Disturbance disturbance(kVariances, 2.0, 0.95, static_cast<std::uint32_t>(seed));
       for (int frame = 0; frame < frames; ++frame) disturbance.Advance();
       sum += disturbance.Modes().cwiseAbs2();
     }
@@ -54,7 +57,7 @@ TEST(Disturbance, IsCorrelatedFromFrameToFrame) {
   double sum = 0;
   double squares = 0;
   for (std::uint32_t seed = 0; seed < 4000; ++seed) {
-    Disturbance disturbance(1.0, kCorrelation, seed);
+    Disturbance disturbance(kVariances, 1.0, kCorrelation, seed);
     const Eigen::VectorXd before = disturbance.Modes();
     disturbance.Advance();
     for (int mode = 0; mode < 52; ++mode) {
@@ -64,6 +67,16 @@ TEST(Disturbance, IsCorrelatedFromFrameToFrame) {
     }
   }
   EXPECT_NEAR(sum / squares, kCorrelation, 6 * 0.0022);
+}
+
+TEST(TurbulentSeries, HasTheFramesOfTheDisturbance) {
+  const quen_shs::Series series = quen_shs::TurbulentSeries(5, kVariances, 20.0, 7);
+  ASSERT_EQ(series.rows(), 5);
+  Disturbance disturbance(kVariances, 20.0, quen_shs::kCorrelation, 7);
+  for (Eigen::Index frame = 0; frame < 5; ++frame) {
+    EXPECT_EQ(series.row(frame).transpose(), disturbance.Modes()) << frame;
+    disturbance.Advance();
+  }
 }
 
 }  // namespace

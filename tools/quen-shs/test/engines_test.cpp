@@ -1,4 +1,4 @@
-#include "tools/quen-shs/src/engines.hpp"
+#include "tools/quen-shs/src/engines/engines.hpp"
 
 #include <gtest/gtest.h>
 
@@ -91,7 +91,7 @@ TEST(Engines, SayWhatIsWrongWithAText) {
       {"brightest:number=-3", "BrightestPixels: number must be from 2 to 1e+06, found 0"},
       {"brightest:number=9,fraction=0.1",
        "BrightestPixels: exactly one of number and fraction must be given, found both"},
-      {"weighted:fwhm=nan", "WeightedCentreOfGravity: fwhm must be from 1 to 100, found nan"},
+      {"weighted:fwhm=nan", "weighted: fwhm: expected a number, found nan"},
       {"correlation:size=8", "Correlation: size must be odd, found 8"}};
   for (const auto& [text, reason] : cases) {
     ExpectThrows<std::invalid_argument>(reason, [&, engine = text] { MakeEngine(engine); });

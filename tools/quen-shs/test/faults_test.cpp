@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <map>
 
@@ -9,8 +10,8 @@
 #include "testing/fits_files.hpp"
 #include "testing/process.hpp"
 #include "testing/second_reader.hpp"
-#include "tools/quen-shs/src/calibration.hpp"
-#include "tools/quen-shs/src/commands.hpp"
+#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "tools/quen-shs/src/verbs/verbs.hpp"
 
 // The tool's commands with the disk failing at any moment, and killed at any moment: one sentence, and whole files or none.
 
@@ -48,7 +49,8 @@ void AtEveryWrite(std::size_t step, const Action& action, const Check& check) {
   }
   check(0, false);
   ASSERT_GT(writes, 0U);
-  for (const Fault fault : {Fault::kFullDisk, Fault::kWriteError}) {
+  constexpr std::array kFaults = {Fault::kFullDisk, Fault::kWriteError};
+  for (const Fault fault : kFaults) {
     for (std::size_t nth = 1; nth <= writes; nth = nth < writes ? std::min(nth + step, writes) : nth + 1) {
       bool failed = false;
       {
@@ -80,20 +82,24 @@ TEST(CalibrateFault, LeavesAllFilesOrNone) {
 TEST(LoopFault, KeepsTheResultsOfTheRunBefore) {
   const TempDir folder;
   quen_shs::WriteCalibration(folder.Path(), false);
-  quen_shs::LoopOptions options;
-  options.frames = 10;
-  options.strength = 0.0;
-  quen_shs::Loop(folder.Path(), folder / "before", options);
+  quen_shs::LoopCommand command;
+  command.folder = folder.Path();
+  command.frames = 10;
+  command.strength = 0.0;
+  command.output = folder / "before";
+  quen_shs::Loop(command);
   const Contents before = Files(folder / "before");
-  options.seed = 2;
-  quen_shs::Loop(folder.Path(), folder / "after", options);
+  command.options.seed = 2;
+  command.output = folder / "after";
+  quen_shs::Loop(command);
   const Contents after = Files(folder / "after");
   ASSERT_EQ(before.size(), 4U);
   AtEveryWrite(
       31,
       [&] {
         std::filesystem::copy(folder / "before", folder / "loop");
-        quen_shs::Loop(folder.Path(), folder / "loop", options);
+        command.output = folder / "loop";
+        quen_shs::Loop(command);
       },
       [&](std::size_t nth, bool failed) {
         EXPECT_TRUE(Files(folder / "loop") == (failed ? before : after)) << "write " << nth;

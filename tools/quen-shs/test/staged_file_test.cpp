@@ -1,4 +1,4 @@
-#include "tools/quen-shs/src/staged_file.hpp"
+#include "tools/quen-shs/src/files/staged_file.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,37 @@
+#include "tools/quen-shs/src/check/check.hpp"
+
+#include <optional>
+#include <stdexcept>
+
+#include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
+
+namespace quen_shs {
+namespace {
+
+void Append(Findings& findings, const Findings& more) { findings.insert(findings.end(), more.begin(), more.end()); }
+
+/// The calibration as every host loads it, or why it cannot be loaded.
+std::optional<quen::shssim::ShsSimulator> Load(Findings& findings) {
+  try {
+    std::optional<quen::shssim::ShsSimulator> simulator(std::in_place);
+    findings.push_back({Verdict::kGood, "loading", "the library loads it"});
+    return simulator;
+  } catch (const std::exception& error) {
+    findings.push_back({Verdict::kWrong, "loading", std::string("the library refuses it: ") + error.what()});
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+
+Findings CheckCalibration(const std::string& folder) {
+  UseCalibration(folder);
+  Findings findings = CheckFiles(folder);
+  if (const auto simulator = Load(findings)) {
+    Append(findings, CheckRegions(*simulator));
+    Append(findings, CheckMatrices(*simulator));
+  }
+  return findings;
+}
+
+}  // namespace quen_shs

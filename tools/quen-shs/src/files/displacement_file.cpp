@@ -1,0 +1,95 @@
+#include "tools/quen-shs/src/files/displacement_file.hpp"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <fstream>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+
+#include "common/fits/fits.hpp"
+#include "tools/quen-shs/src/files/fits_content.hpp"
+#include "tools/quen-shs/src/files/fits_header.hpp"
+#include "tools/quen-shs/src/files/numbers.hpp"
+
+namespace quen_shs {
+namespace {
+
+using quen::basesim::kNumRois;
+using quen::common::Fits::Handle;
+using quen::common::Fits::ReadColumnOrThrow;
+using quen::common::Fits::WriteColumnPriv;
+
+Displacements ReadText(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw std::runtime_error(path + ": cannot be read");
+  Displacements displacements;
+  std::size_t count = 0;
+  int number = 0;
+  bool may_be_title = true;
+  for (std::string line; std::getline(file, line);) {
+    ++number;
+    const std::string_view text = Trimmed(line);
+    if (text.empty() || text.starts_with('#')) continue;
+    const std::size_t comma = text.find(',');
+    const std::string_view second = comma == std::string_view::npos ? "" : text.substr(comma + 1);
+    const std::optional<double> x = ParseNumber(text.substr(0, comma));
+    const std::optional<double> y = ParseNumber(second);
+    const bool is_title = may_be_title && !x && !y && !second.empty();
+    may_be_title = false;
+    if (is_title) continue;
+    if (!x || !y) {
+      throw std::runtime_error(
+          fmt::format("{}, line {}: expected two finite numbers \"dx,dy\", found \"{}\"", path, number, text));
+    }
+    if (count < kNumRois) {
+      displacements.x[count] = *x;
+      displacements.y[count] = *y;
+    }
+    ++count;
+  }
+  if (count != kNumRois) {
+    throw std::runtime_error(
+        fmt::format("{}: expected {} lines \"dx,dy\", one per sub-aperture, found {}", path, kNumRois, count));
+  }
+  return displacements;
+}
+
+std::vector<double> ReadColumn(const Handle& file, const std::string& path, const char* name) {
+  std::vector<double> values = ReadColumnOrThrow<double>(file, name);
+  if (values.size() != kNumRois) {
+    throw std::runtime_error(fmt::format("{}: expected {} rows in its table \"slopes\", one per sub-aperture, found {}",
+                                         path, kNumRois, values.size()));
+  }
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (std::isfinite(values[i])) continue;
+    throw std::runtime_error(
+        fmt::format("{}: expected finite displacements in its table \"slopes\", found {} in row {} of {}", path,
+                    values[i], i + 1, name));
+  }
+  return values;
+}
+
+}  // namespace
+
+Displacements ReadDisplacements(const std::string& path) {
+  if (!IsFits(path)) return ReadText(path);
+  const Handle file = quen::common::Fits::FitsFile(path, "slopes");
+  Displacements displacements;
+  displacements.x = ReadColumn(file, path, "x");
+  displacements.y = ReadColumn(file, path, "y");
+  return displacements;
+}
+
+void WriteDisplacements(const std::string& path, const Displacements& displacements, const std::string& command) {
+  const Handle file = quen::common::Fits::FitsFileWrite(path, true, "slopes");
+  quen::common::Fits::WriteTable(file, {{"x", "D"}, {"y", "D"}});
+  WriteColumnPriv(file, displacements.x.data(), kNumRois, TDOUBLE, 1, 1);
+  WriteColumnPriv(file, displacements.y.data(), kNumRois, TDOUBLE, 2, 1);
+  WriteKey(file, "TUNIT1", "pix", "displacement along the columns");
+  WriteKey(file, "TUNIT2", "pix", "displacement along the rows");
+  WriteCreator(file, command);
+}
+
+}  // namespace quen_shs

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/quen-shs/src/pictures/frame_picture.hpp"
+
+namespace quen_shs {
+
+/// Regions, flags, and, if the file has them, displacements and light of the sub-apertures.
+struct MeasuredField {
+  Overlay overlay;
+  std::vector<double> flux;  ///< empty if the file has none
+};
+
+/// Reads the tables "rois", "rois_use" (or "rois_used") and "slopes", of which any may be missing: regions are then those
+/// of the synthetic grid, and all sub-apertures used.
+/// @throws std::runtime_error  a table is not 1089 rows long, or cannot be read
+MeasuredField ReadField(const std::string& path);
+
+}  // namespace quen_shs

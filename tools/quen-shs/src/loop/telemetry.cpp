@@ -1,0 +1,88 @@
+#include "tools/quen-shs/src/loop/telemetry.hpp"
+
+#include <cstdint>
+#include <numeric>
+#include <stdexcept>
+
+#include "common/fits/fits.hpp"
+#include "tools/quen-shs/src/files/fits_header.hpp"
+#include "tools/quen-shs/src/files/series_file.hpp"
+
+namespace quen_shs {
+namespace {
+
+using quen::common::Fits::Handle;
+using quen::common::Fits::WriteColumnPriv;
+
+void WriteColumn(const Handle& file, int column, const std::vector<double>& values) {
+  WriteColumnPriv(file, values.data(), values.size(), TDOUBLE, column, 1);
+}
+
+void WriteRms(const Handle& file, int column, const std::vector<FrameRecord>& records,
+              Eigen::VectorXd FrameRecord::*vector) {
+  std::vector<double> values;
+  values.reserve(records.size());
+  for (const FrameRecord& record : records) values.push_back((record.*vector).norm());
+  WriteColumn(file, column, values);
+}
+
+void WriteModes(const Handle& file, int column, const std::vector<FrameRecord>& records,
+                Eigen::VectorXd FrameRecord::*vector) {
+  std::vector<double> values;
+  for (const FrameRecord& record : records) {
+    const Eigen::VectorXd& modes = record.*vector;
+    values.insert(values.end(), modes.begin(), modes.end());
+  }
+  WriteColumn(file, column, values);
+}
+
+}  // namespace
+
+void WriteTelemetry(const std::string& path, const LoopOptions& options, const std::string& disturbance,
+                    const std::vector<FrameRecord>& records) {
+  const Handle file = quen::common::Fits::FitsFileWrite(path, true, "telemetry");
+  const std::string modes = std::to_string(quen::basesim::kNumModes) + "D";
+  quen::common::Fits::WriteTable(file, {{"frame", "J"},
+                                        {"disturbance_rms", "D"},
+                                        {"residual_rms", "D"},
+                                        {"disturbance", modes},
+                                        {"correction", modes},
+                                        {"residual", modes}});
+  std::vector<std::int32_t> numbers(records.size());
+  std::iota(numbers.begin(), numbers.end(), 0);
+  WriteColumnPriv(file, numbers.data(), numbers.size(), TINT, 1, 1);
+  WriteRms(file, 2, records, &FrameRecord::disturbance);
+  WriteRms(file, 3, records, &FrameRecord::residual);
+  WriteModes(file, 4, records, &FrameRecord::disturbance);
+  WriteModes(file, 5, records, &FrameRecord::correction);
+  WriteModes(file, 6, records, &FrameRecord::residual);
+  for (const char* const key : {"TUNIT2", "TUNIT3", "TUNIT4", "TUNIT5", "TUNIT6"}) {
+    WriteKey(file, key, "rad", "phase");
+  }
+  WriteKey(file, "GAIN", options.gain, "of the integrator");
+  WriteLoopKeys(file, options, disturbance);
+}
+
+void WriteLoopKeys(const Handle& file, const LoopOptions& options, const std::string& disturbance) {
+  WriteKey(file, "LEAK", options.leak, "forgotten from frame to frame");
+  WriteKey(file, "DELAY", static_cast<long>(options.delay), "[frame] from measurement to correction");
+  WriteKey(file, "NOISE", options.noise, "half-width, units of pixel values");
+  WriteKey(file, "DISTURB", disturbance, "where the disturbance is from");
+  WriteKey(file, "SEED", static_cast<long>(options.seed), "of disturbance and noise");
+  WriteKey(file, "ENGINE", options.engine, "that measured");
+  WriteCreator(file, "loop");
+}
+
+std::vector<FrameRecord> ReadTelemetry(const std::string& path) {
+  const Series disturbance = ReadModes(path, "disturbance");
+  const Series correction = ReadModes(path, "correction");
+  const Series residual = ReadModes(path, "residual");
+  if (disturbance.rows() == 0) throw std::runtime_error(path + ": its table \"telemetry\" has no rows");
+  std::vector<FrameRecord> records;
+  for (Eigen::Index frame = 0; frame < disturbance.rows(); ++frame) {
+    records.push_back({disturbance.row(frame), correction.row(frame), residual.row(frame)});
+  }
+  return records;
+}
+
+}  // namespace quen_shs

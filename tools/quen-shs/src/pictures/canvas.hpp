@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cairo.h>
+
+#include <array>
+#include <memory>
+#include <string>
+
+namespace quen_shs {
+
+struct Colour {
+  double red, green, blue, alpha;
+};
+inline constexpr Colour kPaper = {1.0, 1.0, 1.0, 1.0};
+inline constexpr Colour kInk = {0.15, 0.15, 0.18, 1.0};
+inline constexpr Colour kGrid = {0.85, 0.85, 0.87, 1.0};
+
+/// Colours of curves that stand beside each other.
+inline constexpr std::array<Colour, 7> kCurves = {{{0.12, 0.47, 0.71, 1.0},
+                                                   {1.00, 0.50, 0.05, 1.0},
+                                                   {0.17, 0.63, 0.17, 1.0},
+                                                   {0.84, 0.15, 0.16, 1.0},
+                                                   {0.58, 0.40, 0.74, 1.0},
+                                                   {0.55, 0.34, 0.29, 1.0},
+                                                   {0.89, 0.47, 0.76, 1.0}}};
+
+using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
+using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
+
+/// A blank picture, drawn on with Cairo, in pixels from its top left corner.
+class Canvas {
+ public:
+  Canvas(int width, int height);
+
+  [[nodiscard]] cairo_t* Cairo() const { return context_.get(); }
+
+  /// Writes a PNG file.
+  /// @throws std::runtime_error  the file cannot be written
+  void Save(const std::string& path) const;
+
+ private:
+  Surface surface_;
+  Context context_;
+};
+
+void Use(cairo_t* cr, const Colour& colour);
+
+/// Text that begins at, ends at, or is centred on a point of its base line.
+void Write(cairo_t* cr, double x, double y, const std::string& text);
+void WriteBefore(cairo_t* cr, double x, double y, const std::string& text);
+void WriteAround(cairo_t* cr, double x, double y, const std::string& text);
+
+/// A number with three significant digits.
+std::string Short(double value);
+
+}  // namespace quen_shs

@@ -1,0 +1,83 @@
+#include "tools/quen-shs/src/pictures/field_picture.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+namespace quen_shs {
+namespace {
+
+using quen::basesim::kFrameHeight;
+using quen::basesim::kFrameWidth;
+
+constexpr double kMargin = 40.0;
+constexpr double kTop = 44.0;
+constexpr double kSecond = kMargin + static_cast<double>(kFrameWidth) + 40.0;  // left edge of the second plane
+constexpr double kHeight = kTop + static_cast<double>(kFrameHeight) + 30.0;
+
+void DrawBorder(cairo_t* cr, double left, const std::string& title) {
+  Use(cr, kGrid);
+  cairo_set_line_width(cr, 1.0);
+  cairo_rectangle(cr, left, kTop, kFrameWidth, kFrameHeight);
+  cairo_stroke(cr);
+  Use(cr, kInk);
+  Write(cr, left, kTop - 14.0, title);
+}
+
+/// From nearly white for the least to dark blue for the most.
+Colour LightColour(double share) { return {0.93 - 0.90 * share, 0.95 - 0.75 * share, 0.98 - 0.50 * share, 1.0}; }
+
+void DrawLight(cairo_t* cr, const Plane& plane, const Overlay& overlay, const std::vector<double>& flux) {
+  double least = std::numeric_limits<double>::infinity();
+  double most = -least;
+  const auto is_shown = [&](std::size_t i) { return overlay.IsUsed(i) && std::isfinite(flux[i]); };
+  for (std::size_t i = 0; i < overlay.rois.size(); ++i) {
+    if (!is_shown(i)) continue;
+    least = std::min(least, flux[i]);
+    most = std::max(most, flux[i]);
+  }
+  for (std::size_t i = 0; i < overlay.rois.size(); ++i) {
+    const double share = most > least ? (flux[i] - least) / (most - least) : 1.0;
+    if (is_shown(i)) plane.Fill(overlay.rois[i], LightColour(share));
+  }
+  const std::string range =
+      most >= least ? Short(least) + " (light) to " + Short(most) + " (dark)" : std::string("none");
+  DrawBorder(cr, kSecond, "Flux of the used sub-apertures: " + range);
+}
+
+}  // namespace
+
+void DrawField(const std::string& path, const Overlay& overlay, const std::vector<double>& flux) {
+  const double right = flux.empty() ? kMargin : kSecond;
+  const Canvas canvas(static_cast<int>(right + static_cast<double>(kFrameWidth) + kMargin), static_cast<int>(kHeight));
+  const Plane plane(canvas.Cairo(), kMargin, kTop, kFrameHeight);
+  const double magnification = ArrowMagnification(overlay);
+  plane.DrawOutlines(overlay);
+  plane.DrawArrows(overlay, magnification);
+  DrawBorder(canvas.Cairo(), kMargin,
+             "Displacements, row 0 at the bottom, " + Short(magnification) + " times enlarged");
+  if (!flux.empty()) DrawLight(canvas.Cairo(), Plane(canvas.Cairo(), kSecond, kTop, kFrameHeight), overlay, flux);
+  canvas.Save(path);
+}
+
+void DrawRegions(const std::string& path, const Overlay& overlay) {
+  constexpr double kDot = 1.5;
+  const Canvas canvas(static_cast<int>(kMargin + static_cast<double>(kFrameWidth) + kMargin),
+                      static_cast<int>(kHeight));
+  cairo_t* const cr = canvas.Cairo();
+  const Plane plane(cr, kMargin, kTop, kFrameHeight);
+  plane.DrawOutlines(overlay);
+  Use(cr, kInk);
+  for (const quen::image_processing::Roi& roi : overlay.rois) {
+    if (!std::isfinite(roi.x_ref) || !std::isfinite(roi.y_ref)) continue;
+    cairo_new_path(cr);
+    cairo_arc(cr, kMargin + roi.x_ref + 0.5, kTop + static_cast<double>(kFrameHeight) - roi.y_ref - 0.5, kDot, 0.0,
+              2.0 * std::numbers::pi);
+    cairo_fill(cr);
+  }
+  DrawBorder(cr, kMargin, "Regions on the frame, row 0 at the bottom, used ones blue; dots are reference points");
+  canvas.Save(path);
+}
+
+}  // namespace quen_shs

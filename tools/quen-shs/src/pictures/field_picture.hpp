@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/quen-shs/src/pictures/frame_picture.hpp"
+
+namespace quen_shs {
+
+/// Draws displacements as arrows over the detector, and beside it the light of each used sub-aperture, if known. Writes a
+/// PNG file.
+/// @param flux  of all sub-apertures; may be empty
+/// @throws std::runtime_error  the file cannot be written
+void DrawField(const std::string& path, const Overlay& overlay, const std::vector<double>& flux);
+
+/// Draws the regions of the sub-apertures, and their reference points. Writes a PNG file.
+void DrawRegions(const std::string& path, const Overlay& overlay);
+
+}  // namespace quen_shs

@@ -1,0 +1,113 @@
+#include "tools/quen-shs/src/pictures/loop_picture.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "tools/quen-shs/src/pictures/canvas.hpp"
+#include "tools/quen-shs/src/pictures/frame_picture.hpp"
+#include "tools/quen-shs/src/pictures/plot.hpp"
+
+namespace quen_shs {
+namespace {
+
+using quen::basesim::kFrameHeight;
+using quen::basesim::kFrameWidth;
+
+constexpr double kMargin = 40.0;
+constexpr double kTop = 44.0;
+constexpr double kPlotWidth = 640.0;
+constexpr double kSmallest = 1e-6;  // rad: a logarithmic axis needs an end
+
+constexpr Colour kDisturbance = {0.55, 0.55, 0.60, 1.0};
+constexpr Colour kResidual = {0.10, 0.40, 0.75, 1.0};
+
+using Vector = Eigen::VectorXd FrameRecord::*;
+
+/// Names of the two curves above a plot, in their colours.
+void WriteNames(cairo_t* cr, const Box& box, const std::string& title) {
+  Use(cr, kInk);
+  Write(cr, box.left, box.top - 14.0, title + "  ");
+  Use(cr, kDisturbance);
+  cairo_show_text(cr, "disturbance  ");
+  Use(cr, kResidual);
+  cairo_show_text(cr, "residual");
+}
+
+/// A scale that holds both curves.
+Scale ScaleFor(std::size_t count, const std::function<double(std::size_t, Vector)>& rms) {
+  double lowest = rms(0, &FrameRecord::disturbance);
+  double highest = lowest;
+  for (std::size_t k = 0; k < count; ++k) {
+    for (const Vector vector : {&FrameRecord::disturbance, &FrameRecord::residual}) {
+      if (!std::isfinite(rms(k, vector))) continue;
+      lowest = std::min(lowest, rms(k, vector));
+      highest = std::max(highest, rms(k, vector));
+    }
+  }
+  return LogarithmicScale(std::max(lowest, kSmallest), std::max(highest, kSmallest));
+}
+
+/// Disturbance and residual, `count` values each, against their number.
+void DrawBoth(cairo_t* cr, const Box& box, std::size_t count, const std::string& title,
+              const std::function<double(std::size_t, Vector)>& rms) {
+  const Plot plot(cr, box, LinearScale(static_cast<double>(count)), ScaleFor(count, rms));
+  plot.DrawGrid("");
+  cairo_set_line_width(cr, 1.6);
+  const auto number = [](std::size_t k) { return static_cast<double>(k); };
+  plot.DrawCurve(kDisturbance, count, number, [&](std::size_t k) { return rms(k, &FrameRecord::disturbance); });
+  plot.DrawCurve(kResidual, count, number, [&](std::size_t k) { return rms(k, &FrameRecord::residual); });
+  WriteNames(cr, box, title);
+}
+
+void DrawHistory(cairo_t* cr, const Box& box, const std::vector<FrameRecord>& records) {
+  DrawBoth(cr, box, records.size(), "Phase RMS in radians against the frame number:",
+           [&](std::size_t frame, Vector vector) { return (records[frame].*vector).norm(); });
+}
+
+/// Root mean square of each mode over the frames.
+Eigen::VectorXd ModeRms(const std::vector<FrameRecord>& records, Vector vector) {
+  Eigen::VectorXd sum = Eigen::VectorXd::Zero((records.front().*vector).size());
+  for (const FrameRecord& record : records) sum += (record.*vector).cwiseAbs2();
+  return (sum / static_cast<double>(records.size())).cwiseSqrt();
+}
+
+void DrawModes(cairo_t* cr, const Box& box, const std::vector<FrameRecord>& records) {
+  const Eigen::VectorXd disturbance = ModeRms(records, &FrameRecord::disturbance);
+  const Eigen::VectorXd residual = ModeRms(records, &FrameRecord::residual);
+  DrawBoth(cr, box, static_cast<std::size_t>(residual.size()),
+           "RMS over all frames against the mode, from 0:", [&](std::size_t mode, Vector vector) {
+             return (vector == &FrameRecord::residual ? residual : disturbance)(static_cast<Eigen::Index>(mode));
+           });
+}
+
+}  // namespace
+
+void DrawLoop(const std::string& path, const quen::shssim::ShsSimulator& simulator,
+              const std::vector<FrameRecord>& records) {
+  constexpr double kPlotLeft = 960.0;
+  const Canvas canvas(static_cast<int>(kPlotLeft + kPlotWidth + kMargin), 900);
+  cairo_t* const cr = canvas.Cairo();
+  const Overlay overlay = OverlayOf(simulator);
+  const double magnification = ArrowMagnification(overlay);
+  const Plane plane(cr, kMargin, kTop, kFrameHeight);
+  plane.DrawPixels({kFrameWidth, kFrameHeight, simulator.Frame()}, SpotStretch());
+  plane.DrawOutlines(overlay);
+  plane.DrawArrows(overlay, magnification);
+  Use(cr, kInk);
+  Write(cr, kMargin, kTop - 14.0,
+        "Last frame, row 0 at the bottom; measured displacements, " + Short(magnification) + " times enlarged");
+  DrawHistory(cr, {kPlotLeft, kTop, kPlotWidth, static_cast<double>(kFrameHeight)}, records);
+  canvas.Save(path);
+}
+
+void DrawTelemetry(const std::string& path, const std::vector<FrameRecord>& records) {
+  constexpr double kLeft = 80.0;
+  constexpr double kHeight = 480.0;
+  constexpr double kSecond = kLeft + kPlotWidth + 90.0;
+  const Canvas canvas(static_cast<int>(kSecond + kPlotWidth + kMargin), static_cast<int>(kTop + kHeight + kMargin));
+  DrawHistory(canvas.Cairo(), {kLeft, kTop, kPlotWidth, kHeight}, records);
+  DrawModes(canvas.Cairo(), {kSecond, kTop, kPlotWidth, kHeight}, records);
+  canvas.Save(path);
+}
+
+}  // namespace quen_shs

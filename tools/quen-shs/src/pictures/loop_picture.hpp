@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "shssim/shs_simulator.hpp"
+#include "tools/quen-shs/src/loop/control_loop.hpp"
+
+namespace quen_shs {
+
+/// Draws the last frame of a loop (row 0 at the bottom) with the outlines of the sub-apertures and the measured
+/// displacements, and beside it disturbance and residual against time. Writes a PNG file.
+/// @throws std::runtime_error  the file cannot be written
+void DrawLoop(const std::string& path, const quen::shssim::ShsSimulator& simulator,
+              const std::vector<FrameRecord>& records);
+
+/// Draws disturbance and residual against time, and mode by mode. Writes a PNG file.
+/// @param records  at least one
+/// @throws std::runtime_error  the file cannot be written
+void DrawTelemetry(const std::string& path, const std::vector<FrameRecord>& records);
+
+}  // namespace quen_shs

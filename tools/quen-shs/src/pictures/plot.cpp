@@ -1,0 +1,111 @@
+#include "tools/quen-shs/src/pictures/plot.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numbers>
+#include <utility>
+
+namespace quen_shs {
+namespace {
+
+constexpr std::array<double, 3> kRound = {1.0, 2.0, 5.0};
+
+void Line(cairo_t* cr, double x1, double y1, double x2, double y2) {
+  cairo_move_to(cr, x1, y1);
+  cairo_line_to(cr, x2, y2);
+  cairo_stroke(cr);
+}
+
+/// A round number, thousands without an exponent.
+std::string Tick(double value) { return fmt::format("{:.4g}", value); }
+
+}  // namespace
+
+double Scale::Place(double value) const {
+  const double place =
+      is_logarithmic ? std::log(value / first) / std::log(last / first) : (value - first) / (last - first);
+  return std::clamp(place, 0.0, 1.0);
+}
+
+Scale LinearScale(double last) {
+  constexpr double kFewest = 4.0;  // ticks
+  Scale scale = {0.0, last, false, {}};
+  double step = std::pow(10.0, std::floor(std::log10(last)));
+  for (const double digit : {5.0, 2.0, 1.0}) {
+    if (last / step >= kFewest) break;
+    step = digit / 10.0 * std::pow(10.0, std::floor(std::log10(last)));
+  }
+  for (int k = 0; k * step <= last * (1.0 + 1e-9); ++k) scale.ticks.push_back(k * step);
+  return scale;
+}
+
+Scale LogarithmicScale(double lowest, double highest) {
+  constexpr double kAir = 1.25;
+  Scale scale = {lowest / kAir, highest * kAir, true, {}};
+  const bool is_wide = scale.last / scale.first > 1e3;
+  for (double decade = std::floor(std::log10(scale.first)); decade <= std::log10(scale.last); ++decade) {
+    for (const double digit : kRound) {
+      const double tick = digit * std::pow(10.0, decade);
+      if (tick < scale.first || tick > scale.last || (is_wide && digit != 1.0)) continue;
+      scale.ticks.push_back(tick);
+    }
+  }
+  return scale;
+}
+
+Plot::Plot(cairo_t* cr, const Box& box, Scale x, Scale y) : cr_(cr), box_(box), x_(std::move(x)), y_(std::move(y)) {}
+
+void Plot::DrawGrid(const std::string& title) const {
+  Use(cr_, kGrid);
+  cairo_set_line_width(cr_, 1.0);
+  for (const double tick : y_.ticks) Line(cr_, box_.left, Y(tick), box_.left + box_.width, Y(tick));
+  for (const double tick : x_.ticks) Line(cr_, X(tick), box_.top, X(tick), box_.top + box_.height);
+  DrawFrame(title);
+}
+
+void Plot::DrawFrame(const std::string& title) const {
+  Use(cr_, kInk);
+  cairo_set_line_width(cr_, 1.0);
+  cairo_rectangle(cr_, box_.left, box_.top, box_.width, box_.height);
+  cairo_stroke(cr_);
+  for (const double tick : y_.ticks) WriteBefore(cr_, box_.left - 8.0, Y(tick) + 5.0, Tick(tick));
+  for (const double tick : x_.ticks) WriteAround(cr_, X(tick), box_.top + box_.height + 20.0, Tick(tick));
+  Write(cr_, box_.left, box_.top - 14.0, title);
+}
+
+void Plot::DrawCurve(const Colour& colour, std::size_t count, const std::function<double(std::size_t)>& x,
+                     const std::function<double(std::size_t)>& y) const {
+  Use(cr_, colour);
+  cairo_new_path(cr_);  // text leaves a point
+  for (std::size_t k = 0; k < count; ++k) {
+    if (!std::isfinite(y(k))) continue;
+    cairo_line_to(cr_, X(x(k)), Y(y(k)));
+  }
+  cairo_stroke(cr_);
+}
+
+void Plot::DrawDots(const Colour& colour, std::size_t count, const std::function<double(std::size_t)>& x,
+                    const std::function<double(std::size_t)>& y) const {
+  constexpr double kRadius = 3.5;
+  Use(cr_, colour);
+  for (std::size_t k = 0; k < count; ++k) {
+    if (!std::isfinite(y(k))) continue;
+    cairo_new_path(cr_);
+    cairo_arc(cr_, X(x(k)), Y(y(k)), kRadius, 0.0, 2.0 * std::numbers::pi);
+    cairo_fill(cr_);
+  }
+}
+
+void Plot::DrawLegend(const Colour& colour, std::size_t place, const std::string& name) const {
+  const double left = box_.left + box_.width + 20.0;
+  const double y = box_.top + 20.0 + 26.0 * static_cast<double>(place);
+  Use(cr_, colour);
+  Line(cr_, left, y - 5.0, left + 30.0, y - 5.0);
+  Use(cr_, kInk);
+  Write(cr_, left + 38.0, y, name);
+}
+
+}  // namespace quen_shs

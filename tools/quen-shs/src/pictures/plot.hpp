@@ -1,0 +1,64 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/quen-shs/src/pictures/canvas.hpp"
+
+namespace quen_shs {
+
+/// A rectangle on a picture, pixels from its top left corner.
+struct Box {
+  double left;
+  double top;
+  double width;
+  double height;
+};
+
+/// Values along an axis, and where each lies between its ends.
+struct Scale {
+  double first;
+  double last;
+  bool is_logarithmic = false;
+  std::vector<double> ticks;
+
+  /// 0 at the first value, 1 at the last; values outside are drawn at the ends.
+  [[nodiscard]] double Place(double value) const;
+};
+
+/// A linear scale from 0 to `last`, or a logarithmic one that holds both values, with ticks at round numbers.
+Scale LinearScale(double last);
+Scale LogarithmicScale(double lowest, double highest);
+
+/// Curves in a box with a grid.
+class Plot {
+ public:
+  Plot(cairo_t* cr, const Box& box, Scale x, Scale y);
+
+  /// Draws frame, ticks and a title above; with a grid, or without.
+  void DrawGrid(const std::string& title) const;
+  void DrawFrame(const std::string& title) const;
+
+  /// A curve through points; those that are not finite are left out.
+  void DrawCurve(const Colour& colour, std::size_t count, const std::function<double(std::size_t)>& x,
+                 const std::function<double(std::size_t)>& y) const;
+
+  /// A dot on each of the points.
+  void DrawDots(const Colour& colour, std::size_t count, const std::function<double(std::size_t)>& x,
+                const std::function<double(std::size_t)>& y) const;
+
+  /// A line of the legend beside the box: a stroke, as curves are drawn now, and a name. Places are counted from the top.
+  void DrawLegend(const Colour& colour, std::size_t place, const std::string& name) const;
+
+ private:
+  [[nodiscard]] double X(double value) const { return box_.left + box_.width * x_.Place(value); }
+  [[nodiscard]] double Y(double value) const { return box_.top + box_.height * (1.0 - y_.Place(value)); }
+
+  cairo_t* cr_;
+  Box box_;
+  Scale x_;
+  Scale y_;
+};
+
+}  // namespace quen_shs

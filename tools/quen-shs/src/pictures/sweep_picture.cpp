@@ -1,0 +1,38 @@
+#include "tools/quen-shs/src/pictures/sweep_picture.hpp"
+
+#include <algorithm>
+
+#include "tools/quen-shs/src/pictures/plot.hpp"
+
+namespace quen_shs {
+
+void DrawSweep(const std::string& path, const std::vector<SweepPoint>& points) {
+  constexpr double kSmallest = 1e-6;  // rad: a logarithmic axis needs an end
+  double lowest = points.front().disturbance;
+  double highest = lowest;
+  double last = 0.1;
+  for (const SweepPoint& point : points) {
+    last = std::max(last, point.gain);
+    if (point.HasDiverged()) continue;
+    lowest = std::min(lowest, point.residual);
+    highest = std::max(highest, point.residual);
+  }
+  const Canvas canvas(1060, 620);
+  cairo_t* const cr = canvas.Cairo();
+  const Plot plot(cr, {80.0, 44.0, 720.0, 520.0}, LinearScale(last),
+                  LogarithmicScale(std::max(lowest, kSmallest), std::max(highest, kSmallest)));
+  plot.DrawGrid("Phase RMS in radians, second half of each run, against the gain; gaps: diverged");
+  cairo_set_line_width(cr, 1.8);
+  const auto gain = [&](std::size_t k) { return points[k].gain; };
+  const auto residual = [&](std::size_t k) { return points[k].residual; };
+  plot.DrawCurve(kCurves[1], points.size(), gain, [&](std::size_t k) {
+    return points[k].HasDiverged() ? points[k].residual : points[k].disturbance;  // of a shorter run, if it has
+  });
+  plot.DrawCurve(kCurves[0], points.size(), gain, residual);
+  plot.DrawDots(kCurves[0], points.size(), gain, residual);
+  plot.DrawLegend(kCurves[1], 0, "disturbance");
+  plot.DrawLegend(kCurves[0], 1, "residual");
+  canvas.Save(path);
+}
+
+}  // namespace quen_shs

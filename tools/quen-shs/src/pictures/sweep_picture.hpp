@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/quen-shs/src/loop/sweep.hpp"
+
+namespace quen_shs {
+
+/// Draws residual and disturbance against the gain. Loops that diverged are left out of the curve. Writes a PNG file.
+/// @param points  at least one
+/// @throws std::runtime_error  the file cannot be written
+void DrawSweep(const std::string& path, const std::vector<SweepPoint>& points);
+
+}  // namespace quen_shs

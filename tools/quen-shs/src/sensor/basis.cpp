@@ -1,0 +1,93 @@
+#include "tools/quen-shs/src/sensor/basis.hpp"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "basesim/base_simulator.hpp"
+#include "common/fits/fits.hpp"
+#include "tools/quen-shs/src/files/fits_content.hpp"
+#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "tools/quen-shs/src/sensor/zernike.hpp"
+
+namespace quen_shs {
+namespace {
+
+using quen::basesim::kNumModes;
+
+constexpr int kLastZernike = 231;
+constexpr const char* kKarhunenLoeveTitle = "Karhunen-Loeve (Kolmogorov)";
+
+/// A Karhunen-Loève function: the Zernike modes of one azimuthal order that it is made of.
+struct Function {
+  double variance;
+  std::vector<int> zernikes;
+  Eigen::VectorXd coefficients;
+};
+
+/// Zernike modes that share their azimuthal order and cosine or sine: only they are correlated.
+std::vector<int> Family(int m, bool is_cosine) {
+  std::vector<int> family;
+  for (int j = kFirstZernike; j <= kLastZernike; ++j) {
+    if (NollOrders(j).m == m && IsCosine(j) == is_cosine) family.push_back(j);
+  }
+  return family;
+}
+
+void AppendFunctions(const std::vector<int>& family, std::vector<Function>& functions) {
+  const auto size = static_cast<Eigen::Index>(family.size());
+  const Eigen::MatrixXd covariance = Eigen::MatrixXd::NullaryExpr(size, size, [&](Eigen::Index a, Eigen::Index b) {
+    return KolmogorovCovariance(family[static_cast<std::size_t>(a)], family[static_cast<std::size_t>(b)]);
+  });
+  const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(covariance);
+  for (Eigen::Index k = 0; k < size; ++k) {
+    Eigen::VectorXd vector = solver.eigenvectors().col(k);
+    Eigen::Index largest = 0;
+    vector.cwiseAbs().maxCoeff(&largest);
+    if (vector(largest) < 0.0) vector = -vector;
+    functions.push_back({solver.eigenvalues()(k), family, vector});
+  }
+}
+
+}  // namespace
+
+Basis ZernikeBasis() {
+  constexpr auto kModes = static_cast<Eigen::Index>(kNumModes);
+  return {"Zernike (Noll 2-53)", Eigen::MatrixXd::Identity(kModes, kModes),
+          Eigen::VectorXd::NullaryExpr(
+              kModes, [](Eigen::Index mode) { return KolmogorovVariance(kFirstZernike + static_cast<int>(mode)); })};
+}
+
+Basis KarhunenLoeveBasis() {
+  std::vector<Function> functions;
+  for (int m = 0; m <= NollOrders(kLastZernike).n; ++m) {
+    AppendFunctions(Family(m, true), functions);
+    if (m > 0) AppendFunctions(Family(m, false), functions);
+  }
+  // Cosines and sines have the same covariances, to the bit, and hence the same variances.
+  std::ranges::stable_sort(functions, std::ranges::greater(), &Function::variance);
+
+  constexpr auto kModes = static_cast<Eigen::Index>(kNumModes);
+  Basis basis = {kKarhunenLoeveTitle, Eigen::MatrixXd::Zero(kLastZernike - kFirstZernike + 1, kModes),
+                 Eigen::VectorXd(kModes)};
+  for (Eigen::Index mode = 0; mode < kModes; ++mode) {
+    const Function& function = functions[static_cast<std::size_t>(mode)];
+    basis.variances(mode) = function.variance;
+    for (std::size_t k = 0; k < function.zernikes.size(); ++k) {
+      basis.coefficients(function.zernikes[k] - kFirstZernike, mode) =
+          function.coefficients(static_cast<Eigen::Index>(k));
+    }
+  }
+  return basis;
+}
+
+Basis BasisByWord(const std::string& word) {
+  return word == kKarhunenLoeveWord ? KarhunenLoeveBasis() : ZernikeBasis();
+}
+
+Basis BasisOfCalibration(const std::string& folder) {
+  const auto path = std::filesystem::path(folder) / kCalibrationFiles.front();
+  const quen::common::Fits::Handle file = quen::common::Fits::FitsFile(path.string(), std::nullopt);
+  return TextKey(file, "BASIS") == kKarhunenLoeveTitle ? KarhunenLoeveBasis() : ZernikeBasis();
+}
+
+}  // namespace quen_shs

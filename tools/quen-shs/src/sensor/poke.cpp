@@ -1,0 +1,37 @@
+#include "tools/quen-shs/src/sensor/poke.hpp"
+
+#include <limits>
+#include <memory>
+
+#include "common/random/random.hpp"
+#include "tools/quen-shs/src/sensor/displacements.hpp"
+
+namespace quen_shs {
+
+Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOptions& options,
+                             const std::function<void()>& after_frame) {
+  using quen::basesim::kNumModes;
+  using quen::basesim::kNumSlopes;
+  const Eigen::Map<const Matrix> m2s(simulator.M2s().data(), kNumSlopes, kNumModes);
+  const Eigen::Map<const Eigen::VectorXd> slopes(simulator.Slopes().data(), kNumSlopes);
+  const std::vector<std::size_t> used = UsedIndices(simulator.RoisUsed());
+  const std::unique_ptr<Engine> engine = MakeEngine(options.engine);
+  quen::common::random::detail::MersenneTwisterEngine().seed(options.seed);
+
+  Displacements displacements;
+  const auto measure = [&](const Eigen::VectorXd& pushed) -> Eigen::VectorXd {
+    Spread(pushed, used, displacements);
+    simulator.ComputeFrame(displacements.x, displacements.y, options.noise, std::nullopt);
+    simulator.ComputeSlopes(*engine, std::numeric_limits<double>::infinity(), std::nullopt);
+    after_frame();
+    return slopes;
+  };
+  Matrix measured(kNumSlopes, kNumModes);
+  for (Eigen::Index mode = 0; mode < measured.cols(); ++mode) {
+    const double amplitude = options.push / m2s.col(mode).cwiseAbs().maxCoeff();
+    measured.col(mode) = (measure(amplitude * m2s.col(mode)) - measure(-amplitude * m2s.col(mode))) / (2.0 * amplitude);
+  }
+  return measured;
+}
+
+}  // namespace quen_shs

@@ -1,0 +1,112 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+
+#include "common/random/random.hpp"
+#include "tools/quen-shs/src/cli/report.hpp"
+#include "tools/quen-shs/src/files/displacement_file.hpp"
+#include "tools/quen-shs/src/files/staged_file.hpp"
+#include "tools/quen-shs/src/pictures/frame_picture.hpp"
+#include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
+#include "tools/quen-shs/src/sensor/mode_list.hpp"
+#include "tools/quen-shs/src/sensor/shapes.hpp"
+#include "tools/quen-shs/src/verbs/verbs.hpp"
+
+namespace quen_shs {
+namespace {
+
+using quen::basesim::kFrameHeight;
+using quen::basesim::kFrameWidth;
+using quen::basesim::kNumModes;
+using quen::basesim::kNumSlopes;
+using quen::shssim::ShsSimulator;
+
+Displacements Modal(const std::string& list, const ShsSimulator& simulator) {
+  const Eigen::Map<const Matrix> m2s(simulator.M2s().data(), kNumSlopes, kNumModes);
+  Displacements displacements;
+  Spread(m2s * ParseModes(list), UsedIndices(simulator.RoisUsed()), displacements);
+  return displacements;
+}
+
+Displacements Wanted(const FrameCommand& command, const ShsSimulator& simulator) {
+  if (!command.displacements.empty()) return ReadDisplacements(command.displacements);
+  if (!command.modes.empty()) return Modal(command.modes, simulator);
+  if (!command.shape.empty()) return Shape(ParseShape(command.shape), simulator);
+  return {};
+}
+
+/// The longest displacement.
+double Longest(const Displacements& displacements) {
+  double longest = 0.0;
+  for (std::size_t i = 0; i < displacements.x.size(); ++i) {
+    longest = std::max(longest, std::hypot(displacements.x[i], displacements.y[i]));
+  }
+  return longest;
+}
+
+}  // namespace
+
+void RenderFrame(const FrameCommand& command) {
+  UseCalibration(command.folder);
+  ShsSimulator simulator;
+  const Displacements displacements = Wanted(command, simulator);
+  const std::string output =
+      command.output.empty() ? (std::filesystem::path(command.folder) / "frame.fits").string() : command.output;
+
+  std::vector<StagedFile> files;
+  const std::string frame_path = files.emplace_back(output).Path();
+  quen::common::random::detail::MersenneTwisterEngine().seed(command.seed);
+  simulator.ComputeFrame(displacements.x, displacements.y, command.noise, frame_path);
+  if (!command.truth.empty()) WriteDisplacements(files.emplace_back(command.truth).Path(), displacements, "frame");
+  if (!command.png.empty()) {
+    const Overlay overlay = {simulator.Rois(), simulator.RoisUsed(), displacements};
+    DrawFrame(files.emplace_back(command.png).Path(), {kFrameWidth, kFrameHeight, simulator.Frame()}, SpotStretch(),
+              overlay,
+              fmt::format("Frame, row 0 at the bottom; true displacements, {:.3g} times enlarged",
+                          ArrowMagnification(overlay)));
+  }
+  CheckAndCommit(files);
+
+  Report report;
+  const double longest = Longest(displacements);
+  report.Add("longest_displacement", longest, "longest displacement", fmt::format("{:.4g} pixels", longest));
+  report.Add("noise", command.noise, "noise", fmt::format("{:g} (seed {})", command.noise, command.seed));
+  report.Add("seed", command.seed);
+  for (const StagedFile& file : files) report.AddFile(file.Target());
+  report.Print(command.json);
+}
+
+void AddFrame(CommandLine& line) {
+  const auto command = std::make_shared<FrameCommand>();
+  std::string shapes = "Shapes:";
+  for (const std::string& name : ShapeNames()) shapes += " " + name;
+  line.Add({"frame",
+            "Render one frame",
+            "Draws a spot per sub-aperture, displaced from its reference as a file, modal coefficients or a named\n"
+            "shape say; not at all if none of them is given. A file is FITS, with a table \"slopes\" of columns x and "
+            "y,\n"
+            "or text, with a line \"dx,dy\" for each of the 1089 sub-apertures, in pixels.\n\n" +
+                shapes,
+            {"quen-shs frame sensor --shape defocus:2 --png defocus.png",
+             "quen-shs frame sensor --modes 0=1.5,2=-0.5 --noise 0 --output modal.fits --truth truth.fits"}})
+      .Folder(command->folder)
+      .Text("--displacements", command->displacements, "File with the displacements of all spots")
+      .Checked("--modes", command->modes,
+               "Coefficients in radians, as MODE=VALUE,...; modes are columns of M2S, from 0",
+               [](const std::string& text) { ParseModes(text); })
+      .Checked("--shape", command->shape, "Shape and its longest displacement, as NAME:PIXELS",
+               [](const std::string& text) { ParseShape(text); })
+      .OneAtMost({"--displacements", "--modes", "--shape"})
+      .Noise(command->noise)
+      .Seed(command->seed)
+      .Text("--output", command->output, "FITS file for the frame [DIR/frame.fits]")
+      .Text("--truth", command->truth, "FITS file for the displacements, for 'measure --truth' [none]")
+      .Text("--png", command->png, "PNG file for a picture [none]")
+      .Json(command->json)
+      .Do([command] { RenderFrame(*command); });
+}
+
+}  // namespace quen_shs

@@ -1,0 +1,74 @@
+#include "tools/quen-shs/src/cli/manual.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+
+#include "tools/quen-shs/src/files/staged_file.hpp"
+#include "tools/quen-shs/src/verbs/verbs.hpp"
+
+namespace quen_shs {
+namespace {
+
+struct ManualCommand {
+  std::string verb;    ///< all of the tool if empty
+  std::string output;  ///< folder for all pages; if empty, one page is printed
+};
+
+void Print(const std::string& text) { static_cast<void>(std::fputs(text.c_str(), stdout)); }
+
+void WritePages(const CommandLine& line, const std::string& folder) {
+  std::vector<StagedFile> files;
+  for (const std::string& name : ManualPageNames(line)) {
+    const StagedFile& file = files.emplace_back((std::filesystem::path(folder) / (name + ".1")).string());
+    std::ofstream stream(file.Path());
+    stream << ManualPage(line, name);
+    stream.close();
+    if (!stream) throw std::runtime_error(file.Target() + ": cannot be written");
+  }
+  CheckAndCommit(files);
+}
+
+void PrintPage(const CommandLine& line, const std::string& verb) {
+  const std::vector<std::string> names = ManualPageNames(line);
+  const std::string name = verb.empty() ? names.front() : names.front() + "-" + verb;
+  if (std::ranges::find(names, name) == names.end()) {
+    throw std::runtime_error("there is no manual page for " + verb + "; 'quen-shs --help' lists the verbs");
+  }
+  Print(ManualPage(line, name));
+}
+
+}  // namespace
+
+void AddManual(CommandLine& line) {
+  const auto command = std::make_shared<ManualCommand>();
+  line.Add({"manual",
+            "Print a manual page",
+            "Prints the manual page of a verb, or of the tool, in the words of its help, for man(1).",
+            {"quen-shs manual loop | man -l -", "quen-shs manual --output man1"}})
+      .Text("VERB", command->verb, "Whose page [the tool's]")
+      .Text("--output", command->output, "Folder to write all pages to instead; made if missing")
+      .Do([command, &line] {
+        if (command->output.empty()) {
+          PrintPage(line, command->verb);
+        } else {
+          WritePages(line, command->output);
+        }
+      });
+}
+
+void AddCompletion(CommandLine& line) {
+  line.Add({"completion",
+            "Print completion for bash",
+            "Prints a script that lets bash complete verbs, options and their words. An installed quen-shs has it in\n"
+            "place already.",
+            {". <(quen-shs completion)"}})
+      .Do([&line] { Print(BashCompletion(line)); });
+}
+
+}  // namespace quen_shs
