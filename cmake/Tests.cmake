@@ -103,14 +103,22 @@ if(QUEN_BUILD_TOOLS)
   quen_add_test(
     quen_shs_test
     LABEL tool
-    SOURCES tools/quen-shs/test/calibration_test.cpp
+    SOURCES tools/quen-shs/test/basis_test.cpp
+            tools/quen-shs/test/calibration_test.cpp
+            tools/quen-shs/test/check_test.cpp
             tools/quen-shs/test/command_line_test.cpp
             tools/quen-shs/test/control_loop_test.cpp
             tools/quen-shs/test/disturbance_test.cpp
             tools/quen-shs/test/engines_test.cpp
+            tools/quen-shs/test/files_test.cpp
             tools/quen-shs/test/geometry_test.cpp
+            tools/quen-shs/test/pictures_test.cpp
             tools/quen-shs/test/scoring_test.cpp
+            tools/quen-shs/test/sensor_test.cpp
             tools/quen-shs/test/staged_file_test.cpp
+            tools/quen-shs/test/sweep_test.cpp
+            tools/quen-shs/test/terminal_test.cpp
+            tools/quen-shs/test/verbs_test.cpp
             tools/quen-shs/test/zernike_test.cpp
     LIBRARIES quen_shs_core)
   quen_add_test(

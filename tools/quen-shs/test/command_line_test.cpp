@@ -27,7 +27,9 @@ std::uint32_t BigEndian(const std::vector<char>& bytes, std::size_t offset) {
 }
 
 TEST(CommandLine, HelpExitsWithZero) {
-  for (const char* const arguments : {"--help", "calibrate --help", "loop --help", "score --help"}) {
+  for (const char* const arguments :
+       {"--help", "calibrate --help", "check --help", "frame --help", "measure --help", "view --help", "score --help",
+        "loop --help", "manual --help", "completion --help"}) {
     const Outcome outcome = QuenShs(arguments);
     EXPECT_EQ(outcome.exit_code, 0) << arguments;
     EXPECT_NE(outcome.out.find("Example:"), std::string::npos) << arguments;
@@ -161,17 +163,6 @@ TEST(CommandLine, LoopThatDivergesIsStoppedAndKeepsItsFiles) {
   EXPECT_GT(frames.size(), 5U);
   EXPECT_LT(frames.size(), 100U);
   EXPECT_EQ(quen::testing::EntriesBelow(folder / "loop"), 4U);
-}
-
-TEST(CommandLine, ProgressIsShownOnATerminal) {
-  const TempDir folder;
-  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
-  // script(1) gives the command a terminal.
-  const Outcome outcome = quen::testing::Run("script -qec '" QUEN_SHS " loop --frames 600 " + folder.Path() + "' " +
-                                             (folder / "typescript"));
-  EXPECT_EQ(outcome.exit_code, 0);
-  EXPECT_NE(outcome.out.find(" of 600, "), std::string::npos) << outcome.out;
-  EXPECT_NE(outcome.out.find(" s left"), std::string::npos) << outcome.out;
 }
 
 }  // namespace

@@ -1,0 +1,77 @@
+#include "tools/quen-shs/src/sensor/basis.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "testing/environment.hpp"
+#include "testing/fits_files.hpp"
+#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "tools/quen-shs/src/sensor/zernike.hpp"
+
+namespace {
+
+using quen_shs::Basis;
+using quen_shs::KarhunenLoeveBasis;
+using quen_shs::KolmogorovCovariance;
+using quen_shs::ZernikeBasis;
+
+TEST(ZernikeBasis, IsOneZernikeModePerMode) {
+  const Basis basis = ZernikeBasis();
+  EXPECT_EQ(basis.coefficients, Eigen::MatrixXd::Identity(52, 52));
+  EXPECT_EQ(basis.variances(0), quen_shs::KolmogorovVariance(2));
+  EXPECT_EQ(basis.variances(51), quen_shs::KolmogorovVariance(53));
+}
+
+TEST(KarhunenLoeveBasis, IsOrthonormal) {
+  const Basis basis = KarhunenLoeveBasis();
+  ASSERT_EQ(basis.coefficients.rows(), 230);
+  ASSERT_EQ(basis.coefficients.cols(), 52);
+  const Eigen::MatrixXd products = basis.coefficients.transpose() * basis.coefficients;
+  EXPECT_LT((products - Eigen::MatrixXd::Identity(52, 52)).cwiseAbs().maxCoeff(), 1e-13);
+}
+
+TEST(KarhunenLoeveBasis, HasUncorrelatedModes) {
+  const Basis basis = KarhunenLoeveBasis();
+  const Eigen::MatrixXd covariance = Eigen::MatrixXd::NullaryExpr(230, 230, [](Eigen::Index a, Eigen::Index b) {
+    return KolmogorovCovariance(2 + static_cast<int>(a), 2 + static_cast<int>(b));
+  });
+  const Eigen::MatrixXd modal = basis.coefficients.transpose() * covariance * basis.coefficients;
+  const Eigen::MatrixXd expected = basis.variances.asDiagonal();
+  EXPECT_LT((modal - expected).cwiseAbs().maxCoeff(), 1e-14);
+}
+
+TEST(KarhunenLoeveBasis, BeginsWithTheLargestVariance) {
+  const Basis basis = KarhunenLoeveBasis();
+  for (Eigen::Index mode = 1; mode < 52; ++mode) EXPECT_LE(basis.variances(mode), basis.variances(mode - 1)) << mode;
+  // Nearly all of the first two is tip and tilt, the cosine first, and no mode begins with a minus sign.
+  EXPECT_GT(basis.coefficients(0, 0), 0.99);
+  EXPECT_GT(basis.coefficients(1, 1), 0.99);
+  for (Eigen::Index mode = 0; mode < 52; ++mode) {
+    EXPECT_GT(basis.coefficients.col(mode).maxCoeff(), -basis.coefficients.col(mode).minCoeff()) << mode;
+  }
+}
+
+TEST(KarhunenLoeveBasis, TakesMoreOfTheTurbulenceThanZernikeModes) {
+  const double zernike = ZernikeBasis().variances.sum();
+  const double karhunen_loeve = KarhunenLoeveBasis().variances.sum();
+  EXPECT_GT(karhunen_loeve, zernike);
+  EXPECT_LT(karhunen_loeve, 1.0299);  // all of it, after Noll
+}
+
+TEST(BasisOfCalibration, IsTheOneItWasMadeWith) {
+  const quen::testing::TempDir folder;
+  quen_shs::WriteCalibration(folder / "z", false);
+  quen_shs::WriteCalibration(folder / "k", false, quen_shs::MakeCalibration({}, KarhunenLoeveBasis()));
+  EXPECT_EQ(quen_shs::BasisOfCalibration(folder / "z").variances, ZernikeBasis().variances);
+  EXPECT_EQ(quen_shs::BasisOfCalibration(folder / "k").variances, KarhunenLoeveBasis().variances);
+}
+
+TEST(BasisOfCalibration, IsZernikeWhereItDoesNotSay) {
+  const quen::testing::TempDir folder;
+  std::filesystem::create_directory(folder / "data");
+  quen::testing::WriteImage(folder / "data/M2S.fits", DOUBLE_IMG, {52, 1214}, {});
+  EXPECT_EQ(quen_shs::BasisOfCalibration(folder.Path()).variances, ZernikeBasis().variances);
+}
+
+}  // namespace

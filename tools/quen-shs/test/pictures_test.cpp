@@ -1,0 +1,299 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <sstream>
+
+#include "testing/environment.hpp"
+#include "testing/fits_files.hpp"
+#include "testing/process.hpp"
+#include "tools/quen-shs/src/engines/score_file.hpp"
+#include "tools/quen-shs/src/pictures/errors_picture.hpp"
+#include "tools/quen-shs/src/pictures/field_picture.hpp"
+#include "tools/quen-shs/src/pictures/loop_picture.hpp"
+#include "tools/quen-shs/src/pictures/matrix_picture.hpp"
+#include "tools/quen-shs/src/pictures/stretch.hpp"
+#include "tools/quen-shs/src/pictures/sweep_picture.hpp"
+#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
+#include "tools/quen-shs/src/sensor/shapes.hpp"
+
+// Each picture against one that was looked at. References are in tools/quen-shs/test/pictures, four times reduced along
+// either axis; QUEN_UPDATE_PICTURES=1 writes them anew, to be looked at again.
+
+namespace {
+
+using quen::testing::TempDir;
+using quen_shs::Displacements;
+using quen_shs::FrameRecord;
+using quen_shs::Overlay;
+using quen_shs::Stretch;
+using quen_shs::Surface;
+
+constexpr int kReduction = 4;
+
+/// A picture's shades, 0 to 255: three channels, row by row.
+struct Shades {
+  int width = 0;
+  int height = 0;
+  std::vector<double> values;
+
+  [[nodiscard]] double At(int x, int y, int channel) const {
+    return values[static_cast<std::size_t>(channel + 3 * (x + width * y))];
+  }
+};
+
+Shades Load(const std::string& path) {
+  const Surface surface(cairo_image_surface_create_from_png(path.c_str()), &cairo_surface_destroy);
+  if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) return {};
+  Shades shades = {cairo_image_surface_get_width(surface.get()), cairo_image_surface_get_height(surface.get()), {}};
+  const unsigned char* const data = cairo_image_surface_get_data(surface.get());
+  const int stride = cairo_image_surface_get_stride(surface.get());
+  for (int y = 0; y < shades.height; ++y) {
+    for (int x = 0; x < shades.width; ++x) {
+      for (int channel = 0; channel < 3; ++channel) shades.values.push_back(data[y * stride + 4 * x + channel]);
+    }
+  }
+  return shades;
+}
+
+/// Means over squares.
+Shades Reduced(const Shades& shades) {
+  Shades reduced = {shades.width / kReduction, shades.height / kReduction, {}};
+  for (int y = 0; y < reduced.height; ++y) {
+    for (int x = 0; x < reduced.width; ++x) {
+      for (int channel = 0; channel < 3; ++channel) {
+        double sum = 0.0;
+        for (int b = 0; b < kReduction; ++b) {
+          for (int a = 0; a < kReduction; ++a) sum += shades.At(kReduction * x + a, kReduction * y + b, channel);
+        }
+        reduced.values.push_back(sum / (kReduction * kReduction));
+      }
+    }
+  }
+  return reduced;
+}
+
+void Save(const Shades& shades, const std::string& path) {
+  const Surface surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, shades.width, shades.height),
+                        &cairo_surface_destroy);
+  cairo_surface_flush(surface.get());
+  unsigned char* const data = cairo_image_surface_get_data(surface.get());
+  const int stride = cairo_image_surface_get_stride(surface.get());
+  for (int y = 0; y < shades.height; ++y) {
+    for (int x = 0; x < shades.width; ++x) {
+      for (int channel = 0; channel < 3; ++channel) {
+        data[y * stride + 4 * x + channel] = static_cast<unsigned char>(std::lround(shades.At(x, y, channel)));
+      }
+    }
+  }
+  cairo_surface_mark_dirty(surface.get());
+  cairo_surface_write_to_png(surface.get(), path.c_str());
+}
+
+/// How far a picture is from another: shares of the squares that differ by more than a little.
+double Difference(const Shades& a, const Shades& b) {
+  constexpr double kLittle = 24.0;  // of 255: text a fraction of a pixel off makes less, a stroke elsewhere makes more
+  if (a.width != b.width || a.height != b.height) return 1.0;
+  double differing = 0.0;
+  for (std::size_t k = 0; k < a.values.size(); ++k) {
+    if (std::abs(a.values[k] - b.values[k]) > kLittle) differing += 1.0;
+  }
+  return differing / static_cast<double>(a.values.size());
+}
+
+/// One square in a thousand may differ: two letters of a title, or a tenth of a curve.
+constexpr double kTolerance = 1e-3;
+
+void ExpectLooksLike(const std::string& name, const std::function<void(const std::string&)>& draw) {
+  const TempDir folder;
+  draw(folder / "picture.png");
+  const Shades drawn = Reduced(Load(folder / "picture.png"));
+  const std::string reference = QUEN_SOURCE_DIR "/tools/quen-shs/test/pictures/" + name + ".png";
+  if (std::getenv("QUEN_UPDATE_PICTURES") != nullptr) {
+    std::filesystem::create_directories(std::filesystem::path(reference).parent_path());
+    Save(drawn, reference);
+  }
+  ASSERT_GT(drawn.width, 100) << name;
+  EXPECT_LT(Difference(drawn, Load(reference)), kTolerance) << name;
+}
+
+// --- What is drawn
+
+class Pictures : public ::testing::Test {
+ protected:
+  Pictures() { quen_shs::WriteCalibration(folder_.Path(), false); }
+
+  [[nodiscard]] quen::shssim::ShsSimulator Load() const { return quen_shs::LoadSimulator(folder_.Path()); }
+
+  /// Coma on the synthetic sensor: no symmetry by which x and y, or signs, could be mistaken.
+  [[nodiscard]] Overlay Coma(const quen::shssim::ShsSimulator& simulator) const {
+    Displacements displacements = quen_shs::Shape({"horizontal-coma", 2.0}, simulator);
+    const Displacements tilt = quen_shs::Shape({"tilt", 0.6}, simulator);
+    for (std::size_t i = 0; i < 1089; ++i) displacements.y[i] += tilt.y[i];
+    return {simulator.Rois(), simulator.RoisUsed(), displacements};
+  }
+
+  TempDir folder_;
+};
+
+std::vector<FrameRecord> Records() {
+  std::vector<FrameRecord> records;
+  for (int frame = 0; frame < 80; ++frame) {
+    Eigen::VectorXd disturbance(52);
+    for (Eigen::Index mode = 0; mode < 52; ++mode) {
+      const double m = static_cast<double>(mode);
+      disturbance(mode) = (3.0 + std::sin(0.1 * frame + m)) / (1.0 + m);
+    }
+    const Eigen::VectorXd correction = disturbance * (1.0 - std::exp(-0.1 * frame));
+    records.push_back({disturbance, correction, disturbance - correction});
+  }
+  return records;
+}
+
+TEST_F(Pictures, Frame) {
+  auto simulator = Load();
+  const Overlay overlay = Coma(simulator);
+  simulator.ComputeFrame(overlay.displacements->x, overlay.displacements->y, 0.0, std::nullopt);
+  const quen_shs::Frame frame = {840, 816, simulator.Frame()};
+  ExpectLooksLike(
+      "frame", [&](const std::string& path) { DrawFrame(path, frame, quen_shs::SpotStretch(), overlay, "A frame"); });
+  ExpectLooksLike("frame_alone", [&](const std::string& path) {
+    DrawFrame(path, frame, quen_shs::LogarithmicStretch(frame.pixels), std::nullopt, "A frame");
+  });
+}
+
+TEST_F(Pictures, Field) {
+  const auto simulator = Load();
+  std::vector<double> flux(1089);
+  for (std::size_t i = 0; i < flux.size(); ++i) flux[i] = 1000.0 + static_cast<double>(i);
+  flux[500] = std::numeric_limits<double>::quiet_NaN();
+  ExpectLooksLike("field", [&](const std::string& path) { DrawField(path, Coma(simulator), flux); });
+  ExpectLooksLike("field_without_light", [&](const std::string& path) { DrawField(path, Coma(simulator), {}); });
+}
+
+TEST_F(Pictures, Regions) {
+  const auto simulator = Load();
+  const Overlay overlay = {simulator.Rois(), simulator.RoisUsed(), std::nullopt};
+  ExpectLooksLike("regions", [&](const std::string& path) { DrawRegions(path, overlay); });
+}
+
+TEST_F(Pictures, Loop) {
+  auto simulator = Load();
+  const Displacements shape = quen_shs::Shape({"defocus", 1.0}, simulator);
+  simulator.ComputeFrame(shape.x, shape.y, 0.0, std::nullopt);
+  simulator.ComputeSlopes(*quen_shs::MakeEngine("weighted"), 12.0, std::nullopt);
+  ExpectLooksLike("loop", [&](const std::string& path) { DrawLoop(path, simulator, Records()); });
+}
+
+TEST(Picture, Telemetry) {
+  ExpectLooksLike("telemetry", [](const std::string& path) { quen_shs::DrawTelemetry(path, Records()); });
+}
+
+TEST(Picture, TelemetryOfALoopThatIsLost) {
+  const TempDir folder;
+  std::vector<FrameRecord> records = Records();
+  records.back().residual(0) = std::numeric_limits<double>::infinity();
+  quen_shs::DrawTelemetry(folder / "t.png", records);
+  EXPECT_TRUE(std::filesystem::exists(folder / "t.png"));
+}
+
+TEST(Picture, Matrix) {
+  quen_shs::Matrix matrix(20, 60);
+  for (Eigen::Index row = 0; row < 20; ++row) {
+    for (Eigen::Index column = 0; column < 60; ++column) {
+      matrix(row, column) = static_cast<double>(column - 20) * static_cast<double>(row);
+    }
+  }
+  matrix(3, 4) = std::numeric_limits<double>::quiet_NaN();
+  ExpectLooksLike("matrix", [&](const std::string& path) { quen_shs::DrawMatrix(path, matrix, "A matrix"); });
+  ExpectLooksLike("matrix_upright",
+                  [&](const std::string& path) { quen_shs::DrawMatrix(path, matrix.transpose(), "A matrix"); });
+}
+
+TEST(Picture, Sweep) {
+  const std::vector<quen_shs::SweepPoint> points = {{0.2, 3.0, 5.0, 100},
+                                                    {0.4, 1.0, 5.0, 100},
+                                                    {0.6, 1.5, 5.0, 100},
+                                                    {0.8, std::numeric_limits<double>::infinity(), 4.0, 30}};
+  ExpectLooksLike("sweep", [&](const std::string& path) { DrawSweep(path, points); });
+}
+
+TEST(Picture, Errors) {
+  quen_shs::ErrorCurves curves = {2.0, {1.0, 10.0, 100.0}, {}};
+  for (const double noise : curves.noises) {
+    quen_shs::NamedScore one = {"one", {}};
+    quen_shs::NamedScore other = {"other", {}};
+    one.score.x.rms = one.score.y.rms = 2e-4 * noise;
+    other.score.x.rms = other.score.y.rms = 3e-3 * std::sqrt(noise);
+    curves.scores.push_back({one, other});
+  }
+  ExpectLooksLike("errors", [&](const std::string& path) { DrawErrors(path, curves); });
+}
+
+TEST(Picture, ComparisonNoticesWhatChanged) {
+  Shades white = {100, 100, std::vector<double>(30000, 255.0)};
+  Shades line = white;
+  for (std::size_t k = 0; k < 3U * 40U; ++k) line.values[k] = 0.0;
+  EXPECT_EQ(Difference(white, white), 0.0);
+  EXPECT_GT(Difference(white, line), kTolerance);
+  EXPECT_EQ(Difference(white, {}), 1.0);
+}
+
+// --- Shades of grey
+
+/// Limits of astropy's zscale of the pixels as signed numbers.
+std::vector<double> LimitsByAstropy(const std::vector<std::uint16_t>& pixels) {
+  std::string list;
+  for (const std::uint16_t pixel : pixels) list += std::to_string(static_cast<std::int16_t>(pixel)) + "\n";
+  const TempDir folder;
+  quen::testing::WriteText(folder / "pixels", list);
+  const quen::testing::Outcome outcome =
+      quen::testing::Run(QUEN_PYTHON
+                         " -c 'import numpy; from astropy.visualization import ZScaleInterval; "
+                         "print(*ZScaleInterval().get_limits(numpy.loadtxt(\"" +
+                         (folder / "pixels") + "\")))'");
+  std::istringstream stream(outcome.out);
+  std::vector<double> limits(2);
+  stream >> limits[0] >> limits[1];
+  return limits;
+}
+
+TEST_F(Pictures, ZScaleIsThatOfAstropy) {
+  auto simulator = Load();
+  const std::vector<double> zeros(1089, 0.0);
+  for (const double noise : {10.0, 1000.0}) {
+    simulator.ComputeFrame(zeros, zeros, noise, std::nullopt);
+    const Stretch stretch = quen_shs::ZScaleStretch(simulator.Frame());
+    const std::vector<double> limits = LimitsByAstropy(simulator.Frame());
+    EXPECT_NEAR(stretch.black, limits[0], 1e-6 * std::abs(limits[1] - limits[0])) << noise;
+    EXPECT_NEAR(stretch.white, limits[1], 1e-6 * std::abs(limits[1] - limits[0])) << noise;
+  }
+}
+
+TEST(Stretch, ZScaleOfFewOrEqualPixelsIsTheirRange) {
+  const Stretch few = quen_shs::ZScaleStretch({3, 1, 65535});
+  EXPECT_EQ(few.black, -1.0);
+  EXPECT_EQ(few.white, 3.0);
+  const Stretch even = quen_shs::ZScaleStretch(std::vector<std::uint16_t>(100, 7));
+  EXPECT_EQ(even.Shade(7.0), 0.0);
+  EXPECT_EQ(even.Shade(8.0), 1.0);
+}
+
+TEST(Stretch, GoesFromBlackToWhite) {
+  const std::vector<std::uint16_t> pixels = {0, 65535, 1000, 100};
+  for (const std::string& word : quen_shs::StretchWords()) {
+    const Stretch stretch = quen_shs::StretchByWord(word, pixels);
+    EXPECT_EQ(stretch.Shade(-5000.0), 0.0) << word;
+    EXPECT_EQ(stretch.Shade(5000.0), 1.0) << word;
+  }
+  EXPECT_EQ(quen_shs::StretchByWord("linear", pixels).Shade(250.0), 0.25);
+  EXPECT_EQ(quen_shs::StretchByWord("sqrt", pixels).Shade(250.0), 0.5);
+  EXPECT_NEAR(quen_shs::StretchByWord("log", pixels).Shade(250.0), std::log(251.0) / std::log(1001.0), 1e-12);
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+#include "tools/quen-shs/src/loop/sweep.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "testing/environment.hpp"
+#include "testing/exceptions.hpp"
+#include "testing/second_reader.hpp"
+#include "tools/quen-shs/src/sensor/basis.hpp"
+#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
+
+namespace {
+
+using quen::testing::ExpectThrows;
+using quen::testing::TempDir;
+using quen_shs::ParseSweep;
+using quen_shs::SweepPoint;
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+TEST(Sweep, GainsIncludeTheLast) {
+  const std::vector<double> gains = ParseSweep("gain=0.1:0.9:0.1");
+  ASSERT_EQ(gains.size(), 9U);
+  EXPECT_EQ(gains.front(), 0.1);
+  EXPECT_NEAR(gains.back(), 0.9, 1e-15);
+  EXPECT_EQ(ParseSweep("gain=0.5:0.5:1"), std::vector<double>{0.5});
+  EXPECT_EQ(ParseSweep("gain=0:1:0.4").size(), 3U);
+}
+
+TEST(Sweep, SaysWhatIsWrong) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"0.1:0.9:0.1", ""},
+      {"delay=1:2:1", ""},
+      {"gain=0.1:0.9", ""},
+      {"gain=0.1", ""},
+      {"gain=a:0.9:0.1", ", three numbers"},
+      {"gain=0.1:0.9:0.1:3", ", three numbers"},
+      {"gain=0.9:0.1:0.1", " with 0 <= FIRST <= LAST <= 2"},
+      {"gain=-1:1:0.1", " with 0 <= FIRST <= LAST <= 2"},
+      {"gain=0:3:0.1", " with 0 <= FIRST <= LAST <= 2"},
+      {"gain=0:1:0", " with a STEP above 0 and 1000 gains at most"},
+      {"gain=0:1:-0.1", " with a STEP above 0 and 1000 gains at most"},
+      {"gain=0:1:0.0001", " with a STEP above 0 and 1000 gains at most"}};
+  for (const auto& [text, reason] : cases) {
+    ExpectThrows<std::invalid_argument>("expected gain=FIRST:LAST:STEP" + reason + ", found " + text,
+                                        [&] { ParseSweep(text); });
+  }
+}
+
+TEST(Sweep, BestIsTheLeastResidualOfThoseThatDidNotDiverge) {
+  EXPECT_EQ(quen_shs::Best({{0.1, 3.0, 5.0, 10}, {0.2, 2.0, 5.0, 10}, {0.3, kInfinity, 5.0, 4}})->gain, 0.2);
+  EXPECT_FALSE(quen_shs::Best({{0.3, kInfinity, 5.0, 4}}));
+}
+
+TEST(Sweep, IsOneLoopPerGainAndIsReadBack) {
+  const TempDir folder;
+  quen_shs::WriteCalibration(folder.Path(), false);
+  auto simulator = quen_shs::LoadSimulator(folder.Path());
+  const quen_shs::Series disturbance = quen_shs::TurbulentSeries(40, quen_shs::ZernikeBasis().variances, 20.0, 1);
+  const quen_shs::LoopOptions options = {.delay = 2};
+  int frames = 0;
+  const auto points = RunSweep(simulator, disturbance, options, {0.0, 0.4, 2.0}, [&] { ++frames; });
+  ASSERT_EQ(points.size(), 3U);
+  EXPECT_EQ(points[0].residual, points[0].disturbance);
+  EXPECT_LT(points[1].residual, 0.5 * points[1].disturbance);
+  EXPECT_TRUE(points[2].HasDiverged());
+  EXPECT_LT(points[2].frames, 40U);
+  EXPECT_EQ(static_cast<std::size_t>(frames), 80 + points[2].frames);
+  const auto alone = quen_shs::RunLoop(simulator, disturbance, {.gain = 0.4, .delay = 2}, std::nullopt, [] {});
+  EXPECT_EQ(points[1].residual, Rms(alone.records, &quen_shs::FrameRecord::residual, 20, 40));
+
+  const std::string path = folder / "sweep.fits";
+  WriteSweep(path, options, "D/r0 20", points);
+  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
+  EXPECT_EQ(quen::testing::DescribedByAstropy(path),
+            "0 image '' 8\n1 table 'sweep' 3 gain:D residual_rms:D disturbance_rms:D frames:D\n");
+  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "sweep", "gain"), (std::vector<double>{0.0, 0.4, 2.0}));
+  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "sweep", "residual_rms")[2], kInfinity);
+  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "DELAY"), "2");
+  const auto read = quen_shs::ReadSweep(path);
+  ASSERT_EQ(read.size(), 3U);
+  EXPECT_EQ(read[1].residual, points[1].residual);
+  EXPECT_EQ(read[2].frames, points[2].frames);
+  EXPECT_TRUE(read[2].HasDiverged());
+}
+
+}  // namespace

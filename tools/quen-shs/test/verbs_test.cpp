@@ -1,0 +1,341 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "testing/environment.hpp"
+#include "testing/fits_files.hpp"
+#include "testing/process.hpp"
+#include "testing/second_reader.hpp"
+#include "tools/quen-shs/src/sensor/calibration.hpp"
+
+// The verbs as a person or a script uses them, on a synthetic calibration. What they are made of has tests of its own.
+
+namespace {
+
+using quen::testing::BytesWithoutChecksums;
+using quen::testing::ColumnReadByAstropy;
+using quen::testing::ComplaintsOfFitsverify;
+using quen::testing::ImageReadByAstropy;
+using quen::testing::Outcome;
+using quen::testing::TempDir;
+
+Outcome QuenShs(const std::string& arguments) { return quen::testing::Run(QUEN_SHS " " + arguments); }
+
+class Verbs : public ::testing::Test {
+ protected:
+  Verbs() { quen_shs::WriteCalibration(folder_.Path(), false); }
+
+  [[nodiscard]] std::string File(const std::string& name) const { return folder_ / name; }
+
+  /// Runs "quen-shs VERB DIR ARGUMENTS", which must succeed.
+  Outcome Do(const std::string& verb, const std::string& arguments) {
+    const Outcome outcome = QuenShs(verb + " " + folder_.Path() + " " + arguments);
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    EXPECT_EQ(outcome.err, "");
+    return outcome;
+  }
+
+  /// That a command fails with this sentence.
+  static void Fails(const std::string& command, int exit_code, const std::string& sentence) {
+    const Outcome outcome = QuenShs(command);
+    EXPECT_EQ(outcome.exit_code, exit_code) << command;
+    EXPECT_EQ(outcome.err, sentence + "\n") << command;
+    EXPECT_EQ(outcome.out, "") << command;
+  }
+
+  /// An element of the JSON that a command prints, as Python shows it.
+  std::string Json(const std::string& verb, const std::string& arguments, const std::string& element) {
+    const Outcome outcome = quen::testing::Run(
+        QUEN_SHS " " + verb + " " + folder_.Path() + " --json " + arguments +
+        " | " QUEN_PYTHON " -c 'import json, sys; d = json.load(sys.stdin); print(" + element + ")'");
+    EXPECT_EQ(outcome.err, "");
+    return outcome.out;
+  }
+
+  TempDir folder_;
+};
+
+constexpr const char* kHint = "\nRun with --help for more information.";
+
+// --- calibrate
+
+TEST_F(Verbs, CalibrateTakesGeometryAndBasis) {
+  const Outcome outcome = QuenShs(
+      "calibrate --pitch 23 --size 21 --offset-x 4 --offset-y -6 --obscuration 0.2 --spider-angle 45 "
+      "--spider-width 0.02 --basis karhunen-loeve " +
+      File("other"));
+  ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+  const auto x_low = ColumnReadByAstropy(File("other/data/shs_rois.fits"), "rois", "x_low");
+  const auto y_low = ColumnReadByAstropy(File("other/data/shs_rois.fits"), "rois", "y_low");
+  // 32 · 23 + 21 = 757 of 840 columns and 816 rows: 41 and 29 before the grid, and the offset.
+  EXPECT_EQ(x_low[0], 45.0);
+  EXPECT_EQ(y_low[0], 23.0);
+  EXPECT_EQ(x_low[1], 68.0);
+  EXPECT_EQ(quen::testing::KeywordReadByAstropy(File("other/data/CM.fits"), 0, "BASIS"), "Karhunen-Loeve (Kolmogorov)");
+  EXPECT_EQ(QuenShs("check " + File("other")).exit_code, 0);
+}
+
+TEST_F(Verbs, CalibrateMeasures) {
+  const Outcome outcome =
+      QuenShs("calibrate --measured --engine weighted --push 0.5 --noise 20 --seed 3 " + File("other"));
+  ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+  EXPECT_EQ(quen::testing::KeywordReadByAstropy(File("other/data/M2S.fits"), 0, "ORIGIN"),
+            "measured: weighted, 0.5 pixels, noise 20, seed 3");
+  EXPECT_NE(BytesWithoutChecksums(File("other/data/M2S.fits")), BytesWithoutChecksums(File("data/M2S.fits")));
+  EXPECT_EQ(QuenShs("check " + File("other")).exit_code, 0);
+  EXPECT_EQ(QuenShs("loop --frames 30 " + File("other")).exit_code, 0);
+}
+
+TEST_F(Verbs, CalibrateSaysWhatIsWrong) {
+  Fails("calibrate x --basis fourier", 2,
+        "--basis: expected one of zernike, karhunen-loeve, found fourier" + std::string(kHint));
+  Fails(
+      "calibrate " + File("new") + " --pitch 26", 1,
+      "quen-shs: the grid does not fit on the frame: its columns go from -8 to 847, the frame's from 0 to 839; change "
+      "the pitch, the size or the offset");
+  Fails("calibrate " + File("new") + " --obscuration 0.9", 1,
+        "quen-shs: only 216 sub-apertures are lit, and 607 must be; choose a smaller obscuration or spider");
+  EXPECT_FALSE(std::filesystem::exists(File("new")));
+  const auto before = quen::testing::Bytes(File("data/CM.fits"));
+  EXPECT_EQ(QuenShs("calibrate --measured " + folder_.Path()).exit_code, 1);
+  EXPECT_EQ(quen::testing::Bytes(File("data/CM.fits")), before);
+}
+
+// --- frame
+
+TEST_F(Verbs, FrameIsTheSimulatorsAndRepeatable) {
+  Do("frame", "--shape tip:1.25 --noise 0");
+  EXPECT_EQ(ComplaintsOfFitsverify(File("frame.fits")), "");
+  EXPECT_EQ(quen::testing::DescribedByAstropy(File("frame.fits")), "0 image '' 16 840x816\n");
+  // Sub-aperture 8 + 33 · 16 is used: its spot is 1.25 columns to the right of (227.5, 407.5).
+  const double expected = 4096.0 * std::exp(-(0.75 * 0.75 + 0.5 * 0.5) / 8.0);
+  const Outcome pixels = quen::testing::Run(QUEN_PYTHON " -c 'from astropy.io import fits; d = fits.getdata(\"" +
+                                            File("frame.fits") + "\"); print(d[407, 228], d[407, 227] < d[407, 229])'");
+  EXPECT_EQ(pixels.out, std::to_string(static_cast<int>(expected)) + " True\n") << pixels.err;
+
+  for (const char* const run : {"a.fits --seed 4", "b.fits --seed 4", "c.fits --seed 5"}) {
+    Do("frame", "--noise 50 --output " + folder_.Path() + "/" + run);
+  }
+  EXPECT_EQ(BytesWithoutChecksums(File("a.fits")), BytesWithoutChecksums(File("b.fits")));
+  EXPECT_NE(BytesWithoutChecksums(File("a.fits")), BytesWithoutChecksums(File("c.fits")));
+}
+
+TEST_F(Verbs, FrameTakesModesThroughTheMatrix) {
+  Do("frame", "--modes 0=2,4=-1 --noise 0 --truth " + File("truth.fits"));
+  const std::vector<double> m2s = ImageReadByAstropy(File("data/M2S.fits"));
+  const std::vector<double> used = ColumnReadByAstropy(File("data/shs_rois.fits"), "rois_used", "is_used");
+  const std::vector<double> x = ColumnReadByAstropy(File("truth.fits"), "slopes", "x");
+  const std::vector<double> y = ColumnReadByAstropy(File("truth.fits"), "slopes", "y");
+  std::size_t k = 0;
+  for (std::size_t i = 0; i < 1089; ++i) {
+    if (used[i] == 0.0) {
+      ASSERT_EQ(x[i], 0.0);
+      continue;
+    }
+    ASSERT_NEAR(y[i], 2.0 * m2s[0 + 52 * k] - m2s[4 + 52 * k], 1e-12);
+    ASSERT_NEAR(x[i], 2.0 * m2s[0 + 52 * (607 + k)] - m2s[4 + 52 * (607 + k)], 1e-12);
+    ++k;
+  }
+}
+
+TEST_F(Verbs, FrameTakesDisplacementsFromAFile) {
+  Do("frame", "--shape horizontal-coma:2 --truth " + File("truth.fits"));
+  Do("frame", "--displacements " + File("truth.fits") + " --output " + File("again.fits"));
+  EXPECT_EQ(BytesWithoutChecksums(File("again.fits")), BytesWithoutChecksums(File("frame.fits")));
+  std::string lines;
+  for (const double x : ColumnReadByAstropy(File("truth.fits"), "slopes", "x")) lines += std::to_string(x) + ",0\n";
+  quen::testing::WriteText(File("d.csv"), lines);
+  Do("frame", "--displacements " + File("d.csv"));
+}
+
+TEST_F(Verbs, FrameDrawsAndTellsItsFiles) {
+  const Outcome outcome = Do("frame", "--shape defocus:2 --png " + File("new/frame.png"));
+  EXPECT_EQ(outcome.out, "longest displacement    2 pixels\nnoise                   10 (seed 1)\nwrote " +
+                             File("frame.fits") + "\nwrote " + File("new/frame.png") + "\n");
+  EXPECT_TRUE(std::filesystem::exists(File("new/frame.png")));
+  EXPECT_EQ(Json("frame", "--seed 7", "d[\"seed\"], d[\"noise\"], d[\"longest_displacement\"], len(d[\"files\"])"),
+            "7 10.0 0.0 1\n");
+}
+
+TEST_F(Verbs, FrameSaysWhatIsWrong) {
+  Fails("frame x --shape dent:1", 2,
+        "--shape: expected one of flat, tip, tilt, defocus, oblique-astigmatism, astigmatism, vertical-coma, "
+        "horizontal-coma, vertical-trefoil, oblique-trefoil, spherical, found dent" +
+            std::string(kHint));
+  Fails("frame x --modes 60=1", 2, "--modes: expected a mode from 0 to 51, found 60" + std::string(kHint));
+  Fails("frame x --modes 1=1 --shape tip:1", 2, "--modes excludes --shape" + std::string(kHint));
+  Fails("frame " + folder_.Path() + " --displacements " + File("none"), 1,
+        "quen-shs: " + File("none") + ": cannot be read");
+  EXPECT_FALSE(std::filesystem::exists(File("frame.fits")));
+  std::filesystem::create_directories(File("blocked/in_the_way"));
+  EXPECT_EQ(QuenShs("frame " + folder_.Path() + " --output " + File("blocked")).exit_code, 1);
+  EXPECT_EQ(quen::testing::EntriesBelow(File("blocked")), 1U);
+}
+
+// --- measure
+
+TEST_F(Verbs, MeasureComparesWithTheTruth) {
+  Do("frame", "--shape horizontal-coma:2 --noise 0 --truth " + File("truth.fits"));
+  const Outcome outcome = Do("measure", File("frame.fits") + " --engine gaussian-fit --truth " + File("truth.fits"));
+  EXPECT_NE(outcome.out.find("engine                  gaussian-fit\n"), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find("at the limit            0 of 607 spots (12 pixels)\nerror x  "), std::string::npos);
+  EXPECT_NE(outcome.out.find("\nwrote " + File("slopes.fits") + "\n"), std::string::npos);
+  EXPECT_EQ(ComplaintsOfFitsverify(File("slopes.fits")), "");
+  const auto x = ColumnReadByAstropy(File("slopes.fits"), "slopes", "x");
+  const auto truth = ColumnReadByAstropy(File("truth.fits"), "slopes", "x");
+  const auto used = ColumnReadByAstropy(File("data/shs_rois.fits"), "rois_used", "is_used");
+  for (std::size_t i = 0; i < 1089; ++i) ASSERT_NEAR(x[i], used[i] == 0.0 ? 0.0 : truth[i], 1e-3);
+  EXPECT_EQ(Json("measure", File("frame.fits") + " --engine gaussian-fit --truth " + File("truth.fits"),
+                 "d[\"error_x\"][\"rms\"] < 1e-4, d[\"error_y\"][\"worst\"] < 1e-3, d[\"at_limit\"], d[\"engine\"]"),
+            "True True 0 gaussian-fit\n");
+}
+
+TEST_F(Verbs, MeasureTakesAnInstrumentsUnsignedFrame) {
+  Do("frame", "--shape tip:1 --noise 0");
+  // As a camera's software writes it: unsigned by BZERO, with a background of 100.
+  const Outcome made = quen::testing::Run(
+      QUEN_PYTHON " -c 'from astropy.io import fits; import numpy; d = fits.getdata(\"" + File("frame.fits") +
+      "\"); fits.writeto(\"" + File("camera.fits") + "\", (d + 100).astype(numpy.uint16))'");
+  ASSERT_EQ(made.exit_code, 0) << made.err;
+  EXPECT_EQ(quen::testing::KeywordReadByAstropy(File("camera.fits"), 0, "BZERO"), "32768");
+  Do("measure", File("frame.fits") + " --output " + File("a.fits"));
+  Do("measure", File("camera.fits") + " --engine centre-of-gravity:background=100 --output " + File("b.fits"));
+  const auto a = ColumnReadByAstropy(File("a.fits"), "slopes", "x");
+  const auto b = ColumnReadByAstropy(File("b.fits"), "slopes", "x");
+  for (std::size_t i = 0; i < 1089; ++i) ASSERT_NEAR(a[i], b[i], 1e-9);
+}
+
+TEST_F(Verbs, MeasureCutsAtItsLimitAndCountsIt) {
+  Do("frame", "--shape tip:2 --noise 0");
+  EXPECT_EQ(Json("measure", File("frame.fits") + " --limit 0.5", "d[\"at_limit\"], d[\"x\"][\"largest\"]"),
+            "607 0.5\n");
+}
+
+TEST_F(Verbs, MeasureSaysWhatIsWrong) {
+  quen::testing::WriteImage(File("small.fits"), SHORT_IMG, {10, 20}, {});
+  Fails("measure " + folder_.Path() + " " + File("small.fits"), 1,
+        "quen-shs: " + File("small.fits") + ": expected a frame of 840 x 816 pixels (columns x rows), found 10 x 20");
+  Fails("measure " + folder_.Path(), 2, "FRAME is required" + std::string(kHint));
+  EXPECT_FALSE(std::filesystem::exists(File("slopes.fits")));
+  const Outcome missing = QuenShs("measure " + folder_.Path() + " " + File("none.fits"));
+  EXPECT_EQ(missing.exit_code, 1);
+  EXPECT_NE(missing.err.find(File("none.fits")), std::string::npos) << missing.err;
+  EXPECT_EQ(std::count(missing.err.begin(), missing.err.end(), '\n'), 1) << missing.err;
+}
+
+// --- view
+
+TEST_F(Verbs, ViewKnowsEveryFileOfOurs) {
+  Do("frame", "--shape tip:1");
+  Do("measure", File("frame.fits"));
+  Do("loop", "--frames 10");
+  Do("loop", "--frames 10 --sweep gain=0.2:0.6:0.2");
+  Do("score", "--frames 1 --engine weighted --fits " + File("scores.fits"));
+  const std::vector<std::pair<std::string, std::string>> files = {
+      {"frame.fits", "frame"},       {"slopes.fits", "slopes"},         {"data/M2S.fits", "matrix"},
+      {"data/CM.fits", "matrix"},    {"data/shs_rois.fits", "regions"}, {"loop/telemetry.fits", "telemetry"},
+      {"loop/sweep.fits", "sweep"},  {"scores.fits", "scores"},         {"loop/frame.fits", "frame"},
+      {"loop/slopes.fits", "slopes"}};
+  for (const auto& [name, kind] : files) {
+    const Outcome outcome = QuenShs("view --json " + File(name) + " --output " + File("picture.png"));
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    EXPECT_NE(outcome.out.find("\"kind\": \"" + kind + "\""), std::string::npos) << name << outcome.out;
+    EXPECT_TRUE(std::filesystem::remove(File("picture.png"))) << name;
+  }
+}
+
+TEST_F(Verbs, ViewDrawsOutlinesAndArrowsOnAFrame) {
+  Do("frame", "--shape tip:1");
+  Do("measure", File("frame.fits"));
+  const auto picture = [&](const std::string& options) {
+    EXPECT_EQ(QuenShs("view " + File("frame.fits") + " " + options).out, "wrote " + File("frame.png") + "\n");
+    return quen::testing::Bytes(File("frame.png"));
+  };
+  const auto bare = picture("");
+  const auto outlines = picture("--calibration " + folder_.Path());
+  const auto arrows = picture("--slopes " + File("slopes.fits"));
+  const auto zscale = picture("--stretch zscale");
+  EXPECT_NE(bare, outlines);
+  EXPECT_NE(outlines, arrows);
+  EXPECT_NE(bare, zscale);
+}
+
+TEST_F(Verbs, ViewSaysWhatIsWrong) {
+  quen::testing::WriteText(File("text"), "no FITS");
+  Fails("view " + File("text"), 1, "quen-shs: " + File("text") + ": expected a FITS file, found something else");
+  Fails("view " + File("none.fits"), 1, "quen-shs: " + File("none.fits") + ": cannot be read");
+  quen::testing::WriteImage(File("cube.fits"), SHORT_IMG, {4, 3, 2}, {});
+  Fails("view " + File("cube.fits"), 1,
+        "quen-shs: " + File("cube.fits") +
+            ": expected a frame (16 bits), a matrix (doubles), or a table \"slopes\", \"rois\", \"telemetry\", "
+            "\"sweep\" or "
+            "\"scores\"; found an image of 3 axes with BITPIX 16");
+  Fails("view " + File("data/M2S.fits") + " --stretch cube", 2,
+        "--stretch: expected one of log, zscale, sqrt, linear, found cube" + std::string(kHint));
+}
+
+// --- score
+
+TEST_F(Verbs, ScoreWritesItsTable) {
+  Do("score", "--frames 1 --engine weighted --engine windowed:half-width=4 --fits " + File("scores.fits"));
+  EXPECT_EQ(ComplaintsOfFitsverify(File("scores.fits")), "");
+  const auto noises = ColumnReadByAstropy(File("scores.fits"), "scores", "noise");
+  EXPECT_EQ(noises.size(), 20U);
+  EXPECT_EQ(noises.front(), 1.0);
+  EXPECT_EQ(noises.back(), 1000.0);
+  const auto rms = ColumnReadByAstropy(File("scores.fits"), "scores", "rms_x");
+  EXPECT_LT(rms[0], rms[18]);
+  const Outcome names =
+      quen::testing::Run(QUEN_PYTHON " -c 'from astropy.io import fits; t = fits.getdata(\"" + File("scores.fits") +
+                         "\", \"scores\"); print(t[\"engine\"][0], t[\"engine\"][1])'");
+  EXPECT_EQ(names.out, "weighted windowed:half-width=4\n");
+}
+
+TEST_F(Verbs, ScoreGivesItsTableAsJson) {
+  EXPECT_EQ(Json("score", "--frames 1 --engine weighted --noise 0 --range 0",
+                 "d[\"scores\"][0][\"engine\"], d[\"scores\"][0][\"x\"][\"gain\"], d[\"scores\"][0][\"failed\"], "
+                 "d[\"least_rms\"] > 0"),
+            "weighted None 0.0 True\n");  // a gain that is not a number is null
+}
+
+// --- loop
+
+TEST_F(Verbs, LoopTakesADisturbanceFromAFile) {
+  Do("loop", "--frames 30 --seed 3");
+  const auto disturbance = ColumnReadByAstropy(File("loop/telemetry.fits"), "telemetry", "disturbance");
+  Do("loop", "--frames 20 --disturbance " + File("loop/telemetry.fits") + " --output " + File("replay"));
+  const auto again = ColumnReadByAstropy(File("replay/telemetry.fits"), "telemetry", "disturbance");
+  ASSERT_EQ(again.size(), 20U * 52U);
+  EXPECT_TRUE(std::equal(again.begin(), again.end(), disturbance.begin()));
+  EXPECT_EQ(quen::testing::KeywordReadByAstropy(File("replay/telemetry.fits"), 1, "DISTURB"),
+            File("loop/telemetry.fits"));
+  Fails("loop " + folder_.Path() + " --disturbance " + File("loop/telemetry.fits"), 1,
+        "quen-shs: " + File("loop/telemetry.fits") +
+            ": expected a disturbance of 1000 frames at least, found 30; give --frames 30");
+}
+
+TEST_F(Verbs, LoopSweepsItsGain) {
+  const Outcome outcome = Do("loop", "--frames 30 --delay 2 --sweep gain=0.2:2:0.6 --output " + File("s"));
+  EXPECT_EQ(outcome.out.find("    gain   residual, rad RMS\n     0.2   "), 0U) << outcome.out;
+  EXPECT_NE(outcome.out.find("\n       2   diverged in frame "), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find("\nbest gain               0.2 (residual "), std::string::npos) << outcome.out;
+  EXPECT_EQ(quen::testing::EntriesBelow(File("s")), 2U);
+  EXPECT_EQ(Json("loop", "--frames 30 --delay 2 --sweep gain=0.2:2:0.6",
+                 "d[\"best_gain\"], [p[\"diverged\"] for p in d[\"sweep\"]][-1], len(d[\"sweep\"])"),
+            "0.2 True 4\n");
+  const Outcome lost = QuenShs("loop " + folder_.Path() + " --frames 200 --delay 5 --sweep gain=1.9:2:0.1");
+  EXPECT_EQ(lost.exit_code, 1);
+  EXPECT_EQ(lost.err, "quen-shs: the loop diverges with every gain; try lower ones, or a shorter delay\n");
+  Fails("loop x --sweep gain=1:2", 2, "--sweep: expected gain=FIRST:LAST:STEP, found gain=1:2" + std::string(kHint));
+  Fails("loop x --sweep gain=1:2:1 --gain 1", 2, "--gain excludes --sweep" + std::string(kHint));
+}
+
+TEST_F(Verbs, LoopGivesItsResultAsJson) {
+  EXPECT_EQ(Json("loop", "--frames 20 --leak 0.01 --seed 9",
+                 "d[\"frames\"], d[\"leak\"], d[\"seed\"], d[\"residual_after\"] < d[\"disturbance_after\"], "
+                 "d[\"diverged\"], len(d[\"files\"])"),
+            "20 0.01 9 True False 4\n");
+}
+
+}  // namespace
