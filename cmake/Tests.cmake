@@ -132,6 +132,13 @@ if(QUEN_BUILD_TOOLS)
   endforeach()
 endif()
 
+# --- The guide, as it stands.
+if(QUEN_BUILD_TOOLS)
+  add_test(NAME Guide.RunsAsItStands COMMAND ${QUEN_PYTHON} docs/test/run_guide.py docs/guide.md ${PROJECT_BINARY_DIR}
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600)
+endif()
+
 # --- The installed package. A sanitized library needs sanitized hosts, which these are not.
 if(QUEN_BUILD_TOOLS AND NOT QUEN_SANITIZE)
   add_test(NAME Consumer.BuildsAndRunsAgainstTheInstalledTree

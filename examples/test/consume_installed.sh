@@ -80,6 +80,18 @@ for header in $(cd "$prefix/include/quen_shssim" && find . -name '*.hpp'); do
     $(PKG_CONFIG_PATH="$pkg_config_path" pkg-config --cflags quen_shssim) || fail "$header alone"
 done
 
+# The tool as the README shows it, its manual pages and its completion.
+awk '/^## The host tool$/ {wanted = 1} wanted && /^```sh$/ {inside = 1; next} /^```$/ && inside {exit} inside' \
+  "$source/README.md" >tool.sh
+grep -q '^quen-shs loop ' tool.sh || fail "the README's commands"
+mkdir tool
+(cd tool && PATH="$prefix/bin:$PATH" sh -eu ../tool.sh >/dev/null) || fail "the README's commands"
+for page in quen-shs quen-shs-loop; do
+  man -P cat -l "$prefix/share/man/man1/$page.1" | grep -q "^NAME" || fail "the manual page $page"
+done
+bash -c '. "$1" && complete -p quen-shs' sh "$prefix/share/bash-completion/completions/quen-shs" >/dev/null ||
+  fail "the completion"
+
 # A host without a calibration is told where it was looked for.
 mkdir elsewhere && cd elsewhere
 if CFGPATH=/nowhere INTROOT='' ../by_pkg_config 2>err; then fail "ran without a calibration"; fi

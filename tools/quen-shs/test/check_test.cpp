@@ -222,7 +222,7 @@ TEST(Check, NamesExchangedBlocks) {
   quen::testing::Calibration calibration = Good();
   calibration.m2s.values = Exchanged(calibration.m2s.values);
   ExpectWrong(calibration, {{"CM * M2S", "x and y blocks are exchanged in one of the two"},
-                            {"M2S layout", "its x and y blocks are exchanged: the y block comes first"}});
+                            {"M2S layout", "its x and y blocks are exchanged: the y block must come first"}});
   calibration.cm.values = InCm(calibration.cm.values, Exchanged);
   ExpectWrong(calibration,
               {{"M2S layout", "x and y blocks are exchanged"}, {"CM layout", "x and y blocks are exchanged"}});

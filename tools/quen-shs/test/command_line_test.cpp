@@ -165,4 +165,19 @@ TEST(CommandLine, LoopThatDivergesIsStoppedAndKeepsItsFiles) {
   EXPECT_EQ(quen::testing::EntriesBelow(folder / "loop"), 4U);
 }
 
+TEST(CommandLine, ResultThatCannotBePrintedIsAFailure) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
+  const Outcome outcome = QuenShs("check " + folder.Path() + " > /dev/full");
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.err, "quen-shs: the result cannot be printed: standard output takes no more\n");
+}
+
+TEST(CommandLine, ResultStandsBeforeTheFailure) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
+  const Outcome outcome = QuenShs("loop --frames 200 --gain 2 --delay 5 " + folder.Path() + " 2>&1");
+  EXPECT_LT(outcome.out.find("frames  "), outcome.out.find("quen-shs: the loop diverges")) << outcome.out;
+}
+
 }  // namespace

@@ -42,7 +42,7 @@ struct Suspect {
 std::string Name(Layout layout, bool is_listed_by_rows) {
   switch (layout) {
     case Layout::kExchanged:
-      return "its x and y blocks are exchanged: the y block comes first";
+      return "its x and y blocks are exchanged: the y block must come first";
     case Layout::kFlipped:
       return "the sign of its x block or of its y block is flipped: displacements count toward higher columns and rows";
     case Layout::kTurned:

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <stdexcept>
 
 namespace quen_shs {
 
@@ -23,7 +24,10 @@ void Report::AddFile(const std::string& path) {
 void Report::Print(bool as_json) const {
   // Not finite numbers become null, and bytes that are no UTF-8 a question mark.
   const std::string text = as_json ? json_.dump(2, ' ', false, Json::error_handler_t::replace) + "\n" : text_;
-  static_cast<void>(std::fputs(text.c_str(), stdout));
+  // At once, so that it stands before what is said of a failure; a full disk shows here.
+  if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
+    throw std::runtime_error("the result cannot be printed: standard output takes no more");
+  }
 }
 
 }  // namespace quen_shs

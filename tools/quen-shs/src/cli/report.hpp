@@ -20,6 +20,7 @@ class Report {
   /// A file that the command wrote; under "files" in JSON.
   void AddFile(const std::string& path);
 
+  /// @throws std::runtime_error  standard output takes no more
   void Print(bool as_json) const;
 
  private:
