@@ -52,6 +52,29 @@ TEST(KarhunenLoeveBasis, BeginsWithTheLargestVariance) {
   }
 }
 
+TEST(KarhunenLoeveBasis, EqualVariancesGoByAzimuthalOrderAndCosinesFirst) {
+  const Basis basis = KarhunenLoeveBasis();
+  const auto largest = [&](Eigen::Index mode) {
+    Eigen::Index row = 0;
+    basis.coefficients.col(mode).maxCoeff(&row);
+    return 2 + static_cast<int>(row);  // the Zernike mode that it is like
+  };
+  int ties = 0;
+  for (Eigen::Index mode = 1; mode < 52; ++mode) {
+    if (basis.variances(mode) != basis.variances(mode - 1)) continue;
+    const int before = largest(mode - 1);
+    const int after = largest(mode);
+    ++ties;
+    if (quen_shs::NollOrders(before).m == quen_shs::NollOrders(after).m) {
+      EXPECT_TRUE(quen_shs::IsCosine(before) && !quen_shs::IsCosine(after)) << mode;
+    } else {
+      EXPECT_EQ(quen_shs::NollOrders(before).m, 0) << mode;
+      EXPECT_EQ(quen_shs::NollOrders(after).m, 2) << mode;
+    }
+  }
+  EXPECT_GT(ties, 25);  // every function with a cosine has its sine
+}
+
 TEST(KarhunenLoeveBasis, TakesMoreOfTheTurbulenceThanZernikeModes) {
   const double zernike = ZernikeBasis().variances.sum();
   const double karhunen_loeve = KarhunenLoeveBasis().variances.sum();

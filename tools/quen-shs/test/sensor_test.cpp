@@ -79,7 +79,7 @@ TEST(ModeList, SaysWhatIsWrong) {
       {"52=1", "expected a mode from 0 to 51, found 52"},  {"-1=1", "expected a mode from 0 to 51, found -1"},
       {"1=2,1=3", "expected mode 1 once, found it twice"}};
   for (const auto& [text, reason] : cases) {
-    ExpectThrows<std::invalid_argument>(reason, [&] { ParseModes(text); });
+    ExpectThrows<std::invalid_argument>(reason, [&list = text] { ParseModes(list); });
   }
 }
 

@@ -46,7 +46,7 @@ TEST(Sweep, SaysWhatIsWrong) {
       {"gain=0:1:0.0001", " with a STEP above 0 and 1000 gains at most"}};
   for (const auto& [text, reason] : cases) {
     ExpectThrows<std::invalid_argument>("expected gain=FIRST:LAST:STEP" + reason + ", found " + text,
-                                        [&] { ParseSweep(text); });
+                                        [&range = text] { ParseSweep(range); });
   }
 }
 

@@ -24,7 +24,7 @@ struct Function {
   Eigen::VectorXd coefficients;
 };
 
-/// Zernike modes that share their azimuthal order and cosine or sine: only they are correlated.
+/// Zernike modes of an azimuthal order, cosines or sines, from piston's neighbours on: only they are correlated.
 std::vector<int> Family(int m, bool is_cosine) {
   std::vector<int> family;
   for (int j = kFirstZernike; j <= kLastZernike; ++j) {
@@ -33,18 +33,26 @@ std::vector<int> Family(int m, bool is_cosine) {
   return family;
 }
 
-void AppendFunctions(const std::vector<int>& family, std::vector<Function>& functions) {
+Eigen::MatrixXd Covariance(const std::vector<int>& family) {
   const auto size = static_cast<Eigen::Index>(family.size());
-  const Eigen::MatrixXd covariance = Eigen::MatrixXd::NullaryExpr(size, size, [&](Eigen::Index a, Eigen::Index b) {
+  return Eigen::MatrixXd::NullaryExpr(size, size, [&](Eigen::Index a, Eigen::Index b) {
     return KolmogorovCovariance(family[static_cast<std::size_t>(a)], family[static_cast<std::size_t>(b)]);
   });
-  const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(covariance);
-  for (Eigen::Index k = 0; k < size; ++k) {
+}
+
+/// Appends the functions of the radial orders n, n + 2, …: those of azimuthal order n, and, for n = 2, where piston is
+/// missing, of order 0. Their covariances are the same, and one decomposition serves them all: equal variances are then
+/// equal to the bit, and keep their order.
+void AppendFunctions(int n, std::vector<Function>& functions) {
+  std::vector<std::vector<int>> families = {Family(n, true), Family(n, false)};
+  if (n == 2) families.insert(families.begin(), Family(0, true));
+  const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(Covariance(families.front()));
+  for (Eigen::Index k = 0; k < solver.eigenvalues().size(); ++k) {
     Eigen::VectorXd vector = solver.eigenvectors().col(k);
     Eigen::Index largest = 0;
     vector.cwiseAbs().maxCoeff(&largest);
     if (vector(largest) < 0.0) vector = -vector;
-    functions.push_back({solver.eigenvalues()(k), family, vector});
+    for (const std::vector<int>& family : families) functions.push_back({solver.eigenvalues()(k), family, vector});
   }
 }
 
@@ -59,11 +67,7 @@ Basis ZernikeBasis() {
 
 Basis KarhunenLoeveBasis() {
   std::vector<Function> functions;
-  for (int m = 0; m <= NollOrders(kLastZernike).n; ++m) {
-    AppendFunctions(Family(m, true), functions);
-    if (m > 0) AppendFunctions(Family(m, false), functions);
-  }
-  // Cosines and sines have the same covariances, to the bit, and hence the same variances.
+  for (int n = 1; n <= NollOrders(kLastZernike).n; ++n) AppendFunctions(n, functions);
   std::ranges::stable_sort(functions, std::ranges::greater(), &Function::variance);
 
   constexpr auto kModes = static_cast<Eigen::Index>(kNumModes);

@@ -21,8 +21,8 @@ struct Basis {
 Basis ZernikeBasis();
 
 /// The Karhunen-Loève functions of Kolmogorov turbulence on the unobscured disc, largest variance first: eigenvectors of
-/// the covariance of Zernike modes 2 to 231 (radial orders to 20), each with its largest coefficient positive; of a pair
-/// of equal variance the one with cosines is first. After J. Y. Wang and J. K. Markey, "Modal compensation of atmospheric
+/// the covariance of Zernike modes 2 to 231 (radial orders to 20), each with its largest coefficient positive; of those
+/// of equal variance that of the least azimuthal order is first, cosines before sines. After J. Y. Wang and J. K. Markey, "Modal compensation of atmospheric
 /// turbulence phase distortion", J. Opt. Soc. Am. 68, 78 (1978).
 Basis KarhunenLoeveBasis();
 

@@ -43,10 +43,10 @@ void CheckAxis(const char* axis, const Geometry& geometry, double first, std::si
 
 Cell CellAt(const Geometry& geometry, std::size_t i) {
   const double middle = (geometry.size - 1) / 2.0;
-  const double x =
-      First(geometry, kFrameWidth, geometry.offset_x) + geometry.pitch * static_cast<double>(i % kGridSize);
-  const double y =
-      First(geometry, kFrameHeight, geometry.offset_y) + geometry.pitch * static_cast<double>(i / kGridSize);
+  const int column = ColumnsFromMiddle(i) + 16;
+  const int row = RowsFromMiddle(i) + 16;
+  const double x = First(geometry, kFrameWidth, geometry.offset_x) + geometry.pitch * column;
+  const double y = First(geometry, kFrameHeight, geometry.offset_y) + geometry.pitch * row;
   return {static_cast<int>(std::lround(x)), static_cast<int>(std::lround(y)), x + middle, y + middle};
 }
 
@@ -54,8 +54,8 @@ int LitPoints(const Geometry& geometry, std::size_t i) {
   constexpr int kPoints = 24;
   constexpr double kOuter = kPoints * kPupilRadius;  // in steps from point to point
   const double inner = geometry.obscuration * kOuter;
-  const int column = static_cast<int>(i % kGridSize) - 16;
-  const int row = static_cast<int>(i / kGridSize) - 16;
+  const int column = ColumnsFromMiddle(i);
+  const int row = RowsFromMiddle(i);
   int lit = 0;
   for (int b = 0; b < kPoints; ++b) {
     for (int a = 0; a < kPoints; ++a) {

@@ -38,9 +38,13 @@ struct Cell {
 
 Cell CellAt(const Geometry& geometry, std::size_t i);
 
+/// Columns and rows of sub-apertures from the grid's middle to sub-aperture `i`.
+inline int ColumnsFromMiddle(std::size_t i) { return static_cast<int>(i % kGridSize) - 16; }
+inline int RowsFromMiddle(std::size_t i) { return static_cast<int>(i / kGridSize) - 16; }
+
 /// Centre of sub-aperture `i` in pupil coordinates.
-inline double PupilX(std::size_t i) { return (static_cast<double>(i % kGridSize) - 16.0) / kPupilRadius; }
-inline double PupilY(std::size_t i) { return (static_cast<double>(i / kGridSize) - 16.0) / kPupilRadius; }
+inline double PupilX(std::size_t i) { return ColumnsFromMiddle(i) / kPupilRadius; }
+inline double PupilY(std::size_t i) { return RowsFromMiddle(i) / kPupilRadius; }
 
 /// How many of the 24 × 24 points of sub-aperture `i` are lit: in the pupil, edges included, and beside the spider.
 int LitPoints(const Geometry& geometry, std::size_t i);

@@ -19,8 +19,8 @@ Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOp
   quen::common::random::detail::MersenneTwisterEngine().seed(options.seed);
 
   Displacements displacements;
-  const auto measure = [&](const Eigen::VectorXd& pushed) -> Eigen::VectorXd {
-    Spread(pushed, used, displacements);
+  const auto measure = [&](const Eigen::VectorXd& truth) -> Eigen::VectorXd {
+    Spread(truth, used, displacements);
     simulator.ComputeFrame(displacements.x, displacements.y, options.noise, std::nullopt);
     simulator.ComputeSlopes(*engine, std::numeric_limits<double>::infinity(), std::nullopt);
     after_frame();
@@ -29,7 +29,9 @@ Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOp
   Matrix measured(kNumSlopes, kNumModes);
   for (Eigen::Index mode = 0; mode < measured.cols(); ++mode) {
     const double amplitude = options.push / m2s.col(mode).cwiseAbs().maxCoeff();
-    measured.col(mode) = (measure(amplitude * m2s.col(mode)) - measure(-amplitude * m2s.col(mode))) / (2.0 * amplitude);
+    const Eigen::VectorXd pushed = measure(amplitude * m2s.col(mode));  // before pulled, for the noise
+    const Eigen::VectorXd pulled = measure(-amplitude * m2s.col(mode));
+    measured.col(mode) = (pushed - pulled) / (2.0 * amplitude);
   }
   return measured;
 }

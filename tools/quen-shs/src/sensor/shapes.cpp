@@ -35,6 +35,7 @@ constexpr std::array<Named, 11> kShapes = {{{"flat", 1},
 
 std::vector<std::string> ShapeNames() {
   std::vector<std::string> names;
+  names.reserve(kShapes.size());
   for (const Named& shape : kShapes) names.emplace_back(shape.name);
   return names;
 }

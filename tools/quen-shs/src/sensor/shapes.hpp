@@ -26,6 +26,6 @@ NamedShape ParseShape(const std::string& text);
 
 /// Displacements of the used spots, the others stay: along the gradient of the shape. The unit circle is the one around
 /// the used sub-apertures' references.
-Displacements Shape(const NamedShape& shape, const quen::shssim::ShsSimulator& simulator);
+Displacements Shape(const NamedShape& named, const quen::shssim::ShsSimulator& simulator);
 
 }  // namespace quen_shs
