@@ -319,7 +319,7 @@ TEST(Check, NamesShiftedReferences) {
     for (const std::string axis : {"x_ref", "y_ref"}) {
       quen::testing::Calibration calibration = Good();
       for (double& value : calibration.rois[axis]) value += shift;
-      ExpectWrong(calibration, {{"references", axis + " are " + name}});
+      ExpectWrong(calibration, {{"references", std::string(axis).append(" are ").append(name)}});
     }
   }
 }

@@ -27,7 +27,7 @@ class ControlLoop : public ::testing::Test {
     quen_shs::UseCalibration(folder_.Path());
   }
 
-  std::vector<FrameRecord> Run(int frames, const LoopOptions& options, double strength = 20.0) {
+  static std::vector<FrameRecord> Run(int frames, const LoopOptions& options, double strength = 20.0) {
     return RunAll(quen_shs::TurbulentSeries(frames, quen_shs::ZernikeBasis().variances, strength, options.seed),
                   options)
         .records;

@@ -86,7 +86,7 @@ TEST(DisplacementFile, TextThatIsWrongIsNamedByItsLine) {
       {"1,2,3", "line 3: expected two finite numbers \"dx,dy\", found \"1,2,3\""},
       {"dx,dy", "line 3: expected two finite numbers \"dx,dy\", found \"dx,dy\""}};
   for (const auto& [line, reason] : cases) {
-    WriteText(path, Lines(2) + line + "\n" + Lines(1086));
+    WriteText(path, Lines(2).append(line).append("\n").append(Lines(1086)));
     ExpectThrows<std::runtime_error>(path + ", " + reason, [&] { ReadDisplacements(path); });
   }
   for (const std::size_t count : {0U, 607U, 1088U, 1090U}) {

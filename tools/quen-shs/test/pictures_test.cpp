@@ -43,7 +43,7 @@ struct Shades {
   std::vector<double> values;
 
   [[nodiscard]] double At(int x, int y, int channel) const {
-    return values[static_cast<std::size_t>(channel + 3 * (x + width * y))];
+    return values[3 * static_cast<std::size_t>(x + width * y) + static_cast<std::size_t>(channel)];
   }
 };
 
@@ -131,7 +131,7 @@ class Pictures : public ::testing::Test {
   [[nodiscard]] quen::shssim::ShsSimulator Load() const { return quen_shs::LoadSimulator(folder_.Path()); }
 
   /// Coma on the synthetic sensor: no symmetry by which x and y, or signs, could be mistaken.
-  [[nodiscard]] Overlay Coma(const quen::shssim::ShsSimulator& simulator) const {
+  [[nodiscard]] static Overlay Coma(const quen::shssim::ShsSimulator& simulator) {
     Displacements displacements = quen_shs::Shape({"horizontal-coma", 2.0}, simulator);
     const Displacements tilt = quen_shs::Shape({"tilt", 0.6}, simulator);
     for (std::size_t i = 0; i < 1089; ++i) displacements.y[i] += tilt.y[i];
@@ -238,7 +238,7 @@ TEST(Picture, Errors) {
 TEST(Picture, ComparisonNoticesWhatChanged) {
   Shades white = {100, 100, std::vector<double>(30000, 255.0)};
   Shades line = white;
-  for (std::size_t k = 0; k < 3U * 40U; ++k) line.values[k] = 0.0;
+  for (std::size_t k = 0; k < 120; ++k) line.values[k] = 0.0;
   EXPECT_EQ(Difference(white, white), 0.0);
   EXPECT_GT(Difference(white, line), kTolerance);
   EXPECT_EQ(Difference(white, {}), 1.0);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <numeric>
 
 #include "testing/environment.hpp"
 #include "testing/exceptions.hpp"
@@ -158,6 +159,18 @@ TEST_F(Sensor, MeasuredMatrixIsTheComputedOne) {
     const double largest = computed.col(mode).cwiseAbs().maxCoeff();
     EXPECT_LT((measured.col(mode) - computed.col(mode)).cwiseAbs().maxCoeff(), 2e-3 * largest) << mode;
   }
+}
+
+TEST_F(Sensor, ModesArePushedBeforeTheyArePulled) {
+  ShsSimulator simulator = Load();
+  std::vector<double> tip;  // mean displacement along x in each frame; mode 0 is tip
+  quen_shs::MeasuredModesToSlopes(simulator, {.push = 1.0}, [&] {
+    const std::vector<double>& x = simulator.XSlopesUsed();
+    tip.push_back(std::accumulate(x.begin(), x.end(), 0.0) / 607.0);
+  });
+  EXPECT_NEAR(tip[0], 1.0, 0.01);
+  EXPECT_NEAR(tip[1], -1.0, 0.01);
+  EXPECT_NEAR(tip[2], 0.0, 0.01);
 }
 
 TEST_F(Sensor, MeasuredMatrixScattersWithTheNoiseOfItsSeed) {

@@ -17,7 +17,6 @@ namespace {
 using quen::testing::ExpectThrows;
 using quen::testing::TempDir;
 using quen_shs::ParseSweep;
-using quen_shs::SweepPoint;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
@@ -45,8 +44,9 @@ TEST(Sweep, SaysWhatIsWrong) {
       {"gain=0:1:-0.1", " with a STEP above 0 and 1000 gains at most"},
       {"gain=0:1:0.0001", " with a STEP above 0 and 1000 gains at most"}};
   for (const auto& [text, reason] : cases) {
-    ExpectThrows<std::invalid_argument>("expected gain=FIRST:LAST:STEP" + reason + ", found " + text,
-                                        [&range = text] { ParseSweep(range); });
+    const std::string sentence =
+        std::string("expected gain=FIRST:LAST:STEP").append(reason).append(", found ").append(text);
+    ExpectThrows<std::invalid_argument>(sentence, [&range = text] { ParseSweep(range); });
   }
 }
 

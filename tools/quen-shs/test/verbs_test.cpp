@@ -30,7 +30,7 @@ class Verbs : public ::testing::Test {
 
   /// Runs "quen-shs VERB DIR ARGUMENTS", which must succeed.
   Outcome Do(const std::string& verb, const std::string& arguments) {
-    const Outcome outcome = QuenShs(verb + " " + folder_.Path() + " " + arguments);
+    Outcome outcome = QuenShs(verb + " " + folder_.Path() + " " + arguments);
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
     EXPECT_EQ(outcome.err, "");
     return outcome;

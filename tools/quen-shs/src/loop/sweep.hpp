@@ -16,10 +16,10 @@ namespace quen_shs {
 std::vector<double> ParseSweep(const std::string& text);
 
 struct SweepPoint {
-  double gain;
-  double residual;         ///< rad RMS over the second half of the run; infinite where the loop diverged
-  double disturbance;      ///< there
-  std::size_t frames = 0;  ///< that were run
+  double gain = 0.0;
+  double residual = 0.0;     ///< rad RMS over the second half of the run; infinite where the loop diverged
+  double disturbance = 0.0;  ///< there
+  std::size_t frames = 0;    ///< that were run
 
   [[nodiscard]] bool HasDiverged() const;
 };

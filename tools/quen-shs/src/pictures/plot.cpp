@@ -46,7 +46,8 @@ Scale LogarithmicScale(double lowest, double highest) {
   constexpr double kAir = 1.25;
   Scale scale = {lowest / kAir, highest * kAir, true, {}};
   const bool is_wide = scale.last / scale.first > 1e3;
-  for (double decade = std::floor(std::log10(scale.first)); decade <= std::log10(scale.last); ++decade) {
+  const int last_decade = static_cast<int>(std::floor(std::log10(scale.last)));
+  for (int decade = static_cast<int>(std::floor(std::log10(scale.first))); decade <= last_decade; ++decade) {
     for (const double digit : kRound) {
       const double tick = digit * std::pow(10.0, decade);
       if (tick < scale.first || tick > scale.last || (is_wide && digit != 1.0)) continue;
