@@ -126,7 +126,8 @@ TEST(DisplacementFile, FitsThatIsWrongIsRefused) {
       (folder / "nan.fits") + ": expected finite displacements in its table \"slopes\", found nan in row 17 of y",
       [&] { ReadDisplacements(folder / "nan.fits"); });
   AppendTable(folder / "other.fits", "other", 3, {{"x", "D", Ramp(3)}});
-  EXPECT_THROW(ReadDisplacements(folder / "other.fits"), std::runtime_error);
+  ExpectThrows<std::runtime_error>((folder / "other.fits") + ": expected a table \"slopes\", found none",
+                                   [&] { ReadDisplacements(folder / "other.fits"); });
 }
 
 // --- Frames
@@ -190,7 +191,8 @@ TEST(FrameFile, OtherImagesAreRefused) {
   WriteFrame(folder / "zero.fits", Ramp(12), 100.0);
   EXPECT_THROW(ReadFrame(folder / "zero.fits"), std::runtime_error);
   WriteText(folder / "text", "no FITS");
-  EXPECT_THROW(ReadFrame(folder / "text"), std::runtime_error);
+  ExpectThrows<std::runtime_error>((folder / "text") + ": expected a FITS file, found something else",
+                                   [&] { ReadFrame(folder / "text"); });
 }
 
 // --- Disturbances

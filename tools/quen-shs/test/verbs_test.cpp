@@ -218,10 +218,15 @@ TEST_F(Verbs, MeasureSaysWhatIsWrong) {
         "quen-shs: " + File("small.fits") + ": expected a frame of 840 x 816 pixels (columns x rows), found 10 x 20");
   Fails("measure " + folder_.Path(), 2, "FRAME is required" + std::string(kHint));
   EXPECT_FALSE(std::filesystem::exists(File("slopes.fits")));
-  const Outcome missing = QuenShs("measure " + folder_.Path() + " " + File("none.fits"));
-  EXPECT_EQ(missing.exit_code, 1);
-  EXPECT_NE(missing.err.find(File("none.fits")), std::string::npos) << missing.err;
-  EXPECT_EQ(std::count(missing.err.begin(), missing.err.end(), '\n'), 1) << missing.err;
+  Fails("measure " + folder_.Path() + " " + File("none.fits"), 1,
+        "quen-shs: " + File("none.fits") + ": cannot be read");
+  Fails("measure " + folder_.Path() + " " + File("small.fits") + " --output /proc/slopes.fits", 1,
+        "quen-shs: " + File("small.fits") + ": expected a frame of 840 x 816 pixels (columns x rows), found 10 x 20");
+  Do("frame", "");
+  Fails("measure " + folder_.Path() + " " + File("frame.fits") + " --truth " + File("frame.fits"), 1,
+        "quen-shs: " + File("frame.fits") + ": expected a table \"slopes\", found none");
+  Fails("measure " + folder_.Path() + " " + File("frame.fits") + " --output /proc/slopes.fits", 1,
+        "quen-shs: cannot write /proc/slopes.fits: No such file or directory");
 }
 
 // --- view
@@ -265,6 +270,14 @@ TEST_F(Verbs, ViewSaysWhatIsWrong) {
   quen::testing::WriteText(File("text"), "no FITS");
   Fails("view " + File("text"), 1, "quen-shs: " + File("text") + ": expected a FITS file, found something else");
   Fails("view " + File("none.fits"), 1, "quen-shs: " + File("none.fits") + ": cannot be read");
+  Do("frame", "");
+  for (const char* const slopes : {"none.fits", "text", "frame.fits"}) {
+    EXPECT_EQ(QuenShs("view " + File("frame.fits") + " --slopes " + File(slopes)).exit_code, 1) << slopes;
+  }
+  EXPECT_FALSE(std::filesystem::exists(File("frame.png")));
+  std::filesystem::resize_file(File("frame.fits"), 5760);
+  Fails("view " + File("frame.fits"), 1,
+        "quen-shs: " + File("frame.fits") + ": its pixels cannot be read; the file may be cut short");
   quen::testing::WriteImage(File("cube.fits"), SHORT_IMG, {4, 3, 2}, {});
   Fails("view " + File("cube.fits"), 1,
         "quen-shs: " + File("cube.fits") +

@@ -75,6 +75,7 @@ std::vector<double> ReadColumn(const Handle& file, const std::string& path, cons
 
 Displacements ReadDisplacements(const std::string& path) {
   if (!IsFits(path)) return ReadText(path);
+  RequireTable(path, "slopes");
   const Handle file = quen::common::Fits::FitsFile(path, "slopes");
   Displacements displacements;
   displacements.x = ReadColumn(file, path, "x");

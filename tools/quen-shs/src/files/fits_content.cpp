@@ -7,6 +7,17 @@
 
 namespace quen_shs {
 
+void RequireFits(const std::string& path) {
+  if (!std::ifstream(path)) throw std::runtime_error(path + ": cannot be read");
+  if (!IsFits(path)) throw std::runtime_error(path + ": expected a FITS file, found something else");
+}
+
+bool IsFits(const std::string& path) {
+  std::array<char, 6> first{};
+  std::ifstream(path, std::ios::binary).read(first.data(), first.size());
+  return std::string_view(first.data(), first.size()) == "SIMPLE";
+}
+
 bool HasTable(const std::string& path, const char* name) {
   try {
     return quen::common::Fits::FitsFile(path, name)->hdu_type == BINARY_TBL;
@@ -16,10 +27,9 @@ bool HasTable(const std::string& path, const char* name) {
   }
 }
 
-bool IsFits(const std::string& path) {
-  std::array<char, 6> first{};
-  std::ifstream(path, std::ios::binary).read(first.data(), first.size());
-  return std::string_view(first.data(), first.size()) == "SIMPLE";
+void RequireTable(const std::string& path, const char* name) {
+  RequireFits(path);
+  if (!HasTable(path, name)) throw std::runtime_error(path + ": expected a table \"" + name + "\", found none");
 }
 
 double NumberKey(const quen::common::Fits::Handle& file, const char* key, double otherwise) {

@@ -28,6 +28,7 @@ void RefuseBrightPixels(const std::string& path, const Frame& frame) {
 }  // namespace
 
 Frame ReadFrame(const std::string& path) {
+  RequireFits(path);
   const Handle file = quen::common::Fits::FitsFile(path, std::nullopt);
   const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(file);
   if (axes.size() != 2 || bitpix != SHORT_IMG) {
@@ -44,7 +45,12 @@ Frame ReadFrame(const std::string& path) {
   }
   Frame frame = {axes[0], axes[1], std::vector<std::uint16_t>(axes[0] * axes[1])};
   const int type = zero == kUnsigned ? TUSHORT : TSHORT;
-  quen::common::Fits::ReadImgPriv(file, frame.pixels.data(), frame.pixels.size(), SHORT_IMG, type, std::nullopt);
+  try {
+    quen::common::Fits::ReadImgPriv(file, frame.pixels.data(), frame.pixels.size(), SHORT_IMG, type, std::nullopt);
+  } catch (const std::runtime_error&) {
+    fits_clear_errmsg();
+    throw std::runtime_error(path + ": its pixels cannot be read; the file may be cut short");
+  }
   if (zero == kUnsigned) RefuseBrightPixels(path, frame);
   return frame;
 }

@@ -62,6 +62,7 @@ Series ReadModes(const std::string& path, const char* column) {
 }
 
 Series ReadSeries(const std::string& path) {
+  RequireFits(path);
   Series series = HasTable(path, kTable) ? ReadModes(path, "disturbance") : ReadImage(path);
   for (Eigen::Index frame = 0; frame < series.rows(); ++frame) {
     for (Eigen::Index mode = 0; mode < kModes; ++mode) {

@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -46,6 +49,8 @@ StagedFile::StagedFile(std::string target)
     : target_(std::move(target)), path_(target_ + "." + std::to_string(getpid()) + ".part") {
   const std::filesystem::path folder = std::filesystem::path(target_).parent_path();
   if (!folder.empty()) std::filesystem::create_directories(folder);
+  if (!std::ofstream(path_)) throw std::runtime_error("cannot write " + target_ + ": " + std::strerror(errno));
+  std::filesystem::remove(path_);
 }
 
 StagedFile::StagedFile(StagedFile&& other) noexcept

@@ -11,6 +11,7 @@ class StagedFile {
  public:
   /// Makes the folder if it is missing.
   /// @throws std::filesystem::filesystem_error  it cannot be made
+  /// @throws std::runtime_error                 no file can be made there
   explicit StagedFile(std::string target);
   ~StagedFile();
   StagedFile(StagedFile&& other) noexcept;

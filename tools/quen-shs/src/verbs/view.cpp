@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -39,7 +38,10 @@ struct Content {
 /// What is to be drawn on a frame.
 std::optional<Overlay> FrameOverlay(const ViewCommand& command) {
   std::optional<Overlay> overlay;
-  if (!command.slopes.empty()) overlay = ReadField(command.slopes).overlay;
+  if (!command.slopes.empty()) {
+    RequireTable(command.slopes, "slopes");
+    overlay = ReadField(command.slopes).overlay;
+  }
   if (!command.calibration.empty()) {
     UseCalibration(command.calibration);
     const quen::shssim::ShsSimulator simulator;
@@ -75,8 +77,7 @@ Content MatrixContent(const std::string& path, const std::vector<std::size_t>& a
 
 Content ContentOf(const ViewCommand& command) {
   const std::string& path = command.file;
-  if (!std::ifstream(path)) throw std::runtime_error(path + ": cannot be read");
-  if (!IsFits(path)) throw std::runtime_error(path + ": expected a FITS file, found something else");
+  RequireFits(path);
   if (HasTable(path, "telemetry")) {
     return {"telemetry", [path](const std::string& picture) { DrawTelemetry(picture, ReadTelemetry(path)); }};
   }
