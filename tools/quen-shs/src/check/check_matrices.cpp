@@ -12,8 +12,6 @@
 namespace quen_shs {
 namespace {
 
-using quen::basesim::kNumModes;
-using quen::basesim::kNumSlopes;
 using quen::shssim::kNumRoisUsed;
 
 // --- Values
@@ -155,8 +153,8 @@ Finding CheckInverse(const Matrix& m2s, const Matrix& cm) {
 }  // namespace
 
 Findings CheckMatrices(const quen::shssim::ShsSimulator& simulator) {
-  const Eigen::Map<const Matrix> m2s(simulator.M2s().data(), kNumSlopes, kNumModes);
-  const Eigen::Map<const Matrix> cm(simulator.Cm().data(), kNumModes, kNumSlopes);
+  const auto m2s = M2sOf(simulator);
+  const auto cm = CmOf(simulator);
   Findings findings = {CheckFinite("M2S", m2s, "slope", "mode"), CheckFinite("CM", cm, "mode", "slope")};
   if (std::ranges::any_of(findings, [](const Finding& finding) { return finding.verdict != Verdict::kGood; })) {
     return findings;
@@ -169,8 +167,8 @@ Findings CheckMatrices(const quen::shssim::ShsSimulator& simulator) {
                         "cannot be checked: the references of the used sub-apertures are not on a grid of 33 x 33"});
     return findings;
   }
-  const Eigen::Map<const Matrix> m2s_as_cm(simulator.M2s().data(), kNumModes, kNumSlopes);
-  const Eigen::Map<const Matrix> cm_as_m2s(simulator.Cm().data(), kNumSlopes, kNumModes);
+  const Eigen::Map<const Matrix> m2s_as_cm(m2s.data(), m2s.cols(), m2s.rows());
+  const Eigen::Map<const Matrix> cm_as_m2s(cm.data(), cm.cols(), cm.rows());
   findings.push_back(CheckLayout("M2S", m2s, m2s_as_cm.transpose(), *grid, used));
   findings.push_back(CheckLayout("CM", cm.transpose(), cm_as_m2s, *grid, used));
   return findings;

@@ -5,14 +5,13 @@
 #include <deque>
 
 #include "common/random/random.hpp"
-#include "tools/quen-shs/src/sensor/calibration.hpp"
 #include "tools/quen-shs/src/sensor/displacements.hpp"
+#include "tools/quen-shs/src/sensor/matrices.hpp"
 
 namespace quen_shs {
 namespace {
 
 using quen::basesim::kNumModes;
-using quen::basesim::kNumSlopes;
 
 /// Tells when the residual is out of all proportion, NaN included.
 class Watch {
@@ -30,9 +29,9 @@ class Watch {
 
 LoopRun RunLoop(quen::shssim::ShsSimulator& simulator, const Series& disturbance, const LoopOptions& options,
                 const std::optional<LastFrameFiles>& files, const std::function<void()>& after_frame) {
-  const Eigen::Map<const Matrix> m2s(simulator.M2s().data(), kNumSlopes, kNumModes);
-  const Eigen::Map<const Matrix> cm(simulator.Cm().data(), kNumModes, kNumSlopes);
-  const Eigen::Map<const Eigen::VectorXd> slopes(simulator.Slopes().data(), kNumSlopes);
+  const auto m2s = M2sOf(simulator);
+  const auto cm = CmOf(simulator);
+  const auto slopes = SlopesOf(simulator);
   const std::vector<std::size_t> used = UsedIndices(simulator.RoisUsed());
   const std::unique_ptr<Engine> centroiding = MakeEngine(options.engine);
   quen::common::random::detail::MersenneTwisterEngine().seed(options.seed);

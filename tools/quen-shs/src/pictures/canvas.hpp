@@ -24,6 +24,11 @@ inline constexpr std::array<Colour, 7> kCurves = {{{0.12, 0.47, 0.71, 1.0},
                                                    {0.55, 0.34, 0.29, 1.0},
                                                    {0.89, 0.47, 0.76, 1.0}}};
 
+// Around what is drawn, pixels.
+inline constexpr double kMargin = 40.0;
+inline constexpr double kTop = 44.0;         ///< room for a title
+inline constexpr double kTitleAbove = 14.0;  ///< of the title's base line above what is drawn
+
 using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
 using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
 

@@ -11,8 +11,6 @@ namespace {
 using quen::basesim::kFrameHeight;
 using quen::basesim::kFrameWidth;
 
-constexpr double kMargin = 40.0;
-constexpr double kTop = 44.0;
 constexpr double kSecond = kMargin + static_cast<double>(kFrameWidth) + 40.0;  // left edge of the second plane
 constexpr double kHeight = kTop + static_cast<double>(kFrameHeight) + 30.0;
 
@@ -22,7 +20,7 @@ void DrawBorder(cairo_t* cr, double left, const std::string& title) {
   cairo_rectangle(cr, left, kTop, kFrameWidth, kFrameHeight);
   cairo_stroke(cr);
   Use(cr, kInk);
-  Write(cr, left, kTop - 14.0, title);
+  Write(cr, left, kTop - kTitleAbove, title);
 }
 
 /// From nearly white for the least to dark blue for the most.

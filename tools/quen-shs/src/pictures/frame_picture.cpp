@@ -8,8 +8,6 @@ namespace {
 
 using quen::image_processing::Roi;
 
-constexpr double kMargin = 40.0;
-constexpr double kTop = 44.0;
 constexpr double kTypicalArrow = 5.0;   // pixels of the frame
 constexpr double kLongestArrow = 11.0;  // stays inside the region
 
@@ -110,7 +108,7 @@ void DrawFrame(const std::string& path, const Frame& frame, const Stretch& stret
     plane.DrawArrows(*overlay, ArrowMagnification(*overlay));
   }
   Use(canvas.Cairo(), kInk);
-  Write(canvas.Cairo(), kMargin, kTop - 14.0, title);
+  Write(canvas.Cairo(), kMargin, kTop - kTitleAbove, title);
   canvas.Save(path);
 }
 

@@ -13,8 +13,6 @@ namespace {
 using quen::basesim::kFrameHeight;
 using quen::basesim::kFrameWidth;
 
-constexpr double kMargin = 40.0;
-constexpr double kTop = 44.0;
 constexpr double kPlotWidth = 640.0;
 constexpr double kSmallest = 1e-6;  // rad: a logarithmic axis needs an end
 
@@ -26,7 +24,7 @@ using Vector = Eigen::VectorXd FrameRecord::*;
 /// Names of the two curves above a plot, in their colours.
 void WriteNames(cairo_t* cr, const Box& box, const std::string& title) {
   Use(cr, kInk);
-  Write(cr, box.left, box.top - 14.0, title + "  ");
+  Write(cr, box.left, box.top - kTitleAbove, title + "  ");
   Use(cr, kDisturbance);
   cairo_show_text(cr, "disturbance  ");
   Use(cr, kResidual);
@@ -94,7 +92,7 @@ void DrawLoop(const std::string& path, const quen::shssim::ShsSimulator& simulat
   plane.DrawOutlines(overlay);
   plane.DrawArrows(overlay, magnification);
   Use(cr, kInk);
-  Write(cr, kMargin, kTop - 14.0,
+  Write(cr, kMargin, kTop - kTitleAbove,
         "Last frame, row 0 at the bottom; measured displacements, " + Short(magnification) + " times enlarged");
   DrawHistory(cr, {kPlotLeft, kTop, kPlotWidth, static_cast<double>(kFrameHeight)}, records);
   canvas.Save(path);

@@ -59,7 +59,7 @@ void PaintCells(cairo_t* cr, const Box& box, const Matrix& matrix, double larges
 void DrawMatrix(const std::string& path, const Matrix& matrix, const std::string& title) {
   // Long matrices lie or stand.
   const bool is_wide = matrix.cols() > matrix.rows();
-  const Box box = {80.0, 44.0, is_wide ? 1040.0 : 640.0, is_wide ? 420.0 : 800.0};
+  const Box box = {80.0, kTop, is_wide ? 1040.0 : 640.0, is_wide ? 420.0 : 800.0};
   const Canvas canvas(static_cast<int>(box.left + box.width + 40.0), static_cast<int>(box.top + box.height + 60.0));
   cairo_t* const cr = canvas.Cairo();
   const double largest = LargestMagnitude(matrix);

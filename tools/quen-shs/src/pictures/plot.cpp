@@ -74,7 +74,7 @@ void Plot::DrawFrame(const std::string& title) const {
   cairo_stroke(cr_);
   for (const double tick : y_.ticks) WriteBefore(cr_, box_.left - 8.0, Y(tick) + 5.0, Tick(tick));
   for (const double tick : x_.ticks) WriteAround(cr_, X(tick), box_.top + box_.height + 20.0, Tick(tick));
-  Write(cr_, box_.left, box_.top - 14.0, title);
+  Write(cr_, box_.left, box_.top - kTitleAbove, title);
 }
 
 void Plot::DrawCurve(const Colour& colour, std::size_t count, const std::function<double(std::size_t)>& x,

@@ -19,7 +19,7 @@ void DrawSweep(const std::string& path, const std::vector<SweepPoint>& points) {
   }
   const Canvas canvas(1060, 620);
   cairo_t* const cr = canvas.Cairo();
-  const Plot plot(cr, {80.0, 44.0, 720.0, 520.0}, LinearScale(last),
+  const Plot plot(cr, {80.0, kTop, 720.0, 520.0}, LinearScale(last),
                   LogarithmicScale(std::max(lowest, kSmallest), std::max(highest, kSmallest)));
   plot.DrawGrid("Phase RMS in radians, second half of each run, against the gain; gaps: diverged");
   cairo_set_line_width(cr, 1.8);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <Eigen/Dense>
 #include <array>
 #include <cstdint>
 #include <string>
@@ -8,14 +7,12 @@
 
 #include "tools/quen-shs/src/sensor/basis.hpp"
 #include "tools/quen-shs/src/sensor/geometry.hpp"
+#include "tools/quen-shs/src/sensor/matrices.hpp"
 
 /// @file
 /// The synthetic calibration: geometry, usage flags, modes-to-slopes matrix and control matrix, and its files.
 
 namespace quen_shs {
-
-/// Row by row, as the files hold it.
-using Matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 
 /// The files of a calibration below its folder.
 inline constexpr std::array<const char*, 3> kCalibrationFiles = {"data/M2S.fits", "data/CM.fits", "data/shs_rois.fits"};

@@ -10,10 +10,7 @@ namespace quen_shs {
 
 Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOptions& options,
                              const std::function<void()>& after_frame) {
-  using quen::basesim::kNumModes;
-  using quen::basesim::kNumSlopes;
-  const Eigen::Map<const Matrix> m2s(simulator.M2s().data(), kNumSlopes, kNumModes);
-  const Eigen::Map<const Eigen::VectorXd> slopes(simulator.Slopes().data(), kNumSlopes);
+  const auto m2s = M2sOf(simulator);
   const std::vector<std::size_t> used = UsedIndices(simulator.RoisUsed());
   const std::unique_ptr<Engine> engine = MakeEngine(options.engine);
   quen::common::random::detail::MersenneTwisterEngine().seed(options.seed);
@@ -24,9 +21,9 @@ Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOp
     simulator.ComputeFrame(displacements.x, displacements.y, options.noise, std::nullopt);
     simulator.ComputeSlopes(*engine, std::numeric_limits<double>::infinity(), std::nullopt);
     after_frame();
-    return slopes;
+    return SlopesOf(simulator);
   };
-  Matrix measured(kNumSlopes, kNumModes);
+  Matrix measured(m2s.rows(), m2s.cols());
   for (Eigen::Index mode = 0; mode < measured.cols(); ++mode) {
     const double amplitude = options.push / m2s.col(mode).cwiseAbs().maxCoeff();
     const Eigen::VectorXd pushed = measure(amplitude * m2s.col(mode));  // before pulled, for the noise

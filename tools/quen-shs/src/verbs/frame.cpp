@@ -11,6 +11,7 @@
 #include "tools/quen-shs/src/files/staged_file.hpp"
 #include "tools/quen-shs/src/pictures/frame_picture.hpp"
 #include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
+#include "tools/quen-shs/src/sensor/matrices.hpp"
 #include "tools/quen-shs/src/sensor/mode_list.hpp"
 #include "tools/quen-shs/src/sensor/shapes.hpp"
 #include "tools/quen-shs/src/verbs/verbs.hpp"
@@ -20,14 +21,11 @@ namespace {
 
 using quen::basesim::kFrameHeight;
 using quen::basesim::kFrameWidth;
-using quen::basesim::kNumModes;
-using quen::basesim::kNumSlopes;
 using quen::shssim::ShsSimulator;
 
 Displacements Modal(const std::string& list, const ShsSimulator& simulator) {
-  const Eigen::Map<const Matrix> m2s(simulator.M2s().data(), kNumSlopes, kNumModes);
   Displacements displacements;
-  Spread(m2s * ParseModes(list), UsedIndices(simulator.RoisUsed()), displacements);
+  Spread(M2sOf(simulator) * ParseModes(list), UsedIndices(simulator.RoisUsed()), displacements);
   return displacements;
 }
 
