@@ -97,7 +97,7 @@ void Save(const Shades& shades, const std::string& path) {
 
 /// How far a picture is from another: shares of the squares that differ by more than a little.
 double Difference(const Shades& a, const Shades& b) {
-  constexpr double kLittle = 24.0;  // of 255: text a fraction of a pixel off makes less, a stroke elsewhere makes more
+  constexpr double kLittle = 8.0;  // of 255: less than a thin stroke makes of a square
   if (a.width != b.width || a.height != b.height) return 1.0;
   double differing = 0.0;
   for (std::size_t k = 0; k < a.values.size(); ++k) {
@@ -106,8 +106,8 @@ double Difference(const Shades& a, const Shades& b) {
   return differing / static_cast<double>(a.values.size());
 }
 
-/// One square in a thousand may differ: two letters of a title, or a tenth of a curve.
-constexpr double kTolerance = 1e-3;
+/// One square in ten thousand may differ: less than a letter, or a dot of a curve.
+constexpr double kTolerance = 1e-4;
 
 void ExpectLooksLike(const std::string& name, const std::function<void(const std::string&)>& draw) {
   const TempDir folder;

@@ -27,6 +27,7 @@ TEST(Sweep, GainsIncludeTheLast) {
   EXPECT_NEAR(gains.back(), 0.9, 1e-15);
   EXPECT_EQ(ParseSweep("gain=0.5:0.5:1"), std::vector<double>{0.5});
   EXPECT_EQ(ParseSweep("gain=0:1:0.4").size(), 3U);
+  EXPECT_EQ(ParseSweep("gain=0.3:0.6:0.1").size(), 4U);  // (0.6 - 0.3) / 0.1 is a little less than 3
 }
 
 TEST(Sweep, SaysWhatIsWrong) {

@@ -191,6 +191,14 @@ TEST_F(Verbs, MeasureComparesWithTheTruth) {
             "True True 0 gaussian-fit\n");
 }
 
+TEST_F(Verbs, MeasureGivesErrorsAsMeasuredLessTrue) {
+  Do("frame", "--noise 0 --output " + File("flat.fits") + " --truth " + File("flat_truth.fits"));
+  Do("frame", "--noise 0 --shape tip:1");
+  EXPECT_EQ(Json("measure", File("frame.fits") + " --truth " + File("flat_truth.fits"),
+                 "round(d[\"error_x\"][\"bias\"], 2), abs(d[\"error_y\"][\"bias\"]) < 0.01"),
+            "1.0 True\n");
+}
+
 TEST_F(Verbs, MeasureTakesAnInstrumentsUnsignedFrame) {
   Do("frame", "--shape tip:1 --noise 0");
   // As a camera's software writes it: unsigned by BZERO, with a background of 100.
