@@ -45,8 +45,9 @@ void CheckCfitsio(int status, const std::string& path, const char* what) {
   throw std::runtime_error(fmt::format("{}: cannot {} its engines' names (CFITSIO status {})", path, what, status));
 }
 
-void WriteName(const Handle& file, const std::string& path, long row, std::string name) {
-  char* text = name.data();
+void WriteName(const Handle& file, const std::string& path, long row, const std::string& name) {
+  std::string copy = name;  // CFITSIO takes no const text
+  char* text = copy.data();
   int status = 0;
   fits_write_col(file->file, TSTRING, 1, row, 1, 1, static_cast<void*>(&text), &status);
   CheckCfitsio(status, path, "write");

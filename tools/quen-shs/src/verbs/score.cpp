@@ -29,14 +29,15 @@ void Score(const ScoreCommand& command) {
   const std::vector<std::string> engines = command.engines.empty() ? EngineNames() : command.engines;
   const bool has_curves = !command.fits.empty() || !command.picture.empty();
   const std::size_t noises = 1 + (has_curves ? CurveNoises().size() : 0);
-  quen::centroiders::ScoreOptions options = command.options;
+  const quen::centroiders::ScoreOptions& options = command.options;
   std::vector<NamedScore> scores;
   ErrorCurves curves;
   {
     Progress progress(static_cast<int>(options.frames * noises));
-    options.after_frame = [&] { progress.Step(); };
-    scores = ScoreByName(simulator, engines, options);
-    if (has_curves) curves = ScoreAtNoises(simulator, engines, options);
+    quen::centroiders::ScoreOptions watched = options;
+    watched.after_frame = [&] { progress.Step(); };
+    scores = ScoreByName(simulator, engines, watched);
+    if (has_curves) curves = ScoreAtNoises(simulator, engines, watched);
   }
   std::vector<StagedFile> files;
   if (!command.fits.empty()) WriteScores(files.emplace_back(command.fits).Path(), curves, options);
