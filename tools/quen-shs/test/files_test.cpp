@@ -87,7 +87,7 @@ TEST(DisplacementFile, TextThatIsWrongIsNamedByItsLine) {
       {"dx,dy", "line 3: expected two finite numbers \"dx,dy\", found \"dx,dy\""}};
   for (const auto& [line, reason] : cases) {
     WriteText(path, Lines(2).append(line).append("\n").append(Lines(1086)));
-    ExpectThrows<std::runtime_error>(path + ", " + reason, [&] { ReadDisplacements(path); });
+    ExpectThrows<std::runtime_error>(std::string(path).append(", ").append(reason), [&] { ReadDisplacements(path); });
   }
   for (const std::size_t count : {0U, 607U, 1088U, 1090U}) {
     WriteText(path, Lines(count));
