@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <limits>
 
@@ -47,8 +46,7 @@ std::string Name(Layout layout, bool is_listed_by_rows) {
       return "its x and y blocks are exchanged and the sign of one is flipped: the slopes are turned by a right angle";
     case Layout::kGridTurned:
       return "rows and columns of the grid are exchanged in shs_rois.fits: it lists the sub-apertures column by "
-             "column, or "
-             "its x and y columns are exchanged";
+             "column, or its x and y columns are exchanged";
     case Layout::kOtherOrder:
       return fmt::format(
           "rows and columns of the grid are exchanged: its slopes go {0} by {0}, the sub-apertures {1} by {1}",
