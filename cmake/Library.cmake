@@ -43,11 +43,11 @@ target_sources(
   quen_shssim_objects
   PRIVATE basesim/src/base_simulator.cpp
           common/filesystem/src/filesystem.cpp
+          common/fits/src/data_unit.cpp
           common/fits/src/fits_file.cpp
           common/fits/src/fits_image.cpp
           common/fits/src/fits_table.cpp
           common/fits/src/header_check.cpp
-          common/fits/src/status.cpp
           common/logging/src/logging.cpp
           common/random/src/random.cpp
           common/random/src/uniform_stream.cpp

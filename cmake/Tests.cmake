@@ -1,4 +1,4 @@
-# The tests. Labels: unit, statistics, soak, abi, consumer, tool, and fuzz-replay (fuzz/CMakeLists.txt).
+# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, tool, and fuzz-replay (fuzz/CMakeLists.txt).
 enable_testing()
 include(GoogleTest)
 find_package(GTest REQUIRED)
@@ -48,6 +48,13 @@ quen_add_test(statistics_test LABEL statistics SOURCES shssim/test/noise_statist
 quen_add_test(soak_test LABEL soak SOURCES shssim/test/soak_test.cpp LIBRARIES quen_shssim_static)
 quen_add_test(random_fault_test SOURCES common/random/test/random_fault_test.cpp LIBRARIES quen_shssim_static)
 quen_add_test(fits_fault_test SOURCES common/fits/test/fits_fault_test.cpp LIBRARIES quen_shssim_static ${CMAKE_DL_LIBS})
+quen_add_test(
+  fits_comparison_test
+  LABEL comparison
+  SOURCES common/fits/test/comparison_test.cpp common/fits/test/plain_fits.cpp fuzz/damage.cpp fuzz/input.cpp
+          testing/allocations.cpp
+  LIBRARIES quen_shssim_static)
+set_target_properties(fits_comparison_test PROPERTIES ENABLE_EXPORTS ON) # its clock is CFITSIO's
 quen_add_test(fault_test SOURCES shssim/test/faults_test.cpp testing/faulty_stdio.cpp
               LIBRARIES quen_shssim_static ${CMAKE_DL_LIBS})
 

@@ -23,6 +23,11 @@
 
 namespace quen::shssim {
 
+using basesim::kFrameHeight;
+using basesim::kFrameWidth;
+using basesim::kNumModes;
+using basesim::kNumRois;
+using basesim::kNumSlopes;
 inline constexpr std::size_t kNumRoisUsed = 607;  ///< length of the packed results
 inline constexpr double kSpotPeak = 4096.0;       ///< peak of a spot, in units of pixel values
 
@@ -61,7 +66,7 @@ class ShsSimulator : public basesim::BaseSimulator {
   ///
   /// A negative or NaN `noise` ends the process at the first pixel drawn.
   QUEN_EXPORT void ComputeFrame(gsl::span<const double> dx, gsl::span<const double> dy, double noise,
-                                std::optional<std::string> path);
+                                std::optional<std::string> path = std::nullopt);
 
   /// Measures the used sub-apertures of the current frame, in their order, up to the 607th. Sub-apertures after that one
   /// keep their earlier results; unused ones before it get zeros.
@@ -81,7 +86,7 @@ class ShsSimulator : public basesim::BaseSimulator {
   /// Exceptions of `centroiding` pass unchanged. A negative `slope_limit` ends the process at the first used
   /// sub-aperture, and so does a list of flags that ends before the 607th used one.
   QUEN_EXPORT void ComputeSlopes(image_processing::Centroiding<std::uint16_t>& centroiding, double slope_limit,
-                                 std::optional<std::string> path);
+                                 std::optional<std::string> path = std::nullopt);
 
   /// The last frame before its conversion to pixels, 840 × 816, row-major.
   [[nodiscard]] const std::vector<double>& FrameValues() const { return frame_values; }

@@ -16,19 +16,19 @@
 ///
 /// and can record or restore the whole state by copying the engine.
 ///
-/// Should the entropy source fail, the thread's first access throws, and its engine is then unseeded: the thread must
-/// not draw from it before it has seeded the engine itself.
+/// Should the entropy source fail, the thread's first access throws. The next call of MersenneTwisterEngine() tries
+/// again; the bare name must not be used before one has succeeded.
 
 namespace quen::common::random::detail {
 
 /// The calling thread's engine. Reaching it by this name is the same as calling MersenneTwisterEngine().
-/// @throws std::runtime_error  first access of a thread only: the entropy source cannot be opened or read
+/// @throws std::runtime_error  the engine is not seeded yet, and the entropy source cannot be opened or read
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): per-thread state is what this module is for.
 QUEN_EXPORT extern thread_local std::mt19937 s_random;
 
 /// The calling thread's engine, seeded first if this is the thread's first access. One thread always gets the same
 /// object; no other thread may use it.
-/// @throws std::runtime_error  first access of a thread only: the entropy source cannot be opened or read
+/// @throws std::runtime_error  the engine is not seeded yet, and the entropy source cannot be opened or read
 QUEN_EXPORT std::mt19937& MersenneTwisterEngine();
 
 }  // namespace quen::common::random::detail

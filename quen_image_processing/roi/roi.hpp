@@ -43,7 +43,7 @@ class Roi {
                   std::uint16_t y_max, double x_ref, double y_ref);
 
   /// A copy grown by `n` pixels on each of its four sides, clipped to the frame. Never fails.
-  [[nodiscard]] QUEN_EXPORT Roi Enlarge(std::uint16_t n) const;
+  QUEN_EXPORT Roi Enlarge(std::uint16_t n) const;
 };
 
 }  // namespace quen::image_processing

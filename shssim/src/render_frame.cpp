@@ -61,13 +61,17 @@ void DrawFar(const Spot& spot, Noise& noise, FrameBuffers frame) {
 
 /// Ends the process, as the pixel-by-pixel loop does, for a noise that is no half-width or a pixel outside the frame.
 void Check(const Spot& spot, double noise, FrameBuffers frame) {
-  [[maybe_unused]] const std::uniform_real_distribution<double> checked(-noise, noise);
+  CheckNoise(noise);
   const std::size_t last = spot.x_low + spot.width - 1 + kFrameWidth * (spot.y_low + spot.height - 1);
   [[maybe_unused]] const double inside = frame.values[last];
   [[maybe_unused]] const std::uint16_t also_inside = frame.pixels[last];
 }
 
 }  // namespace
+
+bool HasPixels(const std::vector<Roi>& rois) { return PixelCount(rois) > 0; }
+
+void CheckNoise(double noise) { [[maybe_unused]] const std::uniform_real_distribution<double> checked(-noise, noise); }
 
 RenderReport RenderFrame(Level level, const std::vector<Roi>& rois, gsl::span<const double> dx,
                          gsl::span<const double> dy, double noise, std::mt19937& engine, FrameBuffers frame) {

@@ -23,6 +23,12 @@ struct RenderReport {
   std::size_t near_pixels;    ///< drawn by the vectorised kernel; the others went through the formula one by one
 };
 
+/// Whether any region has a pixel to draw.
+bool HasPixels(const std::vector<image_processing::Roi>& rois);
+
+/// Ends the process for a noise that is no half-width: negative, or NaN.
+void CheckNoise(double noise);
+
 /// Draws every region's spot and noise, as ShsSimulator::ComputeFrame says. Every level gives the same bits in both
 /// frames and leaves the engine in the same state.
 ///

@@ -11,15 +11,6 @@
 #include "shssim/src/slope_file.hpp"
 
 namespace quen::shssim {
-namespace {
-
-using basesim::kFrameHeight;
-using basesim::kFrameWidth;
-using basesim::kNumRois;
-using basesim::kNumSlopes;
-
-}  // namespace
-
 ShsSimulator::ShsSimulator()
     : frame_values(kFrameWidth * kFrameHeight),
       frame(kFrameWidth * kFrameHeight),
@@ -36,8 +27,11 @@ void ShsSimulator::ComputeFrame(gsl::span<const double> dx, gsl::span<const doub
   if (dx.size() != kNumRois || dy.size() != kNumRois || rois.size() != kNumRois) {
     throw std::invalid_argument("ShsSimulator::ComputeFrame: incompatible configuration");
   }
-  RenderFrame(common::simd::Best(), rois, dx, dy, noise, common::random::detail::MersenneTwisterEngine(),
-              {frame_values, frame});
+  if (HasPixels(rois)) {
+    CheckNoise(noise);
+    RenderFrame(common::simd::Best(), rois, dx, dy, noise, common::random::detail::MersenneTwisterEngine(),
+                {frame_values, frame});
+  }
   if (path) {
     const common::Fits::Handle file = common::Fits::FitsFileWrite(*path, true, std::nullopt);
     common::Fits::WriteImgPriv(file, frame.data(), frame.size(), SHORT_IMG, TSHORT, {kFrameWidth, kFrameHeight});

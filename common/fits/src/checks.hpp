@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <stdexcept>
 #include <string>
@@ -16,9 +15,6 @@ inline std::size_t ElementCount(const std::vector<std::size_t>& shape) {
   for (const std::size_t length : shape) count *= length;
   return count;
 }
-
-/// Bytes of the file, those included that are written but not on disk yet. An uncompressed file's, where it is compressed.
-inline LONGLONG FileSize(const fitsfile* file) { return std::max(file->Fptr->filesize, file->Fptr->logfilesize); }
 
 inline void CheckBuffer(std::size_t needed, std::size_t available) {
   if (available < needed) {

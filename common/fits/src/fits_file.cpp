@@ -2,32 +2,24 @@
 #include <stdexcept>
 
 #include "common/fits/fits.hpp"
-#include "common/fits/src/checks.hpp"
+#include "common/fits/src/data_unit.hpp"
 #include "common/fits/src/header_check.hpp"
 #include "common/fits/src/status.hpp"
 
-namespace quen::common::Fits {
+namespace quen::common {
 namespace {
 
-/// Whether CFITSIO can sum up the current HDU. It would sum up all data that a damaged header declares, for hours if that
-/// is absurdly much.
-bool CanBeSummed(fitsfile* file) {
-  LONGLONG header = 0;
-  LONGLONG data = 0;
-  LONGLONG end = 0;
-  int status = 0;
-  fits_get_hduaddrll(file, &header, &data, &end, &status);
-  return status == 0 && end <= FileSize(file);
-}
+using Fits::Handle;
+using Fits::HandleType;
 
 /// The deleter of handles. Whatever goes wrong here is ignored: releasing never throws and never reports.
 void Cleanup(HandleType* handle) {
   if (handle == nullptr) return;
   if (handle->file != nullptr) {
-    int status = 0;
-    if (CanBeSummed(handle->file)) fits_write_chksum(handle->file, &status);
-    status = 0;
-    fits_close_file(handle->file, &status);
+    int ignored = 0;
+    if (Fits::CanBeSummed(handle->file)) fits_write_chksum(handle->file, &ignored);
+    Fits::CloseFile(handle->file);
+    handle->file = nullptr;
   }
   delete handle;  // NOLINT(cppcoreguidelines-owning-memory): the deleter of Handle.
 }
@@ -51,7 +43,29 @@ void CreateFile(HandleType& handle, const std::string& path, bool overwrite) {
   }
 }
 
+/// Opens an existing file, if that does nobody harm.
+void OpenFile(HandleType& handle, const std::string& name, int mode, int* status) {
+  const Fits::Way way = Fits::WayTo(name);
+  *status = Fits::Refuse(way);
+  if (mode == READWRITE && !way.can_be_left) *status = END_OF_FILE;
+  fits_open_file(&handle.file, name.c_str(), mode, status);
+}
+
+/// Moves to a binary table if there is one; the HDU type stays not known otherwise.
+void MoveToTable(HandleType& handle, const std::string& path, const std::string& extension) {
+  const Fits::Way way = Fits::WayToTable(path, extension);
+  int ignored = Fits::Refuse(way);
+  std::optional<Fits::WithoutFilling> as_it_is;
+  if (!way.can_be_left) as_it_is.emplace(handle.file);
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the name only.
+  fits_movnam_hdu(handle.file, BINARY_TBL, const_cast<char*>(extension.c_str()), 1, &ignored);
+  fits_get_hdu_type(handle.file, &handle.hdu_type, &ignored);
+}
+
 }  // namespace
+}  // namespace quen::common
+
+namespace quen::common::Fits {
 
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): see the header.
 const char* CppToFits<unsigned char>::format = "B";
@@ -62,8 +76,8 @@ const char* CppToFits<double>::format = "D";
 Handle FitsFile(const std::string& path, const std::optional<std::string>& extension) {
   Handle handle = MakeHandle(true, extension);
   const std::string name = extension ? path + "[" + *extension + "]" : path;
-  int status = CheckHeaders(name, READONLY);
-  fits_open_file(&handle->file, name.c_str(), READONLY, &status);
+  int status = 0;
+  OpenFile(*handle, name, READONLY, &status);
   fits_get_hdu_type(handle->file, &handle->hdu_type, &status);
   if (status != 0 || handle->file == nullptr) {
     throw std::runtime_error("Fits: Could not open " + path + ", details: " + ReadStatus(status));
@@ -74,16 +88,11 @@ Handle FitsFile(const std::string& path, const std::optional<std::string>& exten
 Handle FitsFileWrite(const std::string& path, bool overwrite, const std::optional<std::string>& extension) {
   Handle handle = MakeHandle(false, extension);
   if (!overwrite) {
-    int status = CheckHeaders(path, READWRITE);
-    fits_open_file(&handle->file, path.c_str(), READWRITE, &status);
+    int status = 0;
+    OpenFile(*handle, path, READWRITE, &status);
     if (status == 0 && handle->file != nullptr) {
-      if (extension) {
-        // A missing extension is no failure: the HDU type stays -1 and WriteTable will append the table.
-        int ignored = 0;
-        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the name only.
-        fits_movnam_hdu(handle->file, BINARY_TBL, const_cast<char*>(extension->c_str()), 1, &ignored);
-        fits_get_hdu_type(handle->file, &handle->hdu_type, &ignored);
-      }
+      // A missing extension is no failure: WriteTable will append the table.
+      if (extension) MoveToTable(*handle, path, *extension);
       return handle;
     }
     handle = MakeHandle(false, extension);

@@ -1,8 +1,13 @@
+#include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <string_view>
 
 #include "common/fits/fits.hpp"
 #include "common/fits/src/checks.hpp"
+#include "common/fits/src/data_unit.hpp"
+#include "common/fits/src/header_check.hpp"
+#include "common/fits/src/kept_messages.hpp"
 #include "common/fits/src/status.hpp"
 
 namespace quen::common::Fits {
@@ -91,7 +96,8 @@ void WriteImgPriv(const Handle& handle, const void* buffer, std::size_t count, i
   if (handle->hdu_type == -1) handle->hdu_type = IMAGE_HDU;
 
   std::vector<long> lengths(dims.begin(), dims.end());
-  int status = 0;
+  const bool is_there = handle->file->Fptr->curhdu == 0;
+  int status = is_there ? 0 : CheckLeaving(handle->file);
   int hdu_type = 0;
   fits_movabs_hdu(handle->file, 1, &hdu_type, &status);
   fits_resize_img(handle->file, bitpix, static_cast<int>(lengths.size()), lengths.data(), &status);
@@ -100,10 +106,35 @@ void WriteImgPriv(const Handle& handle, const void* buffer, std::size_t count, i
   if (status != 0) throw std::runtime_error("Fits: Error writing image: " + ReadStatus(status));
 }
 
+namespace {
+
+/// Whether CFITSIO would overrun a buffer if it read a keyword as a whole number.
+bool Overruns(fitsfile* file, int datatype, const std::string& key) {
+  constexpr std::array kNoWholeNumbers = {TSTRING, TLOGICAL, TFLOAT, TDOUBLE, TCOMPLEX, TDBLCOMPLEX};
+  if (std::ranges::find(kNoWholeNumbers, datatype) != kNoWholeNumbers.end()) return false;
+  const KeptMessages kept;
+  int count = 0;
+  int position = 0;
+  int status = 0;
+  std::array<char, FLEN_VALUE> value{};
+  char type = 'I';
+  fits_get_hdrpos(file, &count, &position, &status);
+  fits_read_keyword(file, key.c_str(), value.data(), nullptr, &status);
+  fits_get_keytype(value.data(), &type, &status);
+  int ignored = 0;
+  ffmaky(file, position, &ignored);  // where the next search begins
+  if (status != 0 || type == 'F' || type == 'X') return false;
+  constexpr std::size_t kLongestUnsigned = 20;
+  const std::string_view text = value.data();
+  return IsTooLongForANumber(text) || (datatype == TULONG && type == 'I' && text.size() >= kLongestUnsigned);
+}
+
+}  // namespace
+
 void ReadImgHeaderPriv(const Handle& handle, void* value, int datatype, const std::string& key) {
   CheckIsImage(handle);
-  std::array<char, FLEN_COMMENT> comment{};
-  int status = 0;
+  std::array<char, 81> comment{};
+  int status = Overruns(handle->file, datatype, key) ? BAD_INTKEY : 0;
   fits_read_key(handle->file, datatype, key.c_str(), value, comment.data(), &status);
   if (status != 0) throw std::runtime_error("Fits: Error getting the header key: " + key);
 }

@@ -4,6 +4,8 @@
 
 #include "common/fits/fits.hpp"
 #include "common/fits/src/checks.hpp"
+#include "common/fits/src/data_unit.hpp"
+#include "common/fits/src/header_check.hpp"
 #include "common/fits/src/status.hpp"
 
 namespace quen::common::Fits {
@@ -47,15 +49,33 @@ bool KnowsItsColumns(const Handle& handle) {
   return state.tfield == 0 || state.tableptr != nullptr;
 }
 
-/// 0, or why a column cannot be written: CFITSIO would divide by the width of its elements, which a damaged header leaves
-/// at zero. Columns that there are not are left to it.
-int CheckElementWidth(const Handle& handle, int column) {
-  int column_count = 0;
-  int status = 0;
-  fits_get_num_cols(handle->file, &column_count, &status);  // looks at the header; what it finds shows again below
+/// Whether CFITSIO has found a column's format. It would divide by the width of the elements, which is zero, otherwise.
+bool HasFormat(const tcolumn& column) {
+  constexpr int kNotFound = -9999;
+  return column.tdatatype != kNotFound || column.twidth != 0;
+}
+
+/// 0, or why elements cannot be written into a column after a damaged header: CFITSIO does not know it, or would move a
+/// heap that begins before the data. What is no column is left to it.
+int CheckColumn(const Handle& handle, int column, std::size_t count, int first_row) {
+  if (count == 0) return 0;
   const FITSfile& state = *handle->file->Fptr;
-  if (column < 1 || column > state.tfield) return 0;
-  return KnowsItsColumns(handle) && state.tableptr[column - 1].twidth > 0 ? 0 : BAD_TFORM;
+  int status = 0;
+  if (state.datastart < 0) fits_set_hdustruc(handle->file, &status);  // reads the header, as writing would have to
+  if (status != 0 || column < 1 || column > state.tfield) return status;
+  if (!KnowsItsColumns(handle) || !HasFormat(state.tableptr[column - 1])) return BAD_TFORM;
+  const auto elements = std::max<LONGLONG>(state.tableptr[column - 1].trepeat, 1);
+  const LONGLONG last_row = first_row + (static_cast<LONGLONG>(count) - 1) / elements;
+  const bool has_bad_heap = state.hdutype == BINARY_TBL && state.heapstart < 0;
+  return has_bad_heap && last_row > state.numrows ? BAD_HEAP_PTR : 0;
+}
+
+/// 0, or why no HDU can be appended: CFITSIO goes through the last that it has seen, and all after it.
+int CheckWayToEnd(const Handle& handle) {
+  const FITSfile& state = *handle->file->Fptr;
+  const Way way = WayFrom(state.filename, state.headstart[state.maxhdu]);
+  if (way.status != 0) return Refuse(way);
+  return CheckLeaving(handle->file, way.can_be_left);
 }
 
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the text only.
@@ -108,10 +128,6 @@ std::vector<T> ReadColumnOrThrow(const Handle& handle, const std::string& column
   const TableParams params = ReadTableParams(handle, column);
   if (params.second.empty()) throw std::runtime_error("ReadColumnOrThrow: misconfigured column: " + column);
   const std::size_t count = ElementCount(params.first);
-  // An element takes a byte at least: no memory for rows that the file cannot hold.
-  if (count > static_cast<std::size_t>(FileSize(handle->file))) {
-    throw std::runtime_error("Fits: Error reading column \"" + column + "\": " + ReadStatus(END_OF_FILE));
-  }
   std::vector<T> values(count);
   ReadColumnPriv(handle, values.data(), values.size(), kDatatype<T>, column);
   return values;
@@ -136,7 +152,7 @@ void WriteTable(const Handle& handle, const std::vector<std::pair<std::string, s
     formats[k] = Text(columns[k].second);
     units[k] = Text(no_unit);
   }
-  int status = 0;
+  int status = CheckWayToEnd(handle);
   fits_create_tbl(handle->file, BINARY_TBL, 0, static_cast<int>(count), names.data(), formats.data(), units.data(),
                   handle->extension.c_str(), &status);
   if (status != 0) throw std::runtime_error("Fits: Could not create table, details: " + ReadStatus(status));
@@ -145,7 +161,8 @@ void WriteTable(const Handle& handle, const std::vector<std::pair<std::string, s
 std::size_t WriteColumnPriv(const Handle& handle, const void* data, std::size_t count, int datatype, int column,
                             int first_row) {
   CheckWritable(handle);
-  int status = CheckElementWidth(handle, column);
+  int status = CheckLeaving(handle->file);
+  if (status == 0) status = CheckColumn(handle, column, count, first_row);
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the data only.
   fits_write_col(handle->file, datatype, column, first_row, 1, static_cast<LONGLONG>(count), const_cast<void*>(data),
                  &status);

@@ -4,25 +4,29 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
-#include <cstdlib>
+#include <charconv>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <system_error>
+#include <vector>
+
+#include "common/fits/src/data_unit.hpp"
+#include "common/fits/src/kept_messages.hpp"
 
 namespace quen::common::Fits {
 namespace {
 
 constexpr std::size_t kCard = 80;
-constexpr int kBlock = 2880;
-constexpr std::size_t kKeyword = 8;      // characters
-constexpr double kLargest = 1e18;        // bytes or elements; CFITSIO multiplies such numbers without a check
-constexpr std::size_t kMostDigits = 15;  // of a column's repeat count
-constexpr double kMostMissing = 1e8;     // bytes; a file to be written to is first filled up to what it declares
+constexpr std::int64_t kBlock = 2880;
+constexpr std::size_t kKeyword = 8;  // characters
 
-/// A keyword and what stands after its "=", from the first character that is not blank.
+// --- Cards ---------------------------------------------------------------------------------------------------------
+
+/// A keyword and what stands after its "= ", from the first character that is not blank.
 struct Card {
   std::string keyword;
   std::string value;
@@ -31,139 +35,339 @@ struct Card {
 Card Parsed(std::string_view text) {
   Card card;
   card.keyword = text.substr(0, std::min(kKeyword, text.find(' ')));
-  if (text[kKeyword] == '=') {
-    const std::string_view value = text.substr(kKeyword + 1);
+  if (text.substr(kKeyword, 2) == "= ") {
+    const std::string_view value = text.substr(kKeyword + 2);
     card.value = value.substr(std::min(value.size(), value.find_first_not_of(' ')));
   }
   return card;
 }
 
-int Refuse(int status, const std::string& keyword, const std::string& reason) {
-  fits_write_errmsg((keyword + " in the header " + reason + ".").c_str());
-  return status;
+/// The n of a keyword that is this root and a number; 0 for any other.
+int Index(std::string_view keyword, std::string_view root) {
+  if (!keyword.starts_with(root)) return 0;
+  const std::string_view digits = keyword.substr(root.size());
+  int index = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), index);
+  return error == std::errc() && end == digits.data() + digits.size() ? index : 0;
 }
 
-/// Whether a value, not in quotes, is longer than CFITSIO's room for the name of a column.
-bool IsTooLong(std::string_view value) {
-  constexpr std::size_t kRoom = 69;
-  if (value.starts_with("'")) return false;
-  const std::size_t end = value.starts_with("(") ? value.find(')') : value.find_first_of(" /");
-  return std::min(end, value.size()) >= kRoom;
+/// A whole number; -1, which is none of the sizes asked for, where there is none or it is too large.
+std::int64_t Number(const Card& card) {
+  std::int64_t number = -1;
+  const std::size_t first = card.value.starts_with("+") ? 1 : 0;
+  std::from_chars(card.value.data() + first, card.value.data() + card.value.size(), number);
+  return number;
 }
 
-bool IsIndexed(std::string_view keyword, std::string_view root) {
-  return keyword.starts_with(root) && keyword.size() > root.size();
+/// What stands between quotes, without blanks at its end.
+std::string Text(const Card& card) {
+  if (!card.value.starts_with("'")) return {};
+  const std::string text = card.value.substr(1, card.value.find('\'', 1) - 1);
+  return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
-bool IsSize(std::string_view keyword) {
-  return keyword == "PCOUNT" || keyword == "GCOUNT" || keyword == "THEAP" || IsIndexed(keyword, "NAXIS") ||
-         IsIndexed(keyword, "ZNAXIS") || IsIndexed(keyword, "ZTILE");
+bool SameName(std::string_view one, std::string_view other) {
+  return std::ranges::equal(one, other,
+                            [](unsigned char a, unsigned char b) { return std::toupper(a) == std::toupper(b); });
 }
 
-int CheckCard(const Card& card) {
-  const auto& [keyword, value] = card;
-  if (keyword.starts_with("T") && IsTooLong(value)) return Refuse(NO_QUOTE, keyword, "has too long a value");
-  if (IsIndexed(keyword, "TFORM")) {
-    const std::size_t first = std::min(value.size(), value.find_first_not_of("' "));
-    const std::size_t end = std::min(value.size(), value.find_first_not_of("0123456789", first));
-    if (end - first > kMostDigits) return Refuse(BAD_TFORM, keyword, "has too large a repeat count");
-  }
-  if (IsSize(keyword)) {
-    const double number = std::strtod(value.c_str(), nullptr);
-    if (!(number >= 0.0 && number <= kLargest)) return Refuse(BAD_NAXES, keyword, "is negative or too large");
-  }
-  return 0;
+/// What CFITSIO copies of a value that is not in quotes.
+std::size_t Length(std::string_view value) {
+  const bool is_pair = value.starts_with("(");
+  const std::size_t end = is_pair ? value.find(')') : value.find_first_of(" /");
+  return end == std::string_view::npos ? value.size() : is_pair ? end + 1 : end;
 }
 
-/// How much data a header declares, as its cards come.
-class DataSize {
+/// Whether CFITSIO's copy of a value overruns its room for the name of a column.
+bool OverrunsName(std::string_view value) { return !value.starts_with("'") && Length(value) >= sizeof(tcolumn::ttype); }
+
+/// Whether CFITSIO takes a value for the whole number zero.
+bool IsZero(const Card& card) {
+  const std::string_view value = card.value;
+  if (value.starts_with("'")) return Text(card).empty();
+  const std::string_view number = value.substr(0, Length(value));
+  return number == "F" || (!number.empty() && number.find_first_not_of("+-0") == std::string_view::npos);
+}
+
+// --- Headers -------------------------------------------------------------------------------------------------------
+
+/// CFITSIO's own arithmetic, which wraps around where a header declares absurd sizes.
+std::int64_t Wrapped(std::uint64_t value) { return static_cast<std::int64_t>(value); }
+std::int64_t Sum(std::int64_t a, std::int64_t b) {
+  return Wrapped(static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(b));
+}
+std::int64_t Product(std::int64_t a, std::int64_t b) {
+  return Wrapped(static_cast<std::uint64_t>(a) * static_cast<std::uint64_t>(b));
+}
+
+std::int64_t Padded(std::int64_t size) { return Product(Sum(size, kBlock - 1) / kBlock, kBlock); }
+
+/// One header, as its cards come.
+class Header {
  public:
   void Take(const Card& card) {
-    const double number = std::strtod(card.value.c_str(), nullptr);
-    if (card.keyword == "BITPIX") bits_ = std::abs(number);
-    if (card.keyword == "NAXIS") axes_ = number;
-    if (card.keyword == "PCOUNT") parameters_ = number;
-    if (card.keyword == "GCOUNT") groups_ = number;
-    const bool groups_only = card.keyword == "NAXIS1" && number == 0.0;  // "random groups" have no first axis
-    if (IsIndexed(card.keyword, "NAXIS") && !groups_only) elements_ *= number;
+    TakeMandatory(card);
+    if (card.keyword == "EXTNAME") name_ = Text(card);
+    if (card.keyword == "HDUNAME") other_name_ = Text(card);
+    if (card.keyword == "THEAP") heap_start_ = Number(card);
+    if (card.keyword == "PCOUNT") parameters_ = Number(card);
+    if (card.keyword == "GCOUNT") groups_ = Number(card);
+    if (card.keyword == "ZIMAGE") is_tiled_ = card.value.starts_with("T");
+    const bool is_of_tiles = card.keyword == "ZBITPIX" || card.keyword == "ZNAXIS" ||
+                             Index(card.keyword, "ZNAXIS") > 0 || Index(card.keyword, "ZTILE") > 0 ||
+                             Index(card.keyword, "ZVAL") > 0;
+    if (is_of_tiles && IsTooLongForANumber(card.value)) bad_tiles_ = card.keyword;
+    constexpr std::int64_t kLargestTile = std::int64_t{1} << 40;
+    if (Index(card.keyword, "ZTILE") > 0 && (IsZero(card) || Number(card) > kLargestTile)) bad_tiles_ = card.keyword;
+    if (Index(card.keyword, "ZNAME") > 0 && Text(card) == "BLOCKSIZE") block_size_ = Index(card.keyword, "ZNAME");
+    if (Index(card.keyword, "ZVAL") > 0 && IsZero(card)) zeros_.push_back(Index(card.keyword, "ZVAL"));
+    const int column = Index(card.keyword, "TTYPE");
+    if (column > 0 && overrun_ == 0 && OverrunsName(card.value)) overrun_ = column;
   }
 
-  [[nodiscard]] double Bytes() const { return axes_ == 0.0 ? 0.0 : bits_ / 8.0 * groups_ * (parameters_ + elements_); }
+  [[nodiscard]] bool IsTable() const { return IsBinaryTable() || type_ == "TABLE"; }
+  [[nodiscard]] bool IsBinaryTable() const { return type_ == "BINTABLE" || type_ == "A3DTABLE" || type_ == "3DTABLE"; }
+  [[nodiscard]] bool IsCalled(std::string_view name) const {
+    return SameName(name_, name) || SameName(other_name_, name);
+  }
+
+  /// Whether it begins as CFITSIO wants it to. CFITSIO does not go on otherwise.
+  [[nodiscard]] bool IsWellFormed() const {
+    if (!is_in_order_ || axes_in_order_ != axes_) return false;
+    if (type_ == "TABLE" && parameters_ != 0) return false;
+    return !IsTable() || (axes_ == 2 && bits_ == 8 && parameters_ >= 0 && groups_ == 1 && columns_ >= 0);
+  }
+
+  /// The number of the column whose name CFITSIO would copy beyond its room; 0 if there is none.
+  [[nodiscard]] int Overrun() const { return IsTable() && overrun_ <= columns_ ? overrun_ : 0; }
+
+  /// Whether there are more axes, one after the other, than CFITSIO has room for.
+  [[nodiscard]] bool OverrunsAxes() const {
+    constexpr int kRoom = sizeof(FITSfile::imgnaxis) / sizeof(LONGLONG);
+    return !IsTable() && axes_ > kRoom && axes_in_order_ >= kRoom;
+  }
+
+  /// The keyword at which CFITSIO would overrun a buffer or divide by zero when it looks for the tiles of a compressed
+  /// image; empty if there is none.
+  [[nodiscard]] std::string BadTiles() const {
+    if (!is_tiled_ || !IsBinaryTable()) return {};
+    if (std::ranges::find(zeros_, block_size_) != zeros_.end()) return "ZVAL" + std::to_string(block_size_);
+    return bad_tiles_;
+  }
+
+  /// Bytes of data.
+  [[nodiscard]] std::int64_t DataSize() const {
+    return axes_ == 0 ? 0 : Product(Product(Sum(parameters_, elements_), std::abs(bits_) / 8), groups_);
+  }
+
+  /// Bytes to the end of the data that CFITSIO leaves as they are.
+  [[nodiscard]] std::int64_t HeapEnd() const {
+    return IsBinaryTable() && heap_start_ ? Sum(*heap_start_, parameters_) : DataSize();
+  }
 
  private:
-  double bits_ = 0.0;
-  double axes_ = 0.0;
-  double elements_ = 1.0;
-  double parameters_ = 0.0;
-  double groups_ = 1.0;
-};
-
-double Padded(double size) { return std::ceil(size / kBlock) * kBlock; }
-
-/// What a look through one header has found.
-struct Header {
-  int status = 0;     ///< why it is refused
-  double end = 0.0;   ///< where its last block ends in the file
-  double data = 0.0;  ///< bytes of data that it declares
-};
-
-Header LookThrough(std::istream& file, double start) {
-  Header header;
-  header.end = start;
-  DataSize size;
-  bool complete = false;  // with its END
-  std::string block(kBlock, ' ');
-  file.seekg(static_cast<std::streamoff>(start));
-  while (!complete && (file.read(block.data(), kBlock) || file.gcount() > 0)) {
-    block.resize(static_cast<std::size_t>(file.gcount()));
-    for (std::size_t at = 0; at + kCard <= block.size() && !complete; at += kCard) {
-      const Card card = Parsed(std::string_view(block).substr(at, kCard));
-      header.status = CheckCard(card);
-      if (header.status != 0) return header;
-      size.Take(card);
-      complete = card.keyword == "END";
+  /// The keywords that stand first, each in its place.
+  void TakeMandatory(const Card& card) {
+    constexpr int kBeforeAxes = 3;
+    const int position = position_++;
+    if (position == 0) {
+      type_ = card.keyword == "XTENSION" ? Text(card) : "";
+      is_in_order_ = card.keyword == "XTENSION" || card.keyword == "SIMPLE";
+    } else if (position == 1) {
+      bits_ = Number(card);
+      is_in_order_ = is_in_order_ && card.keyword == "BITPIX";
+    } else if (position == 2) {
+      axes_ = Number(card);
+      is_in_order_ = is_in_order_ && card.keyword == "NAXIS";
+    } else if (position - kBeforeAxes == axes_in_order_ && axes_in_order_ < axes_) {
+      if (Index(card.keyword, "NAXIS") != axes_in_order_ + 1 || Number(card) < 0) return;
+      const bool groups_only = axes_in_order_ == 0 && Number(card) == 0;  // "random groups" have no first axis
+      if (!groups_only || IsTable()) elements_ = Product(elements_, Number(card));
+      ++axes_in_order_;
+    } else if (position == kTableColumns) {
+      columns_ = card.keyword == "TFIELDS" ? Number(card) : -1;
     }
-    header.end += kBlock;
   }
-  header.data = size.Bytes();
-  return header;
+
+  static constexpr int kTableColumns = 7;
+
+  int position_ = 0;  // of the next card
+  bool is_in_order_ = false;
+  int axes_in_order_ = 0;
+  std::string type_;
+  std::string name_;
+  std::string other_name_;
+  std::int64_t bits_ = 0;
+  std::int64_t axes_ = 0;
+  std::int64_t elements_ = 1;
+  std::int64_t parameters_ = 0;
+  std::int64_t groups_ = 1;
+  std::optional<std::int64_t> heap_start_;
+  std::int64_t columns_ = -1;
+  int overrun_ = 0;
+  bool is_tiled_ = false;
+  std::string bad_tiles_;
+  int block_size_ = 0;
+  std::vector<int> zeros_;
+};
+
+/// Reads a header and finds its end, that of its last block; none if nothing can be read there.
+std::optional<std::int64_t> ReadHeader(std::istream& file, std::int64_t start, Header& header) {
+  std::int64_t end = start;
+  bool is_complete = false;
+  std::string block(static_cast<std::size_t>(kBlock), ' ');
+  file.clear();
+  file.seekg(start);
+  while (!is_complete && (file.read(block.data(), kBlock) || file.gcount() > 0)) {
+    block.resize(static_cast<std::size_t>(file.gcount()));
+    for (std::size_t at = 0; at + kCard <= block.size() && !is_complete; at += kCard) {
+      const Card card = Parsed(std::string_view(block).substr(at, kCard));
+      header.Take(card);
+      is_complete = card.keyword == "END";
+    }
+    end += kBlock;
+  }
+  return end == start ? std::nullopt : std::optional(end);
 }
 
-/// The file on disk that CFITSIO will open under this name, if that is a plain FITS file.
-std::optional<std::ifstream> OpenPlainFits(const std::string& name) {
-  constexpr std::string_view kStart = "SIMPLE  =";
-  constexpr std::string_view kScheme = "file://";
-  std::array<char, FLEN_FILENAME> root{};
-  int status = 0;
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the name only.
-  fits_parse_rootname(const_cast<char*>(name.c_str()), root.data(), &status);
-  std::string path = root.data();
-  if (path.starts_with(kScheme)) path.erase(0, kScheme.size());
-  std::error_code unreadable;
-  if (status != 0 || !std::filesystem::is_regular_file(path, unreadable)) return std::nullopt;
+// --- Files ---------------------------------------------------------------------------------------------------------
 
+/// The HDU that CFITSIO goes to: a number, counted from 0, a name, or the end of the file.
+struct Goal {
+  int number = std::numeric_limits<int>::max();
+  std::string name;
+  bool table_only = false;
+
+  [[nodiscard]] bool IsReached(int at, const Header& header) const {
+    if (at >= number) return true;
+    return !name.empty() && header.IsCalled(name) && (!table_only || header.IsBinaryTable());
+  }
+};
+
+struct ParsedName {
+  std::string path;
+  Goal goal;
+};
+
+/// The HDU that stands between brackets: a number or a name.
+Goal ParseExtension(const std::string& text) {
+  Goal goal;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), goal.number);
+  const bool is_number = error == std::errc() && end == text.data() + text.size();
+  return is_number ? goal : Goal{Goal().number, text, false};
+}
+
+/// What CFITSIO makes of a name; none if it is not one of a file on disk.
+std::optional<ParsedName> ParseByCfitsio(const std::string& name) {
+  constexpr std::string_view kFile = "file://";
+  using Field = std::array<char, FLEN_FILENAME>;
+  Field type{};
+  Field path{};
+  Field output{};
+  Field extension{};
+  Field rows{};
+  Field bins{};
+  Field columns{};
+  int status = 0;
+  const KeptMessages kept;
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the name only.
+  fits_parse_input_url(const_cast<char*>(name.c_str()), type.data(), path.data(), output.data(), extension.data(),
+                       rows.data(), bins.data(), columns.data(), &status);
+  if (status != 0 || std::string_view(type.data()) != kFile) return std::nullopt;
+  const bool is_filtered = rows[0] != 0 || bins[0] != 0 || columns[0] != 0;  // then it looks for a table by itself
+  Goal goal = ParseExtension(extension.data());
+  if (extension[0] == 0 && !is_filtered) goal.number = 0;
+  return ParsedName{path.data(), goal};
+}
+
+/// The same without CFITSIO, whose parser leaves messages for the whole process, where the name is "PATH" or "PATH[HDU]"
+/// and nothing in it has a meaning for CFITSIO.
+std::optional<ParsedName> ParseName(const std::string& name) {
+  constexpr const char* kMeaningful = "[](){}<>+:!*?#;, ~";
+  const std::size_t bracket = name.find('[');
+  const std::string path = name.substr(0, bracket);
+  const std::string rest = name.substr(path.size());
+  const std::string extension = rest.size() > 2 && rest.back() == ']' ? rest.substr(1, rest.size() - 2) : "";
+  const auto is_plain = [](const std::string& text) { return text.find_first_of(kMeaningful) == std::string::npos; };
+  if (!is_plain(path) || !is_plain(extension) || extension.empty() != rest.empty()) return ParseByCfitsio(name);
+  Goal goal = ParseExtension(extension);
+  if (extension.empty()) goal.number = 0;
+  return ParsedName{path, goal};
+}
+
+std::optional<std::ifstream> OpenPlainFits(const std::string& path) {
+  constexpr std::string_view kStart = "SIMPLE  =";
+  std::error_code unreadable;
+  if (!std::filesystem::is_regular_file(path, unreadable)) return std::nullopt;
   std::ifstream file(path, std::ios::binary);
   std::string start(kStart.size(), ' ');
   if (!file.read(start.data(), static_cast<std::streamsize>(start.size())) || start != kStart) return std::nullopt;
   return file;
 }
 
+std::int64_t SizeOf(std::istream& file) {
+  file.clear();
+  file.seekg(0, std::ios::end);
+  return file.tellg();
+}
+
+Way Explore(const std::string& path, std::int64_t start, const Goal& goal) {
+  std::optional<std::ifstream> file = OpenPlainFits(path);
+  if (!file) return {};
+  Way way;
+  const std::int64_t size = SizeOf(*file);
+  for (int number = 0; start >= 0; ++number) {
+    Header header;
+    const std::optional<std::int64_t> end = ReadHeader(*file, start, header);
+    if (!end) return way;
+    if (const int column = header.Overrun(); column > 0) {
+      return {NO_QUOTE, "TTYPE" + std::to_string(column) + " in the header has too long a value.", way.can_be_left};
+    }
+    if (header.OverrunsAxes()) return {BAD_NAXIS, "NAXIS in the header has too many axes.", way.can_be_left};
+    if (const std::string keyword = header.BadTiles(); !keyword.empty()) {
+      return {BAD_NAXES, keyword + " in the header is no size of a tile.", way.can_be_left};
+    }
+    if (goal.IsReached(number, header) || !header.IsWellFormed()) return way;
+    way.can_be_left = way.can_be_left && CanBeLeft(Sum(*end, header.HeapEnd()), size);
+    const std::int64_t next = Sum(*end, Padded(header.DataSize()));
+    if (next >= 0 && next <= start) {
+      return {BAD_NAXES, "NAXIS in the header declares data without end.", way.can_be_left};
+    }
+    start = next;
+  }
+  return way;
+}
+
 }  // namespace
 
-int CheckHeaders(const std::string& name, int mode) {
-  std::optional<std::ifstream> file = OpenPlainFits(name);
-  if (!file) return 0;
-  file->seekg(0, std::ios::end);
-  const auto size = static_cast<double>(file->tellg());
-  const double room = mode == READWRITE ? size + kMostMissing : kLargest;
-  double start = 0.0;
-  while (start < size) {
-    const Header header = LookThrough(*file, start);
-    if (header.status != 0) return header.status;
-    if (!(header.end + header.data <= room)) return Refuse(BAD_NAXES, "NAXIS", "declares too much data");
-    start = header.end + Padded(header.data);
-  }
-  return 0;
+bool IsTooLongForANumber(std::string_view value) {
+  constexpr std::size_t kRoom = 28;
+  if (!value.starts_with("'")) return Length(value) > kRoom;
+  const std::string_view text = value.substr(0, value.find('\'', 1));
+  return text.substr(0, text.find_last_not_of(' ') + 1).size() >= kRoom;
+}
+
+Way WayTo(const std::string& name) {
+  const std::optional<ParsedName> parsed = ParseName(name);
+  return parsed ? Explore(parsed->path, 0, parsed->goal) : Way();
+}
+
+Way WayToTable(const std::string& name, const std::string& extension) {
+  const std::optional<ParsedName> parsed = ParseName(name);
+  Goal goal;
+  goal.name = extension;
+  goal.table_only = true;
+  return parsed ? Explore(parsed->path, 0, goal) : Way();
+}
+
+Way WayFrom(const std::string& name, std::int64_t start) {
+  const std::optional<ParsedName> parsed = ParseName(name);
+  return parsed ? Explore(parsed->path, start, {}) : Way();
+}
+
+int Refuse(const Way& way) {
+  if (way.status != 0) fits_write_errmsg(way.reason.c_str());
+  return way.status;
 }
 
 }  // namespace quen::common::Fits

@@ -1,17 +1,37 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace quen::common::Fits {
 
-/// Looks through the headers of a file before CFITSIO opens it, for what CFITSIO takes without a check and then writes
-/// beyond a buffer, divides by zero or never ends: a value longer than a text can be, and sizes that no file can have.
-/// Sizes that this file does not have are left to the reading; a file to be written to may lack little of them.
+/// What was found of the HDUs that CFITSIO is about to go through.
+struct Way {
+  int status = 0;           ///< a CFITSIO status if CFITSIO would write beyond a buffer, or never end; else 0
+  std::string reason;       ///< for that status
+  bool can_be_left = true;  ///< whether a file opened for writing can be gone through (data_unit.hpp)
+};
+
+/// Looks through the headers of a file before CFITSIO does, for the few things at which it would write beyond a buffer or
+/// never end: a column's name longer than its room, and data units that lead back to where they began. Everything else,
+/// right or wrong, is CFITSIO's to judge, and so is a file that cannot be read. Only plain FITS files are looked at, no
+/// compressed ones and no network addresses.
 ///
-/// @param name  what CFITSIO is to open, its extended syntax included. Only plain FITS files are looked at: for no such
-///              file, a compressed file, a network address the answer is 0.
-/// @param mode  READONLY or READWRITE
-/// @return      0, or a CFITSIO status, with messages on CFITSIO's stack
-int CheckHeaders(const std::string& name, int mode);
+/// @param name  what CFITSIO is to open, its extended syntax included; the way goes to the HDU that it selects
+Way WayTo(const std::string& name);
+
+/// The way to the binary table of this name, or to the end of the file.
+Way WayToTable(const std::string& name, const std::string& extension);
+
+/// The way to the end of the file, from the header at `start` on.
+Way WayFrom(const std::string& name, std::int64_t start);
+
+/// Whether CFITSIO would overrun the room of its complaint about a value, were it to read it as a whole number.
+bool IsTooLongForANumber(std::string_view value);
+
+/// Puts the reason on CFITSIO's message stack.
+/// @return  the status
+int Refuse(const Way& way);
 
 }  // namespace quen::common::Fits

@@ -1,5 +1,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "common/fits/fits.hpp"
 #include "testing/environment.hpp"
@@ -17,6 +20,7 @@ using quen::common::Fits::ReadImgParams;
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): the stand-ins have nowhere else to look.
 bool g_image_parameters_fail = false;
 bool g_checksum_fails = false;
+int g_good_reads = 1'000'000;
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 TEST(FitsFault, FailingParameterQueryIsReportedAndLeavesNoDescriptor) {
@@ -50,9 +54,34 @@ TEST(FitsFault, FailingChecksumDoesNotKeepTheReleaseFromWriting) {
   EXPECT_EQ(found, values);
 }
 
+/// The look through headers ends where it cannot read on, or where the file has become shorter, and leaves the rest to
+/// CFITSIO.
+TEST(FitsFault, FailingLookThroughHeadersIsNoFailure) {
+  const quen::testing::TempDir folder;
+  const std::string path = folder / "a.fits";
+  for (const char* const name : {"first", "second", "third"}) {
+    quen::testing::AppendTable(path, name, 1000, {{"x", "D", {}}});
+  }
+  for (int good_reads = 0; good_reads < 10; ++good_reads) {
+    g_good_reads = good_reads;
+    EXPECT_EQ(FitsFile(path, "third")->hdu_type, BINARY_TBL);
+    g_good_reads = good_reads;
+    EXPECT_EQ(quen::common::Fits::FitsFileWrite(path, false, "third")->hdu_type, BINARY_TBL);
+  }
+  g_good_reads = 1'000'000;
+}
+
 }  // namespace
 
 // NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast): what dlsym returns.
+/// What streams read by; CFITSIO reads by fread.
+extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
+  static const auto real = reinterpret_cast<decltype(&read)>(dlsym(RTLD_NEXT, "read"));
+  if (g_good_reads-- > 0) return real(descriptor, buffer, size);
+  errno = EIO;
+  return -1;
+}
+
 extern "C" int ffpcks(fitsfile* fptr, int* status) {
   if (g_checksum_fails) return *status = NUM_OVERFLOW;
   static const auto real = reinterpret_cast<decltype(&ffpcks)>(dlsym(RTLD_NEXT, "ffpcks"));

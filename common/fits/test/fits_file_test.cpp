@@ -13,12 +13,12 @@
 
 namespace {
 
+using quen::common::ReadStatus;
 using quen::common::Fits::CppToFits;
 using quen::common::Fits::FitsFile;
 using quen::common::Fits::FitsFileWrite;
 using quen::common::Fits::Handle;
 using quen::common::Fits::HandleType;
-using quen::common::Fits::ReadStatus;
 using quen::testing::AppendTable;
 using quen::testing::Bytes;
 using quen::testing::ClearMessages;

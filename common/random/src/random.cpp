@@ -6,11 +6,28 @@
 #include "common/simd/level.hpp"
 
 namespace quen::common::random::detail {
+namespace {
+
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): tells of the variable below.
+thread_local constinit bool is_seeded = false;
+
+std::uint_fast32_t Seed() {
+  const std::uint_fast32_t seed = std::random_device("default")();
+  is_seeded = true;
+  return seed;
+}
+
+}  // namespace
 
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables,cert-err58-cpp): see the header.
-thread_local std::mt19937 s_random(std::random_device("default")());
+thread_local std::mt19937 s_random(Seed());
 
-std::mt19937& MersenneTwisterEngine() { return s_random; }
+std::mt19937& MersenneTwisterEngine() {
+  std::mt19937& engine = s_random;
+  // Compilers take a variable for made whose making has thrown. It is an engine of zeros then.
+  if (!is_seeded) engine.seed(Seed());
+  return engine;
+}
 
 }  // namespace quen::common::random::detail
 

@@ -14,6 +14,7 @@
 namespace {
 
 using quen::common::random::detail::MersenneTwisterEngine;
+using quen::common::random::detail::s_random;
 using quen::testing::ExpectThrows;
 
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): the stand-in has nowhere else to look.
@@ -22,6 +23,14 @@ int g_values_taken = 0;
 int g_devices_open = 0;
 bool g_fails = false;
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
+
+/// Its regions are all empty.
+class Blind : public quen::shssim::ShsSimulator {
+ public:
+  Blind() {
+    for (quen::image_processing::Roi& roi : rois) roi.x_up = roi.x_low;
+  }
+};
 
 class EntropySource : public ::testing::Test {
  protected:
@@ -48,6 +57,40 @@ TEST_F(EntropySource, FailureLeavesTheFirstAccessAndNoDeviceOpen) {
     g_fails = true;
     ExpectThrows<std::runtime_error>("no entropy", [] { MersenneTwisterEngine(); });
     EXPECT_EQ(g_devices_open, 0);
+  }).join();
+}
+
+TEST_F(EntropySource, NextAccessAfterAFailureSeedsTheEngine) {
+  std::thread([] {
+    for (int failure = 0; failure < 2; ++failure) {
+      g_fails = true;
+      ExpectThrows<std::runtime_error>("no entropy", [] { MersenneTwisterEngine(); });
+    }
+    g_fails = false;
+    EXPECT_TRUE(MersenneTwisterEngine() == std::mt19937(4242));
+    EXPECT_EQ(g_values_taken, 1);
+    MersenneTwisterEngine().discard(1);
+    EXPECT_FALSE(MersenneTwisterEngine() == std::mt19937(4242));  // and not again
+  }).join();
+}
+
+TEST_F(EntropySource, FailureByTheEnginesOwnNameIsMadeUpForToo) {
+  std::thread([] {
+    g_fails = true;
+    ExpectThrows<std::runtime_error>("no entropy", [] { s_random.discard(1); });
+    g_fails = false;
+    EXPECT_TRUE(MersenneTwisterEngine() == std::mt19937(4242));
+    EXPECT_TRUE(s_random == std::mt19937(4242));
+  }).join();
+}
+
+TEST_F(EntropySource, FailureDoesNotMatterWhereNoPixelIsDrawn) {
+  std::thread([] {
+    const quen::testing::CalibrationFolder folder;
+    Blind simulator;
+    const std::vector<double> still(1089);
+    g_fails = true;
+    EXPECT_NO_THROW(simulator.ComputeFrame(still, still, -1.0));
   }).join();
 }
 

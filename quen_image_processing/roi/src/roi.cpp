@@ -1,6 +1,6 @@
 #include "quen_image_processing/roi/roi.hpp"
 
-#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -8,22 +8,15 @@
 
 #include "common/logging/logging.hpp"
 
+// The place that a log record carries, whatever the compiler calls it: hosts filter by these texts.
+#undef LOG4CPLUS_MACRO_FILE
+#define LOG4CPLUS_MACRO_FILE() "../quen_image_processing/roi/src/roi"
+#undef LOG4CPLUS_MACRO_FUNCTION
+#define LOG4CPLUS_MACRO_FUNCTION() \
+  "quen::image_processing::Roi::Roi(uint16_t, uint16_t, uint16_t, uint16_t, uint16_t, uint16_t, double, double)"
+
 namespace quen::image_processing {
 namespace {
-
-// The source location that a log record carries; hosts filter by these texts.
-constexpr const char* kSourceFile = "../quen_image_processing/roi/src/roi";
-constexpr const char* kConstructor =
-    "quen::image_processing::Roi::Roi(uint16_t, uint16_t, uint16_t, uint16_t, uint16_t, uint16_t, double, double)";
-
-/// Logs why a region is refused, then throws it. `line` is the line of the caller.
-[[noreturn]] void Refuse(const std::string& message, int line = __builtin_LINE()) {
-  const log4cplus::Logger logger = common::GetLogger();
-  if (logger.isEnabledFor(log4cplus::ERROR_LOG_LEVEL)) {
-    logger.forcedLog(log4cplus::ERROR_LOG_LEVEL, message, kSourceFile, line, kConstructor);
-  }
-  throw std::invalid_argument(message);
-}
 
 std::uint16_t Narrow(int value) { return static_cast<std::uint16_t>(value); }
 
@@ -43,12 +36,17 @@ Roi::Roi(std::uint16_t x_low, std::uint16_t x_up, std::uint16_t y_low, std::uint
       x_max(x_max),
       y_max(y_max) {
   if (y_max < y_up || y_up < y_low || x_max < x_up || x_up < x_low) {
-    Refuse("Roi: invalid coordinates: (" + std::to_string(x_low) + ".." + std::to_string(x_up) + "),(" +
-           std::to_string(y_low) + ".." + std::to_string(y_up) + ")");
+    const std::string message = "Roi: invalid coordinates: (" + std::to_string(x_low) + ".." + std::to_string(x_up) +
+                                "),(" + std::to_string(y_low) + ".." + std::to_string(y_up) + ")";
+    LOG4CPLUS_ERROR_STR(common::GetLogger(), message);
+    throw std::invalid_argument(message);
   }
   // Written so that a NaN passes.
   if (x_ref < 0 || x_ref > x_max || y_ref < 0 || y_ref > y_max) {
-    Refuse("Roi: invalid reference point: (" + std::to_string(x_ref) + "," + std::to_string(y_ref) + ")");
+    const std::string message =
+        "Roi: invalid reference point: (" + std::to_string(x_ref) + "," + std::to_string(y_ref) + ")";
+    LOG4CPLUS_ERROR_STR(common::GetLogger(), message);
+    throw std::invalid_argument(message);
   }
 }
 
