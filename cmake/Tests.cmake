@@ -139,10 +139,14 @@ if(QUEN_BUILD_TOOLS)
   set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600)
 endif()
 
-# --- The installed package. A sanitized library needs sanitized hosts, which these are not.
+# --- The installed package, and the ways to configure it. A sanitized library needs sanitized hosts, which these are not.
 if(QUEN_BUILD_TOOLS AND NOT QUEN_SANITIZE)
+  add_test(NAME Configuring.NeedsTheToolsPackagesForTheToolAlone
+           COMMAND cmake/test/check_configuring.sh ${PROJECT_SOURCE_DIR} ${CMAKE_CXX_COMPILER}
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   add_test(NAME Consumer.BuildsAndRunsAgainstTheInstalledTree
            COMMAND examples/test/consume_installed.sh ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_CXX_COMPILER}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(Consumer.BuildsAndRunsAgainstTheInstalledTree PROPERTIES LABELS consumer TIMEOUT 300)
+  set_tests_properties(Configuring.NeedsTheToolsPackagesForTheToolAlone
+                       Consumer.BuildsAndRunsAgainstTheInstalledTree PROPERTIES LABELS consumer TIMEOUT 300)
 endif()
