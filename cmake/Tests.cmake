@@ -1,4 +1,5 @@
-# The tests. Labels: unit, statistics, soak, abi, consumer, tool, and fuzz-replay (fuzz/CMakeLists.txt).
+# The tests. Labels: unit, statistics, soak, abi, consumer, tool, and fuzz-replay (fuzz/CMakeLists.txt). Those with a COST
+# are the longest, and begin first, so that no processor waits for them at the end.
 enable_testing()
 include(GoogleTest)
 find_package(GTest REQUIRED)
@@ -138,7 +139,7 @@ endif()
 if(QUEN_BUILD_TOOLS)
   add_test(NAME Guide.RunsAsItStands COMMAND ${QUEN_PYTHON} docs/test/run_guide.py docs/guide.md ${PROJECT_BINARY_DIR}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600)
+  set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600 COST 100)
 endif()
 
 # --- The installed package, and the ways to configure it. A sanitized library needs sanitized hosts, which these are not.
@@ -150,5 +151,5 @@ if(QUEN_BUILD_TOOLS AND NOT QUEN_SANITIZE)
            COMMAND examples/test/consume_installed.sh ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_CXX_COMPILER}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(Configuring.NeedsTheToolsPackagesForTheToolAlone
-                       Consumer.BuildsAndRunsAgainstTheInstalledTree PROPERTIES LABELS consumer TIMEOUT 300)
+                       Consumer.BuildsAndRunsAgainstTheInstalledTree PROPERTIES LABELS consumer TIMEOUT 300 COST 100)
 endif()
