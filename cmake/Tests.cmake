@@ -1,4 +1,5 @@
-# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, tool, and fuzz-replay (fuzz/CMakeLists.txt).
+# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, tool, and fuzz-replay (fuzz/CMakeLists.txt). Those
+# with a COST are the longest, and begin first, so that no processor waits for them at the end.
 enable_testing()
 include(GoogleTest)
 find_package(GTest REQUIRED)
@@ -18,6 +19,8 @@ function(quen_add_test name)
   cmake_parse_arguments(ARG "" "LABEL" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} quen_testing quen_warnings)
+  # The library is optimised as its users have it. A test's own code is compiled more often than it runs.
+  target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O1>)
   if(NOT ARG_LABEL)
     set(ARG_LABEL unit)
   endif()
@@ -143,13 +146,17 @@ endif()
 if(QUEN_BUILD_TOOLS)
   add_test(NAME Guide.RunsAsItStands COMMAND ${QUEN_PYTHON} docs/test/run_guide.py docs/guide.md ${PROJECT_BINARY_DIR}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600)
+  set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600 COST 100)
 endif()
 
-# --- The installed package. A sanitized library needs sanitized hosts, which these are not.
+# --- The installed package, and the ways to configure it. A sanitized library needs sanitized hosts, which these are not.
 if(QUEN_BUILD_TOOLS AND NOT QUEN_SANITIZE)
+  add_test(NAME Configuring.NeedsTheToolsPackagesForTheToolAlone
+           COMMAND cmake/test/check_configuring.sh ${PROJECT_SOURCE_DIR} ${CMAKE_CXX_COMPILER}
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   add_test(NAME Consumer.BuildsAndRunsAgainstTheInstalledTree
            COMMAND examples/test/consume_installed.sh ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_CXX_COMPILER}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(Consumer.BuildsAndRunsAgainstTheInstalledTree PROPERTIES LABELS consumer TIMEOUT 300)
+  set_tests_properties(Configuring.NeedsTheToolsPackagesForTheToolAlone
+                       Consumer.BuildsAndRunsAgainstTheInstalledTree PROPERTIES LABELS consumer TIMEOUT 300 COST 100)
 endif()

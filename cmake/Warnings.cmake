@@ -18,4 +18,6 @@ target_compile_options(
             -Wlogical-op
             -Wuseless-cast
             -Wno-restrict>
+            $<$<CXX_COMPILER_ID:Clang>:-Wreserved-identifier
+            -Wreserved-macro-identifier>
             $<$<BOOL:${QUEN_WERROR}>:-Werror>)

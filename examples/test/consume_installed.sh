@@ -39,6 +39,7 @@ diff -u "$work/offered" "$work/installed" || fail "installed headers differ from
 cd "$work"
 export CFGPATH="$work/sensor"
 expected='first used sub-aperture: x +0.500 y -0.253 pixels, flux 102864'
+expected_of_engine='weighted centre of gravity: RMS error at noise 10: 0.0015 pixels; least possible: 0.0011'
 
 # As a CMake project.
 cmake -S "$source/examples" -B by_cmake -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
@@ -61,7 +62,7 @@ expect out "$expected"
 host "$source/examples/ready_made_engine.cpp" engine_by_pkg_config quen_centroiders
 for program in by_cmake/ready_made_engine ./engine_by_pkg_config; do
   "$program" >out
-  expect out 'weighted centre of gravity: RMS error at noise 10: 0.0015 pixels; least possible: 0.0011'
+  expect out "$expected_of_engine"
 done
 if ldd by_cmake/smallest_host | grep -q quen_centroiders; then fail "a simulator without engines needs them"; fi
 
@@ -70,6 +71,9 @@ readme_block cpp >readme.cpp
 host readme.cpp readme quen_shssim
 ./readme >out
 expect out "$(readme_block text)"
+for line in "$expected" "$expected_of_engine"; do
+  grep -qxF "$line" "$source/README.md" || fail "the README does not show: $line"
+done
 fitsverify -q frame.fits | grep -q '^verification OK' || fail "frame.fits"
 
 # Every public header on its own.
@@ -92,8 +96,10 @@ done
 bash -c '. "$1" && complete -p quen-shs' sh "$prefix/share/bash-completion/completions/quen-shs" >/dev/null ||
   fail "the completion"
 
-# A host without a calibration is told where it was looked for.
+# A host without a calibration fails as the README says, and with INTROOT is told where it was looked for.
 mkdir elsewhere && cd elsewhere
+if env -u CFGPATH -u INTROOT ../readme 2>err; then fail "ran without a calibration"; fi
+grep -qF 'basic_string: construction from null is not valid' err || fail "$(cat err)"
 if CFGPATH=/nowhere INTROOT='' ../by_pkg_config 2>err; then fail "ran without a calibration"; fi
 head -n 1 err | grep -qx 'Simulator can not initialize: FileSystem: Path or file data/M2S.fits not found, searched in:' ||
   fail "$(cat err)"

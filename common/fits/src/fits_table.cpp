@@ -58,7 +58,6 @@ bool HasFormat(const tcolumn& column) {
 /// 0, or why elements cannot be written into a column after a damaged header: CFITSIO does not know it, or would move a
 /// heap that begins before the data. What is no column is left to it.
 int CheckColumn(const Handle& handle, int column, std::size_t count, int first_row) {
-  if (count == 0) return 0;
   const FITSfile& state = *handle->file->Fptr;
   int status = 0;
   if (state.datastart < 0) fits_set_hdustruc(handle->file, &status);  // reads the header, as writing would have to
