@@ -113,6 +113,7 @@ if(QUEN_BUILD_TOOLS)
             tools/quen-shs/test/files_test.cpp
             tools/quen-shs/test/geometry_test.cpp
             tools/quen-shs/test/pictures_test.cpp
+            tools/quen-shs/test/plain_text_test.cpp
             tools/quen-shs/test/scoring_test.cpp
             tools/quen-shs/test/sensor_test.cpp
             tools/quen-shs/test/staged_file_test.cpp

@@ -1,10 +1,12 @@
-#include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <new>
+#include <stdexcept>
 #include <string>
 
 #include "tools/quen-shs/src/cli/command_line.hpp"
 #include "tools/quen-shs/src/cli/interruption.hpp"
+#include "tools/quen-shs/src/cli/output.hpp"
 #include "tools/quen-shs/src/verbs/verbs.hpp"
 
 namespace {
@@ -18,8 +20,6 @@ std::string Reason(const std::exception& error) {
   return "cannot make " + file_error->path1().string() + ": " + file_error->code().message();
 }
 
-void Say(const std::string& sentence) { static_cast<void>(std::fprintf(stderr, "quen-shs: %s\n", sentence.c_str())); }
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -29,10 +29,14 @@ int main(int argc, char** argv) {
     quen_shs::AddVerbs(line);
     return line.Run(argc, argv);
   } catch (const quen_shs::Interrupted& interruption) {
-    Say(interruption.what());
+    quen_shs::Say(interruption.what());
     quen_shs::EndByInterruption();
+  } catch (const std::bad_alloc&) {
+    quen_shs::SayOutOfMemory();
+  } catch (const std::length_error&) {  // of a container: more than any memory
+    quen_shs::SayOutOfMemory();
   } catch (const std::exception& error) {
-    Say(Reason(error));
+    quen_shs::Say(Reason(error));
   }
   return kFailed;
 }
