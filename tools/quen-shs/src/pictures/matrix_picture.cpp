@@ -86,13 +86,10 @@ void PaintCells(cairo_t* cr, const Box& box, const Matrix& matrix, const Group& 
   cairo_restore(cr);
 }
 
-/// What the colours mean.
-std::string Legend(const Group& group, double largest) {
-  std::string text = "blue " + Short(-largest) + ", white 0, red " + Short(largest) + "; black is not finite";
-  if (group.rows * group.columns > 1) {
-    text += fmt::format("; cells of {} x {} elements show the largest", group.rows, group.columns);
-  }
-  return text;
+/// What a cell shows, where it is not one element.
+std::string Remark(const Group& group) {
+  if (group.rows * group.columns == 1) return "";
+  return fmt::format(", the largest of {} x {} each", group.rows, group.columns);
 }
 
 }  // namespace
@@ -108,8 +105,9 @@ void DrawMatrix(const std::string& path, const Matrix& matrix, const std::string
   std::swap(rows.first, rows.last);  // row 0 is at the top
   const Group group(matrix);
   PaintCells(cr, box, matrix, group, largest);
-  Plot(cr, box, LinearScale(static_cast<double>(matrix.cols())), rows).DrawFrame(title);
-  Write(cr, box.left, box.top + box.height + 46.0, Legend(group, largest));
+  Plot(cr, box, LinearScale(static_cast<double>(matrix.cols())), rows).DrawFrame(title + Remark(group));
+  Write(cr, box.left, box.top + box.height + 46.0,
+        "blue " + Short(-largest) + ", white 0, red " + Short(largest) + "; black is not finite");
   canvas.Save(path);
 }
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <numbers>
+#include <optional>
 #include <utility>
 
 namespace quen_shs {
@@ -17,6 +18,22 @@ void Line(cairo_t* cr, double x1, double y1, double x2, double y2) {
   cairo_move_to(cr, x1, y1);
   cairo_line_to(cr, x2, y2);
   cairo_stroke(cr);
+}
+
+/// Points of a curve that lie in the same column of pixels. A stroke shows no more of them than their extremes, and Cairo
+/// takes seconds for a hundred thousand points.
+struct Column {
+  double x;
+  double top;
+  double bottom;
+  double last;
+};
+
+void LineThrough(cairo_t* cr, const Column& column) {
+  cairo_line_to(cr, column.x, column.top);
+  if (column.top == column.bottom) return;
+  cairo_line_to(cr, column.x, column.bottom);
+  cairo_line_to(cr, column.x, column.last);
 }
 
 /// A round number, thousands without an exponent.
@@ -102,10 +119,19 @@ void Plot::DrawCurve(const Colour& colour, std::size_t count, const std::functio
                      const std::function<double(std::size_t)>& y) const {
   Use(cr_, colour);
   cairo_new_path(cr_);  // text leaves a point
+  std::optional<Column> column;
   for (std::size_t k = 0; k < count; ++k) {
     if (!std::isfinite(x(k)) || !std::isfinite(y(k))) continue;
-    cairo_line_to(cr_, X(x(k)), Y(y(k)));
+    const double place_x = X(x(k));
+    const double place_y = Y(y(k));
+    if (column && std::floor(column->x) == std::floor(place_x)) {
+      *column = {column->x, std::min(column->top, place_y), std::max(column->bottom, place_y), place_y};
+    } else {
+      if (column) LineThrough(cr_, *column);
+      column = {place_x, place_y, place_y, place_y};
+    }
   }
+  if (column) LineThrough(cr_, *column);
   cairo_stroke(cr_);
 }
 

@@ -44,6 +44,7 @@ Series DisturbanceFor(const LoopCommand& command) {
                            command.options.seed);
   }
   const Series series = ReadSeries(command.disturbance);
+  RequireModerate(series, command.disturbance);
   if (series.rows() < command.frames) {
     throw std::runtime_error(fmt::format("{}: expected a disturbance of {} frames at least, found {}; give --frames {}",
                                          command.disturbance, command.frames, series.rows(), series.rows()));
