@@ -1,8 +1,13 @@
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "tools/quen-shs/src/cli/command_line.hpp"
 #include "tools/quen-shs/src/cli/interruption.hpp"
@@ -19,6 +24,30 @@ std::string Reason(const std::exception& error) {
   if (file_error == nullptr) return error.what();
   return "cannot make " + file_error->path1().string() + ": " + file_error->code().message();
 }
+
+/// Where no handler of ours is yet: the logging library starts threads before main does.
+[[noreturn]] void EndForWantOfMeans() {
+  try {
+    if (const std::exception_ptr error = std::current_exception()) std::rethrow_exception(error);
+  } catch (const std::bad_alloc&) {
+    quen_shs::SayOutOfMemory();
+    _exit(kFailed);
+  } catch (const std::system_error&) {
+    static_cast<void>(std::fputs(
+        "quen-shs: cannot start: the system gives no threads, or not the memory for them; allow this process more\n",
+        stderr));
+    _exit(kFailed);
+  } catch (...) {  // a fault of ours: as ever
+  }
+  std::abort();
+}
+
+// Before the sanitizers of sanitized builds are there.
+__attribute__((no_sanitize("address", "undefined"))) void ExpectWant() { std::set_terminate(&EndForWantOfMeans); }
+
+// The loader calls what stands here before anything of the libraries.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): its section can be written to.
+__attribute__((section(".preinit_array"), used)) void (*before_libraries)() = &ExpectWant;
 
 }  // namespace
 

@@ -234,6 +234,53 @@ TEST(CommandLine, TextsThatCannotBePrintedAreFailures) {
   }
 }
 
+// --- Little of what a process needs. Sanitizers need more.
+
+#if !defined(__SANITIZE_ADDRESS__)
+/// Fails, as soon as the loader has found all libraries, with one sentence, or does what it is to do.
+void ExpectSentenceOrSuccess(const Outcome& outcome, const std::string& what) {
+  constexpr int kLoaderFailed = 127;
+  if (outcome.exit_code == kLoaderFailed) return;
+  EXPECT_TRUE(outcome.exit_code == 0 || outcome.exit_code == 1) << what << ": " << outcome.exit_code << outcome.err;
+  EXPECT_EQ(std::ranges::count(outcome.err, '\n'), outcome.exit_code) << what << ": " << outcome.err;
+  EXPECT_EQ(outcome.exit_code == 1, outcome.err.starts_with("quen-shs: ")) << what << ": " << outcome.err;
+}
+
+TEST(CommandLine, LittleMemoryIsASentence) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + (folder / "s") + " && " QUEN_SHS " loop " + (folder / "s") +
+                    " --frames 10 --output " + folder.Path())
+                .exit_code,
+            0);
+  std::size_t failed = 0;
+  for (const std::string verb :
+       {"calibrate c --force --basis karhunen-loeve", "check s", "frame s --png p.png", "measure s frame.fits",
+        "view frame.fits", "view telemetry.fits", "view s/data/CM.fits",
+        "score s --frames 1 --engine weighted --fits c.fits --plot p.png", "loop s --frames 10"}) {
+    for (int kilobytes = 40000; kilobytes <= 90000; kilobytes += 7000) {
+      const std::string command =
+          "cd " + Quoted(folder.Path()) + " && ulimit -v " + std::to_string(kilobytes) + " && " + QUEN_SHS + " " + verb;
+      const Outcome outcome = quen::testing::Run(command);
+      ExpectSentenceOrSuccess(outcome, command);
+      failed += outcome.exit_code == 1 ? 1 : 0;
+    }
+  }
+  EXPECT_GT(failed, 18U) << "the limits are too wide to show anything";
+}
+
+TEST(CommandLine, FewDescriptorsAreASentence) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + (folder / "s")).exit_code, 0);
+  for (const std::string verb : {"check s", "frame s --png p.png", "view s/data/CM.fits", "loop s --frames 10"}) {
+    for (int descriptors = 3; descriptors <= 8; ++descriptors) {
+      const std::string command = "cd " + Quoted(folder.Path()) + " && ulimit -n " + std::to_string(descriptors) +
+                                  " && " + QUEN_SHS + " " + verb;
+      ExpectSentenceOrSuccess(quen::testing::Run(command), command);
+    }
+  }
+}
+#endif
+
 TEST(CommandLine, ResultStandsBeforeTheFailure) {
   const TempDir folder;
   ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
