@@ -33,10 +33,12 @@ double ArrowMagnification(const Overlay& overlay) {
     if (!overlay.IsUsed(i) || !overlay.HasArrow(i)) continue;
     lengths.push_back(std::hypot(overlay.displacements->x[i], overlay.displacements->y[i]));
   }
-  const auto count = static_cast<Eigen::Index>(lengths.size());
-  const double norm = Eigen::Map<const Eigen::VectorXd>(lengths.data(), count).stableNorm();
-  const double magnification = kTypicalArrow * std::sqrt(static_cast<double>(count)) / std::max(norm, kShortest);
-  return norm > 0.0 ? magnification : 1.0;
+  const double longest = lengths.empty() ? 0.0 : std::ranges::max(lengths);
+  if (!(longest > 0.0)) return 1.0;
+  double sum = 0.0;  // of squares over the longest one's, which may be more than a number holds
+  for (const double length : lengths) sum += (length / longest) * (length / longest);
+  const double rms = longest * std::sqrt(sum / static_cast<double>(lengths.size()));
+  return kTypicalArrow / std::max(rms, kShortest);
 }
 
 std::string ArrowLegend(const Overlay& overlay) {
