@@ -127,7 +127,8 @@ std::vector<Variant> Variants(const Matrix& cm) {
 }
 
 double ConditionNumber(const Matrix& matrix) {
-  const Eigen::VectorXd values = Eigen::BDCSVD<Eigen::MatrixXd>(matrix).singularValues();
+  // Not by Eigen's faster BDCSVD, which divides by zero where singular values coincide.
+  const Eigen::VectorXd values = Eigen::JacobiSVD<Eigen::MatrixXd>(matrix).singularValues();
   const double least = values(values.size() - 1);
   return least > 0.0 ? values(0) / least : std::numeric_limits<double>::infinity();
 }
