@@ -6,7 +6,6 @@ namespace quen_shs {
 namespace {
 
 void Check(int status, const std::string& key) {
-  fits_clear_errmsg();  // CFITSIO notes that there was no such keyword before, and a later failure would tell it
   if (status != 0) {
     throw std::runtime_error("cannot write the FITS keyword " + key + " (CFITSIO status " + std::to_string(status) +
                              ")");
