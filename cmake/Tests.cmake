@@ -123,6 +123,7 @@ if(QUEN_BUILD_TOOLS)
             tools/quen-shs/test/files_test.cpp
             tools/quen-shs/test/geometry_test.cpp
             tools/quen-shs/test/pictures_test.cpp
+            tools/quen-shs/test/plain_text_test.cpp
             tools/quen-shs/test/scoring_test.cpp
             tools/quen-shs/test/sensor_test.cpp
             tools/quen-shs/test/staged_file_test.cpp
@@ -136,7 +137,12 @@ if(QUEN_BUILD_TOOLS)
     LABEL tool
     SOURCES tools/quen-shs/test/faults_test.cpp testing/faulty_stdio.cpp
     LIBRARIES quen_shs_core ${CMAKE_DL_LIBS})
-  foreach(test quen_shs_test quen_shs_fault_test)
+  quen_add_test(
+    quen_shs_damage_test
+    LABEL tool
+    SOURCES tools/quen-shs/test/damage_test.cpp fuzz/damage.cpp fuzz/input.cpp testing/allocations.cpp
+    LIBRARIES quen_shs_core)
+  foreach(test quen_shs_test quen_shs_fault_test quen_shs_damage_test)
     target_compile_definitions(${test} PRIVATE QUEN_SHS="$<TARGET_FILE:quen-shs>")
     add_dependencies(${test} quen-shs)
   endforeach()

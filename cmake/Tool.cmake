@@ -7,7 +7,7 @@ if(QUEN_BUILD_TOOLS)
   find_package(Eigen3 QUIET)
   find_package(fmt QUIET)
   find_package(nlohmann_json QUIET)
-  pkg_check_modules(cairo QUIET IMPORTED_TARGET cairo)
+  pkg_check_modules(cairo QUIET IMPORTED_TARGET cairo cairo-ft)
 
   set(needed CLI11 Eigen3 fmt nlohmann_json cairo)
   set(debian_packages libcli11-dev libeigen3-dev libfmt-dev nlohmann-json3-dev libcairo2-dev)

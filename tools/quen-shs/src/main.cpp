@@ -1,10 +1,17 @@
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <new>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "tools/quen-shs/src/cli/command_line.hpp"
 #include "tools/quen-shs/src/cli/interruption.hpp"
+#include "tools/quen-shs/src/cli/output.hpp"
 #include "tools/quen-shs/src/verbs/verbs.hpp"
 
 namespace {
@@ -18,7 +25,29 @@ std::string Reason(const std::exception& error) {
   return "cannot make " + file_error->path1().string() + ": " + file_error->code().message();
 }
 
-void Say(const std::string& sentence) { static_cast<void>(std::fprintf(stderr, "quen-shs: %s\n", sentence.c_str())); }
+/// Where no handler of ours is yet: the logging library starts threads before main does.
+[[noreturn]] void EndForWantOfMeans() {
+  try {
+    if (const std::exception_ptr error = std::current_exception()) std::rethrow_exception(error);
+  } catch (const std::bad_alloc&) {
+    quen_shs::SayOutOfMemory();
+    _exit(kFailed);
+  } catch (const std::system_error&) {
+    static_cast<void>(std::fputs(
+        "quen-shs: cannot start: the system gives no threads, or not the memory for them; allow this process more\n",
+        stderr));
+    _exit(kFailed);
+  } catch (...) {  // a fault of ours: as ever
+  }
+  std::abort();
+}
+
+// Before the sanitizers of sanitized builds are there.
+__attribute__((no_sanitize("address", "undefined"))) void ExpectWant() { std::set_terminate(&EndForWantOfMeans); }
+
+// The loader calls what stands here before anything of the libraries.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): its section can be written to.
+__attribute__((section(".preinit_array"), used)) void (*before_libraries)() = &ExpectWant;
 
 }  // namespace
 
@@ -29,10 +58,14 @@ int main(int argc, char** argv) {
     quen_shs::AddVerbs(line);
     return line.Run(argc, argv);
   } catch (const quen_shs::Interrupted& interruption) {
-    Say(interruption.what());
+    quen_shs::Say(interruption.what());
     quen_shs::EndByInterruption();
+  } catch (const std::bad_alloc&) {
+    quen_shs::SayOutOfMemory();
+  } catch (const std::length_error&) {  // of a container: more than any memory
+    quen_shs::SayOutOfMemory();
   } catch (const std::exception& error) {
-    Say(Reason(error));
+    quen_shs::Say(Reason(error));
   }
   return kFailed;
 }

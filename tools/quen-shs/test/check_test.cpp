@@ -300,7 +300,28 @@ TEST(Check, DoubtsReferencesWithoutAGrid) {
   ExpectFindings(findings, Verdict::kDoubtful, {{"layout", "cannot be checked"}});
 }
 
+TEST(Check, TellsLayoutsWhateverTheUnits) {
+  for (const double unit : {1e-300, 1e200, 1e300}) {
+    quen::testing::Calibration calibration = Good();
+    for (double& value : calibration.m2s.values) value *= unit;
+    for (double& value : calibration.cm.values) value /= unit;
+    const Findings findings = Check(calibration);
+    ExpectFindings(findings, Verdict::kWrong, {});
+    ExpectFindings(findings, Verdict::kDoubtful, {});
+    calibration.m2s.values = XFlipped(calibration.m2s.values);
+    EXPECT_NE(Told(Check(calibration)).find("M2S layout: the sign of its x block or of its y block is flipped"),
+              std::string::npos)
+        << unit;
+  }
+}
+
 // --- Mistakes in values
+
+TEST(Check, TellsThatAMatrixIsZero) {
+  quen::testing::Calibration calibration = Good();
+  std::ranges::fill(calibration.m2s.values, 0.0);
+  ExpectWrong(calibration, {{"CM * M2S", "identity to 1 (element 0, 0); condition number of M2S inf"}});
+}
 
 TEST(Check, NamesTheFirstValueThatIsNotFinite) {
   quen::testing::Calibration calibration = Good();
@@ -354,6 +375,15 @@ TEST(Check, TellsOverlapsAndGaps) {
   calibration.rois["x_up"][40] = calibration.rois["x_low"][40];
   calibration.rois["x_ref"][40] = calibration.rois["x_low"][40] - 0.5;
   ExpectFindings(Check(calibration), Verdict::kWrong, {{"regions", "1 regions have no pixel"}});
+}
+
+TEST(Check, TellsThatNoRegionHasAPixel) {
+  quen::testing::Calibration calibration = Good();
+  for (const char* const column : {"x_low", "x_up", "y_low", "y_up", "x_ref", "y_ref"}) {
+    std::ranges::fill(calibration.rois[column], 0.0);
+  }
+  ExpectFindings(Check(calibration), Verdict::kWrong,
+                 {{"regions", "none of them has a pixel"}, {"references", "outside its columns 0 to -1"}});
 }
 
 TEST(Check, TellsWhatTheSimulatorDoesWithTheFlags) {

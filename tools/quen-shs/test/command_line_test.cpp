@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <utility>
 
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
@@ -53,6 +55,13 @@ TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
       {"loop x --frames 9", "--frames: expected a whole number from 10 to 100000, found 9"},
       {"loop x --delay 0", "--delay: expected a whole number from 1 to 9, found 0"},
       {"loop x --seed -1", "--seed: expected a whole number from 0 to 4294967295, found -1"},
+      {"loop x --seed 0x10", "--seed: expected a whole number from 0 to 4294967295, found 0x10"},
+      {"loop x --seed +-1", "--seed: expected a whole number from 0 to 4294967295, found +-1"},
+      {"loop x --frames 0x10", "--frames: expected a whole number from 10 to 100000, found 0x10"},
+      {"loop x --noise 0x10", "--noise: expected a number from 0 to 1e+06, found 0x10"},
+      {"loop x --noise 1e999", "--noise: expected a number from 0 to 1e+06, found 1e999"},
+      {"calibrate x --spider-angle 0x10", "--spider-angle: expected a number from -180 to 180, found 0x10"},
+      {"calibrate x --size ' 24'", "--size: expected a whole number from 1 to 200, found  24"},
       {"loop x --amplitude lots", "--amplitude: expected a number from 0 to 1000, found lots"}};
   for (const auto& [arguments, reason] : cases) {
     const Outcome outcome = QuenShs(arguments);
@@ -60,6 +69,50 @@ TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
     EXPECT_EQ(outcome.err, reason + "\nRun with --help for more information.\n") << arguments;
     EXPECT_EQ(outcome.out, "") << arguments;
   }
+}
+
+TEST(CommandLine, NumbersAreDecimal) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
+  for (const auto& [seed, found] : {std::pair("010", "10"), {"+7", "7"}, {"4294967295", "4294967295"}}) {
+    const Outcome outcome = QuenShs("frame " + folder.Path() + " --noise +01.50 --json --seed " + seed);
+    EXPECT_NE(outcome.out.find("\"seed\": " + std::string(found) + ",\n"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("\"noise\": 1.5,"), std::string::npos) << outcome.out;
+  }
+}
+
+TEST(CommandLine, MessagesCarryNothingThatATerminalObeys) {
+  const std::string hostile = "a\x1B[2J\nb\x9B\xC2\x9B";
+  const std::string shown = "a?[2J?b??";
+  EXPECT_EQ(QuenShs(Quoted(hostile)).err,
+            "The following argument was not expected: " + shown + "\nRun with --help for more information.\n");
+  EXPECT_EQ(QuenShs("view x --stretch " + Quoted(hostile)).err,
+            "--stretch: expected one of log, zscale, sqrt, linear, found " + shown +
+                "\nRun with --help for more information.\n");
+  EXPECT_EQ(QuenShs("view " + Quoted(hostile)).err, "quen-shs: " + shown + ": cannot be read\n");
+}
+
+TEST(CommandLine, MessagesAreShort) {
+  const std::string lengthy(100000, 'x');
+  EXPECT_LT(QuenShs(lengthy).err.size(), 900U);
+  const Outcome outcome = QuenShs("view " + lengthy);
+  EXPECT_LT(outcome.err.size(), 900U);
+  EXPECT_TRUE(outcome.err.ends_with("xxx: cannot be read\n")) << outcome.err;
+}
+
+TEST(CommandLine, ResultsArePlainForPeopleAndWholeForScripts) {
+  const TempDir folder;
+  const std::string hostile = folder / "\x1B\nname";
+  EXPECT_EQ(QuenShs("manual --output " + Quoted(hostile)).exit_code, 0);
+  const Outcome people = QuenShs("calibrate " + Quoted(hostile));
+  EXPECT_EQ(people.out.find('\x1B'), std::string::npos);
+  EXPECT_EQ(std::ranges::count(people.out, '\n'), 3);
+  EXPECT_NE(people.out.find("/??name/data/M2S.fits\n"), std::string::npos) << people.out;
+  const Outcome check = QuenShs("check " + Quoted(hostile));
+  EXPECT_EQ(check.out.find('\x1B'), std::string::npos);
+  EXPECT_EQ(check.out.find("\nname"), std::string::npos);
+  const Outcome scripts = QuenShs("calibrate --force --json " + Quoted(hostile));
+  EXPECT_NE(scripts.out.find("/\\u001b\\nname/data/M2S.fits\""), std::string::npos) << scripts.out;
 }
 
 TEST(CommandLine, CalibrateNamesItsFilesAndRefusesToReplaceThem) {
@@ -172,6 +225,61 @@ TEST(CommandLine, ResultThatCannotBePrintedIsAFailure) {
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_EQ(outcome.err, "quen-shs: the result cannot be printed: standard output takes no more\n");
 }
+
+TEST(CommandLine, TextsThatCannotBePrintedAreFailures) {
+  for (const char* const arguments : {"--help", "--version", "loop --help", "manual", "completion"}) {
+    const Outcome outcome = QuenShs(std::string(arguments) + " > /dev/full");
+    EXPECT_EQ(outcome.exit_code, 1) << arguments;
+    EXPECT_EQ(outcome.err, "quen-shs: the result cannot be printed: standard output takes no more\n") << arguments;
+  }
+}
+
+// --- Little of what a process needs. Sanitizers need more.
+
+#if !defined(__SANITIZE_ADDRESS__)
+/// Fails, as soon as the loader has found all libraries, with one sentence, or does what it is to do.
+void ExpectSentenceOrSuccess(const Outcome& outcome, const std::string& what) {
+  constexpr int kLoaderFailed = 127;
+  if (outcome.exit_code == kLoaderFailed) return;
+  EXPECT_TRUE(outcome.exit_code == 0 || outcome.exit_code == 1) << what << ": " << outcome.exit_code << outcome.err;
+  EXPECT_EQ(std::ranges::count(outcome.err, '\n'), outcome.exit_code) << what << ": " << outcome.err;
+  EXPECT_EQ(outcome.exit_code == 1, outcome.err.starts_with("quen-shs: ")) << what << ": " << outcome.err;
+}
+
+TEST(CommandLine, LittleMemoryIsASentence) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + (folder / "s") + " && " QUEN_SHS " loop " + (folder / "s") +
+                    " --frames 10 --output " + folder.Path())
+                .exit_code,
+            0);
+  std::size_t failed = 0;
+  for (const std::string verb :
+       {"calibrate c --force --basis karhunen-loeve", "check s", "frame s --png p.png", "measure s frame.fits",
+        "view frame.fits", "view telemetry.fits", "view s/data/CM.fits",
+        "score s --frames 1 --engine weighted --fits c.fits --plot p.png", "loop s --frames 10"}) {
+    for (int kilobytes = 40000; kilobytes <= 90000; kilobytes += 7000) {
+      const std::string command =
+          "cd " + Quoted(folder.Path()) + " && ulimit -v " + std::to_string(kilobytes) + " && " + QUEN_SHS + " " + verb;
+      const Outcome outcome = quen::testing::Run(command);
+      ExpectSentenceOrSuccess(outcome, command);
+      failed += outcome.exit_code == 1 ? 1 : 0;
+    }
+  }
+  EXPECT_GT(failed, 18U) << "the limits are too wide to show anything";
+}
+
+TEST(CommandLine, FewDescriptorsAreASentence) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + (folder / "s")).exit_code, 0);
+  for (const std::string verb : {"check s", "frame s --png p.png", "view s/data/CM.fits", "loop s --frames 10"}) {
+    for (int descriptors = 3; descriptors <= 8; ++descriptors) {
+      const std::string command = "cd " + Quoted(folder.Path()) + " && ulimit -n " + std::to_string(descriptors) +
+                                  " && " + QUEN_SHS + " " + verb;
+      ExpectSentenceOrSuccess(quen::testing::Run(command), command);
+    }
+  }
+}
+#endif
 
 TEST(CommandLine, ResultStandsBeforeTheFailure) {
   const TempDir folder;

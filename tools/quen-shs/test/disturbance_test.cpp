@@ -4,11 +4,13 @@
 
 #include <cmath>
 
+#include "testing/exceptions.hpp"
 #include "tools/quen-shs/src/sensor/basis.hpp"
 #include "tools/quen-shs/src/sensor/zernike.hpp"
 
 namespace {
 
+using quen::testing::ExpectThrows;
 using quen_shs::Disturbance;
 using quen_shs::KolmogorovVariance;
 
@@ -79,6 +81,15 @@ TEST(TurbulentSeries, HasTheFramesOfTheDisturbance) {
     EXPECT_EQ(series.row(frame).transpose(), disturbance.Modes()) << frame;
     disturbance.Advance();
   }
+}
+
+TEST(Disturbance, IsRefusedWhereItIsBeyondAllSense) {
+  quen_shs::Series series = quen_shs::Series::Constant(12, 52, -quen_shs::kLargestMode);
+  quen_shs::RequireModerate(series, "file");
+  series(7, 3) = -1e308;
+  ExpectThrows<std::runtime_error>(
+      "file: expected modes up to 1e+100 radians, found -1e+308 in frame 7, mode 3 (counted from 0)",
+      [&] { quen_shs::RequireModerate(series, "file"); });
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -18,6 +19,7 @@
 #include "tools/quen-shs/src/pictures/matrix_picture.hpp"
 #include "tools/quen-shs/src/pictures/stretch.hpp"
 #include "tools/quen-shs/src/pictures/sweep_picture.hpp"
+#include "tools/quen-shs/src/pictures/typeface.hpp"
 #include "tools/quen-shs/src/sensor/calibration.hpp"
 #include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
 #include "tools/quen-shs/src/sensor/shapes.hpp"
@@ -27,6 +29,7 @@
 
 namespace {
 
+using quen::testing::Outcome;
 using quen::testing::TempDir;
 using quen_shs::Displacements;
 using quen_shs::FrameRecord;
@@ -200,6 +203,221 @@ TEST(Picture, TelemetryOfALoopThatIsLost) {
   records.back().residual(0) = std::numeric_limits<double>::infinity();
   quen_shs::DrawTelemetry(folder / "t.png", records);
   EXPECT_TRUE(std::filesystem::exists(folder / "t.png"));
+}
+
+TEST(Picture, TelemetryOfFramesThatAreNotFiniteLeavesThemOut) {
+  std::vector<FrameRecord> records = Records();
+  records[20].residual.setConstant(std::numeric_limits<double>::quiet_NaN());
+  records[21].disturbance(3) = -std::numeric_limits<double>::infinity();
+  ExpectLooksLike("telemetry_not_finite", [&](const std::string& path) { quen_shs::DrawTelemetry(path, records); });
+}
+
+TEST(Picture, TelemetryOfManyFrames) {
+  std::vector<FrameRecord> records;
+  for (int frame = 0; frame < 40000; ++frame) {
+    const double size = frame < 20000 ? 1.0 : 3.0 + std::sin(frame);
+    records.push_back(
+        {Eigen::VectorXd::Constant(2, 5.0), Eigen::VectorXd::Zero(2), Eigen::VectorXd::Constant(2, size)});
+  }
+  ExpectLooksLike("telemetry_many", [&](const std::string& path) { quen_shs::DrawTelemetry(path, records); });
+}
+
+TEST(Picture, MatrixOfManyRowsShowsTheLargestOfEachGroup) {
+  quen_shs::Matrix matrix = quen_shs::Matrix::Zero(40000, 4);
+  matrix.col(0).setConstant(0.2);
+  for (Eigen::Index row = 1; row < 40000; row += 5) matrix(row, 0) = -2.0;  // one of each five
+  matrix.block(10000, 2, 10000, 1).setConstant(1.0);
+  matrix(30000, 3) = std::numeric_limits<double>::infinity();
+  ExpectLooksLike("matrix_long", [&](const std::string& path) { quen_shs::DrawMatrix(path, matrix, "A matrix"); });
+}
+
+/// Numbers that only damaged files hold.
+constexpr std::array kExtremes = {1e308,
+                                  -1e308,
+                                  std::numeric_limits<double>::max(),
+                                  5e-324,
+                                  -5e-324,
+                                  0.0,
+                                  -1.0,
+                                  1.0,
+                                  std::numeric_limits<double>::infinity(),
+                                  -std::numeric_limits<double>::infinity(),
+                                  std::numeric_limits<double>::quiet_NaN()};
+
+/// Pairs of them, each number with three others.
+std::vector<std::pair<double, double>> ExtremePairs() {
+  std::vector<std::pair<double, double>> pairs;
+  for (std::size_t k = 0; k < kExtremes.size(); ++k) {
+    for (const std::size_t step : {0U, 1U, 4U}) {
+      pairs.emplace_back(kExtremes.at(k), kExtremes.at((k + step) % kExtremes.size()));
+    }
+  }
+  return pairs;
+}
+
+/// That something is drawn, whatever the numbers are.
+void ExpectDrawn(const std::function<void(const std::string&)>& draw) {
+  const TempDir folder;
+  draw(folder / "picture.png");
+  EXPECT_GT(Load(folder / "picture.png").width, 100);
+}
+
+TEST(Picture, MatrixOfAnyNumbers) {
+  for (const auto& [one, other] : ExtremePairs()) {
+    quen_shs::Matrix matrix = quen_shs::Matrix::Constant(3, 2, one);
+    matrix(1, 1) = other;
+    ExpectDrawn([&](const std::string& path) { quen_shs::DrawMatrix(path, matrix, ""); });
+  }
+}
+
+TEST(Picture, SweepOfAnyNumbers) {
+  for (const auto& [one, other] : ExtremePairs()) {
+    const std::vector<quen_shs::SweepPoint> points = {
+        {one, other, 1.0, 10}, {0.5, one, other, 10}, {other, 1.0, one, 10}, {0.7, other, 2.0, 10}};
+    ExpectDrawn([&](const std::string& path) { DrawSweep(path, points); });
+    if (one == other) ExpectDrawn([&](const std::string& path) { quen_shs::DrawSweep(path, {{one, one, one, 1}}); });
+  }
+}
+
+TEST(Picture, TelemetryOfAnyNumbers) {
+  for (const auto& [one, other] : ExtremePairs()) {
+    std::vector<FrameRecord> records = {Records().front()};
+    records.front().disturbance.setConstant(one);
+    records.front().residual(7) = other;
+    ExpectDrawn([&](const std::string& path) { quen_shs::DrawTelemetry(path, records); });
+  }
+}
+
+TEST(Picture, ErrorsOfAnyNumbers) {
+  constexpr double kLargest = std::numeric_limits<double>::max();
+  for (const auto& [least, most] :
+       {std::pair(5e-324, 1e308), {1.0, kLargest}, {1e308, kLargest}, {1.0, std::nextafter(1.0, 2.0)}}) {
+    quen_shs::ErrorCurves curves = {kLargest, {least, most}, {}};
+    for (const double noise : curves.noises) {
+      std::vector<quen_shs::NamedScore> scores;
+      for (const double value : kExtremes) {
+        scores.push_back({"engine", {}});
+        scores.back().score.x.rms = scores.back().score.y.rms = noise < most ? value : -value;
+      }
+      curves.scores.push_back(scores);
+    }
+    ExpectDrawn([&](const std::string& path) { DrawErrors(path, curves); });
+  }
+}
+
+TEST(Picture, ErrorsAtManyNoises) {
+  quen_shs::ErrorCurves curves = {2.0, {}, {}};
+  for (int k = 1; k <= 5000; ++k) {
+    curves.noises.push_back(k);
+    curves.scores.push_back({{"one", {}}});
+    curves.scores.back().front().score.x.rms = k < 2500 ? 1e-4 * k : std::numeric_limits<double>::quiet_NaN();
+  }
+  ExpectLooksLike("errors_many", [&](const std::string& path) { DrawErrors(path, curves); });
+}
+
+TEST_F(Pictures, FieldOfAnyNumbers) {
+  const auto simulator = Load();
+  for (const auto& [one, other] : ExtremePairs()) {
+    Overlay overlay = Coma(simulator);
+    std::ranges::fill(overlay.displacements->x, one);
+    overlay.displacements->y[500] = other;
+    std::vector<double> flux(1089, one);
+    flux[500] = other;
+    ExpectDrawn([&](const std::string& path) { DrawField(path, overlay, flux); });
+  }
+}
+
+TEST_F(Pictures, RegionsWithoutReferences) {
+  const auto simulator = Load();
+  Overlay overlay = {simulator.Rois(), simulator.RoisUsed(), std::nullopt};
+  for (std::size_t i = 300; i < 700; ++i) overlay.rois[i].x_ref = std::numeric_limits<double>::quiet_NaN();
+  ExpectLooksLike("regions_without_references", [&](const std::string& path) { DrawRegions(path, overlay); });
+}
+
+TEST_F(Pictures, FieldTellsHowManyHaveNoArrow) {
+  const auto simulator = Load();
+  Overlay overlay = Coma(simulator);
+  EXPECT_EQ(ArrowLegend(overlay), "4.91 times enlarged");
+  const std::vector<std::size_t> used = quen_shs::UsedIndices(overlay.used);
+  overlay.displacements->x[used[3]] = std::numeric_limits<double>::infinity();
+  overlay.displacements->y[used[4]] = std::numeric_limits<double>::quiet_NaN();
+  overlay.rois[used[5]].y_ref = std::numeric_limits<double>::quiet_NaN();
+  overlay.displacements->x[0] = std::numeric_limits<double>::quiet_NaN();  // is not used
+  EXPECT_NE(ArrowLegend(overlay).find(" times enlarged (3 not finite)"), std::string::npos) << ArrowLegend(overlay);
+  std::ranges::fill(overlay.displacements->x, 1e308);
+  std::ranges::fill(overlay.displacements->y, 0.0);
+  EXPECT_EQ(ArrowLegend(overlay), "5e-308 times enlarged (1 not finite)");
+  std::ranges::fill(overlay.displacements->x, 5e-324);
+  EXPECT_GT(ArrowMagnification(overlay), 0.0);
+  EXPECT_TRUE(std::isfinite(ArrowMagnification(overlay)));
+  EXPECT_EQ(quen_shs::ArrowLegend({overlay.rois, overlay.used, std::nullopt}), "1 times enlarged");
+}
+
+TEST(Picture, TextOfAnyBytesIsDrawn) {
+  const TempDir folder;
+  const quen_shs::Matrix matrix = quen_shs::Matrix::Identity(3, 3);
+  const auto drawn = [&](const std::string& title) {
+    quen_shs::DrawMatrix(folder / "m.png", matrix, title);
+    return quen::testing::Bytes(folder / "m.png");
+  };
+  EXPECT_EQ(drawn("caf\xE9\x1B\n"), drawn("caf???"));
+  EXPECT_NE(drawn("caf\xC3\xA9"), drawn("caf?"));
+}
+
+TEST(Picture, TooLargeIsASentence) {
+  const TempDir folder;
+  const quen_shs::Frame frame = {40000, 1, std::vector<std::uint16_t>(40000)};
+  try {
+    DrawFrame(folder / "f.png", frame, quen_shs::SpotStretch(), std::nullopt, "");
+    FAIL();
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(),
+                 "cannot draw a picture of 40080 x 85 pixels: invalid value (typically too big) for the size of the "
+                 "input (surface, pattern, etc.)");
+  }
+  EXPECT_THROW(const quen_shs::Image image(std::size_t{1} << 40U, 1), std::runtime_error);
+}
+
+TEST(Picture, ThatCouldNotBeDrawnIsNotWritten) {
+  const TempDir folder;
+  const quen_shs::Canvas canvas(100, 100);
+  cairo_restore(canvas.Cairo());  // nothing was saved
+  EXPECT_THROW(canvas.Save(folder / "c.png"), std::runtime_error);
+  EXPECT_FALSE(std::filesystem::exists(folder / "c.png"));
+}
+
+TEST(Typeface, IsThereWithoutAnyFont) {
+  const quen_shs::FontFace built_in = quen_shs::LoadTypeface(std::array{"/nowhere", "/etc/passwd"});
+  const quen_shs::Canvas canvas(200, 50);
+  cairo_set_font_face(canvas.Cairo(), built_in.get());
+  quen_shs::WriteBefore(canvas.Cairo(), 150.0, 30.0, "Letters");
+  EXPECT_EQ(cairo_status(canvas.Cairo()), CAIRO_STATUS_SUCCESS);
+  EXPECT_EQ(cairo_font_face_get_type(built_in.get()), CAIRO_FONT_TYPE_TOY);
+  double x = 0.0;
+  double y = 0.0;
+  cairo_get_current_point(canvas.Cairo(), &x, &y);
+  EXPECT_NEAR(x, 150.0, 1.0) << "letters take no room";
+}
+
+TEST(Typeface, IsDejaVuWhereThatIsInstalled) {
+  EXPECT_EQ(cairo_font_face_get_type(quen_shs::Typeface()), CAIRO_FONT_TYPE_FT);
+}
+
+TEST(Typeface, AsksNobodyAndWritesNothing) {
+  const TempDir folder;
+  quen::testing::WriteImage(folder / "m.fits", DOUBLE_IMG, {2, 2}, {1.0, 2.0, 3.0, 4.0});
+  std::filesystem::create_directory(folder / "home");
+  const std::string view = std::string(QUEN_SHS) + " view " + (folder / "m.fits");
+  for (const std::string& environment :
+       {"HOME=" + (folder / "home"), "XDG_CACHE_HOME=" + (folder / "home"), std::string("-u HOME"),
+        std::string("HOME=/proc"), std::string("FONTCONFIG_FILE=/nonexistent"),
+        std::string("FONTCONFIG_PATH=/nonexistent"), std::string("FC_DEBUG=1"), std::string("LC_ALL=xx_YY.what")}) {
+    const Outcome outcome = quen::testing::Run("env " + environment + " " + view);
+    EXPECT_EQ(outcome.exit_code, 0) << environment;
+    EXPECT_EQ(outcome.err, "") << environment;
+    EXPECT_EQ(outcome.out, "wrote " + (folder / "m.png") + "\n") << environment;
+  }
+  EXPECT_EQ(quen::testing::EntriesBelow(folder / "home"), 0U);
 }
 
 TEST(Picture, Matrix) {

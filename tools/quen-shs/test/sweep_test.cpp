@@ -4,9 +4,11 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "testing/environment.hpp"
 #include "testing/exceptions.hpp"
+#include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
 #include "tools/quen-shs/src/sensor/basis.hpp"
 #include "tools/quen-shs/src/sensor/calibration.hpp"
@@ -86,6 +88,22 @@ TEST(Sweep, IsOneLoopPerGainAndIsReadBack) {
   EXPECT_EQ(read[1].residual, points[1].residual);
   EXPECT_EQ(read[2].frames, points[2].frames);
   EXPECT_TRUE(read[2].HasDiverged());
+}
+
+TEST(Sweep, NumberOfFramesMustBeOne) {
+  for (const auto& [frames, found] :
+       {std::pair(-1.0, "-1"), {1e300, "1e+300"}, {kInfinity, "inf"}, {std::nan(""), "nan"}}) {
+    const TempDir folder;
+    const std::string path = folder / "sweep.fits";
+    quen::testing::AppendTable(path, "sweep", 2,
+                               {{"gain", "D", {0.1, 0.2}},
+                                {"residual_rms", "D", {1.0, 1.0}},
+                                {"disturbance_rms", "D", {1.0, 1.0}},
+                                {"frames", "D", {100.0, frames}}});
+    ExpectThrows<std::runtime_error>(
+        path + ": expected 0 to 1e+09 frames in its table \"sweep\", found " + found + " in row 2",
+        [&] { quen_shs::ReadSweep(path); });
+  }
 }
 
 }  // namespace

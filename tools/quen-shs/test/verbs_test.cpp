@@ -3,6 +3,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include "testing/calibration.hpp"
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/process.hpp"
@@ -296,6 +297,35 @@ TEST_F(Verbs, ViewSaysWhatIsWrong) {
         "--stretch: expected one of log, zscale, sqrt, linear, found cube" + std::string(kHint));
 }
 
+TEST_F(Verbs, ViewRefusesFramesThatNobodyCouldSee) {
+  quen::testing::WriteImage(File("line.fits"), SHORT_IMG, {100000, 1}, {});
+  Fails("view " + File("line.fits"), 1,
+        "quen-shs: " + File("line.fits") + ": expected 1 to 8000 pixels along either axis, found 100000 x 1");
+}
+
+TEST_F(Verbs, ViewDrawsALongDisturbance) {
+  quen::testing::WriteImage(File("long.fits"), DOUBLE_IMG, {52, 40000}, {});
+  EXPECT_EQ(QuenShs("view " + File("long.fits")).out, "wrote " + File("long.png") + "\n");
+}
+
+TEST_F(Verbs, ViewTitlesMayBeOfAnyBytes) {
+  const std::string name = File("caf\xE9\x1B.fits");
+  std::filesystem::copy_file(File("data/M2S.fits"), name);
+  const Outcome outcome = QuenShs("view " + quen::testing::Quoted(name));
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.out, "wrote " + File("caf??.png") + "\n");
+  EXPECT_TRUE(std::filesystem::exists(File("caf\xE9\x1B.png")));
+}
+
+TEST_F(Verbs, FrameRefusesAShapeWithoutACircle) {
+  quen::testing::Calibration calibration;
+  calibration.rois["x_ref"][300] = std::nan("");
+  calibration.Write(File("odd"));
+  Fails("frame " + File("odd") + " --shape defocus:2", 1,
+        "quen-shs: the references of the used sub-apertures are at one point, or not finite: a shape needs a circle "
+        "around them; 'quen-shs check' tells more of the calibration");
+}
+
 // --- score
 
 TEST_F(Verbs, ScoreWritesItsTable) {
@@ -334,6 +364,15 @@ TEST_F(Verbs, LoopTakesADisturbanceFromAFile) {
   Fails("loop " + folder_.Path() + " --disturbance " + File("loop/telemetry.fits"), 1,
         "quen-shs: " + File("loop/telemetry.fits") +
             ": expected a disturbance of 1000 frames at least, found 30; give --frames 30");
+}
+
+TEST_F(Verbs, LoopRefusesADisturbanceBeyondAllSense) {
+  std::vector<double> modes(520, 1.0);
+  modes[53] = 1e308;
+  quen::testing::WriteImage(File("modes.fits"), DOUBLE_IMG, {52, 10}, modes);
+  Fails("loop " + folder_.Path() + " --frames 10 --disturbance " + File("modes.fits"), 1,
+        "quen-shs: " + File("modes.fits") +
+            ": expected modes up to 1e+100 radians, found 1e+308 in frame 1, mode 1 (counted from 0)");
 }
 
 TEST_F(Verbs, LoopSweepsItsGain) {

@@ -1,5 +1,6 @@
 #include "tools/quen-shs/src/check/check.hpp"
 
+#include <new>
 #include <optional>
 #include <stdexcept>
 
@@ -16,6 +17,8 @@ std::optional<quen::shssim::ShsSimulator> Load(Findings& findings) {
     std::optional<quen::shssim::ShsSimulator> simulator(std::in_place);
     findings.push_back({Verdict::kGood, "loading", "the library loads it"});
     return simulator;
+  } catch (const std::bad_alloc&) {
+    throw;  // says nothing of the calibration
   } catch (const std::exception& error) {
     findings.push_back({Verdict::kWrong, "loading", std::string("the library refuses it: ") + error.what()});
     return std::nullopt;

@@ -127,8 +127,10 @@ std::vector<Variant> Variants(const Matrix& cm) {
 }
 
 double ConditionNumber(const Matrix& matrix) {
-  const Eigen::VectorXd values = Eigen::BDCSVD<Eigen::MatrixXd>(matrix).singularValues();
-  return values(0) / values(values.size() - 1);
+  // Not by Eigen's faster BDCSVD, which divides by zero where singular values coincide.
+  const Eigen::VectorXd values = Eigen::JacobiSVD<Eigen::MatrixXd>(matrix).singularValues();
+  const double least = values(values.size() - 1);
+  return least > 0.0 ? values(0) / least : std::numeric_limits<double>::infinity();
 }
 
 Finding CheckInverse(const Matrix& m2s, const Matrix& cm) {

@@ -59,6 +59,7 @@ Finding CheckCoverage(const std::vector<Roi>& rois) {
     }
   }
   const auto empty = std::ranges::count(rois, 0U, &Roi::n_pixels);
+  if (bounds.x_up == 0 || bounds.y_up == 0) return {Verdict::kWrong, "regions", "none of them has a pixel"};
   const std::string place = fmt::format("columns {} to {}, rows {} to {} of the frame", bounds.x_low, bounds.x_up - 1,
                                         bounds.y_low, bounds.y_up - 1);
   if (empty > 0) return {Verdict::kWrong, "regions", fmt::format("{}; {} regions have no pixel", place, empty)};

@@ -48,8 +48,11 @@ struct Field {
 Field FieldOf(const Matrix& fields, Eigen::Index mode, Layout layout) {
   const Eigen::Index half = fields.rows() / 2;
   Eigen::VectorXd slopes = fields.col(mode);
-  const double size = slopes.norm();
-  if (size > 0.0) slopes *= std::sqrt(static_cast<double>(slopes.size())) / size;
+  const double largest = slopes.cwiseAbs().maxCoeff();
+  if (largest > 0.0) {
+    slopes /= largest;  // squares of what a file holds may be too large, or too small, for a number
+    slopes *= std::sqrt(static_cast<double>(slopes.size())) / slopes.norm();
+  }
   Field field = {slopes.tail(half), slopes.head(half)};
   if (layout == Layout::kExchanged || layout == Layout::kTurned) std::swap(field.x, field.y);
   if (layout == Layout::kFlipped || layout == Layout::kTurned) field.x = -field.x;

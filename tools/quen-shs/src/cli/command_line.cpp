@@ -1,11 +1,18 @@
 #include "tools/quen-shs/src/cli/command_line.hpp"
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <limits>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 #include <type_traits>
 
+#include "tools/quen-shs/src/cli/output.hpp"
+#include "tools/quen-shs/src/cli/plain_text.hpp"
 #include "tools/quen-shs/src/engines/engines.hpp"
 
 namespace quen_shs {
@@ -13,11 +20,24 @@ namespace {
 
 constexpr int kWrongUsage = 2;
 
+/// The number that a text is from its first character to its last, in decimal digits.
+template <typename T>
+std::optional<T> Decimal(std::string_view text) {
+  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
+  T value{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
+}
+
+/// Checks a number, and writes it anew: CLI11 by itself would take 010 for eight and 0x10 for sixteen.
 template <typename T>
 CLI::Validator NumberIn(T lowest, T highest) {
-  const auto check = [=](const std::string& text) {
-    T value{};
-    if (CLI::detail::lexical_cast(text, value) && value >= lowest && value <= highest) return std::string();
+  const auto check = [=](std::string& text) {
+    const std::optional<T> value = Decimal<T>(text);
+    if (value && *value >= lowest && *value <= highest) {
+      text = fmt::format("{}", *value);
+      return std::string();
+    }
     const char* const kind = std::is_integral_v<T> ? "a whole number" : "a number";
     std::ostringstream message;
     message << "expected " << kind << " from " << lowest << " to " << highest << ", found " << text;
@@ -63,7 +83,7 @@ std::string Footer(const Words& words) {
 template <typename T>
 CLI::Option* Verb::Ranged(const char* name, T& value, double lowest, double highest, const char* description) {
   return app_->add_option(name, value, description)
-      ->check(NumberIn<T>(static_cast<T>(lowest), static_cast<T>(highest)))
+      ->transform(NumberIn<T>(static_cast<T>(lowest), static_cast<T>(highest)))
       ->capture_default_str();
 }
 
@@ -110,7 +130,7 @@ Verb& Verb::Number(const char* name, double& value, double lowest, double highes
 
 Verb& Verb::Number(const char* name, std::optional<double>& value, double lowest, double highest,
                    const char* description) {
-  app_->add_option(name, value, description)->check(NumberIn<double>(lowest, highest));
+  app_->add_option(name, value, description)->transform(NumberIn<double>(lowest, highest));
   return *this;
 }
 
@@ -173,6 +193,9 @@ CommandLine::CommandLine()
   app_->set_version_flag("--version", "quen-shs " QUEN_VERSION);
   app_->require_subcommand(1);
   app_->get_formatter()->column_width(34);
+  app_->failure_message([](const CLI::App*, const CLI::Error& error) {
+    return Sentence(error.what()) + "\nRun with --help for more information.\n";
+  });
   app_->footer(
       "Example:\n  quen-shs calibrate sensor\n  quen-shs check sensor\n  quen-shs loop sensor\n\n'quen-shs SUBCOMMAND "
       "--help' tells more.\n"
@@ -193,7 +216,9 @@ int CommandLine::Run(int argc, char** argv) {
     return 0;
   } catch (const CLI::ParseError& error) {
     const bool unknown_verb = app_->get_subcommands().empty() && !app_->remaining().empty();
-    const int code = unknown_verb ? app_->exit(CLI::ExtrasError(app_->remaining())) : app_->exit(error);
+    std::ostringstream help;
+    const int code = unknown_verb ? app_->exit(CLI::ExtrasError(app_->remaining())) : app_->exit(error, help);
+    Print(help.str());
     return code == 0 ? 0 : kWrongUsage;
   }
 }

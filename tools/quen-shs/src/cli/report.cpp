@@ -2,32 +2,35 @@
 
 #include <fmt/format.h>
 
-#include <cstdio>
-#include <stdexcept>
+#include <sstream>
+
+#include "tools/quen-shs/src/cli/output.hpp"
+#include "tools/quen-shs/src/cli/plain_text.hpp"
 
 namespace quen_shs {
 
 void Report::Add(const std::string& key, Json value, const std::string& label, const std::string& text) {
   Add(key, std::move(value));
-  AddLines(fmt::format("{:<24}{}\n", label, text));
+  AddLine(fmt::format("{:<24}{}", label, text));
 }
 
 void Report::Add(const std::string& key, Json value) { json_[key] = std::move(value); }
 
-void Report::AddLines(const std::string& text) { text_ += text; }
+void Report::AddLine(const std::string& text) { text_ += Sentence(text) + "\n"; }
+
+void Report::AddLines(const std::string& text) {
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) AddLine(line);
+}
 
 void Report::AddFile(const std::string& path) {
   json_["files"].push_back(path);
-  AddLines("wrote " + path + "\n");
+  AddLine("wrote " + path);
 }
 
 void Report::Print(bool as_json) const {
-  // Not finite numbers become null, and bytes that are no UTF-8 a question mark.
-  const std::string text = as_json ? json_.dump(2, ' ', false, Json::error_handler_t::replace) + "\n" : text_;
-  // At once, so that it stands before what is said of a failure; a full disk shows here.
-  if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
-    throw std::runtime_error("the result cannot be printed: standard output takes no more");
-  }
+  // Not finite numbers become null, and bytes that are no UTF-8 a mark for such.
+  quen_shs::Print(as_json ? json_.dump(2, ' ', false, Json::error_handler_t::replace) + "\n" : text_);
 }
 
 }  // namespace quen_shs

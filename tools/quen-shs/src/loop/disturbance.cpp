@@ -1,6 +1,9 @@
 #include "tools/quen-shs/src/loop/disturbance.hpp"
 
+#include <fmt/format.h>
+
 #include <cmath>
+#include <stdexcept>
 
 namespace quen_shs {
 
@@ -16,6 +19,17 @@ Eigen::VectorXd Disturbance::Draw() {
   Eigen::VectorXd values(sigma_.size());
   for (Eigen::Index mode = 0; mode < values.size(); ++mode) values(mode) = sigma_(mode) * normal_(engine_);
   return values;
+}
+
+void RequireModerate(const Series& series, const std::string& source) {
+  for (Eigen::Index frame = 0; frame < series.rows(); ++frame) {
+    for (Eigen::Index mode = 0; mode < series.cols(); ++mode) {
+      if (std::abs(series(frame, mode)) <= kLargestMode) continue;
+      throw std::runtime_error(
+          fmt::format("{}: expected modes up to {:g} radians, found {:g} in frame {}, mode {} (counted from 0)", source,
+                      kLargestMode, series(frame, mode), frame, mode));
+    }
+  }
 }
 
 Series TurbulentSeries(int frames, const Eigen::VectorXd& variances, double strength, std::uint32_t seed) {

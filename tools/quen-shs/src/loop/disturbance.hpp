@@ -3,6 +3,7 @@
 #include <Eigen/Dense>
 #include <cstdint>
 #include <random>
+#include <string>
 
 namespace quen_shs {
 
@@ -39,6 +40,13 @@ class Disturbance {
 
 /// Modes over time: a row per frame, a column per mode, radians.
 using Series = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+
+/// Modes beyond this, radians, are an error of whoever wrote them; the loop's sums of squares stay finite up to here.
+inline constexpr double kLargestMode = 1e100;
+
+/// @param source  where the series is from, for the message
+/// @throws std::runtime_error  a mode is larger than that
+void RequireModerate(const Series& series, const std::string& source);
 
 /// The first frames of a disturbance.
 Series TurbulentSeries(int frames, const Eigen::VectorXd& variances, double strength, std::uint32_t seed);

@@ -93,6 +93,18 @@ void WriteSweep(const std::string& path, const LoopOptions& options, const std::
   WriteLoopKeys(file, options, disturbance);
 }
 
+namespace {
+
+/// A number of frames, which a file has as any number.
+std::size_t FramesOf(const std::string& path, std::size_t row, double frames) {
+  constexpr double kMost = 1e9;
+  if (frames >= 0.0 && frames <= kMost) return static_cast<std::size_t>(frames);
+  throw std::runtime_error(fmt::format("{}: expected 0 to {:g} frames in its table \"sweep\", found {:g} in row {}",
+                                       path, kMost, frames, row + 1));
+}
+
+}  // namespace
+
 std::vector<SweepPoint> ReadSweep(const std::string& path) {
   const Handle file = quen::common::Fits::FitsFile(path, "sweep");
   const auto gains = ReadColumnOrThrow<double>(file, "gain");
@@ -102,7 +114,7 @@ std::vector<SweepPoint> ReadSweep(const std::string& path) {
   if (gains.empty()) throw std::runtime_error(path + ": its table \"sweep\" has no rows");
   std::vector<SweepPoint> points;
   for (std::size_t k = 0; k < gains.size(); ++k) {
-    points.push_back({gains[k], residuals[k], disturbances[k], static_cast<std::size_t>(frames[k])});
+    points.push_back({gains[k], residuals[k], disturbances[k], FramesOf(path, k, frames[k])});
   }
   return points;
 }

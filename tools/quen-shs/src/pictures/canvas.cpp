@@ -1,22 +1,78 @@
 #include "tools/quen-shs/src/pictures/canvas.hpp"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <limits>
 #include <stdexcept>
+
+#include "tools/quen-shs/src/cli/plain_text.hpp"
+#include "tools/quen-shs/src/pictures/typeface.hpp"
 
 namespace quen_shs {
 
+namespace {
+
+Surface MakeSurface(int width, int height) {
+  Surface surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height), &cairo_surface_destroy);
+  const cairo_status_t status = cairo_surface_status(surface.get());
+  if (status == CAIRO_STATUS_SUCCESS) return surface;
+  throw std::runtime_error(
+      fmt::format("cannot draw a picture of {} x {} pixels: {}", width, height, cairo_status_to_string(status)));
+}
+
+/// A length that Cairo refuses where it does not fit.
+int Length(std::size_t pixels) {
+  constexpr std::size_t kMost = std::numeric_limits<int>::max();
+  return static_cast<int>(std::min(pixels, kMost));
+}
+
+double Advance(cairo_t* cr, const std::string& text) {
+  cairo_text_extents_t extents;
+  cairo_text_extents(cr, Plain(text).c_str(), &extents);
+  return extents.x_advance;
+}
+
+}  // namespace
+
+Image::Image(std::size_t width, std::size_t height) : surface_(MakeSurface(Length(width), Length(height))) {
+  cairo_surface_flush(surface_.get());
+}
+
+std::uint32_t* Image::Row(std::size_t y) const {
+  const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(surface_.get()));
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): Cairo's rows are 32-bit words
+  return reinterpret_cast<std::uint32_t*>(cairo_image_surface_get_data(surface_.get()) + y * stride);
+}
+
+cairo_surface_t* Image::Filled() const {
+  cairo_surface_mark_dirty(surface_.get());
+  return surface_.get();
+}
+
 Canvas::Canvas(int width, int height)
-    : surface_(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height), &cairo_surface_destroy),
-      context_(cairo_create(surface_.get()), &cairo_destroy) {
+    : surface_(MakeSurface(width, height)), context_(cairo_create(surface_.get()), &cairo_destroy) {
   constexpr double kFontSize = 15.0;
   Use(Cairo(), kPaper);
   cairo_paint(Cairo());
-  cairo_select_font_face(Cairo(), "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+  cairo_set_font_face(Cairo(), Typeface());
   cairo_set_font_size(Cairo(), kFontSize);
+  const std::unique_ptr<cairo_font_options_t, decltype(&cairo_font_options_destroy)> options(
+      cairo_font_options_create(), &cairo_font_options_destroy);
+  cairo_font_options_set_hint_style(options.get(), CAIRO_HINT_STYLE_SLIGHT);
+  cairo_set_font_options(Cairo(), options.get());
+}
+
+void Canvas::RequireDrawn() const {
+  const cairo_status_t status = cairo_status(Cairo());
+  if (status == CAIRO_STATUS_SUCCESS) return;
+  throw std::runtime_error(std::string("cannot draw the picture: ") + cairo_status_to_string(status));
 }
 
 void Canvas::Save(const std::string& path) const {
+  RequireDrawn();
   const cairo_status_t status = cairo_surface_write_to_png(surface_.get(), path.c_str());
   if (status != CAIRO_STATUS_SUCCESS) {
     throw std::runtime_error("cannot write the picture " + path + ": " + cairo_status_to_string(status));
@@ -29,19 +85,17 @@ void Use(cairo_t* cr, const Colour& colour) {
 
 void Write(cairo_t* cr, double x, double y, const std::string& text) {
   cairo_move_to(cr, x, y);
-  cairo_show_text(cr, text.c_str());
+  WriteOn(cr, text);
 }
 
+void WriteOn(cairo_t* cr, const std::string& text) { cairo_show_text(cr, Plain(text).c_str()); }
+
 void WriteBefore(cairo_t* cr, double x, double y, const std::string& text) {
-  cairo_text_extents_t extents;
-  cairo_text_extents(cr, text.c_str(), &extents);
-  Write(cr, x - extents.x_advance, y, text);
+  Write(cr, x - Advance(cr, text), y, text);
 }
 
 void WriteAround(cairo_t* cr, double x, double y, const std::string& text) {
-  cairo_text_extents_t extents;
-  cairo_text_extents(cr, text.c_str(), &extents);
-  Write(cr, x - extents.x_advance / 2.0, y, text);
+  Write(cr, x - Advance(cr, text) / 2.0, y, text);
 }
 
 std::string Short(double value) {

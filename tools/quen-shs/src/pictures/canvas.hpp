@@ -3,6 +3,7 @@
 #include <cairo.h>
 
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -32,26 +33,48 @@ inline constexpr double kTitleAbove = 14.0;  ///< of the title's base line above
 using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
 using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
 
+/// Pixels that are painted onto a picture, blank at first.
+class Image {
+ public:
+  /// @throws std::runtime_error  more than Cairo takes (32767 along an axis), or than there is memory for
+  Image(std::size_t width, std::size_t height);
+
+  /// A row of 32-bit words, from the top: 8 bits each for red, green and blue, blue the lowest.
+  [[nodiscard]] std::uint32_t* Row(std::size_t y) const;
+
+  /// For Cairo, once all rows are filled.
+  [[nodiscard]] cairo_surface_t* Filled() const;
+
+ private:
+  Surface surface_;
+};
+
 /// A blank picture, drawn on with Cairo, in pixels from its top left corner.
 class Canvas {
  public:
+  /// @throws std::runtime_error  as Image
   Canvas(int width, int height);
 
   [[nodiscard]] cairo_t* Cairo() const { return context_.get(); }
 
   /// Writes a PNG file.
-  /// @throws std::runtime_error  the file cannot be written
+  /// @throws std::runtime_error  something could not be drawn, or the file cannot be written
   void Save(const std::string& path) const;
 
  private:
+  /// From a first error on Cairo draws nothing more.
+  void RequireDrawn() const;
+
   Surface surface_;
   Context context_;
 };
 
 void Use(cairo_t* cr, const Colour& colour);
 
-/// Text that begins at, ends at, or is centred on a point of its base line.
+/// Text that begins at, ends at, or is centred on a point of its base line; or goes on where the last one ended. Of any
+/// bytes: what is no letter becomes a question mark.
 void Write(cairo_t* cr, double x, double y, const std::string& text);
+void WriteOn(cairo_t* cr, const std::string& text);
 void WriteBefore(cairo_t* cr, double x, double y, const std::string& text);
 void WriteAround(cairo_t* cr, double x, double y, const std::string& text);
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <numbers>
 
 namespace quen_shs {
@@ -23,25 +22,30 @@ void DrawBorder(cairo_t* cr, double left, const std::string& title) {
   Write(cr, left, kTop - kTitleAbove, title);
 }
 
+/// Where a value lies in a range, from 0 to 1. In halves: the whole of it may be more than a number holds.
+double Share(double value, const Range& range) {
+  const double length = range.highest / 2.0 - range.lowest / 2.0;
+  return length > 0.0 ? (value / 2.0 - range.lowest / 2.0) / length : 1.0;
+}
+
 /// From nearly white for the least to dark blue for the most.
 Colour LightColour(double share) { return {0.93 - 0.90 * share, 0.95 - 0.75 * share, 0.98 - 0.50 * share, 1.0}; }
 
 void DrawLight(cairo_t* cr, const Plane& plane, const Overlay& overlay, const std::vector<double>& flux) {
-  double least = std::numeric_limits<double>::infinity();
-  double most = -least;
-  const auto is_shown = [&](std::size_t i) { return overlay.IsUsed(i) && std::isfinite(flux[i]); };
+  Range range;
+  std::ptrdiff_t lost = 0;
   for (std::size_t i = 0; i < overlay.rois.size(); ++i) {
-    if (!is_shown(i)) continue;
-    least = std::min(least, flux[i]);
-    most = std::max(most, flux[i]);
+    if (!overlay.IsUsed(i)) continue;
+    range.Hold(flux[i]);
+    lost += std::isfinite(flux[i]) ? 0 : 1;
   }
+  const auto [least, most] = range;
   for (std::size_t i = 0; i < overlay.rois.size(); ++i) {
-    const double share = most > least ? (flux[i] - least) / (most - least) : 1.0;
-    if (is_shown(i)) plane.Fill(overlay.rois[i], LightColour(share));
+    if (overlay.IsUsed(i) && std::isfinite(flux[i])) plane.Fill(overlay.rois[i], LightColour(Share(flux[i], range)));
   }
-  const std::string range =
+  const std::string ends =
       most >= least ? Short(least) + " (light) to " + Short(most) + " (dark)" : std::string("none");
-  DrawBorder(cr, kSecond, "Flux of the used sub-apertures: " + range);
+  DrawBorder(cr, kSecond, "Flux of the used sub-apertures: " + ends + NotFinite(lost));
 }
 
 }  // namespace
@@ -50,11 +54,9 @@ void DrawField(const std::string& path, const Overlay& overlay, const std::vecto
   const double right = flux.empty() ? kMargin : kSecond;
   const Canvas canvas(static_cast<int>(right + static_cast<double>(kFrameWidth) + kMargin), static_cast<int>(kHeight));
   const Plane plane(canvas.Cairo(), kMargin, kTop, kFrameHeight);
-  const double magnification = ArrowMagnification(overlay);
   plane.DrawOutlines(overlay);
-  plane.DrawArrows(overlay, magnification);
-  DrawBorder(canvas.Cairo(), kMargin,
-             "Displacements, row 0 at the bottom, " + Short(magnification) + " times enlarged");
+  plane.DrawArrows(overlay, ArrowMagnification(overlay));
+  DrawBorder(canvas.Cairo(), kMargin, "Displacements, row 0 at the bottom, " + ArrowLegend(overlay));
   if (!flux.empty()) DrawLight(canvas.Cairo(), Plane(canvas.Cairo(), kSecond, kTop, kFrameHeight), overlay, flux);
   canvas.Save(path);
 }
@@ -67,14 +69,19 @@ void DrawRegions(const std::string& path, const Overlay& overlay) {
   const Plane plane(cr, kMargin, kTop, kFrameHeight);
   plane.DrawOutlines(overlay);
   Use(cr, kInk);
+  std::ptrdiff_t lost = 0;
   for (const quen::image_processing::Roi& roi : overlay.rois) {
-    if (!std::isfinite(roi.x_ref) || !std::isfinite(roi.y_ref)) continue;
+    if (!std::isfinite(roi.x_ref) || !std::isfinite(roi.y_ref)) {
+      ++lost;
+      continue;
+    }
     cairo_new_path(cr);
     cairo_arc(cr, kMargin + roi.x_ref + 0.5, kTop + static_cast<double>(kFrameHeight) - roi.y_ref - 0.5, kDot, 0.0,
               2.0 * std::numbers::pi);
     cairo_fill(cr);
   }
-  DrawBorder(cr, kMargin, "Regions on the frame, row 0 at the bottom, used ones blue; dots are reference points");
+  DrawBorder(cr, kMargin,
+             "Regions on the frame, row 0 at the bottom, used ones blue; dots are reference points" + NotFinite(lost));
   canvas.Save(path);
 }
 

@@ -10,6 +10,7 @@ using quen::image_processing::Roi;
 
 constexpr double kTypicalArrow = 5.0;   // pixels of the frame
 constexpr double kLongestArrow = 11.0;  // stays inside the region
+constexpr double kShortest = 1e-300;    // pixels; shorter ones are too short to be enlarged
 
 constexpr Colour kUsedOutline = {0.25, 0.60, 0.90, 0.55};
 constexpr Colour kUnusedOutline = {0.60, 0.60, 0.60, 0.18};
@@ -21,34 +22,42 @@ Overlay OverlayOf(const quen::shssim::ShsSimulator& simulator) {
   return {simulator.Rois(), simulator.RoisUsed(), Displacements{simulator.XSlopes(), simulator.YSlopes()}};
 }
 
+bool Overlay::HasArrow(std::size_t i) const {
+  return displacements && std::isfinite(std::hypot(displacements->x[i], displacements->y[i])) &&
+         std::isfinite(rois[i].x_ref) && std::isfinite(rois[i].y_ref);
+}
+
 double ArrowMagnification(const Overlay& overlay) {
-  double sum = 0.0;
-  double count = 0.0;
-  for (std::size_t i = 0; i < overlay.rois.size() && overlay.displacements; ++i) {
-    const double length = std::hypot(overlay.displacements->x[i], overlay.displacements->y[i]);
-    if (!overlay.IsUsed(i) || !std::isfinite(length)) continue;
-    sum += length * length;
-    count += 1.0;
+  std::vector<double> lengths;
+  for (std::size_t i = 0; i < overlay.rois.size(); ++i) {
+    if (!overlay.IsUsed(i) || !overlay.HasArrow(i)) continue;
+    lengths.push_back(std::hypot(overlay.displacements->x[i], overlay.displacements->y[i]));
   }
-  return sum > 0.0 ? kTypicalArrow / std::sqrt(sum / count) : 1.0;
+  const double longest = lengths.empty() ? 0.0 : std::ranges::max(lengths);
+  if (!(longest > 0.0)) return 1.0;
+  double sum = 0.0;  // of squares over the longest one's, which may be more than a number holds
+  for (const double length : lengths) sum += (length / longest) * (length / longest);
+  const double rms = longest * std::sqrt(sum / static_cast<double>(lengths.size()));
+  return kTypicalArrow / std::max(rms, kShortest);
+}
+
+std::string ArrowLegend(const Overlay& overlay) {
+  std::ptrdiff_t lost = 0;
+  for (std::size_t i = 0; i < overlay.rois.size(); ++i) lost += overlay.IsUsed(i) && !overlay.HasArrow(i) ? 1 : 0;
+  return Short(ArrowMagnification(overlay)) + " times enlarged" + NotFinite(overlay.displacements ? lost : 0);
 }
 
 void Plane::DrawPixels(const Frame& frame, const Stretch& stretch) const {
-  const Surface image(
-      cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(frame.width), static_cast<int>(frame.height)),
-      &cairo_surface_destroy);
-  cairo_surface_flush(image.get());
-  unsigned char* const data = cairo_image_surface_get_data(image.get());
-  const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(image.get()));
+  constexpr std::uint32_t kGrey = 0x010101;
+  const Image image(frame.width, frame.height);
   for (std::size_t y = 0; y < frame.height; ++y) {
-    unsigned char* const line = data + (frame.height - 1 - y) * stride;
+    std::uint32_t* const line = image.Row(frame.height - 1 - y);
     for (std::size_t x = 0; x < frame.width; ++x) {
       const double shade = stretch.Shade(static_cast<std::int16_t>(frame.pixels[x + frame.width * y]));
-      std::fill_n(line + 4 * x, 4, static_cast<unsigned char>(255.0 * shade));
+      line[x] = kGrey * static_cast<std::uint32_t>(255.0 * shade);
     }
   }
-  cairo_surface_mark_dirty(image.get());
-  cairo_set_source_surface(cr_, image.get(), left_, bottom_ - static_cast<double>(frame.height));
+  cairo_set_source_surface(cr_, image.Filled(), left_, bottom_ - static_cast<double>(frame.height));
   cairo_paint(cr_);
 }
 
@@ -67,11 +76,9 @@ void Plane::DrawArrows(const Overlay& overlay, double magnification) const {
   Use(cr_, kArrow);
   cairo_set_line_width(cr_, 1.4);
   for (std::size_t i = 0; i < overlay.rois.size(); ++i) {
-    const double dx = magnification * overlay.displacements->x[i];
-    const double dy = magnification * overlay.displacements->y[i];
-    if (overlay.IsUsed(i) && std::isfinite(dx) && std::isfinite(dy)) {
-      Arrow(overlay.rois[i].x_ref, overlay.rois[i].y_ref, dx, dy);
-    }
+    if (!overlay.IsUsed(i) || !overlay.HasArrow(i)) continue;
+    Arrow(overlay.rois[i].x_ref, overlay.rois[i].y_ref, magnification * overlay.displacements->x[i],
+          magnification * overlay.displacements->y[i]);
   }
 }
 

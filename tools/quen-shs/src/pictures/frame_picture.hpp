@@ -22,6 +22,9 @@ struct Overlay {
 
   /// Whether sub-aperture `i` is used; all are where there are no flags.
   [[nodiscard]] bool IsUsed(std::size_t i) const { return used.empty() || (i < used.size() && used[i] != 0); }
+
+  /// Whether its displacement and its reference are finite, where there are displacements.
+  [[nodiscard]] bool HasArrow(std::size_t i) const;
 };
 
 /// What a simulator has measured.
@@ -30,6 +33,9 @@ Overlay OverlayOf(const quen::shssim::ShsSimulator& simulator);
 /// Magnification that makes the root mean square displacement of the used sub-apertures a typical arrow; 1 if there is
 /// nothing to show.
 double ArrowMagnification(const Overlay& overlay);
+
+/// The magnification in words, and how many used sub-apertures have no arrow.
+std::string ArrowLegend(const Overlay& overlay);
 
 /// From a detector's coordinates to a picture's: row 0 at the bottom, a pixel of the detector a pixel of the picture.
 class Plane {

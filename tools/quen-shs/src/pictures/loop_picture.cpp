@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "tools/quen-shs/src/pictures/canvas.hpp"
 #include "tools/quen-shs/src/pictures/frame_picture.hpp"
@@ -21,52 +22,60 @@ constexpr Colour kResidual = {0.10, 0.40, 0.75, 1.0};
 
 using Vector = Eigen::VectorXd FrameRecord::*;
 
+/// A value of a record's vector, by the number of the frame or of the mode.
+using Values = std::function<double(std::size_t, Vector)>;
+
 /// Names of the two curves above a plot, in their colours.
-void WriteNames(cairo_t* cr, const Box& box, const std::string& title) {
+void WriteNames(cairo_t* cr, const Box& box, const std::string& title, std::size_t count, const Values& rms) {
   Use(cr, kInk);
   Write(cr, box.left, box.top - kTitleAbove, title + "  ");
   Use(cr, kDisturbance);
-  cairo_show_text(cr, "disturbance  ");
+  WriteOn(cr,
+          "disturbance" + NotFinite(count, [&](std::size_t k) { return rms(k, &FrameRecord::disturbance); }) + "  ");
   Use(cr, kResidual);
-  cairo_show_text(cr, "residual");
+  WriteOn(cr, "residual" + NotFinite(count, [&](std::size_t k) { return rms(k, &FrameRecord::residual); }));
 }
 
 /// A scale that holds both curves.
-Scale ScaleFor(std::size_t count, const std::function<double(std::size_t, Vector)>& rms) {
-  double lowest = rms(0, &FrameRecord::disturbance);
-  double highest = lowest;
+Scale ScaleFor(std::size_t count, const Values& rms) {
+  Range range;
   for (std::size_t k = 0; k < count; ++k) {
-    for (const Vector vector : {&FrameRecord::disturbance, &FrameRecord::residual}) {
-      if (!std::isfinite(rms(k, vector))) continue;
-      lowest = std::min(lowest, rms(k, vector));
-      highest = std::max(highest, rms(k, vector));
-    }
+    for (const Vector vector : {&FrameRecord::disturbance, &FrameRecord::residual}) range.Hold(rms(k, vector));
   }
-  return LogarithmicScale(std::max(lowest, kSmallest), std::max(highest, kSmallest));
+  return LogarithmicScale(range, kSmallest);
 }
 
 /// Disturbance and residual, `count` values each, against their number.
-void DrawBoth(cairo_t* cr, const Box& box, std::size_t count, const std::string& title,
-              const std::function<double(std::size_t, Vector)>& rms) {
+void DrawBoth(cairo_t* cr, const Box& box, std::size_t count, const std::string& title, const Values& rms) {
   const Plot plot(cr, box, LinearScale(static_cast<double>(count)), ScaleFor(count, rms));
   plot.DrawGrid("");
   cairo_set_line_width(cr, 1.6);
   const auto number = [](std::size_t k) { return static_cast<double>(k); };
   plot.DrawCurve(kDisturbance, count, number, [&](std::size_t k) { return rms(k, &FrameRecord::disturbance); });
   plot.DrawCurve(kResidual, count, number, [&](std::size_t k) { return rms(k, &FrameRecord::residual); });
-  WriteNames(cr, box, title);
+  WriteNames(cr, box, title, count, rms);
 }
 
 void DrawHistory(cairo_t* cr, const Box& box, const std::vector<FrameRecord>& records) {
   DrawBoth(cr, box, records.size(), "Phase RMS in radians against the frame number:",
-           [&](std::size_t frame, Vector vector) { return (records[frame].*vector).norm(); });
+           [&](std::size_t frame, Vector vector) { return (records[frame].*vector).stableNorm(); });
 }
 
-/// Root mean square of each mode over the frames.
+/// Root mean square of a mode over the frames where it is finite; NaN if it is in none.
+double ModeRms(const std::vector<FrameRecord>& records, Vector vector, Eigen::Index mode) {
+  Eigen::VectorXd values(static_cast<Eigen::Index>(records.size()));
+  Eigen::Index count = 0;
+  for (const FrameRecord& record : records) {
+    const double value = (record.*vector)(mode);
+    if (std::isfinite(value)) values(count++) = value;
+  }
+  if (count == 0) return std::numeric_limits<double>::quiet_NaN();
+  return values.head(count).stableNorm() / std::sqrt(static_cast<double>(count));
+}
+
 Eigen::VectorXd ModeRms(const std::vector<FrameRecord>& records, Vector vector) {
-  Eigen::VectorXd sum = Eigen::VectorXd::Zero((records.front().*vector).size());
-  for (const FrameRecord& record : records) sum += (record.*vector).cwiseAbs2();
-  return (sum / static_cast<double>(records.size())).cwiseSqrt();
+  return Eigen::VectorXd::NullaryExpr((records.front().*vector).size(),
+                                      [&](Eigen::Index mode) { return ModeRms(records, vector, mode); });
 }
 
 void DrawModes(cairo_t* cr, const Box& box, const std::vector<FrameRecord>& records) {
@@ -86,14 +95,13 @@ void DrawLoop(const std::string& path, const quen::shssim::ShsSimulator& simulat
   const Canvas canvas(static_cast<int>(kPlotLeft + kPlotWidth + kMargin), 900);
   cairo_t* const cr = canvas.Cairo();
   const Overlay overlay = OverlayOf(simulator);
-  const double magnification = ArrowMagnification(overlay);
   const Plane plane(cr, kMargin, kTop, kFrameHeight);
   plane.DrawPixels({kFrameWidth, kFrameHeight, simulator.Frame()}, SpotStretch());
   plane.DrawOutlines(overlay);
-  plane.DrawArrows(overlay, magnification);
+  plane.DrawArrows(overlay, ArrowMagnification(overlay));
   Use(cr, kInk);
   Write(cr, kMargin, kTop - kTitleAbove,
-        "Last frame, row 0 at the bottom; measured displacements, " + Short(magnification) + " times enlarged");
+        "Last frame, row 0 at the bottom; measured displacements, " + ArrowLegend(overlay));
   DrawHistory(cr, {kPlotLeft, kTop, kPlotWidth, static_cast<double>(kFrameHeight)}, records);
   canvas.Save(path);
 }

@@ -1,5 +1,7 @@
 #include "tools/quen-shs/src/pictures/matrix_picture.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -28,30 +30,66 @@ double LargestMagnitude(const Matrix& matrix) {
   return largest > 0.0 ? largest : 1.0;
 }
 
-void PaintCells(cairo_t* cr, const Box& box, const Matrix& matrix, double largest) {
-  const Surface image(
-      cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(matrix.cols()), static_cast<int>(matrix.rows())),
-      &cairo_surface_destroy);
-  cairo_surface_flush(image.get());
-  unsigned char* const data = cairo_image_surface_get_data(image.get());
-  const auto stride = static_cast<Eigen::Index>(cairo_image_surface_get_stride(image.get()));
-  for (Eigen::Index row = 0; row < matrix.rows(); ++row) {
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): Cairo's rows are 32-bit words
-    auto* const line = reinterpret_cast<std::uint32_t*>(data + row * stride);
-    for (Eigen::Index column = 0; column < matrix.cols(); ++column) {
-      line[column] = PackedColour(matrix(row, column) / largest);
+/// Neighbours that share a cell of the picture: no more of those along an axis than anyone could see, nor Cairo take.
+struct Group {
+  Eigen::Index rows;
+  Eigen::Index columns;
+
+  explicit Group(const Matrix& matrix) : rows(Size(matrix.rows())), columns(Size(matrix.cols())) {}
+
+ private:
+  static Eigen::Index Size(Eigen::Index elements) {
+    constexpr Eigen::Index kMostCells = 8000;
+    return (elements + kMostCells - 1) / kMostCells;
+  }
+};
+
+/// What a cell shows of its elements: the largest magnitude with its sign, or one that is not finite.
+double Outstanding(const Eigen::Ref<const Matrix>& elements) {
+  double outstanding = 0.0;
+  for (const double element : elements.reshaped()) {
+    if (!std::isfinite(element)) return element;
+    if (std::abs(element) > std::abs(outstanding)) outstanding = element;
+  }
+  return outstanding;
+}
+
+Image CellsOf(const Matrix& matrix, const Group& group, double largest) {
+  const Eigen::Index height = (matrix.rows() + group.rows - 1) / group.rows;
+  const Eigen::Index width = (matrix.cols() + group.columns - 1) / group.columns;
+  Image image(static_cast<std::size_t>(width), static_cast<std::size_t>(height));
+  for (Eigen::Index y = 0; y < height; ++y) {
+    const Eigen::Index row = y * group.rows;
+    const Eigen::Index rows = std::min(group.rows, matrix.rows() - row);
+    std::uint32_t* const line = image.Row(static_cast<std::size_t>(y));
+    for (Eigen::Index x = 0; x < width; ++x) {
+      const Eigen::Index column = x * group.columns;
+      const Eigen::Index columns = std::min(group.columns, matrix.cols() - column);
+      line[x] = PackedColour(Outstanding(matrix.block(row, column, rows, columns)) / largest);
     }
   }
-  cairo_surface_mark_dirty(image.get());
+  return image;
+}
+
+void PaintCells(cairo_t* cr, const Box& box, const Matrix& matrix, const Group& group, double largest) {
+  const Image image = CellsOf(matrix, group, largest);
+  const double width = static_cast<double>(matrix.cols()) / static_cast<double>(group.columns);  // of the last, a part
+  const double height = static_cast<double>(matrix.rows()) / static_cast<double>(group.rows);
   cairo_save(cr);
   cairo_translate(cr, box.left, box.top);
-  cairo_scale(cr, box.width / static_cast<double>(matrix.cols()), box.height / static_cast<double>(matrix.rows()));
-  cairo_set_source_surface(cr, image.get(), 0.0, 0.0);
-  const bool is_enlarged = box.height > static_cast<double>(matrix.rows());
+  cairo_scale(cr, box.width / width, box.height / height);
+  cairo_set_source_surface(cr, image.Filled(), 0.0, 0.0);
+  const bool is_enlarged = box.height > height;
   cairo_pattern_set_filter(cairo_get_source(cr), is_enlarged ? CAIRO_FILTER_NEAREST : CAIRO_FILTER_GOOD);
-  cairo_rectangle(cr, 0.0, 0.0, static_cast<double>(matrix.cols()), static_cast<double>(matrix.rows()));
+  cairo_rectangle(cr, 0.0, 0.0, width, height);
   cairo_fill(cr);
   cairo_restore(cr);
+}
+
+/// What a cell shows, where it is not one element.
+std::string Remark(const Group& group) {
+  if (group.rows * group.columns == 1) return "";
+  return fmt::format(", the largest of {} x {} each", group.rows, group.columns);
 }
 
 }  // namespace
@@ -65,10 +103,11 @@ void DrawMatrix(const std::string& path, const Matrix& matrix, const std::string
   const double largest = LargestMagnitude(matrix);
   Scale rows = LinearScale(static_cast<double>(matrix.rows()));
   std::swap(rows.first, rows.last);  // row 0 is at the top
-  PaintCells(cr, box, matrix, largest);
-  Plot(cr, box, LinearScale(static_cast<double>(matrix.cols())), rows).DrawFrame(title);
+  const Group group(matrix);
+  PaintCells(cr, box, matrix, group, largest);
+  Plot(cr, box, LinearScale(static_cast<double>(matrix.cols())), rows).DrawFrame(title + Remark(group));
   Write(cr, box.left, box.top + box.height + 46.0,
-        "blue " + Short(-largest) + ", white 0, red " + Short(largest) + "; black is not a number");
+        "blue " + Short(-largest) + ", white 0, red " + Short(largest) + "; black is not finite");
   canvas.Save(path);
 }
 

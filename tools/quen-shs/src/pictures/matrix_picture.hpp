@@ -7,7 +7,8 @@
 namespace quen_shs {
 
 /// Draws a matrix, its first row at the top: zero white, negative elements blue, positive ones red, the largest magnitude
-/// darkest. Writes a PNG file.
+/// darkest, black what is not finite. Of a matrix with more than 8000 rows or columns, neighbours share a cell and the
+/// largest magnitude shows. Writes a PNG file.
 /// @throws std::runtime_error  the file cannot be written
 void DrawMatrix(const std::string& path, const Matrix& matrix, const std::string& title);
 

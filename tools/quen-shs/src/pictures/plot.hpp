@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -16,6 +18,14 @@ struct Box {
   double height;
 };
 
+/// The least and the greatest of values; those that are not finite do not count.
+struct Range {
+  double lowest = std::numeric_limits<double>::infinity();
+  double highest = -std::numeric_limits<double>::infinity();
+
+  void Hold(double value);
+};
+
 /// Values along an axis, and where each lies between its ends.
 struct Scale {
   double first;
@@ -27,9 +37,17 @@ struct Scale {
   [[nodiscard]] double Place(double value) const;
 };
 
-/// A linear scale from 0 to `last`, or a logarithmic one that holds both values, with ticks at round numbers.
+/// A linear scale from 0 to `last`, finite and above 0, with ticks at round numbers.
 Scale LinearScale(double last);
-Scale LogarithmicScale(double lowest, double highest);
+
+/// A logarithmic scale that holds all of a range above `smallest`, and that value if the range is empty. A dozen ticks at
+/// most, at round numbers.
+Scale LogarithmicScale(const Range& range, double smallest);
+
+/// A remark on what is left out of a picture, " (3 not finite)" for instance; empty if nothing is.
+std::string NotFinite(std::ptrdiff_t lost);
+/// The same for the values of a curve.
+std::string NotFinite(std::size_t count, const std::function<double(std::size_t)>& value);
 
 /// Curves in a box with a grid.
 class Plot {
@@ -40,7 +58,7 @@ class Plot {
   void DrawGrid(const std::string& title) const;
   void DrawFrame(const std::string& title) const;
 
-  /// A curve through points; those that are not finite are left out.
+  /// A curve through points; those that are not finite are left out, which is for NotFinite to say.
   void DrawCurve(const Colour& colour, std::size_t count, const std::function<double(std::size_t)>& x,
                  const std::function<double(std::size_t)>& y) const;
 

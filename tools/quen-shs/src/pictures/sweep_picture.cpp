@@ -1,6 +1,7 @@
 #include "tools/quen-shs/src/pictures/sweep_picture.hpp"
 
 #include <algorithm>
+#include <cmath>
 
 #include "tools/quen-shs/src/pictures/plot.hpp"
 
@@ -8,20 +9,21 @@ namespace quen_shs {
 
 void DrawSweep(const std::string& path, const std::vector<SweepPoint>& points) {
   constexpr double kSmallest = 1e-6;  // rad: a logarithmic axis needs an end
-  double lowest = points.front().disturbance;
-  double highest = lowest;
-  double last = 0.1;
+  Range gains = {0.0, 0.1};
+  Range values;
+  values.Hold(points.front().disturbance);
   for (const SweepPoint& point : points) {
-    last = std::max(last, point.gain);
-    if (point.HasDiverged()) continue;
-    lowest = std::min(lowest, point.residual);
-    highest = std::max(highest, point.residual);
+    gains.Hold(point.gain);
+    values.Hold(point.residual);
   }
+  const auto is_lost = [](const SweepPoint& point) {
+    return !std::isfinite(point.gain) || !std::isfinite(point.disturbance) || std::isnan(point.residual);
+  };
   const Canvas canvas(1060, 620);
   cairo_t* const cr = canvas.Cairo();
-  const Plot plot(cr, {80.0, kTop, 720.0, 520.0}, LinearScale(last),
-                  LogarithmicScale(std::max(lowest, kSmallest), std::max(highest, kSmallest)));
-  plot.DrawGrid("Phase RMS in radians, second half of each run, against the gain; gaps: diverged");
+  const Plot plot(cr, {80.0, kTop, 720.0, 520.0}, LinearScale(gains.highest), LogarithmicScale(values, kSmallest));
+  plot.DrawGrid("Phase RMS in radians, second half of each run, against the gain; gaps: diverged" +
+                NotFinite(std::ranges::count_if(points, is_lost)));
   cairo_set_line_width(cr, 1.8);
   const auto gain = [&](std::size_t k) { return points[k].gain; };
   const auto residual = [&](std::size_t k) { return points[k].residual; };

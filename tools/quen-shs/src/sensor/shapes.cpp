@@ -66,6 +66,11 @@ Displacements Shape(const NamedShape& named, const quen::shssim::ShsSimulator& s
     radius = std::max(radius, std::hypot(rois[i].x_ref - centre_x, rois[i].y_ref - centre_y));
   }
 
+  if (!(radius > 0.0)) {
+    throw std::runtime_error(
+        "the references of the used sub-apertures are at one point, or not finite: a shape needs a circle around them; "
+        "'quen-shs check' tells more of the calibration");
+  }
   Displacements shape;
   double steepest = 0.0;
   for (const std::size_t i : used) {

@@ -26,6 +26,7 @@ NamedShape ParseShape(const std::string& text);
 
 /// Displacements of the used spots, the others stay: along the gradient of the shape. The unit circle is the one around
 /// the used sub-apertures' references.
+/// @throws std::runtime_error  there is no such circle
 Displacements Shape(const NamedShape& named, const quen::shssim::ShsSimulator& simulator);
 
 }  // namespace quen_shs

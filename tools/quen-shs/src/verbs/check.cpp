@@ -31,7 +31,7 @@ void Check(const CheckCommand& command) {
   Report report;
   Json list = Json::array();
   for (const auto& [verdict, subject, text] : findings) {
-    report.AddLines(fmt::format("{:<9} {:<14} {}\n", Word(verdict), subject, text));
+    report.AddLine(fmt::format("{:<9} {:<14} {}", Word(verdict), subject, text));
     list.push_back({{"verdict", Word(verdict)}, {"subject", subject}, {"text", text}});
   }
   report.Add("findings", list);
@@ -39,8 +39,8 @@ void Check(const CheckCommand& command) {
   const auto doubtful = std::ranges::count(findings, Verdict::kDoubtful, &Finding::verdict);
   report.Add("wrong", wrong);
   report.Add("doubtful", doubtful);
-  report.AddLines(
-      fmt::format("{}: {} things checked, {} wrong, {} doubtful\n", command.folder, findings.size(), wrong, doubtful));
+  report.AddLine(
+      fmt::format("{}: {} things checked, {} wrong, {} doubtful", command.folder, findings.size(), wrong, doubtful));
   report.Print(command.json);
   if (wrong > 0) throw std::runtime_error("the calibration in " + command.folder + " is not to be trusted");
 }

@@ -62,9 +62,7 @@ void RenderFrame(const FrameCommand& command) {
   if (!command.png.empty()) {
     const Overlay overlay = {simulator.Rois(), simulator.RoisUsed(), displacements};
     DrawFrame(files.emplace_back(command.png).Path(), {kFrameWidth, kFrameHeight, simulator.Frame()}, SpotStretch(),
-              overlay,
-              fmt::format("Frame, row 0 at the bottom; true displacements, {:.3g} times enlarged",
-                          ArrowMagnification(overlay)));
+              overlay, "Frame, row 0 at the bottom; true displacements, " + ArrowLegend(overlay));
   }
   CheckAndCommit(files);
 

@@ -44,6 +44,7 @@ Series DisturbanceFor(const LoopCommand& command) {
                            command.options.seed);
   }
   const Series series = ReadSeries(command.disturbance);
+  RequireModerate(series, command.disturbance);
   if (series.rows() < command.frames) {
     throw std::runtime_error(fmt::format("{}: expected a disturbance of {} frames at least, found {}; give --frames {}",
                                          command.disturbance, command.frames, series.rows(), series.rows()));
@@ -144,11 +145,11 @@ void SweepGains(const LoopCommand& command, ShsSimulator& simulator, const Serie
   report.Add("frames", command.frames);
   AddOptions(report, command);
   Json list = Json::array();
-  report.AddLines("    gain   residual, rad RMS\n");
+  report.AddLine("    gain   residual, rad RMS");
   for (const SweepPoint& point : points) {
-    report.AddLines(fmt::format("{:8.4g}   {}\n", point.gain,
-                                point.HasDiverged() ? fmt::format("diverged in frame {}", point.frames - 1)
-                                                    : fmt::format("{:.4f}", point.residual)));
+    report.AddLine(fmt::format("{:8.4g}   {}", point.gain,
+                               point.HasDiverged() ? fmt::format("diverged in frame {}", point.frames - 1)
+                                                   : fmt::format("{:.4f}", point.residual)));
     list.push_back({{"gain", point.gain},
                     {"residual", point.residual},
                     {"disturbance", point.disturbance},

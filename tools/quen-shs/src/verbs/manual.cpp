@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
 
+#include "tools/quen-shs/src/cli/output.hpp"
 #include "tools/quen-shs/src/files/staged_file.hpp"
 #include "tools/quen-shs/src/verbs/verbs.hpp"
 
@@ -19,8 +19,6 @@ struct ManualCommand {
   std::string verb;    ///< all of the tool if empty
   std::string output;  ///< folder for all pages; if empty, one page is printed
 };
-
-void Print(const std::string& text) { static_cast<void>(std::fputs(text.c_str(), stdout)); }
 
 void WritePages(const CommandLine& line, const std::string& folder) {
   std::vector<StagedFile> files;

@@ -54,7 +54,7 @@ void Score(const ScoreCommand& command) {
   Json list = Json::array();
   for (const NamedScore& score : scores) list.push_back(AsJson(score));
   report.Add("scores", list);
-  if (!files.empty()) report.AddLines("\n");
+  if (!files.empty()) report.AddLine("");
   for (const StagedFile& file : files) report.AddFile(file.Target());
   report.Print(command.json);
 }

@@ -50,14 +50,17 @@ std::optional<Overlay> FrameOverlay(const ViewCommand& command) {
   return overlay;
 }
 
+/// @throws std::runtime_error  a frame of these axes has no pixels, or more than anyone could see
+void RequireDrawable(const std::string& path, std::size_t width, std::size_t height) {
+  constexpr std::size_t kLargest = 8000;  // pixels along an axis
+  if (width > 0 && height > 0 && width <= kLargest && height <= kLargest) return;
+  throw std::runtime_error(
+      fmt::format("{}: expected 1 to {} pixels along either axis, found {} x {}", path, kLargest, width, height));
+}
+
 Content FrameContent(const ViewCommand& command) {
   return {"frame", [command](const std::string& picture) {
             const Frame frame = ReadFrame(command.file);
-            constexpr std::size_t kLargest = 8000;  // pixels along an axis
-            if (frame.width == 0 || frame.height == 0 || frame.width > kLargest || frame.height > kLargest) {
-              throw std::runtime_error(fmt::format("{}: expected 1 to {} pixels along either axis, found {} x {}",
-                                                   command.file, kLargest, frame.width, frame.height));
-            }
             DrawFrame(picture, frame, StretchByWord(command.stretch, frame.pixels), FrameOverlay(command),
                       fmt::format("{}, row 0 at the bottom, {} stretch",
                                   std::filesystem::path(command.file).filename().string(), command.stretch));
@@ -97,7 +100,10 @@ Content ContentOf(const ViewCommand& command) {
     return {"regions", [path](const std::string& picture) { DrawRegions(picture, ReadField(path).overlay); }};
   }
   const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(FitsFile(path, std::nullopt));
-  if (axes.size() == 2 && bitpix == SHORT_IMG) return FrameContent(command);
+  if (axes.size() == 2 && bitpix == SHORT_IMG) {
+    RequireDrawable(path, axes[0], axes[1]);  // before memory is asked for
+    return FrameContent(command);
+  }
   if (axes.size() == 2 && bitpix == DOUBLE_IMG && axes[0] > 0 && axes[1] > 0) return MatrixContent(path, axes);
   throw std::runtime_error(
       fmt::format("{}: expected a frame (16 bits), a matrix (doubles), or a table \"slopes\", \"rois\", \"telemetry\", "

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// @file
+/// The two ways out: results, and what is to be said of a failure.
+
+namespace quen_shs {
+
+/// Prints on standard output, at once: what is said of a failure stands after it.
+/// @throws std::runtime_error  standard output takes no more
+void Print(const std::string& text);
+
+/// Says a sentence on standard error, under the tool's name and fit for a terminal.
+void Say(std::string_view sentence);
+
+/// Says that memory does not suffice, and needs none for it.
+void SayOutOfMemory();
+
+}  // namespace quen_shs
