@@ -5,6 +5,7 @@
 
 #include "tools/quen-shs/src/cli/command_line.hpp"
 #include "tools/quen-shs/src/cli/interruption.hpp"
+#include "tools/quen-shs/src/files/transfer.hpp"
 #include "tools/quen-shs/src/verbs/verbs.hpp"
 
 namespace {
@@ -24,6 +25,7 @@ void Say(const std::string& sentence) { static_cast<void>(std::fprintf(stderr, "
 
 int main(int argc, char** argv) {
   try {
+    quen_shs::OccupyStandardDescriptors();
     quen_shs::NoteInterruptions();
     quen_shs::CommandLine line;
     quen_shs::AddVerbs(line);

@@ -7,6 +7,8 @@
 
 namespace quen_shs {
 
+class StagedFiles;
+
 using Json = nlohmann::ordered_json;
 
 /// A command's result, for people line by line, or for scripts as one JSON object.
@@ -17,15 +19,22 @@ class Report {
   /// A value for scripts alone, and lines for people alone.
   void Add(const std::string& key, Json value);
   void AddLines(const std::string& text);
-  /// A file that the command wrote; under "files" in JSON.
-  void AddFile(const std::string& path);
+  /// The files that the command wrote; under "files" in JSON. If the standard output is one of them, the report goes to
+  /// the standard error.
+  void AddFiles(const StagedFiles& files);
 
-  /// @throws std::runtime_error  standard output takes no more
+  /// @throws std::runtime_error  its place takes no more
+  /// @throws Interrupted         a signal has come while that was waited for
   void Print(bool as_json) const;
 
  private:
   Json json_ = Json::object();
   std::string text_;
+  bool goes_to_standard_error_ = false;
 };
+
+/// Prints on the standard output.
+/// @throws as Report::Print
+void PrintText(const std::string& text);
 
 }  // namespace quen_shs

@@ -39,9 +39,9 @@ class Canvas {
 
   [[nodiscard]] cairo_t* Cairo() const { return context_.get(); }
 
-  /// Writes a PNG file.
-  /// @throws std::runtime_error  the file cannot be written
-  void Save(const std::string& path) const;
+  /// The bytes of a PNG file.
+  /// @throws std::runtime_error  there is no memory for it
+  [[nodiscard]] std::string Png() const;
 
  private:
   Surface surface_;

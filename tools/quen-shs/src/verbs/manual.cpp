@@ -1,14 +1,11 @@
 #include "tools/quen-shs/src/cli/manual.hpp"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <stdexcept>
 
+#include "tools/quen-shs/src/cli/report.hpp"
 #include "tools/quen-shs/src/files/staged_file.hpp"
 #include "tools/quen-shs/src/verbs/verbs.hpp"
 
@@ -20,18 +17,16 @@ struct ManualCommand {
   std::string output;  ///< folder for all pages; if empty, one page is printed
 };
 
-void Print(const std::string& text) { static_cast<void>(std::fputs(text.c_str(), stdout)); }
-
 void WritePages(const CommandLine& line, const std::string& folder) {
-  std::vector<StagedFile> files;
+  std::vector<std::string> names;
+  std::vector<std::string> pages;
   for (const std::string& name : ManualPageNames(line)) {
-    const StagedFile& file = files.emplace_back((std::filesystem::path(folder) / (name + ".1")).string());
-    std::ofstream stream(file.Path());
-    stream << ManualPage(line, name);
-    stream.close();
-    if (!stream) throw std::runtime_error(file.Target() + ": cannot be written");
+    names.push_back((std::filesystem::path(folder) / (name + ".1")).string());
+    pages.push_back(ManualPage(line, name));
   }
-  CheckAndCommit(files);
+  StagedFiles files(names);
+  files.GiveAll(std::move(pages));
+  files.Commit();
 }
 
 void PrintPage(const CommandLine& line, const std::string& verb) {
@@ -40,7 +35,7 @@ void PrintPage(const CommandLine& line, const std::string& verb) {
   if (std::ranges::find(names, name) == names.end()) {
     throw std::runtime_error("there is no manual page for " + verb + "; 'quen-shs --help' lists the verbs");
   }
-  Print(ManualPage(line, name));
+  PrintText(ManualPage(line, name));
 }
 
 }  // namespace
@@ -68,7 +63,7 @@ void AddCompletion(CommandLine& line) {
             "Prints a script that lets bash complete verbs, options and their words. An installed quen-shs has it in\n"
             "place already.",
             {". <(quen-shs completion)"}})
-      .Do([&line] { Print(BashCompletion(line)); });
+      .Do([&line] { PrintText(BashCompletion(line)); });
 }
 
 }  // namespace quen_shs
