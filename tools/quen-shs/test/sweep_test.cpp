@@ -6,8 +6,8 @@
 #include <limits>
 
 #include "testing/environment.hpp"
-#include "testing/fits_files.hpp"
 #include "testing/exceptions.hpp"
+#include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
 #include "tools/quen-shs/src/sensor/basis.hpp"
 #include "tools/quen-shs/src/sensor/calibration.hpp"

@@ -31,11 +31,12 @@ void Close(HandleType* handle) {
 }  // namespace
 
 MemoryFits::MemoryFits()
-    : memory_(new Memory,
-              [](Memory* memory) {
-                std::free(memory->bytes);  // NOLINT(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory): realloc's
-                delete memory;             // NOLINT(cppcoreguidelines-owning-memory): as the deleter it is
-              }),
+    : memory_(
+          new Memory,
+          [](Memory* memory) {
+            std::free(memory->bytes);  // NOLINT(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory): realloc's
+            delete memory;             // NOLINT(cppcoreguidelines-owning-memory): as the deleter it is
+          }),
       handle_(new HandleType{nullptr, -1, false, ""}, &Close) {
   constexpr std::size_t kGrowth = 1U << 20U;
   fits_clear_errmsg();

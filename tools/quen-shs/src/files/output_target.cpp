@@ -1,5 +1,6 @@
 #include "tools/quen-shs/src/files/output_target.hpp"
 
+#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -67,7 +68,7 @@ void RequireRoom(const std::string& name, const fs::path& path) {
   if (!S_ISDIR(status.st_mode)) {
     throw std::runtime_error("cannot make " + FolderOf(path).string() + ": " + std::strerror(ENOTDIR));
   }
-  if (access(folder.c_str(), W_OK | X_OK) != 0) RefuseToWrite(name, errno);
+  if (faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) RefuseToWrite(name, errno);
 }
 
 /// Whether a path is another's folder, or that folder's, and so on.
