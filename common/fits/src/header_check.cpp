@@ -160,6 +160,7 @@ int CheckHeaders(const std::string& name, int mode) {
   while (start < size) {
     const Header header = LookThrough(*file, start);
     if (header.status != 0) return header.status;
+    if (!(header.end > start)) return Refuse(READ_ERROR, "SIMPLE", "cannot be read");  // though the file goes on
     if (!(header.end + header.data <= room)) return Refuse(BAD_NAXES, "NAXIS", "declares too much data");
     start = header.end + Padded(header.data);
   }
