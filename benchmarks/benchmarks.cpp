@@ -14,6 +14,8 @@
 #include "shssim/shs_simulator.hpp"
 #include "shssim/src/render_frame.hpp"
 #include "tools/quen-shs/src/engines/engines.hpp"
+#include "tools/quen-shs/src/files/frame_file.hpp"
+#include "tools/quen-shs/src/files/slopes_file.hpp"
 #include "tools/quen-shs/src/loop/control_loop.hpp"
 #include "tools/quen-shs/src/sensor/calibration.hpp"
 #include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
@@ -165,13 +167,14 @@ void AddFiles(Scene& scene, const std::string& folder) {
       [&scene, path = folder + "/frame.fits"] { scene.simulator.ComputeFrame(scene.dx, scene.dy, 10.0, path); });
 }
 
-void AddLoop(Scene& scene, const std::string& folder) {
+void AddLoop(Scene& scene) {
   const quen_shs::Series disturbance =
       quen_shs::TurbulentSeries(/*frames=*/20, quen_shs::ZernikeBasis().variances, /*strength=*/20.0, /*seed=*/1);
-  Add("closed loop/20 iterations and the last frame's files", [&scene, folder, disturbance] {
-    std::filesystem::remove(folder + "/loop_slopes.fits");
-    RunLoop(scene.simulator, disturbance, {},
-            quen_shs::LastFrameFiles{folder + "/loop_frame.fits", folder + "/loop_slopes.fits"}, [] {});
+  Add("closed loop/20 iterations and the last frame's files", [&scene, disturbance] {
+    RunLoop(scene.simulator, disturbance, {}, [] {});
+    benchmark::DoNotOptimize(quen_shs::SlopesFile(scene.simulator));
+    benchmark::DoNotOptimize(
+        quen_shs::FrameFile({quen::basesim::kFrameWidth, quen::basesim::kFrameHeight, scene.simulator.Frame()}));
   });
 }
 
@@ -191,7 +194,7 @@ int main(int argc, char** argv) {
     AddSlopes(scene);
     AddEngines(scene);
     AddFiles(scene, folder);
-    AddLoop(scene, folder);
+    AddLoop(scene);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -148,6 +148,16 @@ if(QUEN_BUILD_TOOLS)
   endforeach()
 endif()
 
+# --- The tool's files, from outside. Without strace, or where it may not trace, what needs it is skipped.
+if(QUEN_BUILD_TOOLS)
+  foreach(class Names Streams Damaged Traced Kills)
+    add_test(NAME FilesOfRuns.${class} COMMAND ${QUEN_PYTHON} tools/quen-shs/test/files_of_runs.py
+                                               $<TARGET_FILE:quen-shs> ${class}
+             WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+    set_tests_properties(FilesOfRuns.${class} PROPERTIES LABELS tool TIMEOUT 600)
+  endforeach()
+endif()
+
 # --- The guide, as it stands.
 if(QUEN_BUILD_TOOLS)
   add_test(NAME Guide.RunsAsItStands COMMAND ${QUEN_PYTHON} docs/test/run_guide.py docs/guide.md ${PROJECT_BINARY_DIR}

@@ -1,6 +1,7 @@
 #include "testing/faulty_stdio.hpp"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -66,6 +67,16 @@ extern "C" std::size_t fread(void* data, std::size_t size, std::size_t count, st
     return g_plan.fault == Fault::kShortRead ? real(data, size, count / 2, file) : 0;
   }
   return real(data, size, count, file);
+}
+
+extern "C" ssize_t write(int descriptor, const void* data, std::size_t size) {
+  static const auto real = reinterpret_cast<decltype(&write)>(dlsym(RTLD_NEXT, "write"));
+  using namespace quen::testing;
+  if (Concerns(true) && Fails()) {
+    errno = g_plan.fault == Fault::kFullDisk ? ENOSPC : EIO;
+    return -1;
+  }
+  return real(descriptor, data, size);
 }
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
 // NOLINTEND(cppcoreguidelines-pro-type-reinterpret-cast)

@@ -12,6 +12,7 @@
 #include "tools/quen-shs/src/cli/command_line.hpp"
 #include "tools/quen-shs/src/cli/interruption.hpp"
 #include "tools/quen-shs/src/cli/output.hpp"
+#include "tools/quen-shs/src/files/transfer.hpp"
 #include "tools/quen-shs/src/verbs/verbs.hpp"
 
 namespace {
@@ -53,6 +54,7 @@ __attribute__((section(".preinit_array"), used)) void (*before_libraries)() = &E
 
 int main(int argc, char** argv) {
   try {
+    quen_shs::OccupyStandardDescriptors();
     quen_shs::NoteInterruptions();
     quen_shs::CommandLine line;
     quen_shs::AddVerbs(line);

@@ -12,6 +12,7 @@
 namespace {
 
 using quen_shs::Basis;
+using quen_shs::InputFile;
 using quen_shs::KarhunenLoeveBasis;
 using quen_shs::KolmogorovCovariance;
 using quen_shs::ZernikeBasis;
@@ -86,15 +87,16 @@ TEST(BasisOfCalibration, IsTheOneItWasMadeWith) {
   const quen::testing::TempDir folder;
   quen_shs::WriteCalibration(folder / "z", false);
   quen_shs::WriteCalibration(folder / "k", false, quen_shs::MakeCalibration({}, KarhunenLoeveBasis()));
-  EXPECT_EQ(quen_shs::BasisOfCalibration(folder / "z").variances, ZernikeBasis().variances);
-  EXPECT_EQ(quen_shs::BasisOfCalibration(folder / "k").variances, KarhunenLoeveBasis().variances);
+  EXPECT_EQ(quen_shs::BasisOfCalibration(InputFile(folder / "z/data/M2S.fits")).variances, ZernikeBasis().variances);
+  EXPECT_EQ(quen_shs::BasisOfCalibration(InputFile(folder / "k/data/M2S.fits")).variances,
+            KarhunenLoeveBasis().variances);
 }
 
 TEST(BasisOfCalibration, IsZernikeWhereItDoesNotSay) {
   const quen::testing::TempDir folder;
   std::filesystem::create_directory(folder / "data");
   quen::testing::WriteImage(folder / "data/M2S.fits", DOUBLE_IMG, {52, 1214}, {});
-  EXPECT_EQ(quen_shs::BasisOfCalibration(folder.Path()).variances, ZernikeBasis().variances);
+  EXPECT_EQ(quen_shs::BasisOfCalibration(InputFile(folder / "data/M2S.fits")).variances, ZernikeBasis().variances);
 }
 
 }  // namespace

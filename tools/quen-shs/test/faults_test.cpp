@@ -38,9 +38,9 @@ Contents Files(const std::string& folder) {
   return files;
 }
 
-/// Runs `action` with a fault at every `step`th write that it makes, and at the last one.
+/// Runs `action` with a fault at every write that it makes. A report that cannot be printed is no fault of the files.
 template <typename Action, typename Check>
-void AtEveryWrite(std::size_t step, const Action& action, const Check& check) {
+void AtEveryWrite(const Action& action, const Check& check) {
   std::size_t writes = 0;
   {
     const FaultyDisk disk(Fault::kFullDisk, 0);
@@ -51,15 +51,16 @@ void AtEveryWrite(std::size_t step, const Action& action, const Check& check) {
   ASSERT_GT(writes, 0U);
   constexpr std::array kFaults = {Fault::kFullDisk, Fault::kWriteError};
   for (const Fault fault : kFaults) {
-    for (std::size_t nth = 1; nth <= writes; nth = nth < writes ? std::min(nth + step, writes) : nth + 1) {
+    for (std::size_t nth = 1; nth <= writes; ++nth) {
       bool failed = false;
       {
         const FaultyDisk disk(fault, nth);
         try {
           action();
         } catch (const std::exception& error) {
-          failed = true;
-          EXPECT_EQ(std::string(error.what()).find('\n'), std::string::npos);
+          const std::string text = error.what();
+          failed = !text.starts_with("the result cannot be printed");
+          EXPECT_EQ(text.find('\n'), std::string::npos);
         }
       }
       check(nth, failed);
@@ -71,12 +72,11 @@ TEST(CalibrateFault, LeavesAllFilesOrNone) {
   const TempDir folder;
   quen_shs::WriteCalibration(folder / "good", false);
   const Contents good = Files(folder / "good");
-  AtEveryWrite(
-      121, [&] { quen_shs::WriteCalibration(folder / "c", true); },
-      [&](std::size_t nth, bool failed) {
-        EXPECT_TRUE(Files(folder / "c") == (failed ? Contents() : good)) << "write " << nth;
-        std::filesystem::remove_all(folder / "c");
-      });
+  AtEveryWrite([&] { quen_shs::WriteCalibration(folder / "c", true); },
+               [&](std::size_t nth, bool failed) {
+                 EXPECT_TRUE(Files(folder / "c") == (failed ? Contents() : good)) << "write " << nth;
+                 std::filesystem::remove_all(folder / "c");
+               });
 }
 
 TEST(LoopFault, KeepsTheResultsOfTheRunBefore) {
@@ -95,7 +95,6 @@ TEST(LoopFault, KeepsTheResultsOfTheRunBefore) {
   const Contents after = Files(folder / "after");
   ASSERT_EQ(before.size(), 4U);
   AtEveryWrite(
-      31,
       [&] {
         std::filesystem::copy(folder / "before", folder / "loop");
         command.output = folder / "loop";

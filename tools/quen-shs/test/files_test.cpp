@@ -27,6 +27,7 @@ using quen::testing::WriteImage;
 using quen::testing::WriteText;
 using quen_shs::Displacements;
 using quen_shs::Frame;
+using quen_shs::InputFile;
 using quen_shs::ReadDisplacements;
 using quen_shs::ReadFrame;
 using quen_shs::ReadSeries;
@@ -60,7 +61,7 @@ std::string Lines(std::size_t count = 1089) {
 TEST(DisplacementFile, TextIsALinePerSubAperture) {
   const TempDir folder;
   WriteText(folder / "d.csv", Lines());
-  const Displacements displacements = ReadDisplacements(folder / "d.csv");
+  const Displacements displacements = ReadDisplacements(InputFile(folder / "d.csv"));
   for (std::size_t i = 0; i < 1089; ++i) {
     ASSERT_EQ(displacements.x[i], static_cast<double>(i) + 0.25);
     ASSERT_EQ(displacements.y[i], -static_cast<double>(i));
@@ -70,7 +71,7 @@ TEST(DisplacementFile, TextIsALinePerSubAperture) {
 TEST(DisplacementFile, TextMayHaveTitleCommentsEmptyLinesAndBlanks) {
   const TempDir folder;
   WriteText(folder / "d.csv", "# from a test\r\ndx, dy\r\n\r\n 5 ,\t6 \r\n" + Lines(1088));
-  const Displacements displacements = ReadDisplacements(folder / "d.csv");
+  const Displacements displacements = ReadDisplacements(InputFile(folder / "d.csv"));
   EXPECT_EQ(displacements.x[0], 5.0);
   EXPECT_EQ(displacements.y[0], 6.0);
   EXPECT_EQ(displacements.x[1], 0.25);
@@ -87,15 +88,17 @@ TEST(DisplacementFile, TextThatIsWrongIsNamedByItsLine) {
       {"dx,dy", "line 3: expected two finite numbers \"dx,dy\", found \"dx,dy\""}};
   for (const auto& [line, reason] : cases) {
     WriteText(path, Lines(2).append(line).append("\n").append(Lines(1086)));
-    ExpectThrows<std::runtime_error>(std::string(path).append(", ").append(reason), [&] { ReadDisplacements(path); });
+    ExpectThrows<std::runtime_error>(std::string(path).append(", ").append(reason),
+                                     [&] { ReadDisplacements(InputFile(path)); });
   }
   for (const std::size_t count : {0U, 607U, 1088U, 1090U}) {
     WriteText(path, Lines(count));
     ExpectThrows<std::runtime_error>(
         path + ": expected 1089 lines \"dx,dy\", one per sub-aperture, found " + std::to_string(count),
-        [&] { ReadDisplacements(path); });
+        [&] { ReadDisplacements(InputFile(path)); });
   }
-  ExpectThrows<std::runtime_error>((folder / "none") + ": cannot be read", [&] { ReadDisplacements(folder / "none"); });
+  ExpectThrows<std::runtime_error>((folder / "none") + ": cannot be read: No such file or directory",
+                                   [&] { ReadDisplacements(InputFile(folder / "none")); });
 }
 
 TEST(DisplacementFile, FitsIsWrittenAndRead) {
@@ -104,13 +107,13 @@ TEST(DisplacementFile, FitsIsWrittenAndRead) {
   Displacements displacements;
   displacements.x = Ramp(1089, 0.5);
   displacements.y = Ramp(1089, -3.0);
-  WriteDisplacements(path, displacements, "test");
+  WriteText(path, DisplacementFile(displacements, "test"));
   EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
   EXPECT_EQ(quen::testing::DescribedByAstropy(path), "0 image '' 8\n1 table 'slopes' 1089 x:D y:D\n");
   EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "slopes", "x"), displacements.x);
   EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "slopes", "y"), displacements.y);
-  EXPECT_EQ(ReadDisplacements(path).x, displacements.x);
-  EXPECT_EQ(ReadDisplacements(path).y, displacements.y);
+  EXPECT_EQ(ReadDisplacements(InputFile(path)).x, displacements.x);
+  EXPECT_EQ(ReadDisplacements(InputFile(path)).y, displacements.y);
 }
 
 TEST(DisplacementFile, FitsThatIsWrongIsRefused) {
@@ -118,16 +121,16 @@ TEST(DisplacementFile, FitsThatIsWrongIsRefused) {
   AppendTable(folder / "short.fits", "slopes", 607, {{"x", "D", Ramp(607)}, {"y", "D", Ramp(607)}});
   ExpectThrows<std::runtime_error>(
       (folder / "short.fits") + ": expected 1089 rows in its table \"slopes\", one per sub-aperture, found 607",
-      [&] { ReadDisplacements(folder / "short.fits"); });
+      [&] { ReadDisplacements(InputFile(folder / "short.fits")); });
   std::vector<double> y = Ramp(1089);
   y[16] = kNan;
   AppendTable(folder / "nan.fits", "slopes", 1089, {{"x", "D", Ramp(1089)}, {"y", "D", y}});
   ExpectThrows<std::runtime_error>(
       (folder / "nan.fits") + ": expected finite displacements in its table \"slopes\", found nan in row 17 of y",
-      [&] { ReadDisplacements(folder / "nan.fits"); });
+      [&] { ReadDisplacements(InputFile(folder / "nan.fits")); });
   AppendTable(folder / "other.fits", "other", 3, {{"x", "D", Ramp(3)}});
   ExpectThrows<std::runtime_error>((folder / "other.fits") + ": expected a table \"slopes\", found none",
-                                   [&] { ReadDisplacements(folder / "other.fits"); });
+                                   [&] { ReadDisplacements(InputFile(folder / "other.fits")); });
 }
 
 // --- Frames
@@ -148,7 +151,7 @@ void WriteFrame(const std::string& path, const std::vector<double>& stored, std:
 TEST(FrameFile, SignedPixelsAreTakenAsTheyAre) {
   const TempDir folder;
   WriteFrame(folder / "f.fits", {0, 1, -1, 32767, -32768, 5, 6, 7, 8, 9, 10, 11}, std::nullopt);
-  const Frame frame = ReadFrame(folder / "f.fits");
+  const Frame frame = ReadFrame(InputFile(folder / "f.fits"));
   EXPECT_EQ(frame.width, 4U);
   EXPECT_EQ(frame.height, 3U);
   EXPECT_EQ(frame.pixels, (std::vector<std::uint16_t>{0, 1, 65535, 32767, 32768, 5, 6, 7, 8, 9, 10, 11}));
@@ -157,7 +160,7 @@ TEST(FrameFile, SignedPixelsAreTakenAsTheyAre) {
 TEST(FrameFile, UnsignedPixelsAreThoseOfBzero) {
   const TempDir folder;
   WriteFrame(folder / "f.fits", {-32768, -32767, -1, 0 - 1.0, -32768, -32763, 0 - 2.0, -3, -4, -5, -6, -7}, 32768.0);
-  const Frame frame = ReadFrame(folder / "f.fits");
+  const Frame frame = ReadFrame(InputFile(folder / "f.fits"));
   EXPECT_EQ(frame.pixels,
             (std::vector<std::uint16_t>{0, 1, 32767, 32767, 0, 5, 32766, 32765, 32764, 32763, 32762, 32761}));
 }
@@ -170,7 +173,7 @@ TEST(FrameFile, PixelsThatEnginesWouldTakeForDarkAreRefused) {
       path +
           ": expected pixels up to 32767, found 32768 at column 2, row 1; engines take pixels for signed numbers: "
           "scale the frame down, or subtract its background",
-      [&] { ReadFrame(path); });
+      [&] { ReadFrame(InputFile(path)); });
 }
 
 TEST(FrameFile, OtherImagesAreRefused) {
@@ -178,21 +181,21 @@ TEST(FrameFile, OtherImagesAreRefused) {
   WriteImage(folder / "d.fits", DOUBLE_IMG, {4, 3}, Ramp(12));
   ExpectThrows<std::runtime_error>(
       (folder / "d.fits") + ": expected an image of two axes with BITPIX 16, found 2 axes with BITPIX -64",
-      [&] { ReadFrame(folder / "d.fits"); });
+      [&] { ReadFrame(InputFile(folder / "d.fits")); });
   WriteImage(folder / "cube.fits", SHORT_IMG, {2, 3, 2}, Ramp(12));
   ExpectThrows<std::runtime_error>(
       (folder / "cube.fits") + ": expected an image of two axes with BITPIX 16, found 3 axes with BITPIX 16",
-      [&] { ReadFrame(folder / "cube.fits"); });
+      [&] { ReadFrame(InputFile(folder / "cube.fits")); });
   WriteFrame(folder / "scaled.fits", Ramp(12), 0.0, 2.0);
   ExpectThrows<std::runtime_error>((folder / "scaled.fits") +
                                        ": expected BSCALE 1 and BZERO 0 or 32768, found 2 and 0; write the frame as "
                                        "16-bit integers",
-                                   [&] { ReadFrame(folder / "scaled.fits"); });
+                                   [&] { ReadFrame(InputFile(folder / "scaled.fits")); });
   WriteFrame(folder / "zero.fits", Ramp(12), 100.0);
-  EXPECT_THROW(ReadFrame(folder / "zero.fits"), std::runtime_error);
+  EXPECT_THROW(ReadFrame(InputFile(folder / "zero.fits")), std::runtime_error);
   WriteText(folder / "text", "no FITS");
   ExpectThrows<std::runtime_error>((folder / "text") + ": expected a FITS file, found something else",
-                                   [&] { ReadFrame(folder / "text"); });
+                                   [&] { ReadFrame(InputFile(folder / "text")); });
 }
 
 // --- Disturbances
@@ -200,7 +203,7 @@ TEST(FrameFile, OtherImagesAreRefused) {
 TEST(SeriesFile, ImageHasModesAlongItsFirstAxis) {
   const TempDir folder;
   WriteImage(folder / "s.fits", DOUBLE_IMG, {52, 3}, Ramp(156));
-  const quen_shs::Series series = ReadSeries(folder / "s.fits");
+  const quen_shs::Series series = ReadSeries(InputFile(folder / "s.fits"));
   ASSERT_EQ(series.rows(), 3);
   EXPECT_EQ(series(0, 0), 1.0);
   EXPECT_EQ(series(0, 51), 52.0);
@@ -210,7 +213,7 @@ TEST(SeriesFile, ImageHasModesAlongItsFirstAxis) {
 TEST(SeriesFile, TableIsThatOfTelemetry) {
   const TempDir folder;
   AppendTable(folder / "s.fits", "telemetry", 2, {{"other", "D", {1, 2}}, {"disturbance", "52D", Ramp(104)}});
-  const quen_shs::Series series = ReadSeries(folder / "s.fits");
+  const quen_shs::Series series = ReadSeries(InputFile(folder / "s.fits"));
   ASSERT_EQ(series.rows(), 2);
   EXPECT_EQ(series(1, 0), 53.0);
   EXPECT_EQ(series(1, 51), 104.0);
@@ -222,21 +225,21 @@ TEST(SeriesFile, OtherContentIsRefused) {
   ExpectThrows<std::runtime_error>(
       (folder / "narrow.fits") +
           ": expected a column \"disturbance\" of 52 modes in its table \"telemetry\", found none",
-      [&] { ReadSeries(folder / "narrow.fits"); });
+      [&] { ReadSeries(InputFile(folder / "narrow.fits")); });
   AppendTable(folder / "without.fits", "telemetry", 2, {{"frame", "D", Ramp(2)}});
-  EXPECT_THROW(ReadSeries(folder / "without.fits"), std::runtime_error);
+  EXPECT_THROW(ReadSeries(InputFile(folder / "without.fits")), std::runtime_error);
   WriteImage(folder / "turned.fits", DOUBLE_IMG, {3, 52}, Ramp(156));
   ExpectThrows<std::runtime_error>(
       (folder / "turned.fits") +
           ": expected a table \"telemetry\", or an image of doubles (BITPIX -64) with NAXIS1 "
           "= 52 modes and NAXIS2 frames; found neither",
-      [&] { ReadSeries(folder / "turned.fits"); });
+      [&] { ReadSeries(InputFile(folder / "turned.fits")); });
   std::vector<double> values = Ramp(156);
   values[57] = kNan;
   WriteImage(folder / "nan.fits", DOUBLE_IMG, {52, 3}, values);
   ExpectThrows<std::runtime_error>(
       (folder / "nan.fits") + ": expected finite modes, found nan in frame 1, mode 5 (counted from 0)",
-      [&] { ReadSeries(folder / "nan.fits"); });
+      [&] { ReadSeries(InputFile(folder / "nan.fits")); });
 }
 
 // --- Slopes
@@ -244,7 +247,7 @@ TEST(SeriesFile, OtherContentIsRefused) {
 TEST(SlopesFile, MissingTablesAreTheSyntheticGrids) {
   const TempDir folder;
   AppendTable(folder / "s.fits", "slopes", 1089, {{"x", "D", Ramp(1089)}, {"y", "D", Ramp(1089, 7.0)}});
-  const quen_shs::MeasuredField field = quen_shs::ReadField(folder / "s.fits");
+  const quen_shs::MeasuredField field = quen_shs::ReadField(InputFile(folder / "s.fits"));
   EXPECT_TRUE(field.flux.empty());
   EXPECT_TRUE(field.overlay.IsUsed(0));
   EXPECT_EQ(field.overlay.rois[34].x_low, 48);
@@ -259,16 +262,16 @@ TEST(SlopesFile, TablesAreReadAsTheyAre) {
   calibration.rois["x_low"][3] = 90.0;
   calibration.Write(folder.Path());
   const std::string path = folder / "data/shs_rois.fits";
-  const quen_shs::MeasuredField regions = quen_shs::ReadField(path);
+  const quen_shs::MeasuredField regions = quen_shs::ReadField(InputFile(path));
   EXPECT_EQ(regions.overlay.rois[3].x_low, 90);
   EXPECT_FALSE(regions.overlay.displacements);
   EXPECT_TRUE(regions.overlay.IsUsed(606));
   EXPECT_FALSE(regions.overlay.IsUsed(607));
   AppendTable(path, "slopes", 1089, {{"flux", "D", Ramp(1089, 2.0)}, {"x", "D", Ramp(1089)}, {"y", "D", Ramp(1089)}});
-  EXPECT_EQ(quen_shs::ReadField(path).flux, Ramp(1089, 2.0));
+  EXPECT_EQ(quen_shs::ReadField(InputFile(path)).flux, Ramp(1089, 2.0));
   calibration.rois.Resize(3);
   AppendTable(folder / "short.fits", "rois", 3, calibration.rois.columns);
-  EXPECT_THROW(quen_shs::ReadField(folder / "short.fits"), std::runtime_error);
+  EXPECT_THROW(quen_shs::ReadField(InputFile(folder / "short.fits")), std::runtime_error);
 }
 
 }  // namespace

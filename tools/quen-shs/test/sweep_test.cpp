@@ -72,18 +72,18 @@ TEST(Sweep, IsOneLoopPerGainAndIsReadBack) {
   EXPECT_TRUE(points[2].HasDiverged());
   EXPECT_LT(points[2].frames, 40U);
   EXPECT_EQ(static_cast<std::size_t>(frames), 80 + points[2].frames);
-  const auto alone = quen_shs::RunLoop(simulator, disturbance, {.gain = 0.4, .delay = 2}, std::nullopt, [] {});
+  const auto alone = quen_shs::RunLoop(simulator, disturbance, {.gain = 0.4, .delay = 2}, [] {});
   EXPECT_EQ(points[1].residual, Rms(alone.records, &quen_shs::FrameRecord::residual, 20, 40));
 
   const std::string path = folder / "sweep.fits";
-  WriteSweep(path, options, "D/r0 20", points);
+  quen::testing::WriteText(path, SweepFile(options, "D/r0 20", points));
   EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
   EXPECT_EQ(quen::testing::DescribedByAstropy(path),
             "0 image '' 8\n1 table 'sweep' 3 gain:D residual_rms:D disturbance_rms:D frames:D\n");
   EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "sweep", "gain"), (std::vector<double>{0.0, 0.4, 2.0}));
   EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "sweep", "residual_rms")[2], kInfinity);
   EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "DELAY"), "2");
-  const auto read = quen_shs::ReadSweep(path);
+  const auto read = quen_shs::ReadSweep(quen_shs::InputFile(path));
   ASSERT_EQ(read.size(), 3U);
   EXPECT_EQ(read[1].residual, points[1].residual);
   EXPECT_EQ(read[2].frames, points[2].frames);

@@ -167,7 +167,7 @@ TEST_F(Verbs, FrameSaysWhatIsWrong) {
   Fails("frame x --modes 60=1", 2, "--modes: expected a mode from 0 to 51, found 60" + std::string(kHint));
   Fails("frame x --modes 1=1 --shape tip:1", 2, "--modes excludes --shape" + std::string(kHint));
   Fails("frame " + folder_.Path() + " --displacements " + File("none"), 1,
-        "quen-shs: " + File("none") + ": cannot be read");
+        "quen-shs: " + File("none") + ": cannot be read: No such file or directory");
   EXPECT_FALSE(std::filesystem::exists(File("frame.fits")));
   std::filesystem::create_directories(File("blocked/in_the_way"));
   EXPECT_EQ(QuenShs("frame " + folder_.Path() + " --output " + File("blocked")).exit_code, 1);
@@ -228,14 +228,12 @@ TEST_F(Verbs, MeasureSaysWhatIsWrong) {
   Fails("measure " + folder_.Path(), 2, "FRAME is required" + std::string(kHint));
   EXPECT_FALSE(std::filesystem::exists(File("slopes.fits")));
   Fails("measure " + folder_.Path() + " " + File("none.fits"), 1,
-        "quen-shs: " + File("none.fits") + ": cannot be read");
-  Fails("measure " + folder_.Path() + " " + File("small.fits") + " --output /proc/slopes.fits", 1,
-        "quen-shs: " + File("small.fits") + ": expected a frame of 840 x 816 pixels (columns x rows), found 10 x 20");
+        "quen-shs: " + File("none.fits") + ": cannot be read: No such file or directory");
   Do("frame", "");
   Fails("measure " + folder_.Path() + " " + File("frame.fits") + " --truth " + File("frame.fits"), 1,
         "quen-shs: " + File("frame.fits") + ": expected a table \"slopes\", found none");
-  Fails("measure " + folder_.Path() + " " + File("frame.fits") + " --output /proc/slopes.fits", 1,
-        "quen-shs: cannot write /proc/slopes.fits: No such file or directory");
+  Fails("measure " + folder_.Path() + " " + File("frame.fits") + " --output " + File("frame.fits/slopes.fits"), 1,
+        "quen-shs: cannot make " + File("frame.fits") + ": Not a directory");
 }
 
 // --- view
@@ -278,7 +276,8 @@ TEST_F(Verbs, ViewDrawsOutlinesAndArrowsOnAFrame) {
 TEST_F(Verbs, ViewSaysWhatIsWrong) {
   quen::testing::WriteText(File("text"), "no FITS");
   Fails("view " + File("text"), 1, "quen-shs: " + File("text") + ": expected a FITS file, found something else");
-  Fails("view " + File("none.fits"), 1, "quen-shs: " + File("none.fits") + ": cannot be read");
+  Fails("view " + File("none.fits"), 1,
+        "quen-shs: " + File("none.fits") + ": cannot be read: No such file or directory");
   Do("frame", "");
   for (const char* const slopes : {"none.fits", "text", "frame.fits"}) {
     EXPECT_EQ(QuenShs("view " + File("frame.fits") + " --slopes " + File(slopes)).exit_code, 1) << slopes;
@@ -286,7 +285,8 @@ TEST_F(Verbs, ViewSaysWhatIsWrong) {
   EXPECT_FALSE(std::filesystem::exists(File("frame.png")));
   std::filesystem::resize_file(File("frame.fits"), 5760);
   Fails("view " + File("frame.fits"), 1,
-        "quen-shs: " + File("frame.fits") + ": its pixels cannot be read; the file may be cut short");
+        "quen-shs: " + File("frame.fits") +
+            ": expected 1373760 bytes, as its header declares, found 5760; the file may be cut short");
   quen::testing::WriteImage(File("cube.fits"), SHORT_IMG, {4, 3, 2}, {});
   Fails("view " + File("cube.fits"), 1,
         "quen-shs: " + File("cube.fits") +
@@ -361,7 +361,7 @@ TEST_F(Verbs, LoopTakesADisturbanceFromAFile) {
   EXPECT_TRUE(std::equal(again.begin(), again.end(), disturbance.begin()));
   EXPECT_EQ(quen::testing::KeywordReadByAstropy(File("replay/telemetry.fits"), 1, "DISTURB"),
             File("loop/telemetry.fits"));
-  Fails("loop " + folder_.Path() + " --disturbance " + File("loop/telemetry.fits"), 1,
+  Fails("loop " + folder_.Path() + " --disturbance " + File("loop/telemetry.fits") + " --output " + File("longer"), 1,
         "quen-shs: " + File("loop/telemetry.fits") +
             ": expected a disturbance of 1000 frames at least, found 30; give --frames 30");
 }

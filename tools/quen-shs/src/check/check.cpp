@@ -14,7 +14,7 @@ void Append(Findings& findings, const Findings& more) { findings.insert(findings
 /// The calibration as every host loads it, or why it cannot be loaded.
 std::optional<quen::shssim::ShsSimulator> Load(Findings& findings) {
   try {
-    std::optional<quen::shssim::ShsSimulator> simulator(std::in_place);
+    std::optional<quen::shssim::ShsSimulator> simulator(MakeSimulator());
     findings.push_back({Verdict::kGood, "loading", "the library loads it"});
     return simulator;
   } catch (const std::bad_alloc&) {
@@ -29,7 +29,7 @@ std::optional<quen::shssim::ShsSimulator> Load(Findings& findings) {
 
 Findings CheckCalibration(const std::string& folder) {
   UseCalibration(folder);
-  Findings findings = CheckFiles(folder);
+  Findings findings = CheckFiles(CalibrationFiles());
   if (const auto simulator = Load(findings)) {
     Append(findings, CheckRegions(*simulator));
     Append(findings, CheckMatrices(*simulator));

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <span>
 #include <string>
 
 #include "shssim/shs_simulator.hpp"
 #include "tools/quen-shs/src/check/finding.hpp"
+#include "tools/quen-shs/src/files/input_file.hpp"
 
 /// @file
 /// Whether a calibration can be trusted.
@@ -15,8 +17,9 @@ namespace quen_shs {
 /// @throws std::runtime_error  a file is missing
 Findings CheckCalibration(const std::string& folder);
 
-/// Its parts, on what the library has loaded.
-Findings CheckFiles(const std::string& folder);
+/// Its parts: its files, and what the library has loaded of them.
+/// @param calibration  its files, in the order of kCalibrationFiles
+Findings CheckFiles(std::span<const InputFile> calibration);
 Findings CheckRegions(const quen::shssim::ShsSimulator& simulator);
 Findings CheckMatrices(const quen::shssim::ShsSimulator& simulator);
 

@@ -6,7 +6,7 @@
 
 #include "common/fits/fits.hpp"
 #include "tools/quen-shs/src/check/check.hpp"
-#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "tools/quen-shs/src/files/fits_content.hpp"
 
 namespace quen_shs {
 namespace {
@@ -19,9 +19,10 @@ using Axes = std::vector<std::size_t>;
 /// Axes of the two matrices, NAXIS1 first.
 Axes ExpectedAxes(std::size_t file) { return file == 0 ? Axes{kNumModes, kNumSlopes} : Axes{kNumSlopes, kNumModes}; }
 
-Finding CheckMatrixFile(const std::string& name, const std::string& path, const Axes& expected) {
+Finding CheckMatrixFile(const std::string& name, const InputFile& file, const Axes& expected) {
+  const std::string path = std::filesystem::weakly_canonical(file.Name()).string();
   try {
-    const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(quen::common::Fits::FitsFile(path, std::nullopt));
+    const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(OpenFits(file, std::nullopt));
     if (axes == Axes(expected.rbegin(), expected.rend())) {
       return {Verdict::kWrong, name,
               fmt::format("{} is transposed: its axes are {}, expected {} (NAXIS1 first); transpose it before writing",
@@ -40,13 +41,10 @@ Finding CheckMatrixFile(const std::string& name, const std::string& path, const 
 
 }  // namespace
 
-Findings CheckFiles(const std::string& folder) {
-  const auto path = [&](std::size_t file) {
-    return std::filesystem::weakly_canonical(std::filesystem::path(folder) / kCalibrationFiles.at(file)).string();
-  };
-  return {CheckMatrixFile("M2S.fits", path(0), ExpectedAxes(0)),
-          CheckMatrixFile("CM.fits", path(1), ExpectedAxes(1)),
-          {Verdict::kGood, "shs_rois.fits", path(2)}};
+Findings CheckFiles(std::span<const InputFile> calibration) {
+  return {CheckMatrixFile("M2S.fits", calibration[0], ExpectedAxes(0)),
+          CheckMatrixFile("CM.fits", calibration[1], ExpectedAxes(1)),
+          {Verdict::kGood, "shs_rois.fits", std::filesystem::weakly_canonical(calibration[2].Name()).string()}};
 }
 
 }  // namespace quen_shs

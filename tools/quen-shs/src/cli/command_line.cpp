@@ -59,6 +59,12 @@ CLI::Validator Accepted(const std::function<void(const std::string&)>& check) {
   return {reason, "", ""};
 }
 
+/// Not empty: an option that is left out is another matter.
+CLI::Validator AName() {
+  const auto check = [](const std::string& text) { return text.empty() ? "expected a name, found an empty one" : ""; };
+  return {check, "", ""};
+}
+
 CLI::Validator AnEngine() {
   return Accepted([](const std::string& text) { MakeEngine(text); });
 }
@@ -88,12 +94,12 @@ CLI::Option* Verb::Ranged(const char* name, T& value, double lowest, double high
 }
 
 Verb& Verb::Required(const char* name, std::string& value, const char* description) {
-  app_->add_option(name, value, description)->required();
+  app_->add_option(name, value, description)->required()->check(AName());
   return *this;
 }
 
 Verb& Verb::Text(const char* name, std::string& value, const char* description) {
-  app_->add_option(name, value, description);
+  app_->add_option(name, value, description)->check(AName());
   return *this;
 }
 

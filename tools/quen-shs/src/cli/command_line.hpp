@@ -37,7 +37,7 @@ class Verb {
  public:
   explicit Verb(CLI::App& app) : app_(&app) {}
 
-  /// A positional argument that must be given.
+  /// Names, of files above all; an empty one is refused. A positional argument that must be given, and an option.
   Verb& Required(const char* name, std::string& value, const char* description);
   Verb& Text(const char* name, std::string& value, const char* description);
   /// Text that `check` takes; it throws std::invalid_argument with a reason where it does not.

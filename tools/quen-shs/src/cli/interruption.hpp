@@ -3,14 +3,19 @@
 #include <exception>
 
 /// @file
-/// Ctrl-C: a job that is interrupted ends at its next frame, takes its unfinished files away, and is then seen by the
-/// shell as ended by the signal. A second Ctrl-C ends it at once.
+/// Ctrl-C: a job that is interrupted ends at its next frame, or where it waits for a pipe, takes its unfinished files
+/// away, and is then seen by the shell as ended by the signal. A second Ctrl-C ends it at once. A signal that is ignored
+/// when the tool starts, as nohup and a shell's background jobs have it, stays ignored.
 
 namespace quen_shs {
 
 class Interrupted : public std::exception {
  public:
-  [[nodiscard]] const char* what() const noexcept override { return "interrupted; no file was written"; }
+  explicit Interrupted(const char* text = "interrupted; no file was written") : text_(text) {}
+  [[nodiscard]] const char* what() const noexcept override { return text_; }
+
+ private:
+  const char* text_;
 };
 
 /// From now on SIGINT and SIGTERM are noted.
@@ -18,6 +23,15 @@ void NoteInterruptions();
 
 /// @throws Interrupted  a signal has come
 void ThrowIfInterrupted();
+
+/// Waits until a descriptor is ready, or something is wrong with it, which the next read or write tells.
+/// @param events  POLLIN or POLLOUT
+/// @throws Interrupted  a signal has come, before or meanwhile
+void WaitFor(int descriptor, short events);
+
+/// Waits for a moment, in which others may get on.
+/// @throws Interrupted  a signal has come, before or meanwhile
+void WaitForAMoment();
 
 /// Ends the process by the signal that has come.
 void EndByInterruption();

@@ -1,18 +1,34 @@
 #include "tools/quen-shs/src/cli/output.hpp"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <stdexcept>
+#include <system_error>
 
+#include "tools/quen-shs/src/cli/interruption.hpp"
 #include "tools/quen-shs/src/cli/plain_text.hpp"
+#include "tools/quen-shs/src/files/transfer.hpp"
 
 namespace quen_shs {
 
-void Print(const std::string& text) {
-  // A full disk shows where the buffer is emptied.
-  if (std::fwrite(text.data(), 1, text.size(), stdout) < text.size() || std::fflush(stdout) != 0) {
-    throw std::runtime_error("the result cannot be printed: standard output takes no more");
+namespace {
+
+void PrintTo(int descriptor, const std::string& place, const std::string& text) {
+  try {
+    WriteAll(descriptor, text);
+  } catch (const std::system_error&) {
+    throw std::runtime_error("the result cannot be printed: " + place + " takes no more");
+  } catch (const Interrupted&) {
+    throw Interrupted("interrupted before all of the result was printed");
   }
 }
+
+}  // namespace
+
+void Print(const std::string& text) { PrintTo(STDOUT_FILENO, "standard output", text); }
+
+void PrintAside(const std::string& text) { PrintTo(STDERR_FILENO, "standard error", text); }
 
 void Say(std::string_view sentence) {
   static_cast<void>(std::fprintf(stderr, "quen-shs: %s\n", Sentence(sentence).c_str()));

@@ -6,6 +6,7 @@
 
 #include "tools/quen-shs/src/cli/output.hpp"
 #include "tools/quen-shs/src/cli/plain_text.hpp"
+#include "tools/quen-shs/src/files/staged_file.hpp"
 
 namespace quen_shs {
 
@@ -23,14 +24,22 @@ void Report::AddLines(const std::string& text) {
   for (std::string line; std::getline(stream, line);) AddLine(line);
 }
 
-void Report::AddFile(const std::string& path) {
-  json_["files"].push_back(path);
-  AddLine("wrote " + path);
+void Report::AddFiles(const StagedFiles& files) {
+  for (const std::string& name : files.Names()) {
+    json_["files"].push_back(name);
+    AddLine("wrote " + name);
+  }
+  goes_to_standard_error_ = files.TakeStandardOutput();
 }
 
 void Report::Print(bool as_json) const {
   // Not finite numbers become null, and bytes that are no UTF-8 a mark for such.
-  quen_shs::Print(as_json ? json_.dump(2, ' ', false, Json::error_handler_t::replace) + "\n" : text_);
+  const std::string text = as_json ? json_.dump(2, ' ', false, Json::error_handler_t::replace) + "\n" : text_;
+  if (goes_to_standard_error_) {
+    PrintAside(text);
+  } else {
+    quen_shs::Print(text);
+  }
 }
 
 }  // namespace quen_shs

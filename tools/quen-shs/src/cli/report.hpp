@@ -7,6 +7,8 @@
 
 namespace quen_shs {
 
+class StagedFiles;
+
 using Json = nlohmann::ordered_json;
 
 /// A command's result, for people line by line, or for scripts as one JSON object. Whatever texts hold, people get plain
@@ -19,15 +21,18 @@ class Report {
   void Add(const std::string& key, Json value);
   void AddLine(const std::string& text);
   void AddLines(const std::string& text);
-  /// A file that the command wrote; under "files" in JSON.
-  void AddFile(const std::string& path);
+  /// The files that the command wrote; under "files" in JSON. If the standard output is one of them, the report goes to
+  /// the standard error.
+  void AddFiles(const StagedFiles& files);
 
-  /// @throws std::runtime_error  standard output takes no more
+  /// @throws std::runtime_error  its place takes no more
+  /// @throws Interrupted         a signal has come while that was waited for
   void Print(bool as_json) const;
 
  private:
   Json json_ = Json::object();
   std::string text_;
+  bool goes_to_standard_error_ = false;
 };
 
 }  // namespace quen_shs

@@ -9,6 +9,7 @@
 #include "common/fits/fits.hpp"
 #include "tools/quen-shs/src/files/fits_content.hpp"
 #include "tools/quen-shs/src/files/fits_header.hpp"
+#include "tools/quen-shs/src/files/memory_fits.hpp"
 
 namespace quen_shs {
 namespace {
@@ -39,21 +40,17 @@ constexpr std::array<Column, 13> kColumns = {{
 }};
 constexpr int kFirstNumber = 3;  // after engine and noise
 
-void CheckCfitsio(int status, const std::string& path, const char* what) {
-  if (status == 0) return;
-  fits_clear_errmsg();
-  throw std::runtime_error(fmt::format("{}: cannot {} its engines' names (CFITSIO status {})", path, what, status));
-}
-
-void WriteName(const Handle& file, const std::string& path, long row, const std::string& name) {
+void WriteName(const Handle& file, long row, const std::string& name) {
   std::string copy = name;  // CFITSIO takes no const text
   char* text = copy.data();
   int status = 0;
   fits_write_col(file->file, TSTRING, 1, row, 1, 1, static_cast<void*>(&text), &status);
-  CheckCfitsio(status, path, "write");
+  if (status == 0) return;
+  fits_clear_errmsg();
+  throw std::runtime_error(fmt::format("cannot write the engines' names (CFITSIO status {})", status));
 }
 
-std::string ReadName(const Handle& file, const std::string& path, long row) {
+std::string ReadName(const Handle& file, const std::string& file_name, long row) {
   std::array<char, FLEN_VALUE> name{};
   int status = 0;
   int width = 0;
@@ -61,22 +58,36 @@ std::string ReadName(const Handle& file, const std::string& path, long row) {
   if (width >= FLEN_VALUE) status = BAD_TFORM;
   char* text = name.data();
   fits_read_col(file->file, TSTRING, 1, row, 1, 1, nullptr, static_cast<void*>(&text), nullptr, &status);
-  CheckCfitsio(status, path, "read");
-  return name.data();
+  if (status == 0) return name.data();
+  fits_clear_errmsg();
+  throw std::runtime_error(fmt::format("{}: cannot read its engines' names (CFITSIO status {})", file_name, status));
+}
+
+/// A row per noise and engine, and the noises.
+std::pair<std::vector<NamedScore>, std::vector<double>> ReadRows(const Handle& table, const std::string& file_name) {
+  const auto noises = quen::common::Fits::ReadColumnOrThrow<double>(table, "noise");
+  std::vector<NamedScore> rows(noises.size());
+  for (std::size_t row = 0; row < rows.size(); ++row)
+    rows[row].engine = ReadName(table, file_name, static_cast<long>(row) + 1);
+  for (const Column& column : kColumns) {
+    const auto values = quen::common::Fits::ReadColumnOrThrow<double>(table, column.name);
+    for (std::size_t row = 0; row < rows.size(); ++row) column.value(rows[row].score) = values[row];
+  }
+  return {std::move(rows), noises};
 }
 
 }  // namespace
 
-void WriteScores(const std::string& path, const ErrorCurves& curves, const quen::centroiders::ScoreOptions& options) {
-  const Handle file = quen::common::Fits::FitsFileWrite(path, true, "scores");
+std::string ScoreFile(const ErrorCurves& curves, const quen::centroiders::ScoreOptions& options) {
+  MemoryFits fits;
   std::vector<std::pair<std::string, std::string>> columns = {{"engine", fmt::format("{}A", FLEN_VALUE - 1)},
                                                               {"noise", "D"}};
   for (const Column& column : kColumns) columns.emplace_back(column.name, "D");
-  quen::common::Fits::WriteTable(file, columns);
+  const Handle& file = fits.AddTable("scores", columns);
   int row = 1;
   for (std::size_t k = 0; k < curves.noises.size(); ++k) {
     for (NamedScore named : curves.scores[k]) {
-      WriteName(file, path, row, named.engine);
+      WriteName(file, row, named.engine);
       quen::common::Fits::WriteColumnPriv(file, &curves.noises[k], 1, TDOUBLE, 2, row);
       for (std::size_t c = 0; c < kColumns.size(); ++c) {
         quen::common::Fits::WriteColumnPriv(file, &kColumns.at(c).value(named.score), 1, TDOUBLE,
@@ -89,20 +100,14 @@ void WriteScores(const std::string& path, const ErrorCurves& curves, const quen:
   WriteKey(file, "FRAMES", static_cast<long>(options.frames), "per noise");
   WriteKey(file, "SEED", static_cast<long>(options.seed), "of displacements and noise");
   WriteCreator(file, "score");
+  return fits.Bytes();
 }
 
-ErrorCurves ReadScores(const std::string& path) {
-  const Handle file = quen::common::Fits::FitsFile(path, "scores");
-  const auto noises = quen::common::Fits::ReadColumnOrThrow<double>(file, "noise");
-  std::vector<NamedScore> rows(noises.size());
-  for (std::size_t row = 0; row < rows.size(); ++row)
-    rows[row].engine = ReadName(file, path, static_cast<long>(row) + 1);
-  for (const Column& column : kColumns) {
-    const auto values = quen::common::Fits::ReadColumnOrThrow<double>(file, column.name);
-    for (std::size_t row = 0; row < rows.size(); ++row) column.value(rows[row].score) = values[row];
-  }
+ErrorCurves ReadScores(const InputFile& file) {
+  const Handle table = OpenFits(file, "scores");
+  const auto [rows, noises] = Reading(file, [&] { return ReadRows(table, file.Name()); });
   ErrorCurves curves;
-  curves.range = NumberKey(file, "RANGE", 0.0);
+  curves.range = NumberKey(table, "RANGE", 0.0);
   for (std::size_t row = 0; row < rows.size(); ++row) {
     if (row == 0 || noises[row] != noises[row - 1]) {
       curves.noises.push_back(noises[row]);
@@ -113,7 +118,8 @@ ErrorCurves ReadScores(const std::string& path) {
   const auto has_all = [&](const std::vector<NamedScore>& scores) { return scores.size() == curves.scores[0].size(); };
   if (curves.noises.size() < 2 || !std::ranges::is_sorted(curves.noises) || !(curves.noises[0] > 0.0) ||
       !std::ranges::all_of(curves.scores, has_all)) {
-    throw std::runtime_error(path + ": expected the same engines at two levels of noise or more, least noise first");
+    throw std::runtime_error(file.Name() +
+                             ": expected the same engines at two levels of noise or more, least noise first");
   }
   return curves;
 }

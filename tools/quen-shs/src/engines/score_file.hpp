@@ -3,16 +3,16 @@
 #include <string>
 
 #include "tools/quen-shs/src/engines/scoring.hpp"
+#include "tools/quen-shs/src/files/input_file.hpp"
 
 namespace quen_shs {
 
-/// Writes a binary table "scores", a row per noise and engine: both, and what a Score holds, displacements in pixels.
-/// Replaces the file.
-/// @throws std::runtime_error  the file cannot be written
-void WriteScores(const std::string& path, const ErrorCurves& curves, const quen::centroiders::ScoreOptions& options);
+/// A FITS file with a binary table "scores", a row per noise and engine: both, and what a Score holds, displacements in
+/// pixels.
+std::string ScoreFile(const ErrorCurves& curves, const quen::centroiders::ScoreOptions& options);
 
-/// Reads what WriteScores has written.
+/// Reads what ScoreFile has made.
 /// @throws std::runtime_error  the file cannot be read, or is not like that
-ErrorCurves ReadScores(const std::string& path);
+ErrorCurves ReadScores(const InputFile& file);
 
 }  // namespace quen_shs

@@ -3,14 +3,15 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <fstream>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 
 #include "common/fits/fits.hpp"
 #include "tools/quen-shs/src/files/fits_content.hpp"
 #include "tools/quen-shs/src/files/fits_header.hpp"
+#include "tools/quen-shs/src/files/memory_fits.hpp"
 #include "tools/quen-shs/src/files/numbers.hpp"
 
 namespace quen_shs {
@@ -21,14 +22,13 @@ using quen::common::Fits::Handle;
 using quen::common::Fits::ReadColumnOrThrow;
 using quen::common::Fits::WriteColumnPriv;
 
-Displacements ReadText(const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw std::runtime_error(path + ": cannot be read");
+Displacements ReadText(const InputFile& file) {
+  std::istringstream lines(file.Text());
   Displacements displacements;
   std::size_t count = 0;
   int number = 0;
   bool may_be_title = true;
-  for (std::string line; std::getline(file, line);) {
+  for (std::string line; std::getline(lines, line);) {
     ++number;
     const std::string_view text = Trimmed(line);
     if (text.empty() || text.starts_with('#')) continue;
@@ -41,7 +41,7 @@ Displacements ReadText(const std::string& path) {
     if (is_title) continue;
     if (!x || !y) {
       throw std::runtime_error(
-          fmt::format("{}, line {}: expected two finite numbers \"dx,dy\", found \"{}\"", path, number, text));
+          fmt::format("{}, line {}: expected two finite numbers \"dx,dy\", found \"{}\"", file.Name(), number, text));
     }
     if (count < kNumRois) {
       displacements.x[count] = *x;
@@ -51,21 +51,21 @@ Displacements ReadText(const std::string& path) {
   }
   if (count != kNumRois) {
     throw std::runtime_error(
-        fmt::format("{}: expected {} lines \"dx,dy\", one per sub-aperture, found {}", path, kNumRois, count));
+        fmt::format("{}: expected {} lines \"dx,dy\", one per sub-aperture, found {}", file.Name(), kNumRois, count));
   }
   return displacements;
 }
 
-std::vector<double> ReadColumn(const Handle& file, const std::string& path, const char* name) {
+std::vector<double> ReadColumn(const Handle& file, const std::string& file_name, const char* name) {
   std::vector<double> values = ReadColumnOrThrow<double>(file, name);
   if (values.size() != kNumRois) {
     throw std::runtime_error(fmt::format("{}: expected {} rows in its table \"slopes\", one per sub-aperture, found {}",
-                                         path, kNumRois, values.size()));
+                                         file_name, kNumRois, values.size()));
   }
   for (std::size_t i = 0; i < values.size(); ++i) {
     if (std::isfinite(values[i])) continue;
     throw std::runtime_error(
-        fmt::format("{}: expected finite displacements in its table \"slopes\", found {} in row {} of {}", path,
+        fmt::format("{}: expected finite displacements in its table \"slopes\", found {} in row {} of {}", file_name,
                     values[i], i + 1, name));
   }
   return values;
@@ -73,24 +73,24 @@ std::vector<double> ReadColumn(const Handle& file, const std::string& path, cons
 
 }  // namespace
 
-Displacements ReadDisplacements(const std::string& path) {
-  if (!IsFits(path)) return ReadText(path);
-  RequireTable(path, "slopes");
-  const Handle file = quen::common::Fits::FitsFile(path, "slopes");
-  Displacements displacements;
-  displacements.x = ReadColumn(file, path, "x");
-  displacements.y = ReadColumn(file, path, "y");
-  return displacements;
+Displacements ReadDisplacements(const InputFile& file) {
+  if (!IsFits(file)) return ReadText(file);
+  RequireTable(file, "slopes");
+  return Reading(file, [&] {
+    const Handle table = OpenFits(file, "slopes");
+    return Displacements{ReadColumn(table, file.Name(), "x"), ReadColumn(table, file.Name(), "y")};
+  });
 }
 
-void WriteDisplacements(const std::string& path, const Displacements& displacements, const std::string& command) {
-  const Handle file = quen::common::Fits::FitsFileWrite(path, true, "slopes");
-  quen::common::Fits::WriteTable(file, {{"x", "D"}, {"y", "D"}});
+std::string DisplacementFile(const Displacements& displacements, const std::string& command) {
+  MemoryFits fits;
+  const Handle& file = fits.AddTable("slopes", {{"x", "D"}, {"y", "D"}});
   WriteColumnPriv(file, displacements.x.data(), kNumRois, TDOUBLE, 1, 1);
   WriteColumnPriv(file, displacements.y.data(), kNumRois, TDOUBLE, 2, 1);
   WriteKey(file, "TUNIT1", "pix", "displacement along the columns");
   WriteKey(file, "TUNIT2", "pix", "displacement along the rows");
   WriteCreator(file, command);
+  return fits.Bytes();
 }
 
 }  // namespace quen_shs

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "tools/quen-shs/src/files/input_file.hpp"
 #include "tools/quen-shs/src/sensor/displacements.hpp"
 
 /// @file
@@ -12,11 +13,10 @@
 namespace quen_shs {
 
 /// @throws std::runtime_error  the file cannot be read, or does not hold 1089 pairs of finite numbers
-Displacements ReadDisplacements(const std::string& path);
+Displacements ReadDisplacements(const InputFile& file);
 
-/// Writes a FITS file, as it is read. Replaces the file.
-/// @param command  that writes
-/// @throws std::runtime_error  the file cannot be written
-void WriteDisplacements(const std::string& path, const Displacements& displacements, const std::string& command);
+/// A FITS file, as it is read.
+/// @param command  that writes it
+std::string DisplacementFile(const Displacements& displacements, const std::string& command);
 
 }  // namespace quen_shs

@@ -1,38 +1,73 @@
 #include "tools/quen-shs/src/files/fits_content.hpp"
 
+#include <fmt/format.h>
+
 #include <array>
-#include <fstream>
 #include <stdexcept>
 #include <string_view>
 
 namespace quen_shs {
+namespace {
 
-void RequireFits(const std::string& path) {
-  if (!std::ifstream(path)) throw std::runtime_error(path + ": cannot be read");
-  if (!IsFits(path)) throw std::runtime_error(path + ": expected a FITS file, found something else");
+using quen::common::Fits::Handle;
+
+/// @throws std::runtime_error  what the header declares is not in the file
+void RequireData(const Handle& handle, const InputFile& file) {
+  constexpr LONGLONG kBlock = 2880;
+  const auto size = static_cast<LONGLONG>(file.Size());
+  LONGLONG end = 0;
+  LONGLONG rows = 0;
+  int status = 0;
+  fits_get_hduaddrll(handle->file, nullptr, nullptr, &end, &status);
+  if (handle->hdu_type != IMAGE_HDU) fits_get_num_rowsll(handle->file, &rows, &status);
+  fits_clear_errmsg();
+  if (status != 0) {
+    throw std::runtime_error(fmt::format("{}: its header cannot be read (CFITSIO status {})", file.Name(), status));
+  }
+  // The last block may be cut, which its reading tells. Rows may be declared to be empty, any number of them.
+  if (end - kBlock < size && rows <= size) return;
+  throw std::runtime_error(fmt::format(
+      "{}: expected {} bytes, as its header declares, found {}; the file may be cut short", file.Name(), end, size));
 }
 
-bool IsFits(const std::string& path) {
-  std::array<char, 6> first{};
-  std::ifstream(path, std::ios::binary).read(first.data(), first.size());
-  return std::string_view(first.data(), first.size()) == "SIMPLE";
+}  // namespace
+
+void RequireFits(const InputFile& file) {
+  if (!IsFits(file)) throw std::runtime_error(file.Name() + ": expected a FITS file, found something else");
 }
 
-bool HasTable(const std::string& path, const char* name) {
+bool IsFits(const InputFile& file) {
+  constexpr std::string_view kStart = "SIMPLE  =";
+  return file.Beginning(kStart.size()) == kStart;
+}
+
+Handle OpenFits(const InputFile& file, const std::optional<std::string>& extension) {
+  RequireFits(file);
+  return Reading(file, [&] {
+    fits_clear_errmsg();
+    Handle handle = quen::common::Fits::FitsFile(file.Path(), extension);
+    RequireData(handle, file);
+    return handle;
+  });
+}
+
+bool HasTable(const InputFile& file, const char* name) {
   try {
-    return quen::common::Fits::FitsFile(path, name)->hdu_type == BINARY_TBL;
+    return quen::common::Fits::FitsFile(file.Path(), name)->hdu_type == BINARY_TBL;
   } catch (const std::runtime_error&) {
     fits_clear_errmsg();
     return false;
   }
 }
 
-void RequireTable(const std::string& path, const char* name) {
-  RequireFits(path);
-  if (!HasTable(path, name)) throw std::runtime_error(path + ": expected a table \"" + name + "\", found none");
+void RequireTable(const InputFile& file, const char* name) {
+  RequireFits(file);
+  if (!HasTable(file, name)) {
+    throw std::runtime_error(file.Name() + ": expected a table \"" + name + "\", found none");
+  }
 }
 
-double NumberKey(const quen::common::Fits::Handle& file, const char* key, double otherwise) {
+double NumberKey(const Handle& file, const char* key, double otherwise) {
   double value = otherwise;
   int status = 0;
   fits_read_key(file->file, TDOUBLE, key, &value, nullptr, &status);
@@ -40,7 +75,7 @@ double NumberKey(const quen::common::Fits::Handle& file, const char* key, double
   return status == 0 ? value : otherwise;
 }
 
-std::string TextKey(const quen::common::Fits::Handle& file, const char* key) {
+std::string TextKey(const Handle& file, const char* key) {
   std::array<char, FLEN_VALUE> value{};
   int status = 0;
   fits_read_key(file->file, TSTRING, key, value.data(), nullptr, &status);

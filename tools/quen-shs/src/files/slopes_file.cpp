@@ -7,6 +7,7 @@
 
 #include "common/fits/fits.hpp"
 #include "tools/quen-shs/src/files/fits_content.hpp"
+#include "tools/quen-shs/src/files/memory_fits.hpp"
 #include "tools/quen-shs/src/sensor/geometry.hpp"
 
 namespace quen_shs {
@@ -15,26 +16,35 @@ namespace {
 using quen::basesim::kFrameHeight;
 using quen::basesim::kFrameWidth;
 using quen::basesim::kNumRois;
-using quen::common::Fits::FitsFile;
+using quen::common::Fits::CppToFits;
 using quen::common::Fits::Handle;
+using quen::common::Fits::WriteColumnPriv;
 using quen::image_processing::Roi;
 
+/// The low 16 bits of a value truncated to a 32-bit integer, as the library records reference points.
+std::uint16_t WholePixels(double value) {
+  constexpr double kBeyond = 2147483648.0;  // 2³¹
+  const bool fits = value > -kBeyond - 1.0 && value < kBeyond;
+  return fits ? static_cast<std::uint16_t>(static_cast<std::int32_t>(value)) : std::uint16_t{0};
+}
+
 template <typename T>
-std::vector<T> ReadColumn(const std::string& path, const Handle& file, const char* column) {
+std::vector<T> ReadColumn(const std::string& name, const Handle& file, const char* column) {
   std::vector<T> values = quen::common::Fits::ReadColumnOrThrow<T>(file, column);
   if (values.size() == kNumRois) return values;
-  throw std::runtime_error(fmt::format("{}: expected {} rows in its table \"{}\", one per sub-aperture, found {}", path,
+  throw std::runtime_error(fmt::format("{}: expected {} rows in its table \"{}\", one per sub-aperture, found {}", name,
                                        kNumRois, file->extension, values.size()));
 }
 
-std::vector<Roi> ReadRois(const std::string& path) {
-  const Handle file = FitsFile(path, "rois");
-  const auto x_low = ReadColumn<std::uint16_t>(path, file, "x_low");
-  const auto x_up = ReadColumn<std::uint16_t>(path, file, "x_up");
-  const auto y_low = ReadColumn<std::uint16_t>(path, file, "y_low");
-  const auto y_up = ReadColumn<std::uint16_t>(path, file, "y_up");
-  const auto x_ref = ReadColumn<double>(path, file, "x_ref");
-  const auto y_ref = ReadColumn<double>(path, file, "y_ref");
+std::vector<Roi> ReadRois(const InputFile& input) {
+  const std::string& name = input.Name();
+  const Handle file = OpenFits(input, "rois");
+  const auto x_low = ReadColumn<std::uint16_t>(name, file, "x_low");
+  const auto x_up = ReadColumn<std::uint16_t>(name, file, "x_up");
+  const auto y_low = ReadColumn<std::uint16_t>(name, file, "y_low");
+  const auto y_up = ReadColumn<std::uint16_t>(name, file, "y_up");
+  const auto x_ref = ReadColumn<double>(name, file, "x_ref");
+  const auto y_ref = ReadColumn<double>(name, file, "y_ref");
   std::vector<Roi> rois;
   for (std::size_t i = 0; i < kNumRois; ++i) {
     rois.emplace_back(x_low[i], x_up[i], y_low[i], y_up[i], kFrameWidth, kFrameHeight, x_ref[i], y_ref[i]);
@@ -56,20 +66,61 @@ std::vector<Roi> SyntheticRois() {
   return rois;
 }
 
+// --- As the library writes them
+
+void WriteRois(MemoryFits& fits, const std::vector<Roi>& rois) {
+  const char* const u16 = CppToFits<std::uint16_t>::format;
+  const char* const f64 = CppToFits<double>::format;
+  const Handle& table = fits.AddTable(
+      "rois", {{"x_low", u16}, {"x_up", u16}, {"x_ref", f64}, {"y_low", u16}, {"y_up", u16}, {"y_ref", f64}});
+  int column = 0;
+  const auto write = [&](const auto& value) {
+    std::vector<std::uint16_t> values;
+    values.reserve(rois.size());
+    for (const Roi& roi : rois) values.push_back(value(roi));
+    WriteColumnPriv(table, values.data(), values.size(), TSHORT, ++column, 1);
+  };
+  write([](const Roi& roi) { return roi.x_low; });
+  write([](const Roi& roi) { return roi.x_up; });
+  write([](const Roi& roi) { return WholePixels(roi.x_ref); });
+  write([](const Roi& roi) { return roi.y_low; });
+  write([](const Roi& roi) { return roi.y_up; });
+  write([](const Roi& roi) { return WholePixels(roi.y_ref); });
+}
+
 }  // namespace
 
-MeasuredField ReadField(const std::string& path) {
-  MeasuredField field;
-  field.overlay.rois = HasTable(path, "rois") ? ReadRois(path) : SyntheticRois();
-  for (const char* const flags : {"rois_use", "rois_used"}) {
-    if (HasTable(path, flags)) field.overlay.used = ReadColumn<std::uint8_t>(path, FitsFile(path, flags), "is_used");
+MeasuredField ReadField(const InputFile& file) {
+  return Reading(file, [&] {
+    MeasuredField field;
+    field.overlay.rois = HasTable(file, "rois") ? ReadRois(file) : SyntheticRois();
+    for (const char* const flags : {"rois_use", "rois_used"}) {
+      if (!HasTable(file, flags)) continue;
+      field.overlay.used = ReadColumn<std::uint8_t>(file.Name(), OpenFits(file, flags), "is_used");
+    }
+    if (!HasTable(file, "slopes")) return field;
+    const Handle table = OpenFits(file, "slopes");
+    field.overlay.displacements = {ReadColumn<double>(file.Name(), table, "x"),
+                                   ReadColumn<double>(file.Name(), table, "y")};
+    const auto [shape, columns] = quen::common::Fits::ReadTableParams(table, "flux");
+    if (!columns.empty()) field.flux = ReadColumn<double>(file.Name(), table, "flux");
+    return field;
+  });
+}
+
+std::string SlopesFile(const quen::shssim::ShsSimulator& simulator) {
+  MemoryFits fits;
+  WriteRois(fits, simulator.Rois());
+  const std::vector<std::uint8_t>& used = simulator.RoisUsed();
+  WriteColumnPriv(fits.AddTable("rois_use", {{"is_used", CppToFits<std::uint8_t>::format}}), used.data(), used.size(),
+                  TBYTE, 1, 1);
+  const char* const f64 = CppToFits<double>::format;
+  const Handle& slopes = fits.AddTable("slopes", {{"flux", f64}, {"x", f64}, {"y", f64}});
+  int column = 0;
+  for (const std::vector<double>& values : {simulator.Flux(), simulator.XSlopes(), simulator.YSlopes()}) {
+    WriteColumnPriv(slopes, values.data(), values.size(), TDOUBLE, ++column, 1);
   }
-  if (!HasTable(path, "slopes")) return field;
-  const Handle file = FitsFile(path, "slopes");
-  field.overlay.displacements = {ReadColumn<double>(path, file, "x"), ReadColumn<double>(path, file, "y")};
-  const auto [shape, columns] = quen::common::Fits::ReadTableParams(file, "flux");
-  if (!columns.empty()) field.flux = ReadColumn<double>(path, file, "flux");
-  return field;
+  return fits.Bytes();
 }
 
 }  // namespace quen_shs

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/quen-shs/src/files/input_file.hpp"
 #include "tools/quen-shs/src/pictures/frame_picture.hpp"
 
 namespace quen_shs {
@@ -16,6 +17,10 @@ struct MeasuredField {
 /// Reads the tables "rois", "rois_use" (or "rois_used") and "slopes", of which any may be missing: regions are then those
 /// of the synthetic grid, and all sub-apertures used.
 /// @throws std::runtime_error  a table is not 1089 rows long, or cannot be read
-MeasuredField ReadField(const std::string& path);
+MeasuredField ReadField(const InputFile& file);
+
+/// A FITS file of what a simulator has measured, as ShsSimulator::ComputeSlopes makes it: the tables "rois" (reference
+/// points truncated to whole pixels), "rois_use" and "slopes".
+std::string SlopesFile(const quen::shssim::ShsSimulator& simulator);
 
 }  // namespace quen_shs

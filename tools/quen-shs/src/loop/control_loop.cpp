@@ -28,7 +28,7 @@ class Watch {
 }  // namespace
 
 LoopRun RunLoop(quen::shssim::ShsSimulator& simulator, const Series& disturbance, const LoopOptions& options,
-                const std::optional<LastFrameFiles>& files, const std::function<void()>& after_frame) {
+                const std::function<void()>& after_frame) {
   const auto m2s = M2sOf(simulator);
   const auto cm = CmOf(simulator);
   const auto slopes = SlopesOf(simulator);
@@ -48,12 +48,10 @@ LoopRun RunLoop(quen::shssim::ShsSimulator& simulator, const Series& disturbance
     const Eigen::VectorXd residual = modes - corrections.front();
     run.records.push_back({modes, corrections.front(), residual});
     run.has_diverged = watch.HasDiverged(run.records.back());
-    const bool is_written = files && (frame + 1 == disturbance.rows() || run.has_diverged);
 
     Spread(m2s * residual, used, displacements);
-    simulator.ComputeFrame(displacements.x, displacements.y, options.noise,
-                           is_written ? std::optional(files->frame) : std::nullopt);
-    simulator.ComputeSlopes(*centroiding, kSlopeLimit, is_written ? std::optional(files->slopes) : std::nullopt);
+    simulator.ComputeFrame(displacements.x, displacements.y, options.noise, std::nullopt);
+    simulator.ComputeSlopes(*centroiding, kSlopeLimit, std::nullopt);
 
     corrections.push_back((1.0 - options.leak) * corrections.back() + options.gain * (cm * slopes));
     corrections.pop_front();

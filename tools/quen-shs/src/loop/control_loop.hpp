@@ -3,7 +3,6 @@
 #include <Eigen/Dense>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,12 +33,6 @@ struct FrameRecord {
   Eigen::VectorXd residual;  ///< disturbance − correction
 };
 
-/// Where the last frame and its measurement are written.
-struct LastFrameFiles {
-  std::string frame;
-  std::string slopes;
-};
-
 /// What a loop leaves behind: a record per frame, up to the first one that is lost.
 struct LoopRun {
   std::vector<FrameRecord> records;
@@ -54,13 +47,12 @@ inline constexpr double kDivergence = 10.0;
 ///     residual e = d − c  →  displacements M2S · e  →  frame  →  slopes s  →  c ← (1 − leak) · c + gain · CM · s,
 ///
 /// the last of these `delay` frames on. Seeds the calling thread's noise, so that equal arguments give equal records.
-/// Stops where the loop diverges.
+/// Stops where the loop diverges. The simulator then holds the last frame and its measurement.
 ///
 /// @param disturbance  d, a row per frame
-/// @param files        for the last frame, if wanted
 /// @param after_frame  called after each frame
 LoopRun RunLoop(quen::shssim::ShsSimulator& simulator, const Series& disturbance, const LoopOptions& options,
-                const std::optional<LastFrameFiles>& files, const std::function<void()>& after_frame);
+                const std::function<void()>& after_frame);
 
 /// RMS over the frames [first, last) of a record's vector.
 double Rms(const std::vector<FrameRecord>& records, Eigen::VectorXd FrameRecord::*vector, std::size_t first,

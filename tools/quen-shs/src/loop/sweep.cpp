@@ -9,7 +9,9 @@
 #include <stdexcept>
 
 #include "common/fits/fits.hpp"
+#include "tools/quen-shs/src/files/fits_content.hpp"
 #include "tools/quen-shs/src/files/fits_header.hpp"
+#include "tools/quen-shs/src/files/memory_fits.hpp"
 #include "tools/quen-shs/src/files/numbers.hpp"
 #include "tools/quen-shs/src/loop/telemetry.hpp"
 
@@ -69,7 +71,7 @@ std::vector<SweepPoint> RunSweep(quen::shssim::ShsSimulator& simulator, const Se
   LoopOptions with_gain = options;
   for (const double gain : gains) {
     with_gain.gain = gain;
-    const LoopRun run = RunLoop(simulator, disturbance, with_gain, std::nullopt, after_frame);
+    const LoopRun run = RunLoop(simulator, disturbance, with_gain, after_frame);
     const std::size_t frames = run.records.size();
     points.push_back({gain,
                       run.has_diverged ? std::numeric_limits<double>::infinity()
@@ -79,11 +81,11 @@ std::vector<SweepPoint> RunSweep(quen::shssim::ShsSimulator& simulator, const Se
   return points;
 }
 
-void WriteSweep(const std::string& path, const LoopOptions& options, const std::string& disturbance,
-                const std::vector<SweepPoint>& points) {
-  const Handle file = quen::common::Fits::FitsFileWrite(path, true, "sweep");
-  quen::common::Fits::WriteTable(file,
-                                 {{"gain", "D"}, {"residual_rms", "D"}, {"disturbance_rms", "D"}, {"frames", "D"}});
+std::string SweepFile(const LoopOptions& options, const std::string& disturbance,
+                      const std::vector<SweepPoint>& points) {
+  MemoryFits fits;
+  const Handle& file =
+      fits.AddTable("sweep", {{"gain", "D"}, {"residual_rms", "D"}, {"disturbance_rms", "D"}, {"frames", "D"}});
   WriteColumn(file, 1, points, &SweepPoint::gain);
   WriteColumn(file, 2, points, &SweepPoint::residual);
   WriteColumn(file, 3, points, &SweepPoint::disturbance);
@@ -91,6 +93,7 @@ void WriteSweep(const std::string& path, const LoopOptions& options, const std::
   WriteKey(file, "TUNIT2", "rad", "second half of the run; infinite: diverged");
   WriteKey(file, "TUNIT3", "rad", "second half of the run");
   WriteLoopKeys(file, options, disturbance);
+  return fits.Bytes();
 }
 
 namespace {
@@ -105,18 +108,20 @@ std::size_t FramesOf(const std::string& path, std::size_t row, double frames) {
 
 }  // namespace
 
-std::vector<SweepPoint> ReadSweep(const std::string& path) {
-  const Handle file = quen::common::Fits::FitsFile(path, "sweep");
-  const auto gains = ReadColumnOrThrow<double>(file, "gain");
-  const auto residuals = ReadColumnOrThrow<double>(file, "residual_rms");
-  const auto disturbances = ReadColumnOrThrow<double>(file, "disturbance_rms");
-  const auto frames = ReadColumnOrThrow<double>(file, "frames");
-  if (gains.empty()) throw std::runtime_error(path + ": its table \"sweep\" has no rows");
-  std::vector<SweepPoint> points;
-  for (std::size_t k = 0; k < gains.size(); ++k) {
-    points.push_back({gains[k], residuals[k], disturbances[k], FramesOf(path, k, frames[k])});
-  }
-  return points;
+std::vector<SweepPoint> ReadSweep(const InputFile& file) {
+  return Reading(file, [&] {
+    const Handle table = OpenFits(file, "sweep");
+    const auto gains = ReadColumnOrThrow<double>(table, "gain");
+    const auto residuals = ReadColumnOrThrow<double>(table, "residual_rms");
+    const auto disturbances = ReadColumnOrThrow<double>(table, "disturbance_rms");
+    const auto frames = ReadColumnOrThrow<double>(table, "frames");
+    if (gains.empty()) throw std::runtime_error(file.Name() + ": its table \"sweep\" has no rows");
+    std::vector<SweepPoint> points;
+    for (std::size_t k = 0; k < gains.size(); ++k) {
+      points.push_back({gains[k], residuals[k], disturbances[k], FramesOf(file.Name(), k, frames[k])});
+    }
+    return points;
+  });
 }
 
 }  // namespace quen_shs

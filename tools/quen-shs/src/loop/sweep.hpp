@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/quen-shs/src/files/input_file.hpp"
 #include "tools/quen-shs/src/loop/control_loop.hpp"
 
 /// @file
@@ -33,10 +34,12 @@ std::vector<SweepPoint> RunSweep(quen::shssim::ShsSimulator& simulator, const Se
                                  const LoopOptions& options, const std::vector<double>& gains,
                                  const std::function<void()>& after_frame);
 
-/// Writes and reads a binary table "sweep", a row per gain.
-/// @throws std::runtime_error  the file cannot be written or read
-void WriteSweep(const std::string& path, const LoopOptions& options, const std::string& disturbance,
-                const std::vector<SweepPoint>& points);
-std::vector<SweepPoint> ReadSweep(const std::string& path);
+/// A FITS file with a binary table "sweep", a row per gain.
+std::string SweepFile(const LoopOptions& options, const std::string& disturbance,
+                      const std::vector<SweepPoint>& points);
+
+/// Reads what SweepFile has made.
+/// @throws std::runtime_error  the file cannot be read
+std::vector<SweepPoint> ReadSweep(const InputFile& file);
 
 }  // namespace quen_shs

@@ -6,6 +6,7 @@
 
 #include "common/fits/fits.hpp"
 #include "tools/quen-shs/src/files/fits_header.hpp"
+#include "tools/quen-shs/src/files/memory_fits.hpp"
 #include "tools/quen-shs/src/files/series_file.hpp"
 
 namespace quen_shs {
@@ -38,16 +39,16 @@ void WriteModes(const Handle& file, int column, const std::vector<FrameRecord>& 
 
 }  // namespace
 
-void WriteTelemetry(const std::string& path, const LoopOptions& options, const std::string& disturbance,
-                    const std::vector<FrameRecord>& records) {
-  const Handle file = quen::common::Fits::FitsFileWrite(path, true, "telemetry");
+std::string TelemetryFile(const LoopOptions& options, const std::string& disturbance,
+                          const std::vector<FrameRecord>& records) {
+  MemoryFits fits;
   const std::string modes = std::to_string(quen::basesim::kNumModes) + "D";
-  quen::common::Fits::WriteTable(file, {{"frame", "J"},
-                                        {"disturbance_rms", "D"},
-                                        {"residual_rms", "D"},
-                                        {"disturbance", modes},
-                                        {"correction", modes},
-                                        {"residual", modes}});
+  const Handle& file = fits.AddTable("telemetry", {{"frame", "J"},
+                                                   {"disturbance_rms", "D"},
+                                                   {"residual_rms", "D"},
+                                                   {"disturbance", modes},
+                                                   {"correction", modes},
+                                                   {"residual", modes}});
   std::vector<std::int32_t> numbers(records.size());
   std::iota(numbers.begin(), numbers.end(), 0);
   WriteColumnPriv(file, numbers.data(), numbers.size(), TINT, 1, 1);
@@ -61,6 +62,7 @@ void WriteTelemetry(const std::string& path, const LoopOptions& options, const s
   }
   WriteKey(file, "GAIN", options.gain, "of the integrator");
   WriteLoopKeys(file, options, disturbance);
+  return fits.Bytes();
 }
 
 void WriteLoopKeys(const Handle& file, const LoopOptions& options, const std::string& disturbance) {
@@ -73,11 +75,11 @@ void WriteLoopKeys(const Handle& file, const LoopOptions& options, const std::st
   WriteCreator(file, "loop");
 }
 
-std::vector<FrameRecord> ReadTelemetry(const std::string& path) {
-  const Series disturbance = ReadModes(path, "disturbance");
-  const Series correction = ReadModes(path, "correction");
-  const Series residual = ReadModes(path, "residual");
-  if (disturbance.rows() == 0) throw std::runtime_error(path + ": its table \"telemetry\" has no rows");
+std::vector<FrameRecord> ReadTelemetry(const InputFile& file) {
+  const Series disturbance = ReadModes(file, "disturbance");
+  const Series correction = ReadModes(file, "correction");
+  const Series residual = ReadModes(file, "residual");
+  if (disturbance.rows() == 0) throw std::runtime_error(file.Name() + ": its table \"telemetry\" has no rows");
   std::vector<FrameRecord> records;
   for (Eigen::Index frame = 0; frame < disturbance.rows(); ++frame) {
     records.push_back({disturbance.row(frame), correction.row(frame), residual.row(frame)});

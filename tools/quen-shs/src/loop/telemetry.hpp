@@ -4,23 +4,23 @@
 #include <vector>
 
 #include "common/fits/fits.hpp"
+#include "tools/quen-shs/src/files/input_file.hpp"
 #include "tools/quen-shs/src/loop/control_loop.hpp"
 
 namespace quen_shs {
 
-/// Writes the records of a loop as a binary table "telemetry", one row per frame, with the options in its header:
+/// A FITS file of the records of a loop: a binary table "telemetry", one row per frame, with the options in its header:
 /// frame number, RMS of disturbance and residual, and the 52 modes of disturbance, correction and residual, all in
-/// radians. Replaces the file.
+/// radians.
 /// @param disturbance  where it is from, in words
-/// @throws std::runtime_error  the file cannot be written
-void WriteTelemetry(const std::string& path, const LoopOptions& options, const std::string& disturbance,
-                    const std::vector<FrameRecord>& records);
+std::string TelemetryFile(const LoopOptions& options, const std::string& disturbance,
+                          const std::vector<FrameRecord>& records);
 
 /// The loop's options, in the header of the table that the file stands on.
 void WriteLoopKeys(const quen::common::Fits::Handle& file, const LoopOptions& options, const std::string& disturbance);
 
-/// Reads what WriteTelemetry has written.
+/// Reads what TelemetryFile has made.
 /// @throws std::runtime_error  the file cannot be read, lacks a column, or has no row
-std::vector<FrameRecord> ReadTelemetry(const std::string& path);
+std::vector<FrameRecord> ReadTelemetry(const InputFile& file);
 
 }  // namespace quen_shs

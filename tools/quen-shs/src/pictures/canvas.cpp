@@ -71,12 +71,22 @@ void Canvas::RequireDrawn() const {
   throw std::runtime_error(std::string("cannot draw the picture: ") + cairo_status_to_string(status));
 }
 
-void Canvas::Save(const std::string& path) const {
+std::string Canvas::Png() const {
   RequireDrawn();
-  const cairo_status_t status = cairo_surface_write_to_png(surface_.get(), path.c_str());
+  std::string bytes;
+  const auto append = [](void* all, const unsigned char* data, unsigned int size) {
+    try {
+      static_cast<std::string*>(all)->append(data, data + size);
+      return CAIRO_STATUS_SUCCESS;
+    } catch (const std::exception&) {  // must not pass through Cairo
+      return CAIRO_STATUS_NO_MEMORY;
+    }
+  };
+  const cairo_status_t status = cairo_surface_write_to_png_stream(surface_.get(), append, &bytes);
   if (status != CAIRO_STATUS_SUCCESS) {
-    throw std::runtime_error("cannot write the picture " + path + ": " + cairo_status_to_string(status));
+    throw std::runtime_error(std::string("cannot make the picture: ") + cairo_status_to_string(status));
   }
+  return bytes;
 }
 
 void Use(cairo_t* cr, const Colour& colour) {

@@ -57,9 +57,9 @@ class Canvas {
 
   [[nodiscard]] cairo_t* Cairo() const { return context_.get(); }
 
-  /// Writes a PNG file.
-  /// @throws std::runtime_error  something could not be drawn, or the file cannot be written
-  void Save(const std::string& path) const;
+  /// The bytes of a PNG file.
+  /// @throws std::runtime_error  something could not be drawn, or there is no memory for it
+  [[nodiscard]] std::string Png() const;
 
  private:
   /// From a first error on Cairo draws nothing more.

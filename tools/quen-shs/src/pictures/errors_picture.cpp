@@ -16,7 +16,7 @@ Scale NoiseScale(const std::vector<double>& noises) {
 
 }  // namespace
 
-void DrawErrors(const std::string& path, const ErrorCurves& curves) {
+std::string DrawErrors(const ErrorCurves& curves) {
   const Canvas canvas(1080, 680);
   cairo_t* const cr = canvas.Cairo();
   const Plot plot(cr, {90.0, 40.0, 690.0, 570.0}, NoiseScale(curves.noises),
@@ -39,7 +39,7 @@ void DrawErrors(const std::string& path, const ErrorCurves& curves) {
   plot.DrawCurve(kInk, curves.noises.size(), noise,
                  [&](std::size_t k) { return quen::centroiders::ErrorBound(curves.noises[k]); });
   plot.DrawLegend(kInk, place, "least of linear, unbiased");
-  canvas.Save(path);
+  return canvas.Png();
 }
 
 }  // namespace quen_shs

@@ -6,8 +6,8 @@
 
 namespace quen_shs {
 
-/// RMS errors of the engines against the noise, and the least possible one. Writes a PNG file.
-/// @throws std::runtime_error  the file cannot be written
-void DrawErrors(const std::string& path, const ErrorCurves& curves);
+/// RMS errors of the engines against the noise, and the least possible one. Returns a PNG file.
+/// @throws std::runtime_error  there is no memory for it
+std::string DrawErrors(const ErrorCurves& curves);
 
 }  // namespace quen_shs

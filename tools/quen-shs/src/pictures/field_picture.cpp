@@ -50,7 +50,7 @@ void DrawLight(cairo_t* cr, const Plane& plane, const Overlay& overlay, const st
 
 }  // namespace
 
-void DrawField(const std::string& path, const Overlay& overlay, const std::vector<double>& flux) {
+std::string DrawField(const Overlay& overlay, const std::vector<double>& flux) {
   const double right = flux.empty() ? kMargin : kSecond;
   const Canvas canvas(static_cast<int>(right + static_cast<double>(kFrameWidth) + kMargin), static_cast<int>(kHeight));
   const Plane plane(canvas.Cairo(), kMargin, kTop, kFrameHeight);
@@ -58,10 +58,10 @@ void DrawField(const std::string& path, const Overlay& overlay, const std::vecto
   plane.DrawArrows(overlay, ArrowMagnification(overlay));
   DrawBorder(canvas.Cairo(), kMargin, "Displacements, row 0 at the bottom, " + ArrowLegend(overlay));
   if (!flux.empty()) DrawLight(canvas.Cairo(), Plane(canvas.Cairo(), kSecond, kTop, kFrameHeight), overlay, flux);
-  canvas.Save(path);
+  return canvas.Png();
 }
 
-void DrawRegions(const std::string& path, const Overlay& overlay) {
+std::string DrawRegions(const Overlay& overlay) {
   constexpr double kDot = 1.5;
   const Canvas canvas(static_cast<int>(kMargin + static_cast<double>(kFrameWidth) + kMargin),
                       static_cast<int>(kHeight));
@@ -82,7 +82,7 @@ void DrawRegions(const std::string& path, const Overlay& overlay) {
   }
   DrawBorder(cr, kMargin,
              "Regions on the frame, row 0 at the bottom, used ones blue; dots are reference points" + NotFinite(lost));
-  canvas.Save(path);
+  return canvas.Png();
 }
 
 }  // namespace quen_shs

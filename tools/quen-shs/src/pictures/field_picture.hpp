@@ -7,13 +7,13 @@
 
 namespace quen_shs {
 
-/// Draws displacements as arrows over the detector, and beside it the light of each used sub-aperture, if known. Writes a
+/// Draws displacements as arrows over the detector, and beside it the light of each used sub-aperture, if known. Returns a
 /// PNG file.
 /// @param flux  of all sub-apertures; may be empty
-/// @throws std::runtime_error  the file cannot be written
-void DrawField(const std::string& path, const Overlay& overlay, const std::vector<double>& flux);
+/// @throws std::runtime_error  there is no memory for it
+std::string DrawField(const Overlay& overlay, const std::vector<double>& flux);
 
-/// Draws the regions of the sub-apertures, and their reference points. Writes a PNG file.
-void DrawRegions(const std::string& path, const Overlay& overlay);
+/// Draws the regions of the sub-apertures, and their reference points. Returns a PNG file.
+std::string DrawRegions(const Overlay& overlay);
 
 }  // namespace quen_shs

@@ -104,8 +104,8 @@ void Plane::Fill(const Roi& roi, const Colour& colour) const {
   cairo_fill(cr_);
 }
 
-void DrawFrame(const std::string& path, const Frame& frame, const Stretch& stretch,
-               const std::optional<Overlay>& overlay, const std::string& title) {
+std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::optional<Overlay>& overlay,
+                      const std::string& title) {
   const Canvas canvas(static_cast<int>(static_cast<double>(frame.width) + 2.0 * kMargin),
                       static_cast<int>(static_cast<double>(frame.height) + kTop + kMargin));
   const Plane plane(canvas.Cairo(), kMargin, kTop, frame.height);
@@ -116,7 +116,7 @@ void DrawFrame(const std::string& path, const Frame& frame, const Stretch& stret
   }
   Use(canvas.Cairo(), kInk);
   Write(canvas.Cairo(), kMargin, kTop - kTitleAbove, title);
-  canvas.Save(path);
+  return canvas.Png();
 }
 
 }  // namespace quen_shs

@@ -61,9 +61,9 @@ class Plane {
   double bottom_;
 };
 
-/// Draws a frame, and sub-apertures on it if there are any. Writes a PNG file.
-/// @throws std::runtime_error  the file cannot be written
-void DrawFrame(const std::string& path, const Frame& frame, const Stretch& stretch,
-               const std::optional<Overlay>& overlay, const std::string& title);
+/// Draws a frame, and sub-apertures on it if there are any. Returns a PNG file.
+/// @throws std::runtime_error  there is no memory for it
+std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::optional<Overlay>& overlay,
+                      const std::string& title);
 
 }  // namespace quen_shs

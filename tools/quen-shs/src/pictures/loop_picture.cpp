@@ -89,8 +89,7 @@ void DrawModes(cairo_t* cr, const Box& box, const std::vector<FrameRecord>& reco
 
 }  // namespace
 
-void DrawLoop(const std::string& path, const quen::shssim::ShsSimulator& simulator,
-              const std::vector<FrameRecord>& records) {
+std::string DrawLoop(const quen::shssim::ShsSimulator& simulator, const std::vector<FrameRecord>& records) {
   constexpr double kPlotLeft = 960.0;
   const Canvas canvas(static_cast<int>(kPlotLeft + kPlotWidth + kMargin), 900);
   cairo_t* const cr = canvas.Cairo();
@@ -103,17 +102,17 @@ void DrawLoop(const std::string& path, const quen::shssim::ShsSimulator& simulat
   Write(cr, kMargin, kTop - kTitleAbove,
         "Last frame, row 0 at the bottom; measured displacements, " + ArrowLegend(overlay));
   DrawHistory(cr, {kPlotLeft, kTop, kPlotWidth, static_cast<double>(kFrameHeight)}, records);
-  canvas.Save(path);
+  return canvas.Png();
 }
 
-void DrawTelemetry(const std::string& path, const std::vector<FrameRecord>& records) {
+std::string DrawTelemetry(const std::vector<FrameRecord>& records) {
   constexpr double kLeft = 80.0;
   constexpr double kHeight = 480.0;
   constexpr double kSecond = kLeft + kPlotWidth + 90.0;
   const Canvas canvas(static_cast<int>(kSecond + kPlotWidth + kMargin), static_cast<int>(kTop + kHeight + kMargin));
   DrawHistory(canvas.Cairo(), {kLeft, kTop, kPlotWidth, kHeight}, records);
   DrawModes(canvas.Cairo(), {kSecond, kTop, kPlotWidth, kHeight}, records);
-  canvas.Save(path);
+  return canvas.Png();
 }
 
 }  // namespace quen_shs

@@ -9,14 +9,13 @@
 namespace quen_shs {
 
 /// Draws the last frame of a loop (row 0 at the bottom) with the outlines of the sub-apertures and the measured
-/// displacements, and beside it disturbance and residual against time. Writes a PNG file.
-/// @throws std::runtime_error  the file cannot be written
-void DrawLoop(const std::string& path, const quen::shssim::ShsSimulator& simulator,
-              const std::vector<FrameRecord>& records);
+/// displacements, and beside it disturbance and residual against time. Returns a PNG file.
+/// @throws std::runtime_error  there is no memory for it
+std::string DrawLoop(const quen::shssim::ShsSimulator& simulator, const std::vector<FrameRecord>& records);
 
-/// Draws disturbance and residual against time, and mode by mode. Writes a PNG file.
+/// Draws disturbance and residual against time, and mode by mode. Returns a PNG file.
 /// @param records  at least one
-/// @throws std::runtime_error  the file cannot be written
-void DrawTelemetry(const std::string& path, const std::vector<FrameRecord>& records);
+/// @throws std::runtime_error  there is no memory for it
+std::string DrawTelemetry(const std::vector<FrameRecord>& records);
 
 }  // namespace quen_shs

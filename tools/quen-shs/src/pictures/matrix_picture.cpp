@@ -94,7 +94,7 @@ std::string Remark(const Group& group) {
 
 }  // namespace
 
-void DrawMatrix(const std::string& path, const Matrix& matrix, const std::string& title) {
+std::string DrawMatrix(const Matrix& matrix, const std::string& title) {
   // Long matrices lie or stand.
   const bool is_wide = matrix.cols() > matrix.rows();
   const Box box = {80.0, kTop, is_wide ? 1040.0 : 640.0, is_wide ? 420.0 : 800.0};
@@ -108,7 +108,7 @@ void DrawMatrix(const std::string& path, const Matrix& matrix, const std::string
   Plot(cr, box, LinearScale(static_cast<double>(matrix.cols())), rows).DrawFrame(title + Remark(group));
   Write(cr, box.left, box.top + box.height + 46.0,
         "blue " + Short(-largest) + ", white 0, red " + Short(largest) + "; black is not finite");
-  canvas.Save(path);
+  return canvas.Png();
 }
 
 }  // namespace quen_shs

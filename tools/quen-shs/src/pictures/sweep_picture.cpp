@@ -7,7 +7,7 @@
 
 namespace quen_shs {
 
-void DrawSweep(const std::string& path, const std::vector<SweepPoint>& points) {
+std::string DrawSweep(const std::vector<SweepPoint>& points) {
   constexpr double kSmallest = 1e-6;  // rad: a logarithmic axis needs an end
   Range gains = {0.0, 0.1};
   Range values;
@@ -34,7 +34,7 @@ void DrawSweep(const std::string& path, const std::vector<SweepPoint>& points) {
   plot.DrawDots(kCurves[0], points.size(), gain, residual);
   plot.DrawLegend(kCurves[1], 0, "disturbance");
   plot.DrawLegend(kCurves[0], 1, "residual");
-  canvas.Save(path);
+  return canvas.Png();
 }
 
 }  // namespace quen_shs

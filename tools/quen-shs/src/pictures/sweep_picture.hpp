@@ -7,9 +7,9 @@
 
 namespace quen_shs {
 
-/// Draws residual and disturbance against the gain. Loops that diverged are left out of the curve. Writes a PNG file.
+/// Draws residual and disturbance against the gain. Loops that diverged are left out of the curve. Returns a PNG file.
 /// @param points  at least one
-/// @throws std::runtime_error  the file cannot be written
-void DrawSweep(const std::string& path, const std::vector<SweepPoint>& points);
+/// @throws std::runtime_error  there is no memory for it
+std::string DrawSweep(const std::vector<SweepPoint>& points);
 
 }  // namespace quen_shs

@@ -1,12 +1,10 @@
 #include "tools/quen-shs/src/sensor/basis.hpp"
 
 #include <algorithm>
-#include <filesystem>
 
 #include "basesim/base_simulator.hpp"
 #include "common/fits/fits.hpp"
 #include "tools/quen-shs/src/files/fits_content.hpp"
-#include "tools/quen-shs/src/sensor/calibration.hpp"
 #include "tools/quen-shs/src/sensor/zernike.hpp"
 
 namespace quen_shs {
@@ -88,9 +86,8 @@ Basis BasisByWord(const std::string& word) {
   return word == kKarhunenLoeveWord ? KarhunenLoeveBasis() : ZernikeBasis();
 }
 
-Basis BasisOfCalibration(const std::string& folder) {
-  const auto path = std::filesystem::path(folder) / kCalibrationFiles.front();
-  const quen::common::Fits::Handle file = quen::common::Fits::FitsFile(path.string(), std::nullopt);
+Basis BasisOfCalibration(const InputFile& m2s) {
+  const quen::common::Fits::Handle file = OpenFits(m2s, std::nullopt);
   return TextKey(file, "BASIS") == kKarhunenLoeveTitle ? KarhunenLoeveBasis() : ZernikeBasis();
 }
 

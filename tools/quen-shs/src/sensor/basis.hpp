@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/quen-shs/src/files/input_file.hpp"
+
 /// @file
 /// Modal bases of the wavefront: 52 modes, each a sum of Zernike modes, and what Kolmogorov turbulence puts into each.
 
@@ -31,8 +33,8 @@ inline constexpr const char* kZernikeWord = "zernike";
 inline constexpr const char* kKarhunenLoeveWord = "karhunen-loeve";
 Basis BasisByWord(const std::string& word);
 
-/// The basis of a calibration, after the keyword BASIS of its modes-to-slopes matrix; where there is none, or another
+/// The basis of a calibration, after the keyword BASIS in the file of its modes-to-slopes matrix; where there is none, or another
 /// one than ours, Zernike modes are taken for it.
-Basis BasisOfCalibration(const std::string& folder);
+Basis BasisOfCalibration(const InputFile& m2s);
 
 }  // namespace quen_shs

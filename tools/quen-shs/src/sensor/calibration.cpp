@@ -8,6 +8,7 @@
 #include "common/fits/fits.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "tools/quen-shs/src/files/fits_header.hpp"
+#include "tools/quen-shs/src/files/memory_fits.hpp"
 #include "tools/quen-shs/src/files/staged_file.hpp"
 #include "tools/quen-shs/src/sensor/displacements.hpp"
 #include "tools/quen-shs/src/sensor/zernike.hpp"
@@ -18,11 +19,9 @@ namespace {
 using quen::basesim::kNumRois;
 using quen::basesim::kNumSlopes;
 using quen::common::Fits::CppToFits;
-using quen::common::Fits::FitsFileWrite;
 using quen::common::Fits::Handle;
 using quen::common::Fits::WriteColumnPriv;
 using quen::common::Fits::WriteImgPriv;
-using quen::common::Fits::WriteTable;
 using quen::shssim::kNumRoisUsed;
 
 constexpr const char* kCommand = "calibrate";
@@ -39,10 +38,11 @@ void WriteGeometry(const Handle& file, const Geometry& geometry) {
   WriteKey(file, "SPIDWID", geometry.spider_width, "width of a vane over the pupil's diameter");
 }
 
-/// Writes a matrix, its columns along NAXIS1.
-void WriteMatrix(const std::string& path, const Calibration& calibration, const Matrix& matrix, const std::string& unit,
-                 const std::string& title) {
-  const Handle file = FitsFileWrite(path, true, std::nullopt);
+/// A file of a matrix, its columns along NAXIS1.
+std::string MatrixFile(const Calibration& calibration, const Matrix& matrix, const std::string& unit,
+                       const std::string& title) {
+  MemoryFits fits;
+  const Handle& file = fits.Image();
   WriteImgPriv(file, matrix.data(), static_cast<std::size_t>(matrix.size()), DOUBLE_IMG, TDOUBLE,
                {static_cast<std::size_t>(matrix.cols()), static_cast<std::size_t>(matrix.rows())});
   WriteKey(file, "BUNIT", unit, "unit of the elements");
@@ -52,9 +52,10 @@ void WriteMatrix(const std::string& path, const Calibration& calibration, const 
   WriteKey(file, "PIXPRAD", PixelsPerRadian(), "[pix/rad] shift per phase across a sub-aperture");
   WriteGeometry(file, calibration.geometry);
   WriteCreator(file, kCommand);
+  return fits.Bytes();
 }
 
-void WriteRois(const std::string& path, const Calibration& calibration) {
+std::string RoisFile(const Calibration& calibration) {
   std::vector<std::uint16_t> x_low;
   std::vector<std::uint16_t> x_up;
   std::vector<std::uint16_t> y_low;
@@ -72,25 +73,24 @@ void WriteRois(const std::string& path, const Calibration& calibration) {
   }
   const char* const u16 = CppToFits<std::uint16_t>::format;
   const char* const f64 = CppToFits<double>::format;
-  {
-    const Handle file = FitsFileWrite(path, true, "rois");
-    WriteTable(file, {{"x_low", u16}, {"x_up", u16}, {"x_ref", f64}, {"y_low", u16}, {"y_up", u16}, {"y_ref", f64}});
-    WriteColumnPriv(file, x_low.data(), kNumRois, TSHORT, 1, 1);
-    WriteColumnPriv(file, x_up.data(), kNumRois, TSHORT, 2, 1);
-    WriteColumnPriv(file, x_ref.data(), kNumRois, TDOUBLE, 3, 1);
-    WriteColumnPriv(file, y_low.data(), kNumRois, TSHORT, 4, 1);
-    WriteColumnPriv(file, y_up.data(), kNumRois, TSHORT, 5, 1);
-    WriteColumnPriv(file, y_ref.data(), kNumRois, TDOUBLE, 6, 1);
-    for (const char* const key : {"TUNIT1", "TUNIT2", "TUNIT3", "TUNIT4", "TUNIT5", "TUNIT6"}) {
-      WriteKey(file, key, "pix", "pixel centres are at integers, from 0");
-    }
-    WriteGeometry(file, calibration.geometry);
-    WriteCreator(file, kCommand);
+  MemoryFits fits;
+  const Handle& rois = fits.AddTable(
+      "rois", {{"x_low", u16}, {"x_up", u16}, {"x_ref", f64}, {"y_low", u16}, {"y_up", u16}, {"y_ref", f64}});
+  WriteColumnPriv(rois, x_low.data(), kNumRois, TSHORT, 1, 1);
+  WriteColumnPriv(rois, x_up.data(), kNumRois, TSHORT, 2, 1);
+  WriteColumnPriv(rois, x_ref.data(), kNumRois, TDOUBLE, 3, 1);
+  WriteColumnPriv(rois, y_low.data(), kNumRois, TSHORT, 4, 1);
+  WriteColumnPriv(rois, y_up.data(), kNumRois, TSHORT, 5, 1);
+  WriteColumnPriv(rois, y_ref.data(), kNumRois, TDOUBLE, 6, 1);
+  for (const char* const key : {"TUNIT1", "TUNIT2", "TUNIT3", "TUNIT4", "TUNIT5", "TUNIT6"}) {
+    WriteKey(rois, key, "pix", "pixel centres are at integers, from 0");
   }
-  const Handle file = FitsFileWrite(path, false, "rois_used");
-  WriteTable(file, {{"is_used", CppToFits<std::uint8_t>::format}});
-  WriteColumnPriv(file, calibration.used.data(), calibration.used.size(), TBYTE, 1, 1);
-  WriteCreator(file, kCommand);
+  WriteGeometry(rois, calibration.geometry);
+  WriteCreator(rois, kCommand);
+  const Handle& used = fits.AddTable("rois_used", {{"is_used", CppToFits<std::uint8_t>::format}});
+  WriteColumnPriv(used, calibration.used.data(), calibration.used.size(), TBYTE, 1, 1);
+  WriteCreator(used, kCommand);
+  return fits.Bytes();
 }
 
 }  // namespace
@@ -134,29 +134,30 @@ Calibration WithMatrix(Calibration calibration, const Matrix& m2s, const std::st
 
 void RefuseToReplace(const std::string& folder, bool force) {
   if (force) return;
-  for (const char* const name : kCalibrationFiles) {
-    const std::filesystem::path path = std::filesystem::path(folder) / name;
+  for (const std::string& path : CalibrationNames(folder)) {
     if (std::filesystem::exists(std::filesystem::symlink_status(path))) {
-      throw std::runtime_error(path.string() + " exists already; use --force to replace the calibration there");
+      throw std::runtime_error(path + " exists already; use --force to replace the calibration there");
     }
   }
 }
 
+std::vector<std::string> CalibrationNames(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const char* const name : kCalibrationFiles) names.push_back((std::filesystem::path(folder) / name).string());
+  return names;
+}
+
+std::vector<std::string> CalibrationBytes(const Calibration& calibration) {
+  return {MatrixFile(calibration, calibration.m2s, "pix/rad", "modes-to-slopes matrix"),
+          MatrixFile(calibration, calibration.cm, "rad/pix", "control matrix"), RoisFile(calibration)};
+}
+
 std::vector<std::string> WriteCalibration(const std::string& folder, bool force, const Calibration& calibration) {
   RefuseToReplace(folder, force);
-  std::vector<StagedFile> files;
-  files.reserve(kCalibrationFiles.size());
-  for (const char* const name : kCalibrationFiles) {
-    files.emplace_back((std::filesystem::path(folder) / name).string());
-  }
-  WriteMatrix(files[0].Path(), calibration, calibration.m2s, "pix/rad", "modes-to-slopes matrix");
-  WriteMatrix(files[1].Path(), calibration, calibration.cm, "rad/pix", "control matrix");
-  WriteRois(files[2].Path(), calibration);
-  CheckAndCommit(files);
-  std::vector<std::string> paths;
-  paths.reserve(files.size());
-  for (const StagedFile& file : files) paths.push_back(file.Target());
-  return paths;
+  StagedFiles files(CalibrationNames(folder));
+  files.GiveAll(CalibrationBytes(calibration));
+  files.Commit();
+  return files.Names();
 }
 
 }  // namespace quen_shs

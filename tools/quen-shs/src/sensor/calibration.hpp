@@ -46,8 +46,12 @@ Calibration WithMatrix(Calibration calibration, const Matrix& m2s, const std::st
 /// @throws std::runtime_error  a file of a calibration is there already, and `force` is false
 void RefuseToReplace(const std::string& folder, bool force);
 
+/// The names of a calibration's files in a folder, and the bytes of these files, in the order of kCalibrationFiles.
+std::vector<std::string> CalibrationNames(const std::string& folder);
+std::vector<std::string> CalibrationBytes(const Calibration& calibration);
+
 /// Writes the calibration's files below `folder`, all of them or none.
-/// @return  their paths
+/// @return  their names
 /// @throws std::runtime_error  a file exists and `force` is false, or cannot be written
 std::vector<std::string> WriteCalibration(const std::string& folder, bool force,
                                           const Calibration& calibration = MakeCalibration());

@@ -1,17 +1,19 @@
 #include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
 
+#include <algorithm>
 #include <filesystem>
 #include <stdexcept>
 
 #include "pim/helper.hpp"
+#include "tools/quen-shs/src/files/fits_content.hpp"
 #include "tools/quen-shs/src/sensor/calibration.hpp"
 #include "tools/quen-shs/src/sensor/displacements.hpp"
 
 namespace {
 
-std::filesystem::path& Folder() {
-  static std::filesystem::path folder;
-  return folder;
+std::vector<quen_shs::InputFile>& Files() {
+  static std::vector<quen_shs::InputFile> files;
+  return files;
 }
 
 std::string Missing(const std::string& folder, const std::string& path) {
@@ -21,15 +23,38 @@ std::string Missing(const std::string& folder, const std::string& path) {
 
 }  // namespace
 
-// The library asks its host's lookup first; this one knows the folder that the user named.
-std::string pim::Helper::FindFile(const std::string& name) { return (Folder() / name).string(); }
+// The library asks its host's lookup first; this one knows the files that the user named.
+std::string pim::Helper::FindFile(const std::string& name) {
+  const auto file = std::ranges::find(quen_shs::kCalibrationFiles, name);
+  const auto index = static_cast<std::size_t>(file - quen_shs::kCalibrationFiles.begin());
+  return index < Files().size() ? Files()[index].Path() : "";
+}
 
 void quen_shs::UseCalibration(const std::string& folder) {
+  std::vector<std::string> paths;
   for (const char* const name : kCalibrationFiles) {
-    const std::filesystem::path path = std::filesystem::path(folder) / name;
-    if (!std::filesystem::exists(path)) throw std::runtime_error(Missing(folder, path.string()));
+    paths.push_back((std::filesystem::path(folder) / name).string());
+    if (!std::filesystem::exists(paths.back())) throw std::runtime_error(Missing(folder, paths.back()));
   }
-  Folder() = folder;
+  UseCalibration(std::vector<InputFile>(paths.begin(), paths.end()));
+}
+
+void quen_shs::UseCalibration(std::vector<InputFile> files) { Files() = std::move(files); }
+
+std::span<const quen_shs::InputFile> quen_shs::CalibrationFiles() { return Files(); }
+
+void quen_shs::RequireSoundCalibration() {
+  for (const InputFile& file : Files()) {
+    static_cast<void>(OpenFits(file, std::nullopt));
+    for (const char* const table : {"rois", "rois_used"}) {
+      if (HasTable(file, table)) static_cast<void>(OpenFits(file, table));
+    }
+  }
+}
+
+std::string quen_shs::WithCalibrationNames(std::string message) {
+  for (const InputFile& file : Files()) message = file.WithName(std::move(message));
+  return message;
 }
 
 void quen_shs::RequireFlags(const quen::shssim::ShsSimulator& simulator, const std::string& folder) {

@@ -1,11 +1,11 @@
 #include <fmt/format.h>
-#include <cstdlib>
-#include <filesystem>
+
 #include <memory>
 #include <stdexcept>
 
 #include "tools/quen-shs/src/cli/progress.hpp"
 #include "tools/quen-shs/src/cli/report.hpp"
+#include "tools/quen-shs/src/files/staged_file.hpp"
 #include "tools/quen-shs/src/sensor/calibration.hpp"
 #include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
 #include "tools/quen-shs/src/verbs/verbs.hpp"
@@ -13,33 +13,19 @@
 namespace quen_shs {
 namespace {
 
-/// A folder that goes with its content.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "quen-shs.XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make a folder like " + name);
-    path_ = name;
+/// A simulator on a calibration that is on no disk.
+quen::shssim::ShsSimulator SimulatorOn(const Calibration& calibration) {
+  std::vector<InputFile> files;
+  const std::vector<std::string> contents = CalibrationBytes(calibration);
+  for (std::size_t k = 0; k < contents.size(); ++k) {
+    files.push_back(InputFile::InMemory(kCalibrationFiles.at(k), contents[k]));
   }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  TemporaryFolder(TemporaryFolder&&) = delete;
-  TemporaryFolder& operator=(TemporaryFolder&&) = delete;
-
-  [[nodiscard]] std::string Path() const { return path_.string(); }
-
- private:
-  std::filesystem::path path_;
-};
+  UseCalibration(std::move(files));
+  return MakeSimulator();
+}
 
 Calibration Measured(const Calibration& calibration, const PokeOptions& options) {
-  const TemporaryFolder folder;
-  WriteCalibration(folder.Path(), true, calibration);
-  auto simulator = LoadSimulator(folder.Path());
+  auto simulator = SimulatorOn(calibration);
   Progress progress(kPokeFrames);
   const Matrix m2s = MeasuredModesToSlopes(simulator, options, [&] { progress.Step(); });
   if (!m2s.allFinite()) {
@@ -56,10 +42,13 @@ Calibration Measured(const Calibration& calibration, const PokeOptions& options)
 
 void Calibrate(const CalibrateCommand& command) {
   RefuseToReplace(command.folder, command.force);
+  StagedFiles files(CalibrationNames(command.folder));
   Calibration calibration = MakeCalibration(command.geometry, BasisByWord(command.basis));
   if (command.is_measured) calibration = Measured(calibration, command.poke);
+  files.GiveAll(CalibrationBytes(calibration));
+  files.Commit();
   Report report;
-  for (const std::string& path : WriteCalibration(command.folder, command.force, calibration)) report.AddFile(path);
+  report.AddFiles(files);
   report.Add("basis", calibration.basis);
   report.Add("matrix", calibration.origin);
   report.Print(command.json);

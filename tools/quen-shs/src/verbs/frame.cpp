@@ -4,10 +4,12 @@
 #include <cmath>
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include "common/random/random.hpp"
 #include "tools/quen-shs/src/cli/report.hpp"
 #include "tools/quen-shs/src/files/displacement_file.hpp"
+#include "tools/quen-shs/src/files/frame_file.hpp"
 #include "tools/quen-shs/src/files/staged_file.hpp"
 #include "tools/quen-shs/src/pictures/frame_picture.hpp"
 #include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
@@ -29,8 +31,8 @@ Displacements Modal(const std::string& list, const ShsSimulator& simulator) {
   return displacements;
 }
 
-Displacements Wanted(const FrameCommand& command, const ShsSimulator& simulator) {
-  if (!command.displacements.empty()) return ReadDisplacements(command.displacements);
+Displacements Wanted(const FrameCommand& command, const std::optional<InputFile>& file, const ShsSimulator& simulator) {
+  if (file) return ReadDisplacements(*file);
   if (!command.modes.empty()) return Modal(command.modes, simulator);
   if (!command.shape.empty()) return Shape(ParseShape(command.shape), simulator);
   return {};
@@ -48,30 +50,34 @@ double Longest(const Displacements& displacements) {
 }  // namespace
 
 void RenderFrame(const FrameCommand& command) {
-  UseCalibration(command.folder);
-  ShsSimulator simulator;
-  const Displacements displacements = Wanted(command, simulator);
   const std::string output =
       command.output.empty() ? (std::filesystem::path(command.folder) / "frame.fits").string() : command.output;
+  StagedFiles files({output, command.truth, command.png});
+  UseCalibration(command.folder);
+  files.RefuseToReplace(CalibrationFiles());
+  std::optional<InputFile> given;
+  if (!command.displacements.empty()) files.RefuseToReplace(given.emplace(command.displacements));
 
-  std::vector<StagedFile> files;
-  const std::string frame_path = files.emplace_back(output).Path();
+  auto simulator = MakeSimulator();
+  const Displacements displacements = Wanted(command, given, simulator);
   quen::common::random::detail::MersenneTwisterEngine().seed(command.seed);
-  simulator.ComputeFrame(displacements.x, displacements.y, command.noise, frame_path);
-  if (!command.truth.empty()) WriteDisplacements(files.emplace_back(command.truth).Path(), displacements, "frame");
+  simulator.ComputeFrame(displacements.x, displacements.y, command.noise, std::nullopt);
+  const Frame frame = {kFrameWidth, kFrameHeight, simulator.Frame()};
+  files.Give(output, FrameFile(frame));
+  if (!command.truth.empty()) files.Give(command.truth, DisplacementFile(displacements, "frame"));
   if (!command.png.empty()) {
     const Overlay overlay = {simulator.Rois(), simulator.RoisUsed(), displacements};
-    DrawFrame(files.emplace_back(command.png).Path(), {kFrameWidth, kFrameHeight, simulator.Frame()}, SpotStretch(),
-              overlay, "Frame, row 0 at the bottom; true displacements, " + ArrowLegend(overlay));
+    files.Give(command.png, DrawFrame(frame, SpotStretch(), overlay,
+                                      "Frame, row 0 at the bottom; true displacements, " + ArrowLegend(overlay)));
   }
-  CheckAndCommit(files);
+  files.Commit();
 
   Report report;
   const double longest = Longest(displacements);
   report.Add("longest_displacement", longest, "longest displacement", fmt::format("{:.4g} pixels", longest));
   report.Add("noise", command.noise, "noise", fmt::format("{:g} (seed {})", command.noise, command.seed));
   report.Add("seed", command.seed);
-  for (const StagedFile& file : files) report.AddFile(file.Target());
+  report.AddFiles(files);
   report.Print(command.json);
 }
 

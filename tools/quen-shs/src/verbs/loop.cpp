@@ -3,11 +3,12 @@
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
-#include <tuple>
 
 #include "tools/quen-shs/src/cli/progress.hpp"
 #include "tools/quen-shs/src/cli/report.hpp"
+#include "tools/quen-shs/src/files/frame_file.hpp"
 #include "tools/quen-shs/src/files/series_file.hpp"
+#include "tools/quen-shs/src/files/slopes_file.hpp"
 #include "tools/quen-shs/src/files/staged_file.hpp"
 #include "tools/quen-shs/src/loop/sweep.hpp"
 #include "tools/quen-shs/src/loop/telemetry.hpp"
@@ -19,6 +20,8 @@
 namespace quen_shs {
 namespace {
 
+using quen::basesim::kFrameHeight;
+using quen::basesim::kFrameWidth;
 using quen::shssim::ShsSimulator;
 
 /// Mean residual before the first correction acted, and over the second half of the run, against the disturbance there.
@@ -38,12 +41,14 @@ std::string Source(const LoopCommand& command) {
   return command.disturbance.empty() ? fmt::format("D/r0 {:g}", command.strength) : command.disturbance;
 }
 
-Series DisturbanceFor(const LoopCommand& command) {
+Series DisturbanceFor(const LoopCommand& command, const StagedFiles& files) {
   if (command.disturbance.empty()) {
-    return TurbulentSeries(command.frames, BasisOfCalibration(command.folder).variances, command.strength,
+    return TurbulentSeries(command.frames, BasisOfCalibration(CalibrationFiles().front()).variances, command.strength,
                            command.options.seed);
   }
-  const Series series = ReadSeries(command.disturbance);
+  const InputFile file(command.disturbance);
+  files.RefuseToReplace(file);
+  const Series series = ReadSeries(file);
   RequireModerate(series, command.disturbance);
   if (series.rows() < command.frames) {
     throw std::runtime_error(fmt::format("{}: expected a disturbance of {} frames at least, found {}; give --frames {}",
@@ -52,9 +57,14 @@ Series DisturbanceFor(const LoopCommand& command) {
   return series.topRows(command.frames);
 }
 
-std::filesystem::path OutputFolder(const LoopCommand& command) {
-  return command.output.empty() ? std::filesystem::path(command.folder) / "loop"
-                                : std::filesystem::path(command.output);
+/// The files that the loop writes, in their folder.
+std::vector<std::string> OutputNames(const LoopCommand& command) {
+  const std::filesystem::path folder =
+      command.output.empty() ? std::filesystem::path(command.folder) / "loop" : std::filesystem::path(command.output);
+  std::vector<std::string> names = {"frame.fits", "slopes.fits", "telemetry.fits", "loop.png"};
+  if (!command.sweep.empty()) names = {"sweep.fits", "sweep.png"};
+  for (std::string& name : names) name = (folder / name).string();
+  return names;
 }
 
 void AddOptions(Report& report, const LoopCommand& command) {
@@ -100,46 +110,35 @@ void RequireConvergence(const LoopRun& run, const Summary& summary) {
   }
 }
 
-void RunOne(const LoopCommand& command, ShsSimulator& simulator, const Series& disturbance) {
-  std::vector<StagedFile> files;
-  for (const char* const name : {"frame.fits", "slopes.fits", "telemetry.fits", "loop.png"}) {
-    files.emplace_back((OutputFolder(command) / name).string());
-  }
-  const auto& [frame, slopes, telemetry, picture] = std::tie(files[0], files[1], files[2], files[3]);
-
+void RunOne(const LoopCommand& command, ShsSimulator& simulator, const Series& disturbance, StagedFiles& files) {
   LoopRun run;
   double rate = 0.0;
   {
     Progress progress(command.frames);
-    run = RunLoop(simulator, disturbance, command.options, LastFrameFiles{frame.Path(), slopes.Path()},
-                  [&] { progress.Step(); });
+    run = RunLoop(simulator, disturbance, command.options, [&] { progress.Step(); });
     rate = progress.Rate();
   }
-  WriteTelemetry(telemetry.Path(), command.options, Source(command), run.records);
-  DrawLoop(picture.Path(), simulator, run.records);
-  CheckAndCommit(files);
+  files.GiveAll({FrameFile({kFrameWidth, kFrameHeight, simulator.Frame()}), SlopesFile(simulator),
+                 TelemetryFile(command.options, Source(command), run.records), DrawLoop(simulator, run.records)});
+  files.Commit();
 
   const Summary summary(run.records, command.options.delay);
   Report report = SummaryReport(command, summary, run.records.size(), rate);
   report.Add("diverged", run.has_diverged);
-  for (const StagedFile& file : files) report.AddFile(file.Target());
+  report.AddFiles(files);
   report.Print(command.json);
   RequireConvergence(run, summary);
 }
 
-void SweepGains(const LoopCommand& command, ShsSimulator& simulator, const Series& disturbance) {
+void SweepGains(const LoopCommand& command, ShsSimulator& simulator, const Series& disturbance, StagedFiles& files) {
   const std::vector<double> gains = ParseSweep(command.sweep);
-  std::vector<StagedFile> files;
-  for (const char* const name : {"sweep.fits", "sweep.png"})
-    files.emplace_back((OutputFolder(command) / name).string());
   std::vector<SweepPoint> points;
   {
     Progress progress(command.frames * static_cast<int>(gains.size()));
     points = RunSweep(simulator, disturbance, command.options, gains, [&] { progress.Step(); });
   }
-  WriteSweep(files[0].Path(), command.options, Source(command), points);
-  DrawSweep(files[1].Path(), points);
-  CheckAndCommit(files);
+  files.GiveAll({SweepFile(command.options, Source(command), points), DrawSweep(points)});
+  files.Commit();
 
   Report report;
   report.Add("frames", command.frames);
@@ -163,7 +162,7 @@ void SweepGains(const LoopCommand& command, ShsSimulator& simulator, const Serie
                fmt::format("{:g} (residual {:.4f} rad RMS, disturbance {:.4f})", best->gain, best->residual,
                            best->disturbance));
   }
-  for (const StagedFile& file : files) report.AddFile(file.Target());
+  report.AddFiles(files);
   report.Print(command.json);
   if (!best) throw std::runtime_error("the loop diverges with every gain; try lower ones, or a shorter delay");
 }
@@ -171,12 +170,14 @@ void SweepGains(const LoopCommand& command, ShsSimulator& simulator, const Serie
 }  // namespace
 
 void Loop(const LoopCommand& command) {
+  StagedFiles files(OutputNames(command));
   auto simulator = LoadSimulator(command.folder);
-  const Series disturbance = DisturbanceFor(command);
+  files.RefuseToReplace(CalibrationFiles());
+  const Series disturbance = DisturbanceFor(command, files);
   if (command.sweep.empty()) {
-    RunOne(command, simulator, disturbance);
+    RunOne(command, simulator, disturbance, files);
   } else {
-    SweepGains(command, simulator, disturbance);
+    SweepGains(command, simulator, disturbance, files);
   }
 }
 

@@ -1,10 +1,7 @@
 #include "tools/quen-shs/src/cli/manual.hpp"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <stdexcept>
 
@@ -21,15 +18,15 @@ struct ManualCommand {
 };
 
 void WritePages(const CommandLine& line, const std::string& folder) {
-  std::vector<StagedFile> files;
+  std::vector<std::string> names;
+  std::vector<std::string> pages;
   for (const std::string& name : ManualPageNames(line)) {
-    const StagedFile& file = files.emplace_back((std::filesystem::path(folder) / (name + ".1")).string());
-    std::ofstream stream(file.Path());
-    stream << ManualPage(line, name);
-    stream.close();
-    if (!stream) throw std::runtime_error(file.Target() + ": cannot be written");
+    names.push_back((std::filesystem::path(folder) / (name + ".1")).string());
+    pages.push_back(ManualPage(line, name));
   }
-  CheckAndCommit(files);
+  StagedFiles files(names);
+  files.GiveAll(std::move(pages));
+  files.Commit();
 }
 
 void PrintPage(const CommandLine& line, const std::string& verb) {

@@ -4,11 +4,13 @@
 #include <cmath>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 #include "tools/quen-shs/src/cli/report.hpp"
 #include "tools/quen-shs/src/files/displacement_file.hpp"
 #include "tools/quen-shs/src/files/frame_file.hpp"
+#include "tools/quen-shs/src/files/slopes_file.hpp"
 #include "tools/quen-shs/src/files/staged_file.hpp"
 #include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
 #include "tools/quen-shs/src/sensor/playback.hpp"
@@ -50,11 +52,11 @@ struct Moments {
   }
 };
 
-void Load(Playback& simulator, const std::string& path) {
-  const Frame frame = ReadFrame(path);
+void Load(Playback& simulator, const InputFile& file) {
+  const Frame frame = ReadFrame(file);
   if (frame.width != kFrameWidth || frame.height != kFrameHeight) {
-    throw std::runtime_error(fmt::format("{}: expected a frame of {} x {} pixels (columns x rows), found {} x {}", path,
-                                         kFrameWidth, kFrameHeight, frame.width, frame.height));
+    throw std::runtime_error(fmt::format("{}: expected a frame of {} x {} pixels (columns x rows), found {} x {}",
+                                         file.Name(), kFrameWidth, kFrameHeight, frame.width, frame.height));
   }
   simulator.Load(frame.pixels);
 }
@@ -74,16 +76,23 @@ void AddError(Report& report, const std::string& axis, const Moments& errors) {
 }  // namespace
 
 void Measure(const MeasureCommand& command) {
-  auto simulator = LoadSimulator<Playback>(command.folder);
-  Load(simulator, command.frame);
-  std::optional<Displacements> truth;
-  if (!command.truth.empty()) truth.emplace(ReadDisplacements(command.truth));
   const std::string output =
       command.output.empty() ? (std::filesystem::path(command.folder) / "slopes.fits").string() : command.output;
-  std::vector<StagedFile> files;
-  const std::string slopes_path = files.emplace_back(output).Path();
-  simulator.ComputeSlopes(*MakeEngine(command.engine), command.limit, slopes_path);
-  CheckAndCommit(files);
+  StagedFiles files({output});
+  auto simulator = LoadSimulator<Playback>(command.folder);
+  files.RefuseToReplace(CalibrationFiles());
+  const InputFile frame(command.frame);
+  files.RefuseToReplace(frame);
+  std::optional<Displacements> truth;
+  if (!command.truth.empty()) {
+    const InputFile file(command.truth);
+    files.RefuseToReplace(file);
+    truth.emplace(ReadDisplacements(file));
+  }
+  Load(simulator, frame);
+  simulator.ComputeSlopes(*MakeEngine(command.engine), command.limit, std::nullopt);
+  files.Give(output, SlopesFile(simulator));
+  files.Commit();
 
   const std::vector<std::size_t> used = UsedIndices(simulator.RoisUsed());
   const std::vector<double>& x = simulator.XSlopes();
@@ -103,7 +112,7 @@ void Measure(const MeasureCommand& command) {
     AddError(report, "x", Moments::Of(used, [&](std::size_t i) { return x[i] - truth->x[i]; }));
     AddError(report, "y", Moments::Of(used, [&](std::size_t i) { return y[i] - truth->y[i]; }));
   }
-  report.AddFile(output);
+  report.AddFiles(files);
   report.Print(command.json);
 }
 

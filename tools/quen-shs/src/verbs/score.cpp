@@ -25,7 +25,9 @@ Json AsJson(const NamedScore& named) {
 }  // namespace
 
 void Score(const ScoreCommand& command) {
+  StagedFiles files({command.fits, command.picture});
   auto simulator = LoadSimulator(command.folder);
+  files.RefuseToReplace(CalibrationFiles());
   const std::vector<std::string> engines = command.engines.empty() ? EngineNames() : command.engines;
   const bool has_curves = !command.fits.empty() || !command.picture.empty();
   const std::size_t noises = 1 + (has_curves ? CurveNoises().size() : 0);
@@ -39,10 +41,9 @@ void Score(const ScoreCommand& command) {
     scores = ScoreByName(simulator, engines, watched);
     if (has_curves) curves = ScoreAtNoises(simulator, engines, watched);
   }
-  std::vector<StagedFile> files;
-  if (!command.fits.empty()) WriteScores(files.emplace_back(command.fits).Path(), curves, options);
-  if (!command.picture.empty()) DrawErrors(files.emplace_back(command.picture).Path(), curves);
-  CheckAndCommit(files);
+  if (!command.fits.empty()) files.Give(command.fits, ScoreFile(curves, options));
+  if (!command.picture.empty()) files.Give(command.picture, DrawErrors(curves));
+  files.Commit();
 
   Report report;
   report.AddLines(ScoreTable(scores, options));
@@ -54,8 +55,8 @@ void Score(const ScoreCommand& command) {
   Json list = Json::array();
   for (const NamedScore& score : scores) list.push_back(AsJson(score));
   report.Add("scores", list);
-  if (!files.empty()) report.AddLine("");
-  for (const StagedFile& file : files) report.AddFile(file.Target());
+  if (has_curves) report.AddLine("");
+  report.AddFiles(files);
   report.Print(command.json);
 }
 

@@ -24,27 +24,34 @@
 namespace quen_shs {
 namespace {
 
-using quen::common::Fits::FitsFile;
-
-/// Draws into a PNG file.
-using Drawer = std::function<void(const std::string& picture)>;
-
-/// What a file is, and how it is drawn.
+/// What a file is, and the bytes of a PNG file that shows it.
 struct Content {
   const char* kind;
-  Drawer draw;
+  std::function<std::string()> draw;
 };
 
+/// The files that are looked at.
+struct Inputs {
+  explicit Inputs(const ViewCommand& command) : file(command.file) {
+    if (!command.slopes.empty()) slopes.emplace(command.slopes);
+    if (!command.calibration.empty()) UseCalibration(command.calibration);
+  }
+
+  InputFile file;
+  std::optional<InputFile> slopes;
+};
+
+std::string FileName(const InputFile& file) { return std::filesystem::path(file.Name()).filename().string(); }
+
 /// What is to be drawn on a frame.
-std::optional<Overlay> FrameOverlay(const ViewCommand& command) {
+std::optional<Overlay> FrameOverlay(const ViewCommand& command, const Inputs& inputs) {
   std::optional<Overlay> overlay;
-  if (!command.slopes.empty()) {
-    RequireTable(command.slopes, "slopes");
-    overlay = ReadField(command.slopes).overlay;
+  if (inputs.slopes) {
+    RequireTable(*inputs.slopes, "slopes");
+    overlay = ReadField(*inputs.slopes).overlay;
   }
   if (!command.calibration.empty()) {
-    UseCalibration(command.calibration);
-    const quen::shssim::ShsSimulator simulator;
+    const auto simulator = MakeSimulator();
     overlay = {simulator.Rois(), simulator.RoisUsed(), overlay ? overlay->displacements : std::nullopt};
   }
   return overlay;
@@ -58,72 +65,75 @@ void RequireDrawable(const std::string& path, std::size_t width, std::size_t hei
       fmt::format("{}: expected 1 to {} pixels along either axis, found {} x {}", path, kLargest, width, height));
 }
 
-Content FrameContent(const ViewCommand& command) {
-  return {"frame", [command](const std::string& picture) {
-            const Frame frame = ReadFrame(command.file);
-            DrawFrame(picture, frame, StretchByWord(command.stretch, frame.pixels), FrameOverlay(command),
-                      fmt::format("{}, row 0 at the bottom, {} stretch",
-                                  std::filesystem::path(command.file).filename().string(), command.stretch));
-          }};
+std::string FramePicture(const ViewCommand& command, const Inputs& inputs) {
+  const Frame frame = ReadFrame(inputs.file);
+  return DrawFrame(frame, StretchByWord(command.stretch, frame.pixels), FrameOverlay(command, inputs),
+                   fmt::format("{}, row 0 at the bottom, {} stretch", FileName(inputs.file), command.stretch));
 }
 
-Content MatrixContent(const std::string& path, const std::vector<std::size_t>& axes) {
-  return {"matrix", [path, axes](const std::string& picture) {
-            Matrix matrix(static_cast<Eigen::Index>(axes[1]), static_cast<Eigen::Index>(axes[0]));
-            quen::common::Fits::ReadImgPriv(FitsFile(path, std::nullopt), matrix.data(),
-                                            static_cast<std::size_t>(matrix.size()), DOUBLE_IMG, TDOUBLE, std::nullopt);
-            DrawMatrix(picture, matrix,
-                       fmt::format("{}: NAXIS1 = {} to the right, NAXIS2 = {} downward",
-                                   std::filesystem::path(path).filename().string(), axes[0], axes[1]));
-          }};
+std::string MatrixPicture(const InputFile& file, const std::vector<std::size_t>& axes) {
+  const auto image = OpenFits(file, std::nullopt);
+  Matrix matrix(static_cast<Eigen::Index>(axes[1]), static_cast<Eigen::Index>(axes[0]));
+  Reading(file, [&] {
+    quen::common::Fits::ReadImgPriv(image, matrix.data(), static_cast<std::size_t>(matrix.size()), DOUBLE_IMG, TDOUBLE,
+                                    std::nullopt);
+  });
+  return DrawMatrix(
+      matrix, fmt::format("{}: NAXIS1 = {} to the right, NAXIS2 = {} downward", FileName(file), axes[0], axes[1]));
 }
 
-Content ContentOf(const ViewCommand& command) {
-  const std::string& path = command.file;
-  RequireFits(path);
-  if (HasTable(path, "telemetry")) {
-    return {"telemetry", [path](const std::string& picture) { DrawTelemetry(picture, ReadTelemetry(path)); }};
-  }
-  if (HasTable(path, "sweep")) {
-    return {"sweep", [path](const std::string& picture) { DrawSweep(picture, ReadSweep(path)); }};
-  }
-  if (HasTable(path, "scores")) {
-    return {"scores", [path](const std::string& picture) { DrawErrors(picture, ReadScores(path)); }};
-  }
-  if (HasTable(path, "slopes")) {
-    return {"slopes", [path](const std::string& picture) {
-              const MeasuredField field = ReadField(path);
-              DrawField(picture, field.overlay, field.flux);
-            }};
-  }
-  if (HasTable(path, "rois")) {
-    return {"regions", [path](const std::string& picture) { DrawRegions(picture, ReadField(path).overlay); }};
-  }
-  const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(FitsFile(path, std::nullopt));
+std::string FieldPicture(const InputFile& file) {
+  const MeasuredField field = ReadField(file);
+  return DrawField(field.overlay, field.flux);
+}
+
+Content ContentOf(const ViewCommand& command, const Inputs& inputs) {
+  const InputFile& file = inputs.file;
+  RequireFits(file);
+  if (HasTable(file, "telemetry")) return {"telemetry", [&file] { return DrawTelemetry(ReadTelemetry(file)); }};
+  if (HasTable(file, "sweep")) return {"sweep", [&file] { return DrawSweep(ReadSweep(file)); }};
+  if (HasTable(file, "scores")) return {"scores", [&file] { return DrawErrors(ReadScores(file)); }};
+  if (HasTable(file, "slopes")) return {"slopes", [&file] { return FieldPicture(file); }};
+  if (HasTable(file, "rois")) return {"regions", [&file] { return DrawRegions(ReadField(file).overlay); }};
+  const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(OpenFits(file, std::nullopt));
   if (axes.size() == 2 && bitpix == SHORT_IMG) {
-    RequireDrawable(path, axes[0], axes[1]);  // before memory is asked for
-    return FrameContent(command);
+    RequireDrawable(file.Name(), axes[0], axes[1]);  // before memory is asked for
+    return {"frame", [&] { return FramePicture(command, inputs); }};
   }
-  if (axes.size() == 2 && bitpix == DOUBLE_IMG && axes[0] > 0 && axes[1] > 0) return MatrixContent(path, axes);
+  if (axes.size() == 2 && bitpix == DOUBLE_IMG && axes[0] > 0 && axes[1] > 0) {
+    return {"matrix", [&file, axes = axes] { return MatrixPicture(file, axes); }};
+  }
   throw std::runtime_error(
       fmt::format("{}: expected a frame (16 bits), a matrix (doubles), or a table \"slopes\", \"rois\", \"telemetry\", "
                   "\"sweep\" or "
                   "\"scores\"; found an image of {} axes with BITPIX {}",
-                  path, axes.size(), bitpix));
+                  file.Name(), axes.size(), bitpix));
+}
+
+/// Where the picture goes: beside the file where nothing else is said.
+std::string OutputName(const ViewCommand& command, const InputFile& file) {
+  if (!command.output.empty()) return command.output;
+  if (!file.IsRegular()) {
+    throw std::runtime_error(file.Name() + ": is no file on a disk, for a picture beside it; give --output");
+  }
+  return std::filesystem::path(file.Name()).replace_extension(".png").string();
 }
 
 }  // namespace
 
 void View(const ViewCommand& command) {
-  const Content content = ContentOf(command);
-  std::string output = command.output;
-  if (output.empty()) output = std::filesystem::path(command.file).replace_extension(".png").string();
-  std::vector<StagedFile> files;
-  content.draw(files.emplace_back(output).Path());
-  CheckAndCommit(files);
+  const Inputs inputs(command);
+  const std::string output = OutputName(command, inputs.file);
+  StagedFiles files({output});
+  files.RefuseToReplace(inputs.file);
+  if (inputs.slopes) files.RefuseToReplace(*inputs.slopes);
+  files.RefuseToReplace(CalibrationFiles());
+  const Content content = ContentOf(command, inputs);
+  files.Give(output, content.draw());
+  files.Commit();
   Report report;
   report.Add("kind", content.kind);
-  report.AddFile(output);
+  report.AddFiles(files);
   report.Print(command.json);
 }
 
