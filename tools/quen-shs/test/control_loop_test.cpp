@@ -5,6 +5,8 @@
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
+#include "tools/quen-shs/src/files/frame_file.hpp"
+#include "tools/quen-shs/src/files/slopes_file.hpp"
 #include "tools/quen-shs/src/loop/telemetry.hpp"
 #include "tools/quen-shs/src/sensor/calibration.hpp"
 #include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
@@ -89,6 +91,21 @@ TEST_F(ControlLoop, TellsEveryFrameAndLeavesTheLastInTheSimulator) {
   });
   EXPECT_EQ(told, 10);
   EXPECT_EQ(simulator.Frame(), last);
+}
+
+TEST_F(ControlLoop, FilesOfFrameAndSlopesAreTheLibrarysOwn) {
+  quen::shssim::ShsSimulator simulator;
+  const std::vector<double> displacements = quen::testing::Ramp(1089, -0.5);
+  simulator.ComputeFrame(displacements, displacements, 900.0, folder_ / "frame.fits");  // pixels below zero too
+  simulator.ComputeSlopes(*quen_shs::MakeEngine("weighted"), 12.0, folder_ / "slopes.fits");
+  quen::testing::WriteText(folder_ / "our_frame.fits", quen_shs::FrameFile({840, 816, simulator.Frame()}));
+  quen::testing::WriteText(folder_ / "our_slopes.fits", quen_shs::SlopesFile(simulator));
+  for (const std::string name : {"frame.fits", "slopes.fits"}) {
+    EXPECT_TRUE(quen::testing::BytesWithoutChecksums(folder_ / ("our_" + name)) ==
+                quen::testing::BytesWithoutChecksums(folder_ / name))
+        << name;
+    EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(folder_ / ("our_" + name)), "");
+  }
 }
 
 TEST_F(ControlLoop, TelemetryHoldsTheRecords) {

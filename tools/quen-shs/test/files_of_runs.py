@@ -25,10 +25,10 @@ import unittest
 
 TOOL = ""
 SYNTAX = ["out.fits[1]", "x(made.fits)", "x[slopes][col x]", "a+1", "!bang", "x.fits.gz", "x.fits.Z", "stdin", "x.imh",
-          "https:", "raw[i4]", "http://127.0.0.1:9/x", "ftp://127.0.0.1:9/x", "root://127.0.0.1:9/x", "shm://h3", "mem://x",
-          "file://x", "stdin://x", "compress://x", "~root"]
-HOSTILE = [*SYNTAX, " leading", "trailing ", "new\nline", "tab\tname", "été ü", "{}", "%%", "[a,b]", "*", "$(touch made)",
-           "-x", "\\x", "'\"", "x" * 200, b"\xff\xfe".decode("utf-8", "surrogateescape")]
+          "https:", "raw[i4]", "http://127.0.0.1:9/x", "ftp://127.0.0.1:9/x", "root://127.0.0.1:9/x", "shm://h3",
+          "mem://x", "file://x", "stdin://x", "compress://x", "~root"]
+HOSTILE = [*SYNTAX, " leading", "trailing ", "new\nline", "tab\tname", "été ü", "{}", "%%", "[a,b]", "*",
+           "$(touch made)", "-x", "\\x", "'\"", "x" * 200, b"\xff\xfe".decode("utf-8", "surrogateescape")]
 LEFTOVER = re.compile(r"\.quen-shs-[0-9a-f]{32}\.part")
 
 
@@ -194,7 +194,8 @@ class Names(Folder):
                 self.do("frame", "--output=frame.fits", "--shape=tip:1", "--", name)
                 self.do("view", "small.fits", f"--calibration={name}", "--output=picture.png")
                 self.assertEqual(self.entries(), before | {"frame.fits", "picture.png"})
-                self.assertEqual(self.contents("frame.fits")["frame.fits"], self.contents("s/frame.fits")["s/frame.fits"])
+                found = self.contents("frame.fits", "s/frame.fits")
+                self.assertEqual(found["frame.fits"], found["s/frame.fits"])
                 self.remove(made | {"frame.fits", "picture.png"})
 
     def place(self, file, name):
@@ -213,7 +214,8 @@ class Names(Folder):
         self.assertIn("expected a FITS file, found something else", self.refuses("view", "x.fits.gz"))
 
     def test_empty_names(self):
-        for arguments in (["frame", "s", "--output", ""], ["view", ""], ["calibrate", ""], ["loop", "s", "--output", ""],
+        for arguments in (["frame", "s", "--output", ""], ["view", ""], ["calibrate", ""],
+                          ["loop", "s", "--output", ""],
                           ["score", "s", "--fits", ""], ["manual", "--output", ""]):
             self.assertIn("expected a name, found an empty one", self.refuses(*arguments))
 
@@ -270,8 +272,9 @@ class Traced(Folder):
                               ["frame", "s", f"--displacements={name}.fits", f"--output={name}"]):
                 _, lines = self.trace("%file,%network,shmget,shmat,execve", *arguments)
                 real = os.path.realpath(self.folder)
-                named = {os.path.normpath(os.path.join(real, one)) for one in ("s/loop/sweep.fits", "s/data/M2S.fits", "s/data/CM.fits",
-                                                                         "s/data/shs_rois.fits", name, name + ".fits")}
+                given = ("s/loop/sweep.fits", "s/data/M2S.fits", "s/data/CM.fits", "s/data/shs_rois.fits", name,
+                         name + ".fits")
+                named = {os.path.normpath(os.path.join(real, one)) for one in given}
                 folders = set()
                 for path in named:
                     while path != "/":
@@ -325,11 +328,13 @@ class Traced(Folder):
         self.assertEqual([entry for entry in self.entries() if LEFTOVER.search(entry)], [])
         return tried
 
-    WRITING = ("write", "fsync", "lseek", "pread64", "renameat2", "rename", "fchmod", "flock", "getrandom", "unlink", "mkdir")
+    WRITING = ("write", "fsync", "lseek", "pread64", "renameat2", "rename", "fchmod", "flock", "getrandom", "unlink",
+               "mkdir")
 
     def test_faults_of_frame(self):
         tried = self.expect_old_or_new(["frame", "s", "--shape=tip:1", "--truth=t.fits"],
-                                       ["s/frame.fits", "t.fits"], self.WRITING, ["frame", "s", "--shape=tip:2", "--truth=t.fits"])
+                                       ["s/frame.fits", "t.fits"], self.WRITING,
+                                       ["frame", "s", "--shape=tip:2", "--truth=t.fits"])
         self.assertGreater(tried, 15)
 
     def test_faults_of_measure(self):
@@ -344,7 +349,8 @@ class Traced(Folder):
     def test_faults_of_calibrate(self):
         self.expect_old_or_new(["calibrate", "s", "--force"],
                                [f"s/data/{name}" for name in ("M2S.fits", "CM.fits", "shs_rois.fits")],
-                               ("write", "fsync", "pread64", "renameat2"), ["calibrate", "s", "--force", "--pitch=23.5"])
+                               ("write", "fsync", "pread64", "renameat2"),
+                               ["calibrate", "s", "--force", "--pitch=23.5"])
 
     def test_rename_without_exchange(self):
         for arguments in (["measure", "s", "s/frame.fits"], ["measure", "s", "s/frame.fits", "--output=new.fits"]):
@@ -560,7 +566,8 @@ class Damaged(Folder):
             image = [*start, f"BITPIX  = {bits:20}", "NAXIS   =                    2"]
             for first, second in ((30000, 30000), (10**9, 10**8), (52, 10**9), (2**31, 2**31)):
                 self.write("x.fits", header(*image, f"NAXIS1  = {first:20}", f"NAXIS2  = {second:20}"))
-                for arguments in (["view", "x.fits"], ["measure", "s", "x.fits"], ["loop", "s", "--disturbance=x.fits"]):
+                for arguments in (["view", "x.fits"], ["measure", "s", "x.fits"],
+                                  ["loop", "s", "--disturbance=x.fits"]):
                     text = self.refuses_in_little_memory(*arguments)
                     self.assertIn("x.fits", text)
         self.write("x.fits", header(*start, "BITPIX  =                   16", "NAXIS   =                    2",

@@ -76,9 +76,9 @@ void InputFile::KeepInMemory(std::string_view bytes) {
 }
 
 std::string InputFile::Path() const {
-  const std::string alias = fmt::format("/proc/self/fd/{}", descriptor_.Number());
+  std::string alias = fmt::format("/proc/self/fd/{}", descriptor_.Number());
   if (access(alias.c_str(), F_OK) == 0) return alias;
-  const std::string path = std::filesystem::absolute(name_).string();
+  std::string path = std::filesystem::absolute(name_).string();
   if (is_regular_ && IsHarmless(path)) return path;
   throw std::runtime_error(name_ +
                            ": cannot be opened safely: mount /proc, or give a file on a disk whose path has letters, "

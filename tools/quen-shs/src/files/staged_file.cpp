@@ -44,7 +44,7 @@ bool IsUnknown(int code) { return code == EINVAL || code == ENOSYS || code == EO
 class BrokenPipesAreErrors {
  public:
   BrokenPipesAreErrors() : before_(std::signal(SIGPIPE, SIG_IGN)) {}
-  ~BrokenPipesAreErrors() { std::signal(SIGPIPE, before_); }
+  ~BrokenPipesAreErrors() { static_cast<void>(std::signal(SIGPIPE, before_)); }
   BrokenPipesAreErrors(const BrokenPipesAreErrors&) = delete;
   BrokenPipesAreErrors& operator=(const BrokenPipesAreErrors&) = delete;
   BrokenPipesAreErrors(BrokenPipesAreErrors&&) = delete;
@@ -174,6 +174,25 @@ bool StagedFile::Undo() noexcept {
 
 // --- All of them
 
+namespace {
+
+/// All files take their places, or none does, as far as that is possible.
+void TakePlaces(std::vector<StagedFile>& files) {
+  for (auto file = files.begin(); file != files.end(); ++file) {
+    try {
+      file->TakePlace();
+    } catch (const std::runtime_error& error) {
+      std::string remains;
+      for (auto done = files.begin(); done != file; ++done) {
+        if (!done->Undo()) remains += (remains.empty() ? "" : ", ") + done->Target().name;
+      }
+      throw std::runtime_error(error.what() + (remains.empty() ? "" : "; already replaced: " + remains));
+    }
+  }
+}
+
+}  // namespace
+
 StagedFiles::StagedFiles(const std::vector<std::string>& names) {
   std::vector<OutputTarget> targets;
   for (const std::string& name : names) {
@@ -231,20 +250,6 @@ void StagedFiles::MakeFolders(const OutputTarget& target) {
   for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
     std::filesystem::create_directory(*folder);
     folders_.push_back(*folder);
-  }
-}
-
-void StagedFiles::TakePlaces(std::vector<StagedFile>& files) {
-  for (auto file = files.begin(); file != files.end(); ++file) {
-    try {
-      file->TakePlace();
-    } catch (const std::runtime_error& error) {
-      std::string remains;
-      for (auto done = files.begin(); done != file; ++done) {
-        if (!done->Undo()) remains += (remains.empty() ? "" : ", ") + done->Target().name;
-      }
-      throw std::runtime_error(error.what() + (remains.empty() ? "" : "; already replaced: " + remains));
-    }
   }
 }
 

@@ -99,7 +99,6 @@ class StagedFiles {
   };
 
   void MakeFolders(const OutputTarget& target);
-  void TakePlaces(std::vector<StagedFile>& files);
 
   std::vector<Output> outputs_;
   std::vector<std::string> folders_;  ///< made for the files, to go again if these fail; outermost first
