@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (const char* const name : {"data/M2S.fits", "data/CM.fits", "data/shs_rois.fits"}) {
     quen::fuzz::WriteFile(Path(name), file);
     quen::fuzz::Guarded(file.size(), kLargestElement,
-                        [] { quen::fuzz::Try([] { const quen::basesim::BaseSimulator simulator; }); });
+                        [] { quen::fuzz::TryWithLittleMemory([] { const quen::basesim::BaseSimulator simulator; }); });
     std::filesystem::remove(Path(name));
   }
   return 0;

@@ -14,6 +14,7 @@ namespace {
 using namespace quen::common::Fits;
 using quen::fuzz::Path;
 using quen::fuzz::Try;
+using quen::fuzz::TryWithLittleMemory;
 
 constexpr std::size_t kElements = 4096;
 
@@ -41,9 +42,9 @@ void ReadTables(const std::string& path, const std::string& extension) {
     for (const int as : {TBYTE, TSHORT, TDOUBLE}) {
       Try([&] { ReadColumnPriv(file, buffer.data(), buffer.size(), as, column); });
     }
-    Try([&] { ReadColumnOrThrow<std::uint8_t>(file, column); });
-    Try([&] { ReadColumnOrThrow<std::uint16_t>(file, column); });
-    Try([&] { ReadColumnOrThrow<double>(file, column); });
+    TryWithLittleMemory([&] { ReadColumnOrThrow<std::uint8_t>(file, column); });
+    TryWithLittleMemory([&] { ReadColumnOrThrow<std::uint16_t>(file, column); });
+    TryWithLittleMemory([&] { ReadColumnOrThrow<double>(file, column); });
   }
 }
 

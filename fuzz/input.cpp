@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <stdexcept>
 
 #include "testing/allocations.hpp"
@@ -49,6 +50,16 @@ void Try(const std::function<void()>& action) {
   } catch (const std::invalid_argument&) {
   } catch (const std::out_of_range&) {
   } catch (const std::runtime_error&) {
+  }
+}
+
+void TryWithLittleMemory(const std::function<void()>& action) {
+  constexpr std::size_t kLargest = 1'000'000;
+  const testing::ScarceMemory scarce(kLargest);
+  try {
+    Try(action);
+  } catch (const std::bad_alloc&) {
+  } catch (const std::length_error&) {
   }
 }
 

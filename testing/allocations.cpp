@@ -1,6 +1,7 @@
 #include "testing/allocations.hpp"
 
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
@@ -9,6 +10,7 @@ namespace {
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): operator new has nowhere else to count.
 std::atomic<std::size_t> g_allocations = 0;
 std::atomic<std::size_t> g_largest = 0;
+std::atomic<std::size_t> g_limit = SIZE_MAX;
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 }  // namespace
@@ -19,9 +21,13 @@ std::size_t quen::testing::LargestAllocation() { return g_largest; }
 
 void quen::testing::ForgetLargestAllocation() { g_largest = 0; }
 
+quen::testing::ScarceMemory::ScarceMemory(std::size_t largest) { g_limit = largest; }
+quen::testing::ScarceMemory::~ScarceMemory() { g_limit = SIZE_MAX; }
+
 // NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory): this is where memory comes from.
 void* operator new(std::size_t size) {
   ++g_allocations;
+  if (size > g_limit) throw std::bad_alloc();
   std::size_t largest = g_largest;
   while (size > largest && !g_largest.compare_exchange_weak(largest, size)) {
   }

@@ -8,8 +8,19 @@ namespace quen::testing {
 /// replaces it.
 std::size_t Allocations();
 
-/// Bytes of the largest block that operator new has been asked for, ever or since it was told to forget.
+/// Bytes of the largest block that operator new has given, ever or since it was told to forget.
 std::size_t LargestAllocation();
 void ForgetLargestAllocation();
+
+/// While one lives, operator new has no larger blocks to give than this.
+class ScarceMemory {
+ public:
+  explicit ScarceMemory(std::size_t largest);
+  ~ScarceMemory();
+  ScarceMemory(const ScarceMemory&) = delete;
+  ScarceMemory& operator=(const ScarceMemory&) = delete;
+  ScarceMemory(ScarceMemory&&) = delete;
+  ScarceMemory& operator=(ScarceMemory&&) = delete;
+};
 
 }  // namespace quen::testing

@@ -11,7 +11,6 @@
 namespace quen::shssim {
 namespace {
 
-using basesim::kFrameWidth;
 using common::simd::Level;
 using image_processing::Roi;
 

@@ -102,7 +102,7 @@ TEST(Sweep, NumberOfFramesMustBeOne) {
                                 {"frames", "D", {100.0, frames}}});
     ExpectThrows<std::runtime_error>(
         path + ": expected 0 to 1e+09 frames in its table \"sweep\", found " + found + " in row 2",
-        [&] { quen_shs::ReadSweep(path); });
+        [&] { quen_shs::ReadSweep(quen_shs::InputFile(path)); });
   }
 }
 
