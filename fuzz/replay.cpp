@@ -11,7 +11,7 @@
 
 // Runs a fuzzer over the files of a folder, and over each of them with every single damage; built by any compiler.
 //     NAME_replay FOLDER
-// The input that ends it, by a crash, a broken expectation or more than a second of processor time, is left in the file
+// The input that ends it, by a crash, a broken expectation or more than three seconds of processor time, is left in the file
 // replay_input.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -31,9 +31,9 @@ void KeepInput(int signal) {
 }
 
 void RunOne(const Bytes& input) {
-  constexpr itimerval kSecond = {{0, 0}, {1, 0}};
+  constexpr itimerval kLimit = {{0, 0}, {3, 0}};
   g_input = &input;
-  setitimer(ITIMER_PROF, &kSecond, nullptr);
+  setitimer(ITIMER_PROF, &kLimit, nullptr);
   LLVMFuzzerTestOneInput(input.data(), input.size());
 }
 

@@ -343,8 +343,10 @@ struct Outcome {
 };
 
 std::string RunOperation(const Layer& layer, const Case& each, const Operation& operation, const std::string& folder) {
+  std::filesystem::current_path("/");
   std::filesystem::remove_all(folder);
   std::filesystem::create_directory(folder);
+  std::filesystem::current_path(folder);  // where a bare name in brackets is
   {
     std::ofstream file(folder + "/a.fits", std::ios::binary);
     file.write(reinterpret_cast<const char*>(each.content.data()), static_cast<std::streamsize>(each.content.size()));

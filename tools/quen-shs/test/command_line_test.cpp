@@ -89,7 +89,7 @@ TEST(CommandLine, MessagesCarryNothingThatATerminalObeys) {
   EXPECT_EQ(QuenShs("view x --stretch " + Quoted(hostile)).err,
             "--stretch: expected one of log, zscale, sqrt, linear, found " + shown +
                 "\nRun with --help for more information.\n");
-  EXPECT_EQ(QuenShs("view " + Quoted(hostile)).err, "quen-shs: " + shown + ": cannot be read\n");
+  EXPECT_EQ(QuenShs("view " + Quoted(hostile)).err, "quen-shs: " + shown + ": cannot be read: No such file or directory\n");
 }
 
 TEST(CommandLine, MessagesAreShort) {
@@ -97,7 +97,7 @@ TEST(CommandLine, MessagesAreShort) {
   EXPECT_LT(QuenShs(lengthy).err.size(), 900U);
   const Outcome outcome = QuenShs("view " + lengthy);
   EXPECT_LT(outcome.err.size(), 900U);
-  EXPECT_TRUE(outcome.err.ends_with("xxx: cannot be read\n")) << outcome.err;
+  EXPECT_TRUE(outcome.err.ends_with("xxx: cannot be read: File name too long\n")) << outcome.err;
 }
 
 TEST(CommandLine, ResultsArePlainForPeopleAndWholeForScripts) {

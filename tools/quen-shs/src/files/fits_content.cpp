@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <stdexcept>
 #include <string_view>
 
@@ -10,6 +12,15 @@ namespace quen_shs {
 namespace {
 
 using quen::common::Fits::Handle;
+
+/// Bytes of an image's data, be they more than any number of CFITSIO's.
+double ImageSize(const Handle& handle) {
+  constexpr double kBitsPerByte = 8.0;
+  const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(handle);
+  double size = axes.empty() ? 0.0 : std::abs(bitpix) / kBitsPerByte;
+  for (const std::size_t axis : axes) size *= static_cast<double>(axis);
+  return size;
+}
 
 /// @throws std::runtime_error  what the header declares is not in the file
 void RequireData(const Handle& handle, const InputFile& file) {
@@ -25,9 +36,12 @@ void RequireData(const Handle& handle, const InputFile& file) {
     throw std::runtime_error(fmt::format("{}: its header cannot be read (CFITSIO status {})", file.Name(), status));
   }
   // The last block may be cut, which its reading tells. Rows may be declared to be empty, any number of them.
-  if (end - kBlock < size && rows <= size) return;
-  throw std::runtime_error(fmt::format(
-      "{}: expected {} bytes, as its header declares, found {}; the file may be cut short", file.Name(), end, size));
+  const bool is_image = handle->hdu_type == IMAGE_HDU;
+  const bool has_pixels = !is_image || ImageSize(handle) <= static_cast<double>(size);
+  if (has_pixels && end - kBlock < size && rows <= size) return;
+  throw std::runtime_error(
+      fmt::format("{}: expected {:.0f} bytes, as its header declares, found {}; the file may be cut short", file.Name(),
+                  std::max(is_image ? ImageSize(handle) : 0.0, static_cast<double>(end)), size));
 }
 
 }  // namespace
