@@ -1,5 +1,5 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -8,13 +8,10 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <map>
 #include <set>
 
 #include "common/fits/fits.hpp"
@@ -30,6 +27,7 @@
 /// disk there, which the library fences off; those damages are listed.
 
 /// CFITSIO notes the time of writing in checksum cards. Here it stands still.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): in no reserved words.
 extern "C" time_t time(time_t* result) noexcept {
   constexpr time_t kNow = 1'700'000'000;
   if (result != nullptr) *result = kNow;
@@ -347,10 +345,7 @@ std::string RunOperation(const Layer& layer, const Case& each, const Operation& 
   std::filesystem::remove_all(folder);
   std::filesystem::create_directory(folder);
   std::filesystem::current_path(folder);  // where a bare name in brackets is
-  {
-    std::ofstream file(folder + "/a.fits", std::ios::binary);
-    file.write(reinterpret_cast<const char*>(each.content.data()), static_cast<std::streamsize>(each.content.size()));
-  }
+  std::ofstream(folder + "/a.fits", std::ios::binary) << quen::fuzz::Text(each.content);
   Transcript transcript;
   operation(layer, PathOf(folder, each), transcript);
   SayMessages(transcript);
@@ -372,45 +367,44 @@ void Restart() {
   setitimer(ITIMER_PROF, &kLimit, nullptr);
 }
 
-/// All operations on all cases, from number `first` on; returns where the process ended early, or the end. Outcomes go
-/// into a file, each with its length before it.
+/// All operations on all cases, from number `first` on. Outcomes go into a file, each after its length.
 void RunFrom(const Layer& layer, const std::vector<Case>& cases, std::size_t first, const std::string& folder,
-             std::FILE* out) {
+             const std::string& outcomes) {
   Limit();
-  static_cast<void>(std::freopen("/dev/null", "w", stderr));
+  dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+  std::ofstream out(outcomes, std::ios::binary);
   const std::size_t count = cases.size() * Operations().size();
   for (std::size_t at = first; at < count; ++at) {
     Restart();
     const std::string text =
         RunOperation(layer, cases[at / Operations().size()], Operations()[at % Operations().size()], folder);
-    const std::size_t size = text.size();
-    std::fwrite(&size, sizeof(size), 1, out);
-    std::fwrite(text.data(), 1, size, out);
-    std::fflush(out);
+    out << text.size() << '\n' << text << std::flush;
+  }
+}
+
+/// Those in a file, as far as they are whole.
+void ReadOutcomes(const std::string& path, std::vector<Outcome>& outcomes) {
+  std::ifstream in(path, std::ios::binary);
+  for (std::size_t size = 0; in >> size;) {
+    in.get();
+    std::string text(size, ' ');
+    if (in.read(text.data(), static_cast<std::streamsize>(size))) outcomes.push_back({text});
   }
 }
 
 std::vector<Outcome> RunAll(const Layer& layer, const std::vector<Case>& cases, const TempDir& room) {
-  const std::string folder = room / "work";
   std::vector<Outcome> outcomes;
   const std::size_t count = cases.size() * Operations().size();
   while (outcomes.size() < count) {
     const std::string path = room / "outcomes";
-    std::FILE* const out = std::fopen(path.c_str(), "w+b");
     const pid_t child = fork();
     if (child == 0) {
-      RunFrom(layer, cases, outcomes.size(), folder, out);
+      RunFrom(layer, cases, outcomes.size(), room / "work", path);
       _exit(0);
     }
     int status = 0;
     waitpid(child, &status, 0);
-    std::rewind(out);
-    for (std::size_t size = 0; std::fread(&size, sizeof(size), 1, out) == 1;) {
-      std::string text(size, ' ');
-      if (std::fread(text.data(), 1, size, out) != size) break;
-      outcomes.push_back({text});
-    }
-    std::fclose(out);
+    ReadOutcomes(path, outcomes);
     if (outcomes.size() < count) outcomes.push_back({"", WIFSIGNALED(status) ? WTERMSIG(status) : -1});
   }
   return outcomes;
@@ -484,7 +478,7 @@ std::string Table(const std::string& rows, const std::vector<std::string>& more 
   return Header(cards);
 }
 
-const std::string kBlock(2880, '\0');
+std::string Block() { return std::string(2880, '\0'); }
 
 void Need(int status) {
   if (status != 0) throw std::runtime_error("a file for the comparison: CFITSIO status " + std::to_string(status));
@@ -516,10 +510,13 @@ Bytes MadeImage(int bitpix, std::vector<long> axes) {
 
 void AddTable(fitsfile* file, int type, std::vector<std::string> names, std::vector<std::string> formats,
               const char* name, int* status) {
-  std::vector<char*> name_list;
-  std::vector<char*> format_list;
-  for (std::string& text : names) name_list.push_back(text.data());
-  for (std::string& text : formats) format_list.push_back(text.data());
+  const auto pointers = [](std::vector<std::string>& texts) {
+    std::vector<char*> list(texts.size());
+    std::ranges::transform(texts, list.begin(), [](std::string& text) { return text.data(); });
+    return list;
+  };
+  std::vector<char*> name_list = pointers(names);
+  std::vector<char*> format_list = pointers(formats);
   fits_create_tbl(file, type, 0, static_cast<int>(names.size()), name_list.data(), format_list.data(), nullptr, name,
                   status);
   std::vector<double> ramp = quen::testing::Ramp(7);
@@ -571,11 +568,13 @@ const std::vector<File>& HealthyFiles() {
       {"empty table", AsBytes(Primary() + Table("0"))},
       {"groups", AsBytes(Header({"SIMPLE  = T", "BITPIX  = 16", "NAXIS   = 2", "NAXIS1  = 0", "NAXIS2  = 6",
                                  "GROUPS  = T", "PCOUNT  = 2", "GCOUNT  = 3"}) +
-                         kBlock)},
+                         Block())},
       {"nothing", {}},
       {"no FITS", AsBytes("text")}};
   return files;
 }
+
+// NOLINTBEGIN(performance-inefficient-string-concatenation): files as they are made up read best so.
 
 /// Odd, but taken by CFITSIO, or refused in its own words.
 std::vector<File> OddFiles() {
@@ -586,21 +585,21 @@ std::vector<File> OddFiles() {
         "TITLES  =====================================================================", "NAXIS1  = -1",
         "TUNIT1  = 7777777777777777777777777777777777777777777777777777777777777777777777"}) {
     files.push_back({std::string("primary, ") + card, AsBytes(Primary({card}))});
-    files.push_back({std::string("image, ") + card, AsBytes(Image({"6", "4"}, {card}) + kBlock)});
+    files.push_back({std::string("image, ") + card, AsBytes(Image({"6", "4"}, {card}) + Block())});
     files.push_back(
-        {std::string("behind, ") + card, AsBytes(Primary() + Table("1") + kBlock + Table("1", {card}) + kBlock)});
+        {std::string("behind, ") + card, AsBytes(Primary() + Table("1") + Block() + Table("1", {card}) + Block())});
     if (std::string_view(card).starts_with("THEAP")) continue;
-    files.push_back({std::string("table, ") + card, AsBytes(Primary() + Table("1", {card}) + kBlock)});
+    files.push_back({std::string("table, ") + card, AsBytes(Primary() + Table("1", {card}) + Block())});
   }
   for (const char* const axis : {"-1", "0", "-9223372036854775808", "9223372036854775807", "4611686018427387904", "1E3",
                                  "'6'", "6.0", "18446744073709551616"}) {
-    files.push_back({std::string("axis ") + axis, AsBytes(Image({axis, "4"}) + kBlock)});
-    files.push_back({std::string("rows ") + axis, AsBytes(Primary() + Table(axis) + kBlock)});
+    files.push_back({std::string("axis ") + axis, AsBytes(Image({axis, "4"}) + Block())});
+    files.push_back({std::string("rows ") + axis, AsBytes(Primary() + Table(axis) + Block())});
   }
   for (const char* const name : {"TTYPE1  = 777777777777777777777777777777777777777777777777777777777777777777777",
                                  "TTYPE2  = 7777777777777777777777777777777777777777777777777777777777777777777777",
                                  "TTYPE1  = (7777777777777777777777777777777777777777777777777777777777777777777)"}) {
-    files.push_back({name, AsBytes(Primary() + Table("1", {}, name) + kBlock)});
+    files.push_back({name, AsBytes(Primary() + Table("1", {}, name) + Block())});
   }
   for (const char* const format : {"'0A'", "'0D'", "'-1A'", "'0X'", "'0PD(0)'", "'0A8'", "''"}) {
     files.push_back({std::string("format ") + format,
@@ -609,10 +608,10 @@ std::vector<File> OddFiles() {
                                      "PCOUNT  = 0", "GCOUNT  = 1", "TFIELDS = 3", std::string("TFORM1  = ") + format,
                                      "TFORM2  = 'D'", "TTYPE1  = 'x'", "TTYPE2  = 'y'",
                                      std::string("TFORM3  = ") + format, "EXTNAME = 'rois'"}) +
-                             kBlock)});
+                             Block())});
   }
   files.push_back({"lacks 20 MB", AsBytes(Primary() + Table("2500000"))});
-  files.push_back({"99 axes", AsBytes(Image(std::vector<std::string>(99, "1")) + kBlock)});
+  files.push_back({"99 axes", AsBytes(Image(std::vector<std::string>(99, "1")) + Block())});
   return files;
 }
 
@@ -621,22 +620,24 @@ std::vector<File> DamagedFiles() {
   std::vector<File> files;
   for (const char* const name : {"TTYPE1  = 7777777777777777777777777777777777777777777777777777777777777777777777",
                                  "TTYPE1  = (77777777777777777777777777777777777777777777777777777777777777777777)"}) {
-    files.push_back({"TTYPE", AsBytes(Primary() + Table("1", {}, name) + kBlock)});
-    files.push_back({"TTYPE", AsBytes(Primary() + Table("1") + kBlock + Table("1", {}, name) + kBlock)});
+    files.push_back({"TTYPE", AsBytes(Primary() + Table("1", {}, name) + Block())});
+    files.push_back({"TTYPE", AsBytes(Primary() + Table("1") + Block() + Table("1", {}, name) + Block())});
   }
   for (const char* const heap : {"-1", "-2880", "-5000", "-9000", "9223372036854775807"}) {
-    files.push_back({"THEAP", AsBytes(Primary() + Table("1", {std::string("THEAP   = ") + heap}) + kBlock)});
+    files.push_back({"THEAP", AsBytes(Primary() + Table("1", {std::string("THEAP   = ") + heap}) + Block())});
   }
-  files.push_back({"NAXIS", AsBytes(Image(std::vector<std::string>(150, "1")) + kBlock)});
-  files.push_back({"NAXIS", AsBytes(Image({"100000", "100000"}) + kBlock)});
-  files.push_back({"NAXIS", AsBytes(Primary() + Table("100000000000") + kBlock)});
+  files.push_back({"NAXIS", AsBytes(Image(std::vector<std::string>(150, "1")) + Block())});
+  files.push_back({"NAXIS", AsBytes(Image({"100000", "100000"}) + Block())});
+  files.push_back({"NAXIS", AsBytes(Primary() + Table("100000000000") + Block())});
   files.push_back({"NAXIS", AsBytes(Primary() +
                                     Header({"XTENSION= 'IMAGE'", "BITPIX  = 8", "NAXIS   = 2", "NAXIS1  = 64",
                                             "NAXIS2  = 288230376151711654", "PCOUNT  = 0", "GCOUNT  = 1"}) +
-                                    kBlock)});
-  files.push_back({"OBJECT", AsBytes(Image({"6", "4"}, {"OBJECT  = 77777777777777777777777777777"}) + kBlock)});
+                                    Block())});
+  files.push_back({"OBJECT", AsBytes(Image({"6", "4"}, {"OBJECT  = 77777777777777777777777777777"}) + Block())});
   return files;
 }
+
+// NOLINTEND(performance-inefficient-string-concatenation)
 
 /// CFITSIO's extended syntax behind a file's name.
 constexpr std::array kSuffixes = {
@@ -649,9 +650,9 @@ constexpr std::array kSuffixes = {
 
 /// How CFITSIO ends, left alone, after which damage.
 struct Defect {
-  const char* card;  ///< root of the keyword, or "cut" for a file cut short
-  int signal;        ///< as it shows without sanitizers
-  const char* what;
+  const char* card = "";  ///< root of the keyword, or "cut" for a file cut short
+  int signal = 0;         ///< as it shows without sanitizers
+  const char* what = "";
   const char* refusal = "";  ///< how the library's outcome shows that it is for that reason
 };
 

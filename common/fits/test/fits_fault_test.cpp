@@ -75,6 +75,7 @@ TEST(FitsFault, FailingLookThroughHeadersIsNoFailure) {
 
 // NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast): what dlsym returns.
 /// What streams read by; CFITSIO reads by fread.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): in no reserved words.
 extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
   static const auto real = reinterpret_cast<decltype(&read)>(dlsym(RTLD_NEXT, "read"));
   if (g_good_reads-- > 0) return real(descriptor, buffer, size);

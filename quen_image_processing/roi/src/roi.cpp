@@ -9,11 +9,13 @@
 #include "common/logging/logging.hpp"
 
 // The place that a log record carries, whatever the compiler calls it: hosts filter by these texts.
+// NOLINTBEGIN(cppcoreguidelines-macro-usage): the logging facility's own.
 #undef LOG4CPLUS_MACRO_FILE
 #define LOG4CPLUS_MACRO_FILE() "../quen_image_processing/roi/src/roi"
 #undef LOG4CPLUS_MACRO_FUNCTION
 #define LOG4CPLUS_MACRO_FUNCTION() \
   "quen::image_processing::Roi::Roi(uint16_t, uint16_t, uint16_t, uint16_t, uint16_t, uint16_t, double, double)"
+// NOLINTEND(cppcoreguidelines-macro-usage)
 
 namespace quen::image_processing {
 namespace {

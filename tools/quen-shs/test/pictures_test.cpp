@@ -272,7 +272,8 @@ TEST(Picture, SweepOfAnyNumbers) {
     const std::vector<quen_shs::SweepPoint> points = {
         {one, other, 1.0, 10}, {0.5, one, other, 10}, {other, 1.0, one, 10}, {0.7, other, 2.0, 10}};
     ExpectDrawn([&] { return quen_shs::DrawSweep(points); });
-    if (one == other) ExpectDrawn([&] { return quen_shs::DrawSweep({{one, one, one, 1}}); });
+    const std::vector<quen_shs::SweepPoint> single = {{one, one, one, 1}};
+    if (one == other) ExpectDrawn([&] { return quen_shs::DrawSweep(single); });
   }
 }
 
@@ -373,7 +374,7 @@ TEST(Picture, TooLargeIsASentence) {
 TEST(Picture, ThatCouldNotBeDrawnIsNotWritten) {
   const quen_shs::Canvas canvas(100, 100);
   cairo_restore(canvas.Cairo());  // nothing was saved
-  EXPECT_THROW(canvas.Png(), std::runtime_error);
+  EXPECT_THROW(static_cast<void>(canvas.Png()), std::runtime_error);
 }
 
 TEST(Typeface, IsThereWithoutAnyFont) {
@@ -397,12 +398,12 @@ TEST(Typeface, AsksNobodyAndWritesNothing) {
   const TempDir folder;
   quen::testing::WriteImage(folder / "m.fits", DOUBLE_IMG, {2, 2}, {1.0, 2.0, 3.0, 4.0});
   std::filesystem::create_directory(folder / "home");
-  const std::string view = std::string(QUEN_SHS) + " view " + (folder / "m.fits");
+  const std::string view = " " + std::string(QUEN_SHS) + " view " + (folder / "m.fits");
   for (const std::string& environment :
        {"HOME=" + (folder / "home"), "XDG_CACHE_HOME=" + (folder / "home"), std::string("-u HOME"),
         std::string("HOME=/proc"), std::string("FONTCONFIG_FILE=/nonexistent"),
         std::string("FONTCONFIG_PATH=/nonexistent"), std::string("FC_DEBUG=1"), std::string("LC_ALL=xx_YY.what")}) {
-    const Outcome outcome = quen::testing::Run("env " + environment + " " + view);
+    const Outcome outcome = quen::testing::Run(std::string("env ").append(environment).append(view));
     EXPECT_EQ(outcome.exit_code, 0) << environment;
     EXPECT_EQ(outcome.err, "") << environment;
     EXPECT_EQ(outcome.out, "wrote " + (folder / "m.png") + "\n") << environment;

@@ -33,9 +33,8 @@ bool IsHarmless(const std::string& path) {
 
 }  // namespace
 
-InputFile::InputFile(const std::string& name) : name_(name) {
-  // A pipe without a writer is waited for when it is read, which a signal can end at any moment.
-  descriptor_ = Descriptor(Open(name, O_RDONLY | O_NONBLOCK));
+// A pipe without a writer is waited for when it is read, which a signal can end at any moment.
+InputFile::InputFile(const std::string& name) : name_(name), descriptor_(Open(name, O_RDONLY | O_NONBLOCK)) {
   struct stat status {};
   if (!descriptor_.IsOpen() || fstat(descriptor_.Number(), &status) != 0) RefuseToRead(name, std::strerror(errno));
   if (S_ISDIR(status.st_mode)) throw std::runtime_error(name + ": expected a file, found a folder");

@@ -143,6 +143,7 @@ void RefuseToReplace(const std::string& folder, bool force) {
 
 std::vector<std::string> CalibrationNames(const std::string& folder) {
   std::vector<std::string> names;
+  names.reserve(kCalibrationFiles.size());
   for (const char* const name : kCalibrationFiles) names.push_back((std::filesystem::path(folder) / name).string());
   return names;
 }

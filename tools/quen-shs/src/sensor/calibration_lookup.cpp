@@ -25,7 +25,7 @@ std::string Missing(const std::string& folder, const std::string& path) {
 
 // The library asks its host's lookup first; this one knows the files that the user named.
 std::string pim::Helper::FindFile(const std::string& name) {
-  const auto file = std::ranges::find(quen_shs::kCalibrationFiles, name);
+  const auto* const file = std::ranges::find(quen_shs::kCalibrationFiles, name);
   const auto index = static_cast<std::size_t>(file - quen_shs::kCalibrationFiles.begin());
   return index < Files().size() ? Files()[index].Path() : "";
 }
