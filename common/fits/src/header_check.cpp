@@ -102,6 +102,13 @@ std::int64_t Product(std::int64_t a, std::int64_t b) {
 
 std::int64_t Padded(std::int64_t size) { return Product(Sum(size, kBlock - 1) / kBlock, kBlock); }
 
+/// Bytes of an element by its BITPIX; 0 if it is none.
+std::int64_t BytesOf(std::int64_t bitpix) {
+  constexpr std::array<std::int64_t, 6> kKnown = {8, 16, 32, 64, -32, -64};
+  constexpr int kBitsPerByte = 8;
+  return std::ranges::find(kKnown, bitpix) == kKnown.end() ? 0 : std::abs(bitpix) / kBitsPerByte;
+}
+
 /// One header, as its cards come.
 class Header {
  public:
@@ -133,9 +140,9 @@ class Header {
 
   /// Whether it begins as CFITSIO wants it to. CFITSIO does not go on otherwise.
   [[nodiscard]] bool IsWellFormed() const {
-    if (!is_in_order_ || axes_in_order_ != axes_) return false;
+    if (!is_in_order_ || bytes_ == 0 || axes_in_order_ != axes_) return false;
     if (type_ == "TABLE" && parameters_ != 0) return false;
-    return !IsTable() || (axes_ == 2 && bits_ == 8 && parameters_ >= 0 && groups_ == 1 && columns_ >= 0);
+    return !IsTable() || (axes_ == 2 && bytes_ == 1 && parameters_ >= 0 && groups_ == 1 && columns_ >= 0);
   }
 
   /// The number of the column whose name CFITSIO would copy beyond its room; 0 if there is none.
@@ -157,7 +164,7 @@ class Header {
 
   /// Bytes of data.
   [[nodiscard]] std::int64_t DataSize() const {
-    return axes_ == 0 ? 0 : Product(Product(Sum(parameters_, elements_), std::abs(bits_) / 8), groups_);
+    return axes_ == 0 ? 0 : Product(Product(Sum(parameters_, elements_), bytes_), groups_);
   }
 
   /// Bytes to the end of the data that CFITSIO leaves as they are.
@@ -174,7 +181,7 @@ class Header {
       type_ = card.keyword == "XTENSION" ? Text(card) : "";
       is_in_order_ = card.keyword == "XTENSION" || card.keyword == "SIMPLE";
     } else if (position == 1) {
-      bits_ = Number(card);
+      bytes_ = BytesOf(Number(card));
       is_in_order_ = is_in_order_ && card.keyword == "BITPIX";
     } else if (position == 2) {
       axes_ = Number(card);
@@ -197,7 +204,7 @@ class Header {
   std::string type_;
   std::string name_;
   std::string other_name_;
-  std::int64_t bits_ = 0;
+  std::int64_t bytes_ = 0;  // of an element
   std::int64_t axes_ = 0;
   std::int64_t elements_ = 1;
   std::int64_t parameters_ = 0;

@@ -8,6 +8,7 @@
 
 #include "common/fits/fits.hpp"
 #include "common/fits/src/status.hpp"
+#include "testing/allocations.hpp"
 #include "testing/environment.hpp"
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
@@ -287,8 +288,9 @@ TEST(MissingData, FileThatLacksItsLastBlockIsMadeWhole) {
 TEST(FitsTable, RowsThatNoMemoryHoldsEndInBadAlloc) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
-  WriteText(path, Primary() + Table("100000000000000", {"TTYPE1  = 'x       '", "EXTNAME = 'rois    '"}));
+  WriteText(path, Primary() + Table("1000000", {"TTYPE1  = 'x       '", "EXTNAME = 'rois    '"}));
   const Handle file = FitsFile(path, "rois");
+  const quen::testing::ScarceMemory scarce(1'000'000);
   EXPECT_THROW(quen::common::Fits::ReadColumnOrThrow<double>(file, "x"), std::bad_alloc);
 }
 
