@@ -687,6 +687,7 @@ constexpr std::array kDefects = {
     Defect{"OBJECT", SIGABRT, "overruns its room for a complaint about a long value"},
     Defect{"cut", 0, "converts text that it could not read", "Cannot read number from ASCII table"},
     Defect{"cut", 0, "converts numbers that it could not read", "Numerical overflow during type conversion"},
+    Defect{"cut", 0, "looks at a number of axes that it could not read", "array dimensions too big"},
     Defect{"cut", SIGFPE, "divides by the width of a column that it has no format of"},
     Defect{"cut", SIGSEGV, "follows the null pointer of columns that it counts and does not know"},
 };
