@@ -89,7 +89,8 @@ TEST(CommandLine, MessagesCarryNothingThatATerminalObeys) {
   EXPECT_EQ(QuenShs("view x --stretch " + Quoted(hostile)).err,
             "--stretch: expected one of log, zscale, sqrt, linear, found " + shown +
                 "\nRun with --help for more information.\n");
-  EXPECT_EQ(QuenShs("view " + Quoted(hostile)).err, "quen-shs: " + shown + ": cannot be read: No such file or directory\n");
+  EXPECT_EQ(QuenShs("view " + Quoted(hostile)).err,
+            "quen-shs: " + shown + ": cannot be read: No such file or directory\n");
 }
 
 TEST(CommandLine, MessagesAreShort) {
