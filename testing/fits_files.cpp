@@ -92,6 +92,24 @@ std::vector<char> BytesWithoutChecksums(const std::string& path) {
   return bytes;
 }
 
+std::string Header(const std::vector<std::string>& cards) {
+  std::string text;
+  for (std::string card : cards) {
+    card.resize(80, ' ');
+    text += card;
+  }
+  text += "END";
+  text.resize((text.size() + 2879) / 2880 * 2880, ' ');
+  return text;
+}
+
+std::string Primary(const std::vector<std::string>& more) {
+  std::vector<std::string> cards = {"SIMPLE  =                    T", "BITPIX  =                    8",
+                                    "NAXIS   =                    0"};
+  cards.insert(cards.end(), more.begin(), more.end());
+  return Header(cards);
+}
+
 void WriteText(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 
 }  // namespace quen::testing

@@ -38,6 +38,12 @@ std::vector<char> Bytes(const std::string& path);
 /// The same without the checksum cards of a FITS file, which carry the time of writing.
 std::vector<char> BytesWithoutChecksums(const std::string& path);
 
+/// A header: cards of 80 characters, an END, and blanks up to a whole block.
+std::string Header(const std::vector<std::string>& cards);
+
+/// The header of an empty primary image, with more cards.
+std::string Primary(const std::vector<std::string>& more = {});
+
 /// Makes a file of these characters.
 void WriteText(const std::string& path, const std::string& text);
 

@@ -1,12 +1,13 @@
 #include "shssim/src/render_frame.hpp"
 
+#include <algorithm>
 #include <cmath>
 
 #include "basesim/base_simulator.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "shssim/src/noise.hpp"
 #include "shssim/src/spot_kernel.hpp"
-#include "shssim/src/truncation.hpp"
+#include "shssim/truncation.hpp"
 
 namespace quen::shssim {
 namespace {
@@ -68,7 +69,9 @@ void Check(const Spot& spot, double noise, FrameBuffers frame) {
 
 }  // namespace
 
-bool HasPixels(const std::vector<Roi>& rois) { return PixelCount(rois) > 0; }
+bool HasPixels(const std::vector<Roi>& rois) {
+  return std::ranges::any_of(rois, [](const Roi& roi) { return Width(roi) * Height(roi) > 0; });
+}
 
 void CheckNoise(double noise) { [[maybe_unused]] const std::uniform_real_distribution<double> checked(-noise, noise); }
 

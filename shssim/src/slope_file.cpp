@@ -1,7 +1,7 @@
 #include "shssim/src/slope_file.hpp"
 
 #include "common/fits/fits.hpp"
-#include "shssim/src/truncation.hpp"
+#include "shssim/truncation.hpp"
 
 namespace quen::shssim {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "basesim/base_simulator.hpp"
 #include "shssim/shs_simulator.hpp"
-#include "shssim/src/truncation.hpp"
+#include "shssim/truncation.hpp"
 
 // Why the bits are those of the formula.
 //

@@ -5,8 +5,8 @@
 #include <limits>
 
 #include "common/random/random.hpp"
-#include "shssim/src/truncation.hpp"
 #include "shssim/test/simulator_under_test.hpp"
+#include "shssim/truncation.hpp"
 #include "testing/allocations.hpp"
 #include "testing/calibration.hpp"
 #include "testing/exceptions.hpp"

@@ -6,7 +6,6 @@
 namespace quen::common::Fits {
 namespace {
 
-constexpr std::int64_t kBlock = 2880;
 constexpr std::int64_t kMostFilled = 100'000'000;
 constexpr std::int64_t kMostSummed = 3'000'000'000;  // bytes; CFITSIO takes a third of a nanosecond for a missing one
 

@@ -11,6 +11,8 @@
 
 namespace quen::common::Fits {
 
+inline constexpr std::int64_t kBlock = 2880;  ///< bytes; headers and data units are padded to whole ones
+
 /// Whether CFITSIO can leave an HDU of a file opened for writing: it writes within its buffers, and the file grows by no
 /// more than 100 MB.
 /// @param end   where in the file the data are to end, as CFITSIO adds it up: wrapped around where sizes are absurd

@@ -21,7 +21,6 @@ namespace quen::common::Fits {
 namespace {
 
 constexpr std::size_t kCard = 80;
-constexpr std::int64_t kBlock = 2880;
 constexpr std::size_t kKeyword = 8;  // characters
 
 // --- Cards ---------------------------------------------------------------------------------------------------------

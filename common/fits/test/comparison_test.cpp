@@ -39,7 +39,9 @@ namespace {
 namespace library = quen::common::Fits;
 using quen::common::Fits::Handle;
 using quen::fuzz::Bytes;
+using quen::testing::Header;
 using quen::testing::Plain;
+using quen::testing::Primary;
 using quen::testing::TempDir;
 
 // --- The two layers ------------------------------------------------------------------------------------------------
@@ -428,25 +430,6 @@ std::string Difference(const Outcome& ours, const Outcome& theirs) {
 // --- Files -------------------------------------------------------------------------------------------------------
 
 Bytes AsBytes(const std::string& text) { return {text.begin(), text.end()}; }
-
-/// Cards of 80 characters, an END, and blanks up to a whole block.
-std::string Header(const std::vector<std::string>& cards) {
-  std::string text;
-  for (std::string card : cards) {
-    card.resize(80, ' ');
-    text += card;
-  }
-  text += "END";
-  text.resize((text.size() + 2879) / 2880 * 2880, ' ');
-  return text;
-}
-
-std::string Primary(const std::vector<std::string>& more = {}) {
-  std::vector<std::string> cards = {"SIMPLE  =                    T", "BITPIX  =                    8",
-                                    "NAXIS   =                    0"};
-  cards.insert(cards.end(), more.begin(), more.end());
-  return Header(cards);
-}
 
 std::string Image(const std::vector<std::string>& axes, const std::vector<std::string>& more = {}) {
   std::vector<std::string> cards = {"SIMPLE  =                    T", "BITPIX  =                  -64",

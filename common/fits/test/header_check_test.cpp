@@ -27,27 +27,10 @@ using quen::common::Fits::WayToTable;
 using quen::common::Fits::WriteColumnPriv;
 using quen::common::Fits::WriteImgPriv;
 using quen::common::Fits::WriteTable;
+using quen::testing::Header;
+using quen::testing::Primary;
 using quen::testing::TempDir;
 using quen::testing::WriteText;
-
-/// Cards of 80 characters, an END, and blanks up to a whole block.
-std::string Header(const std::vector<std::string>& cards) {
-  std::string text;
-  for (std::string card : cards) {
-    card.resize(80, ' ');
-    text += card;
-  }
-  text += "END";
-  text.resize((text.size() + 2879) / 2880 * 2880, ' ');
-  return text;
-}
-
-std::string Primary(const std::vector<std::string>& more = {}) {
-  std::vector<std::string> cards = {"SIMPLE  =                    T", "BITPIX  =                    8",
-                                    "NAXIS   =                    0"};
-  cards.insert(cards.end(), more.begin(), more.end());
-  return Header(cards);
-}
 
 std::string Table(const std::string& rows, const std::vector<std::string>& more = {}) {
   std::vector<std::string> cards = {"XTENSION= 'BINTABLE'",

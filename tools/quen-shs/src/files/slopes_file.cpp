@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "common/fits/fits.hpp"
+#include "shssim/truncation.hpp"
 #include "tools/quen-shs/src/files/fits_content.hpp"
 #include "tools/quen-shs/src/files/memory_fits.hpp"
 #include "tools/quen-shs/src/sensor/geometry.hpp"
@@ -20,13 +21,7 @@ using quen::common::Fits::CppToFits;
 using quen::common::Fits::Handle;
 using quen::common::Fits::WriteColumnPriv;
 using quen::image_processing::Roi;
-
-/// The low 16 bits of a value truncated to a 32-bit integer, as the library records reference points.
-std::uint16_t WholePixels(double value) {
-  constexpr double kBeyond = 2147483648.0;  // 2³¹
-  const bool fits = value > -kBeyond - 1.0 && value < kBeyond;
-  return fits ? static_cast<std::uint16_t>(static_cast<std::int32_t>(value)) : std::uint16_t{0};
-}
+using quen::shssim::TruncateToPixel;
 
 template <typename T>
 std::vector<T> ReadColumn(const std::string& name, const Handle& file, const char* column) {
@@ -82,10 +77,10 @@ void WriteRois(MemoryFits& fits, const std::vector<Roi>& rois) {
   };
   write([](const Roi& roi) { return roi.x_low; });
   write([](const Roi& roi) { return roi.x_up; });
-  write([](const Roi& roi) { return WholePixels(roi.x_ref); });
+  write([](const Roi& roi) { return TruncateToPixel(roi.x_ref); });
   write([](const Roi& roi) { return roi.y_low; });
   write([](const Roi& roi) { return roi.y_up; });
-  write([](const Roi& roi) { return WholePixels(roi.y_ref); });
+  write([](const Roi& roi) { return TruncateToPixel(roi.y_ref); });
 }
 
 }  // namespace

@@ -25,6 +25,17 @@ void TryAgainOrThrow() {
   if (code != EINTR && code != EAGAIN) ThrowSystemError(code);
 }
 
+/// Takes in what a read into `piece` gave.
+/// @return  whether there may be more
+bool Append(std::string& bytes, const std::string& piece, ssize_t count) {
+  if (count < 0) {
+    TryAgainOrThrow();
+  } else {
+    bytes.append(piece, 0, static_cast<std::size_t>(count));
+  }
+  return count != 0;
+}
+
 /// @param most  of a piece
 void WritePieces(int descriptor, std::string_view bytes, std::size_t most, bool may_block) {
   while (!bytes.empty()) {
@@ -63,12 +74,7 @@ std::string ReadToEnd(int descriptor, std::size_t most) {
   while (bytes.size() <= most) {
     WaitFor(descriptor, POLLIN);
     const ssize_t count = read(descriptor, piece.data(), std::min(piece.size(), most + 1 - bytes.size()));
-    if (count == 0) break;
-    if (count < 0) {
-      TryAgainOrThrow();
-    } else {
-      bytes.append(piece, 0, static_cast<std::size_t>(count));
-    }
+    if (!Append(bytes, piece, count)) break;
   }
   return bytes;
 }
@@ -79,12 +85,7 @@ std::string ReadAt(int descriptor, std::size_t position, std::size_t size) {
   while (bytes.size() < size) {
     const ssize_t count = pread(descriptor, piece.data(), std::min(piece.size(), size - bytes.size()),
                                 static_cast<off_t>(position + bytes.size()));
-    if (count == 0) break;
-    if (count < 0) {
-      TryAgainOrThrow();
-    } else {
-      bytes.append(piece, 0, static_cast<std::size_t>(count));
-    }
+    if (!Append(bytes, piece, count)) break;
   }
   return bytes;
 }

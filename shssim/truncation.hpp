@@ -2,6 +2,9 @@
 
 #include <cstdint>
 
+/// @file
+/// How values become pixels. Internal to the project; not installed.
+
 namespace quen::shssim {
 
 /// Truncates toward zero to a 32-bit integer. What does not fit, infinities and NaN give the most negative one, as the
