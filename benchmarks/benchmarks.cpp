@@ -13,12 +13,12 @@
 #include "common/random/uniform_stream.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "shssim/src/render_frame.hpp"
-#include "tools/quen-shs/src/engines/engines.hpp"
-#include "tools/quen-shs/src/files/frame_file.hpp"
-#include "tools/quen-shs/src/files/slopes_file.hpp"
-#include "tools/quen-shs/src/loop/control_loop.hpp"
-#include "tools/quen-shs/src/sensor/calibration.hpp"
-#include "tools/quen-shs/src/sensor/calibration_lookup.hpp"
+#include "workbench/engines/engines.hpp"
+#include "workbench/loop/control_loop.hpp"
+#include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/frame_file.hpp"
+#include "workbench/sensor/slopes_file.hpp"
 
 // Names are GROUP/ROW; scripts/bench prints each row's time and its ratio to the first row of its group.
 
@@ -129,7 +129,7 @@ void AddStages(Scene& scene) {
 }
 
 /// Measures the used sub-apertures as ComputeSlopes does.
-void MeasureBare(const Scene& scene, quen_shs::Engine& engine) {
+void MeasureBare(const Scene& scene, quen::workbench::Engine& engine) {
   std::size_t used = 0;
   for (std::size_t i = 0; used < 607; ++i) {
     if (scene.simulator.RoisUsed()[i] == 0) continue;
@@ -151,7 +151,7 @@ void AddEngines(Scene& scene) {
   for (const char* const name :
        {"centre-of-gravity", "centre-of-gravity:threshold=30", "windowed", "windowed:around=reference", "weighted",
         "brightest", "quad-cell", "correlation", "gaussian-fit"}) {
-    const std::shared_ptr<quen_shs::Engine> engine = quen_shs::MakeEngine(name);
+    const std::shared_ptr<quen::workbench::Engine> engine = quen::workbench::MakeEngine(name);
     Add(std::string("engines/") + name, [&scene, engine] { MeasureBare(scene, *engine); });
   }
 }
@@ -168,13 +168,13 @@ void AddFiles(Scene& scene, const std::string& folder) {
 }
 
 void AddLoop(Scene& scene) {
-  const quen_shs::Series disturbance =
-      quen_shs::TurbulentSeries(/*frames=*/20, quen_shs::ZernikeBasis().variances, /*strength=*/20.0, /*seed=*/1);
+  const quen::workbench::Series disturbance = quen::workbench::TurbulentSeries(
+      /*frames=*/20, quen::workbench::ZernikeBasis().variances, /*strength=*/20.0, /*seed=*/1);
   Add("closed loop/20 iterations and the last frame's files", [&scene, disturbance] {
     RunLoop(scene.simulator, disturbance, {}, [] {});
-    benchmark::DoNotOptimize(quen_shs::SlopesFile(scene.simulator));
+    benchmark::DoNotOptimize(quen::workbench::SlopesFile(scene.simulator));
     benchmark::DoNotOptimize(
-        quen_shs::FrameFile({quen::basesim::kFrameWidth, quen::basesim::kFrameHeight, scene.simulator.Frame()}));
+        quen::workbench::FrameFile({quen::basesim::kFrameWidth, quen::basesim::kFrameHeight, scene.simulator.Frame()}));
   });
 }
 
@@ -183,8 +183,8 @@ void AddLoop(Scene& scene) {
 int main(int argc, char** argv) {
   std::string folder = (std::filesystem::temp_directory_path() / "quen_benchmarks_XXXXXX").string();
   if (mkdtemp(folder.data()) == nullptr) return 1;
-  quen_shs::WriteCalibration(folder, false);
-  quen_shs::UseCalibration(folder);
+  quen::workbench::WriteCalibration(folder, false);
+  quen::workbench::UseCalibration(folder);
 
   const bool verified = Verified() && EnginesVerified();
   if (verified) {

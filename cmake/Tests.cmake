@@ -1,4 +1,4 @@
-# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, tool, and fuzz-replay (fuzz/CMakeLists.txt). Those
+# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, workbench, tool, and fuzz-replay (fuzz/CMakeLists.txt). Those
 # with a COST are the longest, and begin first, so that no processor waits for them at the end.
 enable_testing()
 include(GoogleTest)
@@ -111,29 +111,36 @@ if(CMAKE_BUILD_TYPE STREQUAL Release)
                        PROPERTIES LABELS unit)
 endif()
 
-# --- The host tool.
+# --- The workbench and the host tool.
 if(QUEN_BUILD_TOOLS)
+  quen_add_test(
+    workbench_test
+    LABEL workbench
+    SOURCES workbench/fits/test/numbers_test.cpp
+            workbench/fits/test/plain_text_test.cpp
+            workbench/fits/test/staged_file_test.cpp
+            workbench/engines/test/engines_test.cpp
+            workbench/sensor/test/basis_test.cpp
+            workbench/sensor/test/calibration_test.cpp
+            workbench/sensor/test/files_test.cpp
+            workbench/sensor/test/geometry_test.cpp
+            workbench/sensor/test/sensor_test.cpp
+            workbench/sensor/test/zernike_test.cpp
+            workbench/loop/test/control_loop_test.cpp
+            workbench/loop/test/disturbance_test.cpp
+            workbench/loop/test/series_file_test.cpp
+            workbench/loop/test/sweep_test.cpp
+            workbench/check/test/check_test.cpp
+            workbench/pictures/test/pictures_test.cpp
+    LIBRARIES quen_workbench)
   quen_add_test(
     quen_shs_test
     LABEL tool
-    SOURCES tools/quen-shs/test/basis_test.cpp
-            tools/quen-shs/test/calibration_test.cpp
-            tools/quen-shs/test/check_test.cpp
+    SOURCES tools/quen-shs/test/check_verb_test.cpp
             tools/quen-shs/test/command_line_test.cpp
-            tools/quen-shs/test/control_loop_test.cpp
-            tools/quen-shs/test/disturbance_test.cpp
-            tools/quen-shs/test/engines_test.cpp
-            tools/quen-shs/test/files_test.cpp
-            tools/quen-shs/test/geometry_test.cpp
-            tools/quen-shs/test/pictures_test.cpp
-            tools/quen-shs/test/plain_text_test.cpp
-            tools/quen-shs/test/scoring_test.cpp
-            tools/quen-shs/test/sensor_test.cpp
-            tools/quen-shs/test/staged_file_test.cpp
-            tools/quen-shs/test/sweep_test.cpp
+            tools/quen-shs/test/score_verb_test.cpp
             tools/quen-shs/test/terminal_test.cpp
             tools/quen-shs/test/verbs_test.cpp
-            tools/quen-shs/test/zernike_test.cpp
     LIBRARIES quen_shs_core)
   quen_add_test(
     quen_shs_fault_test

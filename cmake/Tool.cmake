@@ -1,4 +1,4 @@
-# The host tool, and what it needs beyond the library. With AUTO it is left out where something of that is missing.
+# The workbench and the host tool, and what they need beyond the library. With AUTO it is left out where something of that is missing.
 set(QUEN_BUILD_TOOLS AUTO CACHE STRING "Build the host tool quen-shs: ON, OFF or AUTO")
 set_property(CACHE QUEN_BUILD_TOOLS PROPERTY STRINGS AUTO ON OFF)
 
@@ -31,5 +31,6 @@ if(QUEN_BUILD_TOOLS)
 endif()
 
 if(QUEN_BUILD_TOOLS)
+  add_subdirectory(workbench)
   add_subdirectory(tools/quen-shs)
 endif()

@@ -17,8 +17,8 @@
 #include "fuzz/damage.hpp"
 #include "testing/environment.hpp"
 #include "testing/process.hpp"
-#include "tools/quen-shs/src/cli/plain_text.hpp"
-#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "workbench/fits/plain_text.hpp"
+#include "workbench/sensor/calibration.hpp"
 
 // The tool on damaged files of every kind that it reads: whatever they hold, it does its work or refuses it in one
 // sentence, in little time and memory. A few damages of each kind; QUEN_DAMAGES=N makes N of each, which is what the
@@ -111,8 +111,8 @@ std::string Complaint(const Outcome& outcome, bool is_json) {
   if (outcome.exit_code == 1 && (lines != 1 || !outcome.err.starts_with("quen-shs: "))) return "no sentence of ours";
   std::istringstream all(outcome.out + outcome.err);
   for (std::string line; std::getline(all, line);) {
-    if (quen_shs::Plain(line) != line) return "a terminal would obey it";
-    if (line.size() > quen_shs::kLongestSentence + 10) return "too long";
+    if (quen::workbench::Plain(line) != line) return "a terminal would obey it";
+    if (line.size() > quen::workbench::kLongestSentence + 10) return "too long";
   }
   const bool has_result = is_json && !outcome.out.empty();
   return has_result && !nlohmann::json::accept(outcome.out) ? "no JSON" : "";
@@ -176,10 +176,10 @@ class Sensor {
 
  private:
   Sensor() {
-    quen_shs::WriteCalibration(folder_.Path(), false);
+    quen::workbench::WriteCalibration(folder_.Path(), false);
     for (const char* const arguments :
          {"loop . --frames 12 --output .", "loop . --frames 10 --sweep gain=0.2:2:0.6 --delay 3 --output .",
-          "score . --frames 1 --engine weighted --engine windowed --fits scores.fits"}) {
+          "score . --frames 1 --engine weighted --engine windowed --output scores.fits"}) {
       EXPECT_EQ(Run(arguments).exit_code, 0) << arguments;
     }
     EXPECT_EQ(quen::testing::Run("head -c 8640 " + (folder_ / "data/M2S.fits") +

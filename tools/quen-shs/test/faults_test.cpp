@@ -10,8 +10,8 @@
 #include "testing/fits_files.hpp"
 #include "testing/process.hpp"
 #include "testing/second_reader.hpp"
-#include "tools/quen-shs/src/sensor/calibration.hpp"
-#include "tools/quen-shs/src/verbs/verbs.hpp"
+#include "tools/quen-shs/verbs/verbs.hpp"
+#include "workbench/sensor/calibration.hpp"
 
 // The tool's commands with the disk failing at any moment, and killed at any moment: one sentence, and whole files or none.
 
@@ -36,6 +36,17 @@ Contents Files(const std::string& folder) {
     }
   }
   return files;
+}
+
+/// Does in this process what the tool does with these arguments.
+void Do(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), "quen-shs");
+  std::vector<char*> argv;
+  argv.reserve(arguments.size());
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  quen::tool::CommandLine line;
+  quen::tool::AddVerbs(line);
+  EXPECT_EQ(line.Run(static_cast<int>(argv.size()), argv.data()), 0);
 }
 
 /// Runs `action` with a fault at every write that it makes. A report that cannot be printed is no fault of the files.
@@ -70,9 +81,9 @@ void AtEveryWrite(const Action& action, const Check& check) {
 
 TEST(CalibrateFault, LeavesAllFilesOrNone) {
   const TempDir folder;
-  quen_shs::WriteCalibration(folder / "good", false);
+  quen::workbench::WriteCalibration(folder / "good", false);
   const Contents good = Files(folder / "good");
-  AtEveryWrite([&] { quen_shs::WriteCalibration(folder / "c", true); },
+  AtEveryWrite([&] { quen::workbench::WriteCalibration(folder / "c", true); },
                [&](std::size_t nth, bool failed) {
                  EXPECT_TRUE(Files(folder / "c") == (failed ? Contents() : good)) << "write " << nth;
                  std::filesystem::remove_all(folder / "c");
@@ -81,24 +92,19 @@ TEST(CalibrateFault, LeavesAllFilesOrNone) {
 
 TEST(LoopFault, KeepsTheResultsOfTheRunBefore) {
   const TempDir folder;
-  quen_shs::WriteCalibration(folder.Path(), false);
-  quen_shs::LoopCommand command;
-  command.folder = folder.Path();
-  command.frames = 10;
-  command.strength = 0.0;
-  command.output = folder / "before";
-  quen_shs::Loop(command);
+  quen::workbench::WriteCalibration(folder.Path(), false);
+  const auto loop = [&](const std::string& seed, const std::string& output) {
+    Do({"loop", folder.Path(), "--frames", "10", "--d-over-r0", "0", "--seed", seed, "--output", folder / output});
+  };
+  loop("1", "before");
   const Contents before = Files(folder / "before");
-  command.options.seed = 2;
-  command.output = folder / "after";
-  quen_shs::Loop(command);
+  loop("2", "after");
   const Contents after = Files(folder / "after");
   ASSERT_EQ(before.size(), 4U);
   AtEveryWrite(
       [&] {
         std::filesystem::copy(folder / "before", folder / "loop");
-        command.output = folder / "loop";
-        quen_shs::Loop(command);
+        loop("2", "loop");
       },
       [&](std::size_t nth, bool failed) {
         EXPECT_TRUE(Files(folder / "loop") == (failed ? before : after)) << "write " << nth;
@@ -129,7 +135,7 @@ void ExpectWholeOrAbsent(const Contents& found, const Contents& whole, const std
 
 TEST(Killed, AtAWriteItsFilesAreWholeOrAbsent) {
   const TempDir folder;
-  quen_shs::WriteCalibration(folder / "good", false);
+  quen::workbench::WriteCalibration(folder / "good", false);
   const Contents good = Files(folder / "good");
   const std::string good_folder = Quoted(folder / "good");
   quen::testing::Run(QUEN_SHS " loop " + good_folder + " --frames 20 --output " + Quoted(folder / "out"));
@@ -149,7 +155,7 @@ TEST(Killed, AtAWriteItsFilesAreWholeOrAbsent) {
 
 TEST(Killed, AtAnyTimeItsFilesAreWholeOrAbsent) {
   const TempDir folder;
-  quen_shs::WriteCalibration(folder / "good", false);
+  quen::workbench::WriteCalibration(folder / "good", false);
   const Contents good = Files(folder / "good");
   for (int step = 1; step <= 10; ++step) {
     const std::string seconds = std::to_string(0.08 * step);

@@ -148,7 +148,7 @@ class Names(Folder):
                         (["frame", "s", "--shape=tip:1", f"--output={name}", f"--truth={name}2"], [name, name + "2"]),
                         (["measure", "s", "s/frame.fits", f"--output={name}"], [name]),
                         (["view", "s/loop/sweep.fits", f"--output={name}"], [name]),
-                        (["score", "s", "--frames=1", "--engine=weighted", f"--fits={name}", f"--plot={name}2"],
+                        (["score", "s", "--frames=1", "--engine=weighted", f"--output={name}", f"--png={name}2"],
                          [name, name + "2"]),
                         (["manual", f"--output={name}"], [f"{name}/{page}" for page in self.pages]),
                         (["loop", "s", "--frames=10", "--sweep=gain=1:1:1", f"--output={name}"],
@@ -216,7 +216,7 @@ class Names(Folder):
     def test_empty_names(self):
         for arguments in (["frame", "s", "--output", ""], ["view", ""], ["calibrate", ""],
                           ["loop", "s", "--output", ""],
-                          ["score", "s", "--fits", ""], ["manual", "--output", ""]):
+                          ["score", "s", "--output", ""], ["manual", "--output", ""]):
             self.assertIn("expected a name, found an empty one", self.refuses(*arguments))
 
     def test_view_beside_a_pipe(self):
@@ -475,7 +475,7 @@ class Streams(Folder):
                           ["view", "s/frame.fits", "--slopes=s/slopes.fits", "--output=s/slopes.fits"],
                           ["view", "s/frame.fits", "--calibration=s", "--output=s/data/CM.fits"],
                           ["frame", "s", "--displacements=truth.fits", "--truth=truth.fits"],
-                          ["frame", "s", "--png=s/data/CM.fits"], ["score", "s", "--plot=s/data/M2S.fits"],
+                          ["frame", "s", "--png=s/data/CM.fits"], ["score", "s", "--png=s/data/M2S.fits"],
                           ["loop", "s", "--disturbance=s/loop/telemetry.fits", "--frames=10"]):
             before = self.contents(*(entry for entry in self.entries() if os.path.isfile(self.path(entry))))
             self.assertIn("is the same file as", self.refuses(*arguments))

@@ -7,7 +7,7 @@
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/process.hpp"
-#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "workbench/sensor/calibration.hpp"
 
 // The tool on a terminal, which script(1) gives it: progress, Ctrl-C, completion, manual pages.
 
@@ -21,7 +21,7 @@ Outcome Shell(const std::string& command) { return quen::testing::Run(command); 
 
 class Terminal : public ::testing::Test {
  protected:
-  Terminal() { quen_shs::WriteCalibration(folder_.Path(), false); }
+  Terminal() { quen::workbench::WriteCalibration(folder_.Path(), false); }
 
   /// Runs a command on a terminal; `keys` are shell commands whose output is typed.
   Outcome OnTerminal(const std::string& command, const std::string& keys = ":") {
@@ -56,7 +56,7 @@ TEST_F(Terminal, ProgressStaysInANarrowWindow) {
 TEST_F(Terminal, CtrlCLeavesNoFile) {
   for (const std::string& command : {"loop --frames 100000 --output " + (folder_ / "out"),
                                      "loop --frames 50000 --sweep gain=0.1:0.9:0.1 --output " + (folder_ / "out"),
-                                     "score --frames 100000 --plot " + (folder_ / "out/errors.png")}) {
+                                     "score --frames 100000 --png " + (folder_ / "out/errors.png")}) {
     const Outcome outcome =
         OnTerminal(QUEN_SHS " " + command + " " + folder_.Path(), "sleep 1; printf '\\003'; sleep 1");
     EXPECT_NE(outcome.out.find("quen-shs: interrupted; no file was written"), std::string::npos) << outcome.out;

@@ -8,7 +8,7 @@
 #include "testing/fits_files.hpp"
 #include "testing/process.hpp"
 #include "testing/second_reader.hpp"
-#include "tools/quen-shs/src/sensor/calibration.hpp"
+#include "workbench/sensor/calibration.hpp"
 
 // The verbs as a person or a script uses them, on a synthetic calibration. What they are made of has tests of its own.
 
@@ -25,7 +25,7 @@ Outcome QuenShs(const std::string& arguments) { return quen::testing::Run(QUEN_S
 
 class Verbs : public ::testing::Test {
  protected:
-  Verbs() { quen_shs::WriteCalibration(folder_.Path(), false); }
+  Verbs() { quen::workbench::WriteCalibration(folder_.Path(), false); }
 
   [[nodiscard]] std::string File(const std::string& name) const { return folder_ / name; }
 
@@ -243,7 +243,7 @@ TEST_F(Verbs, ViewKnowsEveryFileOfOurs) {
   Do("measure", File("frame.fits"));
   Do("loop", "--frames 10");
   Do("loop", "--frames 10 --sweep gain=0.2:0.6:0.2");
-  Do("score", "--frames 1 --engine weighted --fits " + File("scores.fits"));
+  Do("score", "--frames 1 --engine weighted --output " + File("scores.fits"));
   const std::vector<std::pair<std::string, std::string>> files = {
       {"frame.fits", "frame"},       {"slopes.fits", "slopes"},         {"data/M2S.fits", "matrix"},
       {"data/CM.fits", "matrix"},    {"data/shs_rois.fits", "regions"}, {"loop/telemetry.fits", "telemetry"},
@@ -326,10 +326,27 @@ TEST_F(Verbs, FrameRefusesAShapeWithoutACircle) {
         "around them; 'quen-shs check' tells more of the calibration");
 }
 
+TEST(ViewVerb, AsksNobodyForLettersAndWritesNothingElse) {
+  const TempDir folder;
+  quen::testing::WriteImage(folder / "m.fits", DOUBLE_IMG, {2, 2}, {1.0, 2.0, 3.0, 4.0});
+  std::filesystem::create_directory(folder / "home");
+  const std::string view = " " + std::string(QUEN_SHS) + " view " + (folder / "m.fits");
+  for (const std::string& environment :
+       {"HOME=" + (folder / "home"), "XDG_CACHE_HOME=" + (folder / "home"), std::string("-u HOME"),
+        std::string("HOME=/proc"), std::string("FONTCONFIG_FILE=/nonexistent"),
+        std::string("FONTCONFIG_PATH=/nonexistent"), std::string("FC_DEBUG=1"), std::string("LC_ALL=xx_YY.what")}) {
+    const Outcome outcome = quen::testing::Run(std::string("env ").append(environment).append(view));
+    EXPECT_EQ(outcome.exit_code, 0) << environment;
+    EXPECT_EQ(outcome.err, "") << environment;
+    EXPECT_EQ(outcome.out, "wrote " + (folder / "m.png") + "\n") << environment;
+  }
+  EXPECT_EQ(quen::testing::EntriesBelow(folder / "home"), 0U);
+}
+
 // --- score
 
 TEST_F(Verbs, ScoreWritesItsTable) {
-  Do("score", "--frames 1 --engine weighted --engine windowed:half-width=4 --fits " + File("scores.fits"));
+  Do("score", "--frames 1 --engine weighted --engine windowed:half-width=4 --output " + File("scores.fits"));
   EXPECT_EQ(ComplaintsOfFitsverify(File("scores.fits")), "");
   const auto noises = ColumnReadByAstropy(File("scores.fits"), "scores", "noise");
   EXPECT_EQ(noises.size(), 20U);

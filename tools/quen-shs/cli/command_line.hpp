@@ -1,0 +1,49 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/quen-shs/cli/argument.hpp"
+
+/// @file
+/// What a user writes after "quen-shs": a verb, its arguments, and one sentence where they are wrong.
+
+namespace quen::tool {
+
+inline constexpr const char* kToolName = "quen-shs";
+inline constexpr const char* kToolSummary =
+    "Simulates a Shack-Hartmann wavefront sensor: calibrations, frames, slopes, control loops, pictures.";
+inline constexpr const char* kExitCodes = "0, 1 for a failed job, 2 for wrong usage.";
+
+/// The first commands of a new user.
+std::vector<std::string> ToolExamples();
+
+/// A verb, whole: what is told of it, its arguments, and what it does.
+struct Verb {
+  std::string name;
+  std::string summary;                ///< one line
+  std::string details;                ///< paragraphs, an empty line between them; other line ends mean nothing
+  std::string list = {};              ///< lines that stay as they are, after the details; may be empty
+  std::vector<std::string> examples;  ///< command lines
+  std::vector<Argument> arguments = {};
+  std::vector<std::vector<std::string>> alternatives = {};  ///< names of arguments of which one at most may be given
+  std::function<void()> action;                             ///< once the arguments have filled their variables
+};
+
+class CommandLine {
+ public:
+  void Add(Verb verb) { verbs_.push_back(std::move(verb)); }
+
+  /// Does what the arguments say. Exceptions of the verb pass through.
+  /// @return  exit code: 0, or 2 for wrong usage
+  int Run(int argc, char** argv) const;
+
+  /// In the order in which they were added.
+  [[nodiscard]] const std::vector<Verb>& Verbs() const { return verbs_; }
+
+ private:
+  std::vector<Verb> verbs_;
+};
+
+}  // namespace quen::tool

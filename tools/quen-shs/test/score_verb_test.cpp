@@ -1,0 +1,84 @@
+#include "workbench/engines/scoring.hpp"
+
+#include <gtest/gtest.h>
+
+#include "testing/environment.hpp"
+#include "testing/fits_files.hpp"
+#include "testing/process.hpp"
+
+namespace {
+
+using quen::testing::Outcome;
+using quen::testing::TempDir;
+
+Outcome QuenShs(const std::string& arguments) { return quen::testing::Run(QUEN_SHS " " + arguments); }
+
+class ScoreVerb : public ::testing::Test {
+ protected:
+  ScoreVerb() { EXPECT_EQ(QuenShs("calibrate " + folder_.Path()).exit_code, 0); }
+
+  TempDir folder_;
+};
+
+TEST_F(ScoreVerb, PrintsARowPerEngineAndTheBound) {
+  const Outcome outcome = QuenShs("score --frames 1 " + folder_.Path());
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.out.find("noise 10, displacements within 2 pixels, 1 frames, seed 1; least possible RMS 0.00113 "
+                             "pixels\n\n| engine            |   bias x |"),
+            0U)
+      << outcome.out;
+  for (const char* const name :
+       {"centre-of-gravity", "windowed", "weighted", "brightest", "quad-cell", "correlation", "gaussian-fit"}) {
+    EXPECT_NE(outcome.out.find("\n| " + std::string(name) + " "), std::string::npos) << name;
+  }
+}
+
+TEST_F(ScoreVerb, TakesEnginesWithOptions) {
+  const Outcome outcome =
+      QuenShs("score --frames 1 --noise 0 --engine windowed:half-width=4 --engine weighted --seed 7 " + folder_.Path());
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_NE(outcome.out.find("\n| windowed:half-width=4 |"), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find("\n| weighted              |"), std::string::npos) << outcome.out;
+  EXPECT_EQ(outcome.out.find("quad-cell"), std::string::npos);
+}
+
+TEST_F(ScoreVerb, DrawsThePicture) {
+  const Outcome outcome =
+      QuenShs("score --frames 1 --engine weighted --png " + (folder_ / "errors.png") + " " + folder_.Path());
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_NE(outcome.out.find("\nwrote " + (folder_ / "errors.png") + "\n"), std::string::npos);
+  const std::vector<char> picture = quen::testing::Bytes(folder_ / "errors.png");
+  ASSERT_GT(picture.size(), 1000U);
+  EXPECT_EQ(std::string(picture.begin() + 1, picture.begin() + 4), "PNG");
+}
+
+TEST_F(ScoreVerb, SaysWhatIsWrong) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"--engine best",
+       "--engine: expected one of centre-of-gravity, windowed, weighted, brightest, quad-cell, correlation, "
+       "gaussian-fit, found best"},
+      {"--range 13", "--range: expected a number from 0 to 12, found 13"},
+      {"--frames 0", "--frames: expected a whole number from 1 to 100000, found 0"}};
+  for (const auto& [arguments, reason] : cases) {
+    const Outcome outcome = QuenShs("score x " + arguments);
+    EXPECT_EQ(outcome.exit_code, 2) << arguments;
+    EXPECT_EQ(outcome.err, reason + "\nRun with --help for more information.\n");
+  }
+  quen::testing::WriteText(folder_ / "file", "");
+  const Outcome unwritable =
+      QuenShs("score --frames 1 --engine weighted --png " + (folder_ / "file/a.png") + " " + folder_.Path());
+  EXPECT_EQ(unwritable.exit_code, 1);
+  EXPECT_EQ(unwritable.err, "quen-shs: cannot make " + (folder_ / "file") + ": Not a directory\n");
+}
+
+TEST_F(ScoreVerb, TheLoopTakesAnEngineToo) {
+  const Outcome outcome = QuenShs("loop --frames 20 --engine gaussian-fit:steps=3 " + folder_.Path());
+  EXPECT_EQ(outcome.exit_code, 0);
+  const std::vector<char> telemetry = quen::testing::Bytes(folder_ / "loop/telemetry.fits");
+  EXPECT_NE(std::string(telemetry.begin(), telemetry.end()).find("ENGINE  = 'gaussian-fit:steps=3'"),
+            std::string::npos);
+  EXPECT_EQ(QuenShs("loop --engine best " + folder_.Path()).exit_code, 2);
+}
+
+}  // namespace

@@ -1,0 +1,111 @@
+#include <fmt/format.h>
+
+#include <memory>
+#include <stdexcept>
+
+#include "tools/quen-shs/cli/progress.hpp"
+#include "tools/quen-shs/cli/report.hpp"
+#include "tools/quen-shs/verbs/src/common_arguments.hpp"
+#include "tools/quen-shs/verbs/verbs.hpp"
+#include "workbench/engines/engines.hpp"
+#include "workbench/fits/staged_file.hpp"
+#include "workbench/sensor/basis.hpp"
+#include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/geometry.hpp"
+#include "workbench/sensor/poke.hpp"
+
+namespace quen::tool {
+namespace {
+
+struct CalibrateArguments {
+  std::string folder;
+  bool force = false;
+  workbench::Geometry geometry;
+  std::string basis = workbench::kZernikeWord;
+  bool is_measured = false;
+  workbench::PokeOptions poke;  ///< where the matrix is measured
+  bool json = false;
+};
+
+/// A simulator on a calibration that is on no disk.
+quen::shssim::ShsSimulator SimulatorOn(const workbench::Calibration& calibration) {
+  std::vector<workbench::InputFile> files;
+  const std::vector<std::string> contents = workbench::CalibrationBytes(calibration);
+  for (std::size_t k = 0; k < contents.size(); ++k) {
+    files.push_back(workbench::InputFile::InMemory(workbench::kCalibrationFiles.at(k), contents[k]));
+  }
+  workbench::UseCalibration(std::move(files));
+  return workbench::MakeSimulator();
+}
+
+workbench::Calibration Measured(const workbench::Calibration& calibration, const workbench::PokeOptions& options) {
+  auto simulator = SimulatorOn(calibration);
+  Progress progress(workbench::kPokeFrames);
+  const workbench::Matrix m2s = workbench::MeasuredModesToSlopes(simulator, options, [&] { progress.Step(); });
+  if (!m2s.allFinite()) {
+    throw std::runtime_error(fmt::format(
+        "the modes cannot be measured: {} gives slopes that are not finite; try less noise, or another engine",
+        options.engine));
+  }
+  return workbench::WithMatrix(calibration, m2s,
+                               fmt::format("measured: {}, {:g} pixels, noise {:g}, seed {}", options.engine,
+                                           options.push, options.noise, options.seed));
+}
+
+void Calibrate(const CalibrateArguments& command) {
+  workbench::RefuseToReplace(command.folder, command.force);
+  workbench::StagedFiles files(workbench::CalibrationNames(command.folder));
+  workbench::Calibration calibration =
+      workbench::MakeCalibration(command.geometry, workbench::BasisByWord(command.basis));
+  if (command.is_measured) calibration = Measured(calibration, command.poke);
+  files.GiveAll(workbench::CalibrationBytes(calibration));
+  files.Commit();
+  Report report;
+  report.AddFiles(files);
+  report.Add("basis", calibration.basis);
+  report.Add("matrix", calibration.origin);
+  report.Print(command.json);
+}
+
+}  // namespace
+
+void AddCalibrate(CommandLine& line) {
+  const auto command = std::make_shared<CalibrateArguments>();
+  workbench::Geometry& geometry = command->geometry;
+  workbench::PokeOptions& poke = command->poke;
+  line.Add(
+      {.name = "calibrate",
+       .summary = "Write a complete synthetic calibration",
+       .details = R"(
+Writes DIR/data/M2S.fits, DIR/data/CM.fits and DIR/data/shs_rois.fits: 33 x 33 sub-apertures behind an annular pupil
+whose diameter is that of 29 sub-apertures, the 607 best lit of them used, and 52 modes.
+
+The modes-to-slopes matrix holds the mean gradients of the modes over each sub-aperture. With --measured each mode is
+pushed and pulled through the simulator instead, and the slopes are those that the engine measures.)",
+       .list = workbench::EngineHelp(),
+       .examples = {"quen-shs calibrate sensor",
+                    "quen-shs calibrate sensor --basis karhunen-loeve --measured --engine weighted"},
+       .arguments =
+           {Positional("DIR", "Folder to write to; made if missing", command->folder),
+            Flag("--force", "Replace a calibration that is there already", command->force),
+            Number("--pitch", "Distance from one sub-aperture to the next", "pixels", 1.0, 26.0, geometry.pitch),
+            Number("--size", "Width and height of a region", "pixels", 1, 200, geometry.size),
+            Number("--offset-x", "Columns from the middle of the frame to that of the grid", "pixels", -500.0, 500.0,
+                   geometry.offset_x),
+            Number("--offset-y", "Rows from the middle of the frame to that of the grid", "pixels", -500.0, 500.0,
+                   geometry.offset_y),
+            Number("--obscuration", "Inner over outer diameter of the pupil", "", 0.0, 0.99, geometry.obscuration),
+            Number("--spider-angle", "Angle of a cross of four vanes before the pupil", "degrees", -180.0, 180.0,
+                   "no vanes", geometry.spider_angle),
+            Number("--spider-width", "Width of a vane over the diameter of the pupil", "", 0.0, 0.5,
+                   geometry.spider_width),
+            OneOf("--basis", "Modes", {workbench::kZernikeWord, workbench::kKarhunenLoeveWord}, command->basis),
+            Flag("--measured", "Measure the matrix instead of computing it", command->is_measured), Engine(poke.engine),
+            Number("--push", "Poke amplitude: the largest displacement when measuring", "pixels", 1e-3, 12.0,
+                   poke.push),
+            Noise(poke.noise), Seed(poke.seed), JsonFlag(command->json)},
+       .action = [command] { Calibrate(*command); }});
+}
+
+}  // namespace quen::tool

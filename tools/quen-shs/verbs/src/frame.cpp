@@ -1,0 +1,132 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+#include "common/random/random.hpp"
+#include "tools/quen-shs/cli/report.hpp"
+#include "tools/quen-shs/verbs/src/common_arguments.hpp"
+#include "tools/quen-shs/verbs/verbs.hpp"
+#include "workbench/fits/staged_file.hpp"
+#include "workbench/pictures/frame_picture.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/displacement_file.hpp"
+#include "workbench/sensor/frame_file.hpp"
+#include "workbench/sensor/matrices.hpp"
+#include "workbench/sensor/mode_list.hpp"
+#include "workbench/sensor/shapes.hpp"
+
+namespace quen::tool {
+namespace {
+
+struct FrameArguments {
+  std::string folder;
+  std::string displacements;  ///< file; none if empty
+  std::string modes;          ///< MODE=RADIANS,…; none if empty
+  std::string shape;          ///< NAME:PIXELS; none if empty. One of the three at most; none of them: no displacements.
+  double noise = 10.0;
+  std::uint32_t seed = 1;
+  std::string output;  ///< file; DIR/frame.fits if empty
+  std::string truth;   ///< file for the displacements; none if empty
+  std::string png;     ///< file; none if empty
+  bool json = false;
+};
+
+using quen::basesim::kFrameHeight;
+using quen::basesim::kFrameWidth;
+using quen::shssim::ShsSimulator;
+
+workbench::Displacements DisplacementsOfModes(const std::string& list, const ShsSimulator& simulator) {
+  workbench::Displacements displacements;
+  workbench::SetUsedDisplacements(workbench::M2sOf(simulator) * workbench::ParseModes(list),
+                                  workbench::UsedIndices(simulator.RoisUsed()), displacements);
+  return displacements;
+}
+
+workbench::Displacements DisplacementsFor(const FrameArguments& command,
+                                          const std::optional<workbench::InputFile>& file,
+                                          const ShsSimulator& simulator) {
+  if (file) return workbench::ReadDisplacements(*file);
+  if (!command.modes.empty()) return DisplacementsOfModes(command.modes, simulator);
+  if (!command.shape.empty()) return workbench::Shape(workbench::ParseShape(command.shape), simulator);
+  return {};
+}
+
+/// The longest displacement.
+double Longest(const workbench::Displacements& displacements) {
+  double longest = 0.0;
+  for (std::size_t i = 0; i < displacements.x.size(); ++i) {
+    longest = std::max(longest, std::hypot(displacements.x[i], displacements.y[i]));
+  }
+  return longest;
+}
+
+void RenderFrame(const FrameArguments& command) {
+  const std::string output =
+      command.output.empty() ? (std::filesystem::path(command.folder) / "frame.fits").string() : command.output;
+  workbench::StagedFiles files({output, command.truth, command.png});
+  workbench::UseCalibration(command.folder);
+  files.RefuseToReplace(workbench::CalibrationFiles());
+  std::optional<workbench::InputFile> given;
+  if (!command.displacements.empty()) files.RefuseToReplace(given.emplace(command.displacements));
+
+  auto simulator = workbench::MakeSimulator();
+  const workbench::Displacements displacements = DisplacementsFor(command, given, simulator);
+  quen::common::random::detail::MersenneTwisterEngine().seed(command.seed);
+  simulator.ComputeFrame(displacements.x, displacements.y, command.noise, std::nullopt);
+  const workbench::Frame frame = {kFrameWidth, kFrameHeight, simulator.Frame()};
+  files.Give(output, workbench::FrameFile(frame));
+  if (!command.truth.empty()) files.Give(command.truth, workbench::DisplacementFile(displacements, "frame"));
+  if (!command.png.empty()) {
+    const workbench::Overlay overlay = {simulator.Rois(), simulator.RoisUsed(), displacements};
+    files.Give(command.png, workbench::DrawFrame(
+                                frame, workbench::SpotStretch(), overlay,
+                                "Frame, row 0 at the bottom; true displacements, " + workbench::ArrowLegend(overlay)));
+  }
+  files.Commit();
+
+  Report report;
+  const double longest = Longest(displacements);
+  report.Add("longest_displacement", longest, "longest displacement", fmt::format("{:.4g} pixels", longest));
+  report.Add("noise", command.noise, "noise", fmt::format("{:g} (seed {})", command.noise, command.seed));
+  report.Add("seed", command.seed);
+  report.AddFiles(files);
+  report.Print(command.json);
+}
+
+}  // namespace
+
+void AddFrame(CommandLine& line) {
+  const auto command = std::make_shared<FrameArguments>();
+  line.Add(
+      {.name = "frame",
+       .summary = "Render one frame",
+       .details = R"(
+Draws a spot per sub-aperture, displaced from its reference as a file, modal coefficients or a named shape say; not at
+all if none of them is given. The file is FITS, with a table "slopes" of columns x and y, or text, with a line "dx,dy"
+for each of the 1089 sub-apertures, in pixels.)",
+       .list = fmt::format("Shapes: {}\n", fmt::join(workbench::ShapeNames(), ", ")),
+       .examples = {"quen-shs frame sensor --shape defocus:2 --png defocus.png",
+                    "quen-shs frame sensor --modes 0=1.5,2=-0.5 --noise 0 --output modal.fits --truth truth.fits"},
+       .arguments = {CalibrationFolder(command->folder),
+                     File("--displacements", "File with the displacements of all spots", "none",
+                          command->displacements),
+                     Checked(
+                         "--modes", "Coefficients in radians; modes are columns of M2S, from 0", "MODE=VALUE,...",
+                         [](const std::string& text) { workbench::ParseModes(text); }, command->modes),
+                     Checked(
+                         "--shape", "Shape, and its longest displacement", "NAME:PIXELS",
+                         [](const std::string& text) { workbench::ParseShape(text); }, command->shape),
+                     Noise(command->noise), Seed(command->seed),
+                     File("--output", "FITS file for the frame", "DIR/frame.fits", command->output),
+                     File("--truth", "FITS file for the displacements, for 'measure --truth'", "none", command->truth),
+                     File("--png", "PNG file for a picture", "none", command->png), JsonFlag(command->json)},
+       .alternatives = {{"--displacements", "--modes", "--shape"}},
+       .action = [command] { RenderFrame(*command); }});
+}
+
+}  // namespace quen::tool

@@ -1,0 +1,247 @@
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+
+#include "tools/quen-shs/cli/progress.hpp"
+#include "tools/quen-shs/cli/report.hpp"
+#include "tools/quen-shs/verbs/src/common_arguments.hpp"
+#include "tools/quen-shs/verbs/verbs.hpp"
+#include "workbench/engines/engines.hpp"
+#include "workbench/fits/staged_file.hpp"
+#include "workbench/loop/control_loop.hpp"
+#include "workbench/loop/series_file.hpp"
+#include "workbench/loop/sweep.hpp"
+#include "workbench/loop/telemetry.hpp"
+#include "workbench/pictures/loop_picture.hpp"
+#include "workbench/pictures/sweep_picture.hpp"
+#include "workbench/sensor/basis.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/frame_file.hpp"
+#include "workbench/sensor/slopes_file.hpp"
+
+namespace quen::tool {
+namespace {
+
+struct LoopArguments {
+  std::string folder;
+  int frames = 1000;
+  double d_over_r0 = 20.0;  ///< strength of the turbulence
+  std::string disturbance;  ///< file; turbulence of that strength if empty
+  workbench::LoopOptions options;
+  std::string sweep;    ///< gain=FIRST:LAST:STEP; one loop if empty
+  std::string results;  ///< folder; DIR/loop if empty
+  bool json = false;
+};
+
+using quen::basesim::kFrameHeight;
+using quen::basesim::kFrameWidth;
+using quen::shssim::ShsSimulator;
+
+/// Mean residual before the first correction acted, and over the second half of the run, against the disturbance there.
+struct Summary {
+  Summary(const std::vector<workbench::FrameRecord>& records, int delay)
+      : before(workbench::Rms(records, &workbench::FrameRecord::residual, 0,
+                              std::min(static_cast<std::size_t>(delay), records.size()))),
+        after(workbench::Rms(records, &workbench::FrameRecord::residual, records.size() / 2, records.size())),
+        disturbance(workbench::Rms(records, &workbench::FrameRecord::disturbance, records.size() / 2, records.size())) {
+  }
+
+  double before;
+  double after;
+  double disturbance;
+};
+
+/// Where the disturbance is from, in words.
+std::string Source(const LoopArguments& command) {
+  return command.disturbance.empty() ? fmt::format("D/r0 {:g}", command.d_over_r0) : command.disturbance;
+}
+
+workbench::Series DisturbanceFor(const LoopArguments& command, const workbench::StagedFiles& files) {
+  if (command.disturbance.empty()) {
+    return workbench::TurbulentSeries(command.frames,
+                                      workbench::BasisOfCalibration(workbench::CalibrationFiles().front()).variances,
+                                      command.d_over_r0, command.options.seed);
+  }
+  const workbench::InputFile file(command.disturbance);
+  files.RefuseToReplace(file);
+  const workbench::Series series = workbench::ReadSeries(file);
+  workbench::RequireModerate(series, command.disturbance);
+  if (series.rows() < command.frames) {
+    throw std::runtime_error(fmt::format("{}: expected a disturbance of {} frames at least, found {}; give --frames {}",
+                                         command.disturbance, command.frames, series.rows(), series.rows()));
+  }
+  return series.topRows(command.frames);
+}
+
+/// The files that the loop writes, in their folder.
+std::vector<std::string> OutputNames(const LoopArguments& command) {
+  const std::filesystem::path folder =
+      command.results.empty() ? std::filesystem::path(command.folder) / "loop" : std::filesystem::path(command.results);
+  std::vector<std::string> names = {"frame.fits", "slopes.fits", "telemetry.fits", "loop.png"};
+  if (!command.sweep.empty()) names = {"sweep.fits", "sweep.png"};
+  for (std::string& name : names) name = (folder / name).string();
+  return names;
+}
+
+void AddOptions(Report& report, const LoopArguments& command) {
+  const workbench::LoopOptions& options = command.options;
+  report.Add("leak", options.leak);
+  report.Add("delay", options.delay);
+  report.Add("noise", options.noise);
+  report.Add("disturbance", Source(command));
+  report.Add("seed", options.seed);
+  report.Add("engine", options.engine);
+}
+
+Report SummaryReport(const LoopArguments& command, const Summary& summary, std::size_t frames, double rate) {
+  const workbench::LoopOptions& options = command.options;
+  Report report;
+  report.Add("frames", frames, "frames",
+             fmt::format("{} (gain {:g}, {}delay {}, noise {:g}, {}, seed {})", frames, options.gain,
+                         options.leak > 0.0 ? fmt::format("leak {:g}, ", options.leak) : "", options.delay,
+                         options.noise, Source(command), options.seed));
+  report.Add("gain", options.gain);
+  AddOptions(report, command);
+  report.Add("residual_before", summary.before, "residual before",
+             fmt::format("{:.4f} rad RMS (frames before the first correction)", summary.before));
+  report.Add("residual_after", summary.after, "residual after",
+             fmt::format("{:.4f} rad RMS (second half of the run; the disturbance there: {:.4f})", summary.after,
+                         summary.disturbance));
+  report.Add("disturbance_after", summary.disturbance);
+  report.Add("frames_per_second", rate, "speed", fmt::format("{:.0f} frames/s", rate));
+  return report;
+}
+
+/// @throws std::runtime_error  the loop has diverged, or is no better than none
+void RequireConvergence(const workbench::LoopRun& run, const Summary& summary) {
+  if (run.has_diverged) {
+    throw std::runtime_error(
+        fmt::format("the loop diverges: in frame {} its residual is {:.3g} rad RMS, more than {:g} times the "
+                    "disturbance; try a lower "
+                    "gain, or a shorter delay",
+                    run.records.size() - 1, run.records.back().residual.norm(), workbench::kDivergence));
+  }
+  if (summary.disturbance > 0.0 && !(summary.after < summary.disturbance)) {
+    throw std::runtime_error("the loop did not converge: its residual is not below the disturbance; try a lower gain");
+  }
+}
+
+void RunOne(const LoopArguments& command, ShsSimulator& simulator, const workbench::Series& disturbance,
+            workbench::StagedFiles& files) {
+  workbench::LoopRun run;
+  double rate = 0.0;
+  {
+    Progress progress(command.frames);
+    run = workbench::RunLoop(simulator, disturbance, command.options, [&] { progress.Step(); });
+    rate = progress.Rate();
+  }
+  files.GiveAll({workbench::FrameFile({kFrameWidth, kFrameHeight, simulator.Frame()}), workbench::SlopesFile(simulator),
+                 workbench::TelemetryFile(command.options, Source(command), run.records),
+                 workbench::DrawLoop(simulator, run.records)});
+  files.Commit();
+
+  const Summary summary(run.records, command.options.delay);
+  Report report = SummaryReport(command, summary, run.records.size(), rate);
+  report.Add("diverged", run.has_diverged);
+  report.AddFiles(files);
+  report.Print(command.json);
+  RequireConvergence(run, summary);
+}
+
+void SweepGains(const LoopArguments& command, ShsSimulator& simulator, const workbench::Series& disturbance,
+                workbench::StagedFiles& files) {
+  const std::vector<double> gains = workbench::ParseSweep(command.sweep);
+  std::vector<workbench::SweepPoint> points;
+  {
+    Progress progress(command.frames * static_cast<int>(gains.size()));
+    points = workbench::RunSweep(simulator, disturbance, command.options, gains, [&] { progress.Step(); });
+  }
+  files.GiveAll({workbench::SweepFile(command.options, Source(command), points), workbench::DrawSweep(points)});
+  files.Commit();
+
+  Report report;
+  report.Add("frames", command.frames);
+  AddOptions(report, command);
+  Json list = Json::array();
+  report.AddLine("    gain   residual, rad RMS");
+  for (const workbench::SweepPoint& point : points) {
+    report.AddLine(fmt::format("{:8.4g}   {}", point.gain,
+                               point.HasDiverged() ? fmt::format("diverged in frame {}", point.frames - 1)
+                                                   : fmt::format("{:.4f}", point.residual)));
+    list.push_back({{"gain", point.gain},
+                    {"residual", point.residual},
+                    {"disturbance", point.disturbance},
+                    {"frames", point.frames},
+                    {"diverged", point.HasDiverged()}});
+  }
+  report.Add("sweep", list);
+  const auto best = workbench::Best(points);
+  if (best) {
+    report.Add("best_gain", best->gain, "best gain",
+               fmt::format("{:g} (residual {:.4f} rad RMS, disturbance {:.4f})", best->gain, best->residual,
+                           best->disturbance));
+  }
+  report.AddFiles(files);
+  report.Print(command.json);
+  if (!best) throw std::runtime_error("the loop diverges with every gain; try lower ones, or a shorter delay");
+}
+
+void Loop(const LoopArguments& command) {
+  workbench::StagedFiles files(OutputNames(command));
+  auto simulator = workbench::LoadSimulator(command.folder);
+  files.RefuseToReplace(workbench::CalibrationFiles());
+  const workbench::Series disturbance = DisturbanceFor(command, files);
+  if (command.sweep.empty()) {
+    RunOne(command, simulator, disturbance, files);
+  } else {
+    SweepGains(command, simulator, disturbance, files);
+  }
+}
+
+}  // namespace
+
+void AddLoop(CommandLine& line) {
+  const auto command = std::make_shared<LoopArguments>();
+  workbench::LoopOptions& options = command->options;
+  Argument strength = Number("--d-over-r0", "Strength of the turbulence: diameter over Fried parameter", "", 0.0,
+                             1000.0, command->d_over_r0);
+  strength.alias = "--amplitude";
+  line.Add(
+      {.name = "loop",
+       .summary = "Close an integrator loop on a calibration",
+       .details = R"(
+Frame by frame: residual = disturbance - correction; a frame with the residual's displacements; slopes; correction =
+(1 - leak) * correction + gain * CM * slopes, which acts after the delay.
+
+Writes frame.fits and slopes.fits (the last frame and its measurement), telemetry.fits (a row per frame) and loop.png
+into the folder of results, replacing those of an earlier run. With --sweep: sweep.fits and sweep.png instead. A loop
+that diverges is stopped, and its files are written up to there.
+
+The disturbance is turbulence, with Kolmogorov's variances for the modes of the calibration's basis (Zernike modes from
+tip on where the calibration does not say), or what a file says: a table "telemetry" with a column "disturbance", or an
+image of doubles, 52 modes x frames, in radians.)",
+       .list = workbench::EngineHelp(),
+       .examples =
+           {"quen-shs loop sensor --frames 500 --gain 0.4 --noise 50 --engine windowed:half-width=5 --folder windy",
+            "quen-shs loop sensor --frames 200 --delay 2 --sweep gain=0.1:0.9:0.1"},
+       .arguments =
+           {CalibrationFolder(command->folder), Number("--frames", "Number of frames", "", 10, 100000, command->frames),
+            Number("--gain", "Gain of the integrator", "", 0.0, 2.0, options.gain),
+            Number("--leak", "Fraction of the correction that is forgotten in each frame", "", 0.0, 1.0, options.leak),
+            Number("--delay", "From a measurement to the first frame that its correction acts on", "frames", 1, 9,
+                   options.delay),
+            Noise(options.noise), strength,
+            File("--disturbance", "FITS file with a disturbance to be used instead", "none", command->disturbance),
+            Seed(options.seed), Engine(options.engine),
+            Checked(
+                "--sweep", "Gains to be tried one after the other", "gain=FIRST:LAST:STEP",
+                [](const std::string& text) { workbench::ParseSweep(text); }, command->sweep),
+            Folder("--folder", "Folder for the results; made if missing", "DIR/loop", command->results),
+            JsonFlag(command->json)},
+       .alternatives = {{"--d-over-r0", "--disturbance"}, {"--gain", "--sweep"}},
+       .action = [command] { Loop(*command); }});
+}
+
+}  // namespace quen::tool

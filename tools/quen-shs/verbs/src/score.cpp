@@ -1,0 +1,98 @@
+#include <memory>
+
+#include "centroiders/score.hpp"
+#include "tools/quen-shs/cli/progress.hpp"
+#include "tools/quen-shs/cli/report.hpp"
+#include "tools/quen-shs/verbs/src/common_arguments.hpp"
+#include "tools/quen-shs/verbs/verbs.hpp"
+#include "workbench/engines/engines.hpp"
+#include "workbench/engines/score_file.hpp"
+#include "workbench/engines/scoring.hpp"
+#include "workbench/fits/staged_file.hpp"
+#include "workbench/pictures/errors_picture.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
+
+namespace quen::tool {
+namespace {
+
+struct ScoreArguments {
+  std::string folder;
+  std::vector<std::string> engines;  ///< as for MakeEngine; all if empty
+  quen::centroiders::ScoreOptions options;
+  std::string output;  ///< FITS file for the table; none if empty
+  std::string png;     ///< file for the errors against the noise; none if empty
+  bool json = false;
+};
+
+Json AsJson(const workbench::NamedScore& named) {
+  const auto& score = named.score;
+  const auto axis = [](const quen::centroiders::AxisScore& a) {
+    return Json{{"bias", a.bias}, {"rms", a.rms}, {"gain", a.gain}, {"offset", a.offset}};
+  };
+  return {{"engine", named.engine},       {"x", axis(score.x)},
+          {"y", axis(score.y)},           {"worst", score.worst},
+          {"flux_bias", score.flux_bias}, {"flux_rms", score.flux_rms},
+          {"failed", score.failed},       {"microseconds", score.microseconds}};
+}
+
+void Score(const ScoreArguments& command) {
+  workbench::StagedFiles files({command.output, command.png});
+  auto simulator = workbench::LoadSimulator(command.folder);
+  files.RefuseToReplace(workbench::CalibrationFiles());
+  const std::vector<std::string> engines = command.engines.empty() ? workbench::EngineNames() : command.engines;
+  const bool has_curves = !command.output.empty() || !command.png.empty();
+  const std::size_t noises = 1 + (has_curves ? workbench::CurveNoises().size() : 0);
+  const quen::centroiders::ScoreOptions& options = command.options;
+  std::vector<workbench::NamedScore> scores;
+  workbench::ErrorCurves curves;
+  {
+    Progress progress(static_cast<int>(options.frames * noises));
+    quen::centroiders::ScoreOptions watched = options;
+    watched.after_frame = [&] { progress.Step(); };
+    scores = workbench::ScoreByName(simulator, engines, watched);
+    if (has_curves) curves = workbench::ScoreAtNoises(simulator, engines, watched);
+  }
+  if (!command.output.empty()) files.Give(command.output, workbench::ScoreFile(curves, options));
+  if (!command.png.empty()) files.Give(command.png, workbench::DrawErrors(curves));
+  files.Commit();
+
+  Report report;
+  report.AddLines(workbench::ScoreTable(scores, options));
+  report.Add("noise", options.noise);
+  report.Add("range", options.range);
+  report.Add("frames", options.frames);
+  report.Add("seed", options.seed);
+  report.Add("least_rms", quen::centroiders::ErrorBound(options.noise));
+  Json list = Json::array();
+  for (const workbench::NamedScore& score : scores) list.push_back(AsJson(score));
+  report.Add("scores", list);
+  if (has_curves) report.AddLine("");
+  report.AddFiles(files);
+  report.Print(command.json);
+}
+
+}  // namespace
+
+void AddScore(CommandLine& line) {
+  const auto command = std::make_shared<ScoreArguments>();
+  line.Add(
+      {.name = "score",
+       .summary = "Score centroiding engines against the truth",
+       .details = R"(
+Renders frames with known displacements, measures them with each engine, and prints bias, RMS error, gain, error of the
+light, share of failed spots (off by more than a pixel) and time. The least RMS is that of the best linear unbiased
+estimator for this spot and noise.)",
+       .list = workbench::EngineHelp(),
+       .examples = {"quen-shs score sensor --noise 50 --engine weighted --engine brightest:number=25 --png errors.png"},
+       .arguments = {CalibrationFolder(command->folder), Engines(command->engines), Noise(command->options.noise),
+                     Number("--range", "Displacements are within this range", "pixels", 0.0, 12.0,
+                            command->options.range),
+                     Number("--frames", "Number of frames", "", 1, 100000, command->options.frames),
+                     Seed(command->options.seed),
+                     File("--output", "FITS file for the scores at noises from 1 to 1000", "none", command->output),
+                     File("--png", "PNG file for the errors against the noise, 1 to 1000", "none", command->png),
+                     JsonFlag(command->json)},
+       .action = [command] { Score(*command); }});
+}
+
+}  // namespace quen::tool

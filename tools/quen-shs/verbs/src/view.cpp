@@ -1,0 +1,179 @@
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+
+#include "common/fits/fits.hpp"
+#include "tools/quen-shs/cli/report.hpp"
+#include "tools/quen-shs/verbs/src/common_arguments.hpp"
+#include "tools/quen-shs/verbs/verbs.hpp"
+#include "workbench/engines/score_file.hpp"
+#include "workbench/fits/content.hpp"
+#include "workbench/fits/staged_file.hpp"
+#include "workbench/loop/sweep.hpp"
+#include "workbench/loop/telemetry.hpp"
+#include "workbench/pictures/errors_picture.hpp"
+#include "workbench/pictures/field_picture.hpp"
+#include "workbench/pictures/frame_picture.hpp"
+#include "workbench/pictures/loop_picture.hpp"
+#include "workbench/pictures/matrix_picture.hpp"
+#include "workbench/pictures/stretch.hpp"
+#include "workbench/pictures/sweep_picture.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/slopes_file.hpp"
+
+namespace quen::tool {
+namespace {
+
+struct ViewArguments {
+  std::string file;
+  std::string calibration;  ///< folder, for the outlines on a frame; none if empty
+  std::string slopes;       ///< file, for the arrows on a frame; none if empty
+  std::string stretch = "log";
+  std::string png;  ///< FILE with .png instead of .fits if empty
+  bool json = false;
+};
+
+/// What a file is, and the bytes of a PNG file that shows it.
+struct Content {
+  const char* kind;
+  std::function<std::string()> draw;
+};
+
+/// The files that are looked at.
+struct Inputs {
+  explicit Inputs(const ViewArguments& command) : file(command.file) {
+    if (!command.slopes.empty()) slopes.emplace(command.slopes);
+    if (!command.calibration.empty()) workbench::UseCalibration(command.calibration);
+  }
+
+  workbench::InputFile file;
+  std::optional<workbench::InputFile> slopes;
+};
+
+std::string FileName(const workbench::InputFile& file) {
+  return std::filesystem::path(file.Name()).filename().string();
+}
+
+/// What is to be drawn on a frame.
+std::optional<workbench::Overlay> FrameOverlay(const ViewArguments& command, const Inputs& inputs) {
+  std::optional<workbench::Overlay> overlay;
+  if (inputs.slopes) {
+    workbench::RequireTable(*inputs.slopes, "slopes");
+    overlay = workbench::ReadField(*inputs.slopes).overlay;
+  }
+  if (!command.calibration.empty()) {
+    const auto simulator = workbench::MakeSimulator();
+    overlay = {simulator.Rois(), simulator.RoisUsed(), overlay ? overlay->displacements : std::nullopt};
+  }
+  return overlay;
+}
+
+/// @throws std::runtime_error  a frame of these axes has no pixels, or more than anyone could see
+void RequireDrawable(const std::string& path, std::size_t width, std::size_t height) {
+  constexpr std::size_t kLargest = 8000;  // pixels along an axis
+  if (width > 0 && height > 0 && width <= kLargest && height <= kLargest) return;
+  throw std::runtime_error(
+      fmt::format("{}: expected 1 to {} pixels along either axis, found {} x {}", path, kLargest, width, height));
+}
+
+std::string FramePicture(const ViewArguments& command, const Inputs& inputs) {
+  const workbench::Frame frame = workbench::ReadFrame(inputs.file);
+  return workbench::DrawFrame(
+      frame, workbench::StretchByWord(command.stretch, frame.pixels), FrameOverlay(command, inputs),
+      fmt::format("{}, row 0 at the bottom, {} stretch", FileName(inputs.file), command.stretch));
+}
+
+std::string MatrixPicture(const workbench::InputFile& file, const std::vector<std::size_t>& axes) {
+  const auto image = workbench::OpenFits(file, std::nullopt);
+  workbench::Matrix matrix(static_cast<Eigen::Index>(axes[1]), static_cast<Eigen::Index>(axes[0]));
+  workbench::Reading(file, [&] {
+    quen::common::Fits::ReadImgPriv(image, matrix.data(), static_cast<std::size_t>(matrix.size()), DOUBLE_IMG, TDOUBLE,
+                                    std::nullopt);
+  });
+  return workbench::DrawMatrix(
+      matrix, fmt::format("{}: NAXIS1 = {} to the right, NAXIS2 = {} downward", FileName(file), axes[0], axes[1]));
+}
+
+std::string FieldPicture(const workbench::InputFile& file) {
+  const workbench::MeasuredField field = workbench::ReadField(file);
+  return workbench::DrawField(field.overlay, field.flux);
+}
+
+Content ContentOf(const ViewArguments& command, const Inputs& inputs) {
+  const workbench::InputFile& file = inputs.file;
+  workbench::RequireFits(file);
+  if (workbench::HasTable(file, "telemetry"))
+    return {"telemetry", [&file] { return workbench::DrawTelemetry(workbench::ReadTelemetry(file)); }};
+  if (workbench::HasTable(file, "sweep"))
+    return {"sweep", [&file] { return workbench::DrawSweep(workbench::ReadSweep(file)); }};
+  if (workbench::HasTable(file, "scores"))
+    return {"scores", [&file] { return workbench::DrawErrors(workbench::ReadScores(file)); }};
+  if (workbench::HasTable(file, "slopes")) return {"slopes", [&file] { return FieldPicture(file); }};
+  if (workbench::HasTable(file, "rois"))
+    return {"regions", [&file] { return workbench::DrawRegions(workbench::ReadField(file).overlay); }};
+  const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(workbench::OpenFits(file, std::nullopt));
+  if (axes.size() == 2 && bitpix == SHORT_IMG) {
+    RequireDrawable(file.Name(), axes[0], axes[1]);  // before memory is asked for
+    return {"frame", [&] { return FramePicture(command, inputs); }};
+  }
+  if (axes.size() == 2 && bitpix == DOUBLE_IMG && axes[0] > 0 && axes[1] > 0) {
+    return {"matrix", [&file, axes = axes] { return MatrixPicture(file, axes); }};
+  }
+  throw std::runtime_error(
+      fmt::format("{}: expected a frame (16 bits), a matrix (doubles), or a table \"slopes\", \"rois\", \"telemetry\", "
+                  "\"sweep\" or "
+                  "\"scores\"; found an image of {} axes with BITPIX {}",
+                  file.Name(), axes.size(), bitpix));
+}
+
+/// Where the picture goes: beside the file where nothing else is said.
+std::string OutputName(const ViewArguments& command, const workbench::InputFile& file) {
+  if (!command.png.empty()) return command.png;
+  if (!file.IsRegular()) {
+    throw std::runtime_error(file.Name() + ": is no file on a disk, for a picture beside it; give --png");
+  }
+  return std::filesystem::path(file.Name()).replace_extension(".png").string();
+}
+
+void View(const ViewArguments& command) {
+  const Inputs inputs(command);
+  const std::string output = OutputName(command, inputs.file);
+  workbench::StagedFiles files({output});
+  files.RefuseToReplace(inputs.file);
+  if (inputs.slopes) files.RefuseToReplace(*inputs.slopes);
+  files.RefuseToReplace(workbench::CalibrationFiles());
+  const Content content = ContentOf(command, inputs);
+  files.Give(output, content.draw());
+  files.Commit();
+  Report report;
+  report.Add("kind", content.kind);
+  report.AddFiles(files);
+  report.Print(command.json);
+}
+
+}  // namespace
+
+void AddView(CommandLine& line) {
+  const auto command = std::make_shared<ViewArguments>();
+  line.Add(
+      {.name = "view",
+       .summary = "Draw a file",
+       .details = R"(
+Looks into the file to see what it is: a frame (shades of grey, with outlines and arrows on request), slopes (arrows,
+and the light of each sub-aperture), regions, a matrix, a loop's telemetry, a gain sweep, or scores. Row 0 of the
+detector is at the bottom.)",
+       .examples = {"quen-shs view sensor/frame.fits --stretch zscale --calibration sensor --slopes sensor/slopes.fits",
+                    "quen-shs view sensor/data/M2S.fits --png m2s.png"},
+       .arguments = {Positional("FILE", "FITS file", command->file),
+                     OneOf("--stretch", "Shades of a frame", workbench::StretchWords(), command->stretch),
+                     Folder("--calibration", "Folder with the calibration, for outlines on a frame", "none",
+                            command->calibration),
+                     File("--slopes", "File with slopes, for arrows on a frame", "none", command->slopes),
+                     File("--png", "PNG file", "FILE with .png", command->png), JsonFlag(command->json)},
+       .action = [command] { View(*command); }});
+}
+
+}  // namespace quen::tool

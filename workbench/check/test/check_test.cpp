@@ -1,0 +1,410 @@
+#include "workbench/check/check.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <limits>
+#include <random>
+
+#include "testing/calibration.hpp"
+#include "testing/environment.hpp"
+#include "testing/exceptions.hpp"
+#include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/poke.hpp"
+
+namespace {
+
+using quen::testing::TempDir;
+using quen::workbench::Basis;
+using quen::workbench::CheckCalibration;
+using quen::workbench::Finding;
+using quen::workbench::Findings;
+using quen::workbench::Geometry;
+using quen::workbench::Matrix;
+using quen::workbench::Verdict;
+
+constexpr std::size_t kHalf = 607;
+constexpr std::size_t kSlopes = 1214;
+constexpr std::size_t kModes = 52;
+
+/// A good calibration in memory, to be damaged.
+quen::testing::Calibration Good() {
+  const quen::workbench::Calibration made = quen::workbench::MakeCalibration();
+  quen::testing::Calibration calibration;
+  calibration.m2s.values.assign(made.m2s.data(), made.m2s.data() + made.m2s.size());
+  calibration.cm.values.assign(made.cm.data(), made.cm.data() + made.cm.size());
+  calibration.rois_used["is_used"].assign(made.used.begin(), made.used.end());
+  return calibration;
+}
+
+Findings Check(const quen::testing::Calibration& calibration) {
+  const TempDir folder;
+  calibration.Write(folder.Path());
+  return CheckCalibration(folder.Path());
+}
+
+std::string Told(const Findings& findings) {
+  std::string text;
+  for (const Finding& finding : findings) text += finding.subject + ": " + finding.text + "\n";
+  return text;
+}
+
+Findings Only(const Findings& findings, Verdict verdict) {
+  Findings only;
+  std::ranges::copy_if(findings, std::back_inserter(only),
+                       [&](const Finding& finding) { return finding.verdict == verdict; });
+  return only;
+}
+
+/// That exactly these subjects have this verdict, each with this in its text, in this order.
+void ExpectFindings(const Findings& findings, Verdict verdict,
+                    const std::vector<std::pair<std::string, std::string>>& expected) {
+  const Findings found = Only(findings, verdict);
+  ASSERT_EQ(found.size(), expected.size()) << Told(found);
+  for (std::size_t k = 0; k < found.size(); ++k) {
+    EXPECT_EQ(found[k].subject, expected[k].first) << Told(found);
+    EXPECT_NE(found[k].text.find(expected[k].second), std::string::npos) << Told(found);
+  }
+}
+
+void ExpectWrong(const quen::testing::Calibration& calibration,
+                 const std::vector<std::pair<std::string, std::string>>& expected) {
+  ExpectFindings(Check(calibration), Verdict::kWrong, expected);
+}
+
+// --- Matrices as mistakes make them. A matrix is slopes × modes here, as M2S.fits has it.
+
+using Values = std::vector<double>;
+
+/// Values of slope s and mode m from those of another slope.
+Values Rearranged(const Values& m2s, const std::function<std::size_t(std::size_t)>& from) {
+  Values values(m2s.size());
+  for (std::size_t s = 0; s < kSlopes; ++s) {
+    for (std::size_t m = 0; m < kModes; ++m) values[m + kModes * s] = m2s[m + kModes * from(s)];
+  }
+  return values;
+}
+
+Values Transposed(const Values& values, std::size_t rows, std::size_t columns) {
+  Values transposed(values.size());
+  for (std::size_t row = 0; row < rows; ++row) {
+    for (std::size_t column = 0; column < columns; ++column) {
+      transposed[row + rows * column] = values[column + columns * row];
+    }
+  }
+  return transposed;
+}
+
+/// The same for CM.fits, which is modes × slopes.
+Values InCm(const Values& cm, const std::function<Values(const Values&)>& change) {
+  return Transposed(change(Transposed(cm, kModes, kSlopes)), kSlopes, kModes);
+}
+
+Values Exchanged(const Values& m2s) {
+  return Rearranged(m2s, [](std::size_t s) { return (s + kHalf) % kSlopes; });
+}
+
+Values Flipped(Values m2s, std::size_t first_slope) {
+  for (std::size_t s = first_slope; s < first_slope + kHalf; ++s) {
+    for (std::size_t m = 0; m < kModes; ++m) m2s[m + kModes * s] *= -1.0;
+  }
+  return m2s;
+}
+Values XFlipped(const Values& m2s) { return Flipped(m2s, kHalf); }
+Values YFlipped(const Values& m2s) { return Flipped(m2s, 0); }
+
+/// Used sub-apertures column by column.
+Values ByColumns(const Values& m2s) {
+  const auto flags = quen::workbench::UsedFlags({});
+  std::vector<std::size_t> by_rows;
+  for (std::size_t i = 0; i < flags.size(); ++i) {
+    if (flags[i] != 0) by_rows.push_back(i);
+  }
+  std::vector<std::size_t> order(kHalf);
+  for (std::size_t k = 0; k < kHalf; ++k) order[k] = k;
+  std::ranges::stable_sort(order, {}, [&](std::size_t k) { return by_rows[k] % 33; });
+  return Rearranged(m2s, [&](std::size_t s) { return s < kHalf ? order[s] : kHalf + order[s - kHalf]; });
+}
+
+// --- Good ones
+
+TEST(Check, FindsNothingWrongInWhatCalibrateWrites) {
+  const std::vector<std::pair<Geometry, Basis>> made = {
+      {{}, quen::workbench::ZernikeBasis()},
+      {{}, quen::workbench::KarhunenLoeveBasis()},
+      {{.pitch = 23.7, .size = 20, .offset_x = 5.3, .offset_y = -3.8}, quen::workbench::ZernikeBasis()},
+      {{.size = 23}, quen::workbench::ZernikeBasis()},
+      {{.obscuration = 0.0}, quen::workbench::ZernikeBasis()},
+      {{.obscuration = 0.35, .spider_angle = 30.0, .spider_width = 0.02}, quen::workbench::KarhunenLoeveBasis()}};
+  for (const auto& [geometry, basis] : made) {
+    const TempDir folder;
+    WriteCalibration(folder.Path(), false, MakeCalibration(geometry, basis));
+    const Findings findings = CheckCalibration(folder.Path());
+    EXPECT_EQ(findings.size(), 12U);
+    ExpectFindings(findings, Verdict::kWrong, {});
+    ExpectFindings(findings, Verdict::kDoubtful, {});
+  }
+}
+
+TEST(Check, FindsNothingWrongInAMeasuredMatrix) {
+  const TempDir folder;
+  const quen::workbench::Calibration made = quen::workbench::MakeCalibration();
+  WriteCalibration(folder.Path(), false, made);
+  auto simulator = quen::workbench::LoadSimulator(folder.Path());
+  for (const auto& [engine, noise] : {std::pair("centre-of-gravity", 10.0), std::pair("weighted", 300.0)}) {
+    const Matrix m2s =
+        quen::workbench::MeasuredModesToSlopes(simulator, {.engine = engine, .push = 1.0, .noise = noise}, [] {});
+    WriteCalibration(folder.Path(), true, WithMatrix(made, m2s, "measured"));
+    const Findings findings = CheckCalibration(folder.Path());
+    ExpectFindings(findings, Verdict::kWrong, {});
+    ExpectFindings(findings, Verdict::kDoubtful, {});
+  }
+}
+
+TEST(Check, FindsNothingWrongInAListByColumnsThroughout) {
+  quen::testing::Calibration calibration = Good();
+  calibration.m2s.values = ByColumns(calibration.m2s.values);
+  calibration.cm.values = InCm(calibration.cm.values, ByColumns);
+  for (const char* const name : {"x_low", "x_up", "x_ref", "y_low", "y_up", "y_ref"}) {
+    calibration.rois[name] = Transposed(calibration.rois[name], 33, 33);
+  }
+  calibration.rois_used["is_used"] = Transposed(calibration.rois_used["is_used"], 33, 33);
+  ExpectWrong(calibration, {});
+}
+
+TEST(Check, NamesTheFilesItFound) {
+  const TempDir folder;
+  quen::workbench::WriteCalibration(folder.Path(), false);
+  const Findings findings = CheckCalibration(folder.Path());
+  EXPECT_EQ(findings[0].text, std::filesystem::canonical(folder / "data/M2S.fits"));
+  EXPECT_EQ(findings[1].text, std::filesystem::canonical(folder / "data/CM.fits"));
+  EXPECT_EQ(findings[2].text, std::filesystem::canonical(folder / "data/shs_rois.fits"));
+}
+
+// --- Mistakes in the layout
+
+TEST(Check, NamesATransposedFile) {
+  quen::testing::Calibration calibration = Good();
+  std::swap(calibration.m2s.dims[0], calibration.m2s.dims[1]);
+  ExpectWrong(calibration, {{"M2S.fits", "is transposed: its axes are 1214 x 52, expected 52 x 1214"},
+                            {"loading", "the library refuses it: Simulator can not initialize: "}});
+  calibration = Good();
+  std::swap(calibration.cm.dims[0], calibration.cm.dims[1]);
+  ExpectWrong(calibration, {{"CM.fits", "is transposed: its axes are 52 x 1214, expected 1214 x 52"},
+                            {"loading", "the library refuses it"}});
+}
+
+TEST(Check, NamesAFileThatIsNoSuchMatrix) {
+  quen::testing::Calibration calibration = Good();
+  calibration.m2s.bitpix = -32;
+  ExpectWrong(calibration,
+              {{"M2S.fits", "expected 52 x 1214 doubles (BITPIX -64), found 52 x 1214 elements with BITPIX -32"},
+               {"loading", ""}});
+}
+
+TEST(Check, NamesAMatrixThatIsTransposedInMemory) {
+  quen::testing::Calibration calibration = Good();
+  calibration.m2s.values = Transposed(calibration.m2s.values, kSlopes, kModes);
+  ExpectWrong(calibration, {{"CM * M2S", ""}, {"M2S layout", "it is transposed in memory"}});
+  calibration = Good();
+  calibration.cm.values = Transposed(calibration.cm.values, kModes, kSlopes);
+  ExpectWrong(calibration, {{"CM * M2S", "the control matrix is transposed in memory"},
+                            {"CM layout", "it is transposed in memory"}});
+}
+
+TEST(Check, NamesExchangedBlocks) {
+  quen::testing::Calibration calibration = Good();
+  calibration.m2s.values = Exchanged(calibration.m2s.values);
+  ExpectWrong(calibration, {{"CM * M2S", "x and y blocks are exchanged in one of the two"},
+                            {"M2S layout", "its x and y blocks are exchanged: the y block must come first"}});
+  calibration.cm.values = InCm(calibration.cm.values, Exchanged);
+  ExpectWrong(calibration,
+              {{"M2S layout", "x and y blocks are exchanged"}, {"CM layout", "x and y blocks are exchanged"}});
+}
+
+TEST(Check, NamesAFlippedSign) {
+  quen::testing::Calibration calibration = Good();
+  calibration.m2s.values = XFlipped(calibration.m2s.values);
+  ExpectWrong(calibration, {{"CM * M2S", "the sign of the x block is flipped in one of the two"},
+                            {"M2S layout", "the sign of its x block or of its y block is flipped"}});
+  calibration = Good();
+  calibration.cm.values = InCm(calibration.cm.values, YFlipped);
+  ExpectWrong(calibration, {{"CM * M2S", "the sign of the y block is flipped in one of the two"},
+                            {"CM layout", "the sign of its x block or of its y block is flipped"}});
+  calibration.m2s.values = YFlipped(calibration.m2s.values);
+  ExpectWrong(calibration, {{"M2S layout", "is flipped"}, {"CM layout", "is flipped"}});
+}
+
+TEST(Check, NamesASignThatIsFlippedInAllOfOneMatrix) {
+  quen::testing::Calibration calibration = Good();
+  calibration.m2s.values = XFlipped(YFlipped(calibration.m2s.values));
+  ExpectWrong(calibration, {{"CM * M2S", "the sign of one of the two is flipped"}});
+}
+
+TEST(Check, NamesSlopesTurnedByARightAngle) {
+  quen::testing::Calibration calibration = Good();
+  calibration.m2s.values = XFlipped(Exchanged(calibration.m2s.values));
+  calibration.cm.values = InCm(calibration.cm.values, [](const Values& cm) { return XFlipped(Exchanged(cm)); });
+  ExpectWrong(calibration, {{"M2S layout", "turned by a right angle"}, {"CM layout", "turned by a right angle"}});
+}
+
+TEST(Check, NamesAMatrixInTheOtherOrder) {
+  quen::testing::Calibration calibration = Good();
+  calibration.m2s.values = ByColumns(calibration.m2s.values);
+  calibration.cm.values = InCm(calibration.cm.values, ByColumns);
+  const std::string name =
+      "rows and columns of the grid are exchanged: its slopes go column by column, the sub-apertures row by row";
+  ExpectWrong(calibration, {{"M2S layout", name}, {"CM layout", name}});
+}
+
+TEST(Check, NamesAGridWithRowsAndColumnsExchanged) {
+  const std::string name = "rows and columns of the grid are exchanged in shs_rois.fits";
+  quen::testing::Calibration by_columns = Good();
+  for (const char* const column : {"x_low", "x_up", "x_ref", "y_low", "y_up", "y_ref"}) {
+    by_columns.rois[column] = Transposed(by_columns.rois[column], 33, 33);
+  }
+  ExpectWrong(by_columns, {{"M2S layout", name}, {"CM layout", name}});
+  quen::testing::Calibration exchanged = Good();
+  for (const char* const column : {"low", "up", "ref"}) {
+    std::swap(exchanged.rois["x_" + std::string(column)], exchanged.rois["y_" + std::string(column)]);
+  }
+  ExpectWrong(exchanged, {{"M2S layout", name}, {"CM layout", name}});
+}
+
+TEST(Check, DoubtsSlopesOfNoWavefront) {
+  quen::testing::Calibration calibration = Good();
+  std::mt19937 random(1);
+  for (double& value : calibration.m2s.values) value = std::generate_canonical<double, 53>(random) - 0.5;
+  const Findings findings = Check(calibration);
+  ExpectFindings(findings, Verdict::kDoubtful, {{"M2S layout", "its slopes are those of no smooth wavefront"}});
+  ExpectFindings(findings, Verdict::kWrong, {{"CM * M2S", "the two are not from the same modes"}});
+}
+
+TEST(Check, DoubtsAControlMatrixThatFiltersModes) {
+  quen::testing::Calibration calibration = Good();
+  for (std::size_t s = 0; s < kSlopes; ++s) calibration.cm.values[s] *= 0.9;
+  ExpectFindings(Check(calibration), Verdict::kDoubtful, {{"CM * M2S", "identity to 0.1 (element 0, 0)"}});
+}
+
+TEST(Check, DoubtsReferencesWithoutAGrid) {
+  quen::testing::Calibration calibration = Good();
+  std::swap(calibration.rois["x_ref"][0], calibration.rois["x_ref"][1]);
+  calibration.rois["x_ref"][1] = calibration.rois["x_ref"][0];
+  const Findings findings = Check(calibration);
+  ExpectFindings(findings, Verdict::kDoubtful, {{"layout", "cannot be checked"}});
+}
+
+TEST(Check, TellsLayoutsWhateverTheUnits) {
+  for (const double unit : {1e-300, 1e200, 1e300}) {
+    quen::testing::Calibration calibration = Good();
+    for (double& value : calibration.m2s.values) value *= unit;
+    for (double& value : calibration.cm.values) value /= unit;
+    const Findings findings = Check(calibration);
+    ExpectFindings(findings, Verdict::kWrong, {});
+    ExpectFindings(findings, Verdict::kDoubtful, {});
+    calibration.m2s.values = XFlipped(calibration.m2s.values);
+    EXPECT_NE(Told(Check(calibration)).find("M2S layout: the sign of its x block or of its y block is flipped"),
+              std::string::npos)
+        << unit;
+  }
+}
+
+// --- Mistakes in values
+
+TEST(Check, TellsThatAMatrixIsZero) {
+  quen::testing::Calibration calibration = Good();
+  std::ranges::fill(calibration.m2s.values, 0.0);
+  ExpectWrong(calibration, {{"CM * M2S", "identity to 1 (element 0, 0); condition number of M2S inf"}});
+}
+
+TEST(Check, NamesTheFirstValueThatIsNotFinite) {
+  quen::testing::Calibration calibration = Good();
+  calibration.m2s.values[3 + kModes * 17] = std::numeric_limits<double>::quiet_NaN();
+  calibration.cm.values[5 + kSlopes * 2] = std::numeric_limits<double>::infinity();
+  ExpectWrong(calibration, {{"M2S values", "slope 17, mode 3 is nan"}, {"CM values", "mode 2, slope 5 is inf"}});
+}
+
+TEST(Check, NamesShiftedReferences) {
+  const std::vector<std::pair<double, std::string>> shifts = {
+      {0.5, "half a pixel too high: pixel centres are at integers"},
+      {-0.5, "half a pixel too low"},
+      {1.0, "one pixel too high: pixels are counted from 0"},
+      {-1.0, "one pixel too low"}};
+  for (const auto& [shift, name] : shifts) {
+    for (const std::string axis : {"x_ref", "y_ref"}) {
+      quen::testing::Calibration calibration = Good();
+      for (double& value : calibration.rois[axis]) value += shift;
+      ExpectWrong(calibration, {{"references", std::string(axis).append(" are ").append(name)}});
+    }
+  }
+}
+
+TEST(Check, DoubtsAShiftThatScatters) {
+  quen::testing::Calibration calibration = Good();
+  std::vector<double>& x_ref = calibration.rois["x_ref"];
+  for (std::size_t i = 0; i < x_ref.size(); ++i) x_ref[i] += 0.4 + 0.1 * static_cast<double>(i % 3);
+  const Findings findings = Check(calibration);
+  ExpectFindings(findings, Verdict::kWrong, {});
+  ExpectFindings(findings, Verdict::kDoubtful,
+                 {{"references", "(+0.50, +0.00) pixels from the middle, give or take 0.10"}});
+}
+
+TEST(Check, NamesAReferenceOutsideItsRegion) {
+  quen::testing::Calibration calibration = Good();
+  calibration.rois["y_ref"][34] = 70.0;
+  ExpectWrong(calibration, {{"references",
+                             "that of sub-aperture 34 is at (59.5, 70), outside its columns 48 to 71, rows 36 to 59"}});
+  calibration.rois["y_ref"][34] = std::numeric_limits<double>::quiet_NaN();
+  ExpectWrong(calibration, {{"references", "that of sub-aperture 34 is (59.5, nan): no spot is drawn there"}});
+}
+
+TEST(Check, TellsOverlapsAndGaps) {
+  quen::testing::Calibration calibration = Good();
+  calibration.rois["x_up"][40] += 2.0;
+  ExpectFindings(Check(calibration), Verdict::kDoubtful, {{"regions", "; 48 pixels are in more than one region"}});
+  calibration = Good();
+  calibration.rois["x_up"][40] -= 3.0;
+  const Findings findings = Check(calibration);
+  EXPECT_NE(Told(findings).find("without overlaps; 72 pixels between them are in none"), std::string::npos);
+  calibration.rois["x_up"][40] = calibration.rois["x_low"][40];
+  calibration.rois["x_ref"][40] = calibration.rois["x_low"][40] - 0.5;
+  ExpectFindings(Check(calibration), Verdict::kWrong, {{"regions", "1 regions have no pixel"}});
+}
+
+TEST(Check, TellsThatNoRegionHasAPixel) {
+  quen::testing::Calibration calibration = Good();
+  for (const char* const column : {"x_low", "x_up", "y_low", "y_up", "x_ref", "y_ref"}) {
+    std::ranges::fill(calibration.rois[column], 0.0);
+  }
+  ExpectFindings(Check(calibration), Verdict::kWrong,
+                 {{"regions", "none of them has a pixel"}, {"references", "outside its columns 0 to -1"}});
+}
+
+TEST(Check, TellsWhatTheSimulatorDoesWithTheFlags) {
+  quen::testing::Calibration fewer = Good();
+  *std::ranges::find(fewer.rois_used["is_used"], 1.0) = 0.0;
+  ExpectWrong(fewer, {{"usage flags",
+                       "606 of 1089 are set, expected 607 of 1089: the last 1 elements of either block of "
+                       "the slope vector stay 0"}});
+  quen::testing::Calibration more = Good();
+  more.rois_used["is_used"][1088] = 1.0;
+  ExpectWrong(more, {{"usage flags", "608 of 1089 are set, expected 607 of 1089: sub-apertures after 1"}});
+  quen::testing::Calibration shorter = Good();
+  shorter.rois_used.Resize(500);
+  ExpectWrong(shorter, {{"usage flags", "expected 607 of 1089: ComputeSlopes ends the process where they end"}});
+  quen::testing::Calibration longer = Good();
+  longer.rois_used.Resize(1100);
+  ExpectFindings(Check(longer), Verdict::kDoubtful, {{"usage flags", "607 of 1100 are set, expected 607 of 1089"}});
+}
+
+TEST(Check, TellsWhyTheLibraryRefusesIt) {
+  quen::testing::Calibration calibration = Good();
+  calibration.rois["x_up"][5] = 841.0;
+  ExpectWrong(calibration, {{"loading", "the library refuses it: "}});
+}
+
+}  // namespace

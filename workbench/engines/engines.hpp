@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "quen_image_processing/centroiding/centroiding.hpp"
+
+/// @file
+/// Centroiding engines by name, as arguments give them: NAME or NAME:OPTION=VALUE,OPTION=VALUE.
+
+namespace quen::workbench {
+
+using Engine = quen::image_processing::Centroiding<std::uint16_t>;
+
+inline constexpr const char* kDefaultEngine = "centre-of-gravity";
+
+/// Names of all engines.
+std::vector<std::string> EngineNames();
+
+/// One line per engine: its name, its options and what they are, for the help.
+std::string EngineHelp();
+
+/// @throws std::invalid_argument  no such engine, no such option, a value that is none or is out of its range
+std::unique_ptr<Engine> MakeEngine(const std::string& text);
+
+}  // namespace quen::workbench

@@ -1,0 +1,101 @@
+#include "workbench/engines/engines.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "centroiders/brightest_pixels.hpp"
+#include "centroiders/centre_of_gravity.hpp"
+#include "centroiders/correlation.hpp"
+#include "centroiders/gaussian_fit.hpp"
+#include "centroiders/quad_cell.hpp"
+#include "centroiders/weighted_centre_of_gravity.hpp"
+#include "centroiders/windowed_centre_of_gravity.hpp"
+#include "testing/exceptions.hpp"
+
+namespace {
+
+using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all engines
+using quen::image_processing::Roi;
+using quen::testing::ExpectThrows;
+using quen::workbench::MakeEngine;
+
+struct Result {
+  double flux;
+  double x;
+  double y;
+
+  bool operator==(const Result&) const = default;
+};
+
+Result Measure(quen::workbench::Engine& engine) {
+  std::vector<std::uint16_t> frame(400);
+  for (std::size_t row = 0; row < 20; ++row) {
+    for (std::size_t column = 0; column < 20; ++column) {
+      const double u = static_cast<double>(column) - 10.3;
+      const double v = static_cast<double>(row) - 8.8;
+      const double speckle = static_cast<double>(((column + 20 * row) * 37) % 50);
+      frame[column + 20 * row] = static_cast<std::uint16_t>(3000.0 * std::exp(-0.125 * (u * u + v * v)) + speckle);
+    }
+  }
+  engine.Compute(frame, Roi(0, 20, 0, 20, 20, 20, 9.5, 9.5));
+  return {engine.flux, engine.x, engine.y};
+}
+
+template <typename E>
+void ExpectSame(const std::string& text, E engine) {
+  const auto made = MakeEngine(text);
+  EXPECT_NE(dynamic_cast<E*>(made.get()), nullptr) << text;
+  EXPECT_EQ(Measure(*made), Measure(engine)) << text;
+}
+
+TEST(Engines, AreMadeByNameAndOptions) {
+  ExpectSame("centre-of-gravity", CentreOfGravity());
+  ExpectSame("centre-of-gravity:background=10.5,threshold=20",
+             CentreOfGravity({.background = 10.5, .threshold = 20.0}));
+  ExpectSame("centre-of-gravity:threshold=40,thresholding=cut",
+             CentreOfGravity({.threshold = 40.0, .thresholding = Thresholding::kCut}));
+  ExpectSame("windowed", WindowedCentreOfGravity());
+  ExpectSame("windowed:around=reference,half-width=4.5",
+             WindowedCentreOfGravity({.around = WindowCentre::kReference, .half_width = 4.5}));
+  ExpectSame("weighted:fwhm=6,gain=1.5", WeightedCentreOfGravity({.fwhm = 6.0, .gain = 1.5}));
+  ExpectSame("brightest", BrightestPixels({.number = 40}));
+  ExpectSame("brightest:number=25", BrightestPixels({.number = 25}));
+  ExpectSame("brightest:fraction=0.2", BrightestPixels({.fraction = 0.2}));
+  ExpectSame("quad-cell:gain=2", QuadCell({.gain = 2.0}));
+  ExpectSame("correlation:size=9", Correlation({.size = 9}));
+  ExpectSame("gaussian-fit:fwhm=5,steps=2", GaussianFit({.fwhm = 5.0, .steps = 2}));
+}
+
+TEST(Engines, EveryNameIsThatOfAnEngine) {
+  EXPECT_EQ(quen::workbench::EngineNames().size(), 7U);
+  for (const std::string& name : quen::workbench::EngineNames()) {
+    EXPECT_NE(MakeEngine(name), nullptr);
+    EXPECT_NE(quen::workbench::EngineHelp().find(name), std::string::npos);
+  }
+  EXPECT_EQ(quen::workbench::EngineNames().front(), quen::workbench::kDefaultEngine);
+}
+
+TEST(Engines, SayWhatIsWrongWithAText) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"best",
+       "expected one of centre-of-gravity, windowed, weighted, brightest, quad-cell, correlation, gaussian-fit, found "
+       "best"},
+      {"windowed:size=3", "windowed: expected one of the options around, half-width, found size"},
+      {"windowed:half-width", "windowed: expected half-width=VALUE, found half-width"},
+      {"windowed:half-width=wide", "windowed: half-width: expected a number, found wide"},
+      {"windowed:half-width=3px", "windowed: half-width: expected a number, found 3px"},
+      {"windowed:half-width=3,half-width=4", "windowed: expected half-width once, found it twice"},
+      {"windowed:around=me", "windowed: around: expected brightest or reference, found me"},
+      {"brightest:number=2.5", "brightest: number: expected a whole number, found 2.5"},
+      {"brightest:number=-3", "BrightestPixels: number must be from 2 to 1e+06, found 0"},
+      {"brightest:number=9,fraction=0.1",
+       "BrightestPixels: exactly one of number and fraction must be given, found both"},
+      {"weighted:fwhm=nan", "weighted: fwhm: expected a number, found nan"},
+      {"correlation:size=8", "Correlation: size must be odd, found 8"}};
+  for (const auto& [text, reason] : cases) {
+    ExpectThrows<std::invalid_argument>(reason, [&, engine = text] { MakeEngine(engine); });
+  }
+}
+
+}  // namespace

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "common/fits/fits.hpp"
+#include "workbench/fits/input_file.hpp"
+
+/// @file
+/// What a FITS file has, asked without a failure where it has it not. No function leaves messages on CFITSIO's stack, or
+/// gives those of others.
+
+namespace quen::workbench {
+
+/// @throws std::runtime_error  the file cannot be read, or does not begin as a FITS file does
+void RequireFits(const InputFile& file);
+
+/// Whether a file begins as a FITS file does, not compressed.
+/// @throws std::runtime_error  it cannot be read
+bool IsFits(const InputFile& file);
+
+/// Opens a file at its primary image, or at an extension, through the library.
+/// @throws std::runtime_error  the library refuses it, or its header declares more than the file holds: whoever makes
+///                             room for what is declared then takes no more memory than a file of that size justifies
+quen::common::Fits::Handle OpenFits(const InputFile& file, const std::optional<std::string>& extension);
+
+/// Whether the file can be read and has a binary table of this name.
+bool HasTable(const InputFile& file, const char* name);
+
+/// @throws std::runtime_error  it is no FITS file, or has no binary table of this name
+void RequireTable(const InputFile& file, const char* name);
+
+/// A number of the header that the file stands on; `otherwise` without the keyword.
+double NumberKey(const quen::common::Fits::Handle& file, const char* key, double otherwise);
+
+/// Text of it; empty without the keyword.
+std::string TextKey(const quen::common::Fits::Handle& file, const char* key);
+
+}  // namespace quen::workbench

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "common/fits/fits.hpp"
+
+namespace quen::workbench {
+
+/// Writes keywords into the HDU that a file stands on.
+/// @throws std::runtime_error  CFITSIO failure
+void WriteKey(const quen::common::Fits::Handle& file, const std::string& key, const std::string& value,
+              const std::string& comment);
+void WriteKey(const quen::common::Fits::Handle& file, const std::string& key, double value, const std::string& comment);
+void WriteKey(const quen::common::Fits::Handle& file, const std::string& key, long value, const std::string& comment);
+
+/// Writes what made the file, for instance "quen-shs calibrate 0.1.0".
+void WriteCreator(const quen::common::Fits::Handle& file, const std::string& command);
+
+}  // namespace quen::workbench

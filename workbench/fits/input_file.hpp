@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "workbench/fits/descriptor.hpp"
+
+/// @file
+/// A file to be read, opened once, under exactly the name that the user wrote: no character of it means anything else.
+
+namespace quen::workbench {
+
+/// An open file. A pipe, a terminal or a device is read to its end into memory, and is then like any other file.
+class InputFile {
+ public:
+  /// @throws std::runtime_error  no such file, a folder, not to be read, more than 4 GiB, a pipe with more than 256 MiB
+  /// @throws Interrupted         a signal has come while a pipe was waited for
+  explicit InputFile(const std::string& name);
+
+  /// A file that is in memory only.
+  /// @param name  in messages
+  /// @throws std::runtime_error  there is no memory for it
+  static InputFile InMemory(const std::string& name, std::string_view bytes);
+
+  /// What the user wrote.
+  [[nodiscard]] const std::string& Name() const { return name_; }
+
+  /// The name under which the library opens this very file, as long as the object lives, whatever happens to its name.
+  /// @throws std::runtime_error  /proc is not mounted, and the file's own name would mean something to CFITSIO
+  [[nodiscard]] std::string Path() const;
+
+  [[nodiscard]] std::uint64_t Size() const { return size_; }
+
+  /// Of the file that was opened.
+  [[nodiscard]] FileId Id() const { return id_; }
+
+  /// Whether it is a file on a disk, not a pipe, a terminal or a device.
+  [[nodiscard]] bool IsRegular() const { return is_regular_; }
+
+  /// The first bytes, up to `count`.
+  /// @throws std::runtime_error  it cannot be read
+  [[nodiscard]] std::string Beginning(std::size_t count) const;
+
+  /// The whole of a text.
+  /// @throws std::runtime_error  it cannot be read, or is longer than 16 MiB
+  [[nodiscard]] std::string Text() const;
+
+  /// A message of the library with the user's name in it in place of Path().
+  [[nodiscard]] std::string WithName(std::string message) const;
+
+ private:
+  InputFile() = default;
+  void KeepInMemory(std::string_view bytes);
+
+  std::string name_;
+  Descriptor descriptor_;
+  std::uint64_t size_ = 0;
+  FileId id_ = {};
+  bool is_regular_ = false;
+};
+
+/// What `read` returns. What it throws of the library's is thrown on with the name that the user wrote.
+/// @throws std::runtime_error  so
+template <typename Read>
+auto Reading(const InputFile& file, const Read& read) {
+  try {
+    return read();
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(file.WithName(error.what()));
+  } catch (const std::logic_error& error) {
+    throw std::runtime_error(file.WithName(error.what()));
+  }
+}
+
+}  // namespace quen::workbench

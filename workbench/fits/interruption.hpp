@@ -1,0 +1,39 @@
+#pragma once
+
+#include <exception>
+
+/// @file
+/// Ctrl-C: a job that is interrupted ends at its next frame, or where it waits for a pipe, takes its unfinished files
+/// away, and is then seen by the shell as ended by the signal. A second Ctrl-C ends it at once. A signal that is ignored
+/// when the tool starts, as nohup and a shell's background jobs have it, stays ignored.
+
+namespace quen::workbench {
+
+class Interrupted : public std::exception {
+ public:
+  explicit Interrupted(const char* text = "interrupted; no file was written") : text_(text) {}
+  [[nodiscard]] const char* what() const noexcept override { return text_; }
+
+ private:
+  const char* text_;
+};
+
+/// From now on SIGINT and SIGTERM are noted.
+void NoteInterruptions();
+
+/// @throws Interrupted  a signal has come
+void ThrowIfInterrupted();
+
+/// Waits until a descriptor is ready, or something is wrong with it, which the next read or write tells.
+/// @param events  POLLIN or POLLOUT
+/// @throws Interrupted  a signal has come, before or meanwhile
+void WaitFor(int descriptor, short events);
+
+/// Waits for a moment, in which others may get on.
+/// @throws Interrupted  a signal has come, before or meanwhile
+void WaitForAMoment();
+
+/// Ends the process by the signal that has come.
+void EndByInterruption();
+
+}  // namespace quen::workbench

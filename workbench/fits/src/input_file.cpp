@@ -1,0 +1,111 @@
+#include "workbench/fits/input_file.hpp"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "workbench/fits/transfer.hpp"
+
+namespace quen::workbench {
+namespace {
+
+constexpr std::size_t kMostOfAPipe = 256U << 20U;
+constexpr std::uint64_t kMostOfAFile = std::uint64_t{4} << 30U;
+constexpr std::size_t kMostOfAText = 16U << 20U;
+
+[[noreturn]] void RefuseToRead(const std::string& name, const std::string& reason) {
+  throw std::runtime_error(name + ": cannot be read: " + reason);
+}
+
+/// Whether CFITSIO takes a name for nothing but a name.
+bool IsHarmless(const std::string& path) {
+  return std::ranges::all_of(path, [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
+           c == '-' || c == '/';
+  });
+}
+
+}  // namespace
+
+// A pipe without a writer is waited for when it is read, which a signal can end at any moment.
+InputFile::InputFile(const std::string& name) : name_(name), descriptor_(Open(name, O_RDONLY | O_NONBLOCK)) {
+  struct stat status {};
+  if (!descriptor_.IsOpen() || fstat(descriptor_.Number(), &status) != 0) RefuseToRead(name, std::strerror(errno));
+  if (S_ISDIR(status.st_mode)) throw std::runtime_error(name + ": expected a file, found a folder");
+  id_ = IdOf(status);
+  is_regular_ = S_ISREG(status.st_mode);
+  size_ = static_cast<std::uint64_t>(status.st_size);
+  if (is_regular_) {
+    if (size_ > kMostOfAFile) throw std::runtime_error(name + ": expected a file of 4 GiB at most, found more");
+    return;
+  }
+  try {
+    const std::string bytes = ReadToEnd(descriptor_.Number(), kMostOfAPipe);
+    if (bytes.size() > kMostOfAPipe) {
+      throw std::runtime_error(name + ": expected 256 MiB at most from what is no file on a disk, found more");
+    }
+    KeepInMemory(bytes);
+  } catch (const std::system_error& error) {
+    RefuseToRead(name, error.code().message());
+  }
+}
+
+InputFile InputFile::InMemory(const std::string& name, std::string_view bytes) {
+  InputFile file;
+  file.name_ = name;
+  try {
+    file.KeepInMemory(bytes);
+  } catch (const std::system_error& error) {
+    RefuseToRead(name, error.code().message());
+  }
+  return file;
+}
+
+void InputFile::KeepInMemory(std::string_view bytes) {
+  descriptor_ = Descriptor(memfd_create("quen-shs", MFD_CLOEXEC));
+  if (!descriptor_.IsOpen()) throw std::system_error(errno, std::generic_category());
+  WriteToDisk(descriptor_.Number(), bytes, 0, descriptor_.Number());
+  size_ = bytes.size();
+}
+
+std::string InputFile::Path() const {
+  std::string alias = fmt::format("/proc/self/fd/{}", descriptor_.Number());
+  if (access(alias.c_str(), F_OK) == 0) return alias;
+  std::string path = std::filesystem::absolute(name_).string();
+  if (is_regular_ && IsHarmless(path)) return path;
+  throw std::runtime_error(name_ +
+                           ": cannot be opened safely: mount /proc, or give a file on a disk whose path has letters, "
+                           "digits and . _ - / only");
+}
+
+std::string InputFile::Beginning(std::size_t count) const {
+  try {
+    return ReadAt(descriptor_.Number(), 0, count);
+  } catch (const std::system_error& error) {
+    RefuseToRead(name_, error.code().message());
+  }
+}
+
+std::string InputFile::Text() const {
+  std::string text = Beginning(kMostOfAText + 1);
+  if (text.size() > kMostOfAText) throw std::runtime_error(name_ + ": expected a text of 16 MiB at most, found more");
+  return text;
+}
+
+std::string InputFile::WithName(std::string message) const {
+  const std::string alias = Path();
+  for (std::size_t at = 0; (at = message.find(alias, at)) != std::string::npos; at += name_.size()) {
+    const std::size_t end = at + alias.size();
+    const bool is_longer = end < message.size() && message[end] >= '0' && message[end] <= '9';  // another's
+    if (!is_longer) message.replace(at, alias.size(), name_);
+  }
+  return message;
+}
+
+}  // namespace quen::workbench

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "workbench/fits/descriptor.hpp"
+#include "workbench/fits/input_file.hpp"
+#include "workbench/fits/output_target.hpp"
+
+/// @file
+/// The files that a command writes. They are claimed before any work, given their content, and committed together:
+///
+/// - A name leads to the file of that name, after symbolic links, which stay. What is there is replaced by a rename when
+///   the new file is whole, and keeps its mode. Pipes, devices and what the process has open already, its standard
+///   output above all, are written to.
+/// - A file is whole when it has been written, the disk has said so, and it has been read back.
+/// - Of several files all take their places, or none does, as long as the file system can exchange two files; the message
+///   tells where it could not.
+/// - What is not finished has a name ".quen-shs-<digits>.part" beside its target, and goes when the command fails. If the process
+///   is killed it stays; the next command that writes into that folder takes it away.
+
+namespace quen::workbench {
+
+/// A file that is to take the place of another, beside it.
+class StagedFile {
+ public:
+  /// Makes the file beside its target.
+  /// @throws std::runtime_error  it cannot be made
+  explicit StagedFile(OutputTarget target);
+  ~StagedFile();
+  StagedFile(StagedFile&& other) noexcept;
+  StagedFile(const StagedFile&) = delete;
+  StagedFile& operator=(const StagedFile&) = delete;
+  StagedFile& operator=(StagedFile&&) = delete;
+
+  /// @throws std::runtime_error  it does not come to be whole
+  void Write(std::string_view bytes);
+
+  /// Puts the file into its target's place. What was there stays beside it, for Undo(), as long as the object lives.
+  /// @throws std::runtime_error  it cannot be put there; the target is as before
+  void TakePlace();
+
+  /// Puts back what was there.
+  /// @return  whether that was possible
+  bool Undo() noexcept;
+
+  [[nodiscard]] const OutputTarget& Target() const { return target_; }
+
+ private:
+  enum class Place { kBeside, kExchanged, kNew, kReplaced };
+
+  void MakeBeside();
+
+  OutputTarget target_;
+  std::string path_;  ///< beside the target; empty if nothing is there
+  Descriptor file_;   ///< locked, so that others see that somebody is at work
+  Descriptor old_;    ///< what was there before, locked for the same reason
+  Place place_ = Place::kBeside;
+};
+
+/// All outputs of a command.
+class StagedFiles {
+ public:
+  /// Claims files. Empty names, of outputs that are not wanted, are left out.
+  /// @throws std::runtime_error  a name cannot be written to, or two lead to the same file
+  explicit StagedFiles(const std::vector<std::string>& names);
+  ~StagedFiles();
+  StagedFiles(const StagedFiles&) = delete;
+  StagedFiles& operator=(const StagedFiles&) = delete;
+  StagedFiles(StagedFiles&&) = delete;
+  StagedFiles& operator=(StagedFiles&&) = delete;
+
+  /// @throws std::runtime_error  one of them is among the files that the command reads
+  void RefuseToReplace(const InputFile& input) const;
+  void RefuseToReplace(std::span<const InputFile> inputs) const;
+
+  /// Gives a file its content.
+  /// @param name  one of those claimed
+  void Give(const std::string& name, std::string bytes);
+  /// Gives all files their contents, in their order.
+  void GiveAll(std::vector<std::string> contents);
+
+  /// Writes the files, those first that are not renamed.
+  /// @throws std::runtime_error  one cannot be written: the message says which, and what has changed nevertheless
+  /// @throws Interrupted         a signal has come; no file has changed
+  void Commit();
+
+  /// The names that were claimed, in their order.
+  [[nodiscard]] std::vector<std::string> Names() const;
+
+  /// Whether one of them is the standard output, which is then no place for anything else.
+  [[nodiscard]] bool TakeStandardOutput() const;
+
+ private:
+  struct Output {
+    OutputTarget target;
+    std::string bytes;
+  };
+
+  void MakeFolders(const OutputTarget& target);
+
+  std::vector<Output> outputs_;
+  std::vector<std::string> folders_;  ///< made for the files, to go again if these fail; outermost first
+};
+
+}  // namespace quen::workbench

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <Eigen/Dense>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "shssim/shs_simulator.hpp"
+#include "workbench/engines/engines.hpp"
+#include "workbench/loop/disturbance.hpp"
+
+/// @file
+/// A modal integrator loop around the simulated sensor.
+
+namespace quen::workbench {
+
+struct LoopOptions {
+  double gain = 0.5;
+  double leak = 0.0;                    ///< share of the correction that is forgotten from frame to frame
+  int delay = 1;                        ///< frames from a measurement to the first one that its correction acts on
+  double noise = 10.0;                  ///< half-width, units of pixel values
+  std::uint32_t seed = 1;               ///< of the noise
+  std::string engine = kDefaultEngine;  ///< that measures, as for MakeEngine
+};
+
+/// What one frame leaves behind. Modes in radians; an RMS is the root of the sum of their squares.
+struct FrameRecord {
+  Eigen::VectorXd disturbance;
+  Eigen::VectorXd correction;
+  Eigen::VectorXd residual;  ///< disturbance − correction
+};
+
+/// What a loop leaves behind: a record per frame, up to the first one that is lost.
+struct LoopRun {
+  std::vector<FrameRecord> records;
+  bool has_diverged = false;
+};
+
+/// A residual beyond this many times the largest disturbance so far (or radians, whichever is more) is a loop lost.
+inline constexpr double kDivergence = 10.0;
+
+/// Closes the loop, frame by frame:
+///
+///     residual e = d − c  →  displacements M2S · e  →  frame  →  slopes s  →  c ← (1 − leak) · c + gain · CM · s,
+///
+/// the last of these `delay` frames on. Seeds the calling thread's noise, so that equal arguments give equal records.
+/// Stops where the loop diverges. The simulator then holds the last frame and its measurement.
+///
+/// @param disturbance  d, a row per frame
+/// @param after_frame  called after each frame
+LoopRun RunLoop(quen::shssim::ShsSimulator& simulator, const Series& disturbance, const LoopOptions& options,
+                const std::function<void()>& after_frame);
+
+/// RMS over the frames [first, last) of a record's vector.
+double Rms(const std::vector<FrameRecord>& records, Eigen::VectorXd FrameRecord::*vector, std::size_t first,
+           std::size_t last);
+
+}  // namespace quen::workbench

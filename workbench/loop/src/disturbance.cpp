@@ -1,0 +1,45 @@
+#include "workbench/loop/disturbance.hpp"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <stdexcept>
+
+namespace quen::workbench {
+
+Disturbance::Disturbance(const Eigen::VectorXd& variances, double strength, double correlation, std::uint32_t seed)
+    : engine_(seed),
+      correlation_(correlation),
+      sigma_((variances * std::pow(strength, 5.0 / 3.0)).cwiseSqrt()),
+      modes_(Draw()) {}
+
+void Disturbance::Advance() { modes_ = correlation_ * modes_ + std::sqrt(1.0 - correlation_ * correlation_) * Draw(); }
+
+Eigen::VectorXd Disturbance::Draw() {
+  Eigen::VectorXd values(sigma_.size());
+  for (Eigen::Index mode = 0; mode < values.size(); ++mode) values(mode) = sigma_(mode) * normal_(engine_);
+  return values;
+}
+
+void RequireModerate(const Series& series, const std::string& source) {
+  for (Eigen::Index frame = 0; frame < series.rows(); ++frame) {
+    for (Eigen::Index mode = 0; mode < series.cols(); ++mode) {
+      if (std::abs(series(frame, mode)) <= kLargestMode) continue;
+      throw std::runtime_error(
+          fmt::format("{}: expected modes up to {:g} radians, found {:g} in frame {}, mode {} (counted from 0)", source,
+                      kLargestMode, series(frame, mode), frame, mode));
+    }
+  }
+}
+
+Series TurbulentSeries(int frames, const Eigen::VectorXd& variances, double strength, std::uint32_t seed) {
+  Disturbance disturbance(variances, strength, kCorrelation, seed);
+  Series series(frames, variances.size());
+  for (Eigen::Index frame = 0; frame < frames; ++frame) {
+    series.row(frame) = disturbance.Modes();
+    disturbance.Advance();
+  }
+  return series;
+}
+
+}  // namespace quen::workbench

@@ -1,0 +1,127 @@
+#include "workbench/loop/sweep.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+#include "common/fits/fits.hpp"
+#include "workbench/fits/content.hpp"
+#include "workbench/fits/header.hpp"
+#include "workbench/fits/memory_fits.hpp"
+#include "workbench/fits/numbers.hpp"
+#include "workbench/loop/telemetry.hpp"
+
+namespace quen::workbench {
+namespace {
+
+using quen::common::Fits::Handle;
+using quen::common::Fits::ReadColumnOrThrow;
+
+template <typename Member>
+void WriteColumn(const Handle& file, int column, const std::vector<SweepPoint>& points, Member member) {
+  std::vector<double> values;
+  values.reserve(points.size());
+  for (const SweepPoint& point : points) values.push_back(static_cast<double>(point.*member));
+  quen::common::Fits::WriteColumnPriv(file, values.data(), values.size(), TDOUBLE, column, 1);
+}
+
+}  // namespace
+
+bool SweepPoint::HasDiverged() const { return std::isinf(residual); }
+
+std::vector<double> ParseSweep(const std::string& text) {
+  constexpr std::string_view kName = "gain=";
+  constexpr double kMost = 1000.0;
+  const auto refuse = [&](const std::string& why) {
+    throw std::invalid_argument(fmt::format("expected gain=FIRST:LAST:STEP{}, found {}", why, text));
+  };
+  if (!text.starts_with(kName)) refuse("");
+  const std::string_view range = std::string_view(text).substr(kName.size());
+  const std::size_t first_colon = range.find(':');
+  const std::size_t second_colon = range.find(':', first_colon + 1);
+  if (first_colon == std::string_view::npos || second_colon == std::string_view::npos) refuse("");
+  const auto first = ParseNumber(range.substr(0, first_colon));
+  const auto last = ParseNumber(range.substr(first_colon + 1, second_colon - first_colon - 1));
+  const auto step = ParseNumber(range.substr(second_colon + 1));
+  if (!first || !last || !step) refuse(", three numbers");
+  if (!(*first >= 0.0 && *last <= 2.0 && *first <= *last)) refuse(" with 0 <= FIRST <= LAST <= 2");
+  if (!(*step > 0.0 && (*last - *first) / *step < kMost)) refuse(" with a STEP above 0 and 1000 gains at most");
+
+  constexpr double kRounding = 1e-9;  // of a step
+  const auto steps = static_cast<int>(std::floor((*last - *first) / *step + kRounding));
+  std::vector<double> gains;
+  for (int k = 0; k <= steps; ++k) gains.push_back(*first + k * *step);
+  return gains;
+}
+
+std::optional<SweepPoint> Best(const std::vector<SweepPoint>& points) {
+  const auto best = std::ranges::min_element(points, {}, &SweepPoint::residual);
+  if (best == points.end() || best->HasDiverged()) return std::nullopt;
+  return *best;
+}
+
+std::vector<SweepPoint> RunSweep(quen::shssim::ShsSimulator& simulator, const Series& disturbance,
+                                 const LoopOptions& options, const std::vector<double>& gains,
+                                 const std::function<void()>& after_frame) {
+  std::vector<SweepPoint> points;
+  LoopOptions with_gain = options;
+  for (const double gain : gains) {
+    with_gain.gain = gain;
+    const LoopRun run = RunLoop(simulator, disturbance, with_gain, after_frame);
+    const std::size_t frames = run.records.size();
+    points.push_back({gain,
+                      run.has_diverged ? std::numeric_limits<double>::infinity()
+                                       : Rms(run.records, &FrameRecord::residual, frames / 2, frames),
+                      Rms(run.records, &FrameRecord::disturbance, frames / 2, frames), frames});
+  }
+  return points;
+}
+
+std::string SweepFile(const LoopOptions& options, const std::string& disturbance,
+                      const std::vector<SweepPoint>& points) {
+  MemoryFits fits;
+  const Handle& file =
+      fits.AddTable("sweep", {{"gain", "D"}, {"residual_rms", "D"}, {"disturbance_rms", "D"}, {"frames", "D"}});
+  WriteColumn(file, 1, points, &SweepPoint::gain);
+  WriteColumn(file, 2, points, &SweepPoint::residual);
+  WriteColumn(file, 3, points, &SweepPoint::disturbance);
+  WriteColumn(file, 4, points, &SweepPoint::frames);
+  WriteKey(file, "TUNIT2", "rad", "second half of the run; infinite: diverged");
+  WriteKey(file, "TUNIT3", "rad", "second half of the run");
+  WriteLoopKeys(file, options, disturbance);
+  return fits.Bytes();
+}
+
+namespace {
+
+/// A number of frames, which a file has as any number.
+std::size_t FramesOf(const std::string& path, std::size_t row, double frames) {
+  constexpr double kMost = 1e9;
+  if (frames >= 0.0 && frames <= kMost) return static_cast<std::size_t>(frames);
+  throw std::runtime_error(fmt::format("{}: expected 0 to {:g} frames in its table \"sweep\", found {:g} in row {}",
+                                       path, kMost, frames, row + 1));
+}
+
+}  // namespace
+
+std::vector<SweepPoint> ReadSweep(const InputFile& file) {
+  return Reading(file, [&] {
+    const Handle table = OpenFits(file, "sweep");
+    const auto gains = ReadColumnOrThrow<double>(table, "gain");
+    const auto residuals = ReadColumnOrThrow<double>(table, "residual_rms");
+    const auto disturbances = ReadColumnOrThrow<double>(table, "disturbance_rms");
+    const auto frames = ReadColumnOrThrow<double>(table, "frames");
+    if (gains.empty()) throw std::runtime_error(file.Name() + ": its table \"sweep\" has no rows");
+    std::vector<SweepPoint> points;
+    for (std::size_t k = 0; k < gains.size(); ++k) {
+      points.push_back({gains[k], residuals[k], disturbances[k], FramesOf(file.Name(), k, frames[k])});
+    }
+    return points;
+  });
+}
+
+}  // namespace quen::workbench

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "common/fits/fits.hpp"
+#include "workbench/fits/input_file.hpp"
+#include "workbench/loop/control_loop.hpp"
+
+namespace quen::workbench {
+
+/// A FITS file of the records of a loop: a binary table "telemetry", one row per frame, with the options in its header:
+/// frame number, RMS of disturbance and residual, and the 52 modes of disturbance, correction and residual, all in
+/// radians.
+/// @param disturbance  where it is from, in words
+std::string TelemetryFile(const LoopOptions& options, const std::string& disturbance,
+                          const std::vector<FrameRecord>& records);
+
+/// The loop's options, in the header of the table that the file stands on.
+void WriteLoopKeys(const quen::common::Fits::Handle& file, const LoopOptions& options, const std::string& disturbance);
+
+/// Reads what TelemetryFile has made.
+/// @throws std::runtime_error  the file cannot be read, lacks a column, or has no row
+std::vector<FrameRecord> ReadTelemetry(const InputFile& file);
+
+}  // namespace quen::workbench

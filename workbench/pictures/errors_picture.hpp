@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "workbench/engines/scoring.hpp"
+
+namespace quen::workbench {
+
+/// RMS errors of the engines against the noise, and the least possible one. Returns a PNG file.
+/// @throws std::runtime_error  there is no memory for it
+std::string DrawErrors(const ErrorCurves& curves);
+
+}  // namespace quen::workbench

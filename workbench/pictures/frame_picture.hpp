@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "workbench/pictures/stretch.hpp"
+#include "workbench/sensor/frame_file.hpp"
+#include "workbench/sensor/overlay.hpp"
+
+namespace quen::workbench {
+
+/// Magnification that makes the root mean square displacement of the used sub-apertures a typical arrow; 1 if there is
+/// nothing to show.
+double ArrowMagnification(const Overlay& overlay);
+
+/// The magnification in words, and how many used sub-apertures have no arrow.
+std::string ArrowLegend(const Overlay& overlay);
+
+/// Draws a frame, and sub-apertures on it if there are any. Returns a PNG file.
+/// @throws std::runtime_error  there is no memory for it
+std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::optional<Overlay>& overlay,
+                      const std::string& title);
+
+}  // namespace quen::workbench

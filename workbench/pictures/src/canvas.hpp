@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cairo.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace quen::workbench {
+
+struct Colour {
+  double red, green, blue, alpha;
+};
+inline constexpr Colour kPaper = {1.0, 1.0, 1.0, 1.0};
+inline constexpr Colour kInk = {0.15, 0.15, 0.18, 1.0};
+inline constexpr Colour kGrid = {0.85, 0.85, 0.87, 1.0};
+
+/// Colours of curves that stand beside each other.
+inline constexpr std::array<Colour, 7> kCurves = {{{0.12, 0.47, 0.71, 1.0},
+                                                   {1.00, 0.50, 0.05, 1.0},
+                                                   {0.17, 0.63, 0.17, 1.0},
+                                                   {0.84, 0.15, 0.16, 1.0},
+                                                   {0.58, 0.40, 0.74, 1.0},
+                                                   {0.55, 0.34, 0.29, 1.0},
+                                                   {0.89, 0.47, 0.76, 1.0}}};
+
+// Around what is drawn, pixels.
+inline constexpr double kMargin = 40.0;
+inline constexpr double kTop = 44.0;         ///< room for a title
+inline constexpr double kTitleAbove = 14.0;  ///< of the title's base line above what is drawn
+
+using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
+using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
+
+/// Pixels that are painted onto a picture, blank at first.
+class Image {
+ public:
+  /// @throws std::runtime_error  more than Cairo takes (32767 along an axis), or than there is memory for
+  Image(std::size_t width, std::size_t height);
+
+  /// A row of 32-bit words, from the top: 8 bits each for red, green and blue, blue the lowest.
+  [[nodiscard]] std::uint32_t* Row(std::size_t y) const;
+
+  /// For Cairo, once all rows are filled.
+  [[nodiscard]] cairo_surface_t* Filled() const;
+
+ private:
+  Surface surface_;
+};
+
+/// A blank picture, drawn on with Cairo, in pixels from its top left corner.
+class Canvas {
+ public:
+  /// @throws std::runtime_error  as Image
+  Canvas(int width, int height);
+
+  [[nodiscard]] cairo_t* Cairo() const { return context_.get(); }
+
+  /// The bytes of a PNG file.
+  /// @throws std::runtime_error  something could not be drawn, or there is no memory for it
+  [[nodiscard]] std::string Png() const;
+
+ private:
+  /// From a first error on Cairo draws nothing more.
+  void RequireDrawn() const;
+
+  Surface surface_;
+  Context context_;
+};
+
+void Use(cairo_t* cr, const Colour& colour);
+
+/// Text that begins at, ends at, or is centred on a point of its base line; or goes on where the last one ended. Of any
+/// bytes: what is no letter becomes a question mark.
+void Write(cairo_t* cr, double x, double y, const std::string& text);
+void WriteOn(cairo_t* cr, const std::string& text);
+void WriteBefore(cairo_t* cr, double x, double y, const std::string& text);
+void WriteAround(cairo_t* cr, double x, double y, const std::string& text);
+
+/// A number with three significant digits.
+std::string Short(double value);
+
+}  // namespace quen::workbench

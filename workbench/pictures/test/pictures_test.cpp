@@ -1,0 +1,490 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <sstream>
+
+#include "testing/environment.hpp"
+#include "testing/fits_files.hpp"
+#include "testing/process.hpp"
+#include "workbench/engines/score_file.hpp"
+#include "workbench/pictures/errors_picture.hpp"
+#include "workbench/pictures/field_picture.hpp"
+#include "workbench/pictures/loop_picture.hpp"
+#include "workbench/pictures/matrix_picture.hpp"
+#include "workbench/pictures/src/typeface.hpp"
+#include "workbench/pictures/stretch.hpp"
+#include "workbench/pictures/sweep_picture.hpp"
+#include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/shapes.hpp"
+
+// Each picture against one that was looked at. References are in workbench/pictures/test/expected, four times reduced along
+// either axis; QUEN_UPDATE_PICTURES=1 writes them anew, to be looked at again.
+
+namespace {
+
+using quen::testing::Outcome;
+using quen::testing::TempDir;
+using quen::workbench::Displacements;
+using quen::workbench::FrameRecord;
+using quen::workbench::Overlay;
+using quen::workbench::Stretch;
+using quen::workbench::Surface;
+
+constexpr int kReduction = 4;
+
+/// A picture's shades, 0 to 255: three channels, row by row.
+struct Shades {
+  int width = 0;
+  int height = 0;
+  std::vector<double> values;
+
+  [[nodiscard]] double At(int x, int y, int channel) const {
+    return values[3 * static_cast<std::size_t>(x + width * y) + static_cast<std::size_t>(channel)];
+  }
+};
+
+Shades Load(const std::string& path) {
+  const Surface surface(cairo_image_surface_create_from_png(path.c_str()), &cairo_surface_destroy);
+  if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) return {};
+  Shades shades = {cairo_image_surface_get_width(surface.get()), cairo_image_surface_get_height(surface.get()), {}};
+  const unsigned char* const data = cairo_image_surface_get_data(surface.get());
+  const int stride = cairo_image_surface_get_stride(surface.get());
+  for (int y = 0; y < shades.height; ++y) {
+    for (int x = 0; x < shades.width; ++x) {
+      for (int channel = 0; channel < 3; ++channel) shades.values.push_back(data[y * stride + 4 * x + channel]);
+    }
+  }
+  return shades;
+}
+
+/// Means over squares.
+Shades Reduced(const Shades& shades) {
+  Shades reduced = {shades.width / kReduction, shades.height / kReduction, {}};
+  for (int y = 0; y < reduced.height; ++y) {
+    for (int x = 0; x < reduced.width; ++x) {
+      for (int channel = 0; channel < 3; ++channel) {
+        double sum = 0.0;
+        for (int b = 0; b < kReduction; ++b) {
+          for (int a = 0; a < kReduction; ++a) sum += shades.At(kReduction * x + a, kReduction * y + b, channel);
+        }
+        reduced.values.push_back(sum / (kReduction * kReduction));
+      }
+    }
+  }
+  return reduced;
+}
+
+void Save(const Shades& shades, const std::string& path) {
+  const Surface surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, shades.width, shades.height),
+                        &cairo_surface_destroy);
+  cairo_surface_flush(surface.get());
+  unsigned char* const data = cairo_image_surface_get_data(surface.get());
+  const int stride = cairo_image_surface_get_stride(surface.get());
+  for (int y = 0; y < shades.height; ++y) {
+    for (int x = 0; x < shades.width; ++x) {
+      for (int channel = 0; channel < 3; ++channel) {
+        data[y * stride + 4 * x + channel] = static_cast<unsigned char>(std::lround(shades.At(x, y, channel)));
+      }
+    }
+  }
+  cairo_surface_mark_dirty(surface.get());
+  cairo_surface_write_to_png(surface.get(), path.c_str());
+}
+
+/// How far a picture is from another: shares of the squares that differ by more than a little.
+double Difference(const Shades& a, const Shades& b) {
+  constexpr double kLittle = 8.0;  // of 255: less than a thin stroke makes of a square
+  if (a.width != b.width || a.height != b.height) return 1.0;
+  double differing = 0.0;
+  for (std::size_t k = 0; k < a.values.size(); ++k) {
+    if (std::abs(a.values[k] - b.values[k]) > kLittle) differing += 1.0;
+  }
+  return differing / static_cast<double>(a.values.size());
+}
+
+/// One square in ten thousand may differ: less than a letter, or a dot of a curve.
+constexpr double kTolerance = 1e-4;
+
+void ExpectLooksLike(const std::string& name, const std::function<std::string()>& draw) {
+  const TempDir folder;
+  quen::testing::WriteText(folder / "picture.png", draw());
+  const Shades drawn = Reduced(Load(folder / "picture.png"));
+  const std::string reference = QUEN_SOURCE_DIR "/workbench/pictures/test/expected/" + name + ".png";
+  if (std::getenv("QUEN_UPDATE_PICTURES") != nullptr) {
+    std::filesystem::create_directories(std::filesystem::path(reference).parent_path());
+    Save(drawn, reference);
+  }
+  ASSERT_GT(drawn.width, 100) << name;
+  EXPECT_LT(Difference(drawn, Load(reference)), kTolerance) << name;
+}
+
+// --- What is drawn
+
+class Pictures : public ::testing::Test {
+ protected:
+  Pictures() { quen::workbench::WriteCalibration(folder_.Path(), false); }
+
+  [[nodiscard]] quen::shssim::ShsSimulator Load() const { return quen::workbench::LoadSimulator(folder_.Path()); }
+
+  /// Coma on the synthetic sensor: no symmetry by which x and y, or signs, could be mistaken.
+  [[nodiscard]] static Overlay Coma(const quen::shssim::ShsSimulator& simulator) {
+    Displacements displacements = quen::workbench::Shape({"horizontal-coma", 2.0}, simulator);
+    const Displacements tilt = quen::workbench::Shape({"tilt", 0.6}, simulator);
+    for (std::size_t i = 0; i < 1089; ++i) displacements.y[i] += tilt.y[i];
+    return {simulator.Rois(), simulator.RoisUsed(), displacements};
+  }
+
+  TempDir folder_;
+};
+
+std::vector<FrameRecord> Records() {
+  std::vector<FrameRecord> records;
+  for (int frame = 0; frame < 80; ++frame) {
+    Eigen::VectorXd disturbance(52);
+    for (Eigen::Index mode = 0; mode < 52; ++mode) {
+      const double m = static_cast<double>(mode);
+      disturbance(mode) = (3.0 + std::sin(0.1 * frame + m)) / (1.0 + m);
+    }
+    const Eigen::VectorXd correction = disturbance * (1.0 - std::exp(-0.1 * frame));
+    records.push_back({disturbance, correction, disturbance - correction});
+  }
+  return records;
+}
+
+TEST_F(Pictures, Frame) {
+  auto simulator = Load();
+  const Overlay overlay = Coma(simulator);
+  simulator.ComputeFrame(overlay.displacements->x, overlay.displacements->y, 0.0, std::nullopt);
+  const quen::workbench::Frame frame = {840, 816, simulator.Frame()};
+  ExpectLooksLike("frame", [&] { return DrawFrame(frame, quen::workbench::SpotStretch(), overlay, "A frame"); });
+  ExpectLooksLike("frame_alone", [&] {
+    return DrawFrame(frame, quen::workbench::LogarithmicStretch(frame.pixels), std::nullopt, "A frame");
+  });
+}
+
+TEST_F(Pictures, Field) {
+  const auto simulator = Load();
+  std::vector<double> flux(1089);
+  for (std::size_t i = 0; i < flux.size(); ++i) flux[i] = 1000.0 + static_cast<double>(i);
+  flux[500] = std::numeric_limits<double>::quiet_NaN();
+  ExpectLooksLike("field", [&] { return DrawField(Coma(simulator), flux); });
+  ExpectLooksLike("field_without_light", [&] { return DrawField(Coma(simulator), {}); });
+}
+
+TEST_F(Pictures, Regions) {
+  const auto simulator = Load();
+  const Overlay overlay = {simulator.Rois(), simulator.RoisUsed(), std::nullopt};
+  ExpectLooksLike("regions", [&] { return DrawRegions(overlay); });
+}
+
+TEST_F(Pictures, Loop) {
+  auto simulator = Load();
+  const Displacements shape = quen::workbench::Shape({"defocus", 1.0}, simulator);
+  simulator.ComputeFrame(shape.x, shape.y, 0.0, std::nullopt);
+  simulator.ComputeSlopes(*quen::workbench::MakeEngine("weighted"), 12.0, std::nullopt);
+  ExpectLooksLike("loop", [&] { return DrawLoop(simulator, Records()); });
+}
+
+TEST(Picture, Telemetry) {
+  ExpectLooksLike("telemetry", [] { return quen::workbench::DrawTelemetry(Records()); });
+}
+
+TEST(Picture, TelemetryOfALoopThatIsLost) {
+  std::vector<FrameRecord> records = Records();
+  records.back().residual(0) = std::numeric_limits<double>::infinity();
+  EXPECT_TRUE(quen::workbench::DrawTelemetry(records).starts_with("\x89PNG"));
+}
+
+TEST(Picture, TelemetryOfFramesThatAreNotFiniteLeavesThemOut) {
+  std::vector<FrameRecord> records = Records();
+  records[20].residual.setConstant(std::numeric_limits<double>::quiet_NaN());
+  records[21].disturbance(3) = -std::numeric_limits<double>::infinity();
+  ExpectLooksLike("telemetry_not_finite", [&] { return quen::workbench::DrawTelemetry(records); });
+}
+
+TEST(Picture, TelemetryOfManyFrames) {
+  std::vector<FrameRecord> records;
+  for (int frame = 0; frame < 40000; ++frame) {
+    const double size = frame < 20000 ? 1.0 : 3.0 + std::sin(frame);
+    records.push_back(
+        {Eigen::VectorXd::Constant(2, 5.0), Eigen::VectorXd::Zero(2), Eigen::VectorXd::Constant(2, size)});
+  }
+  ExpectLooksLike("telemetry_many", [&] { return quen::workbench::DrawTelemetry(records); });
+}
+
+TEST(Picture, MatrixOfManyRowsShowsTheLargestOfEachGroup) {
+  quen::workbench::Matrix matrix = quen::workbench::Matrix::Zero(40000, 4);
+  matrix.col(0).setConstant(0.2);
+  for (Eigen::Index row = 1; row < 40000; row += 5) matrix(row, 0) = -2.0;  // one of each five
+  matrix.block(10000, 2, 10000, 1).setConstant(1.0);
+  matrix(30000, 3) = std::numeric_limits<double>::infinity();
+  ExpectLooksLike("matrix_long", [&] { return quen::workbench::DrawMatrix(matrix, "A matrix"); });
+}
+
+/// Numbers that only damaged files hold.
+constexpr std::array kExtremes = {1e308,
+                                  -1e308,
+                                  std::numeric_limits<double>::max(),
+                                  5e-324,
+                                  -5e-324,
+                                  0.0,
+                                  -1.0,
+                                  1.0,
+                                  std::numeric_limits<double>::infinity(),
+                                  -std::numeric_limits<double>::infinity(),
+                                  std::numeric_limits<double>::quiet_NaN()};
+
+/// Pairs of them, each number with three others.
+std::vector<std::pair<double, double>> ExtremePairs() {
+  std::vector<std::pair<double, double>> pairs;
+  for (std::size_t k = 0; k < kExtremes.size(); ++k) {
+    for (const std::size_t step : {0U, 1U, 4U}) {
+      pairs.emplace_back(kExtremes.at(k), kExtremes.at((k + step) % kExtremes.size()));
+    }
+  }
+  return pairs;
+}
+
+/// That something is drawn, whatever the numbers are.
+void ExpectDrawn(const std::function<std::string()>& draw) {
+  const TempDir folder;
+  quen::testing::WriteText(folder / "picture.png", draw());
+  EXPECT_GT(Load(folder / "picture.png").width, 100);
+}
+
+TEST(Picture, MatrixOfAnyNumbers) {
+  for (const auto& [one, other] : ExtremePairs()) {
+    quen::workbench::Matrix matrix = quen::workbench::Matrix::Constant(3, 2, one);
+    matrix(1, 1) = other;
+    ExpectDrawn([&] { return quen::workbench::DrawMatrix(matrix, ""); });
+  }
+}
+
+TEST(Picture, SweepOfAnyNumbers) {
+  for (const auto& [one, other] : ExtremePairs()) {
+    const std::vector<quen::workbench::SweepPoint> points = {
+        {one, other, 1.0, 10}, {0.5, one, other, 10}, {other, 1.0, one, 10}, {0.7, other, 2.0, 10}};
+    ExpectDrawn([&] { return quen::workbench::DrawSweep(points); });
+    const std::vector<quen::workbench::SweepPoint> single = {{one, one, one, 1}};
+    if (one == other) ExpectDrawn([&] { return quen::workbench::DrawSweep(single); });
+  }
+}
+
+TEST(Picture, TelemetryOfAnyNumbers) {
+  for (const auto& [one, other] : ExtremePairs()) {
+    std::vector<FrameRecord> records = {Records().front()};
+    records.front().disturbance.setConstant(one);
+    records.front().residual(7) = other;
+    ExpectDrawn([&] { return quen::workbench::DrawTelemetry(records); });
+  }
+}
+
+TEST(Picture, ErrorsOfAnyNumbers) {
+  constexpr double kLargest = std::numeric_limits<double>::max();
+  for (const auto& [least, most] :
+       {std::pair(5e-324, 1e308), {1.0, kLargest}, {1e308, kLargest}, {1.0, std::nextafter(1.0, 2.0)}}) {
+    quen::workbench::ErrorCurves curves = {kLargest, {least, most}, {}};
+    for (const double noise : curves.noises) {
+      std::vector<quen::workbench::NamedScore> scores;
+      for (const double value : kExtremes) {
+        scores.push_back({"engine", {}});
+        scores.back().score.x.rms = scores.back().score.y.rms = noise < most ? value : -value;
+      }
+      curves.scores.push_back(scores);
+    }
+    ExpectDrawn([&] { return quen::workbench::DrawErrors(curves); });
+  }
+}
+
+TEST(Picture, ErrorsAtManyNoises) {
+  quen::workbench::ErrorCurves curves = {2.0, {}, {}};
+  for (int k = 1; k <= 5000; ++k) {
+    curves.noises.push_back(k);
+    curves.scores.push_back({{"one", {}}});
+    curves.scores.back().front().score.x.rms = k < 2500 ? 1e-4 * k : std::numeric_limits<double>::quiet_NaN();
+  }
+  ExpectLooksLike("errors_many", [&] { return quen::workbench::DrawErrors(curves); });
+}
+
+TEST_F(Pictures, FieldOfAnyNumbers) {
+  const auto simulator = Load();
+  for (const auto& [one, other] : ExtremePairs()) {
+    Overlay overlay = Coma(simulator);
+    std::ranges::fill(overlay.displacements->x, one);
+    overlay.displacements->y[500] = other;
+    std::vector<double> flux(1089, one);
+    flux[500] = other;
+    ExpectDrawn([&] { return quen::workbench::DrawField(overlay, flux); });
+  }
+}
+
+TEST_F(Pictures, RegionsWithoutReferences) {
+  const auto simulator = Load();
+  Overlay overlay = {simulator.Rois(), simulator.RoisUsed(), std::nullopt};
+  for (std::size_t i = 300; i < 700; ++i) overlay.rois[i].x_ref = std::numeric_limits<double>::quiet_NaN();
+  ExpectLooksLike("regions_without_references", [&] { return quen::workbench::DrawRegions(overlay); });
+}
+
+TEST_F(Pictures, FieldTellsHowManyHaveNoArrow) {
+  const auto simulator = Load();
+  Overlay overlay = Coma(simulator);
+  EXPECT_EQ(ArrowLegend(overlay), "4.91 times enlarged");
+  const std::vector<std::size_t> used = quen::workbench::UsedIndices(overlay.used);
+  overlay.displacements->x[used[3]] = std::numeric_limits<double>::infinity();
+  overlay.displacements->y[used[4]] = std::numeric_limits<double>::quiet_NaN();
+  overlay.rois[used[5]].y_ref = std::numeric_limits<double>::quiet_NaN();
+  overlay.displacements->x[0] = std::numeric_limits<double>::quiet_NaN();  // is not used
+  EXPECT_NE(ArrowLegend(overlay).find(" times enlarged (3 not finite)"), std::string::npos) << ArrowLegend(overlay);
+  std::ranges::fill(overlay.displacements->x, 1e308);
+  std::ranges::fill(overlay.displacements->y, 0.0);
+  EXPECT_EQ(ArrowLegend(overlay), "5e-308 times enlarged (1 not finite)");
+  std::ranges::fill(overlay.displacements->x, 5e-324);
+  EXPECT_GT(ArrowMagnification(overlay), 0.0);
+  EXPECT_TRUE(std::isfinite(ArrowMagnification(overlay)));
+  EXPECT_EQ(quen::workbench::ArrowLegend({overlay.rois, overlay.used, std::nullopt}), "1 times enlarged");
+}
+
+TEST(Picture, TextOfAnyBytesIsDrawn) {
+  const quen::workbench::Matrix matrix = quen::workbench::Matrix::Identity(3, 3);
+  const auto drawn = [&](const std::string& title) { return quen::workbench::DrawMatrix(matrix, title); };
+  EXPECT_EQ(drawn("caf\xE9\x1B\n"), drawn("caf???"));
+  EXPECT_NE(drawn("caf\xC3\xA9"), drawn("caf?"));
+}
+
+TEST(Picture, TooLargeIsASentence) {
+  const quen::workbench::Frame frame = {40000, 1, std::vector<std::uint16_t>(40000)};
+  try {
+    DrawFrame(frame, quen::workbench::SpotStretch(), std::nullopt, "");
+    FAIL();
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(),
+                 "cannot draw a picture of 40080 x 85 pixels: invalid value (typically too big) for the size of the "
+                 "input (surface, pattern, etc.)");
+  }
+  EXPECT_THROW(const quen::workbench::Image image(std::size_t{1} << 40U, 1), std::runtime_error);
+}
+
+TEST(Picture, ThatCouldNotBeDrawnIsNotWritten) {
+  const quen::workbench::Canvas canvas(100, 100);
+  cairo_restore(canvas.Cairo());  // nothing was saved
+  EXPECT_THROW(static_cast<void>(canvas.Png()), std::runtime_error);
+}
+
+TEST(Typeface, IsThereWithoutAnyFont) {
+  const quen::workbench::FontFace built_in = quen::workbench::LoadTypeface(std::array{"/nowhere", "/etc/passwd"});
+  const quen::workbench::Canvas canvas(200, 50);
+  cairo_set_font_face(canvas.Cairo(), built_in.get());
+  quen::workbench::WriteBefore(canvas.Cairo(), 150.0, 30.0, "Letters");
+  EXPECT_EQ(cairo_status(canvas.Cairo()), CAIRO_STATUS_SUCCESS);
+  EXPECT_EQ(cairo_font_face_get_type(built_in.get()), CAIRO_FONT_TYPE_TOY);
+  double x = 0.0;
+  double y = 0.0;
+  cairo_get_current_point(canvas.Cairo(), &x, &y);
+  EXPECT_NEAR(x, 150.0, 1.0) << "letters take no room";
+}
+
+TEST(Typeface, IsDejaVuWhereThatIsInstalled) {
+  EXPECT_EQ(cairo_font_face_get_type(quen::workbench::Typeface()), CAIRO_FONT_TYPE_FT);
+}
+
+TEST(Picture, Matrix) {
+  quen::workbench::Matrix matrix(20, 60);
+  for (Eigen::Index row = 0; row < 20; ++row) {
+    for (Eigen::Index column = 0; column < 60; ++column) {
+      matrix(row, column) = static_cast<double>(column - 20) * static_cast<double>(row);
+    }
+  }
+  matrix(3, 4) = std::numeric_limits<double>::quiet_NaN();
+  ExpectLooksLike("matrix", [&] { return quen::workbench::DrawMatrix(matrix, "A matrix"); });
+  ExpectLooksLike("matrix_upright", [&] { return quen::workbench::DrawMatrix(matrix.transpose(), "A matrix"); });
+}
+
+TEST(Picture, Sweep) {
+  const std::vector<quen::workbench::SweepPoint> points = {{0.2, 3.0, 5.0, 100},
+                                                           {0.4, 1.0, 5.0, 100},
+                                                           {0.6, 1.5, 5.0, 100},
+                                                           {0.8, std::numeric_limits<double>::infinity(), 4.0, 30}};
+  ExpectLooksLike("sweep", [&] { return DrawSweep(points); });
+}
+
+TEST(Picture, Errors) {
+  quen::workbench::ErrorCurves curves = {2.0, {1.0, 10.0, 100.0}, {}};
+  for (const double noise : curves.noises) {
+    quen::workbench::NamedScore one = {"one", {}};
+    quen::workbench::NamedScore other = {"other", {}};
+    one.score.x.rms = one.score.y.rms = 2e-4 * noise;
+    other.score.x.rms = other.score.y.rms = 3e-3 * std::sqrt(noise);
+    curves.scores.push_back({one, other});
+  }
+  ExpectLooksLike("errors", [&] { return DrawErrors(curves); });
+}
+
+TEST(Picture, ComparisonNoticesWhatChanged) {
+  Shades white = {100, 100, std::vector<double>(30000, 255.0)};
+  Shades line = white;
+  for (std::size_t k = 0; k < 120; ++k) line.values[k] = 0.0;
+  EXPECT_EQ(Difference(white, white), 0.0);
+  EXPECT_GT(Difference(white, line), kTolerance);
+  EXPECT_EQ(Difference(white, {}), 1.0);
+}
+
+// --- Shades of grey
+
+/// Limits of astropy's zscale of the pixels as signed numbers.
+std::vector<double> LimitsByAstropy(const std::vector<std::uint16_t>& pixels) {
+  std::string list;
+  for (const std::uint16_t pixel : pixels) list += std::to_string(static_cast<std::int16_t>(pixel)) + "\n";
+  const TempDir folder;
+  quen::testing::WriteText(folder / "pixels", list);
+  const quen::testing::Outcome outcome =
+      quen::testing::Run(QUEN_PYTHON
+                         " -c 'import numpy; from astropy.visualization import ZScaleInterval; "
+                         "print(*ZScaleInterval().get_limits(numpy.loadtxt(\"" +
+                         (folder / "pixels") + "\")))'");
+  std::istringstream stream(outcome.out);
+  std::vector<double> limits(2);
+  stream >> limits[0] >> limits[1];
+  return limits;
+}
+
+TEST_F(Pictures, ZScaleIsThatOfAstropy) {
+  auto simulator = Load();
+  const std::vector<double> zeros(1089, 0.0);
+  for (const double noise : {10.0, 1000.0}) {
+    simulator.ComputeFrame(zeros, zeros, noise, std::nullopt);
+    const Stretch stretch = quen::workbench::ZScaleStretch(simulator.Frame());
+    const std::vector<double> limits = LimitsByAstropy(simulator.Frame());
+    EXPECT_NEAR(stretch.black, limits[0], 1e-6 * std::abs(limits[1] - limits[0])) << noise;
+    EXPECT_NEAR(stretch.white, limits[1], 1e-6 * std::abs(limits[1] - limits[0])) << noise;
+  }
+}
+
+TEST(Stretch, ZScaleOfFewOrEqualPixelsIsTheirRange) {
+  const Stretch few = quen::workbench::ZScaleStretch({3, 1, 65535});
+  EXPECT_EQ(few.black, -1.0);
+  EXPECT_EQ(few.white, 3.0);
+  const Stretch even = quen::workbench::ZScaleStretch(std::vector<std::uint16_t>(100, 7));
+  EXPECT_EQ(even.Shade(7.0), 0.0);
+  EXPECT_EQ(even.Shade(8.0), 1.0);
+}
+
+TEST(Stretch, GoesFromBlackToWhite) {
+  const std::vector<std::uint16_t> pixels = {0, 65535, 1000, 100};
+  for (const std::string& word : quen::workbench::StretchWords()) {
+    const Stretch stretch = quen::workbench::StretchByWord(word, pixels);
+    EXPECT_EQ(stretch.Shade(-5000.0), 0.0) << word;
+    EXPECT_EQ(stretch.Shade(5000.0), 1.0) << word;
+  }
+  EXPECT_EQ(quen::workbench::StretchByWord("linear", pixels).Shade(250.0), 0.25);
+  EXPECT_EQ(quen::workbench::StretchByWord("sqrt", pixels).Shade(250.0), 0.5);
+  EXPECT_NEAR(quen::workbench::StretchByWord("log", pixels).Shade(250.0), std::log(251.0) / std::log(1001.0), 1e-12);
+}
+
+}  // namespace

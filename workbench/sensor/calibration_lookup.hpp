@@ -1,0 +1,57 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "shssim/shs_simulator.hpp"
+#include "workbench/fits/input_file.hpp"
+
+namespace quen::workbench {
+
+/// Makes every simulator that is constructed from now on load its calibration from this folder, wherever CFGPATH and
+/// INTROOT point. Opens its files, once for all. To be called before the first simulator, from one thread.
+/// @throws std::runtime_error  a file of the calibration is missing there, or cannot be opened
+void UseCalibration(const std::string& folder);
+
+/// The same for files that are open, in the order of kCalibrationFiles.
+void UseCalibration(std::vector<InputFile> files);
+
+/// The files in use, in the order of kCalibrationFiles.
+std::span<const InputFile> CalibrationFiles();
+
+/// @throws std::runtime_error  a file in use is no FITS file, or declares more than it holds: the library would take
+///                             memory for that
+void RequireSoundCalibration();
+
+/// A message of the library with the names of the calibration's files as the user gave them.
+std::string WithCalibrationNames(std::string message);
+
+/// @throws std::runtime_error  ComputeSlopes would end the process, for there are too few usage flags
+void RequireFlags(const quen::shssim::ShsSimulator& simulator, const std::string& folder);
+
+/// A simulator on the calibration in use.
+/// @throws std::runtime_error  the calibration is not sound, or the library refuses it
+template <typename Simulator = quen::shssim::ShsSimulator>
+Simulator MakeSimulator() {
+  RequireSoundCalibration();
+  try {
+    return Simulator();
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(WithCalibrationNames(error.what()));
+  } catch (const std::logic_error& error) {
+    throw std::runtime_error(WithCalibrationNames(error.what()));
+  }
+}
+
+/// A simulator on the calibration in this folder, fit to measure.
+/// @throws what UseCalibration, MakeSimulator and RequireFlags throw
+template <typename Simulator = quen::shssim::ShsSimulator>
+Simulator LoadSimulator(const std::string& folder) {
+  UseCalibration(folder);
+  Simulator simulator = MakeSimulator<Simulator>();
+  RequireFlags(simulator, folder);
+  return simulator;
+}
+
+}  // namespace quen::workbench

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <Eigen/Dense>
+
+#include "shssim/shs_simulator.hpp"
+
+/// @file
+/// A simulator's matrices and slopes for linear algebra, without a copy: good as long as the simulator is.
+
+namespace quen::workbench {
+
+/// Row by row, as the files hold it.
+using Matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+
+/// Modes to slopes, 1214 × 52.
+inline Eigen::Map<const Matrix> M2sOf(const quen::shssim::ShsSimulator& simulator) {
+  return {simulator.M2s().data(), quen::basesim::kNumSlopes, quen::basesim::kNumModes};
+}
+
+/// Control matrix, 52 × 1214.
+inline Eigen::Map<const Matrix> CmOf(const quen::shssim::ShsSimulator& simulator) {
+  return {simulator.Cm().data(), quen::basesim::kNumModes, quen::basesim::kNumSlopes};
+}
+
+/// The last slopes, 1214.
+inline Eigen::Map<const Eigen::VectorXd> SlopesOf(const quen::shssim::ShsSimulator& simulator) {
+  return {simulator.Slopes().data(), quen::basesim::kNumSlopes};
+}
+
+}  // namespace quen::workbench

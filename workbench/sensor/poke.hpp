@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "shssim/shs_simulator.hpp"
+#include "workbench/engines/engines.hpp"
+#include "workbench/sensor/calibration.hpp"
+
+/// @file
+/// A modes-to-slopes matrix as an instrument gets its own: each mode is pushed and pulled, and the slopes are measured.
+
+namespace quen::workbench {
+
+struct PokeOptions {
+  std::string engine = kDefaultEngine;  ///< that measures, as for MakeEngine
+  double push = 1.0;                    ///< largest displacement of a spot, pixels
+  double noise = 0.0;                   ///< half-width, units of pixel values
+  std::uint32_t seed = 1;               ///< of the noise
+};
+
+/// The frames that MeasuredModesToSlopes renders.
+inline constexpr int kPokeFrames = 2 * static_cast<int>(quen::basesim::kNumModes);
+
+/// Column m is (s(+a) − s(−a)) / 2a: slopes measured with mode m of the simulator's own matrix at the amplitudes ±a that
+/// move no spot by more than `push`.
+/// @param after_frame  called after each frame
+Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOptions& options,
+                             const std::function<void()>& after_frame);
+
+}  // namespace quen::workbench

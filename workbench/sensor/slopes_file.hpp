@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "workbench/fits/input_file.hpp"
+#include "workbench/sensor/overlay.hpp"
+
+namespace quen::workbench {
+
+/// Regions, flags, and, if the file has them, displacements and light of the sub-apertures.
+struct MeasuredField {
+  Overlay overlay;
+  std::vector<double> flux;  ///< empty if the file has none
+};
+
+/// Reads the tables "rois", "rois_use" (or "rois_used") and "slopes", of which any may be missing: regions are then those
+/// of the synthetic grid, and all sub-apertures used.
+/// @throws std::runtime_error  a table is not 1089 rows long, or cannot be read
+MeasuredField ReadField(const InputFile& file);
+
+/// A FITS file of what a simulator has measured, as ShsSimulator::ComputeSlopes makes it: the tables "rois" (reference
+/// points truncated to whole pixels), "rois_use" and "slopes".
+std::string SlopesFile(const quen::shssim::ShsSimulator& simulator);
+
+}  // namespace quen::workbench

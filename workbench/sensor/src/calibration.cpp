@@ -1,0 +1,164 @@
+#include "workbench/sensor/calibration.hpp"
+
+#include <cmath>
+#include <filesystem>
+#include <numbers>
+#include <stdexcept>
+
+#include "common/fits/fits.hpp"
+#include "shssim/shs_simulator.hpp"
+#include "workbench/fits/header.hpp"
+#include "workbench/fits/memory_fits.hpp"
+#include "workbench/fits/staged_file.hpp"
+#include "workbench/sensor/displacements.hpp"
+#include "workbench/sensor/zernike.hpp"
+
+namespace quen::workbench {
+namespace {
+
+using quen::basesim::kNumRois;
+using quen::basesim::kNumSlopes;
+using quen::common::Fits::CppToFits;
+using quen::common::Fits::Handle;
+using quen::common::Fits::WriteColumnPriv;
+using quen::common::Fits::WriteImgPriv;
+using quen::shssim::kNumRoisUsed;
+
+constexpr const char* kCommand = "calibrate";
+
+void WriteGeometry(const Handle& file, const Geometry& geometry) {
+  WriteKey(file, "PITCH", geometry.pitch, "[pix] from one sub-aperture to the next");
+  WriteKey(file, "REGION", static_cast<long>(geometry.size), "[pix] width and height of a region");
+  WriteKey(file, "OFFSETX", geometry.offset_x, "[pix] of the grid from the frame's middle");
+  WriteKey(file, "OFFSETY", geometry.offset_y, "[pix] of the grid from the frame's middle");
+  WriteKey(file, "PUPDIAM", 2.0 * kPupilRadius * geometry.pitch, "[pix] outer diameter of the pupil");
+  WriteKey(file, "OBSCUR", geometry.obscuration, "inner over outer diameter of the pupil");
+  if (!geometry.spider_angle) return;
+  WriteKey(file, "SPIDANG", *geometry.spider_angle, "[deg] of a vane, from x toward y");
+  WriteKey(file, "SPIDWID", geometry.spider_width, "width of a vane over the pupil's diameter");
+}
+
+/// A file of a matrix, its columns along NAXIS1.
+std::string MatrixFile(const Calibration& calibration, const Matrix& matrix, const std::string& unit,
+                       const std::string& title) {
+  MemoryFits fits;
+  const Handle& file = fits.Image();
+  WriteImgPriv(file, matrix.data(), static_cast<std::size_t>(matrix.size()), DOUBLE_IMG, TDOUBLE,
+               {static_cast<std::size_t>(matrix.cols()), static_cast<std::size_t>(matrix.rows())});
+  WriteKey(file, "BUNIT", unit, "unit of the elements");
+  WriteKey(file, "OBJECT", title, "what this is");
+  WriteKey(file, "BASIS", calibration.basis, "modes, in this order");
+  WriteKey(file, "ORIGIN", calibration.origin, "of the modes-to-slopes matrix");
+  WriteKey(file, "PIXPRAD", PixelsPerRadian(), "[pix/rad] shift per phase across a sub-aperture");
+  WriteGeometry(file, calibration.geometry);
+  WriteCreator(file, kCommand);
+  return fits.Bytes();
+}
+
+std::string RoisFile(const Calibration& calibration) {
+  std::vector<std::uint16_t> x_low;
+  std::vector<std::uint16_t> x_up;
+  std::vector<std::uint16_t> y_low;
+  std::vector<std::uint16_t> y_up;
+  std::vector<double> x_ref;
+  std::vector<double> y_ref;
+  for (std::size_t i = 0; i < kNumRois; ++i) {
+    const Cell cell = CellAt(calibration.geometry, i);
+    x_low.push_back(static_cast<std::uint16_t>(cell.first_column));
+    x_up.push_back(static_cast<std::uint16_t>(cell.first_column + calibration.geometry.size));
+    x_ref.push_back(cell.x_ref);
+    y_low.push_back(static_cast<std::uint16_t>(cell.first_row));
+    y_up.push_back(static_cast<std::uint16_t>(cell.first_row + calibration.geometry.size));
+    y_ref.push_back(cell.y_ref);
+  }
+  const char* const u16 = CppToFits<std::uint16_t>::format;
+  const char* const f64 = CppToFits<double>::format;
+  MemoryFits fits;
+  const Handle& rois = fits.AddTable(
+      "rois", {{"x_low", u16}, {"x_up", u16}, {"x_ref", f64}, {"y_low", u16}, {"y_up", u16}, {"y_ref", f64}});
+  WriteColumnPriv(rois, x_low.data(), kNumRois, TSHORT, 1, 1);
+  WriteColumnPriv(rois, x_up.data(), kNumRois, TSHORT, 2, 1);
+  WriteColumnPriv(rois, x_ref.data(), kNumRois, TDOUBLE, 3, 1);
+  WriteColumnPriv(rois, y_low.data(), kNumRois, TSHORT, 4, 1);
+  WriteColumnPriv(rois, y_up.data(), kNumRois, TSHORT, 5, 1);
+  WriteColumnPriv(rois, y_ref.data(), kNumRois, TDOUBLE, 6, 1);
+  for (const char* const key : {"TUNIT1", "TUNIT2", "TUNIT3", "TUNIT4", "TUNIT5", "TUNIT6"}) {
+    WriteKey(rois, key, "pix", "pixel centres are at integers, from 0");
+  }
+  WriteGeometry(rois, calibration.geometry);
+  WriteCreator(rois, kCommand);
+  const Handle& used = fits.AddTable("rois_used", {{"is_used", CppToFits<std::uint8_t>::format}});
+  WriteColumnPriv(used, calibration.used.data(), calibration.used.size(), TBYTE, 1, 1);
+  WriteCreator(used, kCommand);
+  return fits.Bytes();
+}
+
+}  // namespace
+
+double PixelsPerRadian() {
+  constexpr double kSigma = 2.0;  // of the spot, pixels
+  const double fwhm = 2.0 * std::sqrt(2.0 * std::numbers::ln2) * kSigma;
+  return fwhm / (2.0 * std::numbers::pi);
+}
+
+Matrix ModesToSlopes(const std::vector<std::uint8_t>& used, const Basis& basis) {
+  const double scale = kCellSize * PixelsPerRadian();
+  const std::vector<std::size_t> indices = UsedIndices(used);
+  Matrix zernikes_to_slopes(kNumSlopes, basis.coefficients.rows());
+  for (Eigen::Index column = 0; column < zernikes_to_slopes.cols(); ++column) {
+    const Zernike zernike(kFirstZernike + static_cast<int>(column));
+    for (std::size_t k = 0; k < indices.size(); ++k) {
+      const Gradient mean = zernike.MeanGradient(PupilX(indices[k]), PupilY(indices[k]), kCellSize);
+      zernikes_to_slopes(static_cast<Eigen::Index>(k), column) = scale * mean.y;
+      zernikes_to_slopes(static_cast<Eigen::Index>(kNumRoisUsed + k), column) = scale * mean.x;
+    }
+  }
+  return zernikes_to_slopes * basis.coefficients;
+}
+
+Calibration MakeCalibration(const Geometry& geometry, const Basis& basis) {
+  CheckFits(geometry);
+  Calibration calibration;
+  calibration.geometry = geometry;
+  calibration.basis = basis.title;
+  calibration.used = UsedFlags(geometry);
+  return WithMatrix(calibration, ModesToSlopes(calibration.used, basis), "mean gradients");
+}
+
+Calibration WithMatrix(Calibration calibration, const Matrix& m2s, const std::string& origin) {
+  calibration.m2s = m2s;
+  calibration.cm = m2s.completeOrthogonalDecomposition().pseudoInverse();
+  calibration.origin = origin;
+  return calibration;
+}
+
+void RefuseToReplace(const std::string& folder, bool force) {
+  if (force) return;
+  for (const std::string& path : CalibrationNames(folder)) {
+    if (std::filesystem::exists(std::filesystem::symlink_status(path))) {
+      throw std::runtime_error(path + " exists already; use --force to replace the calibration there");
+    }
+  }
+}
+
+std::vector<std::string> CalibrationNames(const std::string& folder) {
+  std::vector<std::string> names;
+  names.reserve(kCalibrationFiles.size());
+  for (const char* const name : kCalibrationFiles) names.push_back((std::filesystem::path(folder) / name).string());
+  return names;
+}
+
+std::vector<std::string> CalibrationBytes(const Calibration& calibration) {
+  return {MatrixFile(calibration, calibration.m2s, "pix/rad", "modes-to-slopes matrix"),
+          MatrixFile(calibration, calibration.cm, "rad/pix", "control matrix"), RoisFile(calibration)};
+}
+
+std::vector<std::string> WriteCalibration(const std::string& folder, bool force, const Calibration& calibration) {
+  RefuseToReplace(folder, force);
+  StagedFiles files(CalibrationNames(folder));
+  files.GiveAll(CalibrationBytes(calibration));
+  files.Commit();
+  return files.Names();
+}
+
+}  // namespace quen::workbench

@@ -1,0 +1,68 @@
+#include "workbench/sensor/calibration_lookup.hpp"
+
+#include <algorithm>
+#include <filesystem>
+#include <stdexcept>
+
+#include "pim/helper.hpp"
+#include "workbench/fits/content.hpp"
+#include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/displacements.hpp"
+
+namespace {
+
+std::vector<quen::workbench::InputFile>& Files() {
+  static std::vector<quen::workbench::InputFile> files;
+  return files;
+}
+
+std::string Missing(const std::string& folder, const std::string& path) {
+  return "no calibration in " + folder + ": " + path + " is missing; 'quen-shs calibrate " + folder +
+         "' makes a synthetic one";
+}
+
+}  // namespace
+
+// The library asks its host's lookup first; this one knows the files that the user named.
+std::string pim::Helper::FindFile(const std::string& name) {
+  const auto* const file = std::ranges::find(quen::workbench::kCalibrationFiles, name);
+  const auto index = static_cast<std::size_t>(file - quen::workbench::kCalibrationFiles.begin());
+  return index < Files().size() ? Files()[index].Path() : "";
+}
+
+void quen::workbench::UseCalibration(const std::string& folder) {
+  std::vector<std::string> paths;
+  for (const char* const name : kCalibrationFiles) {
+    paths.push_back((std::filesystem::path(folder) / name).string());
+    if (!std::filesystem::exists(paths.back())) throw std::runtime_error(Missing(folder, paths.back()));
+  }
+  UseCalibration(std::vector<InputFile>(paths.begin(), paths.end()));
+}
+
+void quen::workbench::UseCalibration(std::vector<InputFile> files) { Files() = std::move(files); }
+
+std::span<const quen::workbench::InputFile> quen::workbench::CalibrationFiles() { return Files(); }
+
+void quen::workbench::RequireSoundCalibration() {
+  for (const InputFile& file : Files()) {
+    static_cast<void>(OpenFits(file, std::nullopt));
+    for (const char* const table : {"rois", "rois_used"}) {
+      if (HasTable(file, table)) static_cast<void>(OpenFits(file, table));
+    }
+  }
+}
+
+std::string quen::workbench::WithCalibrationNames(std::string message) {
+  for (const InputFile& file : Files()) message = file.WithName(std::move(message));
+  return message;
+}
+
+void quen::workbench::RequireFlags(const quen::shssim::ShsSimulator& simulator, const std::string& folder) {
+  const std::size_t flags = simulator.RoisUsed().size();
+  const std::size_t used = UsedIndices(simulator.RoisUsed()).size();
+  if (used == quen::shssim::kNumRoisUsed || flags >= quen::basesim::kNumRois) return;
+  throw std::runtime_error("the calibration in " + folder + " has " + std::to_string(flags) + " usage flags, " +
+                           std::to_string(used) + " of them set; expected " + std::to_string(quen::basesim::kNumRois) +
+                           " and " + std::to_string(quen::shssim::kNumRoisUsed) + "; 'quen-shs check " + folder +
+                           "' tells more");
+}

@@ -1,0 +1,96 @@
+#include "workbench/sensor/displacement_file.hpp"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+
+#include "common/fits/fits.hpp"
+#include "workbench/fits/content.hpp"
+#include "workbench/fits/header.hpp"
+#include "workbench/fits/memory_fits.hpp"
+#include "workbench/fits/numbers.hpp"
+
+namespace quen::workbench {
+namespace {
+
+using quen::basesim::kNumRois;
+using quen::common::Fits::Handle;
+using quen::common::Fits::ReadColumnOrThrow;
+using quen::common::Fits::WriteColumnPriv;
+
+Displacements ReadText(const InputFile& file) {
+  std::istringstream lines(file.Text());
+  Displacements displacements;
+  std::size_t count = 0;
+  int number = 0;
+  bool may_be_title = true;
+  for (std::string line; std::getline(lines, line);) {
+    ++number;
+    const std::string_view text = Trimmed(line);
+    if (text.empty() || text.starts_with('#')) continue;
+    const std::size_t comma = text.find(',');
+    const std::string_view second = comma == std::string_view::npos ? "" : text.substr(comma + 1);
+    const std::optional<double> x = ParseNumber(text.substr(0, comma));
+    const std::optional<double> y = ParseNumber(second);
+    const bool is_title = may_be_title && !x && !y && !second.empty();
+    may_be_title = false;
+    if (is_title) continue;
+    if (!x || !y) {
+      throw std::runtime_error(
+          fmt::format("{}, line {}: expected two finite numbers \"dx,dy\", found \"{}\"", file.Name(), number, text));
+    }
+    if (count < kNumRois) {
+      displacements.x[count] = *x;
+      displacements.y[count] = *y;
+    }
+    ++count;
+  }
+  if (count != kNumRois) {
+    throw std::runtime_error(
+        fmt::format("{}: expected {} lines \"dx,dy\", one per sub-aperture, found {}", file.Name(), kNumRois, count));
+  }
+  return displacements;
+}
+
+std::vector<double> ReadColumn(const Handle& file, const std::string& file_name, const char* name) {
+  std::vector<double> values = ReadColumnOrThrow<double>(file, name);
+  if (values.size() != kNumRois) {
+    throw std::runtime_error(fmt::format("{}: expected {} rows in its table \"slopes\", one per sub-aperture, found {}",
+                                         file_name, kNumRois, values.size()));
+  }
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (std::isfinite(values[i])) continue;
+    throw std::runtime_error(
+        fmt::format("{}: expected finite displacements in its table \"slopes\", found {} in row {} of {}", file_name,
+                    values[i], i + 1, name));
+  }
+  return values;
+}
+
+}  // namespace
+
+Displacements ReadDisplacements(const InputFile& file) {
+  if (!IsFits(file)) return ReadText(file);
+  RequireTable(file, "slopes");
+  return Reading(file, [&] {
+    const Handle table = OpenFits(file, "slopes");
+    return Displacements{ReadColumn(table, file.Name(), "x"), ReadColumn(table, file.Name(), "y")};
+  });
+}
+
+std::string DisplacementFile(const Displacements& displacements, const std::string& command) {
+  MemoryFits fits;
+  const Handle& file = fits.AddTable("slopes", {{"x", "D"}, {"y", "D"}});
+  WriteColumnPriv(file, displacements.x.data(), kNumRois, TDOUBLE, 1, 1);
+  WriteColumnPriv(file, displacements.y.data(), kNumRois, TDOUBLE, 2, 1);
+  WriteKey(file, "TUNIT1", "pix", "displacement along the columns");
+  WriteKey(file, "TUNIT2", "pix", "displacement along the rows");
+  WriteCreator(file, command);
+  return fits.Bytes();
+}
+
+}  // namespace quen::workbench

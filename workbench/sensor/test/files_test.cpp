@@ -1,0 +1,215 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+#include <optional>
+
+#include "testing/calibration.hpp"
+#include "testing/environment.hpp"
+#include "testing/exceptions.hpp"
+#include "testing/fits_files.hpp"
+#include "testing/second_reader.hpp"
+#include "workbench/sensor/displacement_file.hpp"
+#include "workbench/sensor/frame_file.hpp"
+#include "workbench/sensor/slopes_file.hpp"
+
+// Files of a sensor, whoever wrote them.
+
+namespace {
+
+using quen::testing::AppendTable;
+using quen::testing::ExpectThrows;
+using quen::testing::Ramp;
+using quen::testing::TempDir;
+using quen::testing::WriteImage;
+using quen::testing::WriteText;
+using quen::workbench::Displacements;
+using quen::workbench::Frame;
+using quen::workbench::InputFile;
+using quen::workbench::ReadDisplacements;
+using quen::workbench::ReadFrame;
+
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+
+// --- Displacements
+
+/// 1089 lines "i.25,-i".
+std::string Lines(std::size_t count = 1089) {
+  std::string text;
+  for (std::size_t i = 0; i < count; ++i) text += std::to_string(i) + ".25,-" + std::to_string(i) + "\n";
+  return text;
+}
+
+TEST(DisplacementFile, TextIsALinePerSubAperture) {
+  const TempDir folder;
+  WriteText(folder / "d.csv", Lines());
+  const Displacements displacements = ReadDisplacements(InputFile(folder / "d.csv"));
+  for (std::size_t i = 0; i < 1089; ++i) {
+    ASSERT_EQ(displacements.x[i], static_cast<double>(i) + 0.25);
+    ASSERT_EQ(displacements.y[i], -static_cast<double>(i));
+  }
+}
+
+TEST(DisplacementFile, TextMayHaveTitleCommentsEmptyLinesAndBlanks) {
+  const TempDir folder;
+  WriteText(folder / "d.csv", "# from a test\r\ndx, dy\r\n\r\n 5 ,\t6 \r\n" + Lines(1088));
+  const Displacements displacements = ReadDisplacements(InputFile(folder / "d.csv"));
+  EXPECT_EQ(displacements.x[0], 5.0);
+  EXPECT_EQ(displacements.y[0], 6.0);
+  EXPECT_EQ(displacements.x[1], 0.25);
+}
+
+TEST(DisplacementFile, TextThatIsWrongIsNamedByItsLine) {
+  const TempDir folder;
+  const std::string path = folder / "d.csv";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"1;2", "line 3: expected two finite numbers \"dx,dy\", found \"1;2\""},
+      {"1", "line 3: expected two finite numbers \"dx,dy\", found \"1\""},
+      {"1,nan", "line 3: expected two finite numbers \"dx,dy\", found \"1,nan\""},
+      {"1,2,3", "line 3: expected two finite numbers \"dx,dy\", found \"1,2,3\""},
+      {"dx,dy", "line 3: expected two finite numbers \"dx,dy\", found \"dx,dy\""}};
+  for (const auto& [line, reason] : cases) {
+    WriteText(path, Lines(2).append(line).append("\n").append(Lines(1086)));
+    ExpectThrows<std::runtime_error>(std::string(path).append(", ").append(reason),
+                                     [&] { ReadDisplacements(InputFile(path)); });
+  }
+  for (const std::size_t count : {0U, 607U, 1088U, 1090U}) {
+    WriteText(path, Lines(count));
+    ExpectThrows<std::runtime_error>(
+        path + ": expected 1089 lines \"dx,dy\", one per sub-aperture, found " + std::to_string(count),
+        [&] { ReadDisplacements(InputFile(path)); });
+  }
+  ExpectThrows<std::runtime_error>((folder / "none") + ": cannot be read: No such file or directory",
+                                   [&] { ReadDisplacements(InputFile(folder / "none")); });
+}
+
+TEST(DisplacementFile, FitsIsWrittenAndRead) {
+  const TempDir folder;
+  const std::string path = folder / "d.fits";
+  Displacements displacements;
+  displacements.x = Ramp(1089, 0.5);
+  displacements.y = Ramp(1089, -3.0);
+  WriteText(path, DisplacementFile(displacements, "test"));
+  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
+  EXPECT_EQ(quen::testing::DescribedByAstropy(path), "0 image '' 8\n1 table 'slopes' 1089 x:D y:D\n");
+  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "slopes", "x"), displacements.x);
+  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "slopes", "y"), displacements.y);
+  EXPECT_EQ(ReadDisplacements(InputFile(path)).x, displacements.x);
+  EXPECT_EQ(ReadDisplacements(InputFile(path)).y, displacements.y);
+}
+
+TEST(DisplacementFile, FitsThatIsWrongIsRefused) {
+  const TempDir folder;
+  AppendTable(folder / "short.fits", "slopes", 607, {{"x", "D", Ramp(607)}, {"y", "D", Ramp(607)}});
+  ExpectThrows<std::runtime_error>(
+      (folder / "short.fits") + ": expected 1089 rows in its table \"slopes\", one per sub-aperture, found 607",
+      [&] { ReadDisplacements(InputFile(folder / "short.fits")); });
+  std::vector<double> y = Ramp(1089);
+  y[16] = kNan;
+  AppendTable(folder / "nan.fits", "slopes", 1089, {{"x", "D", Ramp(1089)}, {"y", "D", y}});
+  ExpectThrows<std::runtime_error>(
+      (folder / "nan.fits") + ": expected finite displacements in its table \"slopes\", found nan in row 17 of y",
+      [&] { ReadDisplacements(InputFile(folder / "nan.fits")); });
+  AppendTable(folder / "other.fits", "other", 3, {{"x", "D", Ramp(3)}});
+  ExpectThrows<std::runtime_error>((folder / "other.fits") + ": expected a table \"slopes\", found none",
+                                   [&] { ReadDisplacements(InputFile(folder / "other.fits")); });
+}
+
+// --- Frames
+
+/// A frame of 4 × 3 pixels with this BZERO and BSCALE in its header.
+void WriteFrame(const std::string& path, const std::vector<double>& stored, std::optional<double> zero,
+                std::optional<double> scale = std::nullopt) {
+  WriteImage(path, SHORT_IMG, {4, 3}, stored);
+  int status = 0;
+  fitsfile* file = nullptr;
+  fits_open_file(&file, path.c_str(), READWRITE, &status);
+  if (zero) fits_write_key(file, TDOUBLE, "BZERO", &*zero, nullptr, &status);
+  if (scale) fits_write_key(file, TDOUBLE, "BSCALE", &*scale, nullptr, &status);
+  fits_close_file(file, &status);
+  ASSERT_EQ(status, 0);
+}
+
+TEST(FrameFile, SignedPixelsAreTakenAsTheyAre) {
+  const TempDir folder;
+  WriteFrame(folder / "f.fits", {0, 1, -1, 32767, -32768, 5, 6, 7, 8, 9, 10, 11}, std::nullopt);
+  const Frame frame = ReadFrame(InputFile(folder / "f.fits"));
+  EXPECT_EQ(frame.width, 4U);
+  EXPECT_EQ(frame.height, 3U);
+  EXPECT_EQ(frame.pixels, (std::vector<std::uint16_t>{0, 1, 65535, 32767, 32768, 5, 6, 7, 8, 9, 10, 11}));
+}
+
+TEST(FrameFile, UnsignedPixelsAreThoseOfBzero) {
+  const TempDir folder;
+  WriteFrame(folder / "f.fits", {-32768, -32767, -1, 0 - 1.0, -32768, -32763, 0 - 2.0, -3, -4, -5, -6, -7}, 32768.0);
+  const Frame frame = ReadFrame(InputFile(folder / "f.fits"));
+  EXPECT_EQ(frame.pixels,
+            (std::vector<std::uint16_t>{0, 1, 32767, 32767, 0, 5, 32766, 32765, 32764, 32763, 32762, 32761}));
+}
+
+TEST(FrameFile, PixelsThatEnginesWouldTakeForDarkAreRefused) {
+  const TempDir folder;
+  const std::string path = folder / "f.fits";
+  WriteFrame(path, {-1, -1, -1, -1, -1, -1, 0, -1, -1, -1, -1, -1}, 32768.0);
+  ExpectThrows<std::runtime_error>(
+      path +
+          ": expected pixels up to 32767, found 32768 at column 2, row 1; engines take pixels for signed numbers: "
+          "scale the frame down, or subtract its background",
+      [&] { ReadFrame(InputFile(path)); });
+}
+
+TEST(FrameFile, OtherImagesAreRefused) {
+  const TempDir folder;
+  WriteImage(folder / "d.fits", DOUBLE_IMG, {4, 3}, Ramp(12));
+  ExpectThrows<std::runtime_error>(
+      (folder / "d.fits") + ": expected an image of two axes with BITPIX 16, found 2 axes with BITPIX -64",
+      [&] { ReadFrame(InputFile(folder / "d.fits")); });
+  WriteImage(folder / "cube.fits", SHORT_IMG, {2, 3, 2}, Ramp(12));
+  ExpectThrows<std::runtime_error>(
+      (folder / "cube.fits") + ": expected an image of two axes with BITPIX 16, found 3 axes with BITPIX 16",
+      [&] { ReadFrame(InputFile(folder / "cube.fits")); });
+  WriteFrame(folder / "scaled.fits", Ramp(12), 0.0, 2.0);
+  ExpectThrows<std::runtime_error>((folder / "scaled.fits") +
+                                       ": expected BSCALE 1 and BZERO 0 or 32768, found 2 and 0; write the frame as "
+                                       "16-bit integers",
+                                   [&] { ReadFrame(InputFile(folder / "scaled.fits")); });
+  WriteFrame(folder / "zero.fits", Ramp(12), 100.0);
+  EXPECT_THROW(ReadFrame(InputFile(folder / "zero.fits")), std::runtime_error);
+  WriteText(folder / "text", "no FITS");
+  ExpectThrows<std::runtime_error>((folder / "text") + ": expected a FITS file, found something else",
+                                   [&] { ReadFrame(InputFile(folder / "text")); });
+}
+
+// --- Slopes
+
+TEST(SlopesFile, MissingTablesAreTheSyntheticGrids) {
+  const TempDir folder;
+  AppendTable(folder / "s.fits", "slopes", 1089, {{"x", "D", Ramp(1089)}, {"y", "D", Ramp(1089, 7.0)}});
+  const quen::workbench::MeasuredField field = quen::workbench::ReadField(InputFile(folder / "s.fits"));
+  EXPECT_TRUE(field.flux.empty());
+  EXPECT_TRUE(field.overlay.IsUsed(0));
+  EXPECT_EQ(field.overlay.rois[34].x_low, 48);
+  EXPECT_EQ(field.overlay.rois[34].y_up, 60);
+  EXPECT_EQ(field.overlay.displacements->x, Ramp(1089));
+  EXPECT_EQ(field.overlay.displacements->y, Ramp(1089, 7.0));
+}
+
+TEST(SlopesFile, TablesAreReadAsTheyAre) {
+  const TempDir folder;
+  quen::testing::Calibration calibration;
+  calibration.rois["x_low"][3] = 90.0;
+  calibration.Write(folder.Path());
+  const std::string path = folder / "data/shs_rois.fits";
+  const quen::workbench::MeasuredField regions = quen::workbench::ReadField(InputFile(path));
+  EXPECT_EQ(regions.overlay.rois[3].x_low, 90);
+  EXPECT_FALSE(regions.overlay.displacements);
+  EXPECT_TRUE(regions.overlay.IsUsed(606));
+  EXPECT_FALSE(regions.overlay.IsUsed(607));
+  AppendTable(path, "slopes", 1089, {{"flux", "D", Ramp(1089, 2.0)}, {"x", "D", Ramp(1089)}, {"y", "D", Ramp(1089)}});
+  EXPECT_EQ(quen::workbench::ReadField(InputFile(path)).flux, Ramp(1089, 2.0));
+  calibration.rois.Resize(3);
+  AppendTable(folder / "short.fits", "rois", 3, calibration.rois.columns);
+  EXPECT_THROW(quen::workbench::ReadField(InputFile(folder / "short.fits")), std::runtime_error);
+}
+
+}  // namespace
