@@ -3,7 +3,7 @@
 #include <cstdint>
 
 /// @file
-/// How values become pixels. Internal to the project; not installed.
+/// How values become pixels. Internal to the library; not installed.
 
 namespace quen::shssim {
 
