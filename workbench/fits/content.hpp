@@ -24,16 +24,19 @@ bool IsFits(const InputFile& file);
 ///                             room for what is declared then takes no more memory than a file of that size justifies
 quen::common::Fits::Handle OpenFits(const InputFile& file, const std::optional<std::string>& extension);
 
-/// Whether the file can be read and has a binary table of this name.
+/// Whether the file has a binary table of this name.
+/// @throws std::runtime_error  that cannot be told, or it has one that cannot be read
 bool HasTable(const InputFile& file, const char* name);
 
 /// @throws std::runtime_error  it is no FITS file, or has no binary table of this name
 void RequireTable(const InputFile& file, const char* name);
 
-/// A number of the header that the file stands on; `otherwise` without the keyword.
-double NumberKey(const quen::common::Fits::Handle& file, const char* key, double otherwise);
+/// A number of the header that the handle stands on; `otherwise` without the keyword.
+/// @throws std::runtime_error  it is no number, or cannot be read
+double NumberKey(const InputFile& file, const quen::common::Fits::Handle& handle, const char* key, double otherwise);
 
 /// Text of it; empty without the keyword.
-std::string TextKey(const quen::common::Fits::Handle& file, const char* key);
+/// @throws std::runtime_error  it cannot be read
+std::string TextKey(const InputFile& file, const quen::common::Fits::Handle& handle, const char* key);
 
 }  // namespace quen::workbench

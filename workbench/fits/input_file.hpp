@@ -43,6 +43,10 @@ class InputFile {
   /// @throws std::runtime_error  it cannot be read
   [[nodiscard]] std::string Beginning(std::size_t count) const;
 
+  /// `count` bytes from a position on, fewer only at the end.
+  /// @throws std::runtime_error  they cannot be read, or the file has become shorter
+  [[nodiscard]] std::string Piece(std::uint64_t position, std::size_t count) const;
+
   /// The whole of a text.
   /// @throws std::runtime_error  it cannot be read, or is longer than 16 MiB
   [[nodiscard]] std::string Text() const;

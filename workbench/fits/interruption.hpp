@@ -18,7 +18,7 @@ class Interrupted : public std::exception {
   const char* text_;
 };
 
-/// From now on SIGINT and SIGTERM are noted.
+/// From now on SIGINT and SIGTERM are noted, and a file that may grow no more is an error (EFBIG) where it is written to.
 void NoteInterruptions();
 
 /// @throws Interrupted  a signal has come

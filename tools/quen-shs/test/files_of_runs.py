@@ -354,6 +354,58 @@ class Traced(Folder):
                                ("write", "fsync", "pread64", "renameat2"),
                                ["calibrate", "s", "--force", "--pitch=23.5"])
 
+    def test_faults_of_a_plain_loop(self):
+        loop = ["loop", "s", "--frames=10"]
+        names = [f"s/loop/{name}" for name in ("frame.fits", "slopes.fits", "telemetry.fits", "loop.png")]
+        self.expect_old_or_new(loop, names, ("write", "fsync", "renameat2"), [*loop, "--seed=2"])
+
+    def test_faults_of_score(self):
+        score = ["score", "s", "--frames=1", "--engine=weighted"]
+        outputs = ["--fits=a.fits", "--plot=b.png"]
+        self.do(*score, "--seed=2", *outputs)
+        old = self.contents("a.fits", "b.png")
+        for call, nth in [("write", 1), ("write", 2), ("fsync", 1), ("fsync", 2), ("pread64", 7), ("renameat2", 1),
+                          ("renameat2", 2)]:
+            result, _ = self.trace(call, *score, *outputs, inject=[f"{call}:error=EIO:when={nth}"], check=False)
+            self.assertEqual(result.returncode, 1, (call, nth))
+            self.assertEqual(result.stderr.count(b"\n"), 1, result.stderr)
+            self.assertEqual(self.contents("a.fits", "b.png"), old, (call, nth))
+
+    def test_faults_of_manual(self):
+        names = [f"m/{name}" for name in Names.pages.fget(self)]
+        self.do("manual", "--output=m")
+        new = self.contents(*names)
+        for name in names:
+            with open(self.path(name), "w", encoding="ascii") as file:
+                file.write("old")
+        old = self.contents(*names)
+        for call in ("write", "fsync", "renameat2"):
+            for nth in (1, 5, 10):
+                result, _ = self.trace(call, "manual", "--output=m", inject=[f"{call}:error=EIO:when={nth}"],
+                                       check=False)
+                self.assertEqual((result.returncode, result.stderr.count(b"\n")), (1, 1), result.stderr)
+                self.assertEqual(self.contents(*names), old, (call, nth))
+        self.do("manual", "--output=m")
+        self.assertEqual(self.contents(*names), new)
+
+    def test_faults_of_view(self):
+        """An input that cannot be read at some moment is not one without that table."""
+        for file in ("s/slopes.fits", "s/data/shs_rois.fits", "s/loop/telemetry.fits"):
+            self.do("view", file, "--output=p.png")
+            new = self.contents("p.png")
+            _, lines = self.trace("openat,read", "view", file, "--output=p.png")
+            opened = [line for line in lines if line.startswith("openat(")]
+            nths = [nth for nth, line in enumerate(opened, 1) if '"/proc/self/fd/' in line]
+            self.assertGreater(len(nths), 3)
+            for nth in nths:
+                result, _ = self.trace("openat", "view", file, "--output=p.png", inject=[f"openat:error=EIO:when={nth}"],
+                                       check=False)
+                found = (file, nth, result.returncode, result.stderr)
+                self.assertTrue(result.returncode == 1 or self.contents("p.png") == new, found)
+        self.expect_old_or_new(["view", "s/loop/sweep.fits", "--output=p.png"], ["p.png"],
+                               ("write", "fsync", "pread64", "renameat2"),
+                               ["view", "s/loop/telemetry.fits", "--output=p.png"])
+
     def test_rename_without_exchange(self):
         for arguments in (["measure", "s", "s/frame.fits"], ["measure", "s", "s/frame.fits", "--output=new.fits"]):
             self.trace("renameat2", *arguments, inject=["renameat2:error=EINVAL"])
@@ -535,6 +587,18 @@ class Streams(Folder):
                 with open(self.path(name), "ab"):
                     pass
         self.assertGreater(done, 5)
+
+    def test_size_limit(self):
+        def little():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (8192, 8192))
+        before = self.contents("s/frame.fits")
+        text = self.refuses("frame", "s", "--shape=tip:2", preexec_fn=little)
+        self.assertEqual(text, "quen-shs: cannot write s/frame.fits: File too large\n")
+        self.assertEqual(self.contents("s/frame.fits"), before)
+        text = self.refuses("measure", "s", "/dev/stdin", stdin=None, input=read(self.path("s/frame.fits")),
+                            preexec_fn=little)
+        self.assertEqual(text, "quen-shs: /dev/stdin: cannot be read: File too large\n")
+        self.assertEqual([entry for entry in self.entries() if LEFTOVER.search(entry)], [])
 
     def test_closed_standard_descriptors(self):
         for closed in ("0<&-", "1>&-", "2>&-", "0<&- 1>&- 2>&-"):

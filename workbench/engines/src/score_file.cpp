@@ -107,7 +107,7 @@ ErrorCurves ReadScores(const InputFile& file) {
   const Handle table = OpenFits(file, "scores");
   const auto [rows, noises] = Reading(file, [&] { return ReadRows(table, file.Name()); });
   ErrorCurves curves;
-  curves.range = NumberKey(table, "RANGE", 0.0);
+  curves.range = NumberKey(file, table, "RANGE", 0.0);
   for (std::size_t row = 0; row < rows.size(); ++row) {
     if (row == 0 || noises[row] != noises[row - 1]) {
       curves.noises.push_back(noises[row]);

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
+#include <cstdint>
 #include <stdexcept>
 #include <string_view>
 
@@ -44,6 +46,42 @@ void RequireData(const Handle& handle, const InputFile& file) {
                   std::max(is_image ? ImageSize(handle) : 0.0, static_cast<double>(end)), size));
 }
 
+/// Whether a card gives an HDU this name, be it in capitals or not.
+bool IsName(std::string_view card, std::string_view name) {
+  constexpr std::string_view kQuote = "= '";
+  constexpr std::size_t kKeyword = 8;
+  if (!card.starts_with("EXTNAME ") && !card.starts_with("HDUNAME ")) return false;
+  if (card.substr(kKeyword, kQuote.size()) != kQuote) return false;
+  std::string_view value = card.substr(kKeyword + kQuote.size());
+  value = value.substr(0, value.find('\''));
+  value = value.substr(0, value.find_last_not_of(' ') + 1);
+  return std::ranges::equal(value, name,
+                            [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
+}
+
+/// Whether a card anywhere in the file gives an HDU this name.
+bool Names(const InputFile& file, std::string_view name) {
+  constexpr std::size_t kCard = 80;
+  constexpr std::size_t kPiece = kCard << 14U;
+  for (std::uint64_t position = 0; position < file.Size(); position += kPiece) {
+    const std::string piece = file.Piece(position, kPiece);
+    for (std::size_t at = 0; at < piece.size(); at += kCard) {
+      if (IsName(std::string_view(piece).substr(at, kCard), name)) return true;
+    }
+  }
+  return false;
+}
+
+/// Whether a keyword is there and has a value.
+/// @throws std::runtime_error  that cannot be told
+bool IsThere(const InputFile& file, const char* key, int status) {
+  if (status == 0) return true;
+  fits_clear_errmsg();
+  if (status == KEY_NO_EXIST || status == VALUE_UNDEFINED) return false;
+  throw std::runtime_error(
+      fmt::format("{}: its keyword {} cannot be read (CFITSIO status {})", file.Name(), key, status));
+}
+
 }  // namespace
 
 void RequireFits(const InputFile& file) {
@@ -66,12 +104,15 @@ Handle OpenFits(const InputFile& file, const std::optional<std::string>& extensi
 }
 
 bool HasTable(const InputFile& file, const char* name) {
-  try {
-    return quen::common::Fits::FitsFile(file.Path(), name)->hdu_type == BINARY_TBL;
-  } catch (const std::runtime_error&) {
-    fits_clear_errmsg();
-    return false;
-  }
+  return Reading(file, [&] {
+    try {
+      return quen::common::Fits::FitsFile(file.Path(), name)->hdu_type == BINARY_TBL;
+    } catch (const std::runtime_error&) {
+      fits_clear_errmsg();
+      if (Names(file, name)) throw;  // CFITSIO says so of a table that it cannot read, too
+      return false;
+    }
+  });
 }
 
 void RequireTable(const InputFile& file, const char* name) {
@@ -81,20 +122,18 @@ void RequireTable(const InputFile& file, const char* name) {
   }
 }
 
-double NumberKey(const Handle& file, const char* key, double otherwise) {
+double NumberKey(const InputFile& file, const Handle& handle, const char* key, double otherwise) {
   double value = otherwise;
   int status = 0;
-  fits_read_key(file->file, TDOUBLE, key, &value, nullptr, &status);
-  if (status != 0) fits_clear_errmsg();
-  return status == 0 ? value : otherwise;
+  fits_read_key(handle->file, TDOUBLE, key, &value, nullptr, &status);
+  return IsThere(file, key, status) ? value : otherwise;
 }
 
-std::string TextKey(const Handle& file, const char* key) {
+std::string TextKey(const InputFile& file, const Handle& handle, const char* key) {
   std::array<char, FLEN_VALUE> value{};
   int status = 0;
-  fits_read_key(file->file, TSTRING, key, value.data(), nullptr, &status);
-  if (status != 0) fits_clear_errmsg();
-  return status == 0 ? value.data() : "";
+  fits_read_key(handle->file, TSTRING, key, value.data(), nullptr, &status);
+  return IsThere(file, key, status) ? value.data() : "";
 }
 
 }  // namespace quen::workbench

@@ -92,6 +92,16 @@ std::string InputFile::Beginning(std::size_t count) const {
   }
 }
 
+std::string InputFile::Piece(std::uint64_t position, std::size_t count) const {
+  try {
+    std::string bytes = ReadAt(descriptor_.Number(), position, count);
+    if (bytes.size() == std::min<std::uint64_t>(count, size_ - position)) return bytes;
+  } catch (const std::system_error& error) {
+    RefuseToRead(name_, error.code().message());
+  }
+  RefuseToRead(name_, "it has changed meanwhile");
+}
+
 std::string InputFile::Text() const {
   std::string text = Beginning(kMostOfAText + 1);
   if (text.size() > kMostOfAText) throw std::runtime_error(name_ + ": expected a text of 16 MiB at most, found more");

@@ -44,6 +44,7 @@ void NoteInterruptions() {
   for (const int signal : kSignals) {
     if (!IsIgnored(signal)) sigaction(signal, &action, nullptr);
   }
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
 }
 
 void ThrowIfInterrupted() {

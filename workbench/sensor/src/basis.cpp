@@ -88,7 +88,7 @@ Basis BasisByWord(const std::string& word) {
 
 Basis BasisOfCalibration(const InputFile& m2s) {
   const quen::common::Fits::Handle file = OpenFits(m2s, std::nullopt);
-  return TextKey(file, "BASIS") == kKarhunenLoeveTitle ? KarhunenLoeveBasis() : ZernikeBasis();
+  return TextKey(m2s, file, "BASIS") == kKarhunenLoeveTitle ? KarhunenLoeveBasis() : ZernikeBasis();
 }
 
 }  // namespace quen::workbench

@@ -47,8 +47,8 @@ Frame ReadFrame(const InputFile& file) {
                       axes.size(), bitpix));
     }
     constexpr double kUnsigned = 32768.0;
-    const double scale = NumberKey(image, "BSCALE", 1.0);
-    const double zero = NumberKey(image, "BZERO", 0.0);
+    const double scale = NumberKey(file, image, "BSCALE", 1.0);
+    const double zero = NumberKey(file, image, "BZERO", 0.0);
     if (scale != 1.0 || (zero != 0.0 && zero != kUnsigned)) {
       throw std::runtime_error(fmt::format(
           "{}: expected BSCALE 1 and BZERO 0 or 32768, found {:g} and {:g}; write the frame as 16-bit integers",
