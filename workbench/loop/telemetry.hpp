@@ -9,6 +9,8 @@
 
 namespace quen::workbench {
 
+inline constexpr const char* kTelemetryTable = "telemetry";
+
 /// A FITS file of the records of a loop: a binary table "telemetry", one row per frame, with the options in its header:
 /// frame number, RMS of disturbance and residual, and the 52 modes of disturbance, correction and residual, all in
 /// radians.
@@ -22,5 +24,9 @@ void WriteLoopKeys(const quen::common::Fits::Handle& file, const LoopOptions& op
 /// Reads what TelemetryFile has made.
 /// @throws std::runtime_error  the file cannot be read, lacks a column, or has no row
 std::vector<FrameRecord> ReadTelemetry(const InputFile& file);
+
+/// Reads its disturbance alone.
+/// @throws std::runtime_error  the file cannot be read, or lacks that column
+Series ReadDisturbance(const InputFile& file);
 
 }  // namespace quen::workbench

@@ -43,14 +43,14 @@ TEST(CommandLine, VersionIsTheProjects) { EXPECT_EQ(QuenShs("--version").out, "q
 
 TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
   const std::vector<std::pair<std::string, std::string>> cases = {
-      {"", "A subcommand is required"},
-      {"dance", "The following argument was not expected: dance"},
+      {"", "VERB: expected one of calibrate, check, frame, measure, view, score, loop, manual, completion, found none"},
+      {"dance", "VERB: expected one of calibrate, check, frame, measure, view, score, loop, manual, completion, found dance"},
       {"calibrate", "DIR is required"},
       {"calibrate x y", "The following argument was not expected: y"},
       {"loop x --gain 3", "--gain: expected a number from 0 to 2, found 3"},
       {"loop x --gain nan", "--gain: expected a number from 0 to 2, found nan"},
-      {"loop x --noise -1", "--noise: expected a number from 0 to 1e+06, found -1"},
-      {"loop x --noise inf", "--noise: expected a number from 0 to 1e+06, found inf"},
+      {"loop x --noise -1", "--noise: expected a number from 0 to 1000000, found -1"},
+      {"loop x --noise inf", "--noise: expected a number from 0 to 1000000, found inf"},
       {"loop x --frames 12.5", "--frames: expected a whole number from 10 to 100000, found 12.5"},
       {"loop x --frames 9", "--frames: expected a whole number from 10 to 100000, found 9"},
       {"loop x --delay 0", "--delay: expected a whole number from 1 to 9, found 0"},
@@ -58,11 +58,11 @@ TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
       {"loop x --seed 0x10", "--seed: expected a whole number from 0 to 4294967295, found 0x10"},
       {"loop x --seed +-1", "--seed: expected a whole number from 0 to 4294967295, found +-1"},
       {"loop x --frames 0x10", "--frames: expected a whole number from 10 to 100000, found 0x10"},
-      {"loop x --noise 0x10", "--noise: expected a number from 0 to 1e+06, found 0x10"},
-      {"loop x --noise 1e999", "--noise: expected a number from 0 to 1e+06, found 1e999"},
+      {"loop x --noise 0x10", "--noise: expected a number from 0 to 1000000, found 0x10"},
+      {"loop x --noise 1e999", "--noise: expected a number from 0 to 1000000, found 1e999"},
       {"calibrate x --spider-angle 0x10", "--spider-angle: expected a number from -180 to 180, found 0x10"},
       {"calibrate x --size ' 24'", "--size: expected a whole number from 1 to 200, found  24"},
-      {"loop x --amplitude lots", "--amplitude: expected a number from 0 to 1000, found lots"}};
+      {"loop x --amplitude lots", "--d-over-r0: expected a number from 0 to 1000, found lots"}};
   for (const auto& [arguments, reason] : cases) {
     const Outcome outcome = QuenShs(arguments);
     EXPECT_EQ(outcome.exit_code, 2) << arguments;
@@ -104,7 +104,7 @@ TEST(CommandLine, MessagesAreShort) {
 TEST(CommandLine, ResultsArePlainForPeopleAndWholeForScripts) {
   const TempDir folder;
   const std::string hostile = folder / "\x1B\nname";
-  EXPECT_EQ(QuenShs("manual --output " + Quoted(hostile)).exit_code, 0);
+  EXPECT_EQ(QuenShs("manual --folder " + Quoted(hostile)).exit_code, 0);
   const Outcome people = QuenShs("calibrate " + Quoted(hostile));
   EXPECT_EQ(people.out.find('\x1B'), std::string::npos);
   EXPECT_EQ(std::ranges::count(people.out, '\n'), 3);
@@ -177,7 +177,7 @@ TEST(CommandLine, EqualSeedsGiveEqualFiles) {
   const TempDir folder;
   ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
   for (const char* const run : {"a --seed 4", "b --seed 4", "c --seed 5"}) {
-    ASSERT_EQ(QuenShs("loop --frames 10 " + folder.Path() + " --output " + folder.Path() + "/" + run).exit_code, 0);
+    ASSERT_EQ(QuenShs("loop --frames 10 " + folder.Path() + " --folder " + folder.Path() + "/" + run).exit_code, 0);
   }
   for (const char* const name : {"/telemetry.fits", "/frame.fits", "/slopes.fits"}) {
     EXPECT_EQ(BytesWithoutChecksums((folder / "a") + name), BytesWithoutChecksums((folder / "b") + name)) << name;

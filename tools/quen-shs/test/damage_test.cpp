@@ -139,24 +139,24 @@ std::vector<Kind> Kinds() {
   return {
       {"ModesToSlopes",
        "data/M2S.fits",
-       {"check .", "view {} --output o.png", "loop . --frames 10 --output o", "frame . --modes 0=1 --output o.fits"}},
-      {"ControlMatrix", "data/CM.fits", {"check .", "view {} --output o.png", "loop . --frames 10 --output o"}},
+       {"check .", "view {} --png o.png", "loop . --frames 10 --folder o", "frame . --modes 0=1 --output o.fits"}},
+      {"ControlMatrix", "data/CM.fits", {"check .", "view {} --png o.png", "loop . --frames 10 --folder o"}},
       {"Regions",
        "data/shs_rois.fits",
-       {"check .", "view {} --output o.png", "frame . --shape defocus:2 --output o.fits --png o.png",
-        "measure . frame.fits --output o.fits", "view frame.fits --calibration . --output o.png",
-        "loop . --frames 10 --output o"}},
+       {"check .", "view {} --png o.png", "frame . --shape defocus:2 --output o.fits --png o.png",
+        "measure . frame.fits --output o.fits", "view frame.fits --calibration . --png o.png",
+        "loop . --frames 10 --folder o"}},
       {"Frame",
        "frame.fits",
-       {"view {} --output o.png", "view {} --stretch zscale --output o.png", "measure . {} --output o.fits"}},
+       {"view {} --png o.png", "view {} --stretch zscale --png o.png", "measure . {} --output o.fits"}},
       {"Slopes",
        "slopes.fits",
-       {"view {} --output o.png", "frame . --displacements {} --output o.fits --png o.png",
-        "view frame.fits --slopes {} --output o.png", "measure . frame.fits --truth {} --output o.fits"}},
-      {"Telemetry", "telemetry.fits", {"view {} --output o.png", "loop . --frames 10 --disturbance {} --output o"}},
-      {"Disturbance", "modes.fits", {"view {} --output o.png", "loop . --frames 10 --disturbance {} --output o"}},
-      {"Sweep", "sweep.fits", {"view {} --output o.png"}},
-      {"Scores", "scores.fits", {"view {} --output o.png"}},
+       {"view {} --png o.png", "frame . --displacements {} --output o.fits --png o.png",
+        "view frame.fits --slopes {} --png o.png", "measure . frame.fits --truth {} --output o.fits"}},
+      {"Telemetry", "telemetry.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
+      {"Disturbance", "modes.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
+      {"Sweep", "sweep.fits", {"view {} --png o.png"}},
+      {"Scores", "scores.fits", {"view {} --png o.png"}},
       {"Displacements", "displacements.csv", {"frame . --displacements {} --output o.fits --truth o2.fits"}}};
 }
 
@@ -178,7 +178,7 @@ class Sensor {
   Sensor() {
     quen::workbench::WriteCalibration(folder_.Path(), false);
     for (const char* const arguments :
-         {"loop . --frames 12 --output .", "loop . --frames 10 --sweep gain=0.2:2:0.6 --delay 3 --output .",
+         {"loop . --frames 12 --folder .", "loop . --frames 10 --sweep gain=0.2:2:0.6 --delay 3 --folder .",
           "score . --frames 1 --engine weighted --engine windowed --output scores.fits"}) {
       EXPECT_EQ(Run(arguments).exit_code, 0) << arguments;
     }

@@ -94,7 +94,7 @@ TEST(LoopFault, KeepsTheResultsOfTheRunBefore) {
   const TempDir folder;
   quen::workbench::WriteCalibration(folder.Path(), false);
   const auto loop = [&](const std::string& seed, const std::string& output) {
-    Do({"loop", folder.Path(), "--frames", "10", "--d-over-r0", "0", "--seed", seed, "--output", folder / output});
+    Do({"loop", folder.Path(), "--frames", "10", "--d-over-r0", "0", "--seed", seed, "--folder", folder / output});
   };
   loop("1", "before");
   const Contents before = Files(folder / "before");
@@ -138,7 +138,7 @@ TEST(Killed, AtAWriteItsFilesAreWholeOrAbsent) {
   quen::workbench::WriteCalibration(folder / "good", false);
   const Contents good = Files(folder / "good");
   const std::string good_folder = Quoted(folder / "good");
-  quen::testing::Run(QUEN_SHS " loop " + good_folder + " --frames 20 --output " + Quoted(folder / "out"));
+  quen::testing::Run(QUEN_SHS " loop " + good_folder + " --frames 20 --folder " + Quoted(folder / "out"));
   const Contents results = Files(folder / "out");
   int killed = 0;
   for (const int blocks : {1, 40, 990, 1300, 2600}) {
@@ -146,7 +146,7 @@ TEST(Killed, AtAWriteItsFilesAreWholeOrAbsent) {
     if (KilledAtSize(blocks, "calibrate " + Quoted(folder / "c")).exit_code != 0) ++killed;
     ExpectWholeOrAbsent(Results(folder / "c"), good, when);
     std::filesystem::remove_all(folder / "c");
-    KilledAtSize(blocks, "loop " + good_folder + " --frames 20 --output " + Quoted(folder / "l"));
+    KilledAtSize(blocks, "loop " + good_folder + " --frames 20 --folder " + Quoted(folder / "l"));
     ExpectWholeOrAbsent(Results(folder / "l"), results, when);
     std::filesystem::remove_all(folder / "l");
   }

@@ -147,11 +147,11 @@ class Names(Folder):
                 for arguments, names in (
                         (["frame", "s", "--shape=tip:1", f"--output={name}", f"--truth={name}2"], [name, name + "2"]),
                         (["measure", "s", "s/frame.fits", f"--output={name}"], [name]),
-                        (["view", "s/loop/sweep.fits", f"--output={name}"], [name]),
+                        (["view", "s/loop/sweep.fits", f"--png={name}"], [name]),
                         (["score", "s", "--frames=1", "--engine=weighted", f"--output={name}", f"--png={name}2"],
                          [name, name + "2"]),
-                        (["manual", f"--output={name}"], [f"{name}/{page}" for page in self.pages]),
-                        (["loop", "s", "--frames=10", "--sweep=gain=1:1:1", f"--output={name}"],
+                        (["manual", f"--folder={name}"], [f"{name}/{page}" for page in self.pages]),
+                        (["loop", "s", "--frames=10", "--sweep=gain=1:1:1", f"--folder={name}"],
                          [f"{name}/sweep.fits", f"{name}/sweep.png"])):
                     made = self.expect_made(arguments, *names)
                     if arguments[0] == "frame":
@@ -174,7 +174,7 @@ class Names(Folder):
                                                         "--output=made"]),
                                         ("s/slopes.fits", ["view", "small.fits", f"--slopes={name}",
                                                            "--output=made"]),
-                                        ("s/loop/sweep.fits", ["view", "--output=made", "--", name]),
+                                        ("s/loop/sweep.fits", ["view", "--png=made", "--", name]),
                                         ("s/loop/telemetry.fits", ["loop", "s", "--frames=10", "--sweep=gain=1:1:1",
                                                                    f"--disturbance={name}", "--output=made"])):
                     self.place(file, name)
@@ -192,7 +192,7 @@ class Names(Folder):
                 before = self.entries()
                 self.do("check", "--", name)
                 self.do("frame", "--output=frame.fits", "--shape=tip:1", "--", name)
-                self.do("view", "small.fits", f"--calibration={name}", "--output=picture.png")
+                self.do("view", "small.fits", f"--calibration={name}", "--png=picture.png")
                 self.assertEqual(self.entries(), before | {"frame.fits", "picture.png"})
                 found = self.contents("frame.fits", "s/frame.fits")
                 self.assertEqual(found["frame.fits"], found["s/frame.fits"])
@@ -215,14 +215,14 @@ class Names(Folder):
 
     def test_empty_names(self):
         for arguments in (["frame", "s", "--output", ""], ["view", ""], ["calibrate", ""],
-                          ["loop", "s", "--output", ""],
-                          ["score", "s", "--output", ""], ["manual", "--output", ""]):
+                          ["loop", "s", "--folder", ""],
+                          ["score", "s", "--output", ""], ["manual", "--folder", ""]):
             self.assertIn("expected a name, found an empty one", self.refuses(*arguments))
 
     def test_view_beside_a_pipe(self):
         read, write = os.pipe()
         os.close(write)
-        self.assertIn("give --output", self.refuses("view", f"/dev/fd/{read}", pass_fds=[read]))
+        self.assertIn("give --png", self.refuses("view", f"/dev/fd/{read}", pass_fds=[read]))
         os.close(read)
 
 
@@ -268,7 +268,7 @@ class Traced(Folder):
         for name in SYNTAX:
             os.makedirs(os.path.dirname(self.path(name)), exist_ok=True)
             shutil.copy(self.path("s/slopes.fits"), self.path(name + ".fits"))
-            for arguments in (["view", "s/loop/sweep.fits", f"--output={name}"],
+            for arguments in (["view", "s/loop/sweep.fits", f"--png={name}"],
                               ["frame", "s", f"--displacements={name}.fits", f"--output={name}"]):
                 _, lines = self.trace("%file,%network,shmget,shmat,execve", *arguments)
                 real = os.path.realpath(self.folder)
@@ -373,7 +373,7 @@ class Traced(Folder):
 
     def test_faults_of_manual(self):
         names = [f"m/{name}" for name in Names.pages.fget(self)]
-        self.do("manual", "--output=m")
+        self.do("manual", "--folder=m")
         new = self.contents(*names)
         for name in names:
             with open(self.path(name), "w", encoding="ascii") as file:
@@ -381,30 +381,30 @@ class Traced(Folder):
         old = self.contents(*names)
         for call in ("write", "fsync", "renameat2"):
             for nth in (1, 5, 10):
-                result, _ = self.trace(call, "manual", "--output=m", inject=[f"{call}:error=EIO:when={nth}"],
+                result, _ = self.trace(call, "manual", "--folder=m", inject=[f"{call}:error=EIO:when={nth}"],
                                        check=False)
                 self.assertEqual((result.returncode, result.stderr.count(b"\n")), (1, 1), result.stderr)
                 self.assertEqual(self.contents(*names), old, (call, nth))
-        self.do("manual", "--output=m")
+        self.do("manual", "--folder=m")
         self.assertEqual(self.contents(*names), new)
 
     def test_faults_of_view(self):
         """An input that cannot be read at some moment is not one without that table."""
         for file in ("s/slopes.fits", "s/data/shs_rois.fits", "s/loop/telemetry.fits"):
-            self.do("view", file, "--output=p.png")
+            self.do("view", file, "--png=p.png")
             new = self.contents("p.png")
-            _, lines = self.trace("openat,read", "view", file, "--output=p.png")
+            _, lines = self.trace("openat,read", "view", file, "--png=p.png")
             opened = [line for line in lines if line.startswith("openat(")]
             nths = [nth for nth, line in enumerate(opened, 1) if '"/proc/self/fd/' in line]
             self.assertGreater(len(nths), 3)
             for nth in nths:
-                result, _ = self.trace("openat", "view", file, "--output=p.png", inject=[f"openat:error=EIO:when={nth}"],
+                result, _ = self.trace("openat", "view", file, "--png=p.png", inject=[f"openat:error=EIO:when={nth}"],
                                        check=False)
                 found = (file, nth, result.returncode, result.stderr)
                 self.assertTrue(result.returncode == 1 or self.contents("p.png") == new, found)
-        self.expect_old_or_new(["view", "s/loop/sweep.fits", "--output=p.png"], ["p.png"],
+        self.expect_old_or_new(["view", "s/loop/sweep.fits", "--png=p.png"], ["p.png"],
                                ("write", "fsync", "pread64", "renameat2"),
-                               ["view", "s/loop/telemetry.fits", "--output=p.png"])
+                               ["view", "s/loop/telemetry.fits", "--png=p.png"])
 
     def test_rename_without_exchange(self):
         for arguments in (["measure", "s", "s/frame.fits"], ["measure", "s", "s/frame.fits", "--output=new.fits"]):
@@ -427,7 +427,7 @@ class Traced(Folder):
     def test_without_proc(self):
         """The name itself is opened where it can mean nothing else."""
         shutil.copy(self.path("s/frame.fits"), self.path("a[1].fits"))
-        arguments = ["view", "s/frame.fits", "--output=p.png"]
+        arguments = ["view", "s/frame.fits", "--png=p.png"]
         _, lines = self.trace("access,openat", *arguments, inject=["access:error=ENOENT"])
         self.assertIn(f'"{os.path.realpath(self.folder)}/s/frame.fits", O_RDONLY', "\n".join(lines))
         result, _ = self.trace("access", "view", "a[1].fits", inject=["access:error=ENOENT"], check=False)
@@ -438,21 +438,21 @@ class Streams(Folder):
     """Pipes, devices, signals."""
 
     def test_standard_output_is_the_picture_alone(self):
-        self.do("view", "s/loop/sweep.fits", "--output=p.png")
+        self.do("view", "s/loop/sweep.fits", "--png=p.png")
         picture = read(self.path("p.png"))
-        result = self.do("view", "s/loop/sweep.fits", "--output", "/dev/stdout")
+        result = self.do("view", "s/loop/sweep.fits", "--png", "/dev/stdout")
         self.assertEqual(result.stdout, picture)
         self.assertEqual(result.stderr, b"wrote /dev/stdout\n")
         with open(self.path("q.png"), "wb") as file:
             file.write(b"before")
             file.flush()
             inode = os.fstat(file.fileno()).st_ino
-            self.run_tool("view", "s/loop/sweep.fits", "--output", "/dev/stdout", capture_output=False, stdout=file,
+            self.run_tool("view", "s/loop/sweep.fits", "--png", "/dev/stdout", capture_output=False, stdout=file,
                           stderr=subprocess.DEVNULL)
             self.assertEqual(os.stat(self.path("q.png")).st_ino, inode)
         self.assertEqual(read(self.path("q.png")), b"before" + picture)
         with open(self.path("r.png"), "wb") as file:  # under its own name
-            self.run_tool("view", "s/loop/sweep.fits", "--output=r.png", "--json", capture_output=False, stdout=file,
+            self.run_tool("view", "s/loop/sweep.fits", "--png=r.png", "--json", capture_output=False, stdout=file,
                           stderr=subprocess.DEVNULL)
         self.assertEqual(read(self.path("r.png")), picture)
 
@@ -475,12 +475,12 @@ class Streams(Folder):
             self.assertEqual(content, expected, name)
 
     def test_pipes_are_written(self):
-        self.do("view", "s/loop/sweep.fits", "--output=p.png")
-        subprocess.run(["bash", "-c", '"$0" view s/loop/sweep.fits --output >(cat > q.png)', TOOL], cwd=self.folder,
+        self.do("view", "s/loop/sweep.fits", "--png=p.png")
+        subprocess.run(["bash", "-c", '"$0" view s/loop/sweep.fits --png >(cat > q.png)', TOOL], cwd=self.folder,
                        check=True, stdout=subprocess.DEVNULL)
         os.mkfifo(self.path("fifo"))
         reader = subprocess.Popen(["sh", "-c", "sleep 0.3; cat fifo > r.png"], cwd=self.folder)
-        self.do("view", "s/loop/sweep.fits", "--output=fifo")
+        self.do("view", "s/loop/sweep.fits", "--png=fifo")
         reader.wait(20)
         deadline = time.time() + 10
         while self.contents("q.png").get("q.png") != self.contents("p.png")["p.png"] and time.time() < deadline:
@@ -500,7 +500,7 @@ class Streams(Folder):
         self.assertEqual(self.entries(), before)
 
     def test_without_end(self):
-        for arguments in (["view", "/dev/zero", "--output=x"], ["measure", "s", "/dev/zero"],
+        for arguments in (["view", "/dev/zero", "--png=x"], ["measure", "s", "/dev/zero"],
                           ["frame", "s", "--displacements=/dev/zero"]):
             self.assertIn("/dev/zero: expected 256 MiB at most", self.refuses(*arguments))
         with open(self.path("long.csv"), "w", encoding="ascii") as file:
@@ -523,9 +523,9 @@ class Streams(Folder):
         os.link(self.path("s/frame.fits"), self.path("same"))
         for arguments in (["measure", "s", "s/frame.fits", "--output=same"],
                           ["measure", "s", "s/frame.fits", "--truth=truth.fits", "--output=truth.fits"],
-                          ["view", "s/frame.fits", "--output=s/frame.fits"],
-                          ["view", "s/frame.fits", "--slopes=s/slopes.fits", "--output=s/slopes.fits"],
-                          ["view", "s/frame.fits", "--calibration=s", "--output=s/data/CM.fits"],
+                          ["view", "s/frame.fits", "--png=s/frame.fits"],
+                          ["view", "s/frame.fits", "--slopes=s/slopes.fits", "--png=s/slopes.fits"],
+                          ["view", "s/frame.fits", "--calibration=s", "--png=s/data/CM.fits"],
                           ["frame", "s", "--displacements=truth.fits", "--truth=truth.fits"],
                           ["frame", "s", "--png=s/data/CM.fits"], ["score", "s", "--png=s/data/M2S.fits"],
                           ["loop", "s", "--disturbance=s/loop/telemetry.fits", "--frames=10"]):
@@ -549,15 +549,15 @@ class Streams(Folder):
         before = self.entries()
         read, write = os.pipe()
         for end in (signal.SIGINT, signal.SIGTERM):
-            self.waits(["view", "fifo", "--output=x.png"], end, end)
-            self.waits(["view", "/dev/stdin", "--output=x.png"], end, end, stdin=read)
-            self.waits(["view", "s/loop/sweep.fits", "--output=fifo"], end, end)
+            self.waits(["view", "fifo", "--png=x.png"], end, end)
+            self.waits(["view", "/dev/stdin", "--png=x.png"], end, end, stdin=read)
+            self.waits(["view", "s/loop/sweep.fits", "--png=fifo"], end, end)
             self.waits(["frame", "s", f"--output=/dev/fd/{write}"], end, end, pass_fds=[write])
         self.assertEqual(self.entries(), before)
 
     def test_ignored_interrupts_stay_ignored(self):
         os.mkfifo(self.path("fifo"))
-        process = subprocess.Popen([TOOL, "view", "fifo", "--output=p.png"], cwd=self.folder,
+        process = subprocess.Popen([TOOL, "view", "fifo", "--png=p.png"], cwd=self.folder,
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                    preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN))
         time.sleep(0.4)
@@ -685,7 +685,7 @@ class Kills(Folder):
 
     def test_files_are_whole_or_as_before(self):
         names = ["k/" + name for name in ("frame.fits", "slopes.fits", "telemetry.fits", "loop.png")]
-        loop = ["loop", "s", "--frames=10", "--output=k"]
+        loop = ["loop", "s", "--frames=10", "--folder=k"]
         started = time.monotonic()
         self.do(*loop, "--seed=1")
         length = time.monotonic() - started

@@ -54,8 +54,8 @@ TEST_F(Terminal, ProgressStaysInANarrowWindow) {
 }
 
 TEST_F(Terminal, CtrlCLeavesNoFile) {
-  for (const std::string& command : {"loop --frames 100000 --output " + (folder_ / "out"),
-                                     "loop --frames 50000 --sweep gain=0.1:0.9:0.1 --output " + (folder_ / "out"),
+  for (const std::string& command : {"loop --frames 100000 --folder " + (folder_ / "out"),
+                                     "loop --frames 50000 --sweep gain=0.1:0.9:0.1 --folder " + (folder_ / "out"),
                                      "score --frames 100000 --png " + (folder_ / "out/errors.png")}) {
     const Outcome outcome =
         OnTerminal(QUEN_SHS " " + command + " " + folder_.Path(), "sleep 1; printf '\\003'; sleep 1");
@@ -99,7 +99,7 @@ TEST(Completion, KnowsVerbsOptionsAndWords) {
 
 TEST(Manual, HasAPagePerVerbInTheWordsOfItsHelp) {
   const TempDir folder;
-  ASSERT_EQ(Shell(QUEN_SHS " manual --output " + (folder / "man1")).exit_code, 0);
+  ASSERT_EQ(Shell(QUEN_SHS " manual --folder " + (folder / "man1")).exit_code, 0);
   EXPECT_EQ(quen::testing::EntriesBelow(folder / "man1"), 10U);
   for (const char* const verb :
        {"", "-calibrate", "-check", "-frame", "-measure", "-view", "-score", "-loop", "-manual", "-completion"}) {

@@ -250,7 +250,7 @@ TEST_F(Verbs, ViewKnowsEveryFileOfOurs) {
       {"loop/sweep.fits", "sweep"},  {"scores.fits", "scores"},         {"loop/frame.fits", "frame"},
       {"loop/slopes.fits", "slopes"}};
   for (const auto& [name, kind] : files) {
-    const Outcome outcome = QuenShs("view --json " + File(name) + " --output " + File("picture.png"));
+    const Outcome outcome = QuenShs("view --json " + File(name) + " --png " + File("picture.png"));
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
     EXPECT_NE(outcome.out.find("\"kind\": \"" + kind + "\""), std::string::npos) << name << outcome.out;
     EXPECT_TRUE(std::filesystem::remove(File("picture.png"))) << name;
@@ -372,13 +372,13 @@ TEST_F(Verbs, ScoreGivesItsTableAsJson) {
 TEST_F(Verbs, LoopTakesADisturbanceFromAFile) {
   Do("loop", "--frames 30 --seed 3");
   const auto disturbance = ColumnReadByAstropy(File("loop/telemetry.fits"), "telemetry", "disturbance");
-  Do("loop", "--frames 20 --disturbance " + File("loop/telemetry.fits") + " --output " + File("replay"));
+  Do("loop", "--frames 20 --disturbance " + File("loop/telemetry.fits") + " --folder " + File("replay"));
   const auto again = ColumnReadByAstropy(File("replay/telemetry.fits"), "telemetry", "disturbance");
   ASSERT_EQ(again.size(), 20U * 52U);
   EXPECT_TRUE(std::equal(again.begin(), again.end(), disturbance.begin()));
   EXPECT_EQ(quen::testing::KeywordReadByAstropy(File("replay/telemetry.fits"), 1, "DISTURB"),
             File("loop/telemetry.fits"));
-  Fails("loop " + folder_.Path() + " --disturbance " + File("loop/telemetry.fits") + " --output " + File("longer"), 1,
+  Fails("loop " + folder_.Path() + " --disturbance " + File("loop/telemetry.fits") + " --folder " + File("longer"), 1,
         "quen-shs: " + File("loop/telemetry.fits") +
             ": expected a disturbance of 1000 frames at least, found 30; give --frames 30");
 }
@@ -393,7 +393,7 @@ TEST_F(Verbs, LoopRefusesADisturbanceBeyondAllSense) {
 }
 
 TEST_F(Verbs, LoopSweepsItsGain) {
-  const Outcome outcome = Do("loop", "--frames 30 --delay 2 --sweep gain=0.2:2:0.6 --output " + File("s"));
+  const Outcome outcome = Do("loop", "--frames 30 --delay 2 --sweep gain=0.2:2:0.6 --folder " + File("s"));
   EXPECT_EQ(outcome.out.find("    gain   residual, rad RMS\n     0.2   "), 0U) << outcome.out;
   EXPECT_NE(outcome.out.find("\n       2   diverged in frame "), std::string::npos) << outcome.out;
   EXPECT_NE(outcome.out.find("\nbest gain               0.2 (residual "), std::string::npos) << outcome.out;

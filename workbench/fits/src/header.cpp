@@ -1,16 +1,11 @@
 #include "workbench/fits/header.hpp"
 
-#include <stdexcept>
+#include "workbench/fits/src/cfitsio_status.hpp"
 
 namespace quen::workbench {
 namespace {
 
-void Check(int status, const std::string& key) {
-  if (status != 0) {
-    throw std::runtime_error("cannot write the FITS keyword " + key + " (CFITSIO status " + std::to_string(status) +
-                             ")");
-  }
-}
+void Check(int status, const std::string& key) { RequireSuccess(status, "cannot write the FITS keyword " + key); }
 
 }  // namespace
 

@@ -1,7 +1,8 @@
 #include "workbench/fits/memory_fits.hpp"
 
 #include <cstdlib>
-#include <stdexcept>
+
+#include "workbench/fits/src/cfitsio_status.hpp"
 
 namespace quen::workbench {
 
@@ -16,11 +17,7 @@ struct MemoryFits::Memory {
 
 namespace {
 
-void Check(int status) {
-  if (status == 0) return;
-  fits_clear_errmsg();
-  throw std::runtime_error("cannot make a FITS file in memory (CFITSIO status " + std::to_string(status) + ")");
-}
+void Check(int status) { RequireSuccess(status, "cannot make a FITS file in memory"); }
 
 void Close(HandleType* handle) {
   int status = 0;

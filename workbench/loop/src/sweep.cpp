@@ -8,26 +8,26 @@
 #include <limits>
 #include <stdexcept>
 
-#include "common/fits/fits.hpp"
-#include "workbench/fits/content.hpp"
-#include "workbench/fits/header.hpp"
-#include "workbench/fits/memory_fits.hpp"
 #include "workbench/fits/numbers.hpp"
+#include "workbench/fits/table.hpp"
 #include "workbench/loop/telemetry.hpp"
 
 namespace quen::workbench {
 namespace {
 
-using quen::common::Fits::Handle;
-using quen::common::Fits::ReadColumnOrThrow;
+struct SweepRow {
+  double gain = 0.0;
+  double residual_rms = 0.0;
+  double disturbance_rms = 0.0;
+  double frames = 0.0;
+};
 
-template <typename Member>
-void WriteColumn(const Handle& file, int column, const std::vector<SweepPoint>& points, Member member) {
-  std::vector<double> values;
-  values.reserve(points.size());
-  for (const SweepPoint& point : points) values.push_back(static_cast<double>(point.*member));
-  quen::common::Fits::WriteColumnPriv(file, values.data(), values.size(), TDOUBLE, column, 1);
-}
+constexpr const char* kTable = "sweep";
+constexpr std::array<Column<SweepRow>, 4> kColumns = {
+    {{"gain", "", "", &SweepRow::gain},
+     {"residual_rms", "rad", "second half of the run; infinite: diverged", &SweepRow::residual_rms},
+     {"disturbance_rms", "rad", "second half of the run", &SweepRow::disturbance_rms},
+     {"frames", "", "", &SweepRow::frames}}};
 
 }  // namespace
 
@@ -83,16 +83,12 @@ std::vector<SweepPoint> RunSweep(quen::shssim::ShsSimulator& simulator, const Se
 
 std::string SweepFile(const LoopOptions& options, const std::string& disturbance,
                       const std::vector<SweepPoint>& points) {
+  std::vector<SweepRow> rows;
+  for (const SweepPoint& point : points) {
+    rows.push_back({point.gain, point.residual, point.disturbance, static_cast<double>(point.frames)});
+  }
   MemoryFits fits;
-  const Handle& file =
-      fits.AddTable("sweep", {{"gain", "D"}, {"residual_rms", "D"}, {"disturbance_rms", "D"}, {"frames", "D"}});
-  WriteColumn(file, 1, points, &SweepPoint::gain);
-  WriteColumn(file, 2, points, &SweepPoint::residual);
-  WriteColumn(file, 3, points, &SweepPoint::disturbance);
-  WriteColumn(file, 4, points, &SweepPoint::frames);
-  WriteKey(file, "TUNIT2", "rad", "second half of the run; infinite: diverged");
-  WriteKey(file, "TUNIT3", "rad", "second half of the run");
-  WriteLoopKeys(file, options, disturbance);
+  WriteLoopKeys(AppendRows<SweepRow>(fits, kTable, kColumns, std::move(rows)), options, disturbance);
   return fits.Bytes();
 }
 
@@ -109,19 +105,13 @@ std::size_t FramesOf(const std::string& path, std::size_t row, double frames) {
 }  // namespace
 
 std::vector<SweepPoint> ReadSweep(const InputFile& file) {
-  return Reading(file, [&] {
-    const Handle table = OpenFits(file, "sweep");
-    const auto gains = ReadColumnOrThrow<double>(table, "gain");
-    const auto residuals = ReadColumnOrThrow<double>(table, "residual_rms");
-    const auto disturbances = ReadColumnOrThrow<double>(table, "disturbance_rms");
-    const auto frames = ReadColumnOrThrow<double>(table, "frames");
-    if (gains.empty()) throw std::runtime_error(file.Name() + ": its table \"sweep\" has no rows");
-    std::vector<SweepPoint> points;
-    for (std::size_t k = 0; k < gains.size(); ++k) {
-      points.push_back({gains[k], residuals[k], disturbances[k], FramesOf(file.Name(), k, frames[k])});
-    }
-    return points;
-  });
+  std::vector<SweepPoint> points;
+  for (const SweepRow& row : ReadRows<SweepRow>(file, kTable, kColumns)) {
+    points.push_back({row.gain, row.residual_rms, row.disturbance_rms,
+                      FramesOf(file.Name(), points.size(), row.frames)});
+  }
+  if (points.empty()) throw std::runtime_error(file.Name() + ": its table \"sweep\" has no rows");
+  return points;
 }
 
 }  // namespace quen::workbench

@@ -1,67 +1,55 @@
 #include "workbench/loop/telemetry.hpp"
 
+#include <array>
 #include <cstdint>
-#include <numeric>
+#include <span>
 #include <stdexcept>
+#include <utility>
 
-#include "common/fits/fits.hpp"
-#include "workbench/fits/header.hpp"
-#include "workbench/fits/memory_fits.hpp"
-#include "workbench/loop/series_file.hpp"
+#include "workbench/fits/table.hpp"
 
 namespace quen::workbench {
 namespace {
 
 using quen::common::Fits::Handle;
-using quen::common::Fits::WriteColumnPriv;
 
-void WriteColumn(const Handle& file, int column, const std::vector<double>& values) {
-  WriteColumnPriv(file, values.data(), values.size(), TDOUBLE, column, 1);
+struct TelemetryRow {
+  std::int32_t frame = 0;
+  double disturbance_rms = 0.0;
+  double residual_rms = 0.0;
+  FrameRecord record = {NoModes(), NoModes(), NoModes()};
+
+  static Eigen::VectorXd NoModes() { return Eigen::VectorXd::Zero(quen::basesim::kNumModes); }
+};
+
+template <Eigen::VectorXd FrameRecord::*kVector>
+std::span<double> ModesOf(TelemetryRow& row) {
+  Eigen::VectorXd& modes = row.record.*kVector;
+  return {modes.data(), static_cast<std::size_t>(modes.size())};
 }
 
-void WriteRms(const Handle& file, int column, const std::vector<FrameRecord>& records,
-              Eigen::VectorXd FrameRecord::*vector) {
-  std::vector<double> values;
-  values.reserve(records.size());
-  for (const FrameRecord& record : records) values.push_back((record.*vector).norm());
-  WriteColumn(file, column, values);
-}
-
-void WriteModes(const Handle& file, int column, const std::vector<FrameRecord>& records,
-                Eigen::VectorXd FrameRecord::*vector) {
-  std::vector<double> values;
-  for (const FrameRecord& record : records) {
-    const Eigen::VectorXd& modes = record.*vector;
-    values.insert(values.end(), modes.begin(), modes.end());
-  }
-  WriteColumn(file, column, values);
-}
+constexpr std::size_t kFirstOfModes = 3;
+constexpr std::array<Column<TelemetryRow>, 6> kColumns = {
+    {{"frame", "", "", &TelemetryRow::frame},
+     {"disturbance_rms", "rad", "phase", &TelemetryRow::disturbance_rms},
+     {"residual_rms", "rad", "phase", &TelemetryRow::residual_rms},
+     {"disturbance", "rad", "phase", &ModesOf<&FrameRecord::disturbance>},
+     {"correction", "rad", "phase", &ModesOf<&FrameRecord::correction>},
+     {"residual", "rad", "phase", &ModesOf<&FrameRecord::residual>}}};
 
 }  // namespace
 
 std::string TelemetryFile(const LoopOptions& options, const std::string& disturbance,
                           const std::vector<FrameRecord>& records) {
-  MemoryFits fits;
-  const std::string modes = std::to_string(quen::basesim::kNumModes) + "D";
-  const Handle& file = fits.AddTable("telemetry", {{"frame", "J"},
-                                                   {"disturbance_rms", "D"},
-                                                   {"residual_rms", "D"},
-                                                   {"disturbance", modes},
-                                                   {"correction", modes},
-                                                   {"residual", modes}});
-  std::vector<std::int32_t> numbers(records.size());
-  std::iota(numbers.begin(), numbers.end(), 0);
-  WriteColumnPriv(file, numbers.data(), numbers.size(), TINT, 1, 1);
-  WriteRms(file, 2, records, &FrameRecord::disturbance);
-  WriteRms(file, 3, records, &FrameRecord::residual);
-  WriteModes(file, 4, records, &FrameRecord::disturbance);
-  WriteModes(file, 5, records, &FrameRecord::correction);
-  WriteModes(file, 6, records, &FrameRecord::residual);
-  for (const char* const key : {"TUNIT2", "TUNIT3", "TUNIT4", "TUNIT5", "TUNIT6"}) {
-    WriteKey(file, key, "rad", "phase");
+  std::vector<TelemetryRow> rows;
+  for (const FrameRecord& record : records) {
+    rows.push_back(
+        {static_cast<std::int32_t>(rows.size()), record.disturbance.norm(), record.residual.norm(), record});
   }
-  WriteKey(file, "GAIN", options.gain, "of the integrator");
-  WriteLoopKeys(file, options, disturbance);
+  MemoryFits fits;
+  const Handle& table = AppendRows<TelemetryRow>(fits, kTelemetryTable, kColumns, std::move(rows));
+  WriteKey(table, "GAIN", options.gain, "of the integrator");
+  WriteLoopKeys(table, options, disturbance);
   return fits.Bytes();
 }
 
@@ -76,15 +64,23 @@ void WriteLoopKeys(const Handle& file, const LoopOptions& options, const std::st
 }
 
 std::vector<FrameRecord> ReadTelemetry(const InputFile& file) {
-  const Series disturbance = ReadModes(file, "disturbance");
-  const Series correction = ReadModes(file, "correction");
-  const Series residual = ReadModes(file, "residual");
-  if (disturbance.rows() == 0) throw std::runtime_error(file.Name() + ": its table \"telemetry\" has no rows");
   std::vector<FrameRecord> records;
-  for (Eigen::Index frame = 0; frame < disturbance.rows(); ++frame) {
-    records.push_back({disturbance.row(frame), correction.row(frame), residual.row(frame)});
+  const auto modes = std::span(kColumns).subspan(kFirstOfModes);
+  for (TelemetryRow& row : ReadRows<TelemetryRow>(file, kTelemetryTable, modes)) {
+    records.push_back(std::move(row.record));
   }
+  if (records.empty()) throw std::runtime_error(file.Name() + ": its table \"telemetry\" has no rows");
   return records;
+}
+
+Series ReadDisturbance(const InputFile& file) {
+  const auto disturbance = std::span(kColumns).subspan(kFirstOfModes, 1);
+  const std::vector<TelemetryRow> rows = ReadRows<TelemetryRow>(file, kTelemetryTable, disturbance);
+  Series series(static_cast<Eigen::Index>(rows.size()), static_cast<Eigen::Index>(quen::basesim::kNumModes));
+  for (std::size_t k = 0; k < rows.size(); ++k) {
+    series.row(static_cast<Eigen::Index>(k)) = rows[k].record.disturbance;
+  }
+  return series;
 }
 
 }  // namespace quen::workbench

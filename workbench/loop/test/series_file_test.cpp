@@ -45,7 +45,7 @@ TEST(SeriesFile, OtherContentIsRefused) {
   AppendTable(folder / "narrow.fits", "telemetry", 2, {{"disturbance", "51D", Ramp(102)}});
   ExpectThrows<std::runtime_error>(
       (folder / "narrow.fits") +
-          ": expected a column \"disturbance\" of 52 modes in its table \"telemetry\", found none",
+          ": expected a column \"disturbance\" of 52 values in its table \"telemetry\", found none",
       [&] { ReadSeries(InputFile(folder / "narrow.fits")); });
   AppendTable(folder / "without.fits", "telemetry", 2, {{"frame", "D", Ramp(2)}});
   EXPECT_THROW(ReadSeries(InputFile(folder / "without.fits")), std::runtime_error);

@@ -11,6 +11,7 @@
 #include "workbench/fits/memory_fits.hpp"
 #include "workbench/fits/staged_file.hpp"
 #include "workbench/sensor/displacements.hpp"
+#include "workbench/sensor/sensor_tables.hpp"
 #include "workbench/sensor/zernike.hpp"
 
 namespace quen::workbench {
@@ -18,9 +19,7 @@ namespace {
 
 using quen::basesim::kNumRois;
 using quen::basesim::kNumSlopes;
-using quen::common::Fits::CppToFits;
 using quen::common::Fits::Handle;
-using quen::common::Fits::WriteColumnPriv;
 using quen::common::Fits::WriteImgPriv;
 using quen::shssim::kNumRoisUsed;
 
@@ -56,40 +55,19 @@ std::string MatrixFile(const Calibration& calibration, const Matrix& matrix, con
 }
 
 std::string RoisFile(const Calibration& calibration) {
-  std::vector<std::uint16_t> x_low;
-  std::vector<std::uint16_t> x_up;
-  std::vector<std::uint16_t> y_low;
-  std::vector<std::uint16_t> y_up;
-  std::vector<double> x_ref;
-  std::vector<double> y_ref;
+  std::vector<RegionRow> rows;
+  const int size = calibration.geometry.size;
   for (std::size_t i = 0; i < kNumRois; ++i) {
     const Cell cell = CellAt(calibration.geometry, i);
-    x_low.push_back(static_cast<std::uint16_t>(cell.first_column));
-    x_up.push_back(static_cast<std::uint16_t>(cell.first_column + calibration.geometry.size));
-    x_ref.push_back(cell.x_ref);
-    y_low.push_back(static_cast<std::uint16_t>(cell.first_row));
-    y_up.push_back(static_cast<std::uint16_t>(cell.first_row + calibration.geometry.size));
-    y_ref.push_back(cell.y_ref);
+    rows.push_back({static_cast<std::uint16_t>(cell.first_column), static_cast<std::uint16_t>(cell.first_column + size),
+                    cell.x_ref, static_cast<std::uint16_t>(cell.first_row),
+                    static_cast<std::uint16_t>(cell.first_row + size), cell.y_ref});
   }
-  const char* const u16 = CppToFits<std::uint16_t>::format;
-  const char* const f64 = CppToFits<double>::format;
   MemoryFits fits;
-  const Handle& rois = fits.AddTable(
-      "rois", {{"x_low", u16}, {"x_up", u16}, {"x_ref", f64}, {"y_low", u16}, {"y_up", u16}, {"y_ref", f64}});
-  WriteColumnPriv(rois, x_low.data(), kNumRois, TSHORT, 1, 1);
-  WriteColumnPriv(rois, x_up.data(), kNumRois, TSHORT, 2, 1);
-  WriteColumnPriv(rois, x_ref.data(), kNumRois, TDOUBLE, 3, 1);
-  WriteColumnPriv(rois, y_low.data(), kNumRois, TSHORT, 4, 1);
-  WriteColumnPriv(rois, y_up.data(), kNumRois, TSHORT, 5, 1);
-  WriteColumnPriv(rois, y_ref.data(), kNumRois, TDOUBLE, 6, 1);
-  for (const char* const key : {"TUNIT1", "TUNIT2", "TUNIT3", "TUNIT4", "TUNIT5", "TUNIT6"}) {
-    WriteKey(rois, key, "pix", "pixel centres are at integers, from 0");
-  }
-  WriteGeometry(rois, calibration.geometry);
-  WriteCreator(rois, kCommand);
-  const Handle& used = fits.AddTable("rois_used", {{"is_used", CppToFits<std::uint8_t>::format}});
-  WriteColumnPriv(used, calibration.used.data(), calibration.used.size(), TBYTE, 1, 1);
-  WriteCreator(used, kCommand);
+  const Handle& regions = AppendRegions(fits, std::move(rows), true);
+  WriteGeometry(regions, calibration.geometry);
+  WriteCreator(regions, kCommand);
+  WriteCreator(AppendFlags(fits, kFlagTable, calibration.used), kCommand);
   return fits.Bytes();
 }
 

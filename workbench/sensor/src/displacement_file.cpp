@@ -8,19 +8,15 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "common/fits/fits.hpp"
 #include "workbench/fits/content.hpp"
 #include "workbench/fits/header.hpp"
-#include "workbench/fits/memory_fits.hpp"
 #include "workbench/fits/numbers.hpp"
+#include "workbench/sensor/sensor_tables.hpp"
 
 namespace quen::workbench {
 namespace {
 
 using quen::basesim::kNumRois;
-using quen::common::Fits::Handle;
-using quen::common::Fits::ReadColumnOrThrow;
-using quen::common::Fits::WriteColumnPriv;
 
 Displacements ReadText(const InputFile& file) {
   std::istringstream lines(file.Text());
@@ -56,40 +52,29 @@ Displacements ReadText(const InputFile& file) {
   return displacements;
 }
 
-std::vector<double> ReadColumn(const Handle& file, const std::string& file_name, const char* name) {
-  std::vector<double> values = ReadColumnOrThrow<double>(file, name);
-  if (values.size() != kNumRois) {
-    throw std::runtime_error(fmt::format("{}: expected {} rows in its table \"slopes\", one per sub-aperture, found {}",
-                                         file_name, kNumRois, values.size()));
-  }
+void RequireFinite(const std::vector<double>& values, const char* column, const InputFile& file) {
   for (std::size_t i = 0; i < values.size(); ++i) {
     if (std::isfinite(values[i])) continue;
     throw std::runtime_error(
-        fmt::format("{}: expected finite displacements in its table \"slopes\", found {} in row {} of {}", file_name,
-                    values[i], i + 1, name));
+        fmt::format("{}: expected finite displacements in its table \"slopes\", found {} in row {} of {}", file.Name(),
+                    values[i], i + 1, column));
   }
-  return values;
 }
 
 }  // namespace
 
 Displacements ReadDisplacements(const InputFile& file) {
   if (!IsFits(file)) return ReadText(file);
-  RequireTable(file, "slopes");
-  return Reading(file, [&] {
-    const Handle table = OpenFits(file, "slopes");
-    return Displacements{ReadColumn(table, file.Name(), "x"), ReadColumn(table, file.Name(), "y")};
-  });
+  RequireTable(file, kSlopeTable);
+  Displacements displacements = ReadSlopeDisplacements(file);
+  RequireFinite(displacements.x, "x", file);
+  RequireFinite(displacements.y, "y", file);
+  return displacements;
 }
 
 std::string DisplacementFile(const Displacements& displacements, const std::string& command) {
   MemoryFits fits;
-  const Handle& file = fits.AddTable("slopes", {{"x", "D"}, {"y", "D"}});
-  WriteColumnPriv(file, displacements.x.data(), kNumRois, TDOUBLE, 1, 1);
-  WriteColumnPriv(file, displacements.y.data(), kNumRois, TDOUBLE, 2, 1);
-  WriteKey(file, "TUNIT1", "pix", "displacement along the columns");
-  WriteKey(file, "TUNIT2", "pix", "displacement along the rows");
-  WriteCreator(file, command);
+  WriteCreator(AppendDisplacements(fits, displacements), command);
   return fits.Bytes();
 }
 
