@@ -168,6 +168,11 @@ if(QUEN_BUILD_TOOLS)
   endforeach()
 endif()
 
+# --- The order of the rooms.
+add_test(NAME Includes.PointDown COMMAND ${QUEN_PYTHON} testing/check_includes.py ${PROJECT_SOURCE_DIR}
+         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+set_tests_properties(Includes.PointDown PROPERTIES LABELS unit)
+
 # --- The guide, as it stands.
 if(QUEN_BUILD_TOOLS)
   add_test(NAME Guide.RunsAsItStands COMMAND ${QUEN_PYTHON} docs/test/run_guide.py docs/guide.md ${PROJECT_BINARY_DIR}

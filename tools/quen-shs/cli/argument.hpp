@@ -13,13 +13,13 @@
 namespace quen::tool {
 
 struct Argument {
-  std::string name;             ///< "--gain"; of a positional argument "DIR"
-  std::string what;             ///< in words
-  std::string value = {};       ///< what the help calls its value; empty for a flag and a positional argument
-  std::string unit = {};        ///< of a number; empty without
-  std::string range = {};       ///< of a number, "0 to 2"; empty without
-  std::string otherwise = {};   ///< what holds where it is not given; empty if nothing is to be said
-  std::string alias = {};       ///< another name for it; empty without
+  std::string name;                     ///< "--gain"; of a positional argument "DIR"
+  std::string what;                     ///< in words
+  std::string value = {};               ///< what the help calls its value; empty for a flag and a positional argument
+  std::string unit = {};                ///< of a number; empty without
+  std::string range = {};               ///< of a number, "0 to 2"; empty without
+  std::string otherwise = {};           ///< what holds where it is not given; empty if nothing is to be said
+  std::string alias = {};               ///< another name for it; empty without
   std::vector<std::string> words = {};  ///< values to complete
   bool is_required = false;             ///< positional arguments only
   bool may_be_repeated = false;         ///< takes its value each time

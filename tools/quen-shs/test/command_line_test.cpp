@@ -44,7 +44,8 @@ TEST(CommandLine, VersionIsTheProjects) { EXPECT_EQ(QuenShs("--version").out, "q
 TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", "VERB: expected one of calibrate, check, frame, measure, view, score, loop, manual, completion, found none"},
-      {"dance", "VERB: expected one of calibrate, check, frame, measure, view, score, loop, manual, completion, found dance"},
+      {"dance",
+       "VERB: expected one of calibrate, check, frame, measure, view, score, loop, manual, completion, found dance"},
       {"calibrate", "DIR is required"},
       {"calibrate x y", "The following argument was not expected: y"},
       {"loop x --gain 3", "--gain: expected a number from 0 to 2, found 3"},

@@ -136,28 +136,27 @@ struct Kind {
 };
 
 std::vector<Kind> Kinds() {
-  return {
-      {"ModesToSlopes",
-       "data/M2S.fits",
-       {"check .", "view {} --png o.png", "loop . --frames 10 --folder o", "frame . --modes 0=1 --output o.fits"}},
-      {"ControlMatrix", "data/CM.fits", {"check .", "view {} --png o.png", "loop . --frames 10 --folder o"}},
-      {"Regions",
-       "data/shs_rois.fits",
-       {"check .", "view {} --png o.png", "frame . --shape defocus:2 --output o.fits --png o.png",
-        "measure . frame.fits --output o.fits", "view frame.fits --calibration . --png o.png",
-        "loop . --frames 10 --folder o"}},
-      {"Frame",
-       "frame.fits",
-       {"view {} --png o.png", "view {} --stretch zscale --png o.png", "measure . {} --output o.fits"}},
-      {"Slopes",
-       "slopes.fits",
-       {"view {} --png o.png", "frame . --displacements {} --output o.fits --png o.png",
-        "view frame.fits --slopes {} --png o.png", "measure . frame.fits --truth {} --output o.fits"}},
-      {"Telemetry", "telemetry.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
-      {"Disturbance", "modes.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
-      {"Sweep", "sweep.fits", {"view {} --png o.png"}},
-      {"Scores", "scores.fits", {"view {} --png o.png"}},
-      {"Displacements", "displacements.csv", {"frame . --displacements {} --output o.fits --truth o2.fits"}}};
+  return {{"ModesToSlopes",
+           "data/M2S.fits",
+           {"check .", "view {} --png o.png", "loop . --frames 10 --folder o", "frame . --modes 0=1 --output o.fits"}},
+          {"ControlMatrix", "data/CM.fits", {"check .", "view {} --png o.png", "loop . --frames 10 --folder o"}},
+          {"Regions",
+           "data/shs_rois.fits",
+           {"check .", "view {} --png o.png", "frame . --shape defocus:2 --output o.fits --png o.png",
+            "measure . frame.fits --output o.fits", "view frame.fits --calibration . --png o.png",
+            "loop . --frames 10 --folder o"}},
+          {"Frame",
+           "frame.fits",
+           {"view {} --png o.png", "view {} --stretch zscale --png o.png", "measure . {} --output o.fits"}},
+          {"Slopes",
+           "slopes.fits",
+           {"view {} --png o.png", "frame . --displacements {} --output o.fits --png o.png",
+            "view frame.fits --slopes {} --png o.png", "measure . frame.fits --truth {} --output o.fits"}},
+          {"Telemetry", "telemetry.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
+          {"Disturbance", "modes.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
+          {"Sweep", "sweep.fits", {"view {} --png o.png"}},
+          {"Scores", "scores.fits", {"view {} --png o.png"}},
+          {"Displacements", "displacements.csv", {"frame . --displacements {} --output o.fits --truth o2.fits"}}};
 }
 
 /// A folder with a good file of every kind.

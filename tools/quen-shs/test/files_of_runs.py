@@ -393,13 +393,13 @@ class Traced(Folder):
         for file in ("s/slopes.fits", "s/data/shs_rois.fits", "s/loop/telemetry.fits"):
             self.do("view", file, "--png=p.png")
             new = self.contents("p.png")
-            _, lines = self.trace("openat,read", "view", file, "--png=p.png")
+            _, lines = self.trace("openat", "view", file, "--png=p.png")
             opened = [line for line in lines if line.startswith("openat(")]
             nths = [nth for nth, line in enumerate(opened, 1) if '"/proc/self/fd/' in line]
             self.assertGreater(len(nths), 3)
             for nth in nths:
-                result, _ = self.trace("openat", "view", file, "--png=p.png", inject=[f"openat:error=EIO:when={nth}"],
-                                       check=False)
+                result, _ = self.trace("openat", "view", file, "--png=p.png", check=False,
+                                       inject=[f"openat:error=EIO:when={nth}"])
                 found = (file, nth, result.returncode, result.stderr)
                 self.assertTrue(result.returncode == 1 or self.contents("p.png") == new, found)
         self.expect_old_or_new(["view", "s/loop/sweep.fits", "--png=p.png"], ["p.png"],

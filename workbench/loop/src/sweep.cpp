@@ -107,8 +107,8 @@ std::size_t FramesOf(const std::string& path, std::size_t row, double frames) {
 std::vector<SweepPoint> ReadSweep(const InputFile& file) {
   std::vector<SweepPoint> points;
   for (const SweepRow& row : ReadRows<SweepRow>(file, kTable, kColumns)) {
-    points.push_back({row.gain, row.residual_rms, row.disturbance_rms,
-                      FramesOf(file.Name(), points.size(), row.frames)});
+    points.push_back(
+        {row.gain, row.residual_rms, row.disturbance_rms, FramesOf(file.Name(), points.size(), row.frames)});
   }
   if (points.empty()) throw std::runtime_error(file.Name() + ": its table \"sweep\" has no rows");
   return points;

@@ -43,8 +43,7 @@ std::string TelemetryFile(const LoopOptions& options, const std::string& disturb
                           const std::vector<FrameRecord>& records) {
   std::vector<TelemetryRow> rows;
   for (const FrameRecord& record : records) {
-    rows.push_back(
-        {static_cast<std::int32_t>(rows.size()), record.disturbance.norm(), record.residual.norm(), record});
+    rows.push_back({static_cast<std::int32_t>(rows.size()), record.disturbance.norm(), record.residual.norm(), record});
   }
   MemoryFits fits;
   const Handle& table = AppendRows<TelemetryRow>(fits, kTelemetryTable, kColumns, std::move(rows));

@@ -101,7 +101,8 @@ Displacements ReadSlopeDisplacements(const InputFile& file) {
 
 std::vector<double> ReadFlux(const InputFile& file) {
   std::vector<double> flux;
-  for (const SlopeRow& row : ReadAll<SlopeRow>(file, kSlopeTable, std::span(kSlopes).first(1))) flux.push_back(row.flux);
+  for (const SlopeRow& row : ReadAll<SlopeRow>(file, kSlopeTable, std::span(kSlopes).first(1)))
+    flux.push_back(row.flux);
   return flux;
 }
 

@@ -88,8 +88,7 @@ Argument File(const std::string& name, const std::string& what, const std::strin
   return {.name = name, .what = what, .value = "FILE", .otherwise = otherwise, .take = TakesAName(variable)};
 }
 
-Argument Folder(const std::string& name, const std::string& what, const std::string& otherwise,
-                std::string& variable) {
+Argument Folder(const std::string& name, const std::string& what, const std::string& otherwise, std::string& variable) {
   return {.name = name, .what = what, .value = "DIR", .otherwise = otherwise, .take = TakesAName(variable)};
 }
 
