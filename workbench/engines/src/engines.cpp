@@ -41,7 +41,7 @@ class Options {
     const auto found = values_.find(name);
     if (found == values_.end()) return std::nullopt;
     const std::optional<long> value = ParseWhole(found->second);
-    if (!value) Refuse(name, "a whole number");
+    if (!value || *value < 0) Refuse(name, "a whole number, not below 0");
     return value;
   }
 
@@ -61,9 +61,6 @@ class Options {
   std::string engine_;
   std::map<std::string, std::string> values_;
 };
-
-/// At least zero, so that a negative number becomes one that is out of any range.
-std::size_t Size(long value) { return static_cast<std::size_t>(std::max(value, 0L)); }
 
 std::unique_ptr<Engine> MakeCentreOfGravity(const Options& options) {
   CentreOfGravityConfig config;
@@ -91,7 +88,7 @@ std::unique_ptr<Engine> MakeBrightest(const Options& options) {
   constexpr std::size_t kUsual = 40;
   BrightestPixelsConfig config;
   config.fraction = options.Number("fraction");
-  if (const std::optional<long> number = options.WholeNumber("number")) config.number = Size(*number);
+  if (const std::optional<long> number = options.WholeNumber("number")) config.number = static_cast<std::size_t>(*number);
   if (!config.fraction && !config.number) config.number = kUsual;
   return std::make_unique<BrightestPixels>(config);
 }
@@ -102,7 +99,7 @@ std::unique_ptr<Engine> MakeQuadCell(const Options& options) {
 
 std::unique_ptr<Engine> MakeCorrelation(const Options& options) {
   CorrelationConfig config;
-  if (const std::optional<long> size = options.WholeNumber("size")) config.size = Size(*size);
+  if (const std::optional<long> size = options.WholeNumber("size")) config.size = static_cast<std::size_t>(*size);
   return std::make_unique<Correlation>(config);
 }
 
@@ -168,6 +165,15 @@ std::map<std::string, std::string> Parse(const Kind& kind, const std::string& te
   return values;
 }
 
+/// What an engine says of its configuration, "WindowedCentreOfGravity: half_width must be …", in the words of the user:
+/// "windowed: half-width must be …".
+std::string InWordsOfTheUser(const Kind& kind, const std::string& message) {
+  std::string text = message.substr(message.find(": "));
+  const auto field_end = text.begin() + static_cast<std::ptrdiff_t>(text.find(' ', 2));
+  std::replace(text.begin(), field_end, '_', '-');
+  return kind.name + text;
+}
+
 }  // namespace
 
 std::vector<std::string> EngineNames() {
@@ -195,7 +201,11 @@ std::unique_ptr<Engine> MakeEngine(const std::string& text) {
   for (const Kind& kind : Kinds()) {
     if (name != kind.name) continue;
     const std::string options = colon == std::string::npos ? "" : text.substr(colon + 1);
-    return kind.make(Options(name, Parse(kind, options)));
+    try {
+      return kind.make(Options(name, Parse(kind, options)));
+    } catch (const std::invalid_argument& error) {
+      throw std::invalid_argument(InWordsOfTheUser(kind, error.what()));
+    }
   }
   throw std::invalid_argument("expected one of " + Listed(Kinds()) + ", found " + name);
 }

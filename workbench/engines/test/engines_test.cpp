@@ -87,12 +87,13 @@ TEST(Engines, SayWhatIsWrongWithAText) {
       {"windowed:half-width=3px", "windowed: half-width: expected a number, found 3px"},
       {"windowed:half-width=3,half-width=4", "windowed: expected half-width once, found it twice"},
       {"windowed:around=me", "windowed: around: expected brightest or reference, found me"},
-      {"brightest:number=2.5", "brightest: number: expected a whole number, found 2.5"},
-      {"brightest:number=-3", "BrightestPixels: number must be from 2 to 1e+06, found 0"},
+      {"brightest:number=2.5", "brightest: number: expected a whole number, not below 0, found 2.5"},
+      {"brightest:number=-3", "brightest: number: expected a whole number, not below 0, found -3"},
       {"brightest:number=9,fraction=0.1",
-       "BrightestPixels: exactly one of number and fraction must be given, found both"},
+       "brightest: exactly one of number and fraction must be given, found both"},
+      {"windowed:half-width=0", "windowed: half-width must be from 0.5 to 1000, found 0"},
       {"weighted:fwhm=nan", "weighted: fwhm: expected a number, found nan"},
-      {"correlation:size=8", "Correlation: size must be odd, found 8"}};
+      {"correlation:size=8", "correlation: size must be odd, found 8"}};
   for (const auto& [text, reason] : cases) {
     ExpectThrows<std::invalid_argument>(reason, [&, engine = text] { MakeEngine(engine); });
   }

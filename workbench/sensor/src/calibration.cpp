@@ -45,9 +45,9 @@ std::string MatrixFile(const Calibration& calibration, const Matrix& matrix, con
   WriteImgPriv(file, matrix.data(), static_cast<std::size_t>(matrix.size()), DOUBLE_IMG, TDOUBLE,
                {static_cast<std::size_t>(matrix.cols()), static_cast<std::size_t>(matrix.rows())});
   WriteKey(file, "BUNIT", unit, "unit of the elements");
-  WriteKey(file, "OBJECT", title, "what this is");
+  WriteKey(file, "CONTENT", title, "what this is");
   WriteKey(file, "BASIS", calibration.basis, "modes, in this order");
-  WriteKey(file, "ORIGIN", calibration.origin, "of the modes-to-slopes matrix");
+  WriteKey(file, "METHOD", calibration.origin, "of the modes-to-slopes matrix");
   WriteKey(file, "PIXPRAD", PixelsPerRadian(), "[pix/rad] shift per phase across a sub-aperture");
   WriteGeometry(file, calibration.geometry);
   WriteCreator(file, kCommand);

@@ -207,7 +207,7 @@ TEST_F(Sensor, HeadersTellGeometryBasisAndOrigin) {
     return quen::testing::KeywordReadByAstropy(folder_ / file, hdu, name);
   };
   EXPECT_EQ(key("data/M2S.fits", 0, "BASIS"), "Karhunen-Loeve (Kolmogorov)");
-  EXPECT_EQ(key("data/M2S.fits", 0, "ORIGIN"), "mean gradients");
+  EXPECT_EQ(key("data/M2S.fits", 0, "METHOD"), "mean gradients");
   EXPECT_EQ(key("data/shs_rois.fits", 1, "PITCH"), "23.5");
   EXPECT_EQ(key("data/shs_rois.fits", 1, "REGION"), "21");
   EXPECT_EQ(key("data/shs_rois.fits", 1, "OFFSETX"), "2.5");

@@ -171,8 +171,8 @@ void SweepGains(const LoopArguments& command, ShsSimulator& simulator, const wor
                                point.HasDiverged() ? fmt::format("diverged in frame {}", point.frames - 1)
                                                    : fmt::format("{:.4f}", point.residual)));
     list.push_back({{"gain", point.gain},
-                    {"residual", point.residual},
-                    {"disturbance", point.disturbance},
+                    {"residual_rms", point.residual},
+                    {"disturbance_rms", point.disturbance},
                     {"frames", point.frames},
                     {"diverged", point.HasDiverged()}});
   }
