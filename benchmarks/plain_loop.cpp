@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "shssim/spot.hpp"
+
 namespace quen_benchmarks {
 
 void PlainLoop(const std::vector<quen::image_processing::Roi>& rois, const std::vector<double>& dx,
@@ -16,7 +18,7 @@ void PlainLoop(const std::vector<quen::image_processing::Roi>& rois, const std::
         const double x_distance = static_cast<double>(x) - cx;
         const double y_distance = static_cast<double>(y) - cy;
         const double r2 = x_distance * x_distance + y_distance * y_distance;
-        const double value = 4096.0 * std::exp(-0.125 * r2) + n;
+        const double value = quen::shssim::kSpotPeak * std::exp(quen::shssim::kSpotExponent * r2) + n;
         values[x + 840 * y] = value;
         pixels[x + 840 * y] = static_cast<std::uint16_t>(static_cast<std::int32_t>(value));
       }

@@ -36,7 +36,8 @@ set(public_headers
     pim/helper.hpp
     quen_image_processing/centroiding/centroiding.hpp
     quen_image_processing/roi/roi.hpp
-    shssim/shs_simulator.hpp)
+    shssim/shs_simulator.hpp
+    shssim/spot.hpp)
 
 add_library(quen_shssim_objects OBJECT)
 target_sources(

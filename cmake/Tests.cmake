@@ -44,6 +44,7 @@ quen_add_test(
           shssim/test/compute_frame_test.cpp
           shssim/test/compute_slopes_test.cpp
           shssim/test/render_frame_test.cpp
+          shssim/test/spot_test.cpp
           testing/allocations.cpp
   LIBRARIES quen_shssim_static)
 quen_add_test(statistics_test LABEL statistics SOURCES shssim/test/noise_statistics_test.cpp

@@ -10,6 +10,7 @@
 #include "basesim/base_simulator.hpp"
 #include "defs/export.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
+#include "shssim/spot.hpp"
 
 /// @file
 /// The Shack-Hartmann sensor simulator: renders detector frames from spot displacements, and measures them with the
@@ -29,7 +30,6 @@ using basesim::kNumModes;
 using basesim::kNumRois;
 using basesim::kNumSlopes;
 inline constexpr std::size_t kNumRoisUsed = 607;  ///< length of the packed results
-inline constexpr double kSpotPeak = 4096.0;       ///< peak of a spot, in units of pixel values
 
 /// Renders and measures frames on the calibration that its base loads.
 ///
@@ -44,7 +44,7 @@ class ShsSimulator : public basesim::BaseSimulator {
   ///
   ///     4096 · exp(−((x − cx)² + (y − cy)²) / 8) + n,    cx = x_ref + dx[i],  cy = y_ref + dy[i],
   ///
-  /// a Gaussian spot of standard deviation 2 pixels plus noise n, uniform in [−noise, noise). Sub-apertures are drawn in
+  /// a Gaussian spot of standard deviation 2 pixels (shssim/spot.hpp) plus noise n, uniform in [−noise, noise). Sub-apertures are drawn in
   /// their order, pixels row by row, one draw of the thread's engine (two 32-bit outputs) each; where regions overlap
   /// the later one stands. Pixels outside all regions stay 0.
   ///

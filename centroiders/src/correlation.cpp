@@ -4,11 +4,11 @@
 #include <array>
 #include <cmath>
 
-#include "centroiders/drawn_spot.hpp"
 #include "centroiders/src/brightness.hpp"
 #include "centroiders/src/checks.hpp"
 #include "centroiders/src/correlate.hpp"
 #include "centroiders/src/moments.hpp"
+#include "shssim/spot.hpp"
 
 namespace quen::centroiders {
 namespace {
@@ -20,7 +20,7 @@ std::vector<double> DrawnSpot(std::size_t size) {
     for (std::size_t x = 0; x < size; ++x) {
       const double u = static_cast<double>(x) - middle;
       const double v = static_cast<double>(y) - middle;
-      values.push_back(std::exp(-0.5 * (u * u + v * v) / (kSpotSigma * kSpotSigma)));
+      values.push_back(std::exp(shssim::kSpotExponent * (u * u + v * v)));
     }
   }
   return values;

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "centroiders/test/engines.hpp"
+#include "shssim/spot.hpp"
 #include "testing/allocations.hpp"
 
 // What all engines have in common.
@@ -47,8 +48,8 @@ Patch Spot(double dx, double dy, double noise = 12.0, double height = 3000.0) {
     for (std::size_t x = 0; x < kSide; ++x) {
       const double u = static_cast<double>(x) - patch.x_ref - dx;
       const double v = static_cast<double>(y) - patch.y_ref - dy;
-      patch.At(x, y) = static_cast<std::int16_t>(
-          std::lround(height * std::exp(-0.125 * (u * u + v * v)) + (noise > 0.0 ? uniform(random) : 0.0)));
+      patch.At(x, y) = static_cast<std::int16_t>(std::lround(
+          height * std::exp(quen::shssim::kSpotExponent * (u * u + v * v)) + (noise > 0.0 ? uniform(random) : 0.0)));
     }
   }
   return patch;

@@ -447,7 +447,7 @@ TEST_F(SmallFrame, FitsStepIsThatOfTheWholeLeastSquaresProblem) {
       const Eigen::Index row = k / kSide;
       const double u = static_cast<double>(k % kSide) - start_x;
       const double v = static_cast<double>(row) - start_y;
-      const double g = std::exp(-0.125 * (u * u + v * v));
+      const double g = std::exp(quen::shssim::kSpotExponent * (u * u + v * v));
       functions.row(k) << g, u * g, v * g;
       pixels(k) = frame_[static_cast<std::size_t>(k)];
     }
@@ -471,7 +471,7 @@ TEST(GaussianFit, IsExactInRegionsOfManyTiles) {
         const double u = static_cast<double>(column) - x;
         const double v = static_cast<double>(row) - y;
         frame[column + kWide * row] =
-            static_cast<std::uint16_t>(std::lround(32000.0 * std::exp(-0.125 * (u * u + v * v))));
+            static_cast<std::uint16_t>(std::lround(32000.0 * std::exp(quen::shssim::kSpotExponent * (u * u + v * v))));
       }
     }
     engine.Compute(frame, Roi(0, kWide, 0, kWide, kWide, kWide, 75.0, 75.0));

@@ -7,6 +7,7 @@
 #include "shssim/shs_simulator.hpp"
 #include "shssim/src/noise.hpp"
 #include "shssim/src/spot_kernel.hpp"
+#include "shssim/spot.hpp"
 #include "shssim/truncation.hpp"
 
 namespace quen::shssim {
@@ -24,7 +25,7 @@ void Store(std::size_t x, std::size_t y, double value, FrameBuffers frame) {
 
 double Gaussian(std::size_t x, std::size_t y, double cx, double cy) {
   const double r2 = Square(static_cast<double>(x) - cx) + Square(static_cast<double>(y) - cy);
-  return kSpotPeak * std::exp(-0.125 * r2);
+  return kSpotPeak * std::exp(kSpotExponent * r2);
 }
 
 // --- The formula, pixel by pixel -----------------------------------------------------------------------------------

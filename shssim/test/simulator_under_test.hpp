@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "shssim/shs_simulator.hpp"
+#include "shssim/spot.hpp"
 
 namespace quen::testing {
 
@@ -46,7 +47,7 @@ struct PlainFrames {
           std::uniform_real_distribution<double> noise_of_pixel(-noise, noise);
           const double n = noise_of_pixel(engine);
           const double r2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
-          const double value = 4096.0 * std::exp(-0.125 * r2) + n;
+          const double value = shssim::kSpotPeak * std::exp(shssim::kSpotExponent * r2) + n;
           const std::size_t index = Index(static_cast<std::size_t>(x), static_cast<std::size_t>(y));
           values[index] = value;
           const bool fits = value > -2147483649.0 && value < 2147483648.0;
