@@ -63,7 +63,7 @@ using Engine = image_processing::Centroiding<std::uint16_t>;
 
 /// Renders frames and measures each with all engines, by ComputeSlopes. The errors of used sub-apertures count.
 ///
-/// The noise comes from the calling thread's engine of random numbers, which is seeded for this and put back into its
+/// The noise comes from the calling thread's generator of random numbers, which is seeded for this and put back into its
 /// earlier state at the end. The simulator is left with the last frame and the last measurement.
 ///
 /// @return  a score per engine, in their order

@@ -20,7 +20,7 @@
 /// x + 840 · y. A displacement (dx, dy) moves a spot toward higher columns and rows.
 ///
 /// A simulator starts no thread and takes no lock. One object must not be used by two threads at once; different
-/// objects may. Noise comes from the calling thread's engine (common/random/random.hpp).
+/// objects may. Noise comes from the calling thread's generator (common/random/random.hpp).
 
 namespace quen::shssim {
 
@@ -45,7 +45,7 @@ class ShsSimulator : public basesim::BaseSimulator {
   ///     4096 · exp(−((x − cx)² + (y − cy)²) / 8) + n,    cx = x_ref + dx[i],  cy = y_ref + dy[i],
   ///
   /// a Gaussian spot of standard deviation 2 pixels (shssim/spot.hpp) plus noise n, uniform in [−noise, noise). Sub-apertures are drawn in
-  /// their order, pixels row by row, one draw of the thread's engine (two 32-bit outputs) each; where regions overlap
+  /// their order, pixels row by row, one draw of the thread's generator (two 32-bit outputs) each; where regions overlap
   /// the later one stands. Pixels outside all regions stay 0.
   ///
   /// FrameValues() takes the values as they are. Frame() takes them truncated toward zero to a 32-bit integer, of which
@@ -60,7 +60,7 @@ class ShsSimulator : public basesim::BaseSimulator {
   /// Without `path` nothing is allocated.
   ///
   /// @throws std::invalid_argument  dx or dy is not 1089 long (both frames unchanged)
-  /// @throws std::runtime_error     the file cannot be written (both frames hold the new values), or the thread's engine
+  /// @throws std::runtime_error     the file cannot be written (both frames hold the new values), or the thread's generator
   ///                                cannot be seeded
   /// @throws std::filesystem::filesystem_error  a parent directory of the file cannot be made
   ///

@@ -92,7 +92,7 @@ class Tally {
   double microseconds_ = std::numeric_limits<double>::infinity();
 };
 
-/// The thread's random engine, seeded, and as it was before when this object goes.
+/// The thread's generator, seeded, and as it was before when this object goes.
 class SeededNoise {
  public:
   explicit SeededNoise(std::uint32_t seed) { common::random::detail::MersenneTwisterEngine().seed(seed); }
