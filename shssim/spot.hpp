@@ -18,10 +18,11 @@ inline constexpr double kSpotSigma = 2.0;    ///< standard deviation, pixels
 /// What the squared distance from the centre is multiplied with in the exponential: −1/8 per square pixel.
 inline constexpr double kSpotExponent = -0.5 / (kSpotSigma * kSpotSigma);
 
-inline constexpr double kFwhmPerSigma = 2.3548200450309493;  ///< of any Gaussian: 2 √(2 ln 2)
+inline constexpr double kFwhmPerSigma = 2.3548200450309493;      ///< of any Gaussian: 2 √(2 ln 2)
 inline constexpr double kSpotFwhm = kFwhmPerSigma * kSpotSigma;  ///< full width at half maximum, pixels
 
-/// Light of the whole spot, in units of pixel values: the Gaussian's integral, which its sum over pixels equals to 10⁻¹⁶.
+/// Light of the whole spot, in units of pixel values: the Gaussian's integral, which its sum over pixels equals to
+/// 10⁻¹⁶.
 inline constexpr double kSpotFlux = 2.0 * std::numbers::pi * kSpotSigma * kSpotSigma * kSpotPeak;
 
 }  // namespace quen::shssim

@@ -8,9 +8,9 @@
 /// @file
 /// The library's random numbers: one Mersenne Twister per thread, so that threads neither share a stream nor lock.
 ///
-/// A thread's generator comes to life when the thread first touches it and is seeded then, once, with one 32-bit value of
-/// the operating system's entropy source; every run of a process therefore draws other noise. The library never seeds
-/// a generator again. A host that wants a repeatable run assigns the generator of the thread that will draw:
+/// A thread's generator comes to life when the thread first touches it and is seeded then, once, with one 32-bit value
+/// of the operating system's entropy source; every run of a process therefore draws other noise. The library never
+/// seeds a generator again. A host that wants a repeatable run assigns the generator of the thread that will draw:
 ///
 ///     quen::common::random::detail::MersenneTwisterEngine().seed(42);
 ///

@@ -11,8 +11,8 @@
 /// A Mersenne Twister drawn from in bulk. Internal to the library; hosts have FillUniform (random.hpp).
 ///
 /// The stream takes the state out of a std::mt19937, advances it 624 words at a time in loops that the compiler
-/// vectorises, and puts it back. What it gives, and where it leaves the generator, is what the standard library's own calls
-/// would have given and left.
+/// vectorises, and puts it back. What it gives, and where it leaves the generator, is what the standard library's own
+/// calls would have given and left.
 
 namespace quen::common::random {
 
@@ -28,9 +28,8 @@ class UniformStream {
   /// @param draws  how many numbers will be drawn in all
   UniformStream(simd::Level level, std::mt19937& generator, std::size_t draws);
 
-  /// Puts the state back. After all draws that were announced the generator has advanced by two outputs for each of them.
-  /// After fewer, as when an exception ends the drawing, it may stand farther, by numbers that were made in advance: up to
-  /// 1024 of them.
+  /// Puts the state back. After all draws that were announced the generator has advanced by two outputs for each. After
+  /// fewer, as when an exception ends the drawing, it may stand farther, by up to 1024 numbers: those made in advance.
   ~UniformStream();
 
   UniformStream(const UniformStream&) = delete;

@@ -11,8 +11,8 @@ namespace quen::shssim {
 /// The uniform noise of one frame, drawn in bulk: pixel by pixel the number that
 /// std::uniform_real_distribution<double>(-noise, noise) gives, which is u · (noise − (−noise)) + (−noise).
 ///
-/// Has the generator's state as long as it lives, and leaves the generator where drawing pixel by pixel leaves it. Neither
-/// copied nor moved, as its stream.
+/// It has the generator's state as long as it lives, and leaves the generator where drawing pixel by pixel leaves it.
+/// As its stream, it is neither copied nor moved.
 class Noise {
  public:
   /// Numbers that Take gives at the most.

@@ -34,8 +34,8 @@ constexpr const char* kIncompatible = "ShsSimulator::ComputeFrame: incompatible 
 
 class ComputeFrame : public ::testing::Test {
  protected:
-  /// Renders with the simulator and with the formula, from the same state of the generator, and expects the same bits and
-  /// the same state after.
+  /// Renders with the simulator and with the formula, from the same state of the generator, and expects the same bits
+  /// and the same state after.
   void ExpectAsTheFormula(double noise, std::uint32_t seed, unsigned long long skip = 0) {
     std::mt19937 generator(seed);
     generator.discard(skip);
