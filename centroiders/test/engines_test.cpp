@@ -15,6 +15,7 @@ namespace {
 using quen::centroiders::Engine;
 using quen::centroiders::EngineCase;
 using quen::centroiders::EngineCases;
+using quen::centroiders::WithoutLight;
 using quen::image_processing::Roi;
 
 constexpr std::size_t kWidth = 90;
@@ -182,9 +183,10 @@ TEST_P(EveryEngine, DarkPixelsAreNegative) {
 
 TEST_P(EveryEngine, EmptyRegionsHaveNeitherLightNorDisplacement) {
   const std::vector<std::uint16_t> frame(kWidth * kHeight, 100);
-  for (const Roi& roi : {Roi(5, 5, 5, 9, kWidth, kHeight, 6, 6), Roi(5, 9, 7, 7, kWidth, kHeight, 6, 6),
-                         Roi(kWidth, kWidth, kHeight, kHeight, kWidth, kHeight, 6, 6),
-                         Roi(kWidth, kWidth, 0, kHeight, kWidth, kHeight, 6, 6)}) {
+  for (const Roi& roi :
+       {Roi(5, 5, 5, 9, kWidth, kHeight, 6, 6), Roi(5, 9, 7, 7, kWidth, kHeight, 6, 6),
+        Roi(kWidth, kWidth, kHeight, kHeight, kWidth, kHeight, 6, 6),
+        Roi(kWidth, kWidth, 0, kHeight, kWidth, kHeight, 6, 6), Roi(5, 5, 5, 9, kWidth, kHeight, kNaN, kNaN)}) {
     engine_->flux = engine_->x = engine_->y = 99.0;
     engine_->Compute(frame, roi);
     EXPECT_EQ((Result{engine_->flux, engine_->x, engine_->y}), (Result{0.0, 0.0, 0.0}));
@@ -206,6 +208,17 @@ TEST_P(EveryEngine, AnUnknownReferenceGivesAnUnknownDisplacement) {
   }
   patch.y_ref = kNaN;
   EXPECT_TRUE(std::isnan(Measure(*engine_, patch, 30, 20).y));
+}
+
+TEST_P(EveryEngine, AnUnknownReferenceWithoutLightIsTold) {
+  // As the table in centroiders/pixel_engine.hpp says.
+  Patch dark;
+  dark.x_ref = kNaN;
+  const Result result = Measure(*engine_, dark, 30, 20);
+  EXPECT_EQ(result.flux, 0.0);
+  const WithoutLight expected = GetParam().without_light;
+  EXPECT_TRUE(expected == WithoutLight::kZero ? result.x == 0.0 : std::isnan(result.x)) << result.x;
+  EXPECT_TRUE(expected == WithoutLight::kBothNaN ? std::isnan(result.y) : result.y == 0.0) << result.y;
 }
 
 TEST_P(EveryEngine, RegionsOfAnySizeGiveNumbers) {
