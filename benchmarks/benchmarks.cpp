@@ -45,30 +45,31 @@ struct Scene {
   std::vector<double> dy = std::vector<double>(1089);
   std::vector<double> values = std::vector<double>(685440);
   std::vector<std::uint16_t> pixels = std::vector<std::uint16_t>(685440);
-  std::mt19937 engine{2};
+  std::mt19937 generator{2};
 };
 
 void Plain(Scene& scene, double noise) {
-  quen_benchmarks::PlainLoop(scene.simulator.Rois(), scene.dx, scene.dy, noise, scene.engine, scene.values,
+  quen_benchmarks::PlainLoop(scene.simulator.Rois(), scene.dx, scene.dy, noise, scene.generator, scene.values,
                              scene.pixels);
 }
 
 void Rendered(Scene& scene, Level level, double noise) {
-  RenderFrame(level, scene.simulator.Rois(), scene.dx, scene.dy, noise, scene.engine, {scene.values, scene.pixels});
+  RenderFrame(level, scene.simulator.Rois(), scene.dx, scene.dy, noise, scene.generator, {scene.values, scene.pixels});
 }
 
 /// Nothing is timed that does not give the plain loop's bits.
 bool Verified() {
   Scene plain;
   for (const double noise : {0.0, 10.0}) {
-    plain.engine.seed(3);
+    plain.generator.seed(3);
     Plain(plain, noise);
     for (const Level level : kLevels) {
       if (!quen::common::simd::IsAvailable(level)) continue;
       Scene scene;
-      scene.engine.seed(3);
+      scene.generator.seed(3);
       Rendered(scene, level, noise);
-      if (scene.values != plain.values || scene.pixels != plain.pixels || !(scene.engine == plain.engine)) return false;
+      if (scene.values != plain.values || scene.pixels != plain.pixels || !(scene.generator == plain.generator))
+        return false;
     }
   }
   return true;
@@ -110,15 +111,13 @@ void AddFrames(Scene& scene) {
 void AddStages(Scene& scene) {
   const Level level = quen::common::simd::Best();
   Add("stages of a frame/whole, noise 10", [&scene, level] { Rendered(scene, level, 10.0); });
-  Add("stages of a frame/draw: advance the engine", [&scene, level] {
-    UniformStream stream(level, scene.engine, kPixels);
+  Add("stages of a frame/draw: advance the generator", [&scene, level] {
+    UniformStream stream(level, scene.generator, kPixels);
     stream.Skip(kPixels);
-    stream.Return();
   });
   Add("stages of a frame/draw, temper and convert", [&scene, level] {
-    UniformStream stream(level, scene.engine, kPixels);
+    UniformStream stream(level, scene.generator, kPixels);
     for (std::size_t k = 0; k < kPixels; k += 576) benchmark::DoNotOptimize(stream.Take(576));
-    stream.Return();
   });
   Add("stages of a frame/Gaussians, stored, and the advance", [&scene, level] { Rendered(scene, level, 0.0); });
   Add("stages of a frame/store both frames", [&scene] {

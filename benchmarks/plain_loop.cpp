@@ -2,21 +2,23 @@
 
 #include <cmath>
 
+#include "shssim/spot.hpp"
+
 namespace quen_benchmarks {
 
 void PlainLoop(const std::vector<quen::image_processing::Roi>& rois, const std::vector<double>& dx,
-               const std::vector<double>& dy, double noise, std::mt19937& engine, std::vector<double>& values,
+               const std::vector<double>& dy, double noise, std::mt19937& generator, std::vector<double>& values,
                std::vector<std::uint16_t>& pixels) {
   for (std::size_t i = 0; i < rois.size(); ++i) {
     const double cx = rois[i].x_ref + dx[i];
     const double cy = rois[i].y_ref + dy[i];
     for (std::size_t y = rois[i].y_low; y < rois[i].y_up; ++y) {
       for (std::size_t x = rois[i].x_low; x < rois[i].x_up; ++x) {
-        const double n = std::uniform_real_distribution<double>(-noise, noise)(engine);
+        const double n = std::uniform_real_distribution<double>(-noise, noise)(generator);
         const double x_distance = static_cast<double>(x) - cx;
         const double y_distance = static_cast<double>(y) - cy;
         const double r2 = x_distance * x_distance + y_distance * y_distance;
-        const double value = 4096.0 * std::exp(-0.125 * r2) + n;
+        const double value = quen::shssim::kSpotPeak * std::exp(quen::shssim::kSpotExponent * r2) + n;
         values[x + 840 * y] = value;
         pixels[x + 840 * y] = static_cast<std::uint16_t>(static_cast<std::int32_t>(value));
       }

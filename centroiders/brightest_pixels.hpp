@@ -16,6 +16,9 @@ struct BrightestPixelsConfig {
 /// The centre of gravity of the brightest pixels: the dimmest of them is taken for no light and subtracted, so that
 /// pixels enter and leave without a jump, and equal ones do so together. Flux is what remains of the light.
 /// (Basden, Myers and Gendron, Wavefront sensing with a brightest pixel selection algorithm, MNRAS 419, 2012.)
+///
+/// Where several pixels are as bright as the dimmest one, none of them counts. No light is that no pixel is brighter;
+/// the flux is 0 then, and never negative. A NaN reference coordinate makes the displacement along its axis NaN.
 class QUEN_EXPORT BrightestPixels : public PixelEngine {
  public:
   /// @throws std::invalid_argument  none or both of `number` and `fraction`, or a value out of its range

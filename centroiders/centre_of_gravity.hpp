@@ -24,6 +24,8 @@ struct CentreOfGravityConfig {
 ///
 /// Unbiased without a threshold, for a spot that lies inside its region, but the noise of every dark pixel counts, the
 /// more the farther out it is. A threshold takes that noise away and, subtracted or not, some of the spot's wings.
+///
+/// No light is a flux of 0 or less. A NaN reference coordinate makes the displacement along its axis NaN.
 class QUEN_EXPORT CentreOfGravity : public PixelEngine {
  public:
   /// @throws std::invalid_argument  a value out of its range

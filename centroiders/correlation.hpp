@@ -19,13 +19,20 @@ struct CorrelationConfig {
 ///
 ///     C(i, j) = Σ T(x − i, y − j) · p(x, y).
 ///
-/// Starts at the brightest pixel, climbs to the nearest maximum of C over whole pixels, and puts a parabola through the
-/// logarithms of C there and at both neighbours along either axis. For a Gaussian the logarithm is a parabola: the
-/// result is exact, where a parabola through C itself errs by up to 0.006 pixels. Noise of less than half the spot's peak
-/// cannot make a pixel outside the spot the brightest. Flux is the light of the whole region.
+/// Pixels outside the region count nothing, which cuts the sum where the template reaches beyond it.
 ///
-/// The result is at most a pixel outside the region. No light is a maximum of C that is zero or less; where C is not
-/// positive beside its maximum, whole pixels remain.
+/// Starts at the brightest pixel; where several are equal, at the mean of their positions, rounded down to a whole
+/// column and row. Climbs from pixel to pixel: to the one of the eight neighbours in the region where C is largest, as
+/// long as it is larger than here, and where neighbours are equal to the first of them, row by row. Puts a parabola,
+/// along either axis by itself, through the logarithms of C at the top and at both its neighbours, those outside the
+/// region included. For a Gaussian the logarithm is a parabola: the result is exact, where a parabola through C itself
+/// errs by up to 0.006 pixels. Noise of less than half the spot's peak cannot make a pixel outside the spot the
+/// brightest. Flux is the light of the whole region.
+///
+/// The parabola's top is at most half a pixel from the pixel where the climb ends, or a pixel where that one is in the
+/// region's first or last column or row; where C is not positive at both neighbours, or is the same at all three, the
+/// whole pixel remains. No light is a C of 0 or less where the climb ends: the displacement is 0 then, also with a NaN
+/// reference, which else makes the displacement along its axis NaN.
 class QUEN_EXPORT Correlation : public PixelEngine {
  public:
   /// @throws std::invalid_argument  an even or out-of-range `size`, a template with another number of values or with one

@@ -18,14 +18,19 @@ struct GaussianFitConfig {
 /// The Gaussian of given width, with free height and position, that is closest to the pixels in the sense of least
 /// squares; for equal and independent noise in all pixels no other linear unbiased method has less noise.
 ///
-/// Starts at the brightest pixel. Each step solves the linear problem
+/// Starts at the brightest pixel; where several are equal, at the mean of their positions. Each step solves the linear
+/// problem
 ///
 ///     p ≈ a · g + b_x · (x − c_x) · g + b_y · (y − c_y) · g,    g = exp(−((x − c_x)² + (y − c_y)²) / (2 s²)),
 ///
-/// and moves the centre c by s² · b / a, at most by s and not out of the region. Only pixels of the region enter, so that
-/// a spot that its edge cuts is not drawn inward. Flux is the light of the fitted spot, 2π s² · a.
+/// and moves the centre c by s² · b / a, along either axis by at most s, and no farther than to the centres of the
+/// region's first and last pixels. Only pixels of the region enter, so that a spot that its edge cuts is not drawn
+/// inward; g ends after nine deviations, as the weight of WeightedCentreOfGravity does. Flux is the light of the fitted
+/// spot, 2π s² · a, with the height of the last step, before it moves. All steps are done.
 ///
-/// No light is a height a that is zero or less, or pixels too few to tell (fewer than two columns or rows).
+/// No light is a height a of 0 or less in any step, where the fit ends with that step's flux; or pixels too few to
+/// tell, which is one column or one row, and flux 0. The displacement is 0 then, also with a NaN reference, which else
+/// makes the displacement along its axis NaN.
 class QUEN_EXPORT GaussianFit : public PixelEngine {
  public:
   /// @throws std::invalid_argument  a value out of its range

@@ -20,10 +20,12 @@ struct QuadCellConfig {
 ///
 /// A pixel that the dividing line runs through counts for both sides, in parts. The response of a Gaussian spot with
 /// deviation s is erf(x / (√2 s)): linear near the middle, with the gain √(π/2) · s, and saturating at the gain. That
-/// there are pixels changes the gain by up to 1 %, and the zero point by up to 0.005 pixels, by where in a pixel the line
-/// runs; for the drawn spot both are taken in. Flux is the light of the whole region.
+/// there are pixels changes the slope of the drawn spot's response, by where in a pixel the line runs: by −2.1 % where
+/// it runs through the pixel's centre, to +1.1 % where it runs between two pixels, and the gain by the inverse, +2.2 to
+/// −1.1 %. It moves the zero point by up to 0.0041 pixels. Without a given gain, both are taken in; with one, neither
+/// is. Flux is the light of the whole region.
 ///
-/// A NaN reference coordinate gives flux 0 and NaN for both displacements.
+/// No light is a flux of 0 or less. A NaN reference coordinate gives flux 0 and NaN for both displacements.
 class QUEN_EXPORT QuadCell : public PixelEngine {
  public:
   /// @throws std::invalid_argument  `gain` out of its range

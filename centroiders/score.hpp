@@ -8,8 +8,8 @@
 #include "shssim/shs_simulator.hpp"
 
 /// @file
-/// Centroiding engines against the truth: frames with known displacements are rendered by the simulator and measured, and
-/// the errors summed up. Any engine will do, a host's own too.
+/// Centroiding engines against the truth: frames with known displacements are rendered by the simulator and measured,
+/// and the errors summed up. Any engine will do, a host's own too.
 
 namespace quen::centroiders {
 
@@ -50,11 +50,11 @@ struct Score {
 /// the integral, from which the sum over the pixels of the drawn spot differs by less than 10⁻¹⁶ of it. A free height
 /// changes nothing, for the spot is even in x and its derivative odd.
 ///
-/// Noise that is uniform in [−noise, noise] has variance noise² / 3. Truncation toward zero adds an error that is uniform
-/// over a unit and independent of the displacement, as long as that is spread over more than 0.001 pixels: variance 1/12.
-/// (In pixels darker than the noise, which truncation makes a little quieter, this is not so: at no noise do they carry
-/// enough of the sum to change the bound by 10⁻⁴ of itself.) Its mean, −1/2 where the spot is brighter than the noise, is
-/// even in x and displaces nothing.
+/// Noise that is uniform in [−noise, noise] has variance noise² / 3. Truncation toward zero adds an error that is
+/// uniform over a unit and independent of the displacement, as long as that is spread over more than 0.001 pixels:
+/// variance 1/12. (In pixels darker than the noise, which truncation makes a little quieter, this is not so: at no
+/// noise do they carry enough of the sum to change the bound by 10⁻⁴ of itself.) Its mean, −1/2 where the spot is
+/// brighter than the noise, is even in x and displaces nothing.
 ///
 /// @param noise  half-width of the noise, units of pixel values
 QUEN_EXPORT double ErrorBound(double noise);
@@ -63,8 +63,8 @@ using Engine = image_processing::Centroiding<std::uint16_t>;
 
 /// Renders frames and measures each with all engines, by ComputeSlopes. The errors of used sub-apertures count.
 ///
-/// The noise comes from the calling thread's engine of random numbers, which is seeded for this and put back into its
-/// earlier state at the end. The simulator is left with the last frame and the last measurement.
+/// The noise comes from the calling thread's generator, which is seeded for this and put back into its earlier state at
+/// the end. The simulator is left with the last frame and the last measurement.
 ///
 /// @return  a score per engine, in their order
 /// @throws std::invalid_argument  an option out of its range. Exceptions of an engine and of `after_frame` pass through.

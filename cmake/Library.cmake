@@ -1,4 +1,4 @@
-# What the objects of either library are compiled with.
+# What the objects of the libraries are compiled with.
 function(quen_configure_objects target)
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON
                                              CXX_VISIBILITY_PRESET hidden
@@ -8,11 +8,10 @@ function(quen_configure_objects target)
   # Results are the formula's, bit for bit.
   target_compile_options(${target} PRIVATE -fno-fast-math -ffp-contract=off)
   target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
-  target_link_libraries(${target} PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL
-                        PRIVATE $<BUILD_INTERFACE:quen_warnings>)
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:quen_warnings>)
 endfunction()
 
-# How either shared library is linked, and its name in the package.
+# How the shared libraries are linked, and its name in the package.
 function(quen_configure_shared target name)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_link_options(${target} PRIVATE LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
@@ -36,7 +35,8 @@ set(public_headers
     pim/helper.hpp
     quen_image_processing/centroiding/centroiding.hpp
     quen_image_processing/roi/roi.hpp
-    shssim/shs_simulator.hpp)
+    shssim/shs_simulator.hpp
+    shssim/spot.hpp)
 
 add_library(quen_shssim_objects OBJECT)
 target_sources(
@@ -59,6 +59,7 @@ target_sources(
           shssim/src/slope_file.cpp
           shssim/src/spot_kernel.cpp)
 quen_configure_objects(quen_shssim_objects)
+target_link_libraries(quen_shssim_objects PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL)
 # The compiler may evaluate both sides of a condition, which vectorising needs. Values do not change.
 set_source_files_properties(shssim/src/spot_kernel.cpp common/random/src/uniform_stream.cpp
                             PROPERTIES COMPILE_OPTIONS -fno-trapping-math)

@@ -44,6 +44,7 @@ quen_add_test(
           shssim/test/compute_frame_test.cpp
           shssim/test/compute_slopes_test.cpp
           shssim/test/render_frame_test.cpp
+          shssim/test/spot_test.cpp
           testing/allocations.cpp
   LIBRARIES quen_shssim_static)
 quen_add_test(statistics_test LABEL statistics SOURCES shssim/test/noise_statistics_test.cpp
@@ -72,7 +73,7 @@ quen_add_test(
           centroiders/test/methods_test.cpp
           centroiders/test/score_test.cpp
           testing/allocations.cpp
-  LIBRARIES quen_centroiders_objects quen::shssim_lib Eigen3::Eigen)
+  LIBRARIES quen_engines_objects quen_score_objects quen::shssim_lib Eigen3::Eigen)
 
 # --- The shared library as its hosts see it.
 quen_add_test(
@@ -83,6 +84,9 @@ quen_add_test(
 # The host whose weak copies of the standard library's code are most likely to get in the way.
 target_compile_options(host_test PRIVATE -O0 -U_FORTIFY_SOURCE)
 set_target_properties(host_test PROPERTIES ENABLE_EXPORTS ON)
+# A host of the engines alone. The score's layout is told by its header.
+quen_add_test(engines_host_test LABEL abi SOURCES abi/test/engines_host_test.cpp abi/test/engines_layout_test.cpp
+              LIBRARIES quen::engines)
 quen_add_test(stand_in_test LABEL abi SOURCES abi/test/stand_in_test.cpp LIBRARIES quen::shssim_lib)
 add_test(NAME ExportedSymbols.AreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_shssim_lib> abi/exported_symbols.txt
@@ -90,14 +94,22 @@ add_test(NAME ExportedSymbols.AreTheListedOnes
 add_test(NAME ExportedSymbols.OfTheCentroidersAreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_centroiders> abi/exported_symbols_centroiders.txt
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+add_test(NAME ExportedSymbols.OfTheEnginesAreTheListedOnes
+         COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_engines> abi/exported_symbols_engines.txt
+         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(ExportedSymbols.AreTheListedOnes ExportedSymbols.OfTheCentroidersAreTheListedOnes
-                     PROPERTIES LABELS abi)
+                     ExportedSymbols.OfTheEnginesAreTheListedOnes PROPERTIES LABELS abi)
+# The engines' types are described with the centroiders, which are linked from the same objects.
 if(CMAKE_BUILD_TYPE STREQUAL Debug AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   find_program(QUEN_ABIDIFF abidiff REQUIRED) # Debian's abigail-tools
   add_test(NAME BinaryInterface.IsTheDescribedOne COMMAND abi/test/check_abi.sh $<TARGET_FILE:quen_shssim_lib>
                                                           abi/libquen_shssim_lib.abi
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(BinaryInterface.IsTheDescribedOne PROPERTIES LABELS abi)
+  add_test(NAME BinaryInterface.OfTheCentroidersIsTheDescribedOne
+           COMMAND abi/test/check_abi.sh $<TARGET_FILE:quen_centroiders> abi/libquen_centroiders.abi
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(BinaryInterface.IsTheDescribedOne BinaryInterface.OfTheCentroidersIsTheDescribedOne
+                       PROPERTIES LABELS abi)
 endif()
 if(CMAKE_BUILD_TYPE STREQUAL Release)
   add_test(NAME VectorCode.OfTheSimulatorUsesItsLevelsRegisters

@@ -10,6 +10,7 @@
 #include "basesim/base_simulator.hpp"
 #include "defs/export.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
+#include "shssim/spot.hpp"
 
 /// @file
 /// The Shack-Hartmann sensor simulator: renders detector frames from spot displacements, and measures them with the
@@ -19,7 +20,7 @@
 /// x + 840 · y. A displacement (dx, dy) moves a spot toward higher columns and rows.
 ///
 /// A simulator starts no thread and takes no lock. One object must not be used by two threads at once; different
-/// objects may. Noise comes from the calling thread's engine (common/random/random.hpp).
+/// objects may. Noise comes from the calling thread's generator (common/random/random.hpp).
 
 namespace quen::shssim {
 
@@ -29,7 +30,6 @@ using basesim::kNumModes;
 using basesim::kNumRois;
 using basesim::kNumSlopes;
 inline constexpr std::size_t kNumRoisUsed = 607;  ///< length of the packed results
-inline constexpr double kSpotPeak = 4096.0;       ///< peak of a spot, in units of pixel values
 
 /// Renders and measures frames on the calibration that its base loads.
 ///
@@ -44,9 +44,9 @@ class ShsSimulator : public basesim::BaseSimulator {
   ///
   ///     4096 · exp(−((x − cx)² + (y − cy)²) / 8) + n,    cx = x_ref + dx[i],  cy = y_ref + dy[i],
   ///
-  /// a Gaussian spot of standard deviation 2 pixels plus noise n, uniform in [−noise, noise). Sub-apertures are drawn in
-  /// their order, pixels row by row, one draw of the thread's engine (two 32-bit outputs) each; where regions overlap
-  /// the later one stands. Pixels outside all regions stay 0.
+  /// a Gaussian spot of standard deviation 2 pixels (shssim/spot.hpp) plus noise n, uniform in [−noise, noise).
+  /// Sub-apertures are drawn in their order, pixels row by row, one draw of the thread's generator (two 32-bit outputs)
+  /// each; where regions overlap the later one stands. Pixels outside all regions stay 0.
   ///
   /// FrameValues() takes the values as they are. Frame() takes them truncated toward zero to a 32-bit integer, of which
   /// the low 16 bits stay: neither rounded nor clamped, −1.5 gives 65535. Values beyond 32 bits and NaN give 0.
@@ -60,16 +60,16 @@ class ShsSimulator : public basesim::BaseSimulator {
   /// Without `path` nothing is allocated.
   ///
   /// @throws std::invalid_argument  dx or dy is not 1089 long (both frames unchanged)
-  /// @throws std::runtime_error     the file cannot be written (both frames hold the new values), or the thread's engine
-  ///                                cannot be seeded
+  /// @throws std::runtime_error     the file cannot be written (both frames hold the new values), or the thread's
+  ///                                generator cannot be seeded
   /// @throws std::filesystem::filesystem_error  a parent directory of the file cannot be made
   ///
   /// A negative or NaN `noise` ends the process at the first pixel drawn.
   QUEN_EXPORT void ComputeFrame(gsl::span<const double> dx, gsl::span<const double> dy, double noise,
                                 std::optional<std::string> path = std::nullopt);
 
-  /// Measures the used sub-apertures of the current frame, in their order, up to the 607th. Sub-apertures after that one
-  /// keep their earlier results; unused ones before it get zeros.
+  /// Measures the used sub-apertures of the current frame, in their order, up to the 607th. Sub-apertures after that
+  /// one keep their earlier results; unused ones before it get zeros.
   ///
   /// @param centroiding  measures each spot; its results are overwritten
   /// @param slope_limit  displacements are clamped to [−slope_limit, slope_limit], pixels; NaN results stay NaN, and a

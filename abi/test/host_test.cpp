@@ -34,8 +34,8 @@ class Brightest : public quen::image_processing::Centroiding<std::uint16_t> {
   }
 };
 
-TEST(Host, NamesTheEngineFromSeveralThreads) {
-  std::set<const std::mt19937*> engines;
+TEST(Host, NamesTheGeneratorFromSeveralThreads) {
+  std::set<const std::mt19937*> generators;
   std::vector<std::thread> threads;
   threads.reserve(4);
   std::mutex mutex;
@@ -46,11 +46,11 @@ TEST(Host, NamesTheEngineFromSeveralThreads) {
       const std::lock_guard lock(mutex);
       EXPECT_EQ(named, &MersenneTwisterEngine());
       EXPECT_NE(first, 0U);
-      engines.insert(named);
+      generators.insert(named);
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_GE(engines.size(), 1U);
+  EXPECT_GE(generators.size(), 1U);
 }
 
 TEST(Host, SeesNothingPrinted) {
@@ -73,7 +73,7 @@ TEST(Host, SeesNothingPrinted) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(Host, EngineAccessedByNameFirstIsSeeded) {
+TEST(Host, GeneratorAccessedByNameFirstIsSeeded) {
   std::thread([] {
     const std::mt19937 named = s_random;
     EXPECT_TRUE(named == MersenneTwisterEngine());

@@ -5,7 +5,10 @@
 
 #include "common/filesystem/filesystem.hpp"
 #include "common/fits/fits.hpp"
-#include "defs/camera.hpp"  // each simulator carries the camera table
+#include "defs/camera.hpp"
+
+// No name of defs/camera.hpp is used. It is here for its table of the product's cameras: each simulator carries one, made
+// while the library is loaded.
 
 namespace quen::basesim {
 namespace {
@@ -32,6 +35,7 @@ std::vector<Roi> LoadRois(const std::string& path) {
   const auto y_up = ReadColumnOrThrow<std::uint16_t>(file, "y_up");
   const auto y_ref = ReadColumnOrThrow<double>(file, "y_ref");
   for (const std::size_t rows : {x_low.size(), x_up.size(), x_ref.size(), y_low.size(), y_up.size(), y_ref.size()}) {
+    // Under a name that no function has: the text is the interface.
     if (rows != kNumRois) throw std::runtime_error("ConstructRois: Misconfigured fits file: " + path);
   }
 
@@ -61,6 +65,7 @@ BaseSimulator::BaseSimulator()
     rois = LoadRois(path);
     rois_used = LoadRoisUsed(path);
   } catch (const std::runtime_error& error) {
+    // Spelled as hosts know it: the text is the interface.
     throw std::runtime_error("Simulator can not initialize: " + std::string(error.what()));
   }
 }

@@ -4,6 +4,11 @@
 #include <stdexcept>
 #include <string>
 
+/// @file
+/// The checks of configurations. Their texts have one grammar, which those that an engine writes itself follow:
+///
+///     ENGINE: FIELD must be WHAT IS EXPECTED, found WHAT IS GIVEN[; WHAT TO DO]
+
 namespace quen::centroiders {
 
 /// A number as a person writes it.

@@ -4,11 +4,11 @@
 #include <array>
 #include <cmath>
 
-#include "centroiders/drawn_spot.hpp"
 #include "centroiders/src/brightness.hpp"
 #include "centroiders/src/checks.hpp"
 #include "centroiders/src/correlate.hpp"
 #include "centroiders/src/moments.hpp"
+#include "shssim/spot.hpp"
 
 namespace quen::centroiders {
 namespace {
@@ -20,7 +20,7 @@ std::vector<double> DrawnSpot(std::size_t size) {
     for (std::size_t x = 0; x < size; ++x) {
       const double u = static_cast<double>(x) - middle;
       const double v = static_cast<double>(y) - middle;
-      values.push_back(std::exp(-0.5 * (u * u + v * v) / (kSpotSigma * kSpotSigma)));
+      values.push_back(std::exp(shssim::kSpotExponent * (u * u + v * v)));
     }
   }
   return values;
@@ -72,15 +72,17 @@ Correlation::Correlation(const CorrelationConfig& config) : size_(config.size), 
   if (template_.empty()) template_ = DrawnSpot(size_);
   if (template_.size() != size_ * size_) {
     throw std::invalid_argument("Correlation: template_values must be " + std::to_string(size_ * size_) +
-                                " numbers, found " + std::to_string(template_.size()));
+                                " numbers, found " + std::to_string(template_.size()) + "; size is its side");
   }
-  for (const double value : template_) {
-    if (!std::isfinite(value)) {
-      throw std::invalid_argument("Correlation: template_values must be finite, found " + Text(value));
+  for (std::size_t k = 0; k < template_.size(); ++k) {
+    if (!std::isfinite(template_[k])) {
+      throw std::invalid_argument("Correlation: template_values[" + std::to_string(k) + "] must be finite, found " +
+                                  Text(template_[k]));
     }
   }
   if (std::ranges::all_of(template_, [](double value) { return value == 0.0; })) {
-    throw std::invalid_argument("Correlation: template_values must not all be zero, found nothing else");
+    throw std::invalid_argument("Correlation: template_values must be other than 0 somewhere, found " +
+                                std::to_string(template_.size()) + " zeros; leave them out for the drawn spot");
   }
 }
 

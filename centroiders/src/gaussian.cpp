@@ -4,7 +4,7 @@
 #include <cmath>
 #include <iterator>
 
-#include "centroiders/drawn_spot.hpp"
+#include "shssim/spot.hpp"
 
 namespace quen::centroiders {
 namespace {
@@ -13,7 +13,7 @@ constexpr double kFarthest = 9.0;  // deviations
 
 }  // namespace
 
-Gaussian::Gaussian(double fwhm) : sigma_(fwhm / kFwhmPerSigma) {
+Gaussian::Gaussian(double fwhm) : sigma_(fwhm / shssim::kFwhmPerSigma) {
   const auto count = static_cast<std::size_t>(std::ceil(kFarthest * sigma_)) + 1;
   for (std::size_t k = 0; k < count; ++k) {
     const double u = static_cast<double>(k) / sigma_;

@@ -4,9 +4,9 @@
 #include <cmath>
 #include <utility>
 
-#include "centroiders/drawn_spot.hpp"
 #include "centroiders/src/checks.hpp"
 #include "centroiders/src/weighted_sums.hpp"
+#include "shssim/spot.hpp"
 
 namespace quen::centroiders {
 namespace {
@@ -19,14 +19,14 @@ double Side(double u) { return std::clamp(2.0 * u, -1.0, 1.0); }
 ///
 ///     Σ Side(u) · g(u − d) / Σ g(u) = Σ Side(u) · g(u) / Σ g(u) + d · Σ Side(u) · u / s² · g(u) / Σ g(u).
 std::pair<double, double> ZeroAndGainForTheDrawnSpot(double line) {
-  constexpr int kFarthest = 9 * static_cast<int>(kSpotSigma);
-  constexpr double kVariance = kSpotSigma * kSpotSigma;
+  constexpr int kFarthest = 9 * static_cast<int>(shssim::kSpotSigma);
+  constexpr double kVariance = shssim::kSpotSigma * shssim::kSpotSigma;
   double light = 0.0;
   double zero = 0.0;
   double slope = 0.0;
   for (int k = -kFarthest; k <= kFarthest; ++k) {
     const double u = k - line;
-    const double g = std::exp(-0.5 * u * u / kVariance);
+    const double g = std::exp(shssim::kSpotExponent * u * u);
     light += g;
     zero += Side(u) * g;
     slope += Side(u) * u / kVariance * g;

@@ -7,9 +7,9 @@
 #include <numbers>
 #include <optional>
 
-#include "centroiders/drawn_spot.hpp"
 #include "centroiders/src/checks.hpp"
 #include "common/random/random.hpp"
+#include "shssim/spot.hpp"
 
 namespace quen::centroiders {
 namespace {
@@ -65,7 +65,7 @@ class Tally {
     x_.Add(true_x, x);
     y_.Add(true_y, y);
     worst_ = std::max(worst_, error);
-    const double flux_error = flux / kSpotFlux - 1.0;
+    const double flux_error = flux / shssim::kSpotFlux - 1.0;
     flux_error_ += flux_error;
     flux_error_squared_ += flux_error * flux_error;
   }
@@ -92,7 +92,7 @@ class Tally {
   double microseconds_ = std::numeric_limits<double>::infinity();
 };
 
-/// The thread's random engine, seeded, and as it was before when this object goes.
+/// The thread's generator, seeded, and as it was before when this object goes.
 class SeededNoise {
  public:
   explicit SeededNoise(std::uint32_t seed) { common::random::detail::MersenneTwisterEngine().seed(seed); }

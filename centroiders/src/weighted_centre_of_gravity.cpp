@@ -2,6 +2,7 @@
 
 #include "centroiders/src/checks.hpp"
 #include "centroiders/src/gaussian.hpp"
+#include "shssim/spot.hpp"
 
 namespace quen::centroiders {
 namespace {
@@ -9,7 +10,7 @@ namespace {
 /// What undoes the weight's pull on a spot of the drawn width.
 double GainForTheDrawnSpot(double weight_sigma) {
   const double weight_variance = weight_sigma * weight_sigma;
-  return (kSpotSigma * kSpotSigma + weight_variance) / weight_variance;
+  return (shssim::kSpotSigma * shssim::kSpotSigma + weight_variance) / weight_variance;
 }
 
 }  // namespace

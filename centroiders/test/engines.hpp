@@ -17,11 +17,15 @@
 
 namespace quen::centroiders {
 
+/// The displacements where there is no light, and the reference column is NaN.
+enum class WithoutLight { kAxisNaN, kBothNaN, kZero };
+
 /// An engine to test, and how its results depend on the reference point.
 struct EngineCase {
   std::string name;
   std::function<std::unique_ptr<Engine>()> make;
   bool needs_reference;  ///< a NaN reference coordinate leaves nothing to measure
+  WithoutLight without_light = needs_reference ? WithoutLight::kBothNaN : WithoutLight::kAxisNaN;
 };
 
 inline std::ostream& operator<<(std::ostream& stream, const EngineCase& engine) { return stream << engine.name; }
@@ -50,8 +54,8 @@ inline std::vector<EngineCase> EngineCases() {
       {"BrightestFraction", [] { return std::make_unique<BrightestPixels>(BrightestPixelsConfig{.fraction = 0.07}); },
        false},
       {"QuadCell", [] { return std::make_unique<QuadCell>(); }, true},
-      {"Correlation", [] { return std::make_unique<Correlation>(); }, false},
-      {"GaussianFit", [] { return std::make_unique<GaussianFit>(); }, false},
+      {"Correlation", [] { return std::make_unique<Correlation>(); }, false, WithoutLight::kZero},
+      {"GaussianFit", [] { return std::make_unique<GaussianFit>(); }, false, WithoutLight::kZero},
   };
 }
 

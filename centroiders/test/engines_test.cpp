@@ -5,6 +5,7 @@
 #include <random>
 
 #include "centroiders/test/engines.hpp"
+#include "shssim/spot.hpp"
 #include "testing/allocations.hpp"
 
 // What all engines have in common.
@@ -14,6 +15,7 @@ namespace {
 using quen::centroiders::Engine;
 using quen::centroiders::EngineCase;
 using quen::centroiders::EngineCases;
+using quen::centroiders::WithoutLight;
 using quen::image_processing::Roi;
 
 constexpr std::size_t kWidth = 90;
@@ -47,8 +49,8 @@ Patch Spot(double dx, double dy, double noise = 12.0, double height = 3000.0) {
     for (std::size_t x = 0; x < kSide; ++x) {
       const double u = static_cast<double>(x) - patch.x_ref - dx;
       const double v = static_cast<double>(y) - patch.y_ref - dy;
-      patch.At(x, y) = static_cast<std::int16_t>(
-          std::lround(height * std::exp(-0.125 * (u * u + v * v)) + (noise > 0.0 ? uniform(random) : 0.0)));
+      patch.At(x, y) = static_cast<std::int16_t>(std::lround(
+          height * std::exp(quen::shssim::kSpotExponent * (u * u + v * v)) + (noise > 0.0 ? uniform(random) : 0.0)));
     }
   }
   return patch;
@@ -181,9 +183,10 @@ TEST_P(EveryEngine, DarkPixelsAreNegative) {
 
 TEST_P(EveryEngine, EmptyRegionsHaveNeitherLightNorDisplacement) {
   const std::vector<std::uint16_t> frame(kWidth * kHeight, 100);
-  for (const Roi& roi : {Roi(5, 5, 5, 9, kWidth, kHeight, 6, 6), Roi(5, 9, 7, 7, kWidth, kHeight, 6, 6),
-                         Roi(kWidth, kWidth, kHeight, kHeight, kWidth, kHeight, 6, 6),
-                         Roi(kWidth, kWidth, 0, kHeight, kWidth, kHeight, 6, 6)}) {
+  for (const Roi& roi :
+       {Roi(5, 5, 5, 9, kWidth, kHeight, 6, 6), Roi(5, 9, 7, 7, kWidth, kHeight, 6, 6),
+        Roi(kWidth, kWidth, kHeight, kHeight, kWidth, kHeight, 6, 6),
+        Roi(kWidth, kWidth, 0, kHeight, kWidth, kHeight, 6, 6), Roi(5, 5, 5, 9, kWidth, kHeight, kNaN, kNaN)}) {
     engine_->flux = engine_->x = engine_->y = 99.0;
     engine_->Compute(frame, roi);
     EXPECT_EQ((Result{engine_->flux, engine_->x, engine_->y}), (Result{0.0, 0.0, 0.0}));
@@ -205,6 +208,17 @@ TEST_P(EveryEngine, AnUnknownReferenceGivesAnUnknownDisplacement) {
   }
   patch.y_ref = kNaN;
   EXPECT_TRUE(std::isnan(Measure(*engine_, patch, 30, 20).y));
+}
+
+TEST_P(EveryEngine, AnUnknownReferenceWithoutLightIsTold) {
+  // As the table in centroiders/pixel_engine.hpp says.
+  Patch dark;
+  dark.x_ref = kNaN;
+  const Result result = Measure(*engine_, dark, 30, 20);
+  EXPECT_EQ(result.flux, 0.0);
+  const WithoutLight expected = GetParam().without_light;
+  EXPECT_TRUE(expected == WithoutLight::kZero ? result.x == 0.0 : std::isnan(result.x)) << result.x;
+  EXPECT_TRUE(expected == WithoutLight::kBothNaN ? std::isnan(result.y) : result.y == 0.0) << result.y;
 }
 
 TEST_P(EveryEngine, RegionsOfAnySizeGiveNumbers) {

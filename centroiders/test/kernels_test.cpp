@@ -6,6 +6,7 @@
 #include "centroiders/src/correlate.hpp"
 #include "centroiders/src/gaussian.hpp"
 #include "centroiders/src/moments.hpp"
+#include "shssim/spot.hpp"
 
 // Each kernel at every level against its plain twin.
 
@@ -184,7 +185,7 @@ TEST_P(Kernels, CorrelationsOfWholeNumbersAreThePlainOnes) {
 TEST(GaussianWeights, AreTheFormulas) {
   constexpr double kRelative = 1e-12;  // a power of up to 400 factors
   for (const double sigma : {0.43, 1.0, 2.0, 40.0}) {
-    const Gaussian gaussian(sigma * 2.3548200450309493);
+    const Gaussian gaussian(sigma * quen::shssim::kFwhmPerSigma);
     for (const double centre : {-70.25, -3.5, 0.0, 5.5, 11.499, 12.0, 63.0, 100.75, 1e6}) {
       for (const std::size_t first : {std::size_t{0}, std::size_t{64}}) {
         AxisWeights weights{};

@@ -194,6 +194,53 @@ TEST_F(SmallFrame, WeightedReportsAllLightAndMeasuresTheNearOne) {
   EXPECT_NEAR(engine.x, 0.0, 1e-9);
 }
 
+TEST_F(SmallFrame, WeightedHasNoLightWhereItsWeightedSumIsNotPositive) {
+  At(13, 12) = static_cast<std::uint16_t>(-100);
+  At(0, 0) = 30000;  // beyond the weight
+  WeightedCentreOfGravity engine({.fwhm = 1.0});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 29900.0);
+  EXPECT_EQ(engine.x, 0.0);
+  EXPECT_EQ(engine.y, 0.0);
+}
+
+TEST_F(SmallFrame, WeightedMeasuresLightThatDarkPixelsElsewhereOutweigh) {
+  At(13, 12) = 100;
+  At(0, 0) = static_cast<std::uint16_t>(-30000);
+  WeightedCentreOfGravity engine({.fwhm = 1.0, .gain = 1.0});
+  Measure(engine);
+  EXPECT_EQ(engine.flux, -29900.0);
+  EXPECT_EQ(engine.x, 1.0);
+  EXPECT_EQ(engine.y, 0.0);
+}
+
+TEST_F(SmallFrame, WeightedCountsItsEndFromThePixelNearestToTheReference) {
+  // Nine deviations are 3.8 pixels, and so four: from column or row 12, or 13 where the reference is nearer to it. Halfway
+  // between, the even one of the region's counts, which for a region that begins at 1 is frame column 11 or 13.
+  struct Case {
+    std::uint16_t low;
+    double reference;
+    std::size_t first;
+    std::size_t last;
+  };
+  for (const Case& c : {Case{0, 12.4, 8, 16}, Case{0, 12.6, 9, 17}, Case{0, 12.5, 8, 16}, Case{0, 13.5, 10, 18},
+                        Case{1, 12.5, 9, 17}}) {
+    for (const bool along_x : {true, false}) {
+      for (std::size_t place = 5; place < 21; ++place) {
+        std::ranges::fill(frame_, std::uint16_t{0});
+        (along_x ? At(place, 12) : At(12, place)) = 30000;
+        roi_ = along_x ? Roi(c.low, kSide, 0, kSide, kSide, kSide, c.reference, 12.0)
+                       : Roi(0, kSide, c.low, kSide, kSide, kSide, 12.0, c.reference);
+        WeightedCentreOfGravity engine({.fwhm = 1.0, .gain = 1.0});
+        Measure(engine);
+        const bool weighs = place >= c.first && place <= c.last;
+        const double expected = weighs ? static_cast<double>(place) - c.reference : 0.0;
+        EXPECT_NEAR(along_x ? engine.x : engine.y, expected, 1e-12) << c.reference << ' ' << place;
+      }
+    }
+  }
+}
+
 // --- Brightest pixels
 
 TEST_F(SmallFrame, BrightestPixelsLeaveOutTheDimmerOnes) {
@@ -281,8 +328,31 @@ TEST_F(SmallFrame, QuadCellIsRightForSmallDisplacementsWhereverTheLineRuns) {
   }
 }
 
+TEST_F(SmallFrame, QuadCellsGainAndZeroPointDependOnWhereInAPixelTheLineRuns) {
+  // Against the Gaussian's own gain: one through the centre of a pixel, and one between two, where there is no shift.
+  At(3, 12) = 100;
+  At(20, 12) = 300;
+  QuadCell engine;
+  QuadCell continuous({.gain = std::sqrt(std::numbers::pi / 2.0) * kSpotSigma});
+  for (const auto& [line, gain] : {std::pair(12.0, 1.0216), std::pair(12.5, 0.9895)}) {
+    roi_ = Roi(0, kSide, 0, kSide, kSide, kSide, line, 12.0);
+    Measure(engine);
+    Measure(continuous);
+    EXPECT_NEAR(engine.x / continuous.x, gain, 5e-5) << line;
+  }
+  // As much light on either side: what is left is the zero point.
+  At(3, 12) = 300;
+  double farthest = 0.0;
+  for (int k = 0; k <= 100; ++k) {
+    roi_ = Roi(0, kSide, 0, kSide, kSide, kSide, 12.0 + 0.01 * k, 12.0);
+    Measure(engine);
+    farthest = std::max(farthest, std::abs(engine.x));
+  }
+  EXPECT_NEAR(farthest, 0.0041, 5e-5);
+}
+
 TEST_F(SmallFrame, QuadCellSaturatesAsTheErrorFunctionDoes) {
-  constexpr double kPixels = 0.01;  // half a percent of the gain: the line through whole pixels
+  constexpr double kPixels = 0.01;  // with as much per pixel: the line through whole pixels takes up to 2.1 %
   for (const double x : {1.0, 2.0, 4.0}) {
     Draw(12.0 + x, 12.0, 32000.0);
     QuadCell engine({.gain = std::sqrt(std::numbers::pi / 2.0) * kSpotSigma});
@@ -394,6 +464,70 @@ TEST_F(SmallFrame, CorrelationDoesNotDependOnTheTemplatesScale) {
   EXPECT_EQ(scaled.y, engine.y);
 }
 
+TEST_F(SmallFrame, CorrelationClimbsToAllEightNeighbours) {
+  // The template of one pixel correlates as the pixels are. From between two equal ones, dark itself, the way to either
+  // is across a corner.
+  const CorrelationConfig one_pixel = {.size = 3, .template_values = {0, 0, 0, 0, 1, 0, 0, 0, 0}};
+  for (const auto& [column, row] : {std::pair(10U, 10U), std::pair(12U, 10U)}) {
+    std::ranges::fill(frame_, std::uint16_t{0});
+    At(column, row) = 100;
+    At(22 - column, 12) = 100;
+    Correlation engine(one_pixel);
+    Measure(engine);
+    EXPECT_EQ(engine.x, column - 12.0);
+    EXPECT_EQ(engine.y, -2.0);  // the first of two equal neighbours, row by row
+  }
+}
+
+TEST_F(SmallFrame, CorrelationStartsBetweenEquallyBrightPixelsRoundedDown) {
+  const CorrelationConfig one_pixel = {.size = 3, .template_values = {0, 0, 0, 0, 1, 0, 0, 0, 0}};
+  Correlation engine(one_pixel);
+  At(10, 12) = 100;
+  At(13, 12) = 100;  // 11.5 is between them, and 11 beside the first
+  Measure(engine);
+  EXPECT_EQ(engine.x, -2.0);
+  EXPECT_EQ(engine.y, 0.0);
+  std::ranges::fill(frame_, std::uint16_t{0});
+  At(12, 10) = 100;
+  At(12, 13) = 100;
+  Measure(engine);
+  EXPECT_EQ(engine.x, 0.0);
+  EXPECT_EQ(engine.y, -2.0);
+}
+
+TEST_F(SmallFrame, CorrelationTakesTheFirstOfEqualNeighbours) {
+  const CorrelationConfig one_pixel = {.size = 3, .template_values = {0, 0, 0, 0, 1, 0, 0, 0, 0}};
+  Correlation engine(one_pixel);
+  At(10, 12) = 100;
+  At(12, 12) = 100;
+  Measure(engine);
+  EXPECT_EQ(engine.x, -2.0);
+}
+
+TEST_F(SmallFrame, CorrelationEndsWhereNoNeighbourIsBetterWithoutLight) {
+  // Three pixels apart from both equal ones: dark all around, though the region is not.
+  Correlation engine({.size = 3, .template_values = {0, 0, 0, 0, 1, 0, 0, 0, 0}});
+  At(8, 12) = 100;
+  At(14, 12) = 100;
+  Measure(engine);
+  EXPECT_EQ(engine.flux, 200.0);
+  EXPECT_EQ(engine.x, 0.0);
+  EXPECT_EQ(engine.y, 0.0);
+  roi_.x_ref = std::nan("");
+  Measure(engine);
+  EXPECT_EQ(engine.x, 0.0);
+}
+
+TEST_F(SmallFrame, CorrelationGoesHalfAPixelFromTheTopAtTheMost) {
+  // Of 1, 3, 3 and 1 the parabola's top is in the middle, the climb's end at the first 3.
+  Correlation engine({.size = 3, .template_values = {0, 0, 0, 1, 2, 1, 0, 0, 0}});
+  At(10, 12) = 100;
+  At(11, 12) = 100;
+  Measure(engine);
+  EXPECT_EQ(engine.x, 10.5 - 12.0);
+  EXPECT_EQ(engine.y, 0.0);
+}
+
 // --- Gaussian fit
 
 TEST_F(SmallFrame, FitIsExactForTheDrawnSpot) {
@@ -447,7 +581,7 @@ TEST_F(SmallFrame, FitsStepIsThatOfTheWholeLeastSquaresProblem) {
       const Eigen::Index row = k / kSide;
       const double u = static_cast<double>(k % kSide) - start_x;
       const double v = static_cast<double>(row) - start_y;
-      const double g = std::exp(-0.125 * (u * u + v * v));
+      const double g = std::exp(quen::shssim::kSpotExponent * (u * u + v * v));
       functions.row(k) << g, u * g, v * g;
       pixels(k) = frame_[static_cast<std::size_t>(k)];
     }
@@ -471,7 +605,7 @@ TEST(GaussianFit, IsExactInRegionsOfManyTiles) {
         const double u = static_cast<double>(column) - x;
         const double v = static_cast<double>(row) - y;
         frame[column + kWide * row] =
-            static_cast<std::uint16_t>(std::lround(32000.0 * std::exp(-0.125 * (u * u + v * v))));
+            static_cast<std::uint16_t>(std::lround(32000.0 * std::exp(quen::shssim::kSpotExponent * (u * u + v * v))));
       }
     }
     engine.Compute(frame, Roi(0, kWide, 0, kWide, kWide, kWide, 75.0, 75.0));
@@ -480,12 +614,64 @@ TEST(GaussianFit, IsExactInRegionsOfManyTiles) {
   }
 }
 
-TEST_F(SmallFrame, FitStaysInTheRegion) {
-  At(24, 24) = 30000;
+TEST_F(SmallFrame, FitGoesNoFartherThanToThePixelsCentres) {
   GaussianFit engine({.steps = 50});
+  for (const auto& [x, y] : {std::pair(26.0, 26.0), std::pair(-2.0, 26.0), std::pair(26.0, -2.0)}) {
+    Draw(x, y, 30000.0);  // a spot whose centre is outside
+    Measure(engine);
+    EXPECT_EQ(engine.x, x < 0.0 ? -12.0 : 12.0);
+    EXPECT_EQ(engine.y, y < 0.0 ? -12.0 : 12.0);
+  }
+}
+
+TEST_F(SmallFrame, FitMovesByOneDeviationAStepAtTheMost) {
+  Draw(12.0, 12.0, 3000.0);
+  At(17, 12) = 3100;  // where it starts; the spot's slope there would take it farther than the spot
+  for (const auto& [steps, expected] : {std::pair(1, 15.0), std::pair(2, 13.0)}) {
+    GaussianFit engine({.steps = steps});
+    Measure(engine);
+    EXPECT_NEAR(engine.x, expected - 12.0, 1e-12) << steps;
+  }
+}
+
+TEST_F(SmallFrame, FitStartsAtTheMeanOfEquallyBrightPixels) {
+  // One step, from the middle between them; by symmetry it does not move along the columns.
+  At(10, 12) = 1000;
+  At(13, 12) = 1000;
+  GaussianFit engine({.steps = 1});
   Measure(engine);
-  EXPECT_LE(engine.x, 12.0);
-  EXPECT_LE(engine.y, 12.0);
+  EXPECT_NEAR(engine.x, 11.5 - 12.0, 1e-12);
+  EXPECT_NEAR(engine.y, 0.0, 1e-12);
+}
+
+TEST_F(SmallFrame, FitOfOneColumnOrRowHasNoLight) {
+  Draw(12.0, 12.0, 3000.0);
+  for (const Roi& roi :
+       {Roi(12, 13, 0, kSide, kSide, kSide, 12.0, 11.0), Roi(0, kSide, 12, 13, kSide, kSide, 11.0, 12.0),
+        Roi(12, 13, 0, kSide, kSide, kSide, std::nan(""), 11.0)}) {
+    roi_ = roi;
+    GaussianFit engine;
+    Measure(engine);
+    EXPECT_EQ(engine.flux, 0.0);
+    EXPECT_EQ(engine.x, 0.0);
+    EXPECT_EQ(engine.y, 0.0);
+  }
+  roi_ = Roi(12, 14, 11, 13, kSide, kSide, 12.0, 12.0);
+  GaussianFit engine;
+  Measure(engine);
+  EXPECT_NEAR(engine.x, 0.0, 1e-3);
+}
+
+TEST_F(SmallFrame, FitReportsTheLightOfTheStepThatFindsNone) {
+  std::ranges::fill(frame_, static_cast<std::uint16_t>(-100));
+  GaussianFit engine;
+  Measure(engine);
+  EXPECT_LT(engine.flux, -100.0);
+  EXPECT_EQ(engine.x, 0.0);
+  roi_.x_ref = roi_.y_ref = std::nan("");
+  Measure(engine);
+  EXPECT_EQ(engine.x, 0.0);
+  EXPECT_EQ(engine.y, 0.0);
 }
 
 // --- Configurations
@@ -515,14 +701,15 @@ TEST(Configuration, IsCheckedFieldByField) {
                         [] { QuadCell engine({.gain = -1.0}); });
   ExpectThrows<Invalid>("Correlation: size must be from 3 to 63, found 1", [] { Correlation engine({.size = 1}); });
   ExpectThrows<Invalid>("Correlation: size must be odd, found 20", [] { Correlation engine({.size = 20}); });
-  ExpectThrows<Invalid>("Correlation: template_values must be 9 numbers, found 4", [] {
+  ExpectThrows<Invalid>("Correlation: template_values must be 9 numbers, found 4; size is its side", [] {
     Correlation engine({.size = 3, .template_values = {1, 2, 3, 4}});
   });
-  ExpectThrows<Invalid>("Correlation: template_values must be finite, found inf", [] {
+  ExpectThrows<Invalid>("Correlation: template_values[4] must be finite, found inf", [] {
     Correlation engine({.size = 3, .template_values = {1, 2, 3, 4, HUGE_VAL, 6, 7, 8, 9}});
   });
-  ExpectThrows<Invalid>("Correlation: template_values must not all be zero, found nothing else",
-                        [] { Correlation engine({.size = 3, .template_values = std::vector<double>(9, 0.0)}); });
+  ExpectThrows<Invalid>(
+      "Correlation: template_values must be other than 0 somewhere, found 9 zeros; leave them out for the drawn spot",
+      [] { Correlation engine({.size = 3, .template_values = std::vector<double>(9, 0.0)}); });
   ExpectThrows<Invalid>("GaussianFit: fwhm must be from 1 to 100, found 101",
                         [] { GaussianFit engine({.fwhm = 101.0}); });
   ExpectThrows<Invalid>("GaussianFit: steps must be from 1 to 100, found 0", [] { GaussianFit engine({.steps = 0}); });

@@ -124,12 +124,12 @@ TEST_F(Scores, AreTheSameForTheSameSeedAndEngineByEngine) {
   EXPECT_NE(Of(fit, {.frames = 1, .seed = 9}).x.rms, both[1].x.rms);
 }
 
-TEST_F(Scores, PutTheThreadsEngineBack) {
-  std::mt19937& engine = quen::common::random::detail::MersenneTwisterEngine();
-  engine.seed(77);
+TEST_F(Scores, PutTheThreadsGeneratorBack) {
+  std::mt19937& generator = quen::common::random::detail::MersenneTwisterEngine();
+  generator.seed(77);
   CentreOfGravity centre;
   Of(centre, 10.0, 1.0);
-  EXPECT_EQ(engine, std::mt19937(77));
+  EXPECT_EQ(generator, std::mt19937(77));
 }
 
 TEST_F(Scores, CheckTheirOptions) {

@@ -32,7 +32,7 @@ library_path=$(dirname "$pkg_config_path")
 # What a host finds installed is every header at the top of a module, but for those that say they are internal.
 (cd "$prefix/include/quen_shssim" && find . -type f | sort) >"$work/installed"
 (cd "$source" && find ./basesim ./centroiders ./common ./defs ./pim ./quen_image_processing ./shssim -name '*.hpp' -not -path '*/src/*' \
-  -not -path '*/test/*' -exec grep --files-without-match 'Internal to the library' {} + | sort) >"$work/offered"
+  -not -path '*/test/*' -exec grep --files-without-match 'Internal to the' {} + | sort) >"$work/offered"
 diff -u "$work/offered" "$work/installed" || fail "installed headers differ from the public ones"
 
 "$prefix/bin/quen-shs" calibrate "$work/sensor" >/dev/null
@@ -64,7 +64,18 @@ for program in by_cmake/ready_made_engine ./engine_by_pkg_config; do
   "$program" >out
   expect out "$expected_of_engine"
 done
-if ldd by_cmake/smallest_host | grep -q quen_centroiders; then fail "a simulator without engines needs them"; fi
+if ldd by_cmake/smallest_host | grep -qE 'quen_(centroiders|engines)'; then fail "a simulator without engines needs them"; fi
+
+# The engines alone: a host with frames of its own needs no simulator, by itself or through what it needs.
+host "$source/examples/own_frames.cpp" own_frames_by_pkg_config quen_engines
+for program in by_cmake/own_frames ./own_frames_by_pkg_config; do
+  "$program" >out
+  expect out 'x +1.250 y -0.500 pixels, flux 400'
+  readelf -d "$program" | grep -q 'NEEDED.*libquen_engines' || fail "$program does without the engines"
+  ldd "$program" >loaded
+  grep -q libquen_engines loaded || fail "ldd does not see the engines"
+  if grep -E 'libquen_shssim_lib|libcfitsio' loaded; then fail "$program needs the simulator"; fi
+done
 
 # The README's example, with the output that it shows.
 readme_block cpp >readme.cpp

@@ -10,15 +10,18 @@ namespace quen::shssim {
 
 /// The uniform noise of one frame, drawn in bulk: pixel by pixel the number that
 /// std::uniform_real_distribution<double>(-noise, noise) gives, which is u · (noise − (−noise)) + (−noise).
+///
+/// It has the generator's state as long as it lives, and leaves the generator where drawing pixel by pixel leaves it.
+/// As its stream, it is neither copied nor moved.
 class Noise {
  public:
   /// Numbers that Take gives at the most.
   static constexpr std::size_t kMaxTake = common::random::UniformStream::kMaxTake;
 
   /// @param draws  how many pixels the frame draws in all
-  Noise(common::simd::Level level, std::mt19937& engine, double noise, std::size_t draws)
-      : low_(-noise), span_(noise - low_), stream_(level, engine, draws) {
-    // Every number is 0 then, but the engine moves on all the same.
+  Noise(common::simd::Level level, std::mt19937& generator, double noise, std::size_t draws)
+      : low_(-noise), span_(noise - low_), stream_(level, generator, draws) {
+    // Every number is 0 then, but the generator moves on all the same.
     if (noise == 0.0) stream_.Skip(draws);
   }
 
@@ -28,9 +31,6 @@ class Noise {
   [[nodiscard]] double Low() const { return low_; }
   [[nodiscard]] double Span() const { return span_; }
   [[nodiscard]] double Scaled(double u) const { return u * span_ + low_; }
-
-  /// Puts the engine where drawing pixel by pixel leaves it.
-  void Return() { stream_.Return(); }
 
  private:
   double low_;

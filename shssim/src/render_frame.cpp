@@ -5,6 +5,7 @@
 
 #include "basesim/base_simulator.hpp"
 #include "shssim/shs_simulator.hpp"
+#include "shssim/spot.hpp"
 #include "shssim/src/noise.hpp"
 #include "shssim/src/spot_kernel.hpp"
 #include "shssim/truncation.hpp"
@@ -24,16 +25,16 @@ void Store(std::size_t x, std::size_t y, double value, FrameBuffers frame) {
 
 double Gaussian(std::size_t x, std::size_t y, double cx, double cy) {
   const double r2 = Square(static_cast<double>(x) - cx) + Square(static_cast<double>(y) - cy);
-  return kSpotPeak * std::exp(-0.125 * r2);
+  return kSpotPeak * std::exp(kSpotExponent * r2);
 }
 
 // --- The formula, pixel by pixel -----------------------------------------------------------------------------------
 
-void DrawPlain(const Roi& roi, double cx, double cy, double noise, std::mt19937& engine, FrameBuffers frame) {
+void DrawPlain(const Roi& roi, double cx, double cy, double noise, std::mt19937& generator, FrameBuffers frame) {
   for (std::size_t y = roi.y_low; y < roi.y_up; ++y) {
     for (std::size_t x = roi.x_low; x < roi.x_up; ++x) {
       // Made per pixel: a bad noise must not matter where no pixel is drawn.
-      const double n = std::uniform_real_distribution<double>(-noise, noise)(engine);
+      const double n = std::uniform_real_distribution<double>(-noise, noise)(generator);
       Store(x, y, Gaussian(x, y, cx, cy) + n, frame);
     }
   }
@@ -76,15 +77,15 @@ bool HasPixels(const std::vector<Roi>& rois) {
 void CheckNoise(double noise) { [[maybe_unused]] const std::uniform_real_distribution<double> checked(-noise, noise); }
 
 RenderReport RenderFrame(Level level, const std::vector<Roi>& rois, gsl::span<const double> dx,
-                         gsl::span<const double> dy, double noise, std::mt19937& engine, FrameBuffers frame) {
+                         gsl::span<const double> dy, double noise, std::mt19937& generator, FrameBuffers frame) {
   RenderReport report = {Level::kPlain, 0};
   if (level == Level::kPlain) {
     for (std::size_t i = 0; i < rois.size(); ++i) {
-      DrawPlain(rois[i], rois[i].x_ref + dx[i], rois[i].y_ref + dy[i], noise, engine, frame);
+      DrawPlain(rois[i], rois[i].x_ref + dx[i], rois[i].y_ref + dy[i], noise, generator, frame);
     }
     return report;
   }
-  Noise bulk(level, engine, noise, PixelCount(rois));
+  Noise bulk(level, generator, noise, PixelCount(rois));
   for (std::size_t i = 0; i < rois.size(); ++i) {
     const Roi& roi = rois[i];
     const Spot spot = {roi.x_low, roi.y_low, Width(roi), Height(roi), roi.x_ref + dx[i], roi.y_ref + dy[i]};
@@ -97,7 +98,6 @@ RenderReport RenderFrame(Level level, const std::vector<Roi>& rois, gsl::span<co
       DrawFar(spot, bulk, frame);
     }
   }
-  bulk.Return();
   return report;
 }
 

@@ -30,12 +30,12 @@ bool HasPixels(const std::vector<image_processing::Roi>& rois);
 void CheckNoise(double noise);
 
 /// Draws every region's spot and noise, as ShsSimulator::ComputeFrame says. Every level gives the same bits in both
-/// frames and leaves the engine in the same state.
+/// frames and leaves the generator in the same state.
 ///
 /// @param dx, dy  displacements, as many as there are regions
 /// @param noise   half-width; negative or NaN ends the process at the first pixel
 RenderReport RenderFrame(common::simd::Level level, const std::vector<image_processing::Roi>& rois,
-                         gsl::span<const double> dx, gsl::span<const double> dy, double noise, std::mt19937& engine,
+                         gsl::span<const double> dx, gsl::span<const double> dy, double noise, std::mt19937& generator,
                          FrameBuffers frame);
 
 }  // namespace quen::shssim

@@ -6,9 +6,12 @@
 #include "common/fits/fits.hpp"
 #include "common/random/random.hpp"
 #include "common/simd/level.hpp"
-#include "defs/camera.hpp"  // each simulator carries the camera table
+#include "defs/camera.hpp"
 #include "shssim/src/render_frame.hpp"
 #include "shssim/src/slope_file.hpp"
+
+// No name of defs/camera.hpp is used. It is here for its table of the product's cameras: each simulator carries one, made
+// while the library is loaded.
 
 namespace quen::shssim {
 ShsSimulator::ShsSimulator()

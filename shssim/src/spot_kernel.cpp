@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "basesim/base_simulator.hpp"
-#include "shssim/shs_simulator.hpp"
+#include "shssim/spot.hpp"
 #include "shssim/truncation.hpp"
 
 // Why the bits are those of the formula.
@@ -40,6 +40,8 @@ namespace {
 
 using basesim::kFrameWidth;
 using common::simd::Level;
+
+static_assert(kSpotExponent == -1.0 / 8 && kSpotPeak == 0x1p12);  // as said above
 
 constexpr std::size_t kMaxSide = 64;
 constexpr double kFarthest = 48.0;
@@ -120,7 +122,7 @@ QUEN_ALWAYS_INLINE void FillAxis(std::size_t first, std::size_t count, double ce
     for (std::size_t j = 0; j < W; ++j) pixel[j] = static_cast<double>(first + block + j);
     const Doubles distance = pixel - centre;
     const Doubles square = distance * distance;
-    const Doubles z = -0.125 * square;
+    const Doubles z = kSpotExponent * square;
     const Doubles shifted = z * kStepsPerLn2 + kRound;
     const Doubles k = shifted - kRound;
     const Integers bits = reinterpret_cast<Integers>(shifted) - kRoundBits;
@@ -194,7 +196,7 @@ QUEN_ALWAYS_INLINE void DrawVector(const Axis& columns, const Row& row, std::siz
   const Doubles error = (p - (s - part)) + (row.square - part);
   // P · Q · (1 + error/8) = g + l
   const Doubles product = high * row.high;
-  const Doubles rest = (high * row.low + low * row.high) + (low * row.low + product * (0.125 * error));
+  const Doubles rest = (high * row.low + low * row.high) + (low * row.low + product * (-kSpotExponent * error));
   const Doubles g = product + rest;
   const Doubles l = rest - (g - product);
 
@@ -239,7 +241,7 @@ QUEN_ALWAYS_INLINE void MendRow(const Axis& columns, const Row& row, std::size_t
     const auto k = static_cast<std::size_t>(std::countr_zero(bits));
     if (k >= width) break;  // beyond the region, in its last vector
     const double s = columns.square[k] + row.square;
-    values[k] = kSpotPeak * std::exp(-0.125 * s) + (row.noise[k] * row.span + row.least);
+    values[k] = kSpotPeak * std::exp(kSpotExponent * s) + (row.noise[k] * row.span + row.least);
     pixels[k] = TruncateToPixel(values[k]);
   }
 }

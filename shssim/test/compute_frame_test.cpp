@@ -34,17 +34,17 @@ constexpr const char* kIncompatible = "ShsSimulator::ComputeFrame: incompatible 
 
 class ComputeFrame : public ::testing::Test {
  protected:
-  /// Renders with the simulator and with the formula, from the same state of the engine, and expects the same bits and
-  /// the same state after.
+  /// Renders with the simulator and with the formula, from the same state of the generator, and expects the same bits
+  /// and the same state after.
   void ExpectAsTheFormula(double noise, std::uint32_t seed, unsigned long long skip = 0) {
-    std::mt19937 engine(seed);
-    engine.discard(skip);
-    MersenneTwisterEngine() = engine;
+    std::mt19937 generator(seed);
+    generator.discard(skip);
+    MersenneTwisterEngine() = generator;
     simulator_.ComputeFrame(dx_, dy_, noise, std::nullopt);
-    plain_.Render(simulator_.rois, dx_, dy_, noise, engine);
+    plain_.Render(simulator_.rois, dx_, dy_, noise, generator);
     EXPECT_TRUE(SameValues(simulator_.frame_values, plain_.values));
     EXPECT_EQ(simulator_.frame, plain_.pixels);
-    EXPECT_TRUE(MersenneTwisterEngine() == engine);
+    EXPECT_TRUE(MersenneTwisterEngine() == generator);
   }
 
   /// Leaves no pixel to draw.
@@ -85,18 +85,18 @@ TEST_F(ComputeFrame, EqualsTheFormula) {
   }
 }
 
-TEST_F(ComputeFrame, EqualsTheFormulaFromEveryEnginePosition) {
+TEST_F(ComputeFrame, EqualsTheFormulaFromEveryGeneratorPosition) {
   for (const unsigned long long skip : {1ULL, 2ULL, 311ULL, 622ULL, 623ULL, 624ULL, 625ULL, 1247ULL}) {
     ExpectAsTheFormula(10.0, 43, skip);
   }
 }
 
-TEST_F(ComputeFrame, EngineAdvancesWithoutNoiseToo) {
-  std::mt19937 engine(9);
-  MersenneTwisterEngine() = engine;
+TEST_F(ComputeFrame, GeneratorAdvancesWithoutNoiseToo) {
+  std::mt19937 generator(9);
+  MersenneTwisterEngine() = generator;
   simulator_.ComputeFrame(dx_, dy_, 0.0, std::nullopt);
-  engine.discard(2ULL * 1089 * 24 * 24);
-  EXPECT_TRUE(MersenneTwisterEngine() == engine);
+  generator.discard(2ULL * 1089 * 24 * 24);
+  EXPECT_TRUE(MersenneTwisterEngine() == generator);
 }
 
 TEST_F(ComputeFrame, LaterRegionWinsWhereTwoOverlap) {
@@ -223,7 +223,7 @@ TEST_F(ComputeFrame, NoiseMakesFramesDifferAndNoNoiseRepeatsThem) {
   EXPECT_EQ(simulator_.frame_values, still);
 }
 
-TEST_F(ComputeFrame, AssignedEngineMakesTheRunRepeatable) {
+TEST_F(ComputeFrame, AssignedGeneratorMakesTheRunRepeatable) {
   MersenneTwisterEngine().seed(5);
   simulator_.ComputeFrame(dx_, dy_, 10.0, std::nullopt);
   const std::vector<std::uint16_t> first = simulator_.frame;
@@ -236,7 +236,7 @@ TEST_F(ComputeFrame, WrongSizesAreRefusedAndBothFramesStay) {
   simulator_.ComputeFrame(dx_, dy_, 10.0, std::nullopt);
   const std::vector<double> values = simulator_.frame_values;
   const std::vector<std::uint16_t> pixels = simulator_.frame;
-  const std::mt19937 engine = MersenneTwisterEngine();
+  const std::mt19937 generator = MersenneTwisterEngine();
   const std::vector<double> shorter(1088);
   const std::vector<double> longer(1090);
   for (const auto& wrong : {shorter, longer, std::vector<double>()}) {
@@ -253,7 +253,7 @@ TEST_F(ComputeFrame, WrongSizesAreRefusedAndBothFramesStay) {
   ExpectThrows<std::invalid_argument>(kIncompatible, [&] { simulator_.ComputeFrame(dx_, dy_, -1.0, std::nullopt); });
   EXPECT_EQ(simulator_.frame_values, values);
   EXPECT_EQ(simulator_.frame, pixels);
-  EXPECT_TRUE(MersenneTwisterEngine() == engine);
+  EXPECT_TRUE(MersenneTwisterEngine() == generator);
   EXPECT_FALSE(std::filesystem::exists(folder_ / "no.fits"));
 }
 
@@ -320,8 +320,8 @@ TEST_F(ComputeFrame, FailedWriteKeepsTheNewFrame) {
   const std::size_t descriptors = OpenDescriptors();
   ExpectThrowsWithDetails<std::runtime_error>("Fits: Could not open/create " + (folder_ / "taken.fits") + ", details: ",
                                               [&] { simulator_.ComputeFrame(dx_, dy_, 0.0, folder_ / "taken.fits"); });
-  std::mt19937 engine;
-  plain_.Render(simulator_.rois, dx_, dy_, 0.0, engine);
+  std::mt19937 generator;
+  plain_.Render(simulator_.rois, dx_, dy_, 0.0, generator);
   EXPECT_EQ(simulator_.frame_values, plain_.values);
   EXPECT_EQ(simulator_.frame, plain_.pixels);
   EXPECT_NE(quen::testing::TextOfThrown<std::filesystem::filesystem_error>(

@@ -185,7 +185,7 @@ INSTANTIATE_TEST_SUITE_P(NoiseStatistics, Neighbours,
                                            std::pair("rows", 24UL), std::pair("rows, one pixel on", 25UL),
                                            std::pair("sub-apertures", kRegion),
                                            std::pair("rows of sub-apertures", 33 * kRegion),
-                                           std::pair("draws of the engine's state", 312UL),
+                                           std::pair("draws of the generator's state", 312UL),
                                            std::pair("frames", kDraws)));
 
 TEST(NoiseStatistics, FramesShareNoNumbers) {

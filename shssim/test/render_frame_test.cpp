@@ -5,11 +5,12 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <type_traits>
 
 #include "shssim/src/spot_kernel.hpp"
 #include "shssim/test/simulator_under_test.hpp"
 
-// Every level against the formula written down a second time: the same bits in both frames, the same engine after.
+// Every level against the formula written down a second time: the same bits in both frames, the same generator after.
 
 namespace {
 
@@ -17,6 +18,7 @@ using quen::common::simd::IsAvailable;
 using quen::common::simd::Level;
 using quen::common::simd::Name;
 using quen::image_processing::Roi;
+using quen::shssim::Noise;
 using quen::shssim::RenderFrame;
 using quen::shssim::RenderReport;
 using quen::testing::PlainFrames;
@@ -45,18 +47,18 @@ class RenderFrameTest : public ::testing::TestWithParam<Level> {
     if (!IsAvailable(GetParam())) GTEST_SKIP() << "no " << Name(GetParam()) << " here";
   }
 
-  /// Renders both ways, from the same engine, over whatever equal frames were there before.
+  /// Renders both ways, from the same generator, over whatever equal frames were there before.
   RenderReport ExpectTheFormula(const std::vector<Roi>& rois, const std::vector<double>& dx,
                                 const std::vector<double>& dy, double noise, std::uint32_t seed,
                                 unsigned long long skip = 0) {
-    std::mt19937 engine(seed);
-    engine.discard(skip);
-    std::mt19937 expected_engine = engine;
-    const RenderReport report = RenderFrame(GetParam(), rois, dx, dy, noise, engine, {values_, pixels_});
-    expected_.Render(rois, dx, dy, noise, expected_engine);
+    std::mt19937 generator(seed);
+    generator.discard(skip);
+    std::mt19937 expected_generator = generator;
+    const RenderReport report = RenderFrame(GetParam(), rois, dx, dy, noise, generator, {values_, pixels_});
+    expected_.Render(rois, dx, dy, noise, expected_generator);
     EXPECT_TRUE(SameValues(values_, expected_.values)) << "noise " << noise << ", seed " << seed;
     EXPECT_TRUE(pixels_ == expected_.pixels) << "noise " << noise << ", seed " << seed;
-    EXPECT_TRUE(engine == expected_engine) << "noise " << noise << ", seed " << seed;
+    EXPECT_TRUE(generator == expected_generator) << "noise " << noise << ", seed " << seed;
     return report;
   }
 
@@ -96,7 +98,7 @@ TEST_P(RenderFrameTest, AnyNoise) {
   }
 }
 
-TEST_P(RenderFrameTest, EnginePositionsEvenAndOdd) {
+TEST_P(RenderFrameTest, GeneratorPositionsEvenAndOdd) {
   std::vector<Roi> rois(40, Roi(100, 124, 100, 123, 840, 816, 111.3, 112.7));
   rois[3] = Roi(30, 31, 40, 41, 840, 816, 30, 40);
   const auto dx = RandomNumbers(40, 2.0, 5);
@@ -167,16 +169,33 @@ TEST_P(RenderFrameTest, CentresOnPixelsAndBetweenThem) {
 INSTANTIATE_TEST_SUITE_P(Levels, RenderFrameTest, ::testing::ValuesIn(quen::common::simd::kLevels),
                          [](const auto& info) { return std::string(Name(info.param)); });
 
+TEST(Noise, LeavesTheGeneratorWhereDrawingPixelByPixelDoes) {
+  static_assert(!std::is_copy_constructible_v<Noise> && !std::is_move_constructible_v<Noise>);
+  for (const double half_width : {10.0, 0.0}) {
+    std::mt19937 generator(21);
+    std::mt19937 expected = generator;
+    {
+      Noise noise(quen::common::simd::Best(), generator, half_width, 700);
+      noise.Take(Noise::kMaxTake);
+      noise.Take(700 - Noise::kMaxTake);
+    }
+    for (int pixel = 0; pixel < 700; ++pixel) {
+      std::uniform_real_distribution<double>(-half_width, half_width)(expected);
+    }
+    EXPECT_TRUE(generator == expected) << half_width;
+  }
+}
+
 TEST(StdExp, ErrsByLessThanTheKernelReliesOn) {
   // Against the 64-bit exponential of long double, whose own error is below 2⁻¹⁰ units of a double's last place. Where a
   // processor's long double is no wider than double (an emulator's) there is nothing to compare with.
   if (std::exp(1.0L) == static_cast<long double>(std::exp(1.0))) GTEST_SKIP() << "no wide long double here";
   constexpr double kReserve = 1.0 / 2048 + 1.0 / 1024;  // the kernel's own error, and the reference's
-  std::mt19937_64 engine(17);
+  std::mt19937_64 generator(17);
   std::uniform_real_distribution<double> argument(-1200.0, 0.0);
   double worst = 0.0;
   for (int sample = 0; sample < 4000000; ++sample) {
-    const double a = argument(engine);
+    const double a = argument(generator);
     const double z = -(a * a) / 2500.0;  // −576 … 0, denser toward 0
     const long double exact = std::exp(static_cast<long double>(z));
     const double value = std::exp(z);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "shssim/shs_simulator.hpp"
+#include "shssim/spot.hpp"
 
 namespace quen::testing {
 
@@ -37,16 +38,16 @@ struct PlainFrames {
   std::vector<std::uint16_t> pixels = std::vector<std::uint16_t>(685440, 0);
 
   void Render(const std::vector<image_processing::Roi>& rois, const std::vector<double>& dx,
-              const std::vector<double>& dy, double noise, std::mt19937& engine) {
+              const std::vector<double>& dy, double noise, std::mt19937& generator) {
     for (std::size_t i = 0; i < rois.size(); ++i) {
       const double cx = rois[i].x_ref + dx[i];
       const double cy = rois[i].y_ref + dy[i];
       for (int y = rois[i].y_low; y < rois[i].y_up; ++y) {
         for (int x = rois[i].x_low; x < rois[i].x_up; ++x) {
           std::uniform_real_distribution<double> noise_of_pixel(-noise, noise);
-          const double n = noise_of_pixel(engine);
+          const double n = noise_of_pixel(generator);
           const double r2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
-          const double value = 4096.0 * std::exp(-0.125 * r2) + n;
+          const double value = shssim::kSpotPeak * std::exp(shssim::kSpotExponent * r2) + n;
           const std::size_t index = Index(static_cast<std::size_t>(x), static_cast<std::size_t>(y));
           values[index] = value;
           const bool fits = value > -2147483649.0 && value < 2147483648.0;
@@ -64,10 +65,10 @@ inline bool SameValues(const std::vector<double>& a, const std::vector<double>& 
 
 /// `count` numbers uniform in [−span, span), the same for the same seed.
 inline std::vector<double> RandomNumbers(std::size_t count, double span, std::uint32_t seed) {
-  std::mt19937 engine(seed);
+  std::mt19937 generator(seed);
   std::uniform_real_distribution<double> uniform(-span, span);
   std::vector<double> numbers(count);
-  for (double& number : numbers) number = uniform(engine);
+  for (double& number : numbers) number = uniform(generator);
   return numbers;
 }
 

@@ -98,7 +98,7 @@ double Render(ShsSimulator& simulator, std::uint32_t number, const std::optional
 
 struct Mark {
   std::uint32_t number;
-  std::mt19937 engine;
+  std::mt19937 generator;
   double fingerprint;
 };
 
@@ -123,11 +123,11 @@ TEST(Soak, FramesAtFullSpeedLeaveNoTrace) {
     const double begin = ProcessorSeconds();
     do {
       const bool marked = number % kMarkEvery == 0;
-      const std::mt19937 engine = MersenneTwisterEngine();
+      const std::mt19937 generator = MersenneTwisterEngine();
       const double fingerprint = marked ? Render(simulator, number, results / "frame.fits", results / "slopes.fits")
                                         : Render(simulator, number);
       if (marked) std::filesystem::remove(results / "slopes.fits");
-      if (marked && marks.size() < kMostMarks) marks.push_back({number, engine, fingerprint});
+      if (marked && marks.size() < kMostMarks) marks.push_back({number, generator, fingerprint});
       ++number;
     } while (Since(start) < seconds * tenth / 10.0);
     rates.push_back((number - first) / (ProcessorSeconds() - begin));
@@ -146,7 +146,7 @@ TEST(Soak, FramesAtFullSpeedLeaveNoTrace) {
   EXPECT_TRUE(kSanitized || ResidentMemory() < memory + kMemoryRoom) << ResidentMemory();
   EXPECT_GT(rates.back(), 0.5 * rates.front());  // a leak of time, not a measurement of speed
   for (const Mark& mark : marks) {
-    MersenneTwisterEngine() = mark.engine;
+    MersenneTwisterEngine() = mark.generator;
     ASSERT_EQ(Render(simulator, mark.number), mark.fingerprint) << "frame " << mark.number;
   }
 }

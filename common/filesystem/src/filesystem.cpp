@@ -12,6 +12,7 @@ namespace {
 /// The integration root. Unset is an error, not an empty root.
 std::string IntegrationRoot() {
   const char* const root = std::getenv("INTROOT");
+  // The standard library's words for a text made of nothing, which hosts know: the text is the interface.
   if (root == nullptr) throw std::logic_error("basic_string: construction from null is not valid");
   return root;
 }

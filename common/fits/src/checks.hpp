@@ -18,6 +18,7 @@ inline std::size_t ElementCount(const std::vector<std::size_t>& shape) {
 
 inline void CheckBuffer(std::size_t needed, std::size_t available) {
   if (available < needed) {
+    // Spelled as hosts know it: the text is the interface.
     throw std::invalid_argument("Fits: Provided buffer is too small, expected at least: " + std::to_string(needed) +
                                 " , acctual: " + std::to_string(available));
   }

@@ -108,6 +108,7 @@ TableParams ReadTableParams(const Handle& handle, const std::optional<std::strin
 std::size_t ReadColumnPriv(const Handle& handle, void* buffer, std::size_t capacity, int datatype,
                            const std::string& column) {
   const TableParams params = ReadTableParams(handle, column);
+  // Spelled as hosts know it: the text is the interface.
   if (params.second.empty()) throw std::invalid_argument("Fits: Column \"" + column + "\" not foud");
   const std::size_t count = ElementCount(params.first);
   CheckBuffer(count, capacity);
@@ -178,6 +179,7 @@ std::size_t WriteColumnPriv(const Handle& handle, const void* data, std::size_t 
   if (params.second.empty()) throw std::invalid_argument("Fits: Column \"" + column + "\" not found");
   const auto& [name, number, column_datatype] = params.second.front();
   if (column_datatype != datatype) {
+    // Spelled as hosts know it: the text is the interface.
     throw std::invalid_argument("Fits: Column \"" + name + "\" (index: " + std::to_string(number) + ")" +
                                 " data type mismatch, expected: " + std::to_string(datatype) +
                                 " , acctual: " + std::to_string(column_datatype));

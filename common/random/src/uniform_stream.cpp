@@ -15,7 +15,7 @@
 // The standard library's canonical value is fl(a + b · 2³²) / 2⁶⁴, clamped below 1: the sum of two exact products, with
 // one rounding, and an exact division. Here b · 2³² and a are made as doubles exactly, from their bits and the exponent
 // of 2⁸⁴ and 2⁵², and added with one rounding: the same bits. The state is the standard library's too: its layout is
-// pinned below and compared with the engine's public text in the tests.
+// pinned below and compared with the generator's public text in the tests.
 
 namespace quen::common::random {
 namespace {
@@ -28,11 +28,11 @@ constexpr std::uint32_t kUpperMask = ~std::uint32_t{0} << std::mt19937::mask_bit
 constexpr auto kMatrix = static_cast<std::uint32_t>(std::mt19937::xor_mask);
 
 /// What a std::mt19937 of this standard library is made of.
-struct EngineLayout {
+struct GeneratorLayout {
   std::array<std::uint_fast32_t, kWords> words;
   std::size_t position;
 };
-static_assert(std::is_trivially_copyable_v<std::mt19937> && sizeof(std::mt19937) == sizeof(EngineLayout));
+static_assert(std::is_trivially_copyable_v<std::mt19937> && sizeof(std::mt19937) == sizeof(GeneratorLayout));
 
 QUEN_ALWAYS_INLINE std::uint32_t Twisted(std::uint32_t word, std::uint32_t next, std::uint32_t shifted) {
   const std::uint32_t y = (word & kUpperMask) | (next & ~kUpperMask);
@@ -118,9 +118,9 @@ const Kernels& KernelsOf(Level level) {
 
 }  // namespace
 
-UniformStream::UniformStream(Level level, std::mt19937& engine, std::size_t draws)
-    : level_(level), engine_(engine), undrawn_(draws) {
-  const auto layout = std::bit_cast<EngineLayout>(engine);
+UniformStream::UniformStream(Level level, std::mt19937& generator, std::size_t draws)
+    : level_(level), generator_(generator), undrawn_(draws) {
+  const auto layout = std::bit_cast<GeneratorLayout>(generator);
   std::ranges::transform(layout.words, state_.begin(),
                          [](std::uint_fast32_t word) { return static_cast<std::uint32_t>(word); });
   position_ = layout.position;
@@ -145,11 +145,11 @@ void UniformStream::Skip(std::size_t count) {
   }
 }
 
-void UniformStream::Return() {
-  EngineLayout layout{};
+UniformStream::~UniformStream() {
+  GeneratorLayout layout{};
   std::ranges::copy(state_, layout.words.begin());
   layout.position = position_;
-  engine_ = std::bit_cast<std::mt19937>(layout);
+  generator_ = std::bit_cast<std::mt19937>(layout);
 }
 
 /// Moves what is left to the front and makes as many numbers as fit and will be drawn.

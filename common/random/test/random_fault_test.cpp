@@ -42,7 +42,7 @@ class EntropySource : public ::testing::Test {
   }
 };
 
-TEST_F(EntropySource, GivesOneValueWhichSeedsTheEngine) {
+TEST_F(EntropySource, GivesOneValueWhichSeedsTheGenerator) {
   std::thread([] {
     EXPECT_TRUE(MersenneTwisterEngine() == std::mt19937(4242));
     MersenneTwisterEngine().discard(5000);
@@ -60,7 +60,7 @@ TEST_F(EntropySource, FailureLeavesTheFirstAccessAndNoDeviceOpen) {
   }).join();
 }
 
-TEST_F(EntropySource, NextAccessAfterAFailureSeedsTheEngine) {
+TEST_F(EntropySource, NextAccessAfterAFailureSeedsTheGenerator) {
   std::thread([] {
     for (int failure = 0; failure < 2; ++failure) {
       g_fails = true;
@@ -74,7 +74,7 @@ TEST_F(EntropySource, NextAccessAfterAFailureSeedsTheEngine) {
   }).join();
 }
 
-TEST_F(EntropySource, FailureByTheEnginesOwnNameIsMadeUpForToo) {
+TEST_F(EntropySource, FailureByTheGeneratorsOwnNameIsMadeUpForToo) {
   std::thread([] {
     g_fails = true;
     ExpectThrows<std::runtime_error>("no entropy", [] { s_random.discard(1); });

@@ -10,7 +10,7 @@ namespace {
 using quen::common::random::detail::MersenneTwisterEngine;
 using quen::common::random::detail::s_random;
 
-TEST(Random, EngineIsTheThreadsOwnVariable) {
+TEST(Random, GeneratorIsTheThreadsOwnVariable) {
   EXPECT_EQ(&MersenneTwisterEngine(), &s_random);
   std::thread([] { EXPECT_EQ(&MersenneTwisterEngine(), &s_random); }).join();
   const std::mt19937* other = nullptr;
@@ -35,7 +35,7 @@ TEST(Random, ThreadsAreSeededDifferently) {
   EXPECT_EQ(firsts.size(), 8U);
 }
 
-TEST(Random, FreshEngineIsOneSeededWithASingleValue) {
+TEST(Random, FreshGeneratorIsOneSeededWithASingleValue) {
   // The seed is in word 0 of the fresh state: the standard seeding from it must give the whole state.
   std::thread([] {
     const std::mt19937 fresh = MersenneTwisterEngine();
@@ -47,7 +47,7 @@ TEST(Random, FreshEngineIsOneSeededWithASingleValue) {
   }).join();
 }
 
-TEST(Random, HostMayAssignTheEngine) {
+TEST(Random, HostMayAssignTheGenerator) {
   s_random = std::mt19937(11);
   EXPECT_EQ(MersenneTwisterEngine()(), std::mt19937(11)());
 }

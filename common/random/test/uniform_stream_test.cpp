@@ -4,6 +4,8 @@
 
 #include <limits>
 #include <sstream>
+#include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 #include "common/random/random.hpp"
@@ -24,27 +26,28 @@ class UniformStreamTest : public ::testing::TestWithParam<Level> {
   }
 };
 
-double Canonical(std::mt19937& engine) { return std::generate_canonical<double, 53>(engine); }
+double Canonical(std::mt19937& generator) { return std::generate_canonical<double, 53>(generator); }
 
-/// Draws `count` numbers in steps of `step` and expects those of the standard library, and its engine after.
-void ExpectStandard(Level level, std::mt19937 engine, std::size_t count, std::size_t step) {
-  std::mt19937 expected = engine;
-  UniformStream stream(level, engine, count);
-  for (std::size_t done = 0; done < count;) {
-    const std::size_t now = std::min(step, count - done);
-    const double* const numbers = stream.Take(now);
-    for (std::size_t k = 0; k < now; ++k) ASSERT_EQ(numbers[k], Canonical(expected)) << done + k;
-    done += now;
+/// Draws `count` numbers in steps of `step` and expects those of the standard library, and its generator after.
+void ExpectStandard(Level level, std::mt19937 generator, std::size_t count, std::size_t step) {
+  std::mt19937 expected = generator;
+  {
+    UniformStream stream(level, generator, count);
+    for (std::size_t done = 0; done < count;) {
+      const std::size_t now = std::min(step, count - done);
+      const double* const numbers = stream.Take(now);
+      for (std::size_t k = 0; k < now; ++k) ASSERT_EQ(numbers[k], Canonical(expected)) << done + k;
+      done += now;
+    }
   }
-  stream.Return();
-  ASSERT_TRUE(engine == expected);
+  ASSERT_TRUE(generator == expected);
 }
 
 TEST_P(UniformStreamTest, GivesTheStandardsNumbersFromEveryPosition) {
   for (unsigned long long position = 0; position <= 1249; ++position) {
-    std::mt19937 engine(static_cast<std::uint32_t>(position));
-    engine.discard(position);
-    ExpectStandard(GetParam(), engine, 330, 33);
+    std::mt19937 generator(static_cast<std::uint32_t>(position));
+    generator.discard(position);
+    ExpectStandard(GetParam(), generator, 330, 33);
   }
 }
 
@@ -67,39 +70,60 @@ TEST_P(UniformStreamTest, MillionsOfNumbersAreTheStandards) {
 TEST_P(UniformStreamTest, SkippingIsDrawing) {
   for (const std::size_t before : {std::size_t{0}, std::size_t{5}}) {
     for (const std::size_t skipped : {std::size_t{0}, std::size_t{1}, std::size_t{312}, std::size_t{2000}}) {
-      std::mt19937 engine(7);
-      engine.discard(1);
-      std::mt19937 expected = engine;
+      std::mt19937 generator(7);
+      generator.discard(1);
+      std::mt19937 expected = generator;
       expected.discard(2 * (before + skipped));
-      UniformStream stream(GetParam(), engine, before + skipped + 1);
-      stream.Take(before);
-      stream.Skip(skipped);
-      EXPECT_EQ(*stream.Take(1), Canonical(expected));
-      stream.Return();
-      EXPECT_TRUE(engine == expected);
+      {
+        UniformStream stream(GetParam(), generator, before + skipped + 1);
+        stream.Take(before);
+        stream.Skip(skipped);
+        EXPECT_EQ(*stream.Take(1), Canonical(expected));
+      }
+      EXPECT_TRUE(generator == expected);
     }
   }
 }
 
 TEST_P(UniformStreamTest, SkippingMayStopBeforeTheLastWord) {
-  std::mt19937 engine(7);
-  engine.discard(1);
-  std::mt19937 expected = engine;
+  std::mt19937 generator(7);
+  generator.discard(1);
+  std::mt19937 expected = generator;
   expected.discard(2ULL * (311 + 5));
-  UniformStream stream(GetParam(), engine, 311 + 5);
-  stream.Skip(311);  // 1 + 2 · 311 = 623 words used
-  stream.Skip(5);
-  stream.Return();
-  EXPECT_TRUE(engine == expected);
+  {
+    UniformStream stream(GetParam(), generator, 311 + 5);
+    stream.Skip(311);  // 1 + 2 · 311 = 623 words used
+    stream.Skip(5);
+  }
+  EXPECT_TRUE(generator == expected);
 }
 
-TEST_P(UniformStreamTest, NothingDrawnLeavesTheEngine) {
-  std::mt19937 engine(7);
-  engine.discard(624);
-  const std::mt19937 before = engine;
-  UniformStream stream(GetParam(), engine, 0);
-  stream.Return();
-  EXPECT_TRUE(engine == before);
+TEST_P(UniformStreamTest, NothingDrawnLeavesTheGenerator) {
+  std::mt19937 generator(7);
+  generator.discard(624);
+  const std::mt19937 before = generator;
+  { const UniformStream stream(GetParam(), generator, 0); }
+  EXPECT_TRUE(generator == before);
+}
+
+TEST_P(UniformStreamTest, AnExceptionLeavesTheGeneratorWhereTheDrawsHaveBroughtIt) {
+  std::mt19937 generator(7);
+  std::mt19937 expected = generator;
+  expected.discard(2ULL * 700);
+  const auto draw = [&] {
+    UniformStream stream(GetParam(), generator, 700);
+    stream.Take(500);
+    stream.Skip(200);
+    throw std::domain_error("while the stream is alive");
+  };
+  EXPECT_THROW(draw(), std::domain_error);
+  EXPECT_TRUE(generator == expected);
+}
+
+TEST(UniformStream, IsNeitherCopiedNorMoved) {
+  // Two of them would put the state back twice.
+  static_assert(!std::is_copy_constructible_v<UniformStream> && !std::is_move_constructible_v<UniformStream>);
+  static_assert(!std::is_copy_assignable_v<UniformStream> && !std::is_move_assignable_v<UniformStream>);
 }
 
 /// The word of the state whose output is `z`.
@@ -111,15 +135,15 @@ std::uint32_t Untempered(std::uint32_t z) {
   return z;
 }
 
-/// An engine at position 0 whose first outputs are these; its state is read as text, as the standard lays it down.
-std::mt19937 EngineGiving(const std::vector<std::uint32_t>& outputs) {
+/// A generator at position 0 whose first outputs are these; its state is read as text, as the standard lays it down.
+std::mt19937 GeneratorGiving(const std::vector<std::uint32_t>& outputs) {
   std::ostringstream state;
   for (std::size_t k = 0; k < 624; ++k) state << Untempered(outputs[k % outputs.size()]) << ' ';
   state << 0;
   std::istringstream text(state.str());
-  std::mt19937 engine;
-  text >> engine;
-  return engine;
+  std::mt19937 generator;
+  text >> generator;
+  return generator;
 }
 
 TEST_P(UniformStreamTest, RoundsAndClampsAsTheStandard) {
@@ -128,24 +152,25 @@ TEST_P(UniformStreamTest, RoundsAndClampsAsTheStandard) {
   const std::vector<std::uint32_t> outputs = {kMax,  kMax, 0x3ff, kMax, 0x400, kMax,      0xbff, kMax,
                                               0xc00, kMax, 0,     0,    1,     0,         0,     1,
                                               kMax,  0,    0,     kMax, 1025,  1U << 31U, 1024,  1U << 31U};
-  std::mt19937 check = EngineGiving(outputs);
+  std::mt19937 check = GeneratorGiving(outputs);
   for (const std::uint32_t output : outputs) ASSERT_EQ(check(), output);
-  std::mt19937 first = EngineGiving(outputs);
+  std::mt19937 first = GeneratorGiving(outputs);
   ASSERT_EQ(Canonical(first), 0x1.fffffffffffffp-1);
-  ExpectStandard(GetParam(), EngineGiving(outputs), 312, 24);
+  ExpectStandard(GetParam(), GeneratorGiving(outputs), 312, 24);
 }
 
-TEST_P(UniformStreamTest, TheEnginesTextIsWhatTheLayoutSays) {
+TEST_P(UniformStreamTest, TheGeneratorsTextIsWhatTheLayoutSays) {
   // The state after many draws, written by the standard library, read back by it.
-  std::mt19937 engine(5);
-  UniformStream stream(GetParam(), engine, 1000);
-  stream.Take(500);
-  stream.Return();
+  std::mt19937 generator(5);
+  {
+    UniformStream stream(GetParam(), generator, 1000);
+    stream.Take(500);
+  }
   std::stringstream text;
-  text << engine;
+  text << generator;
   std::mt19937 reread;
   text >> reread;
-  EXPECT_TRUE(reread == engine);
+  EXPECT_TRUE(reread == generator);
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, UniformStreamTest, ::testing::ValuesIn(quen::common::simd::kLevels),
@@ -156,23 +181,23 @@ TEST(FillUniform, EqualsTheDistributionInALoop) {
                                   std::pair(-1e300, 1e300), std::pair(0.1, 0.7)}) {
     for (const std::size_t count :
          {std::size_t{1}, std::size_t{639}, std::size_t{640}, std::size_t{641}, std::size_t{100000}}) {
-      std::mt19937 engine(13);
-      engine.discard(3);
-      std::mt19937 expected = engine;
+      std::mt19937 generator(13);
+      generator.discard(3);
+      std::mt19937 expected = generator;
       std::vector<double> values(count);
-      FillUniform(engine, low, high, values);
+      FillUniform(generator, low, high, values);
       for (std::size_t k = 0; k < count; ++k) {
         ASSERT_EQ(values[k], std::uniform_real_distribution<double>(low, high)(expected)) << k;
       }
-      ASSERT_TRUE(engine == expected);
+      ASSERT_TRUE(generator == expected);
     }
   }
 }
 
 TEST(FillUniform, OfNothingDoesNothing) {
-  std::mt19937 engine(13);
-  FillUniform(engine, 1.0, -1.0, {});
-  EXPECT_TRUE(engine == std::mt19937(13));
+  std::mt19937 generator(13);
+  FillUniform(generator, 1.0, -1.0, {});
+  EXPECT_TRUE(generator == std::mt19937(13));
 }
 
 }  // namespace

@@ -88,7 +88,8 @@ std::unique_ptr<Engine> MakeBrightest(const Options& options) {
   constexpr std::size_t kUsual = 40;
   BrightestPixelsConfig config;
   config.fraction = options.Number("fraction");
-  if (const std::optional<long> number = options.WholeNumber("number")) config.number = static_cast<std::size_t>(*number);
+  if (const std::optional<long> number = options.WholeNumber("number"))
+    config.number = static_cast<std::size_t>(*number);
   if (!config.fraction && !config.number) config.number = kUsual;
   return std::make_unique<BrightestPixels>(config);
 }

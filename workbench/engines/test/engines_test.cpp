@@ -89,8 +89,7 @@ TEST(Engines, SayWhatIsWrongWithAText) {
       {"windowed:around=me", "windowed: around: expected brightest or reference, found me"},
       {"brightest:number=2.5", "brightest: number: expected a whole number, not below 0, found 2.5"},
       {"brightest:number=-3", "brightest: number: expected a whole number, not below 0, found -3"},
-      {"brightest:number=9,fraction=0.1",
-       "brightest: exactly one of number and fraction must be given, found both"},
+      {"brightest:number=9,fraction=0.1", "brightest: exactly one of number and fraction must be given, found both"},
       {"windowed:half-width=0", "windowed: half-width must be from 0.5 to 1000, found 0"},
       {"weighted:fwhm=nan", "weighted: fwhm: expected a number, found nan"},
       {"correlation:size=8", "correlation: size must be odd, found 8"}};

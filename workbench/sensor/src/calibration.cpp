@@ -1,12 +1,12 @@
 #include "workbench/sensor/calibration.hpp"
 
-#include <cmath>
 #include <filesystem>
 #include <numbers>
 #include <stdexcept>
 
 #include "common/fits/fits.hpp"
 #include "shssim/shs_simulator.hpp"
+#include "shssim/spot.hpp"
 #include "workbench/fits/header.hpp"
 #include "workbench/fits/memory_fits.hpp"
 #include "workbench/fits/staged_file.hpp"
@@ -73,11 +73,7 @@ std::string RoisFile(const Calibration& calibration) {
 
 }  // namespace
 
-double PixelsPerRadian() {
-  constexpr double kSigma = 2.0;  // of the spot, pixels
-  const double fwhm = 2.0 * std::sqrt(2.0 * std::numbers::ln2) * kSigma;
-  return fwhm / (2.0 * std::numbers::pi);
-}
+double PixelsPerRadian() { return quen::shssim::kSpotFwhm / (2.0 * std::numbers::pi); }
 
 Matrix ModesToSlopes(const std::vector<std::uint8_t>& used, const Basis& basis) {
   const double scale = kCellSize * PixelsPerRadian();
