@@ -16,7 +16,7 @@ using quen::centroiders::CentreOfGravity;
 using quen::image_processing::Roi;
 
 TEST(HostOfEngines, MeasuresAFrameOfItsOwn) {
-  std::vector<std::uint16_t> frame(8 * 8);
+  std::vector<std::uint16_t> frame(std::size_t{8} * 8);
   frame[3 + 8 * 5] = 100;
   frame[4 + 8 * 5] = 300;
   CentreOfGravity engine;

@@ -98,7 +98,7 @@ TEST(EnginesBinaryInterface, EnginesTakeTheRoomThatHostsMake) {
   EXPECT_EQ(sizeof(CentreOfGravity), 48U);
   EXPECT_EQ(sizeof(Correlation), 64U);
   EXPECT_EQ(sizeof(GaussianFit), 56U);
-  EXPECT_EQ(sizeof(QuadCell), 32U + 129 * 2 * sizeof(double));
+  EXPECT_EQ(sizeof(QuadCell), 32U + sizeof(double) * 2 * 129);
   EXPECT_EQ(sizeof(WeightedCentreOfGravity), 56U);
   EXPECT_EQ(sizeof(WindowedCentreOfGravity), 48U);
 }

@@ -41,8 +41,12 @@ export CFGPATH="$work/sensor"
 expected='first used sub-aperture: x +0.500 y -0.253 pixels, flux 102864'
 expected_of_engine='weighted centre of gravity: RMS error at noise 10: 0.0015 pixels; least possible: 0.0011'
 
+# Hosts need every library that they are linked with, used or not: so it shows which ones a package brings along.
+all_needed=-Wl,--no-as-needed
+
 # As a CMake project.
-cmake -S "$source/examples" -B by_cmake -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake -S "$source/examples" -B by_cmake -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" \
+  -DCMAKE_EXE_LINKER_FLAGS="$all_needed" >/dev/null
 cmake --build by_cmake >/dev/null
 by_cmake/smallest_host >out
 expect out "$expected"
@@ -51,7 +55,7 @@ fitsverify -q slopes.fits | grep -q '^verification OK' || fail "slopes.fits"
 # host SOURCE PROGRAM PACKAGE: built with pkg-config.
 host() {
   # shellcheck disable=SC2046  # a list of words
-  "$compiler" -std=c++20 -O2 -Wall -Wextra -Werror -o "$2" "$1" \
+  "$compiler" -std=c++20 -O2 -Wall -Wextra -Werror "$all_needed" -o "$2" "$1" \
     $(PKG_CONFIG_PATH="$pkg_config_path" pkg-config --cflags --libs "$3") -Wl,-rpath,"$library_path"
 }
 host "$source/examples/smallest_host.cpp" by_pkg_config quen_shssim
