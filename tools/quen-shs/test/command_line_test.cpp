@@ -86,7 +86,8 @@ TEST(CommandLine, MessagesCarryNothingThatATerminalObeys) {
   const std::string hostile = "a\x1B[2J\nb\x9B\xC2\x9B";
   const std::string shown = "a?[2J?b??";
   EXPECT_EQ(QuenShs(Quoted(hostile)).err,
-            "The following argument was not expected: " + shown + "\nRun with --help for more information.\n");
+            "VERB: expected one of calibrate, check, frame, measure, view, score, loop, manual, completion, found " +
+                shown + "\nRun with --help for more information.\n");
   EXPECT_EQ(QuenShs("view x --stretch " + Quoted(hostile)).err,
             "--stretch: expected one of log, zscale, sqrt, linear, found " + shown +
                 "\nRun with --help for more information.\n");
@@ -251,7 +252,7 @@ void ExpectSentenceOrSuccess(const Outcome& outcome, const std::string& what) {
 TEST(CommandLine, LittleMemoryIsASentence) {
   const TempDir folder;
   ASSERT_EQ(QuenShs("calibrate " + (folder / "s") + " && " QUEN_SHS " loop " + (folder / "s") +
-                    " --frames 10 --output " + folder.Path())
+                    " --frames 10 --folder " + folder.Path())
                 .exit_code,
             0);
   std::size_t failed = 0;

@@ -173,10 +173,10 @@ class Names(Folder):
                                         ("truth.fits", ["measure", "s", "s/frame.fits", f"--truth={name}",
                                                         "--output=made"]),
                                         ("s/slopes.fits", ["view", "small.fits", f"--slopes={name}",
-                                                           "--output=made"]),
+                                                           "--png=made"]),
                                         ("s/loop/sweep.fits", ["view", "--png=made", "--", name]),
                                         ("s/loop/telemetry.fits", ["loop", "s", "--frames=10", "--sweep=gain=1:1:1",
-                                                                   f"--disturbance={name}", "--output=made"])):
+                                                                   f"--disturbance={name}", "--folder=made"])):
                     self.place(file, name)
                     before = self.entries()
                     self.do(*arguments)
@@ -361,7 +361,7 @@ class Traced(Folder):
 
     def test_faults_of_score(self):
         score = ["score", "s", "--frames=1", "--engine=weighted"]
-        outputs = ["--fits=a.fits", "--plot=b.png"]
+        outputs = ["--output=a.fits", "--png=b.png"]
         self.do(*score, "--seed=2", *outputs)
         old = self.contents("a.fits", "b.png")
         for call, nth in [("write", 1), ("write", 2), ("fsync", 1), ("fsync", 2), ("pread64", 7), ("renameat2", 1),

@@ -91,7 +91,9 @@ std::string VerbPage(const Verb& verb) {
 
 std::string ToolPage(const CommandLine& line) {
   std::string text = Title(kToolName) + Name(kToolName, kToolSummary) + Section("SYNOPSIS") + ".B " +
-                     Escaped(kToolName) + "\n\\fIVERB\\fR [\\fIARGUMENT\\fR...]\n" + Section("VERBS");
+                     Escaped(kToolName) + "\n\\fIVERB\\fR [\\fIARGUMENT\\fR...]\n" + Section("DESCRIPTION") +
+                     "Each verb has a manual page of its own, and tells of itself with\n" + Bold("--help") + ".\n" +
+                     Section("VERBS");
   for (const Verb& verb : line.Verbs()) {
     text += Entry(".BR " + Escaped(PageName(verb)) + " (1)", Escaped(verb.summary));
   }
