@@ -177,9 +177,12 @@ class Header {
     return axes_ == 0 ? 0 : Product(Product(Sum(parameters_, elements_), bytes_), groups_);
   }
 
-  /// Bytes to the end of the data that CFITSIO leaves as they are.
+  /// Bytes to the end of the data that CFITSIO leaves as they are; 0 if it takes the data for none, as it does where a
+  /// heap begins at their start.
   [[nodiscard]] std::int64_t HeapEnd() const {
-    return IsBinaryTable() && heap_start_ ? Sum(*heap_start_, parameters_) : DataSize();
+    if (!IsBinaryTable()) return DataSize();
+    const std::int64_t start = heap_start_.value_or(Product(elements_, bytes_));
+    return start == 0 ? 0 : Sum(start, parameters_);
   }
 
  private:
