@@ -16,7 +16,8 @@ std::int64_t EndOfData(const FITSfile& state) {
 }
 
 /// Whether there is a data unit, and its place is known: that of a table just made is not, before anything is in it.
-bool HasData(const FITSfile& state) { return state.datastart >= 0 && EndOfData(state) != state.datastart; }
+/// CFITSIO takes one whose heap begins at its start for none.
+bool HasData(const FITSfile& state) { return state.datastart >= 0 && state.heapstart != 0; }
 
 /// Those included that are written but not on disk yet. An uncompressed file's, where it is compressed.
 std::int64_t FileSize(const FITSfile& state) { return std::max<std::int64_t>(state.filesize, state.logfilesize); }

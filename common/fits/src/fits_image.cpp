@@ -120,16 +120,11 @@ bool Overruns(fitsfile* file, int datatype, const std::string& key) {
   int position = 0;
   int status = 0;
   std::array<char, FLEN_VALUE> value{};
-  char type = 'I';
   fits_get_hdrpos(file, &count, &position, &status);
   fits_read_keyword(file, key.c_str(), value.data(), nullptr, &status);
-  fits_get_keytype(value.data(), &type, &status);
   int ignored = 0;
   ffmaky(file, position, &ignored);  // where the next search begins
-  if (status != 0 || type == 'F' || type == 'X') return false;
-  constexpr std::size_t kLongestUnsigned = 20;
-  const std::string_view text = value.data();
-  return IsTooLongForANumber(text) || (datatype == TULONG && type == 'I' && text.size() >= kLongestUnsigned);
+  return status == 0 && OverrunsComplaint(value.data(), datatype == TULONG || datatype == TULONGLONG);
 }
 
 }  // namespace

@@ -4,14 +4,17 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <optional>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "common/fits/src/data_unit.hpp"
@@ -45,9 +48,10 @@ Card Parsed(std::string_view text) {
 int Index(std::string_view keyword, std::string_view root) {
   if (!keyword.starts_with(root)) return 0;
   const std::string_view digits = keyword.substr(root.size());
+  const std::string_view number = digits.substr(digits.starts_with("+") ? 1 : 0);
   int index = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), index);
-  return error == std::errc() && end == digits.data() + digits.size() ? index : 0;
+  const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), index);
+  return error == std::errc() && end == number.data() + number.size() ? index : 0;
 }
 
 /// A whole number; -1, which is none of the sizes asked for, where there is none or it is too large.
@@ -119,16 +123,20 @@ class Header {
     if (card.keyword == "PCOUNT") parameters_ = Number(card);
     if (card.keyword == "GCOUNT") groups_ = Number(card);
     if (card.keyword == "ZIMAGE") is_tiled_ = card.value.starts_with("T");
-    const bool is_of_tiles = card.keyword == "ZBITPIX" || card.keyword == "ZNAXIS" ||
-                             Index(card.keyword, "ZNAXIS") > 0 || Index(card.keyword, "ZTILE") > 0 ||
-                             Index(card.keyword, "ZVAL") > 0;
-    if (is_of_tiles && IsTooLongForANumber(card.value)) bad_tiles_ = card.keyword;
-    constexpr std::int64_t kLargestTile = std::int64_t{1} << 40;
-    if (Index(card.keyword, "ZTILE") > 0 && (IsZero(card) || Number(card) > kLargestTile)) bad_tiles_ = card.keyword;
+    if (card.keyword == "ZCMPTYPE") has_blocks_ = Text(card).starts_with("RICE");
+    if (card.keyword == "ZNAXIS") tile_axes_ = Number(card);
+    if (card.keyword == "ZBITPIX" || card.keyword == "ZNAXIS" || Index(card.keyword, "ZVAL") > 0) {
+      if (OverrunsComplaint(card.value, false)) bad_tiles_.emplace_back(0, card.keyword);
+    }
+    if (const int axis = std::max(Index(card.keyword, "ZNAXIS"), Index(card.keyword, "ZTILE")); axis > 0) {
+      constexpr std::int64_t kLargestTile = std::int64_t{1} << 40;
+      const bool is_none = card.keyword.starts_with("ZTILE") && (IsZero(card) || Number(card) > kLargestTile);
+      if (is_none || OverrunsComplaint(card.value, false)) bad_tiles_.emplace_back(axis, card.keyword);
+    }
     if (Index(card.keyword, "ZNAME") > 0 && Text(card) == "BLOCKSIZE") block_size_ = Index(card.keyword, "ZNAME");
     if (Index(card.keyword, "ZVAL") > 0 && IsZero(card)) zeros_.push_back(Index(card.keyword, "ZVAL"));
     const int column = Index(card.keyword, "TTYPE");
-    if (column > 0 && overrun_ == 0 && OverrunsName(card.value)) overrun_ = column;
+    if (column > 0 && OverrunsName(card.value)) overrun_ = overrun_ == 0 ? column : std::min(overrun_, column);
   }
 
   [[nodiscard]] bool IsTable() const { return IsBinaryTable() || type_ == "TABLE"; }
@@ -144,7 +152,7 @@ class Header {
     return !IsTable() || (axes_ == 2 && bytes_ == 1 && parameters_ >= 0 && groups_ == 1 && columns_ >= 0);
   }
 
-  /// The number of the column whose name CFITSIO would copy beyond its room; 0 if there is none.
+  /// The number of the first column whose name CFITSIO would copy beyond its room; 0 if there is none.
   [[nodiscard]] int Overrun() const { return IsTable() && overrun_ <= columns_ ? overrun_ : 0; }
 
   /// Whether there are more axes, one after the other, than CFITSIO has room for.
@@ -157,8 +165,11 @@ class Header {
   /// image; empty if there is none.
   [[nodiscard]] std::string BadTiles() const {
     if (!is_tiled_ || !IsBinaryTable()) return {};
-    if (std::ranges::find(zeros_, block_size_) != zeros_.end()) return "ZVAL" + std::to_string(block_size_);
-    return bad_tiles_;
+    if (has_blocks_ && std::ranges::find(zeros_, block_size_) != zeros_.end()) {
+      return "ZVAL" + std::to_string(block_size_);
+    }
+    const auto bad = std::ranges::find_if(bad_tiles_, [this](const auto& each) { return each.first <= tile_axes_; });
+    return bad == bad_tiles_.end() ? "" : bad->second;
   }
 
   /// Bytes of data.
@@ -166,9 +177,12 @@ class Header {
     return axes_ == 0 ? 0 : Product(Product(Sum(parameters_, elements_), bytes_), groups_);
   }
 
-  /// Bytes to the end of the data that CFITSIO leaves as they are.
+  /// Bytes to the end of the data that CFITSIO leaves as they are; 0 if it takes the data for none, as it does where a
+  /// heap begins at their start.
   [[nodiscard]] std::int64_t HeapEnd() const {
-    return IsBinaryTable() && heap_start_ ? Sum(*heap_start_, parameters_) : DataSize();
+    if (!IsBinaryTable()) return DataSize();
+    const std::int64_t start = heap_start_.value_or(Product(elements_, bytes_));
+    return start == 0 ? 0 : Sum(start, parameters_);
   }
 
  private:
@@ -212,7 +226,9 @@ class Header {
   std::int64_t columns_ = -1;
   int overrun_ = 0;
   bool is_tiled_ = false;
-  std::string bad_tiles_;
+  bool has_blocks_ = false;
+  std::int64_t tile_axes_ = 0;
+  std::vector<std::pair<std::int64_t, std::string>> bad_tiles_;  ///< keywords, each with its axis; 0 for those of none
   int block_size_ = 0;
   std::vector<int> zeros_;
 };
@@ -346,11 +362,33 @@ Way Explore(const std::string& path, std::int64_t start, const Goal& goal) {
 
 }  // namespace
 
-bool IsTooLongForANumber(std::string_view value) {
+bool OverrunsComplaint(std::string_view value, bool is_unsigned) {
   constexpr std::size_t kRoom = 28;
-  if (!value.starts_with("'")) return Length(value) > kRoom;
-  const std::string_view text = value.substr(0, value.find('\'', 1));
-  return text.substr(0, text.find_last_not_of(' ') + 1).size() >= kRoom;
+  const bool is_text = value.starts_with("'");
+  const std::size_t end = is_text ? value.find('\'', 1) : Length(value);
+  std::string number(value.substr(0, end));
+  if (is_text) number.resize(number.find_last_not_of(' ') + 1);
+  const bool is_long = number.size() + (is_text ? 1 : 0) > kRoom;
+  if (is_text) number.erase(0, 1);
+  if (!is_text && number.find_first_of("TF") == 0) return false;
+  const auto stops_early = [](const char* stop) { return *stop != '\0' && *stop != ' '; };
+  char* stop = nullptr;
+  errno = 0;
+  if (!is_text && number.find_first_of(".ED") == std::string::npos) {
+    constexpr int kDecimal = 10;
+    if (is_unsigned) {
+      std::strtoull(number.c_str(), &stop, kDecimal);
+    } else {
+      std::strtoll(number.c_str(), &stop, kDecimal);
+    }
+    const bool is_too_large = errno == ERANGE;
+    return (is_long && (is_too_large || stops_early(stop))) || (is_unsigned && is_too_large);
+  }
+  std::ranges::replace(number, 'D', 'E');
+  const double real = std::strtod(number.c_str(), &stop);
+  const double least = is_unsigned ? 0.0 : -0x1p63;
+  const double most = is_unsigned ? 0x1p64 : 0x1p63;
+  return is_long && (errno == ERANGE || stops_early(stop) || !(real >= least && real < most));
 }
 
 Way WayTo(const std::string& name) {

@@ -27,8 +27,9 @@ Way WayToTable(const std::string& name, const std::string& extension);
 /// The way to the end of the file, from the header at `start` on.
 Way WayFrom(const std::string& name, std::int64_t start);
 
-/// Whether CFITSIO would overrun the room of its complaint about a value, were it to read it as a whole number.
-bool IsTooLongForANumber(std::string_view value);
+/// Whether CFITSIO, reading a value as a whole number of 64 bits, would complain and overrun the room of its complaint:
+/// the value is none and long, or too large for an unsigned number.
+bool OverrunsComplaint(std::string_view value, bool is_unsigned);
 
 /// Puts the reason on CFITSIO's message stack.
 /// @return  the status

@@ -197,7 +197,7 @@ void ReadImage(const Layer& layer, const Handle& file, Transcript& transcript) {
       layer.read_key(file, value.data(), TSTRING, key);
       transcript.Say(std::string("  = ") + value.data());
     });
-    for (const int as : {TINT, TDOUBLE, TINT}) {
+    for (const int as : {TINT, TDOUBLE, TINT, TULONG, TULONGLONG}) {
       double number = 0.0;
       transcript.Try(key, [&] {
         layer.read_key(file, &number, as, key);
@@ -329,7 +329,8 @@ const std::vector<Operation>& Operations() {
 struct Case {
   std::string title;
   Bytes content;
-  std::string suffix;  ///< after the file's name
+  std::string suffix;       ///< after the file's name
+  std::string damage = {};  ///< what was done to it
 };
 
 std::string PathOf(const std::string& folder, const Case& each) { return folder + "/a.fits" + each.suffix; }
@@ -461,6 +462,18 @@ std::string Table(const std::string& rows, const std::vector<std::string>& more 
   return Header(cards);
 }
 
+/// A compressed image of 6 by 4 pixels.
+std::string Tiles(const std::vector<std::string>& more) {
+  std::vector<std::string> cards = {"XTENSION= 'BINTABLE'", "BITPIX  = 8",      "NAXIS   = 2",
+                                    "NAXIS1  = 8",          "NAXIS2  = 4",      "PCOUNT  = 0",
+                                    "GCOUNT  = 1",          "TFIELDS = 1",      "TTYPE1  = 'COMPRESSED_DATA'",
+                                    "TFORM1  = '1PB(8)'",   "EXTNAME = 'last'", "ZIMAGE  = T",
+                                    "ZBITPIX = 16",         "ZNAXIS  = 2",      "ZNAXIS1 = 6",
+                                    "ZNAXIS2 = 4"};
+  cards.insert(cards.end(), more.begin(), more.end());
+  return Header(cards);
+}
+
 std::string Block() { return std::string(2880, '\0'); }
 
 void Need(int status) {
@@ -574,6 +587,20 @@ std::vector<File> OddFiles() {
     if (std::string_view(card).starts_with("THEAP")) continue;
     files.push_back({std::string("table, ") + card, AsBytes(Primary() + Table("1", {card}) + Block())});
   }
+  for (const char* const value :
+       {"00000000000000000000000000000000000000005", "-0000000000000000000000000000000000000005",
+        "'00000000000000000000000000000000000000005'", "18446744073709551615", "00000000000000000005",
+        "1.00000000000000000000000000000000000005", "'99999999999999999999999999'"}) {
+    files.push_back(
+        {std::string("value ") + value, AsBytes(Image({"6", "4"}, {std::string("OBJECT  = ") + value}) + Block())});
+  }
+  for (const std::vector<std::string>& cards : std::vector<std::vector<std::string>>{
+           {"ZCMPTYPE= 'RICE_1'", "ZTILE3  = 0"},
+           {"ZCMPTYPE= 'RICE_1'", "ZTILE1  = 00000000000000000000000000000000000006"},
+           {"ZCMPTYPE= 'RICE_1'", "ZNAME1  = 'BYTEPIX'", "ZVAL1   = 2.00000000000000000000000000000000000000"},
+           {"ZCMPTYPE= 'GZIP_1'", "ZNAME1  = 'BLOCKSIZE'", "ZVAL1   = 0"}}) {
+    files.push_back({"tiles, " + cards.back(), AsBytes(Primary() + Tiles(cards) + Block())});
+  }
   for (const char* const axis : {"-1", "0", "-9223372036854775808", "9223372036854775807", "4611686018427387904", "1E3",
                                  "'6'", "6.0", "18446744073709551616"}) {
     files.push_back({std::string("axis ") + axis, AsBytes(Image({axis, "4"}) + Block())});
@@ -605,6 +632,9 @@ std::vector<File> DamagedFiles() {
                                  "TTYPE1  = (77777777777777777777777777777777777777777777777777777777777777777777)"}) {
     files.push_back({"TTYPE", AsBytes(Primary() + Table("1", {}, name) + Block())});
     files.push_back({"TTYPE", AsBytes(Primary() + Table("1") + Block() + Table("1", {}, name) + Block())});
+    const std::string value = std::string(name).substr(8);
+    files.push_back({"TTYPE", AsBytes(Primary() + Table("1", {"TTYPE9  " + value, name}) + Block())});
+    files.push_back({"TTYPE", AsBytes(Primary() + Table("1", {"TTYPE+1 " + value}) + Block())});
   }
   for (const char* const heap : {"-1", "-2880", "-5000", "-9000", "9223372036854775807"}) {
     files.push_back({"THEAP", AsBytes(Primary() + Table("1", {std::string("THEAP   = ") + heap}) + Block())});
@@ -616,7 +646,11 @@ std::vector<File> DamagedFiles() {
                                     Header({"XTENSION= 'IMAGE'", "BITPIX  = 8", "NAXIS   = 2", "NAXIS1  = 64",
                                             "NAXIS2  = 288230376151711654", "PCOUNT  = 0", "GCOUNT  = 1"}) +
                                     Block())});
-  files.push_back({"OBJECT", AsBytes(Image({"6", "4"}, {"OBJECT  = 77777777777777777777777777777"}) + Block())});
+  for (const char* const value : {"77777777777777777777777777777", "18446744073709551616", "99999999999999999999999999",
+                                  "(1.00000000000000000000,2.00000000000000000)", "1E999999999999999999999999999",
+                                  "'777777777777777777777777777'", "1.00000000000000000000000000x"}) {
+    files.push_back({"OBJECT", AsBytes(Image({"6", "4"}, {std::string("OBJECT  = ") + value}) + Block())});
+  }
   return files;
 }
 
@@ -675,13 +709,19 @@ constexpr std::array kDefects = {
     Defect{"cut", SIGSEGV, "follows the null pointer of columns that it counts and does not know"},
 };
 
-/// The root of the keyword that differs in `damaged`.
-std::string DamagedCard(const Bytes& whole, const Bytes& damaged) {
-  if (whole.size() != damaged.size()) return "cut";
+/// The root of a card's keyword.
+std::string Root(const std::string& card) {
+  return {card.begin(), std::find_if(card.begin(), card.end(), [](unsigned char c) { return std::isalpha(c) == 0; })};
+}
+
+/// A damaged file as a case, under the root of the keyword that is damaged in it.
+Case DamagedCase(const std::string& name, const Bytes& whole, const Bytes& damaged) {
+  if (whole.size() != damaged.size()) return {"cut", damaged, "", name};
   const auto [at, other] = std::ranges::mismatch(whole, damaged);
-  const auto card = whole.begin() + (at - whole.begin()) / 80 * 80;
-  const auto end = std::find_if(card, card + 8, [](std::uint8_t c) { return std::isalpha(c) == 0; });
-  return {card, end};
+  const auto start = (at - whole.begin()) / 80 * 80;
+  const std::string card(whole.begin() + start, whole.begin() + start + 80);
+  const std::string now(damaged.begin() + start, damaged.begin() + start + 80);
+  return {Root(card), damaged, "", name + ", byte " + std::to_string(start) + ": " + card + "\n" + now};
 }
 
 bool IsListed(const std::string& card, int signal, const std::string& outcome) {
@@ -703,10 +743,11 @@ class FitsComparison : public ::testing::Test {
     for (std::size_t i = 0; i < ours.size(); ++i) {
       const Case& each = cases[i / Operations().size()];
       EXPECT_EQ(ours[i].signal, 0) << each.title << each.suffix << ", operation " << i % Operations().size() << ", "
-                                   << each.content.size() << " bytes";
+                                   << each.content.size() << " bytes, " << each.damage;
       if (ours[i].text == theirs[i].text) continue;
       if (are_damaged && IsListed(each.title, theirs[i].signal, ours[i].text + theirs[i].text)) continue;
       ADD_FAILURE() << each.title << each.suffix << ", operation " << i % Operations().size() << "\n"
+                    << each.damage << "\n"
                     << Difference(ours[i], theirs[i]);
     }
   }
@@ -765,8 +806,7 @@ TEST_F(FitsComparison, FilesWithADamagedCard) {
   for (const File& file : HealthyFiles()) {
     const std::size_t count = quen::fuzz::CountDamages(file.content);
     for (std::size_t which = first++; which < count; which += step) {
-      const Bytes damaged = quen::fuzz::Damaged(file.content, which);
-      cases.push_back({DamagedCard(file.content, damaged), damaged, ""});
+      cases.push_back(DamagedCase(file.name, file.content, quen::fuzz::Damaged(file.content, which)));
     }
   }
   Compare(cases, true);

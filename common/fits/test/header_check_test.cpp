@@ -250,6 +250,20 @@ TEST(MissingData, ImageIsWrittenOverOneThatLacksGigabytes) {
 }
 
 /// What the file lacks is filled up where that is little.
+/// CFITSIO takes the data of a table without rows for none, whatever its heap is to hold.
+TEST(MissingData, TableWithoutRowsLacksNothing) {
+  const TempDir folder;
+  const std::string path = folder / "a.fits";
+  const std::string table =
+      Header({"XTENSION= 'BINTABLE'", "BITPIX  = 8", "NAXIS   = 2", "NAXIS1  = 8", "NAXIS2  = 0",
+              "PCOUNT  = 2147483647", "GCOUNT  = 1", "TFIELDS = 1", "TFORM1  = 'D'", "EXTNAME = 'rois'"});
+  WriteText(path, Primary() + table);
+  FitsFileWrite(path, false, "rois");
+  const std::vector<char> bytes = quen::testing::Bytes(path);
+  EXPECT_NE(std::string(bytes.begin(), bytes.end()).find("CHECKSUM"), std::string::npos);
+  EXPECT_NO_THROW(WriteTable(FitsFileWrite(path, false, "new"), {{"x", "D"}}));
+}
+
 TEST(MissingData, FileThatLacksItsLastBlockIsMadeWhole) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
