@@ -18,7 +18,7 @@
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/frame_file.hpp"
-#include "workbench/sensor/slopes_file.hpp"
+#include "workbench/sensor/measurement_file.hpp"
 
 // Names are GROUP/ROW; scripts/bench prints each row's time and its ratio to the first row of its group.
 
@@ -171,7 +171,7 @@ void AddLoop(Scene& scene) {
       /*frames=*/20, quen::workbench::ZernikeBasis().variances, /*strength=*/20.0, /*seed=*/1);
   Add("closed loop/20 iterations and the last frame's files", [&scene, disturbance] {
     RunLoop(scene.simulator, disturbance, {}, [] {});
-    benchmark::DoNotOptimize(quen::workbench::SlopesFile(scene.simulator));
+    benchmark::DoNotOptimize(quen::workbench::MeasurementFile(scene.simulator));
     benchmark::DoNotOptimize(
         quen::workbench::FrameFile({quen::basesim::kFrameWidth, quen::basesim::kFrameHeight, scene.simulator.Frame()}));
   });

@@ -38,26 +38,26 @@ QUEN_ALWAYS_INLINE std::int64_t Total(const Ints& lanes) {
 }
 
 /// Eight doubles in two vectors, for AVX2.
-struct Pair {
+struct Avx2Block {
   using Half __attribute__((vector_size(4 * sizeof(double)))) = double;
 
-  Pair() = default;
-  QUEN_ALWAYS_INLINE explicit Pair(const Ints& ints) : Pair(Widened(ints).data()) {}
+  Avx2Block() = default;
+  QUEN_ALWAYS_INLINE explicit Avx2Block(const Ints& ints) : Avx2Block(Widened(ints).data()) {}
   /// Each half by itself: GCC 12 copies both through memory, in pieces that the processor waits for.
-  QUEN_ALWAYS_INLINE explicit Pair(const double* values) {
+  QUEN_ALWAYS_INLINE explicit Avx2Block(const double* values) {
     std::memcpy(&low, values, sizeof(low));
     std::memcpy(&high, values + kBlock / 2, sizeof(high));
   }
 
-  QUEN_ALWAYS_INLINE void Add(const Pair& other) {
+  QUEN_ALWAYS_INLINE void Add(const Avx2Block& other) {
     low += other.low;
     high += other.high;
   }
-  QUEN_ALWAYS_INLINE void AddProduct(const Pair& other, double factor) {
+  QUEN_ALWAYS_INLINE void AddProduct(const Avx2Block& other, double factor) {
     low += other.low * factor;
     high += other.high * factor;
   }
-  QUEN_ALWAYS_INLINE void AddProduct(const Pair& other, const Pair& factors) {
+  QUEN_ALWAYS_INLINE void AddProduct(const Avx2Block& other, const Avx2Block& factors) {
     low += other.low * factors.low;
     high += other.high * factors.high;
   }
@@ -71,16 +71,18 @@ struct Pair {
 };
 
 /// Eight doubles in one vector, for AVX-512.
-struct Octet {
+struct Avx512Block {
   using Whole __attribute__((vector_size(8 * sizeof(double)))) = double;
 
-  Octet() = default;
-  QUEN_ALWAYS_INLINE explicit Octet(const Ints& ints) : Octet(Widened(ints).data()) {}
-  QUEN_ALWAYS_INLINE explicit Octet(const double* values) { std::memcpy(this, values, kBlock * sizeof(double)); }
+  Avx512Block() = default;
+  QUEN_ALWAYS_INLINE explicit Avx512Block(const Ints& ints) : Avx512Block(Widened(ints).data()) {}
+  QUEN_ALWAYS_INLINE explicit Avx512Block(const double* values) { std::memcpy(this, values, kBlock * sizeof(double)); }
 
-  QUEN_ALWAYS_INLINE void Add(const Octet& other) { all += other.all; }
-  QUEN_ALWAYS_INLINE void AddProduct(const Octet& other, double factor) { all += other.all * factor; }
-  QUEN_ALWAYS_INLINE void AddProduct(const Octet& other, const Octet& factors) { all += other.all * factors.all; }
+  QUEN_ALWAYS_INLINE void Add(const Avx512Block& other) { all += other.all; }
+  QUEN_ALWAYS_INLINE void AddProduct(const Avx512Block& other, double factor) { all += other.all * factor; }
+  QUEN_ALWAYS_INLINE void AddProduct(const Avx512Block& other, const Avx512Block& factors) {
+    all += other.all * factors.all;
+  }
   [[nodiscard]] QUEN_ALWAYS_INLINE double Total() const {
     return ((all[0] + all[4]) + (all[1] + all[5])) + ((all[2] + all[6]) + (all[3] + all[7]));
   }

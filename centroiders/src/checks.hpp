@@ -1,5 +1,7 @@
 #pragma once
 
+#include <iomanip>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -11,10 +13,10 @@
 
 namespace quen::centroiders {
 
-/// A number as a person writes it.
-inline std::string Text(double value) {
+/// A number as a person writes it: 1000000, not 1e+06.
+inline std::string InDigits(double value) {
   std::ostringstream text;
-  text << value;
+  text << std::setprecision(std::numeric_limits<double>::digits10) << value;
   return text.str();
 }
 
@@ -22,14 +24,15 @@ inline std::string Text(double value) {
 /// @throws std::invalid_argument  a value outside [lowest, highest], NaN included
 inline void RequireInRange(const std::string& field, double value, double lowest, double highest) {
   if (value >= lowest && value <= highest) return;
-  throw std::invalid_argument(field + " must be from " + Text(lowest) + " to " + Text(highest) + ", found " +
-                              Text(value));
+  throw std::invalid_argument(field + " must be from " + InDigits(lowest) + " to " + InDigits(highest) + ", found " +
+                              InDigits(value));
 }
 
 /// @throws std::invalid_argument  a value outside (0, highest], NaN included
 inline void RequireAboveZero(const std::string& field, double value, double highest) {
   if (value > 0.0 && value <= highest) return;
-  throw std::invalid_argument(field + " must be above 0 and at most " + Text(highest) + ", found " + Text(value));
+  throw std::invalid_argument(field + " must be above 0 and at most " + InDigits(highest) + ", found " +
+                              InDigits(value));
 }
 
 }  // namespace quen::centroiders

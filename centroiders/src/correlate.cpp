@@ -49,8 +49,8 @@ QUEN_ALWAYS_INLINE double SumBlocks(const Overlap& overlap) {
   return sum.Total() + rest;
 }
 
-QUEN_TARGET_AVX2 double SumAvx2(const Overlap& overlap) { return SumBlocks<Pair>(overlap); }
-QUEN_TARGET_AVX512 double SumAvx512(const Overlap& overlap) { return SumBlocks<Octet>(overlap); }
+QUEN_TARGET_AVX2 double SumAvx2(const Overlap& overlap) { return SumBlocks<Avx2Block>(overlap); }
+QUEN_TARGET_AVX512 double SumAvx512(const Overlap& overlap) { return SumBlocks<Avx512Block>(overlap); }
 
 /// Columns or rows [low, up) of the rectangle under a template whose middle is at `middle`.
 struct Range {
@@ -58,7 +58,7 @@ struct Range {
   std::ptrdiff_t up;
 };
 
-Range Under(std::ptrdiff_t middle, std::size_t size, std::size_t available) {
+Range OverlapAround(std::ptrdiff_t middle, std::size_t size, std::size_t available) {
   const auto half = static_cast<std::ptrdiff_t>(size / 2);
   return {std::max<std::ptrdiff_t>(middle - half, 0),
           std::min(middle + half + 1, static_cast<std::ptrdiff_t>(available))};
@@ -68,8 +68,8 @@ Range Under(std::ptrdiff_t middle, std::size_t size, std::size_t available) {
 
 double Correlate(Level level, const Pixels& pixels, const std::vector<double>& values, std::size_t size,
                  std::ptrdiff_t x, std::ptrdiff_t y) {
-  const Range columns = Under(x, size, pixels.width);
-  const Range rows = Under(y, size, pixels.height);
+  const Range columns = OverlapAround(x, size, pixels.width);
+  const Range rows = OverlapAround(y, size, pixels.height);
   if (columns.low >= columns.up || rows.low >= rows.up) return 0.0;
   const auto half = static_cast<std::ptrdiff_t>(size / 2);
   const std::ptrdiff_t corner = (columns.low - x + half) + static_cast<std::ptrdiff_t>(size) * (rows.low - y + half);

@@ -57,7 +57,7 @@ Position LargestOf(const Neighbours& c, Position at, const Pixels& pixels) {
 
 /// Where the parabola through the logarithms of three values has its top, from the middle one: at most a pixel, for at
 /// the region's edge an outer value may be the largest.
-double Top(double before, double middle, double after) {
+double Vertex(double before, double middle, double after) {
   if (!(before > 0.0 && after > 0.0)) return 0.0;
   const double rise = std::log(middle / before);
   const double fall = std::log(middle / after);
@@ -77,7 +77,7 @@ Correlation::Correlation(const CorrelationConfig& config) : size_(config.size), 
   for (std::size_t k = 0; k < template_.size(); ++k) {
     if (!std::isfinite(template_[k])) {
       throw std::invalid_argument("Correlation: template_values[" + std::to_string(k) + "] must be finite, found " +
-                                  Text(template_[k]));
+                                  InDigits(template_[k]));
     }
   }
   if (std::ranges::all_of(template_, [](double value) { return value == 0.0; })) {
@@ -109,8 +109,8 @@ void Correlation::Measure(const Pixels& pixels, const Point& reference) {
     c = around(at);
   }
   if (!(c[1][1] > 0.0)) return;
-  x = static_cast<double>(at.x) + Top(c[1][0], c[1][1], c[1][2]) - reference.x;
-  y = static_cast<double>(at.y) + Top(c[0][1], c[1][1], c[2][1]) - reference.y;
+  x = static_cast<double>(at.x) + Vertex(c[1][0], c[1][1], c[1][2]) - reference.x;
+  y = static_cast<double>(at.y) + Vertex(c[0][1], c[1][1], c[2][1]) - reference.y;
 }
 
 }  // namespace quen::centroiders

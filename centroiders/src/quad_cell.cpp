@@ -12,12 +12,12 @@ namespace quen::centroiders {
 namespace {
 
 /// The part of a pixel beyond a line less the part before it; `u` is from the line to the pixel's centre.
-double Side(double u) { return std::clamp(2.0 * u, -1.0, 1.0); }
+double SignedWeight(double u) { return std::clamp(2.0 * u, -1.0, 1.0); }
 
 /// The response to the drawn spot if the dividing line runs at `line` between whole pixels. With g the spot along one
 /// axis, g'(u) = −u / s² · g(u), and a small displacement d of the spot:
 ///
-///     Σ Side(u) · g(u − d) / Σ g(u) = Σ Side(u) · g(u) / Σ g(u) + d · Σ Side(u) · u / s² · g(u) / Σ g(u).
+///     Σ SignedWeight(u) · g(u − d) / Σ g(u) = Σ SignedWeight(u) · g(u) / Σ g(u) + d · Σ SignedWeight(u) · u / s² · g(u) / Σ g(u).
 std::pair<double, double> ZeroAndGainForTheDrawnSpot(double line) {
   constexpr int kFarthest = 9 * static_cast<int>(shssim::kSpotSigma);
   constexpr double kVariance = shssim::kSpotSigma * shssim::kSpotSigma;
@@ -28,8 +28,8 @@ std::pair<double, double> ZeroAndGainForTheDrawnSpot(double line) {
     const double u = k - line;
     const double g = std::exp(shssim::kSpotExponent * u * u);
     light += g;
-    zero += Side(u) * g;
-    slope += Side(u) * u / kVariance * g;
+    zero += SignedWeight(u) * g;
+    slope += SignedWeight(u) * u / kVariance * g;
   }
   return {zero / light, light / slope};
 }
@@ -63,7 +63,7 @@ void QuadCell::Measure(const Pixels& pixels, const Point& reference) {
     return [line](std::size_t first, std::size_t count, AxisWeights& weights) {
       for (std::size_t k = 0; k < count; ++k) {
         weights.even[k] = 1.0;
-        weights.odd[k] = Side(static_cast<double>(first + k) - line);
+        weights.odd[k] = SignedWeight(static_cast<double>(first + k) - line);
       }
     };
   };

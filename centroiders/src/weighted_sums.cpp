@@ -39,7 +39,7 @@ struct BlockWeights {
   alignas(64) std::array<double, kBlock> values;
 };
 
-/// What the columns of a block add up to. D holds eight doubles: Pair at AVX2, Octet at AVX-512.
+/// What the columns of a block add up to. D holds eight doubles: Avx2Block at AVX2, Avx512Block at AVX-512.
 template <typename D>
 struct ColumnSums {
   QUEN_ALWAYS_INLINE void AddRow(const std::int16_t* pixels, double row_even, double row_odd) {
@@ -95,12 +95,12 @@ QUEN_ALWAYS_INLINE void SumBlocks(const Pixels& pixels, const AxisWeights& colum
 
 QUEN_TARGET_AVX2 void SumAvx2(const Pixels& pixels, const AxisWeights& columns, const AxisWeights& rows,
                               WeightedSums& sums) {
-  SumBlocks<Pair>(pixels, columns, rows, sums);
+  SumBlocks<Avx2Block>(pixels, columns, rows, sums);
 }
 
 QUEN_TARGET_AVX512 void SumAvx512(const Pixels& pixels, const AxisWeights& columns, const AxisWeights& rows,
                                   WeightedSums& sums) {
-  SumBlocks<Octet>(pixels, columns, rows, sums);
+  SumBlocks<Avx512Block>(pixels, columns, rows, sums);
 }
 
 }  // namespace

@@ -693,7 +693,7 @@ TEST(Configuration, IsCheckedFieldByField) {
                         [] { BrightestPixels engine({}); });
   ExpectThrows<Invalid>("BrightestPixels: exactly one of number and fraction must be given, found both",
                         [] { BrightestPixels engine({.number = 9, .fraction = 0.5}); });
-  ExpectThrows<Invalid>("BrightestPixels: number must be from 2 to 1e+06, found 1",
+  ExpectThrows<Invalid>("BrightestPixels: number must be from 2 to 1000000, found 1",
                         [] { BrightestPixels engine({.number = 1}); });
   ExpectThrows<Invalid>("BrightestPixels: fraction must be above 0 and at most 1, found 1.5",
                         [] { BrightestPixels engine({.fraction = 1.5}); });

@@ -54,7 +54,7 @@ template <std::size_t W>
 struct Vectors {
   using Doubles __attribute__((vector_size(8 * W))) = double;
   using Integers __attribute__((vector_size(8 * W))) = std::int64_t;
-  using Words __attribute__((vector_size(8 * W))) = std::uint64_t;
+  using Bits __attribute__((vector_size(8 * W))) = std::uint64_t;
   using Truncated __attribute__((vector_size(4 * W))) = std::int32_t;
   using Pixels __attribute__((vector_size(2 * W))) = std::uint16_t;
 };
@@ -109,7 +109,7 @@ QUEN_ALWAYS_INLINE void FillAxis(std::size_t first, std::size_t count, double ce
                                  Axis& axis) {
   using Doubles = typename Vectors<W>::Doubles;
   using Integers = typename Vectors<W>::Integers;
-  using Words = typename Vectors<W>::Words;
+  using Bits = typename Vectors<W>::Bits;
   constexpr double kStepsPerLn2 = 0x1.71547652b82fep+7;
   constexpr double kLn2First = 0x1.62e42fee00000p-8;  // ln2/128 in three parts; k times the first two is exact
   constexpr double kLn2Second = 0x1.a39ef35780000p-40;
@@ -136,7 +136,7 @@ QUEN_ALWAYS_INLINE void FillAxis(std::size_t first, std::size_t count, double ce
     // m = e^r − 1; the next term, r⁷/5040, is below 2⁻⁷¹.
     const Doubles tail = r_low + r * r * (1.0 / 2 + r * (1.0 / 6 + r * (1.0 / 24 + r * (1.0 / 120 + r * (1.0 / 720)))));
     const Doubles m = r + tail;
-    const Doubles m_high = reinterpret_cast<Doubles>(reinterpret_cast<Words>(m) & kHighBits);
+    const Doubles m_high = reinterpret_cast<Doubles>(reinterpret_cast<Bits>(m) & kHighBits);
     const Doubles m_low = (m - m_high) + (tail - (m - r));
 
     // times 2^(j/128): t + t · m, the product of the highs exact
@@ -153,7 +153,7 @@ QUEN_ALWAYS_INLINE void FillAxis(std::size_t first, std::size_t count, double ce
 
     // times 2^(k div 128), from the bits of its exponent
     const Doubles scale = reinterpret_cast<Doubles>(((bits >> 7) + 1023) << 52);
-    const Doubles high = reinterpret_cast<Doubles>(reinterpret_cast<Words>(sum) & kHighBits);
+    const Doubles high = reinterpret_cast<Doubles>(reinterpret_cast<Bits>(sum) & kHighBits);
     const Doubles scaled = scale * high;
     const Doubles scaled_low = scale * ((sum - high) + sum_low);
     std::memcpy(axis.square + block, &square, sizeof(square));
@@ -178,9 +178,9 @@ struct Row {
 /// region's first column, whose Gaussian must come from std::exp.
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void DrawVector(const Axis& columns, const Row& row, std::size_t first,
-                                   typename Vectors<W>::Words& unsure, double* values, std::uint16_t* pixels) {
+                                   typename Vectors<W>::Bits& unsure, double* values, std::uint16_t* pixels) {
   using Doubles = typename Vectors<W>::Doubles;
-  using Words = typename Vectors<W>::Words;
+  using Bits = typename Vectors<W>::Bits;
   Doubles p;
   Doubles high;
   Doubles low;
@@ -200,9 +200,9 @@ QUEN_ALWAYS_INLINE void DrawVector(const Axis& columns, const Row& row, std::siz
   const Doubles g = product + rest;
   const Doubles l = rest - (g - product);
 
-  Words bits;
+  Bits bits;
   for (std::size_t j = 0; j < W; ++j) bits[j] = std::uint64_t{1} << j;
-  unsure |= reinterpret_cast<Words>(g + l * kSureness != g) & (bits << first);
+  unsure |= reinterpret_cast<Bits>(g + l * kSureness != g) & (bits << first);
 
   const Doubles value = kSpotPeak * g + (u * row.span + row.least);
   const auto pixel = __builtin_convertvector(__builtin_convertvector(value, typename Vectors<W>::Truncated),
@@ -217,7 +217,7 @@ QUEN_ALWAYS_INLINE void DrawRow(const Axis& columns, const Row& row, std::size_t
                                 std::uint16_t* pixels, std::uint64_t* unsure) {
   const std::size_t tail = width % W;
   const std::size_t whole = width - tail;
-  typename Vectors<W>::Words bits = {};
+  typename Vectors<W>::Bits bits = {};
   for (std::size_t first = 0; first < whole; first += W) {
     DrawVector<W>(columns, row, first, bits, values + first, pixels + first);
   }

@@ -91,7 +91,7 @@ TEST_F(ComputeSlopes, EngineSeesTheWholeFrameAndTheRegion) {
 }
 
 TEST_F(ComputeSlopes, ResultsArePackedWithTheYBlockFirst) {
-  // Every sub-aperture of odd index and those below 63: exactly 607.
+  // The 544 sub-apertures of odd index and the first 63 of even index: exactly 607.
   Use([](std::size_t i) { return i % 2 == 1 || i < 125; });
   ASSERT_EQ(std::ranges::count(simulator_.rois_used, 1), 607);
   FillResults(kSentinel);

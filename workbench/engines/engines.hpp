@@ -19,7 +19,7 @@ inline constexpr const char* kDefaultEngine = "centre-of-gravity";
 /// Names of all engines.
 std::vector<std::string> EngineNames();
 
-/// One line per engine: its name, its options and what they are, for the help.
+/// Their options and what they are, for the help: a line with the name of each engine, and one per option of it.
 std::string EngineHelp();
 
 /// @throws std::invalid_argument  no such engine, no such option, a value that is none or is out of its range

@@ -18,9 +18,9 @@ inline constexpr double kCorrelation = 0.9995;  ///< from one frame to the next
 class Disturbance {
  public:
   /// @param variances    of the modes for D/r0 = 1, rad²
-  /// @param strength     D/r0, pupil diameter over Fried parameter; 0 for no disturbance
+  /// @param d_over_r0     D/r0, pupil diameter over Fried parameter; 0 for no disturbance
   /// @param correlation  ρ, from one frame to the next
-  Disturbance(const Eigen::VectorXd& variances, double strength, double correlation, std::uint32_t seed);
+  Disturbance(const Eigen::VectorXd& variances, double d_over_r0, double correlation, std::uint32_t seed);
 
   /// The modes of the current frame.
   [[nodiscard]] const Eigen::VectorXd& Modes() const { return modes_; }
@@ -49,6 +49,6 @@ inline constexpr double kLargestMode = 1e100;
 void RequireModerate(const Series& series, const std::string& source);
 
 /// The first frames of a disturbance.
-Series TurbulentSeries(int frames, const Eigen::VectorXd& variances, double strength, std::uint32_t seed);
+Series TurbulentSeries(int frames, const Eigen::VectorXd& variances, double d_over_r0, std::uint32_t seed);
 
 }  // namespace quen::workbench

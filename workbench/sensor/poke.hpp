@@ -15,7 +15,7 @@ namespace quen::workbench {
 
 struct PokeOptions {
   std::string engine = kDefaultEngine;  ///< that measures, as for MakeEngine
-  double push = 1.0;                    ///< largest displacement of a spot, pixels
+  double amplitude = 1.0;               ///< largest displacement of a spot, pixels
   double noise = 0.0;                   ///< half-width, units of pixel values
   std::uint32_t seed = 1;               ///< of the noise
 };
@@ -24,7 +24,7 @@ struct PokeOptions {
 inline constexpr int kPokeFrames = 2 * static_cast<int>(quen::basesim::kNumModes);
 
 /// Column m is (s(+a) − s(−a)) / 2a: slopes measured with mode m of the simulator's own matrix at the amplitudes ±a that
-/// move no spot by more than `push`.
+/// move no spot by more than `amplitude`.
 /// @param after_frame  called after each frame
 Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOptions& options,
                              const std::function<void()>& after_frame);

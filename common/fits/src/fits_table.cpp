@@ -78,7 +78,7 @@ int CheckWayToEnd(const Handle& handle) {
 }
 
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the text only.
-char* Text(const std::string& text) { return const_cast<char*>(text.c_str()); }
+char* Mutable(const std::string& text) { return const_cast<char*>(text.c_str()); }
 
 }  // namespace
 
@@ -148,9 +148,9 @@ void WriteTable(const Handle& handle, const std::vector<std::pair<std::string, s
   std::array<char*, kMaxColumns> formats{};
   std::array<char*, kMaxColumns> units{};
   for (std::size_t k = 0; k < count; ++k) {
-    names[k] = Text(columns[k].first);
-    formats[k] = Text(columns[k].second);
-    units[k] = Text(no_unit);
+    names[k] = Mutable(columns[k].first);
+    formats[k] = Mutable(columns[k].second);
+    units[k] = Mutable(no_unit);
   }
   int status = CheckWayToEnd(handle);
   fits_create_tbl(handle->file, BINARY_TBL, 0, static_cast<int>(count), names.data(), formats.data(), units.data(),

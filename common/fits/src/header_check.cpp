@@ -63,7 +63,7 @@ std::int64_t Number(const Card& card) {
 }
 
 /// What stands between quotes, without blanks at its end.
-std::string Text(const Card& card) {
+std::string StringValue(const Card& card) {
   if (!card.value.starts_with("'")) return {};
   const std::string text = card.value.substr(1, card.value.find('\'', 1) - 1);
   return text.substr(0, text.find_last_not_of(' ') + 1);
@@ -87,7 +87,7 @@ bool OverrunsName(std::string_view value) { return !value.starts_with("'") && Le
 /// Whether CFITSIO takes a value for the whole number zero.
 bool IsZero(const Card& card) {
   const std::string_view value = card.value;
-  if (value.starts_with("'")) return Text(card).empty();
+  if (value.starts_with("'")) return StringValue(card).empty();
   const std::string_view number = value.substr(0, Length(value));
   return number == "F" || (!number.empty() && number.find_first_not_of("+-0") == std::string_view::npos);
 }
@@ -117,13 +117,13 @@ class Header {
  public:
   void Take(const Card& card) {
     TakeMandatory(card);
-    if (card.keyword == "EXTNAME") name_ = Text(card);
-    if (card.keyword == "HDUNAME") other_name_ = Text(card);
+    if (card.keyword == "EXTNAME") name_ = StringValue(card);
+    if (card.keyword == "HDUNAME") other_name_ = StringValue(card);
     if (card.keyword == "THEAP") heap_start_ = Number(card);
     if (card.keyword == "PCOUNT") parameters_ = Number(card);
     if (card.keyword == "GCOUNT") groups_ = Number(card);
     if (card.keyword == "ZIMAGE") is_tiled_ = card.value.starts_with("T");
-    if (card.keyword == "ZCMPTYPE") has_blocks_ = Text(card).starts_with("RICE");
+    if (card.keyword == "ZCMPTYPE") has_blocks_ = StringValue(card).starts_with("RICE");
     if (card.keyword == "ZNAXIS") tile_axes_ = Number(card);
     if (card.keyword == "ZBITPIX" || card.keyword == "ZNAXIS" || Index(card.keyword, "ZVAL") > 0) {
       if (OverrunsComplaint(card.value, false)) bad_tiles_.emplace_back(0, card.keyword);
@@ -133,7 +133,8 @@ class Header {
       const bool is_none = card.keyword.starts_with("ZTILE") && (IsZero(card) || Number(card) > kLargestTile);
       if (is_none || OverrunsComplaint(card.value, false)) bad_tiles_.emplace_back(axis, card.keyword);
     }
-    if (Index(card.keyword, "ZNAME") > 0 && Text(card) == "BLOCKSIZE") block_size_ = Index(card.keyword, "ZNAME");
+    if (Index(card.keyword, "ZNAME") > 0 && StringValue(card) == "BLOCKSIZE")
+      block_size_ = Index(card.keyword, "ZNAME");
     if (Index(card.keyword, "ZVAL") > 0 && IsZero(card)) zeros_.push_back(Index(card.keyword, "ZVAL"));
     const int column = Index(card.keyword, "TTYPE");
     if (column > 0 && OverrunsName(card.value)) overrun_ = overrun_ == 0 ? column : std::min(overrun_, column);
@@ -191,7 +192,7 @@ class Header {
     constexpr int kBeforeAxes = 3;
     const int position = position_++;
     if (position == 0) {
-      type_ = card.keyword == "XTENSION" ? Text(card) : "";
+      type_ = card.keyword == "XTENSION" ? StringValue(card) : "";
       is_in_order_ = card.keyword == "XTENSION" || card.keyword == "SIMPLE";
     } else if (position == 1) {
       bytes_ = BytesOf(Number(card));

@@ -112,7 +112,7 @@ TEST(Manual, HasAPagePerVerbInTheWordsOfItsHelp) {
   }
   const std::string loop = Shell("COLUMNS=200 MANWIDTH=200 man -P cat -l " + (folder / "man1/quen-shs-loop.1")).out;
   EXPECT_NE(
-      loop.find("--leak FLOAT\n              Share of the correction that is forgotten in each frame, 0 to 1 [0]"),
+      loop.find("--leak NUMBER\n              Fraction of the correction that is forgotten in each frame, 0 to 1 [0]"),
       std::string::npos)
       << loop;
   EXPECT_NE(loop.find("quen-shs loop [OPTION...] DIR\n"), std::string::npos) << loop;

@@ -79,7 +79,7 @@ TEST_F(Verbs, CalibrateTakesGeometryAndBasis) {
 
 TEST_F(Verbs, CalibrateMeasures) {
   const Outcome outcome =
-      QuenShs("calibrate --measured --engine weighted --push 0.5 --noise 20 --seed 3 " + File("other"));
+      QuenShs("calibrate --measured --engine weighted --poke-amplitude 0.5 --noise 20 --seed 3 " + File("other"));
   ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
   EXPECT_EQ(quen::testing::KeywordReadByAstropy(File("other/data/M2S.fits"), 0, "METHOD"),
             "measured: weighted, 0.5 pixels, noise 20, seed 3");

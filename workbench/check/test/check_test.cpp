@@ -157,7 +157,7 @@ TEST(Check, FindsNothingWrongInAMeasuredMatrix) {
   auto simulator = quen::workbench::LoadSimulator(folder.Path());
   for (const auto& [engine, noise] : {std::pair("centre-of-gravity", 10.0), std::pair("weighted", 300.0)}) {
     const Matrix m2s =
-        quen::workbench::MeasuredModesToSlopes(simulator, {.engine = engine, .push = 1.0, .noise = noise}, [] {});
+        quen::workbench::MeasuredModesToSlopes(simulator, {.engine = engine, .amplitude = 1.0, .noise = noise}, [] {});
     WriteCalibration(folder.Path(), true, WithMatrix(made, m2s, "measured"));
     const Findings findings = CheckCalibration(folder.Path());
     ExpectFindings(findings, Verdict::kWrong, {});

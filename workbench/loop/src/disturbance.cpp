@@ -7,10 +7,10 @@
 
 namespace quen::workbench {
 
-Disturbance::Disturbance(const Eigen::VectorXd& variances, double strength, double correlation, std::uint32_t seed)
+Disturbance::Disturbance(const Eigen::VectorXd& variances, double d_over_r0, double correlation, std::uint32_t seed)
     : engine_(seed),
       correlation_(correlation),
-      sigma_((variances * std::pow(strength, 5.0 / 3.0)).cwiseSqrt()),
+      sigma_((variances * std::pow(d_over_r0, 5.0 / 3.0)).cwiseSqrt()),
       modes_(Draw()) {}
 
 void Disturbance::Advance() { modes_ = correlation_ * modes_ + std::sqrt(1.0 - correlation_ * correlation_) * Draw(); }
@@ -32,8 +32,8 @@ void RequireModerate(const Series& series, const std::string& source) {
   }
 }
 
-Series TurbulentSeries(int frames, const Eigen::VectorXd& variances, double strength, std::uint32_t seed) {
-  Disturbance disturbance(variances, strength, kCorrelation, seed);
+Series TurbulentSeries(int frames, const Eigen::VectorXd& variances, double d_over_r0, std::uint32_t seed) {
+  Disturbance disturbance(variances, d_over_r0, kCorrelation, seed);
   Series series(frames, variances.size());
   for (Eigen::Index frame = 0; frame < frames; ++frame) {
     series.row(frame) = disturbance.Modes();

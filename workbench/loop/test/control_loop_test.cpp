@@ -9,7 +9,7 @@
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/frame_file.hpp"
-#include "workbench/sensor/slopes_file.hpp"
+#include "workbench/sensor/measurement_file.hpp"
 
 namespace {
 
@@ -100,7 +100,7 @@ TEST_F(ControlLoop, FilesOfFrameAndSlopesAreTheLibrarysOwn) {
   simulator.ComputeFrame(displacements, displacements, 900.0, folder_ / "frame.fits");  // pixels below zero too
   simulator.ComputeSlopes(*quen::workbench::MakeEngine("weighted"), 12.0, folder_ / "slopes.fits");
   quen::testing::WriteText(folder_ / "our_frame.fits", quen::workbench::FrameFile({840, 816, simulator.Frame()}));
-  quen::testing::WriteText(folder_ / "our_slopes.fits", quen::workbench::SlopesFile(simulator));
+  quen::testing::WriteText(folder_ / "our_slopes.fits", quen::workbench::MeasurementFile(simulator));
   for (const std::string name : {"frame.fits", "slopes.fits"}) {
     EXPECT_TRUE(quen::testing::BytesWithoutChecksums(folder_ / ("our_" + name)) ==
                 quen::testing::BytesWithoutChecksums(folder_ / name))

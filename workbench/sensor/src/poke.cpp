@@ -25,7 +25,7 @@ Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOp
   };
   Matrix measured(m2s.rows(), m2s.cols());
   for (Eigen::Index mode = 0; mode < measured.cols(); ++mode) {
-    const double amplitude = options.push / m2s.col(mode).cwiseAbs().maxCoeff();
+    const double amplitude = options.amplitude / m2s.col(mode).cwiseAbs().maxCoeff();
     const Eigen::VectorXd pushed = measure(amplitude * m2s.col(mode));  // before pulled, for the noise
     const Eigen::VectorXd pulled = measure(-amplitude * m2s.col(mode));
     measured.col(mode) = (pushed - pulled) / (2.0 * amplitude);

@@ -11,7 +11,7 @@
 #include "testing/second_reader.hpp"
 #include "workbench/sensor/displacement_file.hpp"
 #include "workbench/sensor/frame_file.hpp"
-#include "workbench/sensor/slopes_file.hpp"
+#include "workbench/sensor/measurement_file.hpp"
 
 // Files of a sensor, whoever wrote them.
 
@@ -182,7 +182,7 @@ TEST(FrameFile, OtherImagesAreRefused) {
 
 // --- Slopes
 
-TEST(SlopesFile, MissingTablesAreTheSyntheticGrids) {
+TEST(MeasurementFile, MissingTablesAreTheSyntheticGrids) {
   const TempDir folder;
   AppendTable(folder / "s.fits", "slopes", 1089, {{"x", "D", Ramp(1089)}, {"y", "D", Ramp(1089, 7.0)}});
   const quen::workbench::MeasuredField field = quen::workbench::ReadField(InputFile(folder / "s.fits"));
@@ -194,7 +194,7 @@ TEST(SlopesFile, MissingTablesAreTheSyntheticGrids) {
   EXPECT_EQ(field.overlay.displacements->y, Ramp(1089, 7.0));
 }
 
-TEST(SlopesFile, TablesAreReadAsTheyAre) {
+TEST(MeasurementFile, TablesAreReadAsTheyAre) {
   const TempDir folder;
   quen::testing::Calibration calibration;
   calibration.rois["x_low"][3] = 90.0;

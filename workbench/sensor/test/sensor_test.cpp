@@ -153,7 +153,7 @@ TEST_F(Sensor, MeasuredMatrixIsTheComputedOne) {
   const Eigen::Map<const Matrix> computed(simulator.M2s().data(), 1214, 52);
   int frames = 0;
   const Matrix measured =
-      quen::workbench::MeasuredModesToSlopes(simulator, {.engine = "weighted", .push = 1.0}, [&] { ++frames; });
+      quen::workbench::MeasuredModesToSlopes(simulator, {.engine = "weighted", .amplitude = 1.0}, [&] { ++frames; });
   EXPECT_EQ(frames, quen::workbench::kPokeFrames);
   for (Eigen::Index mode = 0; mode < 52; ++mode) {
     const double largest = computed.col(mode).cwiseAbs().maxCoeff();
@@ -164,7 +164,7 @@ TEST_F(Sensor, MeasuredMatrixIsTheComputedOne) {
 TEST_F(Sensor, ModesArePushedBeforeTheyArePulled) {
   ShsSimulator simulator = Load();
   std::vector<double> tip;  // mean displacement along x in each frame; mode 0 is tip
-  quen::workbench::MeasuredModesToSlopes(simulator, {.push = 1.0}, [&] {
+  quen::workbench::MeasuredModesToSlopes(simulator, {.amplitude = 1.0}, [&] {
     const std::vector<double>& x = simulator.XSlopesUsed();
     tip.push_back(std::accumulate(x.begin(), x.end(), 0.0) / 607.0);
   });
@@ -177,7 +177,7 @@ TEST_F(Sensor, MeasuredMatrixScattersWithTheNoiseOfItsSeed) {
   ShsSimulator simulator = Load();
   const auto measured = [&](double noise, std::uint32_t seed) {
     return quen::workbench::MeasuredModesToSlopes(
-        simulator, {.engine = "weighted", .push = 0.5, .noise = noise, .seed = seed}, [] {});
+        simulator, {.engine = "weighted", .amplitude = 0.5, .noise = noise, .seed = seed}, [] {});
   };
   const Matrix still = measured(0.0, 1);
   const Matrix noisy = measured(100.0, 1);

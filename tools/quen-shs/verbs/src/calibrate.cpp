@@ -50,7 +50,7 @@ workbench::Calibration Measured(const workbench::Calibration& calibration, const
   }
   return workbench::WithMatrix(calibration, m2s,
                                fmt::format("measured: {}, {:g} pixels, noise {:g}, seed {}", options.engine,
-                                           options.push, options.noise, options.seed));
+                                           options.amplitude, options.noise, options.seed));
 }
 
 void Calibrate(const CalibrateArguments& command) {
@@ -102,8 +102,8 @@ pushed and pulled through the simulator instead, and the slopes are those that t
                    geometry.spider_width),
             OneOf("--basis", "Modes", {workbench::kZernikeWord, workbench::kKarhunenLoeveWord}, command->basis),
             Flag("--measured", "Measure the matrix instead of computing it", command->is_measured), Engine(poke.engine),
-            Number("--push", "Poke amplitude: the largest displacement when measuring", "pixels", 1e-3, 12.0,
-                   poke.push),
+            Number("--poke-amplitude", "Poke amplitude: the largest displacement when measuring", "pixels", 1e-3, 12.0,
+                   poke.amplitude),
             Noise(poke.noise), Seed(poke.seed), JsonFlag(command->json)},
        .action = [command] { Calibrate(*command); }});
 }

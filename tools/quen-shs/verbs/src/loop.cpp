@@ -19,7 +19,7 @@
 #include "workbench/sensor/basis.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/frame_file.hpp"
-#include "workbench/sensor/slopes_file.hpp"
+#include "workbench/sensor/measurement_file.hpp"
 
 namespace quen::tool {
 namespace {
@@ -137,7 +137,8 @@ void RunOne(const LoopArguments& command, ShsSimulator& simulator, const workben
     run = workbench::RunLoop(simulator, disturbance, command.options, [&] { progress.Step(); });
     rate = progress.Rate();
   }
-  files.GiveAll({workbench::FrameFile({kFrameWidth, kFrameHeight, simulator.Frame()}), workbench::SlopesFile(simulator),
+  files.GiveAll({workbench::FrameFile({kFrameWidth, kFrameHeight, simulator.Frame()}),
+                 workbench::MeasurementFile(simulator),
                  workbench::TelemetryFile(command.options, Source(command), run.records),
                  workbench::DrawLoop(simulator, run.records)});
   files.Commit();

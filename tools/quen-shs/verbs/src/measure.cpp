@@ -15,8 +15,8 @@
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/displacement_file.hpp"
 #include "workbench/sensor/frame_file.hpp"
+#include "workbench/sensor/measurement_file.hpp"
 #include "workbench/sensor/playback.hpp"
-#include "workbench/sensor/slopes_file.hpp"
 
 namespace quen::tool {
 namespace {
@@ -101,7 +101,7 @@ void Measure(const MeasureArguments& command) {
   }
   Load(simulator, frame);
   simulator.ComputeSlopes(*workbench::MakeEngine(command.engine), command.limit, std::nullopt);
-  files.Give(output, workbench::SlopesFile(simulator));
+  files.Give(output, workbench::MeasurementFile(simulator));
   files.Commit();
 
   const std::vector<std::size_t> used = workbench::UsedIndices(simulator.RoisUsed());

@@ -22,7 +22,7 @@
 #include "workbench/pictures/stretch.hpp"
 #include "workbench/pictures/sweep_picture.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
-#include "workbench/sensor/slopes_file.hpp"
+#include "workbench/sensor/measurement_file.hpp"
 
 namespace quen::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "workbench/sensor/slopes_file.hpp"
+#include "workbench/sensor/measurement_file.hpp"
 
 #include <cstdint>
 #include <utility>
@@ -55,7 +55,7 @@ MeasuredField ReadField(const InputFile& file) {
   return field;
 }
 
-std::string SlopesFile(const quen::shssim::ShsSimulator& simulator) {
+std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator) {
   std::vector<RegionRow> regions;
   for (const Roi& roi : simulator.Rois()) regions.push_back(RowOf(roi));
   std::vector<SlopeRow> slopes;

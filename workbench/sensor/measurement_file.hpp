@@ -21,6 +21,6 @@ MeasuredField ReadField(const InputFile& file);
 
 /// A FITS file of what a simulator has measured, as ShsSimulator::ComputeSlopes makes it: the tables "rois" (reference
 /// points truncated to whole pixels), "rois_use" and "slopes".
-std::string SlopesFile(const quen::shssim::ShsSimulator& simulator);
+std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator);
 
 }  // namespace quen::workbench
