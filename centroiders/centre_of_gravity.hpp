@@ -13,10 +13,9 @@ enum class Thresholding {
 };
 
 struct CentreOfGravityConfig {
-  double background = 0.0;  ///< subtracted from every pixel, −32768 to 32767
-  std::optional<double> threshold =
-      {};  ///< above the background, 0 to 65535; pixels up to it count nothing. Without one
-           ///< every pixel counts, those below the background with negative light
+  double background = 0.0;               ///< subtracted from every pixel, −32768 to 32767
+  std::optional<double> threshold = {};  ///< above the background, 0 to 65535; pixels up to it count nothing. Without
+                                         ///< one every pixel counts, those below the background with negative light
   Thresholding thresholding = Thresholding::kSubtract;
 };
 

@@ -35,7 +35,7 @@ struct CorrelationConfig {
 /// reference, which else makes the displacement along its axis NaN.
 class QUEN_EXPORT Correlation : public PixelEngine {
  public:
-  /// @throws std::invalid_argument  an even or out-of-range `size`, a template with another number of values or with one
+  /// @throws std::invalid_argument  an even or out-of-range `size`, a template with another number of values, with one
   ///                                that is not finite, or with zeros only
   explicit Correlation(const CorrelationConfig& config = {});
 

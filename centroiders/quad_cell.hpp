@@ -9,9 +9,8 @@
 namespace quen::centroiders {
 
 struct QuadCellConfig {
-  std::optional<double> gain =
-      {};  ///< pixels, above 0 to 1000; if not given, the one for small displacements of the drawn
-           ///< spot
+  std::optional<double> gain = {};  ///< pixels, above 0 to 1000; if not given, the one for small displacements of the
+                                    ///< drawn spot
 };
 
 /// The light of the region's two halves, left and right of the reference point, below and above it:

@@ -67,7 +67,7 @@ using Engine = image_processing::Centroiding<std::uint16_t>;
 /// the end. The simulator is left with the last frame and the last measurement.
 ///
 /// @return  a score per engine, in their order
-/// @throws std::invalid_argument  an option out of its range. Exceptions of an engine and of `after_frame` pass through.
+/// @throws std::invalid_argument  an option out of its range. What an engine and `after_frame` throw passes through.
 QUEN_EXPORT std::vector<Score> ScoreEngines(shssim::ShsSimulator& simulator,
                                             const std::vector<std::reference_wrapper<Engine>>& engines,
                                             const ScoreOptions& options);

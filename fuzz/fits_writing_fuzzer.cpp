@@ -11,10 +11,11 @@
 #include "common/fits/fits.hpp"
 #include "fuzz/input.hpp"
 
-// A file written by a few calls of the writing functions, their names, formats, numbers and shapes taken from the input.
+// A file written by a few calls of the writing functions, their names, formats, numbers and shapes taken from the
+// input.
 //
-// The first byte says how many bytes describe the calls: flags, the extension's name, the number of calls, and what each
-// takes. What follows them is the file that lies there before; nothing: there is none.
+// The first byte says how many bytes describe the calls: flags, the extension's name, the number of calls, and what
+// each takes. What follows them is the file that lies there before; nothing: there is none.
 
 namespace {
 

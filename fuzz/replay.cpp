@@ -11,8 +11,8 @@
 
 // Runs a fuzzer over the files of a folder, and over each of them with every single damage; built by any compiler.
 //     NAME_replay FOLDER
-// The input that ends it, by a crash, a broken expectation or more than three seconds of processor time, is left in the file
-// replay_input.
+// The input that ends it, by a crash, a broken expectation or more than three seconds of processor time, is left in the
+// file replay_input.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 

@@ -74,7 +74,7 @@ class ShsSimulator : public basesim::BaseSimulator {
   /// @param centroiding  measures each spot; its results are overwritten
   /// @param slope_limit  displacements are clamped to [−slope_limit, slope_limit], pixels; NaN results stay NaN, and a
   ///                     NaN limit clamps nothing; flux is stored as reported
-  /// @param path         where to append the binary tables "rois" (regions; reference points truncated to whole pixels),
+  /// @param path         where to append the binary tables "rois" (regions; reference points truncated to pixels),
   ///                     "rois_use" (flags) and "slopes" (flux, x, y of all 1089 sub-apertures), each a new HDU of the
   ///                     file, which is created if it does not exist; none: nothing is written
   ///

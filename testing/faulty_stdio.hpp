@@ -5,8 +5,8 @@
 #include <ostream>
 
 /// @file
-/// Disks that fail. Link testing/faulty_stdio.cpp, which stands in for fread and fwrite, through which CFITSIO reaches its
-/// files, and for write(2), through which the tool does.
+/// Disks that fail. Link testing/faulty_stdio.cpp, which stands in for fread and fwrite, through which CFITSIO reaches
+/// its files, and for write(2), through which the tool does.
 
 namespace quen::testing {
 

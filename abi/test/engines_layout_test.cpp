@@ -14,8 +14,8 @@
 #include "centroiders/weighted_centre_of_gravity.hpp"
 #include "centroiders/windowed_centre_of_gravity.hpp"
 
-// The binary interface of the engines and of the score: hosts fill in the configurations and make room for the engines. A
-// change here needs a new SOVERSION.
+// The binary interface of the engines and of the score: hosts fill in the configurations and make room for the engines.
+// A change here needs a new SOVERSION.
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include "common/fits/fits.hpp"
 #include "defs/camera.hpp"
 
-// No name of defs/camera.hpp is used. It is here for its table of the product's cameras: each simulator carries one, made
-// while the library is loaded.
+// No name of defs/camera.hpp is used. It is here for its table of the product's cameras: each simulator carries one,
+// made while the library is loaded.
 
 namespace quen::basesim {
 namespace {

@@ -8,9 +8,9 @@
 #include "centroiders/src/moments.hpp"
 
 // The fast search for a value of given rank halves an interval as the plain one does, and is faster for three reasons:
-// it counts sixteen pixels at a time; it ends as soon as exactly `rank` pixels are above some value, the dimmest of them
-// being the one; and it starts beside a guess. Spots are much alike: with the last one's value for a guess, it counts some
-// four times where it would count ten times.
+// it counts sixteen pixels at a time; it ends as soon as exactly `rank` pixels are above some value, the dimmest of
+// them being the one; and it starts beside a guess. Spots are much alike: with the last one's value for a guess, it
+// counts some four times where it would count ten times.
 
 namespace quen::centroiders {
 namespace {

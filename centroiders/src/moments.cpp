@@ -9,13 +9,13 @@
 
 // Why the fast sums are those of the formula: all of them are integers that nowhere overflow.
 //
-// Eight columns at a time, and at most kTile of either in one go. From the last row up to the first one, a column's sum C
-// of pixels is added to T before the row joins it: row y is then in T y times, which makes T the sum of y · p without a
-// product. |p| ≤ 2¹⁵, so that in one tile C ≤ 2²¹, T ≤ 2²⁶, C · x ≤ 2²⁷, and their sums over eight blocks of columns are
-// below 2³¹. The same goes for the numbers of pixels that count.
+// Eight columns at a time, and at most kTile of either in one go. From the last row up to the first one, a column's sum
+// C of pixels is added to T before the row joins it: row y is then in T y times, which makes T the sum of y · p without
+// a product. |p| ≤ 2¹⁵, so that in one tile C ≤ 2²¹, T ≤ 2²⁶, C · x ≤ 2²⁷, and their sums over eight blocks of columns
+// are below 2³¹. The same goes for the numbers of pixels that count.
 //
-// The last block of columns overlaps the one before, for no pixel outside the rectangle may be read; the columns that it
-// repeats are cut off.
+// The last block of columns overlaps the one before, for no pixel outside the rectangle may be read; the columns that
+// it repeats are cut off.
 
 namespace quen::centroiders {
 namespace {

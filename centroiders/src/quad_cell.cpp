@@ -17,7 +17,7 @@ double SignedWeight(double u) { return std::clamp(2.0 * u, -1.0, 1.0); }
 /// The response to the drawn spot if the dividing line runs at `line` between whole pixels. With g the spot along one
 /// axis, g'(u) = −u / s² · g(u), and a small displacement d of the spot:
 ///
-///     Σ SignedWeight(u) · g(u − d) / Σ g(u) = Σ SignedWeight(u) · g(u) / Σ g(u) + d · Σ SignedWeight(u) · u / s² · g(u) / Σ g(u).
+///     Σ w(u) · g(u − d) / Σ g(u) = Σ w(u) · g(u) / Σ g(u) + d · Σ w(u) · u / s² · g(u) / Σ g(u),   w = SignedWeight.
 std::pair<double, double> ZeroAndGainForTheDrawnSpot(double line) {
   constexpr int kFarthest = 9 * static_cast<int>(shssim::kSpotSigma);
   constexpr double kVariance = shssim::kSpotSigma * shssim::kSpotSigma;

@@ -2,12 +2,12 @@
 
 #include "centroiders/src/block.hpp"
 
-// The fast sums add the same products in another order: columns eight apart and rows two apart share a running sum. They
-// agree with the formula to its last bits, and exactly where all products are integers; the two levels agree exactly with
-// each other.
+// The fast sums add the same products in another order: columns eight apart and rows two apart share a running sum.
+// They agree with the formula to its last bits, and exactly where all products are integers; the two levels agree
+// exactly with each other.
 //
-// The last block of columns overlaps the one before, for no pixel outside the rectangle may be read; the columns that it
-// repeats weigh nothing. Light is added up in integers, below 2²⁴ in a tile.
+// The last block of columns overlaps the one before, for no pixel outside the rectangle may be read; the columns that
+// it repeats weigh nothing. Light is added up in integers, below 2²⁴ in a tile.
 
 namespace quen::centroiders {
 namespace {

@@ -27,7 +27,7 @@ WeightedSums SumTile(common::simd::Level level, const Pixels& pixels, const Axis
 
 /// The sums of a rectangle of any size.
 ///
-/// @param fill_x, fill_y  called as fill(first, count, weights): the weights of columns, or rows, [first, first + count)
+/// @param fill_x, fill_y  called as fill(first, count, weights): the weights of `count` columns, or rows, from first on
 template <typename FillX, typename FillY>
 WeightedSums SumWeighted(common::simd::Level level, const Pixels& pixels, FillX fill_x, FillY fill_y) {
   WeightedSums sums;

@@ -19,8 +19,8 @@ using quen::common::simd::Level;
 
 constexpr std::array<std::size_t, 16> kSizes = {1, 2, 3, 7, 8, 9, 15, 16, 17, 24, 31, 33, 63, 64, 65, 129};
 
-/// Rectangles of all sizes at all alignments, of random pixels between a lowest and a highest value. The memory ends with
-/// the last pixel, so that a sanitizer sees what reads beyond.
+/// Rectangles of all sizes at all alignments, of random pixels between a lowest and a highest value. The memory ends
+/// with the last pixel, so that a sanitizer sees what reads beyond.
 template <typename F>
 void ForRectangles(std::int32_t lowest, std::int32_t highest, F f) {
   std::mt19937 random(11);

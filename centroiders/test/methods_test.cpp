@@ -215,8 +215,8 @@ TEST_F(SmallFrame, WeightedMeasuresLightThatDarkPixelsElsewhereOutweigh) {
 }
 
 TEST_F(SmallFrame, WeightedCountsItsEndFromThePixelNearestToTheReference) {
-  // Nine deviations are 3.8 pixels, and so four: from column or row 12, or 13 where the reference is nearer to it. Halfway
-  // between, the even one of the region's counts, which for a region that begins at 1 is frame column 11 or 13.
+  // Nine deviations are 3.8 pixels, and so four: from column or row 12, or 13 where the reference is nearer to it.
+  // Halfway between, the even one of the region's counts, which for a region that begins at 1 is frame column 11 or 13.
   struct Case {
     std::uint16_t low;
     double reference;
@@ -406,8 +406,8 @@ TEST_F(SmallFrame, CorrelationFollowsTheSpotTowardTheRegionsCorner) {
 }
 
 TEST_F(SmallFrame, CorrelationStaysWithinAPixelOfTheRegion) {
-  // From an edge inward, pixels of 100, 60 and 40. One pixel outside, at the edge, and one inside, the template correlates
-  // with 920, 660 and 380: on a parabola with its top far outside.
+  // From an edge inward, pixels of 100, 60 and 40. One pixel outside, at the edge, and one inside, the template
+  // correlates with 920, 660 and 380: on a parabola with its top far outside.
   constexpr std::array<double, 5> kTemplate = {0, 0, 1, 8, 2};
   for (const bool along_x : {true, false}) {
     for (const bool at_start : {true, false}) {

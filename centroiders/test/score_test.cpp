@@ -176,7 +176,8 @@ double Square(double value) { return value * value; }
 /// Variance of a pixel's noise where the spot is much brighter than the noise, …
 double BrightVariance(double noise) { return noise * noise / 3.0 + 1.0 / 12.0; }
 
-/// … and where there is no spot: whole noise truncated toward zero takes 0 with two of 2 · noise chances, ±k with one each.
+/// … and where there is no spot: whole noise truncated toward zero takes 0 with two of 2 · noise chances, ±k with one
+/// each.
 double DarkVariance(double noise) { return noise < 1.0 ? 0.0 : (noise - 1.0) * (2.0 * noise - 1.0) / 6.0; }
 
 /// Squared radius within which the spot is brighter than a limit.
@@ -319,13 +320,15 @@ TEST_F(Scores, WithoutNoiseAreThoseOfTruncation) {
 }
 
 TEST_F(Scores, ShowTheHalfUnitThatTruncationTakes) {
-  // From each pixel brighter than the noise, π r² of them, half a unit; from the wings, 8π · noise of light, a 2 · noise-th.
+  // From each pixel brighter than the noise, π r² of them, half a unit; from the wings, 8π · noise of light, a 2 ·
+  // noise-th.
   CentreOfGravity centre;
   const double noise = 10.0;
   const double lost = 0.5 * std::numbers::pi * SquaredRadius(noise) + 8.0 * std::numbers::pi * noise / (2.0 * noise);
   EXPECT_NEAR(Of(centre, noise, 2.0).flux_bias, -lost / kSpotFlux, 0.1 * lost / kSpotFlux);
 
-  // Under a weight it lowers the sum of light and so raises the gain, by ½ Σ w / Σ w p: 2.4·10⁻⁴ for small displacements.
+  // Under a weight it lowers the sum of light and so raises the gain, by ½ Σ w / Σ w p: 2.4·10⁻⁴ for small
+  // displacements.
   WeightedCentreOfGravity weighted;
   const double of_light = 0.5 * 8.0 * std::numbers::pi / (4.0 * std::numbers::pi * kSpotPeak);
   EXPECT_NEAR(Of(weighted, 0.0, 0.5).x.gain - 1.0, of_light, 0.1 * of_light);

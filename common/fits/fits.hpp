@@ -37,8 +37,8 @@ struct HandleType {
 };
 
 /// Owner of an open file. Its release brings the current HDU's checksums up to date and closes the file; it never
-/// throws, so that a disk that is full only then goes unnoticed: the file's checksums tell. A handle is made by FitsFile
-/// or FitsFileWrite.
+/// throws, so that a disk that is full only then goes unnoticed: the file's checksums tell. A handle is made by
+/// FitsFile or FitsFileWrite.
 using Handle = std::unique_ptr<HandleType, void (*)(HandleType*)>;
 
 /// Axis lengths NAXIS1, NAXIS2, … (fastest first), and BITPIX.

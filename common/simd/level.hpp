@@ -5,8 +5,9 @@
 /// @file
 /// Instruction-set levels, for code that exists in several compiled forms. Internal to the library.
 ///
-/// Every form of a piece of code gives the same bits. The plain one reads like the formula and runs anywhere; the others
-/// are one source, written as loops that the compiler vectorises, compiled once per level and chosen at run time.
+/// Every form of a piece of code gives the same bits. The plain one reads like the formula and runs anywhere; the
+/// others are one source, written as loops that the compiler vectorises, compiled once per level and chosen at run
+/// time.
 
 namespace quen::common::simd {
 

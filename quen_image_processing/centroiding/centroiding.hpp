@@ -21,7 +21,7 @@ class QUEN_EXPORT Centroiding {
 
   /// Measures one spot and leaves the result in `flux`, `x` and `y`.
   ///
-  /// @param frame  the whole frame, row-major, roi.x_max pixels per row: pixel (column c, row r) is frame[r · x_max + c]
+  /// @param frame  the whole frame, row-major, roi.x_max pixels per row: column c of row r is frame[r · x_max + c]
   /// @param roi    the only pixels that may contribute, and the reference point; may be empty (n_pixels 0)
   ///
   /// All three results are overwritten by each call and must be defined, for a dark or empty region too (NaN will do).

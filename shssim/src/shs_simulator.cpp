@@ -10,8 +10,8 @@
 #include "shssim/src/render_frame.hpp"
 #include "shssim/src/slope_file.hpp"
 
-// No name of defs/camera.hpp is used. It is here for its table of the product's cameras: each simulator carries one, made
-// while the library is loaded.
+// No name of defs/camera.hpp is used. It is here for its table of the product's cameras: each simulator carries one,
+// made while the library is loaded.
 
 namespace quen::shssim {
 ShsSimulator::ShsSimulator()

@@ -16,14 +16,15 @@
 //
 //     p = (x − cx)²,   q = (y − cy)²,   s = p + q,   g = std::exp(−s / 8).
 //
-// (1) p and q belong to a column and a row. Their exponentials P = e^(−p/8) and Q = e^(−q/8) are computed once for each,
-//     as a sum high + low of two doubles, to better than 2⁻⁶⁶. The highs have 26 bits, so that their product is exact.
-// (2) s differs from p + q by its rounding error e = (p + q) − s, which is a double and known exactly (Knuth's two-sum).
+// (1) p and q belong to a column and a row. Their exponentials P = e^(−p/8) and Q = e^(−q/8) are computed once,
+//     each as a sum high + low of two doubles, to better than 2⁻⁶⁶. The highs have 26 bits, so that their product is
+//     exact.
+// (2) s differs from p + q by its rounding error e = (p + q) − s, a double that is known exactly (Knuth's two-sum).
 //     So the exponential of the exact argument of std::exp is
 //
 //         e^(−s/8) = P · Q · e^(e/8) = P · Q · (1 + e/8) · (1 + δ),   |δ| < 2⁻⁸⁰,   as |e| ≤ 2⁻⁴⁰ here.
 //
-// (3) That product is evaluated as a sum g + l, g the double nearest to it, to better than 2⁻⁶⁴ in all, which is 2⁻¹¹ of
+// (3) That product is evaluated as a sum g + l, g the double nearest to it, to better than 2⁻⁶⁴ in all, or 2⁻¹¹ of
 //     a unit in g's last place.
 // (4) std::exp returns a double within kExpErrorBound = 0.512 units of the exact value; a test holds the machine's
 //     library to a little less. Where the exact value is closer to g than 0.488 units, every other double is farther
@@ -33,7 +34,8 @@
 // Scaling by 4096 is exact, the noise is added as the formula adds it, and values fit into 32 bits (see IsNear). All
 // numbers are normal ones: the exponentials are above e^(−2 · 48²/8) > 2⁻⁸³², what is computed of them above 2⁻⁹²⁰.
 //
-// The code is written in vectors of W doubles, an extension that GCC and Clang share; an operator works on each element.
+// The code is written in vectors of W doubles, an extension that GCC and Clang share; an operator works on each
+// element.
 
 namespace quen::shssim {
 namespace {
@@ -59,8 +61,8 @@ struct Vectors {
   using Pixels __attribute__((vector_size(2 * W))) = std::uint16_t;
 };
 
-// Plain arrays: loops over checked ones would not be vectorised. Scratch memory is written before it is read, and vectors
-// are reinterpreted bit by bit.
+// Plain arrays: loops over checked ones would not be vectorised. Scratch memory is written before it is read, and
+// vectors are reinterpreted bit by bit.
 // NOLINTBEGIN(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
 // NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast)
 

@@ -19,8 +19,8 @@
 #include "testing/faulty_stdio.hpp"
 #include "testing/second_reader.hpp"
 
-// Every path of the library to and from a file, with the disk failing at every call that it gets: a documented exception or
-// none, no descriptor left, and the next call as if nothing had been.
+// Every path of the library to and from a file, with the disk failing at every call that it gets: a documented
+// exception or none, no descriptor left, and the next call as if nothing had been.
 
 namespace {
 

@@ -10,11 +10,11 @@
 #include "shssim/test/simulator_under_test.hpp"
 #include "testing/calibration.hpp"
 
-// The noise of frames, from fixed seeds: spots moved off the detector leave nothing else. Each check turns the noise into
-// a score that is a standard normal deviate if the noise is what it should be: uniform in [−a, a), each pixel of each frame
-// independent of all others. A score beyond 5 has a probability of 6·10⁻⁷; with a new seed for each run, one of the scores
-// below (about 50) would give a false alarm in 3·10⁻⁵ of the runs. Every check is also shown noise with a fault that it
-// must catch.
+// The noise of frames, from fixed seeds: spots moved off the detector leave nothing else. Each check turns the noise
+// into a score that is a standard normal deviate if the noise is what it should be: uniform in [−a, a), each pixel of
+// each frame independent of all others. A score beyond 5 has a probability of 6·10⁻⁷; with a new seed for each run, one
+// of the scores below (about 50) would give a false alarm in 3·10⁻⁵ of the runs. Every check is also shown noise with a
+// fault that it must catch.
 
 namespace {
 

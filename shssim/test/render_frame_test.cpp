@@ -187,8 +187,8 @@ TEST(Noise, LeavesTheGeneratorWhereDrawingPixelByPixelDoes) {
 }
 
 TEST(StdExp, ErrsByLessThanTheKernelReliesOn) {
-  // Against the 64-bit exponential of long double, whose own error is below 2⁻¹⁰ units of a double's last place. Where a
-  // processor's long double is no wider than double (an emulator's) there is nothing to compare with.
+  // Against the 64-bit exponential of long double, whose own error is below 2⁻¹⁰ units of a double's last place. Where
+  // a processor's long double is no wider than double (an emulator's) there is nothing to compare with.
   if (std::exp(1.0L) == static_cast<long double>(std::exp(1.0))) GTEST_SKIP() << "no wide long double here";
   constexpr double kReserve = 1.0 / 2048 + 1.0 / 1024;  // the kernel's own error, and the reference's
   std::mt19937_64 generator(17);

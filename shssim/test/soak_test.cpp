@@ -16,8 +16,8 @@
 #include "testing/calibration.hpp"
 #include "testing/environment.hpp"
 
-// The simulator at full speed for as long as QUEN_SOAK_SECONDS says, five seconds if it says nothing: memory, descriptors
-// and results at the end as at the start. And many simulators at once.
+// The simulator at full speed for as long as QUEN_SOAK_SECONDS says, five seconds if it says nothing: memory,
+// descriptors and results at the end as at the start. And many simulators at once.
 
 namespace {
 

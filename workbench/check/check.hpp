@@ -12,8 +12,8 @@
 
 namespace quen::workbench {
 
-/// Everything that can be found out about the calibration in a folder: its files first, then, if the library loads them,
-/// what they hold.
+/// Everything that can be found out about the calibration in a folder: its files first, then, if the library loads
+/// them, what they hold.
 /// @throws std::runtime_error  a file is missing
 Findings CheckCalibration(const std::string& folder);
 

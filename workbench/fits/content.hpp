@@ -7,8 +7,8 @@
 #include "workbench/fits/input_file.hpp"
 
 /// @file
-/// What a FITS file has, asked without a failure where it has it not. No function leaves messages on CFITSIO's stack, or
-/// gives those of others.
+/// What a FITS file has, asked without a failure where it has it not. No function leaves messages on CFITSIO's stack,
+/// or gives those of others.
 
 namespace quen::workbench {
 

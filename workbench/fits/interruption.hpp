@@ -4,8 +4,8 @@
 
 /// @file
 /// Ctrl-C: a job that is interrupted ends at its next frame, or where it waits for a pipe, takes its unfinished files
-/// away, and is then seen by the shell as ended by the signal. A second Ctrl-C ends it at once. A signal that is ignored
-/// when the tool starts, as nohup and a shell's background jobs have it, stays ignored.
+/// away, and is then seen by the shell as ended by the signal. A second Ctrl-C ends it at once. A signal that is
+/// ignored when the tool starts, as nohup and a shell's background jobs have it, stays ignored.
 
 namespace quen::workbench {
 
@@ -18,7 +18,8 @@ class Interrupted : public std::exception {
   const char* text_;
 };
 
-/// From now on SIGINT and SIGTERM are noted, and a file that may grow no more is an error (EFBIG) where it is written to.
+/// From now on SIGINT and SIGTERM are noted, and a file that may grow no more is an error (EFBIG) where it is written
+/// to.
 void NoteInterruptions();
 
 /// @throws Interrupted  a signal has come

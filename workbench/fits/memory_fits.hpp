@@ -9,9 +9,9 @@
 
 namespace quen::workbench {
 
-/// A FITS file that comes to be in memory, laid out as the library's own: an empty primary image until another is written
-/// to it, then tables, all with checksums. No file, and so no name and no disk, has a part in it. Every function throws
-/// std::runtime_error where CFITSIO fails, for want of memory.
+/// A FITS file that comes to be in memory, laid out as the library's own: an empty primary image until another is
+/// written to it, then tables, all with checksums. No file, and so no name and no disk, has a part in it. Every
+/// function throws std::runtime_error where CFITSIO fails, for want of memory.
 class MemoryFits {
  public:
   MemoryFits();

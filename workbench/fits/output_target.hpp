@@ -28,8 +28,8 @@ struct OutputTarget {
   [[nodiscard]] bool IsInTheWayOf(const OutputTarget& other) const;
 };
 
-/// @throws std::runtime_error  an empty name, a folder, or a name below what is no folder, or in a folder that may not be
-///                             written to
+/// @throws std::runtime_error  an empty name, a folder, or a name below what is no folder, or in a folder that may
+///                             not be written to
 OutputTarget FindTarget(const std::string& name);
 
 /// @throws std::runtime_error  two of the names lead to the same file

@@ -4,8 +4,8 @@
 #include <string_view>
 
 /// @file
-/// What files and arguments hold, fit to be shown to people: names and values may be long, in no known encoding, or made
-/// to command a terminal.
+/// What files and arguments hold, fit to be shown to people: names and values may be long, in no known encoding, or
+/// made to command a terminal.
 
 namespace quen::workbench {
 

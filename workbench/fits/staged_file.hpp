@@ -11,14 +11,14 @@
 /// @file
 /// The files that a command writes. They are claimed before any work, given their content, and committed together:
 ///
-/// - A name leads to the file of that name, after symbolic links, which stay. What is there is replaced by a rename when
-///   the new file is whole, and keeps its mode. Pipes, devices and what the process has open already, its standard
-///   output above all, are written to.
+/// - A name leads to the file of that name, after symbolic links, which stay. What is there is replaced by a
+///   rename when the new file is whole, and keeps its mode. Pipes, devices and what the process has open already, its
+///   standard output above all, are written to.
 /// - A file is whole when it has been written, the disk has said so, and it has been read back.
-/// - Of several files all take their places, or none does, as long as the file system can exchange two files; the message
-///   tells where it could not.
-/// - What is not finished has a name ".quen-shs-<digits>.part" beside its target, and goes when the command fails. If the process
-///   is killed it stays; the next command that writes into that folder takes it away.
+/// - Of several files all take their places, or none does, as long as the file system can exchange two files; the
+///   message tells where it could not.
+/// - What is not finished has a name ".quen-shs-<digits>.part" beside its target, and goes when the command fails.
+///   If the process is killed it stays; the next command that writes into that folder takes it away.
 
 namespace quen::workbench {
 

@@ -22,8 +22,8 @@
 
 namespace quen::workbench {
 
-/// A column: its name, its unit (none if empty), a comment on the unit, and where a row has the value: a member, or what
-/// a function refers to. A span is a vector, as long in all rows as in a new one.
+/// A column: its name, its unit (none if empty), a comment on the unit, and where a row has the value: a member, or
+/// what a function refers to. A span is a vector, as long in all rows as in a new one.
 template <typename Row>
 struct Column {
   const char* name;

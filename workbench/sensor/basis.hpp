@@ -22,10 +22,10 @@ struct Basis {
 /// Zernike modes 2 to 53.
 Basis ZernikeBasis();
 
-/// The Karhunen-Loève functions of Kolmogorov turbulence on the unobscured disc, largest variance first: eigenvectors of
-/// the covariance of Zernike modes 2 to 231 (radial orders to 20), each with its largest coefficient positive; of those
-/// of equal variance that of the least azimuthal order is first, cosines before sines. After J. Y. Wang and J. K. Markey, "Modal compensation of atmospheric
-/// turbulence phase distortion", J. Opt. Soc. Am. 68, 78 (1978).
+/// The Karhunen-Loève functions of Kolmogorov turbulence on the unobscured disc, largest variance first: eigenvectors
+/// of the covariance of Zernike modes 2 to 231 (radial orders to 20), each with its largest coefficient positive; of
+/// those of equal variance that of the least azimuthal order is first, cosines before sines. After J. Y. Wang and J. K.
+/// Markey, "Modal compensation of atmospheric turbulence phase distortion", J. Opt. Soc. Am. 68, 78 (1978).
 Basis KarhunenLoeveBasis();
 
 /// Words for the bases, as arguments give them.
@@ -33,8 +33,8 @@ inline constexpr const char* kZernikeWord = "zernike";
 inline constexpr const char* kKarhunenLoeveWord = "karhunen-loeve";
 Basis BasisByWord(const std::string& word);
 
-/// The basis of a calibration, after the keyword BASIS in the file of its modes-to-slopes matrix; where there is none, or another
-/// one than ours, Zernike modes are taken for it.
+/// The basis of a calibration, after the keyword BASIS in the file of its modes-to-slopes matrix; where there is none,
+/// or another one than ours, Zernike modes are taken for it.
 Basis BasisOfCalibration(const InputFile& m2s);
 
 }  // namespace quen::workbench

@@ -32,8 +32,8 @@ struct Calibration {
   Matrix cm;                       ///< 52 × 1214, radians per pixel: the pseudo-inverse
 };
 
-/// Modes-to-slopes matrix: mean gradient of each mode over each used sub-aperture, in pixels per radian; row k holds the
-/// y displacement of the k-th used sub-aperture, row 607 + k its x displacement.
+/// Modes-to-slopes matrix: mean gradient of each mode over each used sub-aperture, in pixels per radian; row k holds
+/// the y displacement of the k-th used sub-aperture, row 607 + k its x displacement.
 Matrix ModesToSlopes(const std::vector<std::uint8_t>& used, const Basis& basis);
 
 /// The calibration that follows from a geometry and a basis.

@@ -19,7 +19,8 @@ struct Displacements {
 /// Indices of the used sub-apertures, in their order, up to the 607th.
 std::vector<std::size_t> UsedIndices(const std::vector<std::uint8_t>& flags);
 
-/// Gives the used sub-apertures the displacements of a slope vector (y block, then x block); the others stay as they are.
+/// Gives the used sub-apertures the displacements of a slope vector (y block, then x block); the others stay as they
+/// are.
 void SetUsedDisplacements(const Eigen::VectorXd& slopes, const std::vector<std::size_t>& used,
                           Displacements& displacements);
 

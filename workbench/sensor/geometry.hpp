@@ -10,7 +10,8 @@
 /// sub-apertures across and centred on the grid.
 ///
 /// Detector coordinates: pixel centres are at integers, x counts columns, y counts rows. Pupil coordinates: origin in
-/// the pupil's centre, axes as the detector's, the pupil's outer edge at distance 1. Sub-apertures are counted row by row.
+/// the pupil's centre, axes as the detector's, the pupil's outer edge at distance 1. Sub-apertures are counted row by
+/// row.
 
 namespace quen::workbench {
 

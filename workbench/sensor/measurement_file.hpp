@@ -14,8 +14,8 @@ struct MeasuredField {
   std::vector<double> flux;  ///< empty if the file has none
 };
 
-/// Reads the tables "rois", "rois_use" (or "rois_used") and "slopes", of which any may be missing: regions are then those
-/// of the synthetic grid, and all sub-apertures used.
+/// Reads the tables "rois", "rois_use" (or "rois_used") and "slopes", of which any may be missing: regions are then
+/// those of the synthetic grid, and all sub-apertures used.
 /// @throws std::runtime_error  a table is not 1089 rows long, or cannot be read
 MeasuredField ReadField(const InputFile& file);
 

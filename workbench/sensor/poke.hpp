@@ -23,8 +23,8 @@ struct PokeOptions {
 /// The frames that MeasuredModesToSlopes renders.
 inline constexpr int kPokeFrames = 2 * static_cast<int>(quen::basesim::kNumModes);
 
-/// Column m is (s(+a) − s(−a)) / 2a: slopes measured with mode m of the simulator's own matrix at the amplitudes ±a that
-/// move no spot by more than `amplitude`.
+/// Column m is (s(+a) − s(−a)) / 2a: slopes measured with mode m of the simulator's own matrix at the amplitudes ±a
+/// that move no spot by more than `amplitude`.
 /// @param after_frame  called after each frame
 Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOptions& options,
                              const std::function<void()>& after_frame);

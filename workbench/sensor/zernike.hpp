@@ -37,8 +37,8 @@ class Zernike {
   /// Gradient at (x, y), in units of the disc's radius.
   [[nodiscard]] Gradient GradientAt(double x, double y) const;
 
-  /// Mean of the gradient over the square of this size (side length) around (x, y). Exact up to radial order 12, that is
-  /// j ≤ 91; beyond, as close as the square is small.
+  /// Mean of the gradient over the square of this size (side length) around (x, y). Exact up to radial order 12, that
+  /// is j ≤ 91; beyond, as close as the square is small.
   [[nodiscard]] Gradient MeanGradient(double x, double y, double size) const;
 
  private:

@@ -13,8 +13,8 @@ namespace quen::common::Fits {
 
 inline constexpr std::int64_t kBlock = 2880;  ///< bytes; headers and data units are padded to whole ones
 
-/// Whether CFITSIO can leave an HDU of a file opened for writing: it writes within its buffers, and the file grows by no
-/// more than 100 MB.
+/// Whether CFITSIO can leave an HDU of a file opened for writing: it writes within its buffers, and the file grows by
+/// no more than 100 MB.
 /// @param end   where in the file the data are to end, as CFITSIO adds it up: wrapped around where sizes are absurd
 /// @param size  of the file, bytes
 bool CanBeLeft(std::int64_t end, std::int64_t size);
@@ -22,8 +22,8 @@ bool CanBeLeft(std::int64_t end, std::int64_t size);
 /// The same for the HDU that the file is positioned on; true for a file opened for reading.
 bool CanBeLeft(const fitsfile* file);
 
-/// Whether CFITSIO can bring the checksums of the current HDU up to date: it can leave the HDU, and does not go for longer
-/// than about a second over data that are not there.
+/// Whether CFITSIO can bring the checksums of the current HDU up to date: it can leave the HDU, and does not go for
+/// longer than about a second over data that are not there.
 bool CanBeSummed(const fitsfile* file);
 
 /// 0 if the current HDU can be left, and what else is on the way, or a CFITSIO status, with a message on its stack.

@@ -303,8 +303,8 @@ std::optional<ParsedName> ParseByCfitsio(const std::string& name) {
   return ParsedName{path.data(), goal};
 }
 
-/// The same without CFITSIO, whose parser leaves messages for the whole process, where the name is "PATH" or "PATH[HDU]"
-/// and nothing in it has a meaning for CFITSIO.
+/// The same without CFITSIO, whose parser leaves messages for the whole process, where the name is "PATH" or
+/// "PATH[HDU]" and nothing in it has a meaning for CFITSIO.
 std::optional<ParsedName> ParseName(const std::string& name) {
   constexpr const char* kMeaningful = "[](){}<>+:!*?#;, ~";
   const std::size_t bracket = name.find('[');

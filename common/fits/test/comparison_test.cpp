@@ -734,8 +734,8 @@ bool IsListed(const std::string& card, int signal, const std::string& outcome) {
 
 class FitsComparison : public ::testing::Test {
  protected:
-  /// Runs both layers on all cases and expects no difference but for what is listed. Cases that are damaged have the root
-  /// of the keyword as their title.
+  /// Runs both layers on all cases and expects no difference but for what is listed. Cases that are damaged have the
+  /// root of the keyword as their title.
   void Compare(const std::vector<Case>& cases, bool are_damaged = false) {
     const std::vector<Outcome> ours = RunAll(kLibrary, cases, room_);
     const std::vector<Outcome> theirs = RunAll(kPlain, cases, room_);

@@ -190,7 +190,8 @@ TEST(HeaderCheck, RefusalIsAFailureToOpen) {
   EXPECT_EQ(FitsFile(path, std::nullopt)->hdu_type, 0);
 }
 
-/// The file is there to be written to; the table that cannot be looked at is taken for missing, and none can be appended.
+/// The file is there to be written to; the table that cannot be looked at is taken for missing, and none can be
+/// appended.
 TEST(HeaderCheck, FileToBeWrittenToIsOpenedAllTheSame) {
   const TempDir folder;
   const std::string path = folder / "a.fits";

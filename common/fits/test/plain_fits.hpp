@@ -3,8 +3,8 @@
 #include "common/fits/fits.hpp"
 
 /// @file
-/// The operations of common/fits/fits.hpp once more, as plain as they can be said: one CFITSIO call after the other, and
-/// nothing that guards against damaged files. What the library does is compared with this, file by file.
+/// The operations of common/fits/fits.hpp once more, as plain as they can be said: one CFITSIO call after the other,
+/// and nothing that guards against damaged files. What the library does is compared with this, file by file.
 
 namespace quen::testing {
 

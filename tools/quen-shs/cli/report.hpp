@@ -13,8 +13,8 @@ namespace quen::tool {
 
 using Json = nlohmann::ordered_json;
 
-/// A command's result, for people line by line, or for scripts as one JSON object. Whatever texts hold, people get plain
-/// lines.
+/// A command's result, for people line by line, or for scripts as one JSON object. Whatever texts hold, people get
+/// plain lines.
 class Report {
  public:
   /// A value that both see.

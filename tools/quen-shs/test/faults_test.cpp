@@ -13,7 +13,8 @@
 #include "tools/quen-shs/verbs/verbs.hpp"
 #include "workbench/sensor/calibration.hpp"
 
-// The tool's commands with the disk failing at any moment, and killed at any moment: one sentence, and whole files or none.
+// The tool's commands with the disk failing at any moment, and killed at any moment: one sentence, and whole files or
+// none.
 
 namespace {
 

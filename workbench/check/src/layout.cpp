@@ -59,8 +59,8 @@ Field FieldOf(const Matrix& fields, Eigen::Index mode, Layout layout) {
   return field;
 }
 
-/// Once around four neighbours: along x below, along y on the right, and back. Slopes between neighbours are the mean of
-/// theirs.
+/// Once around four neighbours: along x below, along y on the right, and back. Slopes between neighbours are the mean
+/// of theirs.
 double Circulation(const Field& field, Eigen::Index low_left, Eigen::Index low_right, Eigen::Index high_left,
                    Eigen::Index high_right) {
   const auto& [x, y] = field;

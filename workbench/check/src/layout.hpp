@@ -8,8 +8,8 @@
 #include "workbench/sensor/calibration.hpp"
 
 /// @file
-/// The layout of slope vectors, found without knowing the modes: the slopes of any smooth wavefront are a gradient, and a
-/// gradient has no curl. Around four neighbouring sub-apertures its circulation vanishes, to the order in which the
+/// The layout of slope vectors, found without knowing the modes: the slopes of any smooth wavefront are a gradient, and
+/// a gradient has no curl. Around four neighbouring sub-apertures its circulation vanishes, to the order in which the
 /// wavefront is a quadratic one there; if x and y are exchanged, or one of them has another sign, it does not.
 
 namespace quen::workbench {
@@ -44,8 +44,8 @@ enum class Layout {
   kOtherOrder   ///< counted column by column where the sub-apertures are listed row by row, or the other way round
 };
 
-/// Mean squared circulation of all modes around four used neighbours, each mode scaled to unit RMS, over what it would be
-/// for slopes without any order.
+/// Mean squared circulation of all modes around four used neighbours, each mode scaled to unit RMS, over what it would
+/// be for slopes without any order.
 /// @param fields  1214 × 52, a mode per column
 double Curl(const Matrix& fields, Layout layout, const Grid& grid, const std::vector<std::size_t>& used);
 

@@ -145,8 +145,8 @@ TEST_F(ControlLoop, TelemetryIsReadBackAsItWas) {
 }
 
 TEST_F(ControlLoop, LeakForgetsAShareOfTheCorrection) {
-  // Without gain after the first frame's correction nothing is added, so it decays; a gain of 0 leaves nothing to decay,
-  // hence a disturbance that is there in one frame only, and an engine that is exact.
+  // Without gain after the first frame's correction nothing is added, so it decays; a gain of 0 leaves nothing to
+  // decay, hence a disturbance that is there in one frame only, and an engine that is exact.
   Series pulse = Series::Zero(6, 52);
   pulse(0, 2) = 1.0;
   const LoopRun kept = RunAll(pulse, {.gain = 0.5, .leak = 0.0, .noise = 0.0, .engine = "gaussian-fit"});

@@ -20,8 +20,8 @@ void Line(cairo_t* cr, double x1, double y1, double x2, double y2) {
   cairo_stroke(cr);
 }
 
-/// Points of a curve that lie in the same column of pixels. A stroke shows no more of them than their extremes, and Cairo
-/// takes seconds for a hundred thousand points.
+/// Points of a curve that lie in the same column of pixels. A stroke shows no more of them than their extremes, and
+/// Cairo takes seconds for a hundred thousand points.
 struct Column {
   double x;
   double top;

@@ -40,8 +40,8 @@ struct Scale {
 /// A linear scale from 0 to `last`, finite and above 0, with ticks at round numbers.
 Scale LinearScale(double last);
 
-/// A logarithmic scale that holds all of a range above `smallest`, and that value if the range is empty. A dozen ticks at
-/// most, at round numbers.
+/// A logarithmic scale that holds all of a range above `smallest`, and that value if the range is empty. A dozen ticks
+/// at most, at round numbers.
 Scale LogarithmicScale(const Range& range, double smallest);
 
 /// A remark on what is left out of a picture, " (3 not finite)" for instance; empty if nothing is.
@@ -66,7 +66,8 @@ class Plot {
   void DrawDots(const Colour& colour, std::size_t count, const std::function<double(std::size_t)>& x,
                 const std::function<double(std::size_t)>& y) const;
 
-  /// A line of the legend beside the box: a stroke, as curves are drawn now, and a name. Places are counted from the top.
+  /// A line of the legend beside the box: a stroke, as curves are drawn now, and a name. Places are counted from the
+  /// top.
   void DrawLegend(const Colour& colour, std::size_t place, const std::string& name) const;
 
  private:

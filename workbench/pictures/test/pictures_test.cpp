@@ -27,8 +27,8 @@
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/shapes.hpp"
 
-// Each picture against one that was looked at. References are in workbench/pictures/test/expected, four times reduced along
-// either axis; QUEN_UPDATE_PICTURES=1 writes them anew, to be looked at again.
+// Each picture against one that was looked at. References are in workbench/pictures/test/expected, four times reduced
+// along either axis; QUEN_UPDATE_PICTURES=1 writes them anew, to be looked at again.
 
 namespace {
 
