@@ -1,5 +1,6 @@
-# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, workbench, tool, and fuzz-replay (fuzz/CMakeLists.txt). Those
-# with a COST are the longest, and begin first, so that no processor waits for them at the end.
+# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, workbench, tool, and fuzz-replay
+# (fuzz/CMakeLists.txt). Those with a COST are the longest, and begin first, so that no processor waits for them at the
+# end.
 enable_testing()
 include(GoogleTest)
 find_package(GTest REQUIRED)
@@ -51,7 +52,8 @@ quen_add_test(statistics_test LABEL statistics SOURCES shssim/test/noise_statist
               LIBRARIES quen_shssim_static)
 quen_add_test(soak_test LABEL soak SOURCES shssim/test/soak_test.cpp LIBRARIES quen_shssim_static)
 quen_add_test(random_fault_test SOURCES common/random/test/random_fault_test.cpp LIBRARIES quen_shssim_static)
-quen_add_test(fits_fault_test SOURCES common/fits/test/fits_fault_test.cpp LIBRARIES quen_shssim_static ${CMAKE_DL_LIBS})
+quen_add_test(fits_fault_test SOURCES common/fits/test/fits_fault_test.cpp
+              LIBRARIES quen_shssim_static ${CMAKE_DL_LIBS})
 # CFITSIO reads memory that it has not set, which a sanitizer's allocator fills differently in every run.
 if(NOT QUEN_SANITIZE)
   quen_add_test(
@@ -192,7 +194,8 @@ if(QUEN_BUILD_TOOLS)
   set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600 COST 100)
 endif()
 
-# --- The installed package, and the ways to configure it. A sanitized library needs sanitized hosts, which these are not.
+# --- The installed package, and the ways to configure it. A sanitized library needs sanitized hosts, which these are
+# not.
 if(QUEN_BUILD_TOOLS AND NOT QUEN_SANITIZE)
   add_test(NAME Configuring.NeedsTheToolsPackagesForTheToolAlone
            COMMAND cmake/test/check_configuring.sh ${PROJECT_SOURCE_DIR} ${CMAKE_CXX_COMPILER}

@@ -1,4 +1,5 @@
-# The workbench and the host tool, and what they need beyond the library. With AUTO it is left out where something of that is missing.
+# The workbench and the host tool, and what they need beyond the library. With AUTO they are left out where something of
+# that is missing.
 set(QUEN_BUILD_TOOLS AUTO CACHE STRING "Build the host tool quen-shs: ON, OFF or AUTO")
 set_property(CACHE QUEN_BUILD_TOOLS PROPERTY STRINGS AUTO ON OFF)
 
