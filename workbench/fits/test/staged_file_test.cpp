@@ -189,6 +189,12 @@ TEST_F(Staged, LeftoversOfKilledRunsAreRemovedAndNothingElse) {
       "quen-shs-0123456789abcdef0123456789abcdef.part", "a.part", ".quen-shs-0123456789abcdef0123456789abcdef.part~"};
   for (const std::string& name : others) WriteText(File(name), "");
   WriteText(File(dead), "half");
+  const std::vector<std::string> no_files = {".quen-shs-00000000000000000000000000000001.part",
+                                             ".quen-shs-00000000000000000000000000000002.part",
+                                             ".quen-shs-00000000000000000000000000000003.part"};
+  ASSERT_EQ(mkfifo(File(no_files[0]).c_str(), 0600), 0);
+  std::filesystem::create_symlink("a", File(no_files[1]));
+  std::filesystem::create_directory(File(no_files[2]));
   quen::workbench::UnfinishedFile alive = quen::workbench::MakeUnfinished(folder_.Path(), 0600);
   WriteAll({File("a")});
   EXPECT_FALSE(std::filesystem::exists(File(dead)));
@@ -197,6 +203,7 @@ TEST_F(Staged, LeftoversOfKilledRunsAreRemovedAndNothingElse) {
   alive.file = quen::workbench::Descriptor();
   WriteAll({File("a")});
   EXPECT_FALSE(std::filesystem::exists(alive.path));
+  for (const std::string& name : no_files) EXPECT_TRUE(std::filesystem::exists(File(name))) << name;
 }
 
 TEST_F(Staged, UnfinishedFilesHaveNamesOfTheirOwn) {
