@@ -406,6 +406,20 @@ class Traced(Folder):
                                ("write", "fsync", "pread64", "renameat2"),
                                ["view", "s/loop/telemetry.fits", "--png=p.png"])
 
+    def test_faults_of_check(self):
+        """A file that cannot be opened at some moment says nothing of the calibration."""
+        whole, lines = self.trace("openat", "check", "s")
+        opened = [line for line in lines if line.startswith("openat(")]
+        nths = [nth for nth, line in enumerate(opened, 1) if '"/proc/self/fd/' in line]
+        self.assertGreater(len(nths), 10)
+        for nth in nths:
+            result, _ = self.trace("openat", "check", "s", inject=[f"openat:error=EIO:when={nth}"], check=False)
+            if result.returncode == 0:
+                self.assertEqual(result.stdout, whole.stdout, nth)
+            else:
+                self.assertEqual((result.returncode, result.stdout), (1, b""), nth)
+                self.assertNotIn(b"trusted", result.stderr)
+
     def test_rename_without_exchange(self):
         for arguments in (["measure", "s", "s/frame.fits"], ["measure", "s", "s/frame.fits", "--output=new.fits"]):
             self.trace("renameat2", *arguments, inject=["renameat2:error=EINVAL"])
@@ -587,6 +601,17 @@ class Streams(Folder):
                 with open(self.path(name), "ab"):
                     pass
         self.assertGreater(done, 5)
+
+    def test_few_descriptors_are_no_verdict(self):
+        ends = set()
+        for limit in range(4, 12):
+            def few(limit=limit):
+                resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit))
+            result = self.run_tool("check", "s", preexec_fn=few)
+            ends.add(result.returncode)
+            self.assertNotIn(b"WRONG", result.stdout, limit)
+            self.assertNotIn(b"trusted", result.stderr, limit)
+        self.assertEqual(ends, {0, 1})
 
     def test_size_limit(self):
         def little():

@@ -185,8 +185,10 @@ TEST_F(Staged, FoldersMadeForFilesThatFailGoAgain) {
 TEST_F(Staged, LeftoversOfKilledRunsAreRemovedAndNothingElse) {
   const std::string dead = ".quen-shs-0123456789abcdef0123456789abcdef.part";
   const std::vector<std::string> others = {
-      ".quen-shs-0123456789abcdef0123456789abcde.part", ".quen-shs-0123456789abcdef0123456789abcdeg.part",
-      "quen-shs-0123456789abcdef0123456789abcdef.part", "a.part", ".quen-shs-0123456789abcdef0123456789abcdef.part~"};
+      ".quen-shs-0123456789abcdef0123456789abcde.part",   ".quen-shs-0123456789abcdef0123456789abcdeg.part",
+      "quen-shs-0123456789abcdef0123456789abcdef.part",   "a.part",
+      ".quen-shs-0123456789abcdef0123456789abcdef.part~", ".quen-ssh-0123456789abcdef0123456789abcdef.part",
+      ".quen-shs-0123456789abcdef0123456789abcdef.trap",  ".quen-shs-0123456789abcdef0123456789abcdef0.part"};
   for (const std::string& name : others) WriteText(File(name), "");
   WriteText(File(dead), "half");
   const std::vector<std::string> no_files = {".quen-shs-00000000000000000000000000000001.part",
@@ -204,6 +206,17 @@ TEST_F(Staged, LeftoversOfKilledRunsAreRemovedAndNothingElse) {
   WriteAll({File("a")});
   EXPECT_FALSE(std::filesystem::exists(alive.path));
   for (const std::string& name : no_files) EXPECT_TRUE(std::filesystem::exists(File(name))) << name;
+}
+
+TEST_F(Staged, WhatWasReplacedIsNoLeftoverAsLongAsItCanComeBack) {
+  WriteText(File("a"), "old");
+  quen::workbench::StagedFile file(quen::workbench::FindTarget(File("a")));
+  file.Write("new");
+  file.TakePlace();
+  EXPECT_EQ(Text(File("a")), "new");
+  quen::workbench::RemoveLeftovers(folder_.Path());
+  EXPECT_TRUE(file.Undo());
+  EXPECT_EQ(Text(File("a")), "old");
 }
 
 TEST_F(Staged, UnfinishedFilesHaveNamesOfTheirOwn) {
