@@ -420,6 +420,12 @@ class Traced(Folder):
                 self.assertEqual((result.returncode, result.stdout), (1, b""), nth)
                 self.assertNotIn(b"trusted", result.stderr)
 
+    def test_folder_that_may_not_be_written_to(self):
+        measure, fault = ["measure", "s", "s/frame.fits"], ["faccessat2:error=EACCES"]
+        result, _ = self.trace("faccessat2", *measure, "--output=new.fits", inject=fault, check=False)
+        self.assertEqual(result.stderr, b"quen-shs: cannot write new.fits: Permission denied\n")
+        self.trace("faccessat2", *measure, "--output=/dev/null", inject=fault)
+
     def test_rename_without_exchange(self):
         for arguments in (["measure", "s", "s/frame.fits"], ["measure", "s", "s/frame.fits", "--output=new.fits"]):
             self.trace("renameat2", *arguments, inject=["renameat2:error=EINVAL"])
@@ -465,10 +471,12 @@ class Streams(Folder):
                           stderr=subprocess.DEVNULL)
             self.assertEqual(os.stat(self.path("q.png")).st_ino, inode)
         self.assertEqual(read(self.path("q.png")), b"before" + picture)
-        with open(self.path("r.png"), "wb") as file:  # under its own name
-            self.run_tool("view", "s/loop/sweep.fits", "--png=r.png", "--json", capture_output=False, stdout=file,
-                          stderr=subprocess.DEVNULL)
-        self.assertEqual(read(self.path("r.png")), picture)
+        for stream in ("stdout", "stderr"):
+            with open(self.path("r.png"), "wb") as file:  # under its own name
+                self.run_tool("view", "s/loop/sweep.fits", "--png=r.png", "--json", capture_output=False,
+                              **{"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL, stream: file})
+                self.assertEqual(os.stat(self.path("r.png")).st_ino, os.fstat(file.fileno()).st_ino, stream)
+            self.assertEqual(read(self.path("r.png")), picture, stream)
 
     def test_pipes_are_read(self):
         expected = self.contents("s/slopes.fits")["s/slopes.fits"]
