@@ -130,7 +130,8 @@ if(QUEN_BUILD_TOOLS)
   quen_add_test(
     workbench_test
     LABEL workbench
-    SOURCES workbench/fits/test/numbers_test.cpp
+    SOURCES workbench/fits/test/disk_test.cpp
+            workbench/fits/test/numbers_test.cpp
             workbench/fits/test/plain_text_test.cpp
             workbench/fits/test/staged_file_test.cpp
             workbench/engines/test/engines_test.cpp

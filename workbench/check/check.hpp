@@ -14,7 +14,7 @@ namespace quen::workbench {
 
 /// Everything that can be found out about the calibration in a folder: its files first, then, if the library loads
 /// them, what they hold.
-/// @throws std::runtime_error  a file is missing
+/// @throws std::runtime_error  a file is missing, or the system does not let it be opened
 Findings CheckCalibration(const std::string& folder);
 
 /// Its parts: its files, and what the library has loaded of them.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -23,6 +24,10 @@ bool IsFits(const InputFile& file);
 /// @throws std::runtime_error  the library refuses it, or its header declares more than the file holds: whoever makes
 ///                             room for what is declared then takes no more memory than a file of that size justifies
 quen::common::Fits::Handle OpenFits(const InputFile& file, const std::optional<std::string>& extension);
+
+/// Whether this is the library's failure to open a file. An InputFile is open already: it is the system that has failed,
+/// for want of descriptors or of memory, and nothing is said of what the file holds.
+bool IsFailureToOpen(const std::exception& error);
 
 /// Whether the file has a binary table of this name.
 /// @throws std::runtime_error  that cannot be told, or it has one that cannot be read

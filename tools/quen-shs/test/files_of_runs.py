@@ -406,6 +406,26 @@ class Traced(Folder):
                                ("write", "fsync", "pread64", "renameat2"),
                                ["view", "s/loop/telemetry.fits", "--png=p.png"])
 
+    def test_faults_of_check(self):
+        """A file that cannot be opened at some moment says nothing of the calibration."""
+        whole, lines = self.trace("openat", "check", "s")
+        opened = [line for line in lines if line.startswith("openat(")]
+        nths = [nth for nth, line in enumerate(opened, 1) if '"/proc/self/fd/' in line]
+        self.assertGreater(len(nths), 10)
+        for nth in nths:
+            result, _ = self.trace("openat", "check", "s", inject=[f"openat:error=EIO:when={nth}"], check=False)
+            if result.returncode == 0:
+                self.assertEqual(result.stdout, whole.stdout, nth)
+            else:
+                self.assertEqual((result.returncode, result.stdout), (1, b""), nth)
+                self.assertNotIn(b"trusted", result.stderr)
+
+    def test_folder_that_may_not_be_written_to(self):
+        measure, fault = ["measure", "s", "s/frame.fits"], ["faccessat2:error=EACCES"]
+        result, _ = self.trace("faccessat2", *measure, "--output=new.fits", inject=fault, check=False)
+        self.assertEqual(result.stderr, b"quen-shs: cannot write new.fits: Permission denied\n")
+        self.trace("faccessat2", *measure, "--output=/dev/null", inject=fault)
+
     def test_rename_without_exchange(self):
         for arguments in (["measure", "s", "s/frame.fits"], ["measure", "s", "s/frame.fits", "--output=new.fits"]):
             self.trace("renameat2", *arguments, inject=["renameat2:error=EINVAL"])
@@ -451,10 +471,12 @@ class Streams(Folder):
                           stderr=subprocess.DEVNULL)
             self.assertEqual(os.stat(self.path("q.png")).st_ino, inode)
         self.assertEqual(read(self.path("q.png")), b"before" + picture)
-        with open(self.path("r.png"), "wb") as file:  # under its own name
-            self.run_tool("view", "s/loop/sweep.fits", "--png=r.png", "--json", capture_output=False, stdout=file,
-                          stderr=subprocess.DEVNULL)
-        self.assertEqual(read(self.path("r.png")), picture)
+        for stream in ("stdout", "stderr"):
+            with open(self.path("r.png"), "wb") as file:  # under its own name
+                self.run_tool("view", "s/loop/sweep.fits", "--png=r.png", "--json", capture_output=False,
+                              **{"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL, stream: file})
+                self.assertEqual(os.stat(self.path("r.png")).st_ino, os.fstat(file.fileno()).st_ino, stream)
+            self.assertEqual(read(self.path("r.png")), picture, stream)
 
     def test_pipes_are_read(self):
         expected = self.contents("s/slopes.fits")["s/slopes.fits"]
@@ -587,6 +609,17 @@ class Streams(Folder):
                 with open(self.path(name), "ab"):
                     pass
         self.assertGreater(done, 5)
+
+    def test_few_descriptors_are_no_verdict(self):
+        ends = set()
+        for limit in range(4, 12):
+            def few(limit=limit):
+                resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit))
+            result = self.run_tool("check", "s", preexec_fn=few)
+            ends.add(result.returncode)
+            self.assertNotIn(b"WRONG", result.stdout, limit)
+            self.assertNotIn(b"trusted", result.stderr, limit)
+        self.assertEqual(ends, {0, 1})
 
     def test_size_limit(self):
         def little():

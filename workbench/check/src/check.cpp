@@ -4,6 +4,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "workbench/fits/content.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 
 namespace quen::workbench {
@@ -20,6 +21,7 @@ std::optional<quen::shssim::ShsSimulator> Load(Findings& findings) {
   } catch (const std::bad_alloc&) {
     throw;  // says nothing of the calibration
   } catch (const std::exception& error) {
+    if (IsFailureToOpen(error)) throw;  // nor does this
     findings.push_back({Verdict::kWrong, "loading", std::string("the library refuses it: ") + error.what()});
     return std::nullopt;
   }

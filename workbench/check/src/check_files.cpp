@@ -35,6 +35,7 @@ Finding CheckMatrixFile(const std::string& name, const InputFile& file, const Ax
     }
     return {Verdict::kGood, name, path};
   } catch (const std::runtime_error& error) {
+    if (IsFailureToOpen(error)) throw;  // says nothing of the calibration
     return {Verdict::kWrong, name, path + ": " + error.what()};
   }
 }

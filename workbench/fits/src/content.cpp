@@ -103,6 +103,12 @@ Handle OpenFits(const InputFile& file, const std::optional<std::string>& extensi
   });
 }
 
+bool IsFailureToOpen(const std::exception& error) {
+  std::array<char, FLEN_STATUS> text{};
+  fits_get_errstatus(FILE_NOT_OPENED, text.data());
+  return std::string_view(error.what()).find(text.data()) != std::string_view::npos;
+}
+
 bool HasTable(const InputFile& file, const char* name) {
   return Reading(file, [&] {
     try {

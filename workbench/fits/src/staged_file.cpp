@@ -127,7 +127,9 @@ void StagedFile::Write(std::string_view bytes) {
     WriteToDisk(file_.Number(), bytes, 0, file_.Number());
     struct stat status {};
     if (fstat(file_.Number(), &status) != 0) RefuseToWrite(target_.name, errno);
-    if (static_cast<std::size_t>(status.st_size) != bytes.size()) RefuseToWrite(target_.name, EIO);
+    if (static_cast<std::size_t>(status.st_size) != bytes.size()) {
+      throw std::system_error(EIO, std::generic_category());
+    }
     const bool keeps_mode = !target_.Exists() || (status.st_mode & ALLPERMS) == target_.mode;
     if (!keeps_mode && fchmod(file_.Number(), target_.mode) != 0) RefuseToWrite(target_.name, errno);
   } catch (const std::system_error& error) {
@@ -203,6 +205,7 @@ StagedFiles::StagedFiles(const std::vector<std::string>& names) {
 }
 
 StagedFiles::~StagedFiles() {
+  // Those that have a file in them stay: the system removes empty folders only.
   for (auto folder = folders_.rbegin(); folder != folders_.rend(); ++folder) rmdir(folder->c_str());
 }
 
@@ -238,7 +241,6 @@ void StagedFiles::Commit() {
   }
   ThrowIfInterrupted();
   TakePlaces(files);
-  folders_.clear();
 }
 
 void StagedFiles::MakeFolders(const OutputTarget& target) {

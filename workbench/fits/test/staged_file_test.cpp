@@ -76,9 +76,19 @@ TEST_F(Staged, SymbolicLinksAreFollowedAndStay) {
                                    [&] { StagedFiles({File("round")}); });
 }
 
+TEST_F(Staged, AsManyLinksAreFollowedAsTheSystemFollows) {
+  constexpr int kMost = 40;
+  for (int link = 0; link <= kMost; ++link) {
+    std::filesystem::create_symlink(link == 0 ? "a" : std::to_string(link - 1), File(std::to_string(link)));
+  }
+  WriteAll({File(std::to_string(kMost - 1))});
+  EXPECT_EQ(Text(File("a")), "new");
+  EXPECT_THROW(StagedFiles({File(std::to_string(kMost))}), std::runtime_error);
+}
+
 TEST_F(Staged, ModeOfAnExistingFileIsKeptAndTheUmaskIsForNewOnes) {
   const mode_t before = umask(027);
-  for (const unsigned int mode : {0600U, 0666U, 0444U, 0751U}) {
+  for (const unsigned int mode : {0600U, 0666U, 0444U, 0751U, 06711U}) {
     WriteText(File("a"), "old");
     chmod(File("a").c_str(), mode);
     WriteAll({File("a")});
@@ -131,6 +141,9 @@ TEST_F(Staged, NamesThatCannotBeWrittenAreRefusedBeforeAnyWork) {
           "cannot write " + File("folder") + ": it names a folder; give the name of a file");
   refuses({File("none/")}, "cannot write " + File("none/") + ": it names a folder; give the name of a file");
   refuses({File("file/a")}, "cannot make " + File("file") + ": Not a directory");
+  refuses({File("file/a/b")}, "cannot make " + File("file/a") + ": Not a directory");
+  ExpectThrows<std::runtime_error>("expected the name of a file to write to, found an empty one",
+                                   [] { quen::workbench::FindTarget(""); });
   for (const auto& [one, other] : std::vector<std::pair<std::string, std::string>>{{"new", "new"},
                                                                                    {"new", "folder/../new"},
                                                                                    {"file", "link"},
@@ -185,10 +198,19 @@ TEST_F(Staged, FoldersMadeForFilesThatFailGoAgain) {
 TEST_F(Staged, LeftoversOfKilledRunsAreRemovedAndNothingElse) {
   const std::string dead = ".quen-shs-0123456789abcdef0123456789abcdef.part";
   const std::vector<std::string> others = {
-      ".quen-shs-0123456789abcdef0123456789abcde.part", ".quen-shs-0123456789abcdef0123456789abcdeg.part",
-      "quen-shs-0123456789abcdef0123456789abcdef.part", "a.part", ".quen-shs-0123456789abcdef0123456789abcdef.part~"};
+      ".quen-shs-0123456789abcdef0123456789abcde.part",   ".quen-shs-0123456789abcdef0123456789abcdeg.part",
+      "quen-shs-0123456789abcdef0123456789abcdef.part",   "a.part",
+      ".quen-shs-0123456789abcdef0123456789abcdef.part~", ".quen-shs-0123456789ABCDEF0123456789abcdef.part",
+      ".quen-ssh-0123456789abcdef0123456789abcdef.part",  ".quen-shs-0123456789abcdef0123456789abcdef.trap",
+      ".quen-shs-0123456789abcdef0123456789abcdef0.part"};
   for (const std::string& name : others) WriteText(File(name), "");
   WriteText(File(dead), "half");
+  const std::vector<std::string> no_files = {".quen-shs-00000000000000000000000000000001.part",
+                                             ".quen-shs-00000000000000000000000000000002.part",
+                                             ".quen-shs-00000000000000000000000000000003.part"};
+  ASSERT_EQ(mkfifo(File(no_files[0]).c_str(), 0600), 0);
+  std::filesystem::create_symlink("a", File(no_files[1]));
+  std::filesystem::create_directory(File(no_files[2]));
   quen::workbench::UnfinishedFile alive = quen::workbench::MakeUnfinished(folder_.Path(), 0600);
   WriteAll({File("a")});
   EXPECT_FALSE(std::filesystem::exists(File(dead)));
@@ -197,6 +219,18 @@ TEST_F(Staged, LeftoversOfKilledRunsAreRemovedAndNothingElse) {
   alive.file = quen::workbench::Descriptor();
   WriteAll({File("a")});
   EXPECT_FALSE(std::filesystem::exists(alive.path));
+  for (const std::string& name : no_files) EXPECT_TRUE(std::filesystem::exists(File(name))) << name;
+}
+
+TEST_F(Staged, WhatWasReplacedIsNoLeftoverAsLongAsItCanComeBack) {
+  WriteText(File("a"), "old");
+  quen::workbench::StagedFile file(quen::workbench::FindTarget(File("a")));
+  file.Write("new");
+  file.TakePlace();
+  EXPECT_EQ(Text(File("a")), "new");
+  quen::workbench::RemoveLeftovers(folder_.Path());
+  EXPECT_TRUE(file.Undo());
+  EXPECT_EQ(Text(File("a")), "old");
 }
 
 TEST_F(Staged, UnfinishedFilesHaveNamesOfTheirOwn) {

@@ -84,6 +84,7 @@ std::vector<SweepPoint> RunSweep(quen::shssim::ShsSimulator& simulator, const Se
 std::string SweepFile(const LoopOptions& options, const std::string& disturbance,
                       const std::vector<SweepPoint>& points) {
   std::vector<SweepRow> rows;
+  rows.reserve(points.size());
   for (const SweepPoint& point : points) {
     rows.push_back({point.gain, point.residual, point.disturbance, static_cast<double>(point.frames)});
   }

@@ -42,6 +42,7 @@ constexpr std::array<Column<TelemetryRow>, 6> kColumns = {
 std::string TelemetryFile(const LoopOptions& options, const std::string& disturbance,
                           const std::vector<FrameRecord>& records) {
   std::vector<TelemetryRow> rows;
+  rows.reserve(records.size());
   for (const FrameRecord& record : records) {
     rows.push_back({static_cast<std::int32_t>(rows.size()), record.disturbance.norm(), record.residual.norm(), record});
   }

@@ -56,6 +56,7 @@ std::string MatrixFile(const Calibration& calibration, const Matrix& matrix, con
 
 std::string RoisFile(const Calibration& calibration) {
   std::vector<RegionRow> rows;
+  rows.reserve(kNumRois);
   const int size = calibration.geometry.size;
   for (std::size_t i = 0; i < kNumRois; ++i) {
     const Cell cell = CellAt(calibration.geometry, i);

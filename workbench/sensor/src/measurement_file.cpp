@@ -57,8 +57,10 @@ MeasuredField ReadField(const InputFile& file) {
 
 std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator) {
   std::vector<RegionRow> regions;
+  regions.reserve(kNumRois);
   for (const Roi& roi : simulator.Rois()) regions.push_back(RowOf(roi));
   std::vector<SlopeRow> slopes;
+  slopes.reserve(kNumRois);
   for (std::size_t i = 0; i < kNumRois; ++i) {
     slopes.push_back({simulator.Flux()[i], simulator.XSlopes()[i], simulator.YSlopes()[i]});
   }
