@@ -422,8 +422,9 @@ class Traced(Folder):
 
     def test_folder_that_may_not_be_written_to(self):
         measure, fault = ["measure", "s", "s/frame.fits"], ["faccessat2:error=EACCES"]
-        result, _ = self.trace("faccessat2", *measure, "--output=new.fits", inject=fault, check=False)
-        self.assertEqual(result.stderr, b"quen-shs: cannot write new.fits: Permission denied\n")
+        new = self.path("new.fits")
+        result, _ = self.trace("faccessat2", *measure, f"--output={new}", inject=fault, check=False)
+        self.assertEqual(result.stderr.decode(), f"quen-shs: cannot write {new}: Permission denied\n")
         self.trace("faccessat2", *measure, "--output=/dev/null", inject=fault)
 
     def test_rename_without_exchange(self):
