@@ -22,7 +22,8 @@ std::vector<std::string> EngineNames();
 /// Their options and what they are, for the help: a line with the name of each engine, and one per option of it.
 std::string EngineHelp();
 
-/// @throws std::invalid_argument  no such engine, no such option, a value that is none or is out of its range
+/// @throws std::invalid_argument  no such engine, no such option, a value that is not what the option takes, or one out
+///                                of its range
 std::unique_ptr<Engine> MakeEngine(const std::string& text);
 
 }  // namespace quen::workbench

@@ -7,8 +7,8 @@
 
 namespace quen::workbench {
 
-/// A FITS file with a binary table "scores", a row per noise and engine: both, and what a Score holds, displacements in
-/// pixels.
+/// A FITS file with a binary table "scores", a row per noise and engine, which has the two and what a Score holds.
+/// Displacements are in pixels.
 std::string ScoreFile(const ErrorCurves& curves, const quen::centroiders::ScoreOptions& options);
 
 /// Reads what ScoreFile has made.

@@ -8,8 +8,8 @@
 #include "workbench/fits/input_file.hpp"
 
 /// @file
-/// What a FITS file has, asked without a failure where it has it not. No function leaves messages on CFITSIO's stack,
-/// or gives those of others.
+/// Questions about what a FITS file holds; that it does not hold something is an answer, not a failure. No function
+/// leaves messages on CFITSIO's stack, or reports messages that others have left there.
 
 namespace quen::workbench {
 
@@ -21,8 +21,9 @@ void RequireFits(const InputFile& file);
 bool IsFits(const InputFile& file);
 
 /// Opens a file at its primary image, or at an extension, through the library.
-/// @throws std::runtime_error  the library refuses it, or its header declares more than the file holds: whoever makes
-///                             room for what is declared then takes no more memory than a file of that size justifies
+/// @throws std::runtime_error  the library refuses it, or its header declares more data than the file holds. A caller
+///                             that makes room for what is declared thus takes no more memory than the file's size
+///                             justifies
 quen::common::Fits::Handle OpenFits(const InputFile& file, const std::optional<std::string>& extension);
 
 /// Whether this is the library's failure to open a file. An InputFile is open already: it is the system that has failed,
@@ -30,17 +31,17 @@ quen::common::Fits::Handle OpenFits(const InputFile& file, const std::optional<s
 bool IsFailureToOpen(const std::exception& error);
 
 /// Whether the file has a binary table of this name.
-/// @throws std::runtime_error  that cannot be told, or it has one that cannot be read
+/// @throws std::runtime_error  it cannot be told, or the table cannot be read
 bool HasTable(const InputFile& file, const char* name);
 
-/// @throws std::runtime_error  it is no FITS file, or has no binary table of this name
+/// @throws std::runtime_error  it is not a FITS file, or has no binary table of this name
 void RequireTable(const InputFile& file, const char* name);
 
-/// A number of the header that the handle stands on; `otherwise` without the keyword.
-/// @throws std::runtime_error  it is no number, or cannot be read
+/// The number at a keyword of the header that the handle stands on; `otherwise` if the header lacks the keyword.
+/// @throws std::runtime_error  it is not a number, or cannot be read
 double NumberKey(const InputFile& file, const quen::common::Fits::Handle& handle, const char* key, double otherwise);
 
-/// Text of it; empty without the keyword.
+/// The text at a keyword of that header; empty if the header lacks the keyword.
 /// @throws std::runtime_error  it cannot be read
 std::string TextKey(const InputFile& file, const quen::common::Fits::Handle& handle, const char* key);
 

@@ -8,18 +8,19 @@
 #include "workbench/fits/descriptor.hpp"
 
 /// @file
-/// A file to be read, opened once, under exactly the name that the user wrote: no character of it means anything else.
+/// A file to be read, opened once, under exactly the name that the user wrote: no character in it has a special
+/// meaning.
 
 namespace quen::workbench {
 
 /// An open file. A pipe, a terminal or a device is read to its end into memory, and is then like any other file.
 class InputFile {
  public:
-  /// @throws std::runtime_error  no such file, a folder, not to be read, more than 4 GiB, a pipe with more than 256 MiB
+  /// @throws std::runtime_error  no such file, a folder, not readable, more than 4 GiB, a pipe with more than 256 MiB
   /// @throws Interrupted         a signal has come while a pipe was waited for
   explicit InputFile(const std::string& name);
 
-  /// A file that is in memory only.
+  /// A file that is only in memory.
   /// @param name  in messages
   /// @throws std::runtime_error  there is no memory for it
   static InputFile InMemory(const std::string& name, std::string_view bytes);
@@ -28,7 +29,7 @@ class InputFile {
   [[nodiscard]] const std::string& Name() const { return name_; }
 
   /// The name under which the library opens this very file, as long as the object lives, whatever happens to its name.
-  /// @throws std::runtime_error  /proc is not mounted, and the file's own name would mean something to CFITSIO
+  /// @throws std::runtime_error  /proc is not mounted, and the file's own name would mean something else to CFITSIO
   [[nodiscard]] std::string Path() const;
 
   [[nodiscard]] std::uint64_t Size() const { return size_; }
@@ -65,8 +66,8 @@ class InputFile {
   bool is_regular_ = false;
 };
 
-/// What `read` returns. What it throws of the library's is thrown on with the name that the user wrote.
-/// @throws std::runtime_error  so
+/// Returns what `read` returns.
+/// @throws std::runtime_error  `read` threw: its message, with the name that the user wrote
 template <typename Read>
 auto Reading(const InputFile& file, const Read& read) {
   try {

@@ -3,8 +3,8 @@
 #include <exception>
 
 /// @file
-/// Ctrl-C: a job that is interrupted ends at its next frame, or where it waits for a pipe, takes its unfinished files
-/// away, and is then seen by the shell as ended by the signal. A second Ctrl-C ends it at once. A signal that is
+/// Ctrl-C: a job that is interrupted ends at its next frame, or where it waits for a pipe, removes its unfinished
+/// files, and ends so that the shell sees the signal as the reason. A second Ctrl-C ends it at once. A signal that is
 /// ignored when the tool starts, as nohup and a shell's background jobs have it, stays ignored.
 
 namespace quen::workbench {
@@ -18,8 +18,8 @@ class Interrupted : public std::exception {
   const char* text_;
 };
 
-/// From now on SIGINT and SIGTERM are noted, and a file that may grow no more is an error (EFBIG) where it is written
-/// to.
+/// From now on SIGINT and SIGTERM are noted, and writing to a file that has reached its size limit is an error (EFBIG)
+/// instead of the end of the process.
 void NoteInterruptions();
 
 /// @throws Interrupted  a signal has come
@@ -30,7 +30,7 @@ void ThrowIfInterrupted();
 /// @throws Interrupted  a signal has come, before or meanwhile
 void WaitFor(int descriptor, short events);
 
-/// Waits for a moment, in which others may get on.
+/// Waits for a moment, in which other processes may go on.
 /// @throws Interrupted  a signal has come, before or meanwhile
 void WaitForAMoment();
 

@@ -9,14 +9,14 @@
 
 namespace quen::workbench {
 
-/// A FITS file that comes to be in memory, laid out as the library's own: an empty primary image until another is
-/// written to it, then tables, all with checksums. No file, and so no name and no disk, has a part in it. Every
-/// function throws std::runtime_error where CFITSIO fails, for want of memory.
+/// A FITS file that is made in memory, laid out as the library's own: a primary image, empty unless one is written,
+/// then tables, all with checksums. It needs no name and no disk. Every function throws std::runtime_error where
+/// CFITSIO fails, which it does when memory runs out.
 class MemoryFits {
  public:
   MemoryFits();
 
-  /// The primary image, to be written with the library's functions. To be asked for before the first table.
+  /// The primary image, to be written with the library's functions. Ask for it before the first table is appended.
   [[nodiscard]] const quen::common::Fits::Handle& Image() const { return handle_; }
 
   /// Appends an empty table, to be written with the library's functions until the next one is appended.
@@ -24,7 +24,7 @@ class MemoryFits {
   const quen::common::Fits::Handle& AddTable(const std::string& name,
                                              const std::vector<std::pair<std::string, std::string>>& columns);
 
-  /// All of the file.
+  /// The whole file.
   [[nodiscard]] std::string Bytes();
 
  private:

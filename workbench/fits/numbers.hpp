@@ -5,7 +5,7 @@
 
 namespace quen::workbench {
 
-/// A finite number, surrounded by nothing but blanks; none if the text is something else.
+/// The finite number that a text consists of, apart from blanks around it; std::nullopt for any other text.
 std::optional<double> ParseNumber(std::string_view text);
 
 /// The same for a whole number of magnitude 10⁹ at most.

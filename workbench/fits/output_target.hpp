@@ -24,12 +24,12 @@ struct OutputTarget {
   int own_descriptor = -1;   ///< its number if it is the standard output or the standard error of the process
 
   [[nodiscard]] bool Exists() const { return id.has_value(); }
-  /// Whether another name leads to the same file, or to one that this one would have to be a folder for.
+  /// Whether both names lead to the same file, or this file would have to be a folder for the other one to be in.
   [[nodiscard]] bool IsInTheWayOf(const OutputTarget& other) const;
 };
 
-/// @throws std::runtime_error  an empty name, a folder, or a name below what is no folder, or in a folder that may
-///                             not be written to
+/// @throws std::runtime_error  an empty name, a folder, a name below something that is not a folder, or one in a folder
+///                             that may not be written to
 OutputTarget FindTarget(const std::string& name);
 
 /// @throws std::runtime_error  two of the names lead to the same file

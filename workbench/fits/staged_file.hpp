@@ -15,10 +15,10 @@
 ///   rename when the new file is whole, and keeps its mode. Pipes, devices and what the process has open already, its
 ///   standard output above all, are written to.
 /// - A file is whole when it has been written, the disk has said so, and it has been read back.
-/// - Of several files all take their places, or none does, as long as the file system can exchange two files; the
-///   message tells where it could not.
-/// - What is not finished has a name ".quen-shs-<digits>.part" beside its target, and goes when the command fails.
-///   If the process is killed it stays; the next command that writes into that folder takes it away.
+/// - Of several files either all take their places or none does, as long as the file system can exchange two files;
+///   where it cannot, the message says which files have changed.
+/// - An unfinished file is called ".quen-shs-<digits>.part", beside its target, and is removed when the command fails.
+///   If the process is killed it stays; the next command that writes into that folder removes it.
 
 namespace quen::workbench {
 
@@ -34,7 +34,7 @@ class StagedFile {
   StagedFile& operator=(const StagedFile&) = delete;
   StagedFile& operator=(StagedFile&&) = delete;
 
-  /// @throws std::runtime_error  it does not come to be whole
+  /// @throws std::runtime_error  it cannot be written as a whole
   void Write(std::string_view bytes);
 
   /// Puts the file into its target's place. What was there stays beside it, for Undo(), as long as the object lives.
@@ -81,7 +81,7 @@ class StagedFiles {
   /// Gives all files their contents, in their order.
   void GiveAll(std::vector<std::string> contents);
 
-  /// Writes the files, those first that are not renamed.
+  /// Writes the files, first those that are written to in place.
   /// @throws std::runtime_error  one cannot be written: the message says which, and what has changed nevertheless
   /// @throws Interrupted         a signal has come; no file has changed
   void Commit();
@@ -101,7 +101,7 @@ class StagedFiles {
   void MakeFolders(const OutputTarget& target);
 
   std::vector<Output> outputs_;
-  std::vector<std::string> folders_;  ///< made for the files, to go again if these fail; outermost first
+  std::vector<std::string> folders_;  ///< made for the files, removed again if writing fails; outermost first
 };
 
 }  // namespace quen::workbench

@@ -22,8 +22,8 @@
 
 namespace quen::workbench {
 
-/// A column: its name, its unit (none if empty), a comment on the unit, and where a row has the value: a member, or
-/// what a function refers to. A span is a vector, as long in all rows as in a new one.
+/// A column: its name, its unit (none if empty), a comment on the unit, and where its value is in a row: a member, or
+/// what a function refers to. A span makes a column of vectors, in all rows as long as in a default-constructed one.
 template <typename Row>
 struct Column {
   const char* name;
@@ -63,8 +63,8 @@ std::vector<T> ReadValues(const InputFile& file, const quen::common::Fits::Handl
 
 }  // namespace detail
 
-/// Appends a table of rows, with the units of its columns. Keywords of its header are then the caller's to write.
-/// @throws std::runtime_error  CFITSIO fails, for want of memory
+/// Appends a table of rows, with the units of its columns. The caller may then write further keywords into its header.
+/// @throws std::runtime_error  CFITSIO fails, which it does when memory runs out
 template <typename Row>
 const quen::common::Fits::Handle& AppendRows(MemoryFits& fits, const std::string& name,
                                              std::span<const Column<Row>> columns, std::vector<Row> rows) {

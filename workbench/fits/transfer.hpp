@@ -9,11 +9,11 @@
 
 namespace quen::workbench {
 
-/// Sees to it that no file gets the number of the standard input, output or error where the process was started without
-/// one of them: what is printed would go into that file. Reading and writing there fail as before.
+/// Keeps the numbers of the standard input, output and error from being given to files where the process was started
+/// without one of these: what is printed would go into such a file. Reading and writing there fail as before.
 void OccupyStandardDescriptors();
 
-/// Opens a file as open(2) does, without its becoming the controlling terminal or a child's.
+/// Opens a file as open(2) does; it neither becomes the controlling terminal nor is passed on to a child process.
 /// @return  its descriptor; −1 where it cannot be opened, with errno
 /// @throws Interrupted  a signal has come meanwhile
 int Open(const std::string& path, int flags, unsigned int mode = 0);
@@ -35,7 +35,7 @@ void WriteAll(int descriptor, std::string_view bytes);
 
 /// Writes all bytes into a regular file, waits until the disk has them, and reads them back.
 /// @param position  where they begin in the file, which is where the descriptor stands
-/// @param readable  a descriptor of the same file that it can be read by
+/// @param readable  a descriptor of the same file that is open for reading
 /// @throws std::system_error  the disk takes no more, or something else came back (EIO)
 /// @throws Interrupted        a signal has come meanwhile
 void WriteToDisk(int descriptor, std::string_view bytes, std::size_t position, int readable);

@@ -18,7 +18,7 @@ namespace quen::workbench {
 struct LoopOptions {
   double gain = 0.5;
   double leak = 0.0;                    ///< share of the correction that is forgotten from frame to frame
-  int delay = 1;                        ///< frames from a measurement to the first one that its correction acts on
+  int delay = 1;                        ///< frames from a measurement to the first frame that its correction acts on
   double noise = 10.0;                  ///< half-width, units of pixel values
   std::uint32_t seed = 1;               ///< of the noise
   std::string engine = kDefaultEngine;  ///< that measures, as for MakeEngine
@@ -31,21 +31,22 @@ struct FrameRecord {
   Eigen::VectorXd residual;  ///< disturbance − correction
 };
 
-/// What a loop leaves behind: a record per frame, up to the first one that is lost.
+/// What a loop leaves behind: a record per frame, up to the one in which it diverged.
 struct LoopRun {
   std::vector<FrameRecord> records;
   bool has_diverged = false;
 };
 
-/// A residual beyond this many times the largest disturbance so far (or radians, whichever is more) is a loop lost.
+/// A loop has diverged when its residual exceeds this many times the largest disturbance so far, or this many radians,
+/// whichever is more.
 inline constexpr double kDivergence = 10.0;
 
 /// Closes the loop, frame by frame:
 ///
 ///     residual e = d − c  →  displacements M2S · e  →  frame  →  slopes s  →  c ← (1 − leak) · c + gain · CM · s,
 ///
-/// the last of these `delay` frames on. Seeds the calling thread's noise, so that equal arguments give equal records.
-/// Stops where the loop diverges. The simulator then holds the last frame and its measurement.
+/// where the new correction c acts `delay` frames later. Seeds the calling thread's noise, so that equal arguments give
+/// equal records. Stops where the loop diverges. The simulator then holds the last frame and its measurement.
 ///
 /// @param disturbance  d, a row per frame
 /// @param after_frame  called after each frame

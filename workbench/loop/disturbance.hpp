@@ -18,7 +18,7 @@ inline constexpr double kCorrelation = 0.9995;  ///< from one frame to the next
 class Disturbance {
  public:
   /// @param variances    of the modes for D/r0 = 1, rad²
-  /// @param d_over_r0     D/r0, pupil diameter over Fried parameter; 0 for no disturbance
+  /// @param d_over_r0    D/r0, pupil diameter over Fried parameter; 0 for no disturbance
   /// @param correlation  ρ, from one frame to the next
   Disturbance(const Eigen::VectorXd& variances, double d_over_r0, double correlation, std::uint32_t seed);
 
@@ -41,7 +41,8 @@ class Disturbance {
 /// Modes over time: a row per frame, a column per mode, radians.
 using Series = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 
-/// Modes beyond this, radians, are an error of whoever wrote them; the loop's sums of squares stay finite up to here.
+/// The largest magnitude of a mode, radians, that is not taken for an error in its file. Up to it the loop's sums of
+/// squares stay finite.
 inline constexpr double kLargestMode = 1e100;
 
 /// @param source  where the series is from, for the message

@@ -12,15 +12,15 @@
 
 namespace quen::workbench {
 
-/// Gains from text "gain=FIRST:LAST:STEP", the last one included as far as steps reach it.
+/// Gains from text "gain=FIRST:LAST:STEP", with the last one if a step ends on it.
 /// @throws std::invalid_argument  not such a text, gains outside 0 to 2, or more than 1000 of them
 std::vector<double> ParseSweep(const std::string& text);
 
 struct SweepPoint {
   double gain = 0.0;
   double residual = 0.0;     ///< rad RMS over the second half of the run; infinite where the loop diverged
-  double disturbance = 0.0;  ///< there
-  std::size_t frames = 0;    ///< that were run
+  double disturbance = 0.0;  ///< the same of the disturbance
+  std::size_t frames = 0;    ///< how many were run
 
   [[nodiscard]] bool HasDiverged() const;
 };

@@ -11,9 +11,9 @@ namespace quen::workbench {
 
 inline constexpr const char* kTelemetryTable = "telemetry";
 
-/// A FITS file of the records of a loop: a binary table "telemetry", one row per frame, with the options in its header:
-/// frame number, RMS of disturbance and residual, and the 52 modes of disturbance, correction and residual, all in
-/// radians.
+/// A FITS file of the records of a loop: a binary table "telemetry" with the options in its header. A row per frame has
+/// the frame's number, the RMS of disturbance and residual, and the 52 modes of disturbance, correction and residual,
+/// all in radians.
 /// @param disturbance  where it is from, in words
 std::string TelemetryFile(const LoopOptions& options, const std::string& disturbance,
                           const std::vector<FrameRecord>& records);

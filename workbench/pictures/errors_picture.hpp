@@ -6,7 +6,7 @@
 
 namespace quen::workbench {
 
-/// RMS errors of the engines against the noise, and the least possible one. Returns a PNG file.
+/// Draws the RMS errors of the engines against the noise, and the least possible error. Returns a PNG file.
 /// @throws std::runtime_error  there is no memory for it
 std::string DrawErrors(const ErrorCurves& curves);
 

@@ -33,8 +33,8 @@ inline constexpr const char* kZernikeWord = "zernike";
 inline constexpr const char* kKarhunenLoeveWord = "karhunen-loeve";
 Basis BasisByWord(const std::string& word);
 
-/// The basis of a calibration, after the keyword BASIS in the file of its modes-to-slopes matrix; where there is none,
-/// or another one than ours, Zernike modes are taken for it.
+/// The basis of a calibration, after the keyword BASIS in the file of its modes-to-slopes matrix; where the
+/// keyword is missing, or names another basis, Zernike modes are assumed.
 Basis BasisOfCalibration(const InputFile& m2s);
 
 }  // namespace quen::workbench

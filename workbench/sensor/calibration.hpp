@@ -22,7 +22,7 @@ inline constexpr std::array<const char*, 3> kCalibrationFiles = {"data/M2S.fits"
 /// maximum is the shift that one wave of tilt across the sub-aperture makes.
 double PixelsPerRadian();
 
-/// What a calibration's files hold, and where it is from.
+/// What a calibration's files hold, and where that is from.
 struct Calibration {
   Geometry geometry;
   std::string basis;               ///< the modes, in words
@@ -52,7 +52,7 @@ std::vector<std::string> CalibrationBytes(const Calibration& calibration);
 
 /// Writes the calibration's files below `folder`, all of them or none.
 /// @return  their names
-/// @throws std::runtime_error  a file exists and `force` is false, or cannot be written
+/// @throws std::runtime_error  a file exists and `force` is false, or a file cannot be written
 std::vector<std::string> WriteCalibration(const std::string& folder, bool force,
                                           const Calibration& calibration = MakeCalibration());
 

@@ -10,7 +10,7 @@
 namespace quen::workbench {
 
 /// Makes every simulator that is constructed from now on load its calibration from this folder, wherever CFGPATH and
-/// INTROOT point. Opens its files, once for all. To be called before the first simulator, from one thread.
+/// INTROOT point. Opens its files once, and keeps them open. Call it before the first simulator, from one thread.
 /// @throws std::runtime_error  a file of the calibration is missing there, or cannot be opened
 void UseCalibration(const std::string& folder);
 
@@ -20,14 +20,14 @@ void UseCalibration(std::vector<InputFile> files);
 /// The files in use, in the order of kCalibrationFiles.
 std::span<const InputFile> CalibrationFiles();
 
-/// @throws std::runtime_error  a file in use is no FITS file, or declares more than it holds: the library would take
-///                             memory for that
+/// @throws std::runtime_error  a file in use is not a FITS file, or declares more data than it holds, for all of which
+///                             the library would take memory
 void RequireSoundCalibration();
 
 /// A message of the library with the names of the calibration's files as the user gave them.
 std::string WithCalibrationNames(std::string message);
 
-/// @throws std::runtime_error  ComputeSlopes would end the process, for there are too few usage flags
+/// @throws std::runtime_error  there are too few usage flags, so that ComputeSlopes would end the process
 void RequireFlags(const quen::shssim::ShsSimulator& simulator, const std::string& folder);
 
 /// A simulator on the calibration in use.

@@ -33,7 +33,7 @@ struct Geometry {
 struct Cell {
   int first_column;  ///< of the region, `Geometry::size` pixels wide
   int first_row;
-  double x_ref;  ///< middle of the region, but for what rounding to whole pixels displaced the region
+  double x_ref;  ///< middle of the region as it would be if regions did not begin at whole pixels
   double y_ref;
 };
 
@@ -47,7 +47,8 @@ inline int RowsFromMiddle(std::size_t i) { return static_cast<int>(i / kGridSize
 inline double PupilX(std::size_t i) { return ColumnsFromMiddle(i) / kPupilRadius; }
 inline double PupilY(std::size_t i) { return RowsFromMiddle(i) / kPupilRadius; }
 
-/// How many of the 24 × 24 points of sub-aperture `i` are lit: in the pupil, edges included, and beside the spider.
+/// How many of the 24 × 24 points of sub-aperture `i` are lit: inside the pupil, edges included, and not behind the
+/// spider.
 int LitPoints(const Geometry& geometry, std::size_t i);
 
 /// Usage flags: 1 for the 607 best-lit sub-apertures, those of lower index first among equals.

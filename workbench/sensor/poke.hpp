@@ -9,7 +9,7 @@
 #include "workbench/sensor/calibration.hpp"
 
 /// @file
-/// A modes-to-slopes matrix as an instrument gets its own: each mode is pushed and pulled, and the slopes are measured.
+/// A modes-to-slopes matrix, measured as on an instrument: each mode is pushed and pulled, and the slopes are measured.
 
 namespace quen::workbench {
 

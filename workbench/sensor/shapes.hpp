@@ -6,8 +6,8 @@
 #include "workbench/sensor/displacements.hpp"
 
 /// @file
-/// Wavefronts by name, whatever the modes of the calibration: their gradients at the sub-apertures, whose places in the
-/// pupil follow from their reference points.
+/// Wavefronts by name, which do not depend on the modes of the calibration. Their gradients move the spots; where in
+/// the pupil a sub-aperture is follows from its reference point.
 
 namespace quen::workbench {
 
@@ -24,8 +24,8 @@ struct NamedShape {
 /// @throws std::invalid_argument  not such a text, or no such shape
 NamedShape ParseShape(const std::string& text);
 
-/// Displacements of the used spots, the others stay: along the gradient of the shape. The unit circle is the one around
-/// the used sub-apertures' references.
+/// Displacements of the used spots along the gradient of the shape, and of 0 for the others. The shape's unit circle is
+/// the one around the references of the used sub-apertures.
 /// @throws std::runtime_error  there is no such circle
 Displacements Shape(const NamedShape& named, const quen::shssim::ShsSimulator& simulator);
 

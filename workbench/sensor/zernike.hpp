@@ -38,7 +38,7 @@ class Zernike {
   [[nodiscard]] Gradient GradientAt(double x, double y) const;
 
   /// Mean of the gradient over the square of this size (side length) around (x, y). Exact up to radial order 12, that
-  /// is j ≤ 91; beyond, as close as the square is small.
+  /// is j ≤ 91; beyond, the smaller the square, the closer.
   [[nodiscard]] Gradient MeanGradient(double x, double y, double size) const;
 
  private:

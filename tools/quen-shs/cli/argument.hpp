@@ -14,12 +14,12 @@ namespace quen::tool {
 
 struct Argument {
   std::string name;                     ///< "--gain"; of a positional argument "DIR"
-  std::string what;                     ///< in words
+  std::string what;                     ///< what it is, in words
   std::string value = {};               ///< what the help calls its value; empty for a flag and a positional argument
-  std::string unit = {};                ///< of a number; empty without
-  std::string range = {};               ///< of a number, "0 to 2"; empty without
-  std::string otherwise = {};           ///< what holds where it is not given; empty if nothing is to be said
-  std::string alias = {};               ///< another name for it; empty without
+  std::string unit = {};                ///< of a number; empty if it has none
+  std::string range = {};               ///< of a number, "0 to 2"; empty if it has none
+  std::string otherwise = {};           ///< what holds where it is not given; empty if that needs no word
+  std::string alias = {};               ///< another name for it; empty if it has none
   std::vector<std::string> words = {};  ///< values to complete
   bool is_required = false;             ///< positional arguments only
   bool may_be_repeated = false;         ///< takes its value each time
@@ -28,13 +28,13 @@ struct Argument {
   [[nodiscard]] bool IsPositional() const { return !name.starts_with('-'); }
   [[nodiscard]] bool IsFlag() const { return value.empty() && !IsPositional(); }
 
-  /// All that is said of it in one line.
+  /// Its line in the help: what it is, unit, range, and what holds where it is not given.
   [[nodiscard]] std::string Description() const;
 };
 
 // What arguments there are. Each fills a variable, which keeps its value where the argument is not given.
 
-/// A name, of a file above all; an empty one is refused.
+/// A name, usually of a file; an empty one is refused.
 Argument Positional(const std::string& name, const std::string& what, std::string& variable);
 Argument OptionalPositional(const std::string& name, const std::string& what, const std::string& otherwise,
                             std::string& variable);
@@ -47,12 +47,12 @@ Argument Flag(const std::string& name, const std::string& what, bool& variable);
 Argument OneOf(const std::string& name, const std::string& what, const std::vector<std::string>& words,
                std::string& variable);
 
-/// Text that `check` takes; it throws std::invalid_argument with a reason where it does not.
+/// Text that `check` accepts; where it does not, it throws std::invalid_argument with a reason.
 /// @param value  what the help calls it, or its form: "NAME:PIXELS"
 Argument Checked(const std::string& name, const std::string& what, const std::string& value,
                  const std::function<void(const std::string&)>& check, std::string& variable);
 
-/// A number from `lowest` to `highest`, in decimal digits; a NaN is none.
+/// A number from `lowest` to `highest`, in decimal digits; NaN is refused.
 /// @param unit  may be empty
 Argument Number(const std::string& name, const std::string& what, const std::string& unit, double lowest,
                 double highest, double& variable);
@@ -65,7 +65,7 @@ Argument Number(const std::string& name, const std::string& what, const std::str
                 int& variable);
 Argument Number(const std::string& name, const std::string& what, const std::string& unit, int lowest, int highest,
                 std::size_t& variable);
-/// Any number of 32 bits.
+/// Any unsigned number of 32 bits.
 Argument Number(const std::string& name, const std::string& what, std::uint32_t& variable);
 
 }  // namespace quen::tool

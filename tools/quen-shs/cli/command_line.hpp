@@ -23,11 +23,11 @@ std::vector<std::string> ToolExamples();
 struct Verb {
   std::string name;
   std::string summary;                ///< one line
-  std::string details;                ///< paragraphs, an empty line between them; other line ends mean nothing
+  std::string details;                ///< paragraphs with an empty line between them; other line ends count as blanks
   std::string list = {};              ///< lines that stay as they are, after the details; may be empty
   std::vector<std::string> examples;  ///< command lines
   std::vector<Argument> arguments = {};
-  std::vector<std::vector<std::string>> alternatives = {};  ///< names of arguments of which one at most may be given
+  std::vector<std::vector<std::string>> alternatives = {};  ///< names of arguments of which at most one may be given
   std::function<void()> action;                             ///< once the arguments have filled their variables
 };
 

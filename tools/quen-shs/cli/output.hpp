@@ -8,19 +8,19 @@
 
 namespace quen::tool {
 
-/// Prints on standard output, at once: what is said of a failure stands after it.
+/// Prints on standard output, unbuffered: a message about a later failure stands after it.
 /// @throws std::runtime_error  standard output takes no more
-/// @throws Interrupted         a signal has come while that was waited for
+/// @throws Interrupted         a signal has come while it waited for standard output
 void Print(const std::string& text);
 
-/// Prints a result on standard error instead, where standard output is a file of the command's.
+/// Prints a result on standard error instead, where standard output is one of the command's files.
 /// @throws as Print
 void PrintAside(const std::string& text);
 
 /// Says a sentence on standard error, under the tool's name and fit for a terminal.
 void Say(std::string_view sentence);
 
-/// Says that memory does not suffice, and needs none for it.
+/// Says that memory has run out, without taking any.
 void SayOutOfMemory();
 
 }  // namespace quen::tool

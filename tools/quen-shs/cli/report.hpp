@@ -27,8 +27,8 @@ class Report {
   /// the standard error.
   void AddFiles(const workbench::StagedFiles& files);
 
-  /// @throws std::runtime_error  its place takes no more
-  /// @throws Interrupted         a signal has come while that was waited for
+  /// @throws std::runtime_error  the output that it goes to takes no more
+  /// @throws Interrupted         a signal has come while it waited for that output
   void Print(bool as_json) const;
 
  private:

@@ -62,7 +62,7 @@ class Canvas {
   [[nodiscard]] std::string Png() const;
 
  private:
-  /// From a first error on Cairo draws nothing more.
+  /// After its first error Cairo draws nothing more.
   void RequireDrawn() const;
 
   Surface surface_;
@@ -71,8 +71,8 @@ class Canvas {
 
 void Use(cairo_t* cr, const Colour& colour);
 
-/// Text that begins at, ends at, or is centred on a point of its base line; or goes on where the last one ended. Of any
-/// bytes: what is no letter becomes a question mark.
+/// Write text that begins at a point of its base line, goes on where the last text ended, ends at a point, or is
+/// centred on one. It may hold any bytes: those that cannot be shown become question marks.
 void Write(cairo_t* cr, double x, double y, const std::string& text);
 void WriteOn(cairo_t* cr, const std::string& text);
 void WriteBefore(cairo_t* cr, double x, double y, const std::string& text);

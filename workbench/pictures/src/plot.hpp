@@ -58,7 +58,7 @@ class Plot {
   void DrawGrid(const std::string& title) const;
   void DrawFrame(const std::string& title) const;
 
-  /// A curve through points; those that are not finite are left out, which is for NotFinite to say.
+  /// A curve through points; those that are not finite are left out. The caller says so by NotFinite.
   void DrawCurve(const Colour& colour, std::size_t count, const std::function<double(std::size_t)>& x,
                  const std::function<double(std::size_t)>& y) const;
 

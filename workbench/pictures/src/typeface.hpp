@@ -6,9 +6,9 @@
 #include <span>
 
 /// @file
-/// The letters of all pictures: DejaVu Sans, from where systems keep it. Nobody is asked where that is: fontconfig,
-/// which Cairo would ask by itself, writes caches into the user's home, and complains on standard error where it
-/// cannot.
+/// The letters of all pictures: DejaVu Sans, from where systems keep it. Their places are a list, which
+/// takes the place of fontconfig: that one, which Cairo would ask by itself, writes caches into the user's home, and
+/// complains on standard error where it cannot.
 
 namespace quen::workbench {
 

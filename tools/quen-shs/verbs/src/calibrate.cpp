@@ -79,7 +79,7 @@ void AddCalibrate(CommandLine& line) {
        .summary = "Write a complete synthetic calibration",
        .details = R"(
 Writes DIR/data/M2S.fits, DIR/data/CM.fits and DIR/data/shs_rois.fits: 33 x 33 sub-apertures behind an annular pupil
-whose diameter is that of 29 sub-apertures, the 607 best lit of them used, and 52 modes.
+that is 29 sub-apertures across, of which the 607 best-lit ones are used, and 52 modes.
 
 The modes-to-slopes matrix holds the mean gradients of the modes over each sub-aperture. With --measured each mode is
 pushed and pulled through the simulator instead, and the slopes are those that the engine measures.)",
@@ -96,13 +96,14 @@ pushed and pulled through the simulator instead, and the slopes are those that t
             Number("--offset-y", "Rows from the middle of the frame to that of the grid", "pixels", -500.0, 500.0,
                    geometry.offset_y),
             Number("--obscuration", "Inner over outer diameter of the pupil", "", 0.0, 0.99, geometry.obscuration),
-            Number("--spider-angle", "Angle of a cross of four vanes before the pupil", "degrees", -180.0, 180.0,
-                   "no vanes", geometry.spider_angle),
+            Number("--spider-angle", "Angle of a spider: a cross of four vanes before the pupil", "degrees", -180.0,
+                   180.0, "no vanes", geometry.spider_angle),
             Number("--spider-width", "Width of a vane over the diameter of the pupil", "", 0.0, 0.5,
                    geometry.spider_width),
-            OneOf("--basis", "Modes", {workbench::kZernikeWord, workbench::kKarhunenLoeveWord}, command->basis),
+            OneOf("--basis", "Modes of the wavefront", {workbench::kZernikeWord, workbench::kKarhunenLoeveWord},
+                  command->basis),
             Flag("--measured", "Measure the matrix instead of computing it", command->is_measured), Engine(poke.engine),
-            Number("--poke-amplitude", "Poke amplitude: the largest displacement when measuring", "pixels", 1e-3, 12.0,
+            Number("--poke-amplitude", "Largest displacement of a spot when measuring", "pixels", 1e-3, 12.0,
                    poke.amplitude),
             Noise(poke.noise), Seed(poke.seed), JsonFlag(command->json)},
        .action = [command] { Calibrate(*command); }});

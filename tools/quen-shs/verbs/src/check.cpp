@@ -61,9 +61,9 @@ flags, CM * M2S, and the layout of either matrix. Names the commonest mistakes: 
 y, a flipped sign, references off by half a pixel or a whole one, rows and columns of the grid exchanged.
 
 The slopes of any smooth wavefront have no curl around four neighbouring sub-apertures: that tells a wrong layout from
-the right one without knowing the modes. A sign that is flipped in all of both matrices cannot be seen so.
+the right one without knowing the modes. If both matrices have the wrong sign throughout, this does not show.
 
-Exit code 1 where something is wrong; doubts are printed only.)",
+The exit code is 1 where something is wrong. What is doubtful is printed and leaves it 0.)",
             .examples = {"quen-shs check sensor"},
             .arguments = {CalibrationFolder(command->folder), JsonFlag(command->json)},
             .action = [command] { Check(*command); }});

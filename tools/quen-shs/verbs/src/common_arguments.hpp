@@ -18,7 +18,7 @@ Argument JsonFlag(bool& json);
 
 /// A centroiding engine with its options.
 Argument Engine(std::string& engine);
-/// Any number of them; all there are where none is given.
+/// Any number of engines; all of them where none is given.
 Argument Engines(std::vector<std::string>& engines);
 
 }  // namespace quen::tool

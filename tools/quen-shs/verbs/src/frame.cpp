@@ -27,7 +27,7 @@ struct FrameArguments {
   std::string folder;
   std::string displacements;  ///< file; none if empty
   std::string modes;          ///< MODE=RADIANS,…; none if empty
-  std::string shape;          ///< NAME:PIXELS; none if empty. One of the three at most; none of them: no displacements.
+  std::string shape;          ///< NAME:PIXELS; none if empty. At most one of the three; without any, no displacements.
   double noise = 10.0;
   std::uint32_t seed = 1;
   std::string output;  ///< file; DIR/frame.fits if empty
@@ -102,31 +102,30 @@ void RenderFrame(const FrameArguments& command) {
 
 void AddFrame(CommandLine& line) {
   const auto command = std::make_shared<FrameArguments>();
-  line.Add(
-      {.name = "frame",
-       .summary = "Render one frame",
-       .details = R"(
-Draws a spot per sub-aperture, displaced from its reference as a file, modal coefficients or a named shape say; not at
-all if none of them is given. The file is FITS, with a table "slopes" of columns x and y, or text, with a line "dx,dy"
-for each of the 1089 sub-apertures, in pixels.)",
-       .list = fmt::format("Shapes: {}\n", fmt::join(workbench::ShapeNames(), ", ")),
-       .examples = {"quen-shs frame sensor --shape defocus:2 --png defocus.png",
-                    "quen-shs frame sensor --modes 0=1.5,2=-0.5 --noise 0 --output modal.fits --truth truth.fits"},
-       .arguments = {CalibrationFolder(command->folder),
-                     File("--displacements", "File with the displacements of all spots", "none",
-                          command->displacements),
-                     Checked(
-                         "--modes", "Coefficients in radians; modes are columns of M2S, from 0", "MODE=VALUE,...",
-                         [](const std::string& text) { workbench::ParseModes(text); }, command->modes),
-                     Checked(
-                         "--shape", "Shape, and its longest displacement", "NAME:PIXELS",
-                         [](const std::string& text) { workbench::ParseShape(text); }, command->shape),
-                     Noise(command->noise), Seed(command->seed),
-                     File("--output", "FITS file for the frame", "DIR/frame.fits", command->output),
-                     File("--truth", "FITS file for the displacements, for 'measure --truth'", "none", command->truth),
-                     File("--png", "PNG file for a picture", "none", command->png), JsonFlag(command->json)},
-       .alternatives = {{"--displacements", "--modes", "--shape"}},
-       .action = [command] { RenderFrame(*command); }});
+  line.Add({.name = "frame",
+            .summary = "Render one frame",
+            .details = R"(
+Draws a spot per sub-aperture. A file, modal coefficients or a named shape displace the spots from their references; if
+none of these is given, each spot is on its reference. The file is FITS, with a table "slopes" of columns x and y, or
+text, with a line "dx,dy" for each of the 1089 sub-apertures, in pixels.)",
+            .list = fmt::format("Shapes: {}\n", fmt::join(workbench::ShapeNames(), ", ")),
+            .examples = {"quen-shs frame sensor --shape defocus:2 --png defocus.png",
+                         "quen-shs frame sensor --modes 0=1.5,2=-0.5 --noise 0 --output modal.fits --truth truth.fits"},
+            .arguments =
+                {CalibrationFolder(command->folder),
+                 File("--displacements", "File with the displacements of all spots", "none", command->displacements),
+                 Checked(
+                     "--modes", "Coefficients of modes; a mode is a column of M2S, counted from 0", "MODE=RADIANS,...",
+                     [](const std::string& text) { workbench::ParseModes(text); }, command->modes),
+                 Checked(
+                     "--shape", "Shape, and its longest displacement", "NAME:PIXELS",
+                     [](const std::string& text) { workbench::ParseShape(text); }, command->shape),
+                 Noise(command->noise), Seed(command->seed),
+                 File("--output", "FITS file for the frame", "DIR/frame.fits", command->output),
+                 File("--truth", "FITS file for the displacements, for 'measure --truth'", "none", command->truth),
+                 File("--png", "PNG file for a picture", "none", command->png), JsonFlag(command->json)},
+            .alternatives = {{"--displacements", "--modes", "--shape"}},
+            .action = [command] { RenderFrame(*command); }});
 }
 
 }  // namespace quen::tool

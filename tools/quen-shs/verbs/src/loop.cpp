@@ -213,12 +213,12 @@ void AddLoop(CommandLine& line) {
       {.name = "loop",
        .summary = "Close an integrator loop on a calibration",
        .details = R"(
-Frame by frame: residual = disturbance - correction; a frame with the residual's displacements; slopes; correction =
-(1 - leak) * correction + gain * CM * slopes, which acts after the delay.
+For each frame: residual = disturbance - correction; the residual displaces the spots of the frame; the engine measures
+its slopes; correction = (1 - leak) * correction + gain * CM * slopes, which acts after the delay.
 
 Writes frame.fits and slopes.fits (the last frame and its measurement), telemetry.fits (a row per frame) and loop.png
-into the folder of results, replacing those of an earlier run. With --sweep: sweep.fits and sweep.png instead. A loop
-that diverges is stopped, and its files are written up to there.
+into the folder of results, replacing those of an earlier run; with --sweep, sweep.fits and sweep.png instead. A loop
+that diverges is stopped, and its files end with that frame.
 
 The disturbance is turbulence, with Kolmogorov's variances for the modes of the calibration's basis (Zernike modes from
 tip on where the calibration does not say), or what a file says: a table "telemetry" with a column "disturbance", or an
@@ -231,7 +231,7 @@ image of doubles, 52 modes x frames, in radians.)",
            {CalibrationFolder(command->folder), Number("--frames", "Number of frames", "", 10, 100000, command->frames),
             Number("--gain", "Gain of the integrator", "", 0.0, 2.0, options.gain),
             Number("--leak", "Fraction of the correction that is forgotten in each frame", "", 0.0, 1.0, options.leak),
-            Number("--delay", "From a measurement to the first frame that its correction acts on", "frames", 1, 9,
+            Number("--delay", "Time from a measurement to the first frame that its correction acts on", "frames", 1, 9,
                    options.delay),
             Noise(options.noise), strength,
             File("--disturbance", "FITS file with a disturbance to be used instead", "none", command->disturbance),

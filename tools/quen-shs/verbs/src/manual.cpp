@@ -46,7 +46,7 @@ void AddManual(CommandLine& line) {
             .summary = "Print a manual page",
             .details = "Prints the manual page of a verb, or of the tool, for man(1).",
             .examples = {"quen-shs manual loop | man -l -", "quen-shs manual --folder man1"},
-            .arguments = {OptionalPositional("VERB", "Whose page", "the tool's", command->verb),
+            .arguments = {OptionalPositional("VERB", "Verb whose page is printed", "the whole tool", command->verb),
                           Folder("--folder", "Folder to write all pages to instead; made if missing", "none",
                                  command->folder)},
             .action = [command, &line] {
@@ -62,8 +62,8 @@ void AddCompletion(CommandLine& line) {
   line.Add({.name = "completion",
             .summary = "Print completion for bash",
             .details = R"(
-Prints a script that lets bash complete verbs, options and their words. An installed quen-shs has it in place
-already.)",
+Prints a script that lets bash complete verbs, options and their words. Where quen-shs is installed, bash finds the
+script by itself.)",
             .examples = {". <(quen-shs completion)"},
             .action = [&line] { Print(BashCompletion(line)); }});
 }

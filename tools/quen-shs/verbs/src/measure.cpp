@@ -134,19 +134,18 @@ void AddMeasure(CommandLine& line) {
       {.name = "measure",
        .summary = "Measure a frame file",
        .details = R"(
-Measures the 607 used spots of a frame, ours or an instrument's: a FITS image of 840 x 816 pixels with 16 bits, signed,
-or unsigned by BZERO = 32768 with values up to 32767.
+Measures the 607 used spots of a frame, simulated or from an instrument: a FITS image of 840 x 816 pixels with 16
+bits, signed, or unsigned by BZERO = 32768 with values up to 32767.
 
 Writes the tables that the library writes: rois, rois_use, and slopes with flux, x and y.)",
        .list = workbench::EngineHelp(),
        .examples = {"quen-shs measure sensor frame.fits --engine weighted --truth truth.fits --output slopes.fits"},
-       .arguments = {CalibrationFolder(command->folder),
-                     Positional("FRAME", "FITS file with the frame", command->frame), Engine(command->engine),
-                     Number("--limit", "Displacements are cut to this", "pixels", 0.0, 1000.0, command->limit),
-                     File("--truth", "File with the true displacements, as for 'frame --displacements'", "none",
-                          command->truth),
-                     File("--output", "FITS file for the slopes", "DIR/slopes.fits", command->output),
-                     JsonFlag(command->json)},
+       .arguments =
+           {CalibrationFolder(command->folder), Positional("FRAME", "FITS file with the frame", command->frame),
+            Engine(command->engine),
+            Number("--limit", "Largest displacement; larger ones are cut to it", "pixels", 0.0, 1000.0, command->limit),
+            File("--truth", "File with the true displacements, as for 'frame --displacements'", "none", command->truth),
+            File("--output", "FITS file for the slopes", "DIR/slopes.fits", command->output), JsonFlag(command->json)},
        .action = [command] { Measure(*command); }});
 }
 

@@ -32,7 +32,7 @@ struct ViewArguments {
   std::string calibration;  ///< folder, for the outlines on a frame; none if empty
   std::string slopes;       ///< file, for the arrows on a frame; none if empty
   std::string stretch = "log";
-  std::string png;  ///< FILE with .png instead of .fits if empty
+  std::string png;  ///< file; if empty, FILE with .png for its extension
   bool json = false;
 };
 
@@ -133,7 +133,8 @@ Content ContentOf(const ViewArguments& command, const Inputs& inputs) {
 std::string OutputName(const ViewArguments& command, const workbench::InputFile& file) {
   if (!command.png.empty()) return command.png;
   if (!file.IsRegular()) {
-    throw std::runtime_error(file.Name() + ": is no file on a disk, for a picture beside it; give --png");
+    throw std::runtime_error(file.Name() +
+                             ": is not a file on a disk, so there is no place beside it for the picture; give --png");
   }
   return std::filesystem::path(file.Name()).replace_extension(".png").string();
 }
@@ -172,7 +173,8 @@ detector is at the bottom.)",
                      Folder("--calibration", "Folder with the calibration, for outlines on a frame", "none",
                             command->calibration),
                      File("--slopes", "File with slopes, for arrows on a frame", "none", command->slopes),
-                     File("--png", "PNG file", "FILE with .png", command->png), JsonFlag(command->json)},
+                     File("--png", "PNG file for the picture", "FILE with .png for its extension", command->png),
+                     JsonFlag(command->json)},
        .action = [command] { View(*command); }});
 }
 
