@@ -26,8 +26,8 @@ bool IsFits(const InputFile& file);
 ///                             justifies
 quen::common::Fits::Handle OpenFits(const InputFile& file, const std::optional<std::string>& extension);
 
-/// Whether this is the library's failure to open a file. An InputFile is open already: it is the system that has failed,
-/// for want of descriptors or of memory, and nothing is said of what the file holds.
+/// Whether this is the library's failure to open a file. An InputFile is open already: it is the system that has
+/// failed, for want of descriptors or of memory, and nothing is said of what the file holds.
 bool IsFailureToOpen(const std::exception& error);
 
 /// Whether the file has a binary table of this name.

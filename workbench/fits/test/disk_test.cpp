@@ -19,8 +19,8 @@
 #include "workbench/fits/src/leftovers.hpp"
 #include "workbench/fits/staged_file.hpp"
 
-// What happens between the making of a file and its taking its place: this program's fsync, flock and getrandom stand in
-// for the system's.
+// What happens between the making of a file and its taking its place: this program's fsync, flock and getrandom stand
+// in for the system's.
 
 namespace {
 

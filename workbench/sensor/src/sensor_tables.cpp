@@ -68,6 +68,7 @@ const Handle& AppendSlopes(MemoryFits& fits, const std::vector<SlopeRow>& rows) 
 
 const Handle& AppendDisplacements(MemoryFits& fits, const Displacements& displacements) {
   std::vector<SlopeRow> rows;
+  rows.reserve(kNumRois);
   for (std::size_t i = 0; i < kNumRois; ++i) rows.push_back({0.0, displacements.x[i], displacements.y[i]});
   return AppendRows<SlopeRow>(fits, kSlopeTable, kDisplacements, std::move(rows));
 }
@@ -75,6 +76,7 @@ const Handle& AppendDisplacements(MemoryFits& fits, const Displacements& displac
 std::vector<Roi> ReadRegions(const InputFile& file) {
   return Reading(file, [&] {
     std::vector<Roi> rois;
+    rois.reserve(kNumRois);
     for (const RegionRow& row : ReadAll<RegionRow>(file, kRegionTable, kRegions)) {
       rois.emplace_back(row.x_low, row.x_up, row.y_low, row.y_up, kFrameWidth, kFrameHeight, row.x_ref, row.y_ref);
     }
@@ -84,6 +86,7 @@ std::vector<Roi> ReadRegions(const InputFile& file) {
 
 std::vector<std::uint8_t> ReadFlags(const InputFile& file, const char* name) {
   std::vector<std::uint8_t> flags;
+  flags.reserve(kNumRois);
   for (const FlagRow& row : ReadAll<FlagRow>(file, name, kFlags)) flags.push_back(row.is_used);
   return flags;
 }
@@ -101,6 +104,7 @@ Displacements ReadSlopeDisplacements(const InputFile& file) {
 
 std::vector<double> ReadFlux(const InputFile& file) {
   std::vector<double> flux;
+  flux.reserve(kNumRois);
   for (const SlopeRow& row : ReadAll<SlopeRow>(file, kSlopeTable, std::span(kSlopes).first(1)))
     flux.push_back(row.flux);
   return flux;
