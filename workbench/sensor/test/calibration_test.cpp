@@ -55,6 +55,9 @@ TEST_F(SyntheticCalibration, HeadersCarryUnitsAndOrigin) {
   EXPECT_EQ(KeywordReadByAstropy(File("data/M2S.fits"), 0, "BUNIT"), "pix/rad");
   EXPECT_EQ(KeywordReadByAstropy(File("data/CM.fits"), 0, "BUNIT"), "rad/pix");
   EXPECT_EQ(KeywordReadByAstropy(File("data/shs_rois.fits"), 1, "TUNIT3"), "pix");
+  const std::vector<char> regions = quen::testing::Bytes(File("data/shs_rois.fits"));
+  EXPECT_NE(std::string(regions.begin(), regions.end()).find("/ pixel centres are at integers, from 0"),
+            std::string::npos);
   EXPECT_EQ(KeywordReadByAstropy(File("data/M2S.fits"), 0, "CREATOR"), "quen-shs calibrate " QUEN_VERSION);
   EXPECT_EQ(KeywordReadByAstropy(File("data/shs_rois.fits"), 2, "CREATOR"), "quen-shs calibrate " QUEN_VERSION);
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <limits>
 #include <optional>
@@ -9,6 +10,8 @@
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
+#include "workbench/engines/engines.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/displacement_file.hpp"
 #include "workbench/sensor/frame_file.hpp"
 #include "workbench/sensor/measurement_file.hpp"
@@ -92,6 +95,8 @@ TEST(DisplacementFile, FitsIsWrittenAndRead) {
   WriteText(path, DisplacementFile(displacements, "test"));
   EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
   EXPECT_EQ(quen::testing::DescribedByAstropy(path), "0 image '' 8\n1 table 'slopes' 1089 x:D y:D\n");
+  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "TUNIT1"), "pix");
+  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "TUNIT2"), "pix");
   EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "slopes", "x"), displacements.x);
   EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "slopes", "y"), displacements.y);
   EXPECT_EQ(ReadDisplacements(InputFile(path)).x, displacements.x);
@@ -100,10 +105,14 @@ TEST(DisplacementFile, FitsIsWrittenAndRead) {
 
 TEST(DisplacementFile, FitsThatIsWrongIsRefused) {
   const TempDir folder;
-  AppendTable(folder / "short.fits", "slopes", 607, {{"x", "D", Ramp(607)}, {"y", "D", Ramp(607)}});
-  ExpectThrows<std::runtime_error>(
-      (folder / "short.fits") + ": expected 1089 rows in its table \"slopes\", one per sub-aperture, found 607",
-      [&] { ReadDisplacements(InputFile(folder / "short.fits")); });
+  for (const long rows : {607, 1090}) {
+    const auto values = Ramp(static_cast<std::size_t>(rows));
+    const std::string count = std::to_string(rows);
+    AppendTable(folder / count, "slopes", rows, {{"x", "D", values}, {"y", "D", values}});
+    ExpectThrows<std::runtime_error>(
+        (folder / count) + ": expected 1089 rows in its table \"slopes\", one per sub-aperture, found " + count,
+        [&] { ReadDisplacements(InputFile(folder / count)); });
+  }
   std::vector<double> y = Ramp(1089);
   y[16] = kNan;
   AppendTable(folder / "nan.fits", "slopes", 1089, {{"x", "D", Ramp(1089)}, {"y", "D", y}});
@@ -189,7 +198,10 @@ TEST(MeasurementFile, MissingTablesAreTheSyntheticGrids) {
   EXPECT_TRUE(field.flux.empty());
   EXPECT_TRUE(field.overlay.IsUsed(0));
   EXPECT_EQ(field.overlay.rois[34].x_low, 48);
+  EXPECT_EQ(field.overlay.rois[34].x_up, 72);
   EXPECT_EQ(field.overlay.rois[34].y_up, 60);
+  EXPECT_EQ(field.overlay.rois[34].x_ref, 59.5);
+  EXPECT_EQ(field.overlay.rois[34].y_ref, 47.5);
   EXPECT_EQ(field.overlay.displacements->x, Ramp(1089));
   EXPECT_EQ(field.overlay.displacements->y, Ramp(1089, 7.0));
 }
@@ -210,6 +222,25 @@ TEST(MeasurementFile, TablesAreReadAsTheyAre) {
   calibration.rois.Resize(3);
   AppendTable(folder / "short.fits", "rois", 3, calibration.rois.columns);
   EXPECT_THROW(quen::workbench::ReadField(InputFile(folder / "short.fits")), std::runtime_error);
+}
+
+TEST(SlopesFile, ReferencesAreTheLibrarysWhereverTheyAre) {
+  const TempDir folder;
+  quen::testing::Calibration calibration;
+  const std::vector<double> references = {815.75, 0.5, kNan, 816.0};
+  std::ranges::copy(references, calibration.rois["x_ref"].begin());
+  std::ranges::copy(references, calibration.rois["y_ref"].begin() + 1);
+  calibration.Write(folder.Path());
+  quen::workbench::UseCalibration(folder.Path());
+  quen::shssim::ShsSimulator simulator;
+  simulator.ComputeSlopes(*quen::workbench::MakeEngine("weighted"), 12.0, folder / "slopes.fits");
+  const std::string ours = quen::workbench::SlopesFile(simulator);
+  WriteText(folder / "ours.fits", ours);
+  EXPECT_TRUE(quen::testing::BytesWithoutChecksums(folder / "ours.fits") ==
+              quen::testing::BytesWithoutChecksums(folder / "slopes.fits"));
+  const auto field = quen::workbench::ReadField(InputFile::InMemory("ours", ours));
+  EXPECT_EQ(field.overlay.used, simulator.RoisUsed());
+  EXPECT_EQ(field.overlay.rois[0].x_ref, 815.0);
 }
 
 }  // namespace
