@@ -234,7 +234,7 @@ TEST(SlopesFile, ReferencesAreTheLibrarysWhereverTheyAre) {
   quen::workbench::UseCalibration(folder.Path());
   quen::shssim::ShsSimulator simulator;
   simulator.ComputeSlopes(*quen::workbench::MakeEngine("weighted"), 12.0, folder / "slopes.fits");
-  const std::string ours = quen::workbench::SlopesFile(simulator);
+  const std::string ours = quen::workbench::MeasurementFile(simulator);
   WriteText(folder / "ours.fits", ours);
   EXPECT_TRUE(quen::testing::BytesWithoutChecksums(folder / "ours.fits") ==
               quen::testing::BytesWithoutChecksums(folder / "slopes.fits"));
