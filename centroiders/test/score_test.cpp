@@ -134,11 +134,11 @@ TEST_F(Scores, PutTheThreadsGeneratorBack) {
 
 TEST_F(Scores, CheckTheirOptions) {
   CentreOfGravity engine;
-  ExpectThrows<std::invalid_argument>("ScoreEngines: noise must be from 0 to 1e+09, found -1",
+  ExpectThrows<std::invalid_argument>("ScoreEngines: noise must be from 0 to 1000000000, found -1",
                                       [&] { Of(engine, {.noise = -1.0}); });
   ExpectThrows<std::invalid_argument>("ScoreEngines: range must be from 0 to 100, found nan",
                                       [&] { Of(engine, {.range = std::nan("")}); });
-  ExpectThrows<std::invalid_argument>("ScoreEngines: frames must be from 1 to 1e+09, found 0",
+  ExpectThrows<std::invalid_argument>("ScoreEngines: frames must be from 1 to 1000000000, found 0",
                                       [&] { Of(engine, {.frames = 0}); });
 }
 

@@ -224,7 +224,7 @@ TEST(MeasurementFile, TablesAreReadAsTheyAre) {
   EXPECT_THROW(quen::workbench::ReadField(InputFile(folder / "short.fits")), std::runtime_error);
 }
 
-TEST(SlopesFile, ReferencesAreTheLibrarysWhereverTheyAre) {
+TEST(MeasurementFile, ReferencesAreTheLibrarysWhereverTheyAre) {
   const TempDir folder;
   quen::testing::Calibration calibration;
   const std::vector<double> references = {815.75, 0.5, kNan, 816.0};
