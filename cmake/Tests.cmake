@@ -134,6 +134,7 @@ if(QUEN_BUILD_TOOLS)
             workbench/fits/test/numbers_test.cpp
             workbench/fits/test/plain_text_test.cpp
             workbench/fits/test/staged_file_test.cpp
+            workbench/fits/test/table_test.cpp
             workbench/engines/test/engines_test.cpp
             workbench/sensor/test/basis_test.cpp
             workbench/sensor/test/calibration_test.cpp
