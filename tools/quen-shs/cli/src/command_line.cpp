@@ -88,6 +88,7 @@ void SetWords(CLI::App& app) {
 /// What to say where the first argument is no verb.
 CLI::ValidationError NoVerb(const CLI::App& app, const std::vector<Verb>& verbs) {
   std::vector<std::string> names;
+  names.reserve(verbs.size());
   for (const Verb& verb : verbs) names.push_back(verb.name);
   const std::vector<std::string> others = app.remaining();
   return CLI::ValidationError("VERB", fmt::format("expected one of {}, found {}", fmt::join(names, ", "),
