@@ -11,12 +11,13 @@ struct Way {
   int status = 0;           ///< a CFITSIO status if CFITSIO would write beyond a buffer, or never end; else 0
   std::string reason;       ///< for that status
   bool can_be_left = true;  ///< whether a file opened for writing can be gone through (data_unit.hpp)
+  bool can_append = true;   ///< whether an HDU can be appended: the file grows by no more than 100 MB before it
 };
 
-/// Looks through the headers of a file before CFITSIO does, for the few things at which it would write beyond a buffer or
-/// never end: a column's name longer than its room, and data units that lead back to where they began. Everything else,
-/// right or wrong, is CFITSIO's to judge, and so is a file that cannot be read. Only plain FITS files are looked at, no
-/// compressed ones and no network addresses.
+/// Looks through the headers of a file before CFITSIO does, for the few things at which it would write beyond a buffer
+/// or never end: a column's name longer than its room, and data units that lead back to where they began. Everything
+/// else, right or wrong, is CFITSIO's to judge, and so is a file that cannot be read. Only plain FITS files are looked
+/// at, no compressed ones and no network addresses.
 ///
 /// @param name  what CFITSIO is to open, its extended syntax included; the way goes to the HDU that it selects
 Way WayTo(const std::string& name);
