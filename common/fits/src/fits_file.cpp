@@ -16,8 +16,7 @@ using Fits::HandleType;
 void Cleanup(HandleType* handle) {
   if (handle == nullptr) return;
   if (handle->file != nullptr) {
-    int ignored = 0;
-    if (Fits::CanBeSummed(handle->file)) fits_write_chksum(handle->file, &ignored);
+    Fits::SumUp(handle->file);
     Fits::CloseFile(handle->file);
     handle->file = nullptr;
   }

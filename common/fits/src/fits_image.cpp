@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstdlib>
 #include <stdexcept>
 #include <string_view>
 
@@ -12,6 +14,8 @@
 
 namespace quen::common::Fits {
 namespace {
+
+constexpr int kMostAxes = sizeof(FITSfile::imgnaxis) / sizeof(LONGLONG);
 
 void CheckIsImage(const Handle& handle) {
   // Spelled as hosts know it: the text is the interface.
@@ -41,6 +45,61 @@ void CheckDims(const std::vector<std::size_t>& expected, const std::vector<std::
   }
 }
 
+/// Bytes of a pixel that CFITSIO reads from a compressed image.
+std::uint64_t PixelSize(int datatype) {
+  if (datatype == TBYTE || datatype == TSBYTE) return 1;
+  if (datatype == TSHORT || datatype == TUSHORT) return 2;
+  return datatype == TINT || datatype == TUINT || datatype == TFLOAT ? 4 : 8;
+}
+
+/// Whether CFITSIO takes less room for a tile of a compressed image than it puts there: the size that the header
+/// declares wraps around.
+bool OverrunsTile(fitsfile* file, int datatype) {
+  constexpr double kRounding = 1e-9;
+  int status = 0;
+  if (fits_is_compressed_image(file, &status) == 0) return false;
+  const FITSfile& state = *file->Fptr;
+  const auto room = static_cast<double>(static_cast<std::uint64_t>(state.maxtilelen) * PixelSize(datatype));
+  auto used = static_cast<double>(PixelSize(datatype));
+  for (int i = 0; i < state.zndim; ++i) used *= static_cast<double>(std::min(state.tilesize[i], state.znaxis[i]));
+  return room < used * (1 - kRounding);
+}
+
+/// 0, or a CFITSIO status if the image cannot be read into any memory.
+int CheckTiles(fitsfile* file, int datatype) {
+  if (!OverrunsTile(file, datatype)) return 0;
+  fits_write_errmsg("ZTILE in the header declares tiles that no memory holds.");
+  return MEMORY_ALLOCATION;
+}
+
+/// Blocks of an image, by CFITSIO's arithmetic: "random groups" keep their parameters and their number.
+std::int64_t Blocks(std::uint64_t elements, int bitpix, long parameters, long groups) {
+  constexpr int kBitsPerByte = 8;
+  const auto size = (elements + static_cast<std::uint64_t>(parameters)) * static_cast<std::uint64_t>(groups) *
+                    static_cast<std::uint64_t>(std::abs(bitpix) / kBitsPerByte);
+  return static_cast<std::int64_t>(size + kBlock - 1) / kBlock;
+}
+
+/// Whether CFITSIO fills up little when it makes room for an image of that many elements in place of the current one.
+bool CanBeResized(fitsfile* file, std::size_t count, int bitpix) {
+  std::array<LONGLONG, kMostAxes> axes{};
+  int old_bitpix = 0;
+  int axis_count = 0;
+  long parameters = 0;
+  long groups = 1;
+  int status = 0;
+  const KeptMessages kept;
+  fits_read_imghdrll(file, kMostAxes, nullptr, &old_bitpix, &axis_count, axes.data(), &parameters, &groups, nullptr,
+                     &status);
+  if (status != 0) return true;  // CFITSIO goes no further then, either
+  std::uint64_t elements = axis_count == 0 ? 0 : 1;
+  for (int i = 0; i < axis_count; ++i) elements *= static_cast<std::uint64_t>(axes.at(static_cast<std::size_t>(i)));
+  const std::int64_t own = Blocks(count, bitpix, 0, 1);
+  const std::int64_t inserted =
+      Blocks(count, bitpix, parameters, groups) - Blocks(elements, old_bitpix, parameters, groups);
+  return CanGrow(file, inserted, own);
+}
+
 }  // namespace
 
 ImgParams ReadImgParams(const Handle& handle) {
@@ -65,7 +124,7 @@ void ReadImgPriv(const Handle& handle, void* buffer, std::size_t count, int bitp
   CheckBuffer(needed, count);
   if (dims) CheckDims(*dims, lengths);
 
-  int status = 0;
+  int status = needed == 0 ? 0 : CheckTiles(handle->file, datatype);
   fits_read_img(handle->file, datatype, 1, static_cast<LONGLONG>(needed), nullptr, buffer, nullptr, &status);
   if (status != 0) throw std::runtime_error("Fits: Error reading image: " + ReadStatus(status));
 }
@@ -82,7 +141,7 @@ void ReadImgSlicePriv(const Handle& handle, void* buffer, std::size_t count, int
   std::array<long, 3> first = {1, 1, plane};
   std::array<long, 3> last = {static_cast<long>(lengths[0]), static_cast<long>(lengths[1]), plane};
   std::array<long, 3> step = {1, 1, 1};
-  int status = 0;
+  int status = CheckTiles(handle->file, datatype);
   fits_read_subset(handle->file, datatype, first.data(), last.data(), step.data(), nullptr, buffer, nullptr, &status);
   if (status != 0) throw std::runtime_error("Fits: Error reading image slice: " + ReadStatus(status));
 }
@@ -100,9 +159,10 @@ void WriteImgPriv(const Handle& handle, const void* buffer, std::size_t count, i
 
   std::vector<long> lengths(dims.begin(), dims.end());
   const bool is_there = handle->file->Fptr->curhdu == 0;
-  int status = is_there ? 0 : CheckLeaving(handle->file);
+  int status = is_there ? 0 : CheckFilling(CanBeLeft(handle->file));
   int hdu_type = 0;
   fits_movabs_hdu(handle->file, 1, &hdu_type, &status);
+  if (status == 0) status = CheckFilling(CanBeResized(handle->file, count, bitpix));
   fits_resize_img(handle->file, bitpix, static_cast<int>(lengths.size()), lengths.data(), &status);
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the buffer only.
   fits_write_img(handle->file, datatype, 1, static_cast<LONGLONG>(count), const_cast<void*>(buffer), &status);

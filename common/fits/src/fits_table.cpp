@@ -6,6 +6,7 @@
 #include "common/fits/src/checks.hpp"
 #include "common/fits/src/data_unit.hpp"
 #include "common/fits/src/header_check.hpp"
+#include "common/fits/src/kept_messages.hpp"
 #include "common/fits/src/status.hpp"
 
 namespace quen::common::Fits {
@@ -55,18 +56,40 @@ bool HasFormat(const tcolumn& column) {
   return column.tdatatype != kNotFound || column.twidth != 0;
 }
 
+/// Whether a table keeps the rows that CFITSIO has in mind. It forgets those that it could not make room for when it
+/// reads the header again.
+bool KeepsItsRows(const Handle& handle) {
+  const FITSfile& state = *handle->file->Fptr;
+  if (state.hdutype == IMAGE_HDU) return true;
+  LONGLONG rows = state.numrows;
+  int status = 0;
+  const KeptMessages kept;
+  fits_read_key_lnglng(handle->file, "NAXIS2", &rows, nullptr, &status);
+  return rows == state.numrows || rows == state.origrows;
+}
+
+LONGLONG HeapEnd(const FITSfile& state) {
+  return static_cast<LONGLONG>(static_cast<ULONGLONG>(state.heapstart) + static_cast<ULONGLONG>(state.heapsize));
+}
+
 /// 0, or why elements cannot be written into a column after a damaged header: CFITSIO does not know it, or would move a
-/// heap that begins before the data. What is no column is left to it.
+/// heap that begins before the data or among the rows. What is no column is left to it.
 int CheckColumn(const Handle& handle, int column, std::size_t count, int first_row) {
   const FITSfile& state = *handle->file->Fptr;
   int status = 0;
   if (state.datastart < 0) fits_set_hdustruc(handle->file, &status);  // reads the header, as writing would have to
   if (status != 0 || column < 1 || column > state.tfield) return status;
   if (!KnowsItsColumns(handle) || !HasFormat(state.tableptr[column - 1])) return BAD_TFORM;
-  const auto elements = std::max<LONGLONG>(state.tableptr[column - 1].trepeat, 1);
-  const LONGLONG last_row = first_row + (static_cast<LONGLONG>(count) - 1) / elements;
-  const bool has_bad_heap = state.hdutype == BINARY_TBL && state.heapstart < 0;
-  return has_bad_heap && last_row > state.numrows ? BAD_HEAP_PTR : 0;
+  const tcolumn& params = state.tableptr[column - 1];
+  const bool is_list = params.tdatatype < 0;  // its elements go behind the heap, all of one row
+  const auto elements = is_list ? 0 : (static_cast<LONGLONG>(count) - 1) / std::max<LONGLONG>(params.trepeat, 1);
+  const LONGLONG added_rows = first_row + elements - state.numrows;
+  const bool moves_heap = added_rows > 0 && (state.lasthdu == 0 || state.heapsize > 0);
+  if (added_rows > 0 && state.rowlength > kMostFilled) return CheckFilling(false);
+  if (moves_heap && HeapEnd(state) < state.numrows * state.rowlength) return BAD_HEAP_PTR;
+  const LONGLONG room = (kBlock - HeapEnd(state) % kBlock) % kBlock;
+  const bool needs_block = moves_heap && added_rows * state.rowlength > room;
+  return CheckFilling(!(is_list || needs_block) || CanGrow(handle->file, 1, 0));
 }
 
 /// 0, or why no HDU can be appended: CFITSIO goes through the last that it has seen, and all after it.
@@ -74,7 +97,7 @@ int CheckWayToEnd(const Handle& handle) {
   const FITSfile& state = *handle->file->Fptr;
   const Way way = WayFrom(state.filename, state.headstart[state.maxhdu]);
   if (way.status != 0) return Refuse(way);
-  return CheckLeaving(handle->file, way.can_be_left);
+  return CheckFilling(way.can_be_left && way.can_append && CanBeLeft(handle->file));
 }
 
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the text only.
@@ -161,7 +184,7 @@ void WriteTable(const Handle& handle, const std::vector<std::pair<std::string, s
 std::size_t WriteColumnPriv(const Handle& handle, const void* data, std::size_t count, int datatype, int column,
                             int first_row) {
   CheckWritable(handle);
-  int status = CheckLeaving(handle->file);
+  int status = CheckFilling(!KeepsItsRows(handle) || CanBeLeft(handle->file));
   if (status == 0) status = CheckColumn(handle, column, count, first_row);
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): CFITSIO reads the data only.
   fits_write_col(handle->file, datatype, column, first_row, 1, static_cast<LONGLONG>(count), const_cast<void*>(data),

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -84,13 +85,21 @@ std::size_t Length(std::string_view value) {
 /// Whether CFITSIO's copy of a value overruns its room for the name of a column.
 bool OverrunsName(std::string_view value) { return !value.starts_with("'") && Length(value) >= sizeof(tcolumn::ttype); }
 
-/// Whether CFITSIO takes a value for the whole number zero.
-bool IsZero(const Card& card) {
-  const std::string_view value = card.value;
-  if (value.starts_with("'")) return StringValue(card).empty();
-  const std::string_view number = value.substr(0, Length(value));
-  return number == "F" || (!number.empty() && number.find_first_not_of("+-0") == std::string_view::npos);
+/// The number that CFITSIO makes of a value; none if it makes none. Logical values are numbers to it.
+std::optional<double> AnyNumber(const Card& card) {
+  const bool is_text = card.value.starts_with("'");
+  std::string number = is_text ? StringValue(card) : card.value.substr(0, Length(card.value));
+  if (!is_text && number.find_first_of("TF") == 0) return number.starts_with("T") ? 1.0 : 0.0;
+  const char* const digits = is_text ? " +-.0123456789EDe" : "+-.0123456789ED";
+  if (number.find_first_not_of(digits) != std::string::npos || (!is_text && number.empty())) return std::nullopt;
+  std::ranges::replace(number, 'D', 'E');
+  char* stop = nullptr;
+  const double value = std::strtod(number.c_str(), &stop);
+  return *stop == '\0' || *stop == ' ' ? std::optional(value) : std::nullopt;
 }
+
+/// Whether CFITSIO takes a value for the whole number zero.
+bool IsZero(const Card& card) { return std::abs(AnyNumber(card).value_or(1.0)) < 1.0; }
 
 // --- Headers -------------------------------------------------------------------------------------------------------
 
@@ -122,26 +131,27 @@ class Header {
     if (card.keyword == "THEAP") heap_start_ = Number(card);
     if (card.keyword == "PCOUNT") parameters_ = Number(card);
     if (card.keyword == "GCOUNT") groups_ = Number(card);
-    if (card.keyword == "ZIMAGE") is_tiled_ = card.value.starts_with("T");
-    if (card.keyword == "ZCMPTYPE") has_blocks_ = StringValue(card).starts_with("RICE");
+    if (card.keyword == "ZIMAGE" && card.value.starts_with("T")) is_tiled_ = true;
+    if (card.keyword == "ZCMPTYPE") compression_ = StringValue(card);
     if (card.keyword == "ZNAXIS") tile_axes_ = Number(card);
-    if (card.keyword == "ZBITPIX" || card.keyword == "ZNAXIS" || Index(card.keyword, "ZVAL") > 0) {
+    if (card.keyword == "ZVAL1") first_parameter_ = card;
+    if (card.keyword == "ZVAL2") second_parameter_ = card;
+    if (card.keyword == "ZBITPIX" || card.keyword == "ZNAXIS") {
       if (OverrunsComplaint(card.value, false)) bad_tiles_.emplace_back(0, card.keyword);
     }
     if (const int axis = std::max(Index(card.keyword, "ZNAXIS"), Index(card.keyword, "ZTILE")); axis > 0) {
-      constexpr std::int64_t kLargestTile = std::int64_t{1} << 40;
-      const bool is_none = card.keyword.starts_with("ZTILE") && (IsZero(card) || Number(card) > kLargestTile);
+      const bool is_none = card.keyword.starts_with("ZTILE") && IsZero(card);
       if (is_none || OverrunsComplaint(card.value, false)) bad_tiles_.emplace_back(axis, card.keyword);
     }
-    if (Index(card.keyword, "ZNAME") > 0 && StringValue(card) == "BLOCKSIZE")
-      block_size_ = Index(card.keyword, "ZNAME");
-    if (Index(card.keyword, "ZVAL") > 0 && IsZero(card)) zeros_.push_back(Index(card.keyword, "ZVAL"));
+    if (const int list = Index(card.keyword, "TFORM"); list > 0 && IsList(StringValue(card))) lists_.push_back(list);
     const int column = Index(card.keyword, "TTYPE");
     if (column > 0 && OverrunsName(card.value)) overrun_ = overrun_ == 0 ? column : std::min(overrun_, column);
   }
 
   [[nodiscard]] bool IsTable() const { return IsBinaryTable() || type_ == "TABLE"; }
   [[nodiscard]] bool IsBinaryTable() const { return type_ == "BINTABLE" || type_ == "A3DTABLE" || type_ == "3DTABLE"; }
+  /// Whether it is a binary table that CFITSIO does not take for an image.
+  [[nodiscard]] bool IsPlainTable() const { return IsBinaryTable() && !is_tiled_; }
   [[nodiscard]] bool IsCalled(std::string_view name) const {
     return SameName(name_, name) || SameName(other_name_, name);
   }
@@ -166,11 +176,9 @@ class Header {
   /// image; empty if there is none.
   [[nodiscard]] std::string BadTiles() const {
     if (!is_tiled_ || !IsBinaryTable()) return {};
-    if (has_blocks_ && std::ranges::find(zeros_, block_size_) != zeros_.end()) {
-      return "ZVAL" + std::to_string(block_size_);
-    }
-    const auto bad = std::ranges::find_if(bad_tiles_, [this](const auto& each) { return each.first <= tile_axes_; });
-    return bad == bad_tiles_.end() ? "" : bad->second;
+    const std::int64_t axes = tile_axes_ <= MAX_COMPRESS_DIM ? std::max(tile_axes_, std::int64_t{0}) : 0;
+    const auto bad = std::ranges::find_if(bad_tiles_, [axes](const auto& each) { return each.first <= axes; });
+    return bad == bad_tiles_.end() ? BadParameter() : bad->second;
   }
 
   /// Bytes of data.
@@ -184,6 +192,13 @@ class Header {
     if (!IsBinaryTable()) return DataSize();
     const std::int64_t start = heap_start_.value_or(Product(elements_, bytes_));
     return start == 0 ? 0 : Sum(start, parameters_);
+  }
+
+  /// Whether CFITSIO can go over its rows, as it does before it leaves it.
+  [[nodiscard]] bool CanBeGoneOver(std::int64_t size) const {
+    if (!IsBinaryTable() || parameters_ <= 0) return true;
+    const auto lists = std::ranges::count_if(lists_, [this](int column) { return column <= columns_; });
+    return Fits::CanBeGoneOver(lists, rows_, row_length_, size);
   }
 
  private:
@@ -204,10 +219,22 @@ class Header {
       if (Index(card.keyword, "NAXIS") != axes_in_order_ + 1 || Number(card) < 0) return;
       const bool groups_only = axes_in_order_ == 0 && Number(card) == 0;  // "random groups" have no first axis
       if (!groups_only || IsTable()) elements_ = Product(elements_, Number(card));
+      (axes_in_order_ == 0 ? row_length_ : rows_) = Number(card);
       ++axes_in_order_;
     } else if (position == kTableColumns) {
       columns_ = card.keyword == "TFIELDS" ? Number(card) : -1;
     }
+  }
+
+  /// The same among the parameters of the compression: those that are whole numbers, the first as the size of a block.
+  [[nodiscard]] std::string BadParameter() const {
+    constexpr double kLargestPixel = 8;  // bytes; beyond that CFITSIO takes the two for interchanged
+    const bool is_rice = compression_.starts_with("RICE");
+    if (!first_parameter_ || (!is_rice && compression_ != "HCOMPRESS_1")) return {};
+    if (is_rice && OverrunsComplaint(first_parameter_->value, false)) return first_parameter_->keyword;
+    if (second_parameter_ && OverrunsComplaint(second_parameter_->value, false)) return second_parameter_->keyword;
+    const bool is_turned = second_parameter_ && AnyNumber(*second_parameter_).value_or(0.0) > kLargestPixel;
+    return is_rice && !is_turned && IsZero(*first_parameter_) ? first_parameter_->keyword : "";
   }
 
   static constexpr int kTableColumns = 7;
@@ -221,17 +248,20 @@ class Header {
   std::int64_t bytes_ = 0;  // of an element
   std::int64_t axes_ = 0;
   std::int64_t elements_ = 1;
+  std::int64_t row_length_ = 0;
+  std::int64_t rows_ = 0;
   std::int64_t parameters_ = 0;
   std::int64_t groups_ = 1;
   std::optional<std::int64_t> heap_start_;
   std::int64_t columns_ = -1;
+  std::vector<int> lists_;  ///< numbers of columns
   int overrun_ = 0;
   bool is_tiled_ = false;
-  bool has_blocks_ = false;
+  std::string compression_;
+  std::optional<Card> first_parameter_;
+  std::optional<Card> second_parameter_;
   std::int64_t tile_axes_ = 0;
   std::vector<std::pair<std::int64_t, std::string>> bad_tiles_;  ///< keywords, each with its axis; 0 for those of none
-  int block_size_ = 0;
-  std::vector<int> zeros_;
 };
 
 /// Reads a header and finds its end, that of its last block; none if nothing can be read there.
@@ -263,7 +293,7 @@ struct Goal {
 
   [[nodiscard]] bool IsReached(int at, const Header& header) const {
     if (at >= number) return true;
-    return !name.empty() && header.IsCalled(name) && (!table_only || header.IsBinaryTable());
+    return !name.empty() && header.IsCalled(name) && (!table_only || header.IsPlainTable());
   }
 };
 
@@ -342,7 +372,10 @@ Way Explore(const std::string& path, std::int64_t start, const Goal& goal) {
   for (int number = 0; start >= 0; ++number) {
     Header header;
     const std::optional<std::int64_t> end = ReadHeader(*file, start, header);
-    if (!end) return way;
+    if (!end) {
+      way.can_append = start - size <= kMostFilled;
+      return way;
+    }
     if (const int column = header.Overrun(); column > 0) {
       return {NO_QUOTE, "TTYPE" + std::to_string(column) + " in the header has too long a value.", way.can_be_left};
     }
@@ -351,7 +384,7 @@ Way Explore(const std::string& path, std::int64_t start, const Goal& goal) {
       return {BAD_NAXES, keyword + " in the header is no size of a tile.", way.can_be_left};
     }
     if (goal.IsReached(number, header) || !header.IsWellFormed()) return way;
-    way.can_be_left = way.can_be_left && CanBeLeft(Sum(*end, header.HeapEnd()), size);
+    way.can_be_left = way.can_be_left && CanBeLeft(Sum(*end, header.HeapEnd()), size) && header.CanBeGoneOver(size);
     const std::int64_t next = Sum(*end, Padded(header.DataSize()));
     if (next >= 0 && next <= start) {
       return {BAD_NAXES, "NAXIS in the header declares data without end.", way.can_be_left};
@@ -378,9 +411,9 @@ bool OverrunsComplaint(std::string_view value, bool is_unsigned) {
   if (!is_text && number.find_first_of(".ED") == std::string::npos) {
     constexpr int kDecimal = 10;
     if (is_unsigned) {
-      std::strtoull(number.c_str(), &stop, kDecimal);
+      static_cast<void>(std::strtoull(number.c_str(), &stop, kDecimal));
     } else {
-      std::strtoll(number.c_str(), &stop, kDecimal);
+      static_cast<void>(std::strtoll(number.c_str(), &stop, kDecimal));
     }
     const bool is_too_large = errno == ERANGE;
     return (is_long && (is_too_large || stops_early(stop))) || (is_unsigned && is_too_large);

@@ -11,6 +11,7 @@ struct Way {
   int status = 0;           ///< a CFITSIO status if CFITSIO would write beyond a buffer, or never end; else 0
   std::string reason;       ///< for that status
   bool can_be_left = true;  ///< whether a file opened for writing can be gone through (data_unit.hpp)
+  bool can_append = true;   ///< whether an HDU can be appended: the file grows by no more than 100 MB before it
 };
 
 /// Looks through the headers of a file before CFITSIO does, for the few things at which it would write beyond a buffer

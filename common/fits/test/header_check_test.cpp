@@ -145,6 +145,38 @@ TEST(HeaderCheck, MoreAxesThanThereIsRoomForAreRefused) {
   EXPECT_EQ(image(100, "-1"), "212: NAXIS in the header has too many axes.");
 }
 
+TEST(HeaderCheck, TilesAtWhichCfitsioBreaksAreRefused) {
+  const auto tiles = [](const std::string& compression, const std::vector<std::string>& more) {
+    std::vector<std::string> cards = {
+        "ZIMAGE  = T", "ZCMPTYPE= '" + compression + "'", "ZBITPIX = 16", "ZNAXIS  = 2", "ZNAXIS1 = 6", "ZNAXIS2 = 4"};
+    cards.insert(cards.end(), more.begin(), more.end());
+    return Verdict(Primary() + Table("4", cards) + kData);
+  };
+  const auto none = [](const std::string& keyword) {
+    return "213: " + keyword + " in the header is no size of a tile.";
+  };
+  const std::string sevens(30, '7');
+  for (const char* const zero : {"0", "-0", "0.0", "0.5", "'0'", "' 0'", "'0 1'", "'0E5'", "''", "F"}) {
+    EXPECT_EQ(tiles("GZIP_1", {std::string("ZTILE1  = ") + zero}), none("ZTILE1")) << zero;
+    EXPECT_EQ(tiles("RICE_1", {std::string("ZVAL1   = ") + zero}), none("ZVAL1")) << zero;
+    EXPECT_EQ(tiles("GZIP_1", {std::string("ZVAL1   = ") + zero}), "") << zero;
+  }
+  for (const char* const other : {"", "1", "1.0", "T", "-1", "'1'", "'none'", "0E5x", "4611686018427387904"}) {
+    EXPECT_EQ(tiles("RICE_1", {std::string("ZTILE1  = ") + other, "ZVAL1   = 32"}), "") << other;
+    EXPECT_EQ(tiles("RICE_1", {std::string("ZVAL1   = ") + other}), "") << other;
+  }
+  EXPECT_EQ(tiles("RICE_1", {"ZVAL1   = 0", "ZVAL2   = 8"}), none("ZVAL1"));
+  EXPECT_EQ(tiles("RICE_1", {"ZVAL1   = 0", "ZVAL2   = 9"}), "");  // taken for each other
+  EXPECT_EQ(tiles("RICE_1", {"ZVAL1   = " + sevens}), none("ZVAL1"));
+  EXPECT_EQ(tiles("RICE_1", {"ZVAL1   = 32", "ZVAL2   = " + sevens}), none("ZVAL2"));
+  EXPECT_EQ(tiles("RICE_1", {"ZVAL2   = " + sevens}), "");
+  EXPECT_EQ(tiles("RICE_1", {"ZVAL1   = 32", "ZVAL9   = " + sevens}), "");
+  EXPECT_EQ(tiles("HCOMPRESS_1", {"ZVAL1   = " + sevens}), "");
+  EXPECT_EQ(tiles("HCOMPRESS_1", {"ZVAL1   = 0", "ZVAL2   = " + sevens}), none("ZVAL2"));
+  EXPECT_EQ(tiles("GZIP_1", {"ZNAXIS  = " + sevens}), none("ZNAXIS"));
+  EXPECT_EQ(tiles("GZIP_1", {"ZNAXIS  = 7", "ZTILE1  = 0"}), "");  // more axes than it looks at
+}
+
 TEST(HeaderCheck, DataThatLeadBackAreRefused) {
   const std::vector<std::string> back = {"NAXIS1  = 64", "NAXIS2  = 288230376151711654"};  // 2^64 - 5760 bytes in all
   EXPECT_EQ(Verdict(Primary() + Header({"XTENSION= 'IMAGE'", "BITPIX  = 8", "NAXIS   = 2", back[0], back[1]})),
@@ -239,6 +271,48 @@ TEST(MissingData, FileThatLacksGigabytesIsOpenedForWritingAndStaysAsItIs) {
   }
 }
 
+TEST(MissingData, RowsOfListsThatAreNotThereAreNotGoneOver) {
+  const auto lists = [](const std::string& rows, const std::string& heap, const std::string& format) {
+    return Primary() + Header({"XTENSION= 'BINTABLE'", "BITPIX  = 8", "NAXIS   = 2", "NAXIS1  = 8", "NAXIS2  = " + rows,
+                               "PCOUNT  = " + heap, "GCOUNT  = 1", "TFIELDS = 1", "TTYPE1  = 'x'",
+                               "TFORM1  = '" + format + "'", "THEAP   = 8", "EXTNAME = 'rois'"});
+  };
+  EXPECT_EQ(Verdict(lists("300000000", "8", "1PD") + kData), "stuck");
+  EXPECT_EQ(Verdict(lists("300000000", "8", "QD") + kData), "stuck");
+  EXPECT_EQ(Verdict(lists("100000000", "8", "1PD") + kData), "");
+  EXPECT_EQ(Verdict(lists("300000000", "0", "1PD") + kData), "");
+  EXPECT_EQ(Verdict(lists("300000000", "8", "D") + kData), "");
+  const TempDir folder;
+  const std::string path = folder / "a.fits";
+  WriteText(path, lists("9000000000000", "8", "1PD") + kData);
+  const std::vector<char> before = quen::testing::Bytes(path);
+  FitsFile(path, "rois");  // would take hours
+  FitsFileWrite(path, false, "rois");
+  EXPECT_EQ(quen::testing::Bytes(path), before);
+}
+
+/// The parameters and the number of "random groups" stay in the header, and count for the new image.
+TEST(MissingData, ImageIsNotWrittenWhereTheHeaderMultipliesIt) {
+  const TempDir folder;
+  const std::string path = folder / "a.fits";
+  const std::vector<double> ramp = quen::testing::Ramp(24);
+  for (const char* const card : {"PCOUNT  = 2147483647", "PCOUNT  = 4611686018427387904", "GCOUNT  = 2147483647"}) {
+    WriteText(path, Header({"SIMPLE  = T", "BITPIX  = 16", "NAXIS   = 2", "NAXIS1  = 0", "NAXIS2  = 6", "GROUPS  = T",
+                            card[0] == 'G' ? "PCOUNT  = 2" : "GCOUNT  = 3", card}) +
+                        kData);
+    const std::vector<char> before = quen::testing::Bytes(path);
+    quen::testing::ClearMessages();
+    quen::testing::ExpectThrows<std::runtime_error>(
+        "Fits: Error writing image: tried to move past end of file, The file lacks more than 100 MB of the data that "
+        "it "
+        "declares.",
+        [&] {
+          WriteImgPriv(FitsFileWrite(path, false, std::nullopt), ramp.data(), ramp.size(), DOUBLE_IMG, TDOUBLE, {6, 4});
+        });
+    EXPECT_EQ(quen::testing::Bytes(path).size(), before.size()) << card;
+  }
+}
+
 TEST(MissingData, ImageIsWrittenOverOneThatLacksGigabytes) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
@@ -250,7 +324,19 @@ TEST(MissingData, ImageIsWrittenOverOneThatLacksGigabytes) {
   EXPECT_EQ(found, ramp);
 }
 
-/// What the file lacks is filled up where that is little.
+/// CFITSIO would put zeros in place of all that is taken away.
+TEST(MissingData, ImageIsNotWrittenOverALargerOneThatLacksGigabytes) {
+  const TempDir folder;
+  const std::string path = folder / "a.fits";
+  WriteText(path, Header({"SIMPLE  = T", "BITPIX  = -64", "NAXIS   = 2", "NAXIS1  = 100000", "NAXIS2  = 100000"}) +
+                      kData + kData);
+  const std::vector<double> ramp = quen::testing::Ramp(24);
+  EXPECT_THROW(
+      WriteImgPriv(FitsFileWrite(path, false, std::nullopt), ramp.data(), ramp.size(), DOUBLE_IMG, TDOUBLE, {6, 4}),
+      std::runtime_error);
+  EXPECT_EQ(quen::testing::Bytes(path).size(), 3U * 2880);
+}
+
 /// CFITSIO takes the data of a table without rows for none, whatever its heap is to hold.
 TEST(MissingData, TableWithoutRowsLacksNothing) {
   const TempDir folder;
@@ -262,9 +348,18 @@ TEST(MissingData, TableWithoutRowsLacksNothing) {
   FitsFileWrite(path, false, "rois");
   const std::vector<char> bytes = quen::testing::Bytes(path);
   EXPECT_NE(std::string(bytes.begin(), bytes.end()).find("CHECKSUM"), std::string::npos);
-  EXPECT_NO_THROW(WriteTable(FitsFileWrite(path, false, "new"), {{"x", "D"}}));
+  quen::testing::ClearMessages();
+  quen::testing::ExpectThrows<std::runtime_error>(
+      "Fits: Could not create table, details: tried to move past end of file, The file lacks more than 100 MB of the "
+      "data "
+      "that it declares.",
+      [&] {
+        WriteTable(FitsFileWrite(path, false, "new"), {{"x", "D"}});
+      });
+  EXPECT_EQ(quen::testing::Bytes(path).size(), bytes.size());
 }
 
+/// What the file lacks is filled up where that is little.
 TEST(MissingData, FileThatLacksItsLastBlockIsMadeWhole) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
