@@ -61,11 +61,7 @@ using quen::testing::WriteText;
 class Disk : public ::testing::Test {
  protected:
   Disk() { WriteText(File("a"), "old"); }
-  ~Disk() override { g_meanwhile = {}; }
-  Disk(const Disk&) = delete;
-  Disk& operator=(const Disk&) = delete;
-  Disk(Disk&&) = delete;
-  Disk& operator=(Disk&&) = delete;
+  void TearDown() override { g_meanwhile = {}; }
 
   [[nodiscard]] std::string File(const std::string& name) const { return folder_ / name; }
 

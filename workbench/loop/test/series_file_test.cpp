@@ -15,7 +15,6 @@ using quen::testing::ExpectThrows;
 using quen::testing::Ramp;
 using quen::testing::TempDir;
 using quen::testing::WriteImage;
-using quen::testing::WriteText;
 using quen::workbench::InputFile;
 using quen::workbench::ReadSeries;
 
