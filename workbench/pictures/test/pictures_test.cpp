@@ -32,7 +32,6 @@
 
 namespace {
 
-using quen::testing::Outcome;
 using quen::testing::TempDir;
 using quen::workbench::Displacements;
 using quen::workbench::FrameRecord;
