@@ -29,6 +29,9 @@ struct Verb {
   std::vector<Argument> arguments = {};
   std::vector<std::vector<std::string>> alternatives = {};  ///< names of arguments of which at most one may be given
   std::function<void()> action;                             ///< once the arguments have filled their variables
+
+  /// An argument's line in help and manual: its own description, and what it cannot be given with.
+  [[nodiscard]] std::string DescriptionOf(const Argument& argument) const;
 };
 
 class CommandLine {

@@ -165,7 +165,8 @@ TEST_F(Verbs, FrameSaysWhatIsWrong) {
         "horizontal-coma, vertical-trefoil, oblique-trefoil, spherical, found dent" +
             std::string(kHint));
   Fails("frame x --modes 60=1", 2, "--modes: expected a mode from 0 to 51, found 60" + std::string(kHint));
-  Fails("frame x --modes 1=1 --shape tip:1", 2, "--modes excludes --shape" + std::string(kHint));
+  Fails("frame x --modes 1=1 --shape tip:1", 2,
+        "--modes, --shape: expected one of them, found all" + std::string(kHint));
   Fails("frame " + folder_.Path() + " --displacements " + File("none"), 1,
         "quen-shs: " + File("none") + ": cannot be read: No such file or directory");
   EXPECT_FALSE(std::filesystem::exists(File("frame.fits")));
@@ -225,7 +226,7 @@ TEST_F(Verbs, MeasureSaysWhatIsWrong) {
   quen::testing::WriteImage(File("small.fits"), SHORT_IMG, {10, 20}, {});
   Fails("measure " + folder_.Path() + " " + File("small.fits"), 1,
         "quen-shs: " + File("small.fits") + ": expected a frame of 840 x 816 pixels (columns x rows), found 10 x 20");
-  Fails("measure " + folder_.Path(), 2, "FRAME is required" + std::string(kHint));
+  Fails("measure " + folder_.Path(), 2, "FRAME: expected a name, found none" + std::string(kHint));
   EXPECT_FALSE(std::filesystem::exists(File("slopes.fits")));
   Fails("measure " + folder_.Path() + " " + File("none.fits"), 1,
         "quen-shs: " + File("none.fits") + ": cannot be read: No such file or directory");
@@ -405,7 +406,8 @@ TEST_F(Verbs, LoopSweepsItsGain) {
   EXPECT_EQ(lost.exit_code, 1);
   EXPECT_EQ(lost.err, "quen-shs: the loop diverges with every gain; try lower ones, or a shorter delay\n");
   Fails("loop x --sweep gain=1:2", 2, "--sweep: expected gain=FIRST:LAST:STEP, found gain=1:2" + std::string(kHint));
-  Fails("loop x --sweep gain=1:2:1 --gain 1", 2, "--gain excludes --sweep" + std::string(kHint));
+  Fails("loop x --sweep gain=1:2:1 --gain 1", 2,
+        "--gain, --sweep: expected one of them, found all" + std::string(kHint));
 }
 
 TEST_F(Verbs, LoopGivesItsResultAsJson) {

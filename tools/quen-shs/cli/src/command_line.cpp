@@ -4,11 +4,15 @@
 #include <fmt/ranges.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
 #include "tools/quen-shs/cli/output.hpp"
 #include "tools/quen-shs/cli/src/paragraphs.hpp"
+#include "tools/quen-shs/cli/src/usage.hpp"
 #include "workbench/fits/plain_text.hpp"
 
 namespace quen::tool {
@@ -40,12 +44,12 @@ void Take(const Argument& argument, const std::string& text) {
   }
 }
 
-void AddArgument(CLI::App& app, const Argument& argument) {
+void AddArgument(CLI::App& app, const Argument& argument, const std::string& description) {
   const std::string names = argument.name + (argument.alias.empty() ? "" : "," + argument.alias);
-  const std::string description = argument.Description();
   if (argument.IsFlag()) {
     app.add_flag_callback(
-        names, [&argument] { Take(argument, ""); }, description);
+           names, [&argument] { Take(argument, ""); }, description)
+        ->disable_flag_override();
     return;
   }
   const auto take = [&argument](const std::vector<std::string>& texts) {
@@ -60,14 +64,7 @@ void AddArgument(CLI::App& app, const Argument& argument) {
 CLI::App* AddVerb(CLI::App& app, const Verb& verb) {
   CLI::App* const subcommand = app.add_subcommand(verb.name, verb.summary);
   subcommand->footer(Footer(verb))->group("Verbs");
-  for (const Argument& argument : verb.arguments) AddArgument(*subcommand, argument);
-  for (const std::vector<std::string>& names : verb.alternatives) {
-    for (const std::string& name : names) {
-      for (const std::string& other : names) {
-        if (name != other) subcommand->get_option(name)->excludes(subcommand->get_option(other));
-      }
-    }
-  }
+  for (const Argument& argument : verb.arguments) AddArgument(*subcommand, argument, verb.DescriptionOf(argument));
   return subcommand;
 }
 
@@ -78,27 +75,26 @@ void SetWords(CLI::App& app) {
   app.get_formatter()->column_width(kColumn);
   app.get_formatter()->label("SUBCOMMAND", "VERB");
   app.get_formatter()->label("Positionals", "Arguments");
-  app.failure_message([](const CLI::App*, const CLI::Error& error) {
-    return workbench::Sentence(error.what()) + "\nRun with --help for more information.\n";
-  });
+  app.get_formatter()->label("REQUIRED", "");  // the usage line shows it
   app.footer(fmt::format("{}\n\n'{} VERB --help' tells more.\nExit code: {}", Examples(ToolExamples()), kToolName,
                          kExitCodes));
-}
-
-/// What to say where the first argument is no verb.
-CLI::ValidationError NoVerb(const CLI::App& app, const std::vector<Verb>& verbs) {
-  std::vector<std::string> names;
-  names.reserve(verbs.size());
-  for (const Verb& verb : verbs) names.push_back(verb.name);
-  const std::vector<std::string> others = app.remaining();
-  return CLI::ValidationError("VERB", fmt::format("expected one of {}, found {}", fmt::join(names, ", "),
-                                                  others.empty() ? "none" : others.front()));
 }
 
 }  // namespace
 
 std::vector<std::string> ToolExamples() {
   return {"quen-shs calibrate sensor", "quen-shs check sensor", "quen-shs loop sensor"};
+}
+
+std::string Verb::DescriptionOf(const Argument& argument) const {
+  std::string text = argument.Description();
+  for (const std::vector<std::string>& names : alternatives) {
+    if (std::ranges::find(names, argument.name) == names.end()) continue;
+    std::vector<std::string> others;
+    std::ranges::remove_copy(names, std::back_inserter(others), argument.name);
+    text += fmt::format("; not with {}", fmt::join(others, ", "));
+  }
+  return text;
 }
 
 int CommandLine::Run(int argc, char** argv) const {
@@ -109,12 +105,15 @@ int CommandLine::Run(int argc, char** argv) const {
   for (const Verb& verb : verbs_) subcommands.push_back(AddVerb(app, verb));
   try {
     app.parse(argc, argv);
+    for (std::size_t k = 0; k < verbs_.size(); ++k) RequireOneOfAlternatives(*subcommands[k], verbs_[k]);
+  } catch (const CLI::Success& asked) {
+    std::ostringstream text;
+    app.exit(asked, text);
+    Print(text.str());
+    return 0;
   } catch (const CLI::ParseError& error) {
-    const bool lacks_verb = app.get_subcommands().empty() && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
-    std::ostringstream help;
-    const int code = lacks_verb ? app.exit(NoVerb(app, verbs_)) : app.exit(error, help);
-    Print(help.str());
-    return code == 0 ? 0 : kWrongUsage;
+    std::cerr << workbench::Sentence(WhatIsWrong(app, error, verbs_)) << "\nRun with --help for more information.\n";
+    return kWrongUsage;
   }
   for (std::size_t k = 0; k < verbs_.size(); ++k) {
     if (subcommands[k]->parsed()) verbs_[k].action();

@@ -78,7 +78,7 @@ std::string Options(const Verb& verb) {
   for (const Argument& argument : verb.arguments) {
     const std::string names = argument.name + (argument.alias.empty() ? "" : "," + argument.alias);
     text += Entry(Bold(names) + (argument.value.empty() ? "" : " " + Italic(argument.value)),
-                  Escaped(argument.Description()));
+                  Escaped(verb.DescriptionOf(argument)));
   }
   return text;
 }
