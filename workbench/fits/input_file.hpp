@@ -25,6 +25,10 @@ class InputFile {
   /// @throws std::runtime_error  there is no memory for it
   static InputFile InMemory(const std::string& name, std::string_view bytes);
 
+  /// Reads the whole of a file on a disk into memory: from now on it is as it is now, and its reading cannot fail.
+  /// @throws std::runtime_error  it cannot be read, or there is no memory for it
+  void TakeIntoMemory();
+
   /// What the user wrote.
   [[nodiscard]] const std::string& Name() const { return name_; }
 
@@ -58,6 +62,7 @@ class InputFile {
  private:
   InputFile() = default;
   void KeepInMemory(std::string_view bytes);
+  void KeepInMemoryOrRefuse(std::string_view bytes);
 
   std::string name_;
   Descriptor descriptor_;

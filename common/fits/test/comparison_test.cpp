@@ -437,14 +437,16 @@ void Restart() {
   setitimer(ITIMER_PROF, &kLimit, nullptr);
 }
 
-/// All operations on all cases, from number `first` on. Outcomes go into a file, each after its length.
+/// All operations on all cases, from number `first` on, as many as leave the file of outcomes below the limit. Outcomes
+/// go into a file, each after its length.
 void RunFrom(const Layer& layer, const std::vector<Case>& cases, std::size_t first, const std::string& folder,
              const std::string& outcomes) {
   Limit();
   dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
   std::ofstream out(outcomes, std::ios::binary);
-  const std::size_t count = cases.size() * Operations().size();
-  for (std::size_t at = first; at < count; ++at) {
+  constexpr std::size_t kMost = 10'000;
+  const std::size_t end = std::min(first + kMost, cases.size() * Operations().size());
+  for (std::size_t at = first; at < end; ++at) {
     Restart();
     const std::string text =
         RunOperation(layer, cases[at / Operations().size()], Operations()[at % Operations().size()], folder);
@@ -475,7 +477,7 @@ std::vector<Outcome> RunAll(const Layer& layer, const std::vector<Case>& cases, 
     int status = 0;
     waitpid(child, &status, 0);
     ReadOutcomes(path, outcomes);
-    if (outcomes.size() < count) outcomes.push_back({"", WIFSIGNALED(status) ? WTERMSIG(status) : -1});
+    if (status != 0) outcomes.push_back({"", WIFSIGNALED(status) ? WTERMSIG(status) : -1});
   }
   return outcomes;
 }

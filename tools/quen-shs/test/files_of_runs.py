@@ -242,9 +242,11 @@ class Traced(Folder):
                    "LSAN_OPTIONS": "detect_leaks=0"}
     del environment["LD_LIBRARY_PATH"]
 
-    def trace(self, calls, *arguments, inject=(), check=True):
+    def trace(self, calls, *arguments, inject=(), of=(), check=True):
+        """Calls of these names, with faults put in their way; only those that concern the files `of`, if any."""
         log = self.path("../" + os.path.basename(self.folder) + ".log")
         options = [option for fault in inject for option in ("-e", "inject=" + fault)]
+        options += [option for file in of for option in ("-P", os.path.realpath(self.path(file)))]
         before = ["strace", "-f", "-qq", "-s", "4096", "-o", log, "-e", "trace=" + calls, *options]
         try:
             result = self.run_tool(*arguments, before=before, env=self.environment)
@@ -407,7 +409,7 @@ class Traced(Folder):
                                ["view", "s/loop/telemetry.fits", "--png=p.png"])
 
     def test_faults_of_check(self):
-        """A file that cannot be opened at some moment says nothing of the calibration."""
+        """A file that cannot be opened or read at some moment says nothing of the calibration."""
         whole, lines = self.trace("openat", "check", "s")
         opened = [line for line in lines if line.startswith("openat(")]
         nths = [nth for nth, line in enumerate(opened, 1) if '"/proc/self/fd/' in line]
@@ -419,6 +421,14 @@ class Traced(Folder):
             else:
                 self.assertEqual((result.returncode, result.stdout), (1, b""), nth)
                 self.assertNotIn(b"trusted", result.stderr)
+        for file in ("s/data/M2S.fits", "s/data/CM.fits", "s/data/shs_rois.fits"):
+            _, lines = self.trace("pread64", "check", "s", of=[file])
+            self.assertGreater(len(lines), 0)
+            for nth in range(1, len(lines) + 1):
+                result, _ = self.trace("pread64", "check", "s", inject=[f"pread64:error=EIO:when={nth}"], of=[file],
+                                       check=False)
+                self.assertEqual((result.returncode, result.stdout), (1, b""), (file, nth))
+                self.assertEqual(result.stderr, f"quen-shs: {file}: cannot be read: Input/output error\n".encode())
 
     def test_folder_that_may_not_be_written_to(self):
         measure, fault = ["measure", "s", "s/frame.fits"], ["faccessat2:error=EACCES"]

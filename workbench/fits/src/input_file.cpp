@@ -59,12 +59,18 @@ InputFile::InputFile(const std::string& name) : name_(name), descriptor_(Open(na
 InputFile InputFile::InMemory(const std::string& name, std::string_view bytes) {
   InputFile file;
   file.name_ = name;
-  try {
-    file.KeepInMemory(bytes);
-  } catch (const std::system_error& error) {
-    RefuseToRead(name, error.code().message());
-  }
+  file.KeepInMemoryOrRefuse(bytes);
   return file;
+}
+
+void InputFile::TakeIntoMemory() { KeepInMemoryOrRefuse(Piece(0, size_)); }
+
+void InputFile::KeepInMemoryOrRefuse(std::string_view bytes) {
+  try {
+    KeepInMemory(bytes);
+  } catch (const std::system_error& error) {
+    RefuseToRead(name_, error.code().message());
+  }
 }
 
 void InputFile::KeepInMemory(std::string_view bytes) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <stdexcept>
 
 #include "pim/helper.hpp"
@@ -21,6 +22,15 @@ std::string Missing(const std::string& folder, const std::string& path) {
          "' makes a synthetic one";
 }
 
+/// A file that the library and `check` read several times: if it is not far too large, its bytes are fetched once, and
+/// a failing disk or another program cannot change what is said of it.
+quen::workbench::InputFile Opened(const std::string& path) {
+  constexpr std::uint64_t kMostInMemory = 64U << 20U;
+  quen::workbench::InputFile file(path);
+  if (file.Size() <= kMostInMemory) file.TakeIntoMemory();
+  return file;
+}
+
 }  // namespace
 
 // The library asks its host's lookup first; this one knows the files that the user named.
@@ -36,7 +46,9 @@ void quen::workbench::UseCalibration(const std::string& folder) {
     paths.push_back((std::filesystem::path(folder) / name).string());
     if (!std::filesystem::exists(paths.back())) throw std::runtime_error(Missing(folder, paths.back()));
   }
-  UseCalibration(std::vector<InputFile>(paths.begin(), paths.end()));
+  std::vector<InputFile> files;
+  std::ranges::transform(paths, std::back_inserter(files), Opened);
+  UseCalibration(std::move(files));
 }
 
 void quen::workbench::UseCalibration(std::vector<InputFile> files) { Files() = std::move(files); }
