@@ -5,6 +5,7 @@
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/process.hpp"
+#include "workbench/engines/engines.hpp"
 
 namespace {
 
@@ -28,9 +29,8 @@ TEST_F(ScoreVerb, PrintsARowPerEngineAndTheBound) {
                              "pixels\n\n| engine            |   bias x |"),
             0U)
       << outcome.out;
-  for (const char* const name :
-       {"centre-of-gravity", "windowed", "weighted", "brightest", "quad-cell", "correlation", "gaussian-fit"}) {
-    EXPECT_NE(outcome.out.find("\n| " + std::string(name) + " "), std::string::npos) << name;
+  for (const std::string& name : quen::workbench::EngineNames()) {
+    EXPECT_NE(outcome.out.find("\n| " + name + " "), std::string::npos) << name;
   }
 }
 

@@ -111,7 +111,7 @@ std::vector<SweepPoint> ReadSweep(const InputFile& file) {
     points.push_back(
         {row.gain, row.residual_rms, row.disturbance_rms, FramesOf(file.Name(), points.size(), row.frames)});
   }
-  if (points.empty()) throw std::runtime_error(file.Name() + ": its table \"sweep\" has no rows");
+  if (points.empty()) throw std::runtime_error(file.Name() + ": its table \"sweep\": expected rows, found none");
   return points;
 }
 

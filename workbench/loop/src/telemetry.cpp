@@ -69,7 +69,7 @@ std::vector<FrameRecord> ReadTelemetry(const InputFile& file) {
   for (TelemetryRow& row : ReadRows<TelemetryRow>(file, kTelemetryTable, modes)) {
     records.push_back(std::move(row.record));
   }
-  if (records.empty()) throw std::runtime_error(file.Name() + ": its table \"telemetry\" has no rows");
+  if (records.empty()) throw std::runtime_error(file.Name() + ": its table \"telemetry\": expected rows, found none");
   return records;
 }
 
