@@ -22,6 +22,11 @@ function(quen_add_test name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} quen_testing quen_warnings)
   # The library is optimised as its users have it. A test's own code is compiled more often than it runs.
   target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O1>)
+  list(LENGTH ARG_SOURCES sources)
+  if(sources GREATER 3)
+    quen_precompile(${name} <gtest/gtest.h> <algorithm> <filesystem> <fstream> <random> <string> <vector>
+                    ${PROJECT_SOURCE_DIR}/shssim/shs_simulator.hpp)
+  endif()
   if(NOT ARG_LABEL)
     set(ARG_LABEL unit)
   endif()
