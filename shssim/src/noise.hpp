@@ -20,7 +20,7 @@ class Noise {
 
   /// @param draws  how many pixels the frame draws in all
   Noise(common::simd::Level level, std::mt19937& generator, double noise, std::size_t draws)
-      : low_(-noise), span_(noise - low_), stream_(level, generator, draws) {
+      : low_(-noise), span_(noise - low_), stream_(level, generator) {
     // Every number is 0 then, but the generator moves on all the same.
     if (noise == 0.0) stream_.Skip(draws);
   }

@@ -51,11 +51,16 @@ std::size_t PixelCount(const std::vector<Roi>& rois) {
   return count;
 }
 
-/// Any region, with the formula's Gaussian.
+/// Any region, with the formula's Gaussian; each row in pieces for which the noise gives numbers.
 void DrawFar(const Spot& spot, Noise& noise, FrameBuffers frame) {
+  const std::size_t end = spot.x_low + spot.width;
   for (std::size_t y = spot.y_low; y < spot.y_low + spot.height; ++y) {
-    for (std::size_t x = spot.x_low; x < spot.x_low + spot.width; ++x) {
-      Store(x, y, Gaussian(x, y, spot.cx, spot.cy) + noise.Scaled(*noise.Take(1)), frame);
+    for (std::size_t first = spot.x_low; first < end; first += Noise::kMaxTake) {
+      const std::size_t count = std::min(end - first, Noise::kMaxTake);
+      const double* const u = noise.Take(count);
+      for (std::size_t k = 0; k < count; ++k) {
+        Store(first + k, y, Gaussian(first + k, y, spot.cx, spot.cy) + noise.Scaled(u[k]), frame);
+      }
     }
   }
 }
