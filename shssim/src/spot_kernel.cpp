@@ -10,7 +10,6 @@
 
 #include "basesim/base_simulator.hpp"
 #include "shssim/spot.hpp"
-#include "shssim/truncation.hpp"
 
 // Why the bits are those of the formula.
 //
@@ -21,15 +20,16 @@
 // Dividing by 8 is exact, and done at once: from here on p, q and s are the formula's divided by 8.
 //
 // (1) p and q belong to a column and a row. Each is rounded to a multiple of 2⁻⁴³, p' and q'. The exponentials
-//     P = e^(−p') and Q = e^(−q') are computed as a sum high + low of two doubles, to better than 2⁻⁶⁴ (see FillAxis).
-// (2) p' + q' is exact, being below 2¹⁰, and so is its difference from the formula's sum, d = (p' + q') − s. Hence the
-//     exact value of what std::exp computes is
+//     P = e^(−p') and Q = e^(−q') are computed as a sum high + low of two doubles, to better than 2⁻⁶³·⁵ (see
+//     FillAxis).
+// (2) p' + q' is exact, being below 2¹⁰, and so is its difference from the formula's sum, d = (p' + q') − s, save for
+//     2⁻⁹⁵ where s is tiny. Hence the exact value of what std::exp computes is
 //
 //         E = e^(−s) = P · Q · e^d = P · Q · (1 + d) · (1 + δ),   |δ| < 2⁻⁸⁴,   as |d| < 2⁻⁴² here.
 //
 // (3) That product is evaluated with fused multiply-adds, one of which gives the rounding error of high · high exactly.
-//     The result is a sum g + l, g the double nearest to it. With the errors of (1) it is within 2⁻⁶³ of E, or 2⁻¹⁰ of
-//     a unit, which is the gap between the two doubles on either side of E.
+//     The result is a sum g + l, g the double nearest to it. Nearly all its error is that of (1), twice: it is within
+//     2⁻⁶² of E, or 2⁻⁹ of a unit, which is the gap between the two doubles on either side of E.
 // (4) std::exp errs by less than kExpErrorBound = 0.512 units; a test holds the machine's library to a little less,
 //     which makes up for the error in (3). Where E is closer to g than 0.488 units, every other double is farther from
 //     it than 0.512: std::exp returns g. Elsewhere it returns g or the double on the other side of E. The sum
@@ -117,7 +117,7 @@ QUEN_ALWAYS_INLINE void Store(const Vector& vector, Element* to) {
 // their entries are neighbours, and a vector of them is one load.
 
 constexpr std::int64_t kSteps = 64;      // to a pixel
-constexpr std::int64_t kLeftmost = -49;  // whole pixels: farther than kFarthest, as a is rounded down to them
+constexpr std::int64_t kLeftmost = -49;  // whole pixels: a little farther than kFarthest
 constexpr std::size_t kReach = 112;      // on to the last element of a vector that begins at kFarthest
 
 /// e^(−a²/8) for a = kLeftmost + column + row / kSteps, as high + low.
@@ -169,9 +169,9 @@ struct Axis {
 
 /// Fills whole vectors: beyond the region's last column or row too.
 ///
-/// The error of high + low: |t| ≤ 48 · 1/128 / 4 < 0.0938. The sum of its powers from the third on, below 2⁻¹², has
-/// four roundings, the one of the fused step uncounted: below 2⁻⁶⁴ · 0.9. All else, the powers left out among it, is
-/// below 2⁻⁶⁹.
+/// The error of high + low: a is within 1/128 of the distance, so |t| < 48 · 2 / 128 / 8 + 2⁻¹⁶ < 0.0938. The powers of
+/// t from the third on add up to less than 2⁻¹²·⁷, with four roundings at the most: 2⁻⁶³·⁷. Whatever else is rounded or
+/// left out is kept in the lower double or below 2⁻⁶⁹.
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void FillAxis(std::size_t first, std::size_t count, double centre, const Table& table, Axis& axis) {
   using Doubles = typename Vectors<W>::Doubles;
@@ -188,7 +188,8 @@ QUEN_ALWAYS_INLINE void FillAxis(std::size_t first, std::size_t count, double ce
     const Doubles square = -kSpotExponent * (distance * distance);
     const Doubles coarse = (square + kToMultiple) - kToMultiple;
     const Doubles a = steps + (static_cast<double>(n) / kSteps + static_cast<double>(block));
-    const Doubles t = -kSpotExponent * (a * a) - coarse;  // exact, each step
+    Doubles t = -coarse;
+    AddProduct(t, a, -kSpotExponent * a);  // exact
 
     // e^t − 1 = m + m_low: t²/2 with its rounding error, then the powers from t³ on, then t
     const Doubles half = 0.5 * t;
@@ -267,7 +268,7 @@ QUEN_ALWAYS_INLINE std::uint64_t DrawVector(const Axis& columns, const Row& row,
   Doubles candidate = g;
   AddProduct(candidate, l, kSureness);
 
-  Doubles value = kSpotPeak * g;
+  Doubles value;
   std::uint64_t unsure = 0;
   if constexpr (kWithNoise) {
     Doubles u;
@@ -279,6 +280,7 @@ QUEN_ALWAYS_INLINE std::uint64_t DrawVector(const Axis& columns, const Row& row,
     AddProduct(other_value, candidate, kSpotPeak);
     unsure = Differing(value, other_value);
   } else {
+    value = kSpotPeak * g;
     unsure = Differing(g, candidate);
   }
   const auto pixel = __builtin_convertvector(__builtin_convertvector(value, typename Vectors<W>::Truncated),
@@ -296,8 +298,10 @@ QUEN_ALWAYS_INLINE std::uint64_t DrawRow(const Axis& columns, const Row& row, st
   const std::size_t whole = width - tail;
   std::uint64_t unsure = 0;
   for (std::size_t first = 0; first < whole; first += W) {
-    unsure |= DrawVector<W, kWithNoise>(columns, row, first, values + first, pixels + first) << first;
+    const std::uint64_t bits = DrawVector<W, kWithNoise>(columns, row, first, values + first, pixels + first);
+    unsure = unsure >> W | bits << (kMaxSide - W);  // shifts by constants are the cheaper ones
   }
+  if (whole > 0) unsure >>= kMaxSide - whole;
   if (tail > 0) {
     std::array<double, W> tail_values;
     std::array<std::uint16_t, W> tail_pixels;
@@ -353,7 +357,7 @@ QUEN_ALWAYS_INLINE void DrawRows(const Spot& spot, const Axis& columns, const Ax
       const double g = std::exp(-(columns.square[k] + rows.square[r]));
       const double value = kSpotPeak * g + noise.Scaled(u[(r - begin) * spot.width + k]);
       values[offset(r) + k] = value;
-      pixels[offset(r) + k] = TruncateToPixel(value);
+      pixels[offset(r) + k] = static_cast<std::uint16_t>(static_cast<std::int32_t>(value));
     }
     begin = end;
   }
