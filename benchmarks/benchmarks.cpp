@@ -112,11 +112,11 @@ void AddStages(Scene& scene) {
   const Level level = quen::common::simd::Best();
   Add("stages of a frame/whole, noise 10", [&scene, level] { Rendered(scene, level, 10.0); });
   Add("stages of a frame/draw: advance the generator", [&scene, level] {
-    UniformStream stream(level, scene.generator, kPixels);
+    UniformStream stream(level, scene.generator);
     stream.Skip(kPixels);
   });
   Add("stages of a frame/draw, temper and convert", [&scene, level] {
-    UniformStream stream(level, scene.generator, kPixels);
+    UniformStream stream(level, scene.generator);
     for (std::size_t k = 0; k < kPixels; k += 576) benchmark::DoNotOptimize(stream.Take(576));
   });
   Add("stages of a frame/Gaussians, stored, and the advance", [&scene, level] { Rendered(scene, level, 0.0); });

@@ -10,9 +10,8 @@
 /// @file
 /// A Mersenne Twister drawn from in bulk. Internal to the library; hosts have FillUniform (random.hpp).
 ///
-/// The stream takes the state out of a std::mt19937, advances it 624 words at a time in loops that the compiler
-/// vectorises, and puts it back. What it gives, and where it leaves the generator, is what the standard library's own
-/// calls would have given and left.
+/// The stream takes the state out of a std::mt19937, advances it 624 words at a time in vectors, and puts it back. What
+/// it gives, and where it leaves the generator, is what the standard library's own calls would have given and left.
 
 namespace quen::common::random {
 
@@ -25,11 +24,9 @@ class UniformStream {
   static constexpr std::size_t kSlack = 8;
 
   /// Takes over the generator's state. As long as the stream lives, the generator must not be used.
-  /// @param draws  how many numbers will be drawn in all
-  UniformStream(simd::Level level, std::mt19937& generator, std::size_t draws);
+  UniformStream(simd::Level level, std::mt19937& generator);
 
-  /// Puts the state back. After all draws that were announced the generator has advanced by two outputs for each. After
-  /// fewer, as when an exception ends the drawing, it may stand farther, by up to 1024 numbers: those made in advance.
+  /// Puts the state back: the generator has advanced by two outputs for each number taken or skipped.
   ~UniformStream();
 
   UniformStream(const UniformStream&) = delete;
@@ -46,21 +43,21 @@ class UniformStream {
 
  private:
   static constexpr std::size_t kWords = std::mt19937::state_size;
-  static constexpr std::size_t kCapacity = 1024;
+  static constexpr std::size_t kAhead = 16;
 
-  void Refill();
-  void Outputs(std::uint32_t* out, std::size_t count);
+  /// The words of a state, and behind them the first few of the state that follows, once that is made.
+  struct Block {
+    alignas(64) std::array<std::uint32_t, kWords + kAhead> words{};
+  };
+
   void Twist();
 
   simd::Level level_;
   std::mt19937& generator_;
-  std::size_t undrawn_;    // numbers not yet made from the state
-  std::size_t position_;   // of the next word of the state
-  std::size_t begin_ = 0;  // numbers made and not yet taken: [begin_, end_)
-  std::size_t end_ = 0;
-  alignas(64) std::array<std::uint32_t, kWords> state_{};
-  alignas(64) std::array<std::uint32_t, 2 * kCapacity> outputs_{};
-  alignas(64) std::array<double, kCapacity + kSlack> numbers_{};
+  std::size_t position_;  // of the next word of the state
+  std::size_t now_ = 0;   // which block is the state; the other one was before it
+  std::array<Block, 2> blocks_{};
+  alignas(64) std::array<double, kMaxTake + kSlack> numbers_{};
 };
 
 }  // namespace quen::common::random

@@ -18,15 +18,17 @@ class Noise {
   /// Numbers that Take gives at the most.
   static constexpr std::size_t kMaxTake = common::random::UniformStream::kMaxTake;
 
-  /// @param draws  how many pixels the frame draws in all
-  Noise(common::simd::Level level, std::mt19937& generator, double noise, std::size_t draws)
-      : low_(-noise), span_(noise - low_), stream_(level, generator, draws) {
-    // Every number is 0 then, but the generator moves on all the same.
-    if (noise == 0.0) stream_.Skip(draws);
-  }
+  Noise(common::simd::Level level, std::mt19937& generator, double noise)
+      : low_(-noise), span_(noise - low_), stream_(level, generator) {}
 
-  /// The canonical values u of the next `count` pixels; the number of a pixel is Scaled(u).
-  const double* Take(std::size_t count) { return span_ == 0.0 ? zeros_.data() : stream_.Take(count); }
+  /// The canonical values u of the next `count` pixels; the number of a pixel is Scaled(u). Where every number is 0
+  /// nothing is drawn, but the generator moves on all the same: here, pixels at a time, as the processor then writes
+  /// what it has drawn while it goes on.
+  const double* Take(std::size_t count) {
+    if (span_ != 0.0) return stream_.Take(count);
+    stream_.Skip(count);
+    return zeros_.data();
+  }
 
   [[nodiscard]] double Low() const { return low_; }
   [[nodiscard]] double Span() const { return span_; }

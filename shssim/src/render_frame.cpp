@@ -45,17 +45,16 @@ void DrawPlain(const Roi& roi, double cx, double cy, double noise, std::mt19937&
 std::size_t Width(const Roi& roi) { return roi.x_up > roi.x_low ? roi.x_up - roi.x_low : 0; }
 std::size_t Height(const Roi& roi) { return roi.y_up > roi.y_low ? roi.y_up - roi.y_low : 0; }
 
-std::size_t PixelCount(const std::vector<Roi>& rois) {
-  std::size_t count = 0;
-  for (const Roi& roi : rois) count += Width(roi) * Height(roi);
-  return count;
-}
-
-/// Any region, with the formula's Gaussian.
+/// Any region, with the formula's Gaussian; each row in pieces for which the noise gives numbers.
 void DrawFar(const Spot& spot, Noise& noise, FrameBuffers frame) {
+  const std::size_t end = spot.x_low + spot.width;
   for (std::size_t y = spot.y_low; y < spot.y_low + spot.height; ++y) {
-    for (std::size_t x = spot.x_low; x < spot.x_low + spot.width; ++x) {
-      Store(x, y, Gaussian(x, y, spot.cx, spot.cy) + noise.Scaled(*noise.Take(1)), frame);
+    for (std::size_t first = spot.x_low; first < end; first += Noise::kMaxTake) {
+      const std::size_t count = std::min(end - first, Noise::kMaxTake);
+      const double* const u = noise.Take(count);
+      for (std::size_t k = 0; k < count; ++k) {
+        Store(first + k, y, Gaussian(first + k, y, spot.cx, spot.cy) + noise.Scaled(u[k]), frame);
+      }
     }
   }
 }
@@ -85,7 +84,7 @@ RenderReport RenderFrame(Level level, const std::vector<Roi>& rois, gsl::span<co
     }
     return report;
   }
-  Noise bulk(level, generator, noise, PixelCount(rois));
+  Noise bulk(level, generator, noise);
   for (std::size_t i = 0; i < rois.size(); ++i) {
     const Roi& roi = rois[i];
     const Spot spot = {roi.x_low, roi.y_low, Width(roi), Height(roi), roi.x_ref + dx[i], roi.y_ref + dy[i]};

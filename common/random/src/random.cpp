@@ -36,7 +36,7 @@ namespace quen::common::random {
 void FillUniform(std::mt19937& generator, double low, double high, gsl::span<double> values) {
   if (values.empty()) return;
   const std::uniform_real_distribution<double> range(low, high);
-  UniformStream stream(simd::Best(), generator, values.size());
+  UniformStream stream(simd::Best(), generator);
   for (std::size_t first = 0; first < values.size(); first += UniformStream::kMaxTake) {
     const gsl::span<double> part = values.subspan(first, std::min(UniformStream::kMaxTake, values.size() - first));
     const double* const canonical = stream.Take(part.size());

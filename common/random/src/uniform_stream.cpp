@@ -1,21 +1,27 @@
 #include "common/random/uniform_stream.hpp"
 
+#include <immintrin.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
 #include <type_traits>
 
-// Three steps, each a plain loop that vectorises:
+// Two steps, in vectors of W numbers, each made from two words (an extension that GCC and Clang share; an operator
+// works on each element):
 //
 //   twist    the recurrence of the Mersenne Twister over all 624 words (Matsumoto and Nishimura, "Mersenne Twister",
-//            ACM TOMACS 8, 3 (1998)),
-//   temper   a word of the state into an output,
-//   convert  two outputs a, b into the canonical value.
+//            ACM TOMACS 8, 3 (1998)): one state makes the next,
+//   convert  tempers two words into outputs a, b, and these into the canonical value.
 //
 // The standard library's canonical value is fl(a + b · 2³²) / 2⁶⁴, clamped below 1: the sum of two exact products, with
-// one rounding, and an exact division. Here b · 2³² and a are made as doubles exactly, from their bits and the exponent
-// of 2⁸⁴ and 2⁵², and added with one rounding: the same bits. The state is the standard library's too: its layout is
-// pinned below and compared with the generator's public text in the tests.
+// one rounding, and an exact division. A 64-bit integer a + b · 2³² converted to double has the same single rounding,
+// and so has the sum of a · 2⁻⁶⁴ and b · 2⁻³²: the bits are the same. The state is the standard library's too: its
+// layout is pinned below and compared with the generator's public text in the tests.
+//
+// A state is made into a second block, not in place: whole vectors then read words that are still there, and nothing is
+// left over at the end of either part of the recurrence. The first words of the new state stand behind the old one as
+// well, where the recurrence, and a number whose two words come from both states, look for them.
 
 namespace quen::common::random {
 namespace {
@@ -33,152 +39,187 @@ struct GeneratorLayout {
   std::size_t position;
 };
 static_assert(std::is_trivially_copyable_v<std::mt19937> && sizeof(std::mt19937) == sizeof(GeneratorLayout));
+static_assert(std::endian::native ==
+              std::endian::little);  // two words are a 64-bit integer, the first one its low half
 
-QUEN_ALWAYS_INLINE std::uint32_t Twisted(std::uint32_t word, std::uint32_t next, std::uint32_t shifted) {
-  const std::uint32_t y = (word & kUpperMask) | (next & ~kUpperMask);
-  return shifted ^ (y >> 1U) ^ ((y & 1U) * kMatrix);
+/// Vectors of W numbers, and of the words that they are made from.
+template <std::size_t W>
+struct Vectors {
+  using Words __attribute__((vector_size(8 * W))) = std::uint32_t;
+  using Pairs __attribute__((vector_size(8 * W))) = std::uint64_t;
+  using Doubles __attribute__((vector_size(8 * W))) = double;
+};
+
+template <typename Vector, typename Element>
+QUEN_ALWAYS_INLINE void Load(Vector& vector, const Element* from) {
+  std::memcpy(&vector, from, sizeof(vector));
 }
 
-QUEN_ALWAYS_INLINE void TwistAll(std::uint32_t* state) {
-  for (std::size_t k = 0; k < kWords - kShift; ++k) state[k] = Twisted(state[k], state[k + 1], state[k + kShift]);
-  for (std::size_t k = kWords - kShift; k < kWords - 1; ++k) {
-    state[k] = Twisted(state[k], state[k + 1], state[k + kShift - kWords]);
+template <typename Vector, typename Element>
+QUEN_ALWAYS_INLINE void Store(const Vector& vector, Element* to) {
+  std::memcpy(to, &vector, sizeof(vector));
+}
+
+// Vectors are reinterpreted bit by bit.
+// NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast)
+
+/// Words [first, last) of the next state; `shifted` points to the word that lies kShift after the old state's first.
+template <std::size_t W>
+QUEN_ALWAYS_INLINE void TwistPart(const std::uint32_t* old, const std::uint32_t* shifted, std::uint32_t* made,
+                                  std::size_t first, std::size_t last) {
+  using Words = typename Vectors<W>::Words;
+  for (std::size_t k = first; k < last; k += 2 * W) {
+    Words word;
+    Words next;
+    Words from;
+    Load(word, old + k);
+    Load(next, old + k + 1);
+    Load(from, shifted + k);
+    const Words y = (word & kUpperMask) | (next & ~kUpperMask);
+    const Words of_odd = (y & 1U) != 0U ? Words{} + kMatrix : Words{};
+    Store(from ^ (y >> 1U) ^ of_odd, made + k);
   }
-  state[kWords - 1] = Twisted(state[kWords - 1], state[0], state[kShift - 1]);
 }
 
-QUEN_ALWAYS_INLINE void TemperAll(const std::uint32_t* __restrict words, std::uint32_t* __restrict out,
-                                  std::size_t count) {
-  for (std::size_t k = 0; k < count; ++k) {
-    std::uint32_t z = words[k];
+/// Makes the next state from an old one. Writes the first `ahead` of its words behind the old one's, too.
+template <std::size_t W>
+QUEN_ALWAYS_INLINE void TwistAll(std::uint32_t* old, std::uint32_t* made, std::size_t ahead) {
+  // Up to kFromOld the word shifted by kShift stands in the old state, or just behind it.
+  constexpr std::size_t kFromOld = (kWords - kShift + 15) / 16 * 16;
+  TwistPart<W>(old, old + kShift, made, 0, ahead);
+  std::memcpy(old + kWords, made, ahead * sizeof(*made));
+  TwistPart<W>(old, old + kShift, made, ahead, kFromOld);
+  TwistPart<W>(old, made - (kWords - kShift), made, kFromOld, kWords);
+}
+
+/// Takes 1 down to the double below it, as the standard library does. Spelt out: GCC makes two or
+/// three instructions of a comparison and a choice.
+constexpr double kBelowOne = 0x1.fffffffffffffp-1;
+inline void Clamp(Vectors<2>::Doubles& value) { value = _mm_min_pd(value, _mm_set1_pd(kBelowOne)); }
+QUEN_TARGET_AVX2 inline void Clamp(Vectors<4>::Doubles& value) {
+  value = _mm256_min_pd(value, _mm256_set1_pd(kBelowOne));
+}
+QUEN_TARGET_AVX512 inline void Clamp(Vectors<8>::Doubles& value) {
+  value = _mm512_maskz_min_pd(0xff, value, _mm512_set1_pd(kBelowOne));
+}
+
+/// The sum a · 2⁻⁶⁴ + b · 2⁻³² as a double, with one rounding.
+template <std::size_t W>
+QUEN_ALWAYS_INLINE void ToDouble(const typename Vectors<W>::Pairs& both, typename Vectors<W>::Doubles& sum) {
+  using Doubles = typename Vectors<W>::Doubles;
+  if constexpr (W == 8) {
+    sum = __builtin_convertvector(both, Doubles) * 0x1p-64;  // one instruction, and an exact product
+  } else {
+    // 2⁻¹² + a · 2⁻⁶⁴ and 2²⁰ + b · 2⁻³² from their bits; all but the last sum is exact.
+    constexpr auto kAbove = std::bit_cast<std::uint64_t>(0x1p-12);
+    constexpr auto kFarAbove = std::bit_cast<std::uint64_t>(0x1p20);
+    const auto a = reinterpret_cast<Doubles>((both & 0xffffffffU) | kAbove);
+    const auto b = reinterpret_cast<Doubles>((both >> 32U) | kFarAbove);
+    sum = (b - (0x1p20 + 0x1p-12)) + a;
+  }
+}
+
+/// Makes `count` numbers from twice as many words. Works in whole vectors: reads and writes beyond the last.
+template <std::size_t W>
+QUEN_ALWAYS_INLINE void ConvertAll(const std::uint32_t* words, double* numbers, std::size_t count) {
+  using Words = typename Vectors<W>::Words;
+  using Pairs = typename Vectors<W>::Pairs;
+  using Doubles = typename Vectors<W>::Doubles;
+  for (std::size_t k = 0; k < count; k += W) {
+    Words z;
+    Load(z, words + 2 * k);
     z ^= z >> 11U;
     z ^= (z << 7U) & 0x9d2c5680U;
     z ^= (z << 15U) & 0xefc60000U;
     z ^= z >> 18U;
-    out[k] = z;
+    Doubles canonical;
+    ToDouble<W>(reinterpret_cast<Pairs>(z), canonical);
+    Clamp(canonical);
+    Store(canonical, numbers + k);
   }
 }
 
-QUEN_ALWAYS_INLINE void ConvertAll(const std::uint32_t* __restrict outputs, double* __restrict numbers,
-                                   std::size_t count) {
-  constexpr std::uint64_t kExponent52 = 0x4330000000000000U;
-  constexpr std::uint64_t kExponent84 = 0x4530000000000000U;
-  constexpr double kBelowOne = 0x1.fffffffffffffp-1;
-  for (std::size_t k = 0; k < count; ++k) {
-    std::uint64_t both = 0;
-    std::memcpy(&both, outputs + 2 * k, sizeof(both));  // a + b · 2³², the machine being little-endian
-    const double a = std::bit_cast<double>((both & 0xffffffffU) | kExponent52) - 0x1p52;
-    const double b = std::bit_cast<double>((both >> 32U) | kExponent84) - 0x1p84;
-    const double canonical = (a + b) * 0x1p-64;
-    numbers[k] = canonical < 1.0 ? canonical : kBelowOne;
-  }
-}
-static_assert(std::endian::native == std::endian::little);
+// NOLINTEND(cppcoreguidelines-pro-type-reinterpret-cast)
 
-// The three steps at each level, the plain one compiled for any x86-64 processor.
+// Both steps at each level, the plain one compiled for any x86-64 processor.
 
-using TwistFunction = void (*)(std::uint32_t*);
-using TemperFunction = void (*)(const std::uint32_t*, std::uint32_t*, std::size_t);
+using TwistFunction = void (*)(std::uint32_t*, std::uint32_t*, std::size_t);
 using ConvertFunction = void (*)(const std::uint32_t*, double*, std::size_t);
 
 struct Kernels {
   TwistFunction twist;
-  TemperFunction temper;
   ConvertFunction convert;
 };
 
-void TwistBaseline(std::uint32_t* state) { TwistAll(state); }
-QUEN_TARGET_AVX2 void TwistAvx2(std::uint32_t* state) { TwistAll(state); }
-QUEN_TARGET_AVX512 void TwistAvx512(std::uint32_t* state) { TwistAll(state); }
-
-void TemperBaseline(const std::uint32_t* words, std::uint32_t* out, std::size_t count) { TemperAll(words, out, count); }
-QUEN_TARGET_AVX2 void TemperAvx2(const std::uint32_t* words, std::uint32_t* out, std::size_t count) {
-  TemperAll(words, out, count);
+void TwistBaseline(std::uint32_t* old, std::uint32_t* made, std::size_t ahead) { TwistAll<2>(old, made, ahead); }
+QUEN_TARGET_AVX2 void TwistAvx2(std::uint32_t* old, std::uint32_t* made, std::size_t ahead) {
+  TwistAll<4>(old, made, ahead);
 }
-QUEN_TARGET_AVX512 void TemperAvx512(const std::uint32_t* words, std::uint32_t* out, std::size_t count) {
-  TemperAll(words, out, count);
+QUEN_TARGET_AVX512 void TwistAvx512(std::uint32_t* old, std::uint32_t* made, std::size_t ahead) {
+  TwistAll<8>(old, made, ahead);
 }
 
-void ConvertBaseline(const std::uint32_t* outputs, double* numbers, std::size_t count) {
-  ConvertAll(outputs, numbers, count);
+void ConvertBaseline(const std::uint32_t* words, double* numbers, std::size_t count) {
+  ConvertAll<2>(words, numbers, count);
 }
-QUEN_TARGET_AVX2 void ConvertAvx2(const std::uint32_t* outputs, double* numbers, std::size_t count) {
-  ConvertAll(outputs, numbers, count);
+QUEN_TARGET_AVX2 void ConvertAvx2(const std::uint32_t* words, double* numbers, std::size_t count) {
+  ConvertAll<4>(words, numbers, count);
 }
-QUEN_TARGET_AVX512 void ConvertAvx512(const std::uint32_t* outputs, double* numbers, std::size_t count) {
-  ConvertAll(outputs, numbers, count);
+QUEN_TARGET_AVX512 void ConvertAvx512(const std::uint32_t* words, double* numbers, std::size_t count) {
+  ConvertAll<8>(words, numbers, count);
 }
 
 const Kernels& KernelsOf(Level level) {
-  static constexpr Kernels kBaseline = {TwistBaseline, TemperBaseline, ConvertBaseline};
-  static constexpr Kernels kAvx2 = {TwistAvx2, TemperAvx2, ConvertAvx2};
-  static constexpr Kernels kAvx512 = {TwistAvx512, TemperAvx512, ConvertAvx512};
+  static constexpr Kernels kBaseline = {TwistBaseline, ConvertBaseline};
+  static constexpr Kernels kAvx2 = {TwistAvx2, ConvertAvx2};
+  static constexpr Kernels kAvx512 = {TwistAvx512, ConvertAvx512};
   return level == Level::kAvx512 ? kAvx512 : level == Level::kAvx2 ? kAvx2 : kBaseline;
 }
 
 }  // namespace
 
-UniformStream::UniformStream(Level level, std::mt19937& generator, std::size_t draws)
-    : level_(level), generator_(generator), undrawn_(draws) {
+UniformStream::UniformStream(Level level, std::mt19937& generator) : level_(level), generator_(generator) {
   const auto layout = std::bit_cast<GeneratorLayout>(generator);
-  std::ranges::transform(layout.words, state_.begin(),
+  std::ranges::transform(layout.words, blocks_[now_].words.begin(),
                          [](std::uint_fast32_t word) { return static_cast<std::uint32_t>(word); });
   position_ = layout.position;
 }
 
 const double* UniformStream::Take(std::size_t count) {
-  if (end_ - begin_ < count) Refill();
-  const double* const numbers = numbers_.data() + begin_;
-  begin_ += count;
-  return numbers;
+  const ConvertFunction convert = KernelsOf(level_).convert;
+  for (std::size_t made = 0; made < count;) {
+    const std::uint32_t* const words = &blocks_[now_].words[position_];
+    const std::size_t pairs = std::min((kWords - position_) / 2, count - made);
+    convert(words, &numbers_[made], pairs);
+    made += pairs;
+    position_ += 2 * pairs;
+    if (made == count) break;
+    const std::uint32_t* const last = &blocks_[now_].words[position_];
+    const std::size_t straddling = kWords - position_;  // 1 where the last word's partner is in the next state
+    Twist();
+    convert(last, &numbers_[made], straddling);
+    made += straddling;
+    position_ = straddling;
+  }
+  return numbers_.data();
 }
 
 void UniformStream::Skip(std::size_t count) {
-  const std::size_t made = std::min(count, end_ - begin_);
-  begin_ += made;
-  undrawn_ -= count - made;
-  for (std::size_t words = 2 * (count - made); words > 0;) {
-    if (position_ == kWords) Twist();
-    const std::size_t step = std::min(words, kWords - position_);
-    position_ += step;
-    words -= step;
-  }
+  position_ += 2 * count;
+  for (; position_ > kWords; position_ -= kWords) Twist();
 }
 
 UniformStream::~UniformStream() {
   GeneratorLayout layout{};
-  std::ranges::copy(state_, layout.words.begin());
+  std::copy_n(blocks_[now_].words.begin(), kWords, layout.words.begin());
   layout.position = position_;
   generator_ = std::bit_cast<std::mt19937>(layout);
 }
 
-/// Moves what is left to the front and makes as many numbers as fit and will be drawn.
-void UniformStream::Refill() {
-  const std::size_t left = end_ - begin_;
-  std::copy(numbers_.begin() + static_cast<std::ptrdiff_t>(begin_),
-            numbers_.begin() + static_cast<std::ptrdiff_t>(end_), numbers_.begin());
-  const std::size_t count = std::min(kCapacity - left, undrawn_);
-  Outputs(outputs_.data(), 2 * count);
-  KernelsOf(level_).convert(outputs_.data(), numbers_.data() + left, count);
-  begin_ = 0;
-  end_ = left + count;
-  undrawn_ -= count;
-}
-
-void UniformStream::Outputs(std::uint32_t* out, std::size_t count) {
-  while (count > 0) {
-    if (position_ == kWords) Twist();
-    const std::size_t step = std::min(count, kWords - position_);
-    KernelsOf(level_).temper(state_.data() + position_, out, step);
-    position_ += step;
-    out += step;
-    count -= step;
-  }
-}
-
 void UniformStream::Twist() {
-  KernelsOf(level_).twist(state_.data());
-  position_ = 0;
+  Block& next = blocks_[1 - now_];
+  KernelsOf(level_).twist(blocks_[now_].words.data(), next.words.data(), kAhead);
+  now_ = 1 - now_;
 }
 
 }  // namespace quen::common::random

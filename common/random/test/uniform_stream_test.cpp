@@ -32,7 +32,7 @@ double Canonical(std::mt19937& generator) { return std::generate_canonical<doubl
 void ExpectStandard(Level level, std::mt19937 generator, std::size_t count, std::size_t step) {
   std::mt19937 expected = generator;
   {
-    UniformStream stream(level, generator, count);
+    UniformStream stream(level, generator);
     for (std::size_t done = 0; done < count;) {
       const std::size_t now = std::min(step, count - done);
       const double* const numbers = stream.Take(now);
@@ -75,12 +75,31 @@ TEST_P(UniformStreamTest, SkippingIsDrawing) {
       std::mt19937 expected = generator;
       expected.discard(2 * (before + skipped));
       {
-        UniformStream stream(GetParam(), generator, before + skipped + 1);
+        UniformStream stream(GetParam(), generator);
         stream.Take(before);
         stream.Skip(skipped);
         EXPECT_EQ(*stream.Take(1), Canonical(expected));
       }
       EXPECT_TRUE(generator == expected);
+    }
+  }
+}
+
+TEST_P(UniformStreamTest, DrawsAndSkipsFromEveryPositionLeaveTheGeneratorWhereTheyEnd) {
+  // So that each may end one word before the state's last, at it, and behind it.
+  for (unsigned long long position = 0; position <= 625; ++position) {
+    std::mt19937 generator(static_cast<std::uint32_t>(position));
+    generator.discard(position);
+    for (const std::size_t count : {std::size_t{1}, std::size_t{7}, std::size_t{312}, std::size_t{313}}) {
+      std::mt19937 drawn = generator;
+      std::mt19937 skipped = generator;
+      std::mt19937 expected = generator;
+      expected.discard(2 * count);
+      UniformStream(GetParam(), drawn).Take(count);
+      UniformStream(GetParam(), skipped).Skip(count);
+      ASSERT_TRUE(drawn == expected) << count << " from " << position;
+      ASSERT_TRUE(skipped == expected) << count << " from " << position;
+      ASSERT_EQ(drawn(), expected()) << count << " from " << position;  // the state compares equal, and goes on so
     }
   }
 }
@@ -91,7 +110,7 @@ TEST_P(UniformStreamTest, SkippingMayStopBeforeTheLastWord) {
   std::mt19937 expected = generator;
   expected.discard(2ULL * (311 + 5));
   {
-    UniformStream stream(GetParam(), generator, 311 + 5);
+    UniformStream stream(GetParam(), generator);
     stream.Skip(311);  // 1 + 2 · 311 = 623 words used
     stream.Skip(5);
   }
@@ -102,7 +121,7 @@ TEST_P(UniformStreamTest, NothingDrawnLeavesTheGenerator) {
   std::mt19937 generator(7);
   generator.discard(624);
   const std::mt19937 before = generator;
-  { const UniformStream stream(GetParam(), generator, 0); }
+  { const UniformStream stream(GetParam(), generator); }
   EXPECT_TRUE(generator == before);
 }
 
@@ -111,7 +130,7 @@ TEST_P(UniformStreamTest, AnExceptionLeavesTheGeneratorWhereTheDrawsHaveBroughtI
   std::mt19937 expected = generator;
   expected.discard(2ULL * 700);
   const auto draw = [&] {
-    UniformStream stream(GetParam(), generator, 700);
+    UniformStream stream(GetParam(), generator);
     stream.Take(500);
     stream.Skip(200);
     throw std::domain_error("while the stream is alive");
@@ -163,7 +182,7 @@ TEST_P(UniformStreamTest, TheGeneratorsTextIsWhatTheLayoutSays) {
   // The state after many draws, written by the standard library, read back by it.
   std::mt19937 generator(5);
   {
-    UniformStream stream(GetParam(), generator, 1000);
+    UniformStream stream(GetParam(), generator);
     stream.Take(500);
   }
   std::stringstream text;
