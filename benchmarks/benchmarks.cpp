@@ -170,7 +170,7 @@ void AddLoop(Scene& scene) {
   const quen::workbench::Series disturbance = quen::workbench::TurbulentSeries(
       /*frames=*/20, quen::workbench::ZernikeBasis().variances, /*strength=*/20.0, /*seed=*/1);
   Add("closed loop/20 iterations and the last frame's files", [&scene, disturbance] {
-    RunLoop(scene.simulator, disturbance, {}, [] {});
+    quen::workbench::RunLoop(scene.simulator, disturbance, {}, [] {});
     benchmark::DoNotOptimize(quen::workbench::MeasurementFile(scene.simulator));
     benchmark::DoNotOptimize(
         quen::workbench::FrameFile({quen::basesim::kFrameWidth, quen::basesim::kFrameHeight, scene.simulator.Frame()}));
