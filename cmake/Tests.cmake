@@ -39,6 +39,7 @@ quen_add_test(
           common/logging/test/logging_test.cpp
           common/random/test/random_test.cpp
           common/random/test/uniform_stream_test.cpp
+          common/simd/test/level_test.cpp
           defs/test/camera_test.cpp
           pim/test/helper_test.cpp
           quen_image_processing/roi/test/roi_test.cpp
@@ -72,6 +73,7 @@ quen_add_test(
   centroiders_test
   SOURCES centroiders/test/engines_test.cpp
           centroiders/test/kernels_test.cpp
+          centroiders/test/level_of_the_process_test.cpp
           centroiders/test/methods_test.cpp
           centroiders/test/score_test.cpp
           testing/allocations.cpp

@@ -16,6 +16,7 @@ namespace quen::centroiders {
 namespace {
 
 using common::simd::Level;
+using common::simd::Pick;
 
 constexpr std::size_t kLanes = 16;
 constexpr std::size_t kMostPixels = 4096;  // of a rectangle that the fast search takes
@@ -39,7 +40,7 @@ std::int32_t LargestPlain(const Pixels& pixels) {
   return largest;
 }
 
-std::int32_t RankedPlain(const Pixels& pixels, std::size_t rank) {
+std::int32_t RankedPlain(const Pixels& pixels, std::size_t rank, std::int32_t /*guess*/) {
   std::int32_t lowest = kLowest;  // the value is in [lowest, highest]
   std::int32_t highest = kHighest;
   while (lowest < highest) {
@@ -156,12 +157,13 @@ std::int32_t RankedAvx2(const Pixels& pixels, std::size_t rank, std::int32_t gue
 }  // namespace
 
 std::int32_t Largest(Level level, const Pixels& pixels) {
-  return level == Level::kPlain || pixels.width < kLanes ? LargestPlain(pixels) : LargestAvx2(pixels);
+  if (pixels.width < kLanes) level = Level::kPlain;
+  return Pick(level, LargestPlain, LargestAvx2, LargestAvx2)(pixels);
 }
 
 std::int32_t RankedValue(Level level, const Pixels& pixels, std::size_t rank, std::int32_t guess) {
-  const bool fits = pixels.width * pixels.height <= kMostPixels;
-  return level == Level::kPlain || !fits ? RankedPlain(pixels, rank) : RankedAvx2(pixels, rank, guess);
+  if (pixels.width * pixels.height > kMostPixels) level = Level::kPlain;
+  return Pick(level, RankedPlain, RankedAvx2, RankedAvx2)(pixels, rank, guess);
 }
 
 Point BrightestPoint(Level level, const Pixels& pixels) {

@@ -76,7 +76,7 @@ double Correlate(Level level, const Pixels& pixels, const std::vector<double>& v
   const Overlap overlap = {values.data() + corner, size,
                            pixels.Part(static_cast<std::size_t>(columns.low), static_cast<std::size_t>(columns.up),
                                        static_cast<std::size_t>(rows.low), static_cast<std::size_t>(rows.up))};
-  return (level == Level::kPlain ? Plain : level == Level::kAvx2 ? SumAvx2 : SumAvx512)(overlap);
+  return common::simd::Pick(level, Plain, SumAvx2, SumAvx512)(overlap);
 }
 
 }  // namespace quen::centroiders

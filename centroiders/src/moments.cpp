@@ -22,7 +22,7 @@ namespace {
 
 using common::simd::Level;
 
-Moments Plain(const Pixels& pixels, std::int32_t cut) {
+Moments MomentsPlain(const Pixels& pixels, std::int32_t cut) {
   Moments moments;
   for (std::size_t y = 0; y < pixels.height; ++y) {
     for (std::size_t x = 0; x < pixels.width; ++x) {
@@ -97,10 +97,8 @@ void Add(const Moments& tile, std::size_t x, std::size_t y, Moments& moments) {
   moments.sum_y += tile.sum_y + row * tile.sum;
 }
 
-}  // namespace
-
-Moments MomentsAbove(Level level, const Pixels& pixels, std::int32_t cut) {
-  if (level == Level::kPlain) return Plain(pixels, cut);
+/// In tiles.
+Moments MomentsAvx2(const Pixels& pixels, std::int32_t cut) {
   Moments moments;
   for (std::size_t y = 0; y < pixels.height; y += kTile) {
     for (std::size_t x = 0; x < pixels.width; x += kTile) {
@@ -109,6 +107,12 @@ Moments MomentsAbove(Level level, const Pixels& pixels, std::int32_t cut) {
     }
   }
   return moments;
+}
+
+}  // namespace
+
+Moments MomentsAbove(Level level, const Pixels& pixels, std::int32_t cut) {
+  return common::simd::Pick(level, MomentsPlain, MomentsAvx2, MomentsAvx2)(pixels, cut);
 }
 
 Centroid CentroidOf(const Moments& moments, double zero, Point otherwise) {

@@ -14,8 +14,8 @@ namespace {
 
 using common::simd::Level;
 
-WeightedSums Plain(const Pixels& pixels, const AxisWeights& columns, const AxisWeights& rows) {
-  WeightedSums sums;
+void Plain(const Pixels& pixels, const AxisWeights& columns, const AxisWeights& rows, WeightedSums& sums) {
+  sums = {};
   for (std::size_t y = 0; y < pixels.height; ++y) {
     for (std::size_t x = 0; x < pixels.width; ++x) {
       const double p = pixels.At(x, y);
@@ -25,7 +25,6 @@ WeightedSums Plain(const Pixels& pixels, const AxisWeights& columns, const AxisW
       sums.y += p * columns.even[x] * rows.odd[y];
     }
   }
-  return sums;
 }
 
 /// The weights of a block's columns, nothing for the first `repeated` ones.
@@ -106,9 +105,9 @@ QUEN_TARGET_AVX512 void SumAvx512(const Pixels& pixels, const AxisWeights& colum
 }  // namespace
 
 WeightedSums SumTile(Level level, const Pixels& pixels, const AxisWeights& columns, const AxisWeights& rows) {
-  if (level == Level::kPlain || pixels.width < kBlock) return Plain(pixels, columns, rows);
+  if (pixels.width < kBlock) level = Level::kPlain;
   WeightedSums sums;
-  (level == Level::kAvx512 ? SumAvx512 : SumAvx2)(pixels, columns, rows, sums);
+  common::simd::Pick(level, Plain, SumAvx2, SumAvx512)(pixels, columns, rows, sums);
   return sums;
 }
 

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "common/simd/level.hpp"
 #include "tools/quen-shs/cli/output.hpp"
 #include "tools/quen-shs/cli/src/paragraphs.hpp"
 #include "workbench/fits/plain_text.hpp"
@@ -74,15 +75,17 @@ CLI::App* AddVerb(CLI::App& app, const Verb& verb) {
 void SetWords(CLI::App& app) {
   constexpr std::size_t kColumn = 34;
   app.name(kToolName);
-  app.set_version_flag("--version", fmt::format("{} {}", kToolName, QUEN_VERSION));
+  app.set_version_flag("--version", [] {
+    return fmt::format("{} {} ({})", kToolName, QUEN_VERSION, common::simd::Name(common::simd::Best()));
+  });
   app.get_formatter()->column_width(kColumn);
   app.get_formatter()->label("SUBCOMMAND", "VERB");
   app.get_formatter()->label("Positionals", "Arguments");
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     return workbench::Sentence(error.what()) + "\nRun with --help for more information.\n";
   });
-  app.footer(fmt::format("{}\n\n'{} VERB --help' tells more.\nExit code: {}", Examples(ToolExamples()), kToolName,
-                         kExitCodes));
+  app.footer(fmt::format("{}\n\n'{} VERB --help' tells more.\nEnvironment: {}\nExit code: {}", Examples(ToolExamples()),
+                         kToolName, kEnvironment, kExitCodes));
 }
 
 /// What to say where the first argument is no verb.
