@@ -120,8 +120,8 @@ if(CMAKE_BUILD_TYPE STREQUAL Release)
            COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_shssim_lib> DrawSpotAvx512:zmm DrawSpotAvx2:ymm
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   add_test(NAME VectorCode.OfTheCentroidersUsesItsLevelsRegisters
-           COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_centroiders> SumAvx512:zmm SumAvx2:ymm TileAvx2:ymm
-                   CountAboveAvx2:ymm
+           COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_centroiders> SumAvx512:zmm SumAvx2:ymm
+                   AroundAvx512:zmm AroundAvx2:ymm TileAvx2:ymm CountAboveAvx2:ymm
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(VectorCode.OfTheSimulatorUsesItsLevelsRegisters VectorCode.OfTheCentroidersUsesItsLevelsRegisters
                        PROPERTIES LABELS unit)
