@@ -32,6 +32,7 @@ target_sources(
           centroiders/src/weighted_centre_of_gravity.cpp
           centroiders/src/weighted_sums.cpp
           centroiders/src/windowed_centre_of_gravity.cpp
+          common/simd/src/best.cpp
           common/simd/src/level.cpp)
 quen_configure_objects(quen_engines_objects)
 target_link_libraries(quen_engines_objects PUBLIC PkgConfig::log4cplus Microsoft.GSL::GSL)

@@ -1,11 +1,6 @@
 #include "common/simd/level.hpp"
 
-#include <log4cplus/loggingmacros.h>
-
 #include <algorithm>
-#include <cstdlib>
-
-#include "common/logging/logging.hpp"
 
 namespace quen::common::simd {
 
@@ -37,26 +32,6 @@ Choice Choose(std::string_view wish, Level highest) {
     return {highest, "QUEN_SIMD: this processor does not have " + std::string(wish) + "; running " + Name(highest)};
   }
   return {*wished, ""};
-}
-
-namespace {
-
-Level Highest() {
-  return IsAvailable(Level::kAvx512) ? Level::kAvx512 : IsAvailable(Level::kAvx2) ? Level::kAvx2 : Level::kPlain;
-}
-
-Level LevelOfTheProcess() {
-  const char* const wish = std::getenv("QUEN_SIMD");
-  const Choice choice = Choose(wish == nullptr ? "" : wish, Highest());
-  if (!choice.warning.empty()) LOG4CPLUS_WARN(GetLogger(), choice.warning);
-  return choice.level;
-}
-
-}  // namespace
-
-Level Best() {
-  static const Level level = LevelOfTheProcess();
-  return level;
 }
 
 }  // namespace quen::common::simd
