@@ -7,18 +7,18 @@
 #include <filesystem>
 #include <string>
 
+#include "benchmarks/exponentials.hpp"
 #include "benchmarks/plain_loop.hpp"
+#include "benchmarks/process_level.hpp"
+#include "benchmarks/timed_loop.hpp"
 #include "centroiders/centre_of_gravity.hpp"
 #include "common/random/random.hpp"
 #include "common/random/uniform_stream.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "shssim/src/render_frame.hpp"
 #include "workbench/engines/engines.hpp"
-#include "workbench/loop/control_loop.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
-#include "workbench/sensor/frame_file.hpp"
-#include "workbench/sensor/measurement_file.hpp"
 
 // Names are GROUP/ROW; scripts/bench prints each row's time and its ratio to the first row of its group.
 
@@ -127,6 +127,20 @@ void AddStages(Scene& scene) {
   });
 }
 
+/// While it lives, the process runs a level.
+class AtLevel {
+ public:
+  explicit AtLevel(Level level) : best_(quen::common::simd::Best()) { quen_benchmarks::SetProcessLevel(level); }
+  ~AtLevel() { quen_benchmarks::SetProcessLevel(best_); }
+  AtLevel(const AtLevel&) = delete;
+  AtLevel& operator=(const AtLevel&) = delete;
+  AtLevel(AtLevel&&) = delete;
+  AtLevel& operator=(AtLevel&&) = delete;
+
+ private:
+  Level best_;
+};
+
 /// Measures the used sub-apertures as ComputeSlopes does.
 void MeasureBare(const Scene& scene, quen::workbench::Engine& engine) {
   std::size_t used = 0;
@@ -151,8 +165,39 @@ void AddEngines(Scene& scene) {
        {"centre-of-gravity", "centre-of-gravity:threshold=30", "windowed", "windowed:around=reference", "weighted",
         "brightest", "quad-cell", "correlation", "gaussian-fit"}) {
     const std::shared_ptr<quen::workbench::Engine> engine = quen::workbench::MakeEngine(name);
-    Add(std::string("engines/") + name, [&scene, engine] { MeasureBare(scene, *engine); });
+    for (const Level level : kLevels) {
+      if (!quen::common::simd::IsAvailable(level)) continue;
+      Add("engines/" + std::string(name) + ", " + Name(level), [&scene, engine, level] {
+        const AtLevel at_level(level);
+        MeasureBare(scene, *engine);
+      });
+    }
   }
+}
+
+/// What a frame's numbers cost where nobody has thought about them.
+void AddProportions(Scene& scene) {
+  static std::vector<double> arguments(kPixels);
+  static std::vector<double> values(kPixels);
+  quen::common::random::FillUniform(scene.generator, -36.0, 0.0, arguments);  // a region's: 12² · 2 / 8
+  const std::string group = "in proportion, for a frame's pixels/";
+  Add(group + "the C library's exp", [] {
+    quen_benchmarks::ExpOfTheCLibrary(arguments, values);
+    benchmark::ClobberMemory();
+  });
+#ifdef QUEN_HAS_SLEEF
+  if (quen::common::simd::IsAvailable(Level::kAvx512)) {
+    Add(group + "SLEEF's exp, avx512, within one unit", [] {
+      quen_benchmarks::ExpOfSleef(arguments, values);
+      benchmark::ClobberMemory();
+    });
+  }
+#endif
+  Add(group + "std::mt19937 alone, two outputs each", [&scene] {
+    for (std::size_t k = 0; k < 2 * kPixels; ++k) benchmark::DoNotOptimize(scene.generator());
+  });
+  Add(group + "the whole frame, noise 10, " + Name(quen::common::simd::Best()),
+      [&scene] { Rendered(scene, quen::common::simd::Best(), 10.0); });
 }
 
 void AddFiles(Scene& scene, const std::string& folder) {
@@ -167,14 +212,21 @@ void AddFiles(Scene& scene, const std::string& folder) {
 }
 
 void AddLoop(Scene& scene) {
-  const quen::workbench::Series disturbance = quen::workbench::TurbulentSeries(
-      /*frames=*/20, quen::workbench::ZernikeBasis().variances, /*strength=*/20.0, /*seed=*/1);
-  Add("closed loop/20 iterations and the last frame's files", [&scene, disturbance] {
-    RunLoop(scene.simulator, disturbance, {}, [] {});
-    benchmark::DoNotOptimize(quen::workbench::MeasurementFile(scene.simulator));
-    benchmark::DoNotOptimize(
-        quen::workbench::FrameFile({quen::basesim::kFrameWidth, quen::basesim::kFrameHeight, scene.simulator.Frame()}));
-  });
+  for (const char* const engine : {"centre-of-gravity", "weighted"}) {
+    const std::string group = std::string("closed loop, ") + engine + "/";
+    const auto loop = std::make_shared<quen_benchmarks::TimedLoop>(scene.simulator, engine);
+    for (std::size_t part = 0; part < quen_benchmarks::TimedLoop::kParts.size(); ++part) {
+      benchmark::RegisterBenchmark((group + quen_benchmarks::TimedLoop::kParts.at(part)).c_str(),
+                                   [loop, part](benchmark::State& state) {
+                                     for ([[maybe_unused]] auto iteration : state) {
+                                       state.SetIterationTime(loop->Iterate().at(part));
+                                     }
+                                   })
+          ->Unit(benchmark::kMicrosecond)
+          ->UseManualTime()
+          ->Iterations(20);  // of the whole loop, however short the part is
+    }
+  }
 }
 
 }  // namespace
@@ -192,6 +244,7 @@ int main(int argc, char** argv) {
     AddStages(scene);
     AddSlopes(scene);
     AddEngines(scene);
+    AddProportions(scene);
     AddFiles(scene, folder);
     AddLoop(scene);
     benchmark::Initialize(&argc, argv);

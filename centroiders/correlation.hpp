@@ -43,7 +43,7 @@ class QUEN_EXPORT Correlation : public PixelEngine {
   void Measure(const Pixels& pixels, const Point& reference) override;
 
   std::size_t size_;
-  std::vector<double> template_;
+  std::vector<double> template_;  ///< with zeros around it
 };
 
 }  // namespace quen::centroiders

@@ -32,9 +32,10 @@ target_sources(
           centroiders/src/weighted_centre_of_gravity.cpp
           centroiders/src/weighted_sums.cpp
           centroiders/src/windowed_centre_of_gravity.cpp
+          common/simd/src/best.cpp
           common/simd/src/level.cpp)
 quen_configure_objects(quen_engines_objects)
-target_link_libraries(quen_engines_objects PUBLIC Microsoft.GSL::GSL)
+target_link_libraries(quen_engines_objects PUBLIC PkgConfig::log4cplus Microsoft.GSL::GSL)
 
 add_library(quen_score_objects OBJECT centroiders/src/score.cpp)
 quen_configure_objects(quen_score_objects)

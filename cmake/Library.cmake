@@ -51,6 +51,7 @@ target_sources(
           common/logging/src/logging.cpp
           common/random/src/random.cpp
           common/random/src/uniform_stream.cpp
+          common/simd/src/best.cpp
           common/simd/src/level.cpp
           pim/src/helper.cpp
           quen_image_processing/roi/src/roi.cpp

@@ -44,6 +44,7 @@ quen_add_test(
           common/logging/test/logging_test.cpp
           common/random/test/random_test.cpp
           common/random/test/uniform_stream_test.cpp
+          common/simd/test/level_test.cpp
           defs/test/camera_test.cpp
           pim/test/helper_test.cpp
           quen_image_processing/roi/test/roi_test.cpp
@@ -77,6 +78,7 @@ quen_add_test(
   centroiders_test
   SOURCES centroiders/test/engines_test.cpp
           centroiders/test/kernels_test.cpp
+          centroiders/test/level_of_the_process_test.cpp
           centroiders/test/methods_test.cpp
           centroiders/test/score_test.cpp
           testing/allocations.cpp
@@ -123,8 +125,8 @@ if(CMAKE_BUILD_TYPE STREQUAL Release)
            COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_shssim_lib> DrawSpotAvx512:zmm DrawSpotAvx2:ymm
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   add_test(NAME VectorCode.OfTheCentroidersUsesItsLevelsRegisters
-           COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_centroiders> SumAvx512:zmm SumAvx2:ymm TileAvx2:ymm
-                   CountAboveAvx2:ymm
+           COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_centroiders> SumAvx512:zmm SumAvx2:ymm
+                   AroundAvx512:zmm AroundAvx2:ymm TileAvx2:ymm CountAboveAvx2:ymm
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(VectorCode.OfTheSimulatorUsesItsLevelsRegisters VectorCode.OfTheCentroidersUsesItsLevelsRegisters
                        PROPERTIES LABELS unit)

@@ -11,7 +11,8 @@ import sys
 # From the bottom to the top. Modules in one line do not know each other; a folder that is not listed is its parent's.
 ORDER = [
     ["defs"],
-    ["pim", "common/logging", "common/simd"],
+    ["pim", "common/logging"],
+    ["common/simd"],
     ["common/filesystem", "common/random"],
     ["common/fits"],
     ["quen_image_processing"],

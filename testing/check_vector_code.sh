@@ -9,7 +9,7 @@ shift
 count() {
   printf '%s\n' "$code" | awk -v name="$1" -v register="%$2" '
     /^[0-9a-f]+ </ {inside = index($0, name) > 0}
-    inside && /v(mul|add|sub)pd|vp(add|sub|cmpgt|and|maxs|mins)/ && index($0, register) {++found}
+    inside && /v(mul|add|sub|fmadd[0-9]+)pd|vp(add|sub|cmpgt|and|maxs|mins)/ && index($0, register) {++found}
     END {print found + 0}'
 }
 

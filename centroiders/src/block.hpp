@@ -1,5 +1,8 @@
 #pragma once
 
+#include <immintrin.h>
+
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -9,6 +12,9 @@
 /// @file
 /// Eight pixels at a time, for the kernels above the plain level. Vectors go by reference: functions that are compiled
 /// for any processor must not take or return them.
+///
+/// AddProduct rounds once, not twice: a fused step, which every level above the plain one has. Functions with
+/// instructions of a level are inline without being forced to be, for only a caller of that level can take them in.
 
 namespace quen::centroiders {
 
@@ -23,6 +29,17 @@ QUEN_ALWAYS_INLINE void LoadBlock(const std::int16_t* first, Ints& pixels) {
   std::array<std::int32_t, kBlock> wide;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
   for (std::size_t lane = 0; lane < kBlock; ++lane) wide[lane] = first[lane];
   std::memcpy(&pixels, &wide, sizeof(pixels));
+}
+
+/// Eight pixels, or as many as the rectangle has columns, and zeros.
+QUEN_ALWAYS_INLINE void LoadColumns(const std::int16_t* first, std::size_t columns, Ints& pixels) {
+  if (columns >= kBlock) {
+    LoadBlock(first, pixels);
+    return;
+  }
+  std::array<std::int16_t, kBlock> padded{};
+  std::copy_n(first, columns, padded.data());
+  LoadBlock(padded.data(), pixels);
 }
 
 QUEN_ALWAYS_INLINE std::array<double, kBlock> Widened(const Ints& pixels) {
@@ -42,6 +59,7 @@ struct Avx2Block {
   using Half __attribute__((vector_size(4 * sizeof(double)))) = double;
 
   Avx2Block() = default;
+  QUEN_ALWAYS_INLINE explicit Avx2Block(double value) : low(Half{} + value), high(Half{} + value) {}
   QUEN_ALWAYS_INLINE explicit Avx2Block(const Ints& ints) : Avx2Block(Widened(ints).data()) {}
   /// Each half by itself: GCC 12 copies both through memory, in pieces that the processor waits for.
   QUEN_ALWAYS_INLINE explicit Avx2Block(const double* values) {
@@ -49,17 +67,35 @@ struct Avx2Block {
     std::memcpy(&high, values + kBlock / 2, sizeof(high));
   }
 
+  /// first · growth^(0 … 7), where second and fourth are powers of growth
+  QUEN_ALWAYS_INLINE void SetPowers(double first, double growth, double second, double fourth) {
+    low = Half{first, first * growth, first * second, first * growth * second};
+    high = low * fourth;
+  }
+  /// first + (0 … 7)
+  QUEN_ALWAYS_INLINE void SetSteps(double first) {
+    low = Half{0.0, 1.0, 2.0, 3.0} + first;
+    high = Half{4.0, 5.0, 6.0, 7.0} + first;
+  }
+  QUEN_ALWAYS_INLINE void Store(double* values) const {
+    std::memcpy(values, &low, sizeof(low));
+    std::memcpy(values + kBlock / 2, &high, sizeof(high));
+  }
   QUEN_ALWAYS_INLINE void Add(const Avx2Block& other) {
     low += other.low;
     high += other.high;
   }
-  QUEN_ALWAYS_INLINE void AddProduct(const Avx2Block& other, double factor) {
-    low += other.low * factor;
-    high += other.high * factor;
+  QUEN_ALWAYS_INLINE void Multiply(const Avx2Block& other) {
+    low *= other.low;
+    high *= other.high;
   }
-  QUEN_ALWAYS_INLINE void AddProduct(const Avx2Block& other, const Avx2Block& factors) {
-    low += other.low * factors.low;
-    high += other.high * factors.high;
+  QUEN_TARGET_AVX2 void AddProduct(const Avx2Block& other, double factor) {
+    low = _mm256_fmadd_pd(other.low, _mm256_set1_pd(factor), low);
+    high = _mm256_fmadd_pd(other.high, _mm256_set1_pd(factor), high);
+  }
+  QUEN_TARGET_AVX2 void AddProduct(const Avx2Block& other, const Avx2Block& factors) {
+    low = _mm256_fmadd_pd(other.low, factors.low, low);
+    high = _mm256_fmadd_pd(other.high, factors.high, high);
   }
   [[nodiscard]] QUEN_ALWAYS_INLINE double Total() const {
     const Half sum = low + high;
@@ -75,13 +111,24 @@ struct Avx512Block {
   using Whole __attribute__((vector_size(8 * sizeof(double)))) = double;
 
   Avx512Block() = default;
+  QUEN_ALWAYS_INLINE explicit Avx512Block(double value) : all(Whole{} + value) {}
   QUEN_ALWAYS_INLINE explicit Avx512Block(const Ints& ints) : Avx512Block(Widened(ints).data()) {}
   QUEN_ALWAYS_INLINE explicit Avx512Block(const double* values) { std::memcpy(this, values, kBlock * sizeof(double)); }
 
+  QUEN_ALWAYS_INLINE void SetPowers(double first, double growth, double second, double fourth) {
+    const Whole fours = {1.0, 1.0, 1.0, 1.0, fourth, fourth, fourth, fourth};
+    const double third = first * growth * second;
+    all = Whole{first, first * growth, first * second, third, first, first * growth, first * second, third} * fours;
+  }
+  QUEN_ALWAYS_INLINE void SetSteps(double first) { all = Whole{0.0, 1.0, 2.0, 3.0, 4.0, 5.0, 6.0, 7.0} + first; }
+  QUEN_ALWAYS_INLINE void Store(double* values) const { std::memcpy(values, &all, sizeof(all)); }
   QUEN_ALWAYS_INLINE void Add(const Avx512Block& other) { all += other.all; }
-  QUEN_ALWAYS_INLINE void AddProduct(const Avx512Block& other, double factor) { all += other.all * factor; }
-  QUEN_ALWAYS_INLINE void AddProduct(const Avx512Block& other, const Avx512Block& factors) {
-    all += other.all * factors.all;
+  QUEN_ALWAYS_INLINE void Multiply(const Avx512Block& other) { all *= other.all; }
+  QUEN_TARGET_AVX512 void AddProduct(const Avx512Block& other, double factor) {
+    all = _mm512_fmadd_pd(other.all, _mm512_set1_pd(factor), all);
+  }
+  QUEN_TARGET_AVX512 void AddProduct(const Avx512Block& other, const Avx512Block& factors) {
+    all = _mm512_fmadd_pd(other.all, factors.all, all);
   }
   [[nodiscard]] QUEN_ALWAYS_INLINE double Total() const {
     return ((all[0] + all[4]) + (all[1] + all[5])) + ((all[2] + all[6]) + (all[3] + all[7]));

@@ -1,11 +1,12 @@
 #include "centroiders/src/brightness.hpp"
 
+#include <immintrin.h>
+
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <limits>
-
-#include "centroiders/src/moments.hpp"
 
 // The fast search for a value of given rank halves an interval as the plain one does, and is faster for three reasons:
 // it counts sixteen pixels at a time; it ends as soon as exactly `rank` pixels are above some value, the dimmest of
@@ -16,6 +17,7 @@ namespace quen::centroiders {
 namespace {
 
 using common::simd::Level;
+using common::simd::Pick;
 
 constexpr std::size_t kLanes = 16;
 constexpr std::size_t kMostPixels = 4096;  // of a rectangle that the fast search takes
@@ -39,7 +41,27 @@ std::int32_t LargestPlain(const Pixels& pixels) {
   return largest;
 }
 
-std::int32_t RankedPlain(const Pixels& pixels, std::size_t rank) {
+/// How many pixels there are of a value, and the sums of their columns and rows.
+struct Places {
+  std::size_t count = 0;
+  std::size_t x = 0;
+  std::size_t y = 0;
+};
+
+Places PlacesPlain(const Pixels& pixels, std::int32_t value) {
+  Places places;
+  for (std::size_t y = 0; y < pixels.height; ++y) {
+    for (std::size_t x = 0; x < pixels.width; ++x) {
+      if (pixels.At(x, y) != value) continue;
+      ++places.count;
+      places.x += x;
+      places.y += y;
+    }
+  }
+  return places;
+}
+
+std::int32_t RankedPlain(const Pixels& pixels, std::size_t rank, std::int32_t /*guess*/) {
   std::int32_t lowest = kLowest;  // the value is in [lowest, highest]
   std::int32_t highest = kHighest;
   while (lowest < highest) {
@@ -70,6 +92,32 @@ QUEN_TARGET_AVX2 std::int32_t LargestAvx2(const Pixels& pixels) {
   std::int32_t result = kLowest;
   for (std::size_t lane = 0; lane < kLanes; ++lane) result = std::max<std::int32_t>(result, largest[lane]);
   return result;
+}
+
+/// Rectangles of at least kLanes columns. Made for few such pixels, as there are of the brightest.
+QUEN_TARGET_AVX2 Places PlacesAvx2(const Pixels& pixels, std::int32_t value) {
+  constexpr unsigned kBitsPerLane = 2;  // of the mask
+  const Shorts values = Shorts{} + static_cast<std::int16_t>(value);
+  Places places;
+  for (std::size_t y = 0; y < pixels.height; ++y) {
+    for (std::size_t block = 0; block < pixels.width; block += kLanes) {
+      const std::size_t first = std::min(block, pixels.width - kLanes);
+      Shorts p;
+      Load(pixels.Row(y) + first, p);
+      const Shorts found = p == values;
+      __m256i bytes;
+      std::memcpy(&bytes, &found, sizeof(bytes));
+      const std::size_t repeated = block - first;  // columns of the block before
+      auto mask = static_cast<std::uint32_t>(_mm256_movemask_epi8(bytes)) & ~std::uint32_t{0}
+                                                                                << kBitsPerLane * repeated;
+      for (; mask != 0; mask &= mask - 1, mask &= mask - 1) {
+        ++places.count;
+        places.x += first + static_cast<std::size_t>(std::countr_zero(mask)) / kBitsPerLane;
+        places.y += y;
+      }
+    }
+  }
+  return places;
 }
 
 /// The pixels of a rectangle one after the other, filled up to whole pairs of vectors with the lowest value.
@@ -156,18 +204,20 @@ std::int32_t RankedAvx2(const Pixels& pixels, std::size_t rank, std::int32_t gue
 }  // namespace
 
 std::int32_t Largest(Level level, const Pixels& pixels) {
-  return level == Level::kPlain || pixels.width < kLanes ? LargestPlain(pixels) : LargestAvx2(pixels);
+  if (pixels.width < kLanes) level = Level::kPlain;
+  return Pick(level, LargestPlain, LargestAvx2, LargestAvx2)(pixels);
 }
 
 std::int32_t RankedValue(Level level, const Pixels& pixels, std::size_t rank, std::int32_t guess) {
-  const bool fits = pixels.width * pixels.height <= kMostPixels;
-  return level == Level::kPlain || !fits ? RankedPlain(pixels, rank) : RankedAvx2(pixels, rank, guess);
+  if (pixels.width * pixels.height > kMostPixels) level = Level::kPlain;
+  return Pick(level, RankedPlain, RankedAvx2, RankedAvx2)(pixels, rank, guess);
 }
 
 Point BrightestPoint(Level level, const Pixels& pixels) {
-  const Moments brightest = MomentsAbove(level, pixels, Largest(level, pixels) - 1);
+  if (pixels.width < kLanes) level = Level::kPlain;
+  const Places brightest = Pick(level, PlacesPlain, PlacesAvx2, PlacesAvx2)(pixels, Largest(level, pixels));
   const auto count = static_cast<double>(brightest.count);
-  return {static_cast<double>(brightest.count_x) / count, static_cast<double>(brightest.count_y) / count};
+  return {static_cast<double>(brightest.x) / count, static_cast<double>(brightest.y) / count};
 }
 
 }  // namespace quen::centroiders

@@ -5,78 +5,108 @@
 
 #include "centroiders/src/block.hpp"
 
-// The fast sum adds the same products in another order: columns eight apart share a running sum.
-// Both levels agree exactly with each other.
+// The fast sums add the same products in another order: columns eight apart share a running sum, of each of the nine
+// correlations. They agree with the formula to its last bits, and exactly where all products are integers; the two
+// levels agree exactly with each other.
+//
+// A block of eight pixels is read and converted once, and multiplied with the template's elements that lie on it when
+// the template's middle is at each of the nine. Where a block reaches beyond the template, it meets the zeros there.
 
 namespace quen::centroiders {
 namespace {
 
 using common::simd::Level;
 
-/// Two rectangles of one size, the template's part and the pixels under it.
-struct Overlap {
-  const double* values;
-  std::size_t size;
-  Pixels pixels;
-};
+std::ptrdiff_t Half(const Template& spot) { return static_cast<std::ptrdiff_t>(spot.size / 2); }
 
-double Plain(const Overlap& overlap) {
-  double sum = 0.0;
-  for (std::size_t y = 0; y < overlap.pixels.height; ++y) {
-    for (std::size_t x = 0; x < overlap.pixels.width; ++x) {
-      sum += overlap.values[x + overlap.size * y] * overlap.pixels.At(x, y);
-    }
-  }
-  return sum;
-}
-
-template <typename D>
-QUEN_ALWAYS_INLINE double SumBlocks(const Overlap& overlap) {
-  D sum;
-  double rest = 0.0;
-  const std::size_t width = overlap.pixels.width;
-  for (std::size_t y = 0; y < overlap.pixels.height; ++y) {
-    const double* const values = overlap.values + overlap.size * y;
-    const std::int16_t* const row = overlap.pixels.Row(y);
-    std::size_t x = 0;
-    for (; x + kBlock <= width; x += kBlock) {
-      Ints p;
-      LoadBlock(row + x, p);
-      sum.AddProduct(D(p), D(values + x));
-    }
-    for (; x < width; ++x) rest += values[x] * row[x];
-  }
-  return sum.Total() + rest;
-}
-
-QUEN_TARGET_AVX2 double SumAvx2(const Overlap& overlap) { return SumBlocks<Avx2Block>(overlap); }
-QUEN_TARGET_AVX512 double SumAvx512(const Overlap& overlap) { return SumBlocks<Avx512Block>(overlap); }
-
-/// Columns or rows [low, up) of the rectangle under a template whose middle is at `middle`.
+/// Columns or rows [low, up) of a rectangle that has `available` of them.
 struct Range {
   std::ptrdiff_t low;
   std::ptrdiff_t up;
 };
 
-Range OverlapAround(std::ptrdiff_t middle, std::size_t size, std::size_t available) {
-  const auto half = static_cast<std::ptrdiff_t>(size / 2);
-  return {std::max<std::ptrdiff_t>(middle - half, 0),
-          std::min(middle + half + 1, static_cast<std::ptrdiff_t>(available))};
+/// Those at most `reach` from the middle.
+Range Around(std::ptrdiff_t middle, std::ptrdiff_t reach, std::size_t available) {
+  return {std::max<std::ptrdiff_t>(middle - reach, 0),
+          std::min(middle + reach + 1, static_cast<std::ptrdiff_t>(available))};
+}
+
+double CorrelatePlain(const Pixels& pixels, const Template& spot, Position at) {
+  const Range columns = Around(at.x, Half(spot), pixels.width);
+  const Range rows = Around(at.y, Half(spot), pixels.height);
+  double sum = 0.0;
+  for (std::ptrdiff_t y = rows.low; y < rows.up; ++y) {
+    for (std::ptrdiff_t x = columns.low; x < columns.up; ++x) {
+      sum += spot.Row(y - at.y + Half(spot))[x - at.x + Half(spot)] *
+             pixels.At(static_cast<std::size_t>(x), static_cast<std::size_t>(y));
+    }
+  }
+  return sum;
+}
+
+void AroundPlain(const Pixels& pixels, const Template& spot, Position at, Neighbours& result) {
+  for (std::ptrdiff_t v = -1; v <= 1; ++v) {
+    for (std::ptrdiff_t u = -1; u <= 1; ++u) {
+      result[static_cast<std::size_t>(1 + v)][static_cast<std::size_t>(1 + u)] =
+          CorrelatePlain(pixels, spot, {at.x + u, at.y + v});
+    }
+  }
+}
+
+/// The pixels of a rectangle's columns first … first + 7, nothing for those that an earlier block has.
+QUEN_ALWAYS_INLINE void LoadOnce(const Pixels& pixels, std::size_t y, std::size_t first, std::size_t repeated,
+                                 Ints& block) {
+  LoadColumns(pixels.Row(y) + first, pixels.width, block);
+  if (repeated > 0) block &= kIota >= static_cast<std::int32_t>(repeated);
+}
+
+template <typename D>
+QUEN_ALWAYS_INLINE void AroundBlocks(const Pixels& pixels, const Template& spot, Position at, Neighbours& result) {
+  const Range columns = Around(at.x, Half(spot) + 1, pixels.width);
+  const Range rows = Around(at.y, Half(spot) + 1, pixels.height);
+  const auto stride = static_cast<std::ptrdiff_t>(Template::Stride(spot.size));
+  D sums[3][3];  // NOLINT(cppcoreguidelines-avoid-c-arrays): stays in registers
+  const auto end = static_cast<std::size_t>(std::max<std::ptrdiff_t>(columns.up, 0));
+  for (std::size_t block = static_cast<std::size_t>(columns.low) / kBlock * kBlock; block < end; block += kBlock) {
+    const std::size_t first = pixels.width < kBlock ? 0 : std::min(block, pixels.width - kBlock);
+    const std::ptrdiff_t under = static_cast<std::ptrdiff_t>(first) - at.x + Half(spot);  // column of the template
+    for (std::ptrdiff_t y = rows.low; y < rows.up; ++y) {
+      Ints p;
+      LoadOnce(pixels, static_cast<std::size_t>(y), first, block - first, p);
+      const D doubles(p);
+      const double* const t = spot.Row(y - at.y + Half(spot)) + under;
+      for (std::ptrdiff_t v = 0; v < 3; ++v) {
+        for (std::ptrdiff_t u = 0; u < 3; ++u) sums[v][u].AddProduct(doubles, D(t - (v - 1) * stride - (u - 1)));
+      }
+    }
+  }
+  for (std::size_t v = 0; v < 3; ++v) {
+    for (std::size_t u = 0; u < 3; ++u) result[v][u] = sums[v][u].Total();
+  }
+}
+
+QUEN_TARGET_AVX2 void AroundAvx2(const Pixels& pixels, const Template& spot, Position at, Neighbours& result) {
+  AroundBlocks<Avx2Block>(pixels, spot, at, result);
+}
+
+QUEN_TARGET_AVX512 void AroundAvx512(const Pixels& pixels, const Template& spot, Position at, Neighbours& result) {
+  AroundBlocks<Avx512Block>(pixels, spot, at, result);
 }
 
 }  // namespace
 
-double Correlate(Level level, const Pixels& pixels, const std::vector<double>& values, std::size_t size,
-                 std::ptrdiff_t x, std::ptrdiff_t y) {
-  const Range columns = OverlapAround(x, size, pixels.width);
-  const Range rows = OverlapAround(y, size, pixels.height);
-  if (columns.low >= columns.up || rows.low >= rows.up) return 0.0;
-  const auto half = static_cast<std::ptrdiff_t>(size / 2);
-  const std::ptrdiff_t corner = (columns.low - x + half) + static_cast<std::ptrdiff_t>(size) * (rows.low - y + half);
-  const Overlap overlap = {values.data() + corner, size,
-                           pixels.Part(static_cast<std::size_t>(columns.low), static_cast<std::size_t>(columns.up),
-                                       static_cast<std::size_t>(rows.low), static_cast<std::size_t>(rows.up))};
-  return (level == Level::kPlain ? Plain : level == Level::kAvx2 ? SumAvx2 : SumAvx512)(overlap);
+std::vector<double> Template::Padded(const std::vector<double>& values, std::size_t size) {
+  std::vector<double> padded((size + 2 * kRowsAround) * Stride(size), 0.0);
+  for (std::size_t y = 0; y < size; ++y) {
+    std::copy_n(values.data() + y * size, size, padded.data() + (y + kRowsAround) * Stride(size) + kColumnsAround);
+  }
+  return padded;
+}
+
+Neighbours CorrelateAround(Level level, const Pixels& pixels, const Template& spot, Position at) {
+  Neighbours result;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+  common::simd::Pick(level, AroundPlain, AroundAvx2, AroundAvx512)(pixels, spot, at, result);
+  return result;
 }
 
 }  // namespace quen::centroiders

@@ -26,17 +26,6 @@ std::vector<double> DrawnSpot(std::size_t size) {
   return values;
 }
 
-/// A pixel, from the region's first one.
-struct Position {
-  std::ptrdiff_t x;
-  std::ptrdiff_t y;
-
-  bool operator==(const Position&) const = default;
-};
-
-/// The correlations at a pixel and its eight neighbours, c[1 + v][1 + u] at (x + u, y + v).
-using Neighbours = std::array<std::array<double, 3>, 3>;
-
 /// The largest of them that is in the region; the pixel itself where no neighbour exceeds it.
 Position LargestOf(const Neighbours& c, Position at, const Pixels& pixels) {
   Position largest = at;
@@ -84,23 +73,14 @@ Correlation::Correlation(const CorrelationConfig& config) : size_(config.size), 
     throw std::invalid_argument("Correlation: template_values must be other than 0 somewhere, found " +
                                 std::to_string(template_.size()) + " zeros; leave them out for the drawn spot");
   }
+  template_ = Template::Padded(template_, size_);
 }
 
 void Correlation::Measure(const Pixels& pixels, const Point& reference) {
   const common::simd::Level level = common::simd::Best();
   flux = static_cast<double>(MomentsAbove(level, pixels, kEveryPixel).sum);
 
-  const auto around = [&](Position at) {
-    Neighbours c{};
-    for (std::size_t row = 0; row < 3; ++row) {
-      for (std::size_t column = 0; column < 3; ++column) {
-        c.at(row).at(column) =
-            Correlate(level, pixels, template_, size_, at.x + static_cast<std::ptrdiff_t>(column) - 1,
-                      at.y + static_cast<std::ptrdiff_t>(row) - 1);
-      }
-    }
-    return c;
-  };
+  const auto around = [&](Position at) { return CorrelateAround(level, pixels, {template_, size_}, at); };
   const Point start = BrightestPoint(level, pixels);
   Position at = {static_cast<std::ptrdiff_t>(start.x), static_cast<std::ptrdiff_t>(start.y)};
   Neighbours c = around(at);

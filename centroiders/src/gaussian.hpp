@@ -15,19 +15,21 @@ class Gaussian {
 
   [[nodiscard]] double Sigma() const { return sigma_; }
 
-  /// even = g(x − centre) and odd = (x − centre) · g(x − centre) for x = first … first + count − 1.
-  void Fill(double centre, std::size_t first, std::size_t count, AxisWeights& weights) const;
+  /// even = g(x − centre) and odd = (x − centre) · g(x − centre) for x = first … first + count − 1, and zeros up to
+  /// a whole block of eight.
+  void Fill(common::simd::Level level, double centre, std::size_t first, std::size_t count, AxisWeights& weights) const;
 
   /// Fill for one centre, as SumWeighted wants it.
-  [[nodiscard]] auto Along(double centre) const {
-    return [this, centre](std::size_t first, std::size_t count, AxisWeights& weights) {
-      Fill(centre, first, count, weights);
+  [[nodiscard]] auto Along(common::simd::Level level, double centre) const {
+    return [this, level, centre](std::size_t first, std::size_t count, AxisWeights& weights) {
+      Fill(level, centre, first, count, weights);
     };
   }
 
  private:
   double sigma_;
-  std::vector<double> at_integers_;  // g(0), g(1), …
+  std::ptrdiff_t reach_;             // whole numbers beyond it have no weight
+  std::vector<double> at_integers_;  // g(−reach) … g(reach), with a block of zeros before and after
 };
 
 }  // namespace quen::centroiders

@@ -13,26 +13,14 @@
 namespace quen::centroiders {
 namespace {
 
-/// Σ even², Σ even · odd, Σ odd² along one axis.
-struct Norms {
-  double even = 0.0;
-  double mixed = 0.0;
-  double odd = 0.0;
-};
-
-Norms NormsOf(const Gaussian& shape, double centre, std::size_t size) {
-  Norms norms;
-  AxisWeights weights;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled as far as it is read
-  for (std::size_t first = 0; first < size; first += kTile) {
-    const std::size_t count = std::min(kTile, size - first);
-    shape.Fill(centre, first, count, weights);
-    for (std::size_t k = 0; k < count; ++k) {
-      norms.even += weights.even[k] * weights.even[k];
-      norms.mixed += weights.even[k] * weights.odd[k];
-      norms.odd += weights.odd[k] * weights.odd[k];
-    }
-  }
-  return norms;
+/// Fills as shape.Along does, and leaves the norms of the whole axis: it is filled from its beginning to its end, for
+/// each row of tiles anew.
+auto AlongWithNorms(common::simd::Level level, const Gaussian& shape, double centre, Norms& norms) {
+  return [level, &shape, centre, &norms](std::size_t first, std::size_t count, AxisWeights& weights) {
+    shape.Fill(level, centre, first, count, weights);
+    if (first == 0) norms = {};
+    AddNorms(level, weights, count, norms);
+  };
 }
 
 /// Height and slopes of the closest a · g + b_x · (x − c_x) · g + b_y · (y − c_y) · g.
@@ -80,9 +68,11 @@ void GaussianFit::Measure(const Pixels& pixels, const Point& reference) {
   };
   Point centre = BrightestPoint(level, pixels);
   for (int step = 0; step < steps_; ++step) {
-    const WeightedSums sums = SumWeighted(level, pixels, shape_->Along(centre.x), shape_->Along(centre.y));
-    const std::optional<Solution> solution =
-        Solve(NormsOf(*shape_, centre.x, pixels.width), NormsOf(*shape_, centre.y, pixels.height), sums);
+    Norms nx;
+    Norms ny;
+    const WeightedSums sums = SumWeighted(level, pixels, AlongWithNorms(level, *shape_, centre.x, nx),
+                                          AlongWithNorms(level, *shape_, centre.y, ny));
+    const std::optional<Solution> solution = Solve(nx, ny, sums);
     flux = solution ? 2.0 * std::numbers::pi * sigma * sigma * solution->a : 0.0;
     if (!(flux > 0.0)) return;
     centre.x = moved(centre.x, sigma * sigma * solution->b_x / solution->a, pixels.width);

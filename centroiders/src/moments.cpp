@@ -1,8 +1,6 @@
 #include "centroiders/src/moments.hpp"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <limits>
 
 #include "centroiders/src/block.hpp"
@@ -22,7 +20,7 @@ namespace {
 
 using common::simd::Level;
 
-Moments Plain(const Pixels& pixels, std::int32_t cut) {
+Moments MomentsPlain(const Pixels& pixels, std::int32_t cut) {
   Moments moments;
   for (std::size_t y = 0; y < pixels.height; ++y) {
     for (std::size_t x = 0; x < pixels.width; ++x) {
@@ -41,15 +39,42 @@ Moments Plain(const Pixels& pixels, std::int32_t cut) {
   return moments;
 }
 
-/// Eight pixels, or as many as the rectangle has columns.
-QUEN_ALWAYS_INLINE void Load(const std::int16_t* first, std::size_t columns, Ints& pixels) {
-  if (columns >= kBlock) {
-    LoadBlock(first, pixels);
-    return;
+/// The columns of a block of a rectangle. The last one overlaps the one before.
+struct Columns {
+  QUEN_ALWAYS_INLINE Columns(std::size_t block, std::size_t width)
+      : first(width < kBlock ? 0 : std::min(block, width - kBlock)),
+        number(kIota + static_cast<std::int32_t>(first)),
+        counted((number >= static_cast<std::int32_t>(block)) & (number < static_cast<std::int32_t>(width))) {}
+
+  std::size_t first;
+  Ints number;
+  Ints counted;  ///< −1, or 0 for those that the block before has, and those beyond a narrow rectangle
+};
+
+/// A rectangle of at most kTile columns and rows, of which all pixels count: a third of the steps.
+QUEN_TARGET_AVX2 Moments WholeTileAvx2(const Pixels& pixels) {
+  Ints sum = {};
+  Ints sum_x = {};
+  Ints sum_y = {};
+  for (std::size_t block = 0; block < pixels.width; block += kBlock) {
+    const Columns columns(block, pixels.width);
+    Ints c = {};
+    Ints t = {};
+    for (std::size_t y = pixels.height; y-- > 0;) {
+      t += c;
+      Ints p;
+      LoadColumns(pixels.Row(y) + columns.first, pixels.width, p);
+      c += p;
+    }
+    c &= columns.counted;
+    sum += c;
+    sum_x += c * columns.number;
+    sum_y += t & columns.counted;
   }
-  std::array<std::int16_t, kBlock> padded{};
-  std::copy_n(first, columns, padded.data());
-  LoadBlock(padded.data(), pixels);
+  const auto width = static_cast<std::int64_t>(pixels.width);
+  const auto height = static_cast<std::int64_t>(pixels.height);
+  const std::int64_t count = width * height;
+  return {count, count * (width - 1) / 2, count * (height - 1) / 2, Total(sum), Total(sum_x), Total(sum_y)};
 }
 
 /// A rectangle of at most kTile columns and rows.
@@ -61,26 +86,23 @@ QUEN_TARGET_AVX2 Moments TileAvx2(const Pixels& pixels, std::int32_t cut) {
   Ints sum_x = {};
   Ints sum_y = {};
   for (std::size_t block = 0; block < pixels.width; block += kBlock) {
-    const std::size_t first = pixels.width < kBlock ? 0 : std::min(block, pixels.width - kBlock);
-    const Ints column = kIota + static_cast<std::int32_t>(first);
-    const Ints counted =
-        (column >= static_cast<std::int32_t>(block)) & (column < static_cast<std::int32_t>(pixels.width));
-    const Ints cuts = counted ? Ints{} + cut : Ints{} + std::numeric_limits<std::int32_t>::max();
+    const Columns columns(block, pixels.width);
+    const Ints cuts = columns.counted ? Ints{} + cut : Ints{} + std::numeric_limits<std::int32_t>::max();
     Ints c = {};  // per column: sum of the pixels below
     Ints n = {};  // and their number, negative
     for (std::size_t y = pixels.height; y-- > 0;) {
       sum_y += c;
       count_y -= n;
       Ints p;
-      Load(pixels.Row(y) + first, pixels.width, p);
+      LoadColumns(pixels.Row(y) + columns.first, pixels.width, p);
       const Ints counts = p > cuts;  // 0 or −1
       c += p & counts;
       n += counts;
     }
     sum += c;
-    sum_x += c * column;
+    sum_x += c * columns.number;
     count -= n;
-    count_x -= n * column;
+    count_x -= n * columns.number;
   }
   return {Total(count), Total(count_x), Total(count_y), Total(sum), Total(sum_x), Total(sum_y)};
 }
@@ -97,18 +119,22 @@ void Add(const Moments& tile, std::size_t x, std::size_t y, Moments& moments) {
   moments.sum_y += tile.sum_y + row * tile.sum;
 }
 
-}  // namespace
-
-Moments MomentsAbove(Level level, const Pixels& pixels, std::int32_t cut) {
-  if (level == Level::kPlain) return Plain(pixels, cut);
+/// In tiles.
+Moments MomentsAvx2(const Pixels& pixels, std::int32_t cut) {
   Moments moments;
   for (std::size_t y = 0; y < pixels.height; y += kTile) {
     for (std::size_t x = 0; x < pixels.width; x += kTile) {
       const Pixels tile = pixels.Part(x, std::min(x + kTile, pixels.width), y, std::min(y + kTile, pixels.height));
-      Add(TileAvx2(tile, cut), x, y, moments);
+      Add(cut == kEveryPixel ? WholeTileAvx2(tile) : TileAvx2(tile, cut), x, y, moments);
     }
   }
   return moments;
+}
+
+}  // namespace
+
+Moments MomentsAbove(Level level, const Pixels& pixels, std::int32_t cut) {
+  return common::simd::Pick(level, MomentsPlain, MomentsAvx2, MomentsAvx2)(pixels, cut);
 }
 
 Centroid CentroidOf(const Moments& moments, double zero, Point otherwise) {

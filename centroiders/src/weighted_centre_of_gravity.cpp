@@ -24,8 +24,9 @@ WeightedCentreOfGravity::WeightedCentreOfGravity(const WeightedCentreOfGravityCo
 
 void WeightedCentreOfGravity::Measure(const Pixels& pixels, const Point& reference) {
   if (LacksReference(reference)) return;
+  const common::simd::Level level = common::simd::Best();
   const WeightedSums sums =
-      SumWeighted(common::simd::Best(), pixels, weight_->Along(reference.x), weight_->Along(reference.y));
+      SumWeighted(level, pixels, weight_->Along(level, reference.x), weight_->Along(level, reference.y));
   flux = sums.light;
   if (!(sums.even > 0.0)) return;
   x = gain_ * sums.x / sums.even;

@@ -21,6 +21,16 @@ struct WeightedSums {
   double y = 0.0;      ///< Σ p · even_x · odd_y
 };
 
+/// Σ even², Σ even · odd, Σ odd² along one axis.
+struct Norms {
+  double even = 0.0;
+  double mixed = 0.0;
+  double odd = 0.0;
+};
+
+/// Adds those of the first `count` columns or rows. Behind them there must be zeros, up to a whole block of eight.
+void AddNorms(common::simd::Level level, const AxisWeights& weights, std::size_t count, Norms& norms);
+
 /// The sums of a rectangle of at most kTile columns and rows.
 WeightedSums SumTile(common::simd::Level level, const Pixels& pixels, const AxisWeights& columns,
                      const AxisWeights& rows);

@@ -157,50 +157,161 @@ TEST_P(Kernels, WeightedSumsOfAnySizeAreThoseOfTheTiles) {
   });
 }
 
+/// The formula, over the whole template.
+double Correlated(const Pixels& pixels, const std::vector<double>& values, std::size_t size, Position at) {
+  double sum = 0.0;
+  const auto half = static_cast<std::ptrdiff_t>(size / 2);
+  for (std::ptrdiff_t v = -half; v <= half; ++v) {
+    for (std::ptrdiff_t u = -half; u <= half; ++u) {
+      const bool inside = at.x + u >= 0 && at.x + u < static_cast<std::ptrdiff_t>(pixels.width) && at.y + v >= 0 &&
+                          at.y + v < static_cast<std::ptrdiff_t>(pixels.height);
+      if (!inside) continue;
+      sum += values[static_cast<std::size_t>(u + half) + size * static_cast<std::size_t>(v + half)] *
+             pixels.At(static_cast<std::size_t>(at.x + u), static_cast<std::size_t>(at.y + v));
+    }
+  }
+  return sum;
+}
+
 TEST_P(Kernels, CorrelationsOfWholeNumbersAreThePlainOnes) {
   ForRectangles(-32768, 32767, [&](const Pixels& pixels, std::mt19937& random) {
     for (const std::size_t size : {3U, 9U, 21U, 63U}) {
       std::vector<double> values(size * size);
       for (double& value : values) value = static_cast<double>(random() % 100U) - 50.0;
-      for (int k = 0; k < 6; ++k) {
-        const auto x = static_cast<std::ptrdiff_t>(random() % (pixels.width + 6)) - 3;
-        const auto y = static_cast<std::ptrdiff_t>(random() % (pixels.height + 6)) - 3;
-        double expected = 0.0;
-        const auto half = static_cast<std::ptrdiff_t>(size / 2);
-        for (std::ptrdiff_t v = -half; v <= half; ++v) {
-          for (std::ptrdiff_t u = -half; u <= half; ++u) {
-            const bool inside = x + u >= 0 && x + u < static_cast<std::ptrdiff_t>(pixels.width) && y + v >= 0 &&
-                                y + v < static_cast<std::ptrdiff_t>(pixels.height);
-            if (!inside) continue;
-            expected += values[static_cast<std::size_t>(u + half) + size * static_cast<std::size_t>(v + half)] *
-                        pixels.At(static_cast<std::size_t>(x + u), static_cast<std::size_t>(y + v));
+      const std::vector<double> padded = Template::Padded(values, size);
+      for (int k = 0; k < 3; ++k) {
+        const Position at = {static_cast<std::ptrdiff_t>(random() % (pixels.width + 6)) - 3,
+                             static_cast<std::ptrdiff_t>(random() % (pixels.height + 6)) - 3};
+        const Neighbours found = CorrelateAround(GetParam(), pixels, {padded, size}, at);
+        for (std::size_t v = 0; v < 3; ++v) {
+          for (std::size_t u = 0; u < 3; ++u) {
+            const Position middle = {at.x + static_cast<std::ptrdiff_t>(u) - 1,
+                                     at.y + static_cast<std::ptrdiff_t>(v) - 1};
+            EXPECT_EQ(found.at(v).at(u), Correlated(pixels, values, size, middle))
+                << pixels.width << " x " << pixels.height << ", template " << size << " at " << middle.x << ", "
+                << middle.y;
           }
         }
-        EXPECT_EQ(Correlate(GetParam(), pixels, values, size, x, y), expected);
       }
     }
   });
 }
 
-TEST(GaussianWeights, AreTheFormulas) {
+TEST_P(Kernels, CorrelationsAreThePlainOnesToTheirLastBits) {
+  // Each of at most 21² products and sums rounds a number below 21² · 32768 < 2²⁴.
+  constexpr double kRounding = 441.0 * 0x1p24 * 0x1p-53;
+  std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+  ForRectangles(-32768, 32767, [&](const Pixels& pixels, std::mt19937& random) {
+    std::vector<double> values(441);  // 21 · 21
+    for (double& value : values) value = uniform(random);
+    const std::vector<double> padded = Template::Padded(values, 21);
+    const Position at = {static_cast<std::ptrdiff_t>(random() % pixels.width),
+                         static_cast<std::ptrdiff_t>(random() % pixels.height)};
+    const Neighbours found = CorrelateAround(GetParam(), pixels, {padded, 21}, at);
+    const Neighbours plain = CorrelateAround(Level::kPlain, pixels, {padded, 21}, at);
+    for (std::size_t v = 0; v < 3; ++v) {
+      for (std::size_t u = 0; u < 3; ++u) EXPECT_NEAR(found.at(v).at(u), plain.at(v).at(u), kRounding);
+    }
+    if (GetParam() == Level::kPlain) return;
+    EXPECT_EQ(found, CorrelateAround(Level::kAvx2, pixels, {padded, 21}, at));
+  });
+}
+
+TEST_P(Kernels, BrightestPointIsTheMeanOfTheBrightestPixels) {
+  for (const std::int32_t span : {0, 1, 32767}) {
+    ForRectangles(-span - 1, span, [&](const Pixels& pixels, std::mt19937&) {
+      std::int16_t most = pixels.At(0, 0);
+      Point sum = {0.0, 0.0};
+      double count = 0.0;
+      for (std::size_t y = 0; y < pixels.height; ++y) {
+        for (std::size_t x = 0; x < pixels.width; ++x) {
+          if (pixels.At(x, y) < most) continue;
+          if (pixels.At(x, y) > most) {
+            most = pixels.At(x, y);
+            sum = {0.0, 0.0};
+            count = 0.0;
+          }
+          sum = {sum.x + static_cast<double>(x), sum.y + static_cast<double>(y)};
+          count += 1.0;
+        }
+      }
+      const Point found = BrightestPoint(GetParam(), pixels);
+      EXPECT_EQ(found.x, sum.x / count) << pixels.width << " x " << pixels.height;
+      EXPECT_EQ(found.y, sum.y / count) << pixels.width << " x " << pixels.height;
+    });
+  }
+}
+
+TEST_P(Kernels, NormsAreThePlainOnesToTheirLastBits) {
+  std::mt19937 random(12);
+  for (std::size_t count = 1; count <= kTile; ++count) {
+    for (const bool whole : {true, false}) {
+      AxisWeights weights = RandomWeights(random, whole);
+      for (std::array<double, kTile>* const values : {&weights.even, &weights.odd}) {
+        std::fill(values->begin() + static_cast<std::ptrdiff_t>(count), values->end(), 0.0);
+      }
+      const auto norms = [&](Level level) {
+        Norms sums = {1.0, 2.0, 3.0};
+        AddNorms(level, weights, count, sums);
+        return sums;
+      };
+      const double tolerance = whole ? 0.0 : 64.0 * 1024.0 * 0x1p-53;  // of 64 sums of squares below 16
+      const Norms plain = norms(Level::kPlain);
+      EXPECT_NEAR(norms(GetParam()).even, plain.even, tolerance);
+      EXPECT_NEAR(norms(GetParam()).mixed, plain.mixed, tolerance);
+      EXPECT_NEAR(norms(GetParam()).odd, plain.odd, tolerance);
+      if (GetParam() == Level::kPlain) continue;
+      EXPECT_EQ(norms(GetParam()).even, norms(Level::kAvx2).even);
+      EXPECT_EQ(norms(GetParam()).mixed, norms(Level::kAvx2).mixed);
+      EXPECT_EQ(norms(GetParam()).odd, norms(Level::kAvx2).odd);
+    }
+  }
+}
+
+constexpr std::array<double, 4> kSigmas = {0.43, 1.0, 2.0, 40.0};
+constexpr std::array<double, 10> kCentres = {-70.25, -3.5, 0.0, 5.5, 11.499, 12.0, 23.75, 63.0, 100.75, 1e6};
+
+AxisWeights Filled(Level level, double sigma, double centre, std::size_t first, std::size_t count) {
+  AxisWeights weights{};
+  weights.even.fill(-1.0);
+  weights.odd.fill(-1.0);
+  Gaussian(sigma * quen::shssim::kFwhmPerSigma).Fill(level, centre, first, count, weights);
+  return weights;
+}
+
+TEST_P(Kernels, GaussianWeightsAreTheFormulas) {
   constexpr double kRelative = 1e-12;  // a power of up to 400 factors
-  for (const double sigma : {0.43, 1.0, 2.0, 40.0}) {
-    const Gaussian gaussian(sigma * quen::shssim::kFwhmPerSigma);
-    for (const double centre : {-70.25, -3.5, 0.0, 5.5, 11.499, 12.0, 63.0, 100.75, 1e6}) {
-      for (const std::size_t first : {std::size_t{0}, std::size_t{64}}) {
-        AxisWeights weights{};
-        weights.even.fill(-1.0);
-        weights.odd.fill(-1.0);
-        gaussian.Fill(centre, first, 60, weights);
-        for (std::size_t k = 0; k < 60; ++k) {
+  for (const double sigma : kSigmas) {
+    for (const double centre : kCentres) {
+      for (const auto& [first, count] :
+           {std::pair<std::size_t, std::size_t>(0, 52), {64, 52}, {0, 24}, {3, 1}, {9, 64}}) {
+        const AxisWeights weights = Filled(GetParam(), sigma, centre, first, count);
+        for (std::size_t k = 0; k < count; ++k) {
           const double u = static_cast<double>(first + k) - centre;
           const double g = std::exp(-0.5 * u * u / (sigma * sigma));
           const bool is_far = std::abs(u) > 9.0 * sigma - 1.0;
-          EXPECT_NEAR(weights.even[k], g, is_far ? 1e-8 : kRelative * g) << sigma << ' ' << centre << ' ' << k;
-          EXPECT_NEAR(weights.odd[k], u * g, is_far ? 1e-6 : kRelative * std::abs(u * g) + 1e-300);
+          EXPECT_NEAR(weights.even.at(k), g, is_far ? 1e-8 : kRelative * g) << sigma << ' ' << centre << ' ' << k;
+          EXPECT_NEAR(weights.odd.at(k), u * g, is_far ? 1e-6 : kRelative * std::abs(u * g) + 1e-300);
         }
-        EXPECT_EQ(weights.even[60], -1.0);
-        EXPECT_EQ(weights.odd[60], -1.0);
+        const std::size_t end = (count + 7) / 8 * 8;
+        for (std::size_t k = count; k < kTile; ++k) {
+          EXPECT_EQ(weights.even.at(k), k < end ? 0.0 : -1.0) << count << ' ' << k;
+          EXPECT_EQ(weights.odd.at(k), k < end ? 0.0 : -1.0) << count << ' ' << k;
+        }
+      }
+    }
+  }
+}
+
+TEST_P(Kernels, GaussianWeightsAreTheSameAtAllLevelsAboveThePlainOne) {
+  if (GetParam() == Level::kPlain) return;
+  for (const double sigma : kSigmas) {
+    for (const double centre : kCentres) {
+      for (const std::size_t first : {0U, 7U, 64U}) {
+        const AxisWeights fast = Filled(GetParam(), sigma, centre, first, 57);
+        const AxisWeights avx2 = Filled(Level::kAvx2, sigma, centre, first, 57);
+        EXPECT_EQ(fast.even, avx2.even) << sigma << ' ' << centre << ' ' << first;
+        EXPECT_EQ(fast.odd, avx2.odd) << sigma << ' ' << centre << ' ' << first;
       }
     }
   }

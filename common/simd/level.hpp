@@ -1,13 +1,18 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "defs/export.hpp"
 
 /// @file
 /// Instruction-set levels, for code that exists in several compiled forms. Internal to the library.
 ///
-/// Every form of a piece of code gives the same bits. The plain one reads like the formula and runs anywhere; the
-/// others are one source, written as loops that the compiler vectorises, compiled once per level and chosen at run
-/// time.
+/// Every form of a piece of code gives the same bits, or says where it does not. The plain one reads like the formula
+/// and runs anywhere; the others are one source, written as loops that the compiler vectorises, compiled once per level
+/// and chosen at run time: Pick(level, Plain, Avx2, Avx512)(arguments).
 
 namespace quen::common::simd {
 
@@ -19,14 +24,37 @@ enum class Level {
 
 inline constexpr std::array<Level, 3> kLevels = {Level::kPlain, Level::kAvx2, Level::kAvx512};
 
+/// "plain", "avx2" or "avx512".
+constexpr const char* Name(Level level) {
+  constexpr std::array<const char*, 3> kNames = {"plain", "avx2", "avx512"};
+  return kNames.at(static_cast<std::size_t>(level));
+}
+
 /// Whether this processor (and operating system) can run a level.
 bool IsAvailable(Level level);
 
-/// The highest level that this processor can run. The same throughout the process.
-Level Best();
+/// The level that this process runs: the highest one that the processor has, or the one that the environment variable
+/// QUEN_SIMD names. Decided by the first call, which warns in the log if the variable names no level that there is.
+///
+/// Exported so that a process has one decision, whichever of the libraries it is in: the one loaded first serves all.
+QUEN_EXPORT Level Best();
 
-/// "plain", "avx2" or "avx512".
-const char* Name(Level level);
+/// A level, and what there is to warn of.
+struct Choice {
+  Level level;
+  std::string warning;  ///< empty if there is nothing
+};
+
+/// What Best decides.
+/// @param wish     a level's name; empty for none
+/// @param highest  that the processor has
+Choice Choose(std::string_view wish, Level highest);
+
+/// The form for a level, of a function or of what else there is one of for each level.
+template <typename Form>
+constexpr Form Pick(Level level, Form plain, Form avx2, Form avx512) {
+  return level == Level::kAvx512 ? avx512 : level == Level::kAvx2 ? avx2 : plain;
+}
 
 }  // namespace quen::common::simd
 

@@ -3,6 +3,7 @@
 #include <Eigen/Dense>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,34 @@ inline constexpr double kDivergence = 10.0;
 /// @param after_frame  called after each frame
 LoopRun RunLoop(quen::shssim::ShsSimulator& simulator, const Series& disturbance, const LoopOptions& options,
                 const std::function<void()>& after_frame);
+
+/// The same, taken apart: RunLoop does Record, Displace, Draw, Measure and Correct for each frame. All memory is
+/// allocated when the object is made.
+class ControlLoop {
+ public:
+  /// @param frames  at the most
+  ControlLoop(quen::shssim::ShsSimulator& simulator, std::size_t frames, const LoopOptions& options);
+  ~ControlLoop();
+  ControlLoop(const ControlLoop&) = delete;
+  ControlLoop& operator=(const ControlLoop&) = delete;
+  ControlLoop(ControlLoop&&) = delete;
+  ControlLoop& operator=(ControlLoop&&) = delete;
+
+  void Record(const Eigen::Ref<const Eigen::VectorXd>& disturbance);  ///< and the residual that it leaves
+  void Displace();                                                    ///< the spots, by the residual
+  void Draw();                                                        ///< the frame
+  void Measure();                                                     ///< its slopes
+  void Correct();                                                     ///< by them
+
+  [[nodiscard]] bool HasDiverged() const;
+
+  /// The records so far. Ends the loop.
+  LoopRun Take();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
 
 /// RMS over the frames [first, last) of a record's vector.
 double Rms(const std::vector<FrameRecord>& records, Eigen::VectorXd FrameRecord::*vector, std::size_t first,

@@ -1,5 +1,7 @@
 #include "common/simd/level.hpp"
 
+#include <algorithm>
+
 namespace quen::common::simd {
 
 bool IsAvailable(Level level) {
@@ -19,23 +21,17 @@ bool IsAvailable(Level level) {
   return false;
 }
 
-Level Best() {
-  static const Level best = IsAvailable(Level::kAvx512) ? Level::kAvx512
-                            : IsAvailable(Level::kAvx2) ? Level::kAvx2
-                                                        : Level::kPlain;
-  return best;
-}
-
-const char* Name(Level level) {
-  switch (level) {
-    case Level::kPlain:
-      return "plain";
-    case Level::kAvx2:
-      return "avx2";
-    case Level::kAvx512:
-      return "avx512";
+Choice Choose(std::string_view wish, Level highest) {
+  if (wish.empty()) return {highest, ""};
+  const auto* const wished = std::ranges::find(kLevels, wish, Name);
+  if (wished == kLevels.end()) {
+    return {highest,
+            "QUEN_SIMD: expected plain, avx2 or avx512, found " + std::string(wish) + "; running " + Name(highest)};
   }
-  return "";
+  if (*wished > highest) {
+    return {highest, "QUEN_SIMD: this processor does not have " + std::string(wish) + "; running " + Name(highest)};
+  }
+  return {*wished, ""};
 }
 
 }  // namespace quen::common::simd

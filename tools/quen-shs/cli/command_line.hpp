@@ -14,6 +14,8 @@ namespace quen::tool {
 inline constexpr const char* kToolName = "quen-shs";
 inline constexpr const char* kToolSummary =
     "Simulates a Shack-Hartmann wavefront sensor: calibrations, frames, slopes, control loops, pictures.";
+inline constexpr const char* kEnvironment =
+    "QUEN_SIMD=plain, avx2 or avx512 forces the instructions used; --version says which they are.";
 inline constexpr const char* kExitCodes = "0, 1 for a failed job, 2 for wrong usage.";
 
 /// The first commands of a new user.

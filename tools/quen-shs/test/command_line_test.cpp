@@ -45,7 +45,31 @@ TEST(CommandLine, HelpExitsWithZero) {
   }
 }
 
-TEST(CommandLine, VersionIsTheProjects) { EXPECT_EQ(QuenShs("--version").out, "quen-shs " QUEN_VERSION "\n"); }
+TEST(CommandLine, VersionIsTheProjects) {
+  EXPECT_TRUE(QuenShs("--version").out.starts_with("quen-shs " QUEN_VERSION " ("));
+}
+
+TEST(CommandLine, VersionSaysWhichLevelOfInstructionsRuns) {
+  const auto version = [](const std::string& with) { return quen::testing::Run(with + " " QUEN_SHS " --version").out; };
+  const auto said = [](const std::string& level) { return "quen-shs " QUEN_VERSION " (" + level + ")\n"; };
+  const std::string best = version("env -u QUEN_SIMD");
+  EXPECT_EQ(version("QUEN_SIMD=plain"), said("plain"));
+  EXPECT_EQ(version("QUEN_SIMD=avx2"), best == said("plain") ? best : said("avx2"));
+  EXPECT_EQ(version("QUEN_SIMD=avx512"), best);
+  EXPECT_EQ(version("QUEN_SIMD="), best);
+  EXPECT_EQ(version("QUEN_SIMD=avx3"), best);
+}
+
+TEST(CommandLine, EveryLevelOfInstructionsGivesTheSameFrame) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + folder.Path()).exit_code, 0);
+  for (const char* const level : {"plain", "avx2", "avx512"}) {
+    const std::string command = "QUEN_SIMD=" + std::string(level) + " " QUEN_SHS " frame " + folder.Path() +
+                                " --seed 5 --output " + (folder / level);
+    ASSERT_EQ(quen::testing::Run(command).exit_code, 0) << command;
+    EXPECT_TRUE(BytesWithoutChecksums(folder / level) == BytesWithoutChecksums(folder / "plain")) << level;
+  }
+}
 
 TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
   const std::vector<std::pair<std::string, std::string>> cases = {

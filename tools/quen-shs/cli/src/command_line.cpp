@@ -10,6 +10,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "common/simd/level.hpp"
 #include "tools/quen-shs/cli/output.hpp"
 #include "tools/quen-shs/cli/src/paragraphs.hpp"
 #include "workbench/fits/plain_text.hpp"
@@ -70,13 +71,15 @@ CLI::App* AddVerb(CLI::App& app, const Verb& verb) {
 void SetWords(CLI::App& app) {
   constexpr std::size_t kColumn = 34;
   app.name(kToolName);
-  app.set_version_flag("--version", fmt::format("{} {}", kToolName, QUEN_VERSION));
+  app.set_version_flag("--version", [] {
+    return fmt::format("{} {} ({})", kToolName, QUEN_VERSION, common::simd::Name(common::simd::Best()));
+  });
   app.get_formatter()->column_width(kColumn);
   app.get_formatter()->label("SUBCOMMAND", "VERB");
   app.get_formatter()->label("Positionals", "Arguments");
   app.get_formatter()->label("REQUIRED", "");  // the usage line shows it
-  app.footer(fmt::format("{}\n\n'{} VERB --help' tells more.\nExit code: {}", Examples(ToolExamples()), kToolName,
-                         kExitCodes));
+  app.footer(fmt::format("{}\n\n'{} VERB --help' tells more.\nEnvironment: {}\nExit code: {}", Examples(ToolExamples()),
+                         kToolName, kEnvironment, kExitCodes));
 }
 
 // --- Wrong usage

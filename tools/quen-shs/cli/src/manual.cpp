@@ -98,7 +98,8 @@ std::string ToolPage(const CommandLine& line) {
     text += Entry(".BR " + Escaped(PageName(verb)) + " (1)", Escaped(verb.summary));
   }
   return text + Section("OPTIONS") + Entry(Bold("-h,--help"), "Print the help and exit") +
-         Entry(Bold("--version"), "Print the version and exit") + Examples(ToolExamples()) + ExitStatus();
+         Entry(Bold("--version"), "Print the version, and the instructions used, and exit") + Section("ENVIRONMENT") +
+         Escaped(kEnvironment) + "\n" + Examples(ToolExamples()) + ExitStatus();
 }
 
 // --- Bash

@@ -1,0 +1,32 @@
+#include <log4cplus/loggingmacros.h>
+
+#include <cstdlib>
+
+#include "common/logging/logging.hpp"
+#include "common/simd/level.hpp"
+
+// In a translation unit of its own, so that a program linked with the static library can put its own in its place, as
+// the benchmarks do, which run all levels in one process.
+
+namespace quen::common::simd {
+namespace {
+
+Level Highest() {
+  return IsAvailable(Level::kAvx512) ? Level::kAvx512 : IsAvailable(Level::kAvx2) ? Level::kAvx2 : Level::kPlain;
+}
+
+Level LevelOfTheProcess() {
+  const char* const wish = std::getenv("QUEN_SIMD");
+  const Choice choice = Choose(wish == nullptr ? "" : wish, Highest());
+  if (!choice.warning.empty()) LOG4CPLUS_WARN(GetLogger(), choice.warning);
+  return choice.level;
+}
+
+}  // namespace
+
+Level Best() {
+  static const Level level = LevelOfTheProcess();
+  return level;
+}
+
+}  // namespace quen::common::simd
