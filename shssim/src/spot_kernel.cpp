@@ -407,8 +407,8 @@ bool IsNear(const Spot& spot, const Noise& noise) {
 
 Level DrawNearSpot(Level level, const Spot& spot, Noise& noise, double* values, std::uint16_t* pixels) {
   static const Table table = MakeTable();
-  return level == Level::kAvx512 ? DrawSpotAvx512(spot, table, noise, values, pixels)
-                                 : DrawSpotAvx2(spot, table, noise, values, pixels);
+  const auto draw = common::simd::Pick(level, DrawSpotAvx2, DrawSpotAvx2, DrawSpotAvx512);  // plain is not for here
+  return draw(spot, table, noise, values, pixels);
 }
 
 }  // namespace quen::shssim

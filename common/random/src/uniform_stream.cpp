@@ -173,7 +173,7 @@ const Kernels& KernelsOf(Level level) {
   static constexpr Kernels kBaseline = {TwistBaseline, ConvertBaseline};
   static constexpr Kernels kAvx2 = {TwistAvx2, ConvertAvx2};
   static constexpr Kernels kAvx512 = {TwistAvx512, ConvertAvx512};
-  return level == Level::kAvx512 ? kAvx512 : level == Level::kAvx2 ? kAvx2 : kBaseline;
+  return *simd::Pick(level, &kBaseline, &kAvx2, &kAvx512);
 }
 
 }  // namespace
