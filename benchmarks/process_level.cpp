@@ -13,7 +13,7 @@ Level Highest() {
   return highest;
 }
 
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): so is what it stands for.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables,cert-err58-cpp): so is what it stands for.
 Level process_level = Highest();
 
 }  // namespace
