@@ -25,8 +25,9 @@ class InputFile {
   /// @throws std::runtime_error  there is no memory for it
   static InputFile InMemory(const std::string& name, std::string_view bytes);
 
-  /// Reads the whole of a file on a disk into memory: from now on it is as it is now, and its reading cannot fail.
-  /// @throws std::runtime_error  it cannot be read, or there is no memory for it
+  /// Reads the whole of a file on a disk into memory, if there is room: then it stays as it is now, and reading it
+  /// again cannot fail.
+  /// @throws std::runtime_error  it cannot be read
   void TakeIntoMemory();
 
   /// What the user wrote.
@@ -62,7 +63,6 @@ class InputFile {
  private:
   InputFile() = default;
   void KeepInMemory(std::string_view bytes);
-  void KeepInMemoryOrRefuse(std::string_view bytes);
 
   std::string name_;
   Descriptor descriptor_;

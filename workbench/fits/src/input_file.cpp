@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "workbench/fits/transfer.hpp"
 
@@ -59,24 +60,27 @@ InputFile::InputFile(const std::string& name) : name_(name), descriptor_(Open(na
 InputFile InputFile::InMemory(const std::string& name, std::string_view bytes) {
   InputFile file;
   file.name_ = name;
-  file.KeepInMemoryOrRefuse(bytes);
+  try {
+    file.KeepInMemory(bytes);
+  } catch (const std::system_error& error) {
+    RefuseToRead(name, error.code().message());
+  }
   return file;
 }
 
-void InputFile::TakeIntoMemory() { KeepInMemoryOrRefuse(Piece(0, size_)); }
-
-void InputFile::KeepInMemoryOrRefuse(std::string_view bytes) {
+void InputFile::TakeIntoMemory() {
+  const std::string bytes = Piece(0, size_);
   try {
     KeepInMemory(bytes);
-  } catch (const std::system_error& error) {
-    RefuseToRead(name_, error.code().message());
+  } catch (const std::system_error&) {  // a limit on the sizes of files is one on these, too: it stays on the disk
   }
 }
 
 void InputFile::KeepInMemory(std::string_view bytes) {
-  descriptor_ = Descriptor(memfd_create("quen-shs", MFD_CLOEXEC));
-  if (!descriptor_.IsOpen()) throw std::system_error(errno, std::generic_category());
-  WriteToDisk(descriptor_.Number(), bytes, 0, descriptor_.Number());
+  Descriptor memory(memfd_create("quen-shs", MFD_CLOEXEC));
+  if (!memory.IsOpen()) throw std::system_error(errno, std::generic_category());
+  WriteToDisk(memory.Number(), bytes, 0, memory.Number());
+  descriptor_ = std::move(memory);
   size_ = bytes.size();
 }
 
