@@ -109,20 +109,24 @@ QUEN_TARGET_AVX512 void FillAvx512(const Stretch& stretch, AxisWeights& weights)
 
 }  // namespace
 
-Gaussian::Gaussian(double fwhm)
-    : sigma_(fwhm / shssim::kFwhmPerSigma), reach_(static_cast<std::ptrdiff_t>(std::ceil(kFarthest * sigma_))) {
-  at_integers_.resize(static_cast<std::size_t>(2 * reach_ + 1) + 2 * kBlock, 0.0);
-  for (std::ptrdiff_t k = -reach_; k <= reach_; ++k) {
+Gaussian::Gaussian(double fwhm) : sigma_(fwhm / shssim::kFwhmPerSigma) {
+  const auto reach = static_cast<std::ptrdiff_t>(std::ceil(kFarthest * sigma_));
+  at_integers_.resize(static_cast<std::size_t>(2 * reach + 1) + 2 * kBlock, 0.0);
+  for (std::ptrdiff_t k = -reach; k <= reach; ++k) {
     const double u = static_cast<double>(k) / sigma_;
-    at_integers_[static_cast<std::size_t>(k + reach_) + kBlock] = std::exp(-0.5 * u * u);
+    at_integers_[static_cast<std::size_t>(k + reach) + kBlock] = std::exp(-0.5 * u * u);
   }
 }
 
 void Gaussian::Fill(Level level, double centre, std::size_t first, std::size_t count, AxisWeights& weights) const {
   const double nearest = std::nearbyint(centre);
-  const double* const middle_of_table = at_integers_.data() + reach_ + kBlock;
-  const Stretch stretch = {
-      sigma_, middle_of_table, reach_, centre - nearest, static_cast<std::ptrdiff_t>(nearest) - Signed(first), count};
+  const std::size_t middle_of_table = at_integers_.size() / 2;
+  const Stretch stretch = {sigma_,
+                           at_integers_.data() + middle_of_table,
+                           Signed(middle_of_table - kBlock),
+                           centre - nearest,
+                           static_cast<std::ptrdiff_t>(nearest) - Signed(first),
+                           count};
   common::simd::Pick(level, FillPlain, FillAvx2, FillAvx512)(stretch, weights);
   const std::size_t end = (count + kBlock - 1) / kBlock * kBlock;
   std::fill(weights.even.begin() + Signed(count), weights.even.begin() + Signed(end), 0.0);

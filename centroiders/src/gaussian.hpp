@@ -28,7 +28,6 @@ class Gaussian {
 
  private:
   double sigma_;
-  std::ptrdiff_t reach_;             // whole numbers beyond it have no weight
   std::vector<double> at_integers_;  // g(−reach) … g(reach), with a block of zeros before and after
 };
 
