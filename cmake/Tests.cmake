@@ -155,6 +155,7 @@ if(QUEN_BUILD_TOOLS)
             workbench/loop/test/sweep_test.cpp
             workbench/check/test/check_test.cpp
             workbench/pictures/test/pictures_test.cpp
+            testing/malloc_calls.cpp
     LIBRARIES quen_workbench)
   quen_add_test(
     quen_shs_test

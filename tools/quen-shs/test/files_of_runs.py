@@ -242,11 +242,13 @@ class Traced(Folder):
                    "LSAN_OPTIONS": "detect_leaks=0"}
     del environment["LD_LIBRARY_PATH"]
 
-    def trace(self, calls, *arguments, inject=(), of=(), check=True):
-        """Calls of these names, with faults put in their way; only those that concern the files `of`, if any."""
+    def trace(self, calls, *arguments, inject=(), of=(), names=False, check=True):
+        """Calls of these names, with faults put in their way; only those that concern the files `of`, if any. With
+        `names`, a descriptor's file stands behind it."""
         log = self.path("../" + os.path.basename(self.folder) + ".log")
         options = [option for fault in inject for option in ("-e", "inject=" + fault)]
         options += [option for file in of for option in ("-P", os.path.realpath(self.path(file)))]
+        options += ["-y"] if names else []
         before = ["strace", "-f", "-qq", "-s", "4096", "-o", log, "-e", "trace=" + calls, *options]
         try:
             result = self.run_tool(*arguments, before=before, env=self.environment)
@@ -364,10 +366,14 @@ class Traced(Folder):
     def test_faults_of_score(self):
         score = ["score", "s", "--frames=1", "--engine=weighted"]
         outputs = ["--output=a.fits", "--png=b.png"]
-        self.do(*score, "--seed=2", *outputs)
+        calls = ("write", "fsync", "pread64", "renameat2")
+        _, lines = self.trace(",".join(calls), *score, "--seed=2", *outputs, names=True)
         old = self.contents("a.fits", "b.png")
-        for call, nth in [("write", 1), ("write", 2), ("fsync", 1), ("fsync", 2), ("pread64", 7), ("renameat2", 1),
-                          ("renameat2", 2)]:
+        made = {call: [line for line in lines if line.startswith(call + "(")] for call in calls}
+        faults = [(call, nth) for call in calls  # of either output; later renames only tidy up
+                  for nth in [nth for nth, line in enumerate(made[call], 1) if ".part" in line][:2]]
+        self.assertEqual(len(faults), 8)
+        for call, nth in faults:
             result, _ = self.trace(call, *score, *outputs, inject=[f"{call}:error=EIO:when={nth}"], check=False)
             self.assertEqual(result.returncode, 1, (call, nth))
             self.assertEqual(result.stderr.count(b"\n"), 1, result.stderr)
@@ -423,8 +429,9 @@ class Traced(Folder):
                 self.assertNotIn(b"trusted", result.stderr)
         for file in ("s/data/M2S.fits", "s/data/CM.fits", "s/data/shs_rois.fits"):
             _, lines = self.trace("pread64", "check", "s", of=[file])
-            self.assertGreater(len(lines), 0)
-            for nth in range(1, len(lines) + 1):
+            reads = [line for line in lines if line.startswith("pread64(")]
+            self.assertGreater(len(reads), 0)
+            for nth in range(1, len(reads) + 1):
                 result, _ = self.trace("pread64", "check", "s", inject=[f"pread64:error=EIO:when={nth}"], of=[file],
                                        check=False)
                 self.assertEqual((result.returncode, result.stdout), (1, b""), (file, nth))

@@ -4,6 +4,7 @@
 
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
+#include "testing/malloc_calls.hpp"
 #include "testing/second_reader.hpp"
 #include "workbench/loop/telemetry.hpp"
 #include "workbench/sensor/calibration.hpp"
@@ -47,6 +48,18 @@ TEST_F(ControlLoop, Converges) {
   const auto records = Run(40, {.gain = 0.5});
   ASSERT_EQ(records.size(), 40U);
   EXPECT_LT(Rms(records, &FrameRecord::residual, 20, 40), 0.25 * Rms(records, &FrameRecord::disturbance, 20, 40));
+}
+
+TEST_F(ControlLoop, IterationsAllocateNothing) {
+  if (!quen::testing::MallocCalls()) GTEST_SKIP() << "a sanitizer's malloc is not counted";
+  const Series disturbance = quen::workbench::TurbulentSeries(12, quen::workbench::ZernikeBasis().variances, 20.0, 1);
+  quen::shssim::ShsSimulator simulator;
+  std::vector<std::size_t> calls;
+  calls.reserve(12);
+  RunLoop(simulator, disturbance, {.delay = 2}, [&] { calls.push_back(*quen::testing::MallocCalls()); });
+  ASSERT_EQ(calls.size(), 12U);
+  EXPECT_GT(calls[1], 0U);
+  EXPECT_EQ(calls[11], calls[1]);  // the first frame makes the kernels' tables
 }
 
 TEST_F(ControlLoop, EqualSeedsGiveEqualRecords) {

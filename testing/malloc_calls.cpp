@@ -1,0 +1,28 @@
+#include "testing/malloc_calls.hpp"
+
+#include <atomic>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+
+std::optional<std::size_t> quen::testing::MallocCalls() { return std::nullopt; }
+
+#else
+
+namespace {
+std::atomic<std::size_t> g_calls = 0;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
+}  // namespace
+
+std::optional<std::size_t> quen::testing::MallocCalls() { return g_calls; }
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the C library's own name for it.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+
+void* malloc(std::size_t size) noexcept {
+  ++g_calls;
+  return __libc_malloc(size);
+}
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+#endif
