@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <utility>
@@ -30,13 +31,16 @@ std::uint32_t BigEndian(const std::vector<char>& bytes, std::size_t offset) {
   return value;
 }
 
-const std::vector<std::string> kVerbs = {"calibrate", "check", "frame",  "measure",   "view",
-                                         "score",     "loop",  "manual", "completion"};
-const std::string kNoVerb = fmt::format("VERB: expected one of {}, found ", fmt::join(kVerbs, ", "));
+constexpr std::array kVerbs = {"calibrate", "check", "frame",  "measure",   "view",
+                               "score",     "loop",  "manual", "completion"};
+
+std::string NoVerb(const std::string& found) {
+  return fmt::format("VERB: expected one of {}, found {}", fmt::join(kVerbs, ", "), found);
+}
 
 TEST(CommandLine, HelpExitsWithZero) {
   std::vector<std::string> helps = {"--help"};
-  for (const std::string& verb : kVerbs) helps.push_back(verb + " --help");
+  for (const std::string verb : kVerbs) helps.push_back(verb + " --help");
   for (const std::string& arguments : helps) {
     const Outcome outcome = QuenShs(arguments);
     EXPECT_EQ(outcome.exit_code, 0) << arguments;
@@ -73,9 +77,9 @@ TEST(CommandLine, EveryLevelOfInstructionsGivesTheSameFrame) {
 
 TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
   const std::vector<std::pair<std::string, std::string>> cases = {
-      {"", kNoVerb + "none"},
-      {"dance", kNoVerb + "dance"},
-      {"--dance", kNoVerb + "--dance"},
+      {"", NoVerb("none")},
+      {"dance", NoVerb("dance")},
+      {"--dance", NoVerb("--dance")},
       {"calibrate", "DIR: expected a name, found none"},
       {"view", "FILE: expected a name, found none"},
       {"calibrate x y", "calibrate: expected no further argument, found y"},
@@ -124,7 +128,7 @@ TEST(CommandLine, NumbersAreDecimal) {
 TEST(CommandLine, MessagesCarryNothingThatATerminalObeys) {
   const std::string hostile = "a\x1B[2J\nb\x9B\xC2\x9B";
   const std::string shown = "a?[2J?b??";
-  EXPECT_EQ(QuenShs(Quoted(hostile)).err, kNoVerb + shown + "\nRun with --help for more information.\n");
+  EXPECT_EQ(QuenShs(Quoted(hostile)).err, NoVerb(shown) + "\nRun with --help for more information.\n");
   EXPECT_EQ(QuenShs("view x --stretch " + Quoted(hostile)).err,
             "--stretch: expected one of log, zscale, sqrt, linear, found " + shown +
                 "\nRun with --help for more information.\n");
