@@ -298,10 +298,13 @@ class Traced(Folder):
 
     # --- Every system call of a run fails once
 
-    def expect_old_or_new(self, arguments, outputs, calls, other):
-        """At every one of these calls that a run makes: a failure and the old files, or none and the new ones."""
+    def need_no_sanitizer(self):
         if b"__asan" in read(TOOL) or b"__tsan" in read(TOOL):
             self.skipTest("sanitizers make system calls of their own, and end where these fail")
+
+    def expect_old_or_new(self, arguments, outputs, calls, other):
+        """At every one of these calls that a run makes: a failure and the old files, or none and the new ones."""
+        self.need_no_sanitizer()
         self.do(*other)
         old = self.contents(*outputs)
         kept = tempfile.mkdtemp(prefix="quen_old_")
@@ -364,6 +367,7 @@ class Traced(Folder):
         self.expect_old_or_new(loop, names, ("write", "fsync", "renameat2"), [*loop, "--seed=2"])
 
     def test_faults_of_score(self):
+        self.need_no_sanitizer()
         score = ["score", "s", "--frames=1", "--engine=weighted"]
         outputs = ["--output=a.fits", "--png=b.png"]
         calls = ("write", "fsync", "pread64", "renameat2")
@@ -380,6 +384,7 @@ class Traced(Folder):
             self.assertEqual(self.contents("a.fits", "b.png"), old, (call, nth))
 
     def test_faults_of_manual(self):
+        self.need_no_sanitizer()
         names = [f"m/{name}" for name in Names.pages.fget(self)]
         self.do("manual", "--folder=m")
         new = self.contents(*names)
