@@ -5,16 +5,8 @@ namespace {
 
 using quen::common::simd::Level;
 
-Level Highest() {
-  Level highest = Level::kPlain;
-  for (const Level level : quen::common::simd::kLevels) {
-    if (IsAvailable(level)) highest = level;
-  }
-  return highest;
-}
-
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables,cert-err58-cpp): so is what it stands for.
-Level process_level = Highest();
+Level process_level = quen::common::simd::Highest();
 
 }  // namespace
 

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <limits>
 
+#include "common/simd/vector_memory.hpp"
+
 // The fast search for a value of given rank halves an interval as the plain one does, and is faster for three reasons:
 // it counts sixteen pixels at a time; it ends as soon as exactly `rank` pixels are above some value, the dimmest of
 // them being the one; and it starts beside a guess. Spots are much alike: with the last one's value for a guess, it
@@ -17,6 +19,7 @@ namespace quen::centroiders {
 namespace {
 
 using common::simd::Level;
+using common::simd::Load;
 using common::simd::Pick;
 
 constexpr std::size_t kLanes = 16;
@@ -77,15 +80,13 @@ std::int32_t RankedPlain(const Pixels& pixels, std::size_t rank, std::int32_t /*
 
 using Shorts __attribute__((vector_size(2 * kLanes))) = std::int16_t;
 
-QUEN_ALWAYS_INLINE void Load(const std::int16_t* first, Shorts& pixels) { std::memcpy(&pixels, first, sizeof(pixels)); }
-
 /// Rectangles of at least kLanes columns; the last block of a row overlaps the one before.
 QUEN_TARGET_AVX2 std::int32_t LargestAvx2(const Pixels& pixels) {
   Shorts largest = Shorts{} + static_cast<std::int16_t>(kLowest);
   for (std::size_t y = 0; y < pixels.height; ++y) {
     for (std::size_t x = 0; x < pixels.width; x += kLanes) {
       Shorts p;
-      Load(pixels.Row(y) + std::min(x, pixels.width - kLanes), p);
+      Load(p, pixels.Row(y) + std::min(x, pixels.width - kLanes));
       largest = p > largest ? p : largest;
     }
   }
@@ -103,7 +104,7 @@ QUEN_TARGET_AVX2 Places PlacesAvx2(const Pixels& pixels, std::int32_t value) {
     for (std::size_t block = 0; block < pixels.width; block += kLanes) {
       const std::size_t first = std::min(block, pixels.width - kLanes);
       Shorts p;
-      Load(pixels.Row(y) + first, p);
+      Load(p, pixels.Row(y) + first);
       const Shorts found = p == values;
       __m256i bytes;
       std::memcpy(&bytes, &found, sizeof(bytes));
@@ -153,8 +154,8 @@ QUEN_TARGET_AVX2 std::size_t CountAboveAvx2(const Copy& copy, std::int32_t value
   for (std::size_t k = 0; k < copy.count; k += 2 * kLanes) {
     Shorts p;
     Shorts q;
-    Load(copy.values.data() + k, p);
-    Load(copy.values.data() + k + kLanes, q);
+    Load(p, copy.values.data() + k);
+    Load(q, copy.values.data() + k + kLanes);
     counts += (p > values) + (q > values);
   }
   counts += __builtin_shufflevector(counts, counts, 8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7);
@@ -168,7 +169,7 @@ QUEN_TARGET_AVX2 std::int32_t SmallestAboveAvx2(const Copy& copy, std::int32_t v
   Shorts smallest = Shorts{} + static_cast<std::int16_t>(kHighest);
   for (std::size_t k = 0; k < copy.count; k += kLanes) {
     Shorts p;
-    Load(copy.values.data() + k, p);
+    Load(p, copy.values.data() + k);
     smallest = ((p > values) & (p < smallest)) ? p : smallest;
   }
   std::int32_t result = kHighest;

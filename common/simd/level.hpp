@@ -33,6 +33,9 @@ constexpr const char* Name(Level level) {
 /// Whether this processor (and operating system) can run a level.
 bool IsAvailable(Level level);
 
+/// The highest level that this processor can run.
+Level Highest();
+
 /// The level that this process runs: the highest one that the processor has, or the one that the environment variable
 /// QUEN_SIMD names. Decided by the first call, which warns in the log if the variable names no level that there is.
 ///

@@ -6,9 +6,9 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <cstring>
 
 #include "basesim/base_simulator.hpp"
+#include "common/simd/vector_memory.hpp"
 #include "shssim/spot.hpp"
 
 // Why the bits are those of the formula.
@@ -51,6 +51,8 @@ namespace {
 
 using basesim::kFrameWidth;
 using common::simd::Level;
+using common::simd::Load;
+using common::simd::Store;
 
 static_assert(kSpotExponent == -1.0 / 8 && kSpotPeak == 0x1p12);  // as said above
 
@@ -96,15 +98,6 @@ QUEN_TARGET_AVX2 inline std::uint64_t Differing(const Vectors<4>::Doubles& a, co
 }
 QUEN_TARGET_AVX512 inline std::uint64_t Differing(const Vectors<8>::Doubles& a, const Vectors<8>::Doubles& b) {
   return _mm512_cmp_pd_mask(a, b, _CMP_NEQ_UQ);
-}
-
-template <typename Vector, typename Element>
-QUEN_ALWAYS_INLINE void Load(Vector& vector, const Element* from) {
-  std::memcpy(&vector, from, sizeof(vector));
-}
-template <typename Vector, typename Element>
-QUEN_ALWAYS_INLINE void Store(const Vector& vector, Element* to) {
-  std::memcpy(to, &vector, sizeof(vector));
 }
 
 // Plain arrays: loops over checked ones would not be vectorised. Scratch memory is written before it is read.

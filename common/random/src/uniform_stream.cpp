@@ -7,6 +7,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "common/simd/vector_memory.hpp"
+
 // Two steps, in vectors of W numbers, each made from two words (an extension that GCC and Clang share; an operator
 // works on each element):
 //
@@ -27,6 +29,8 @@ namespace quen::common::random {
 namespace {
 
 using simd::Level;
+using simd::Load;
+using simd::Store;
 
 constexpr std::size_t kWords = std::mt19937::state_size;
 constexpr std::size_t kShift = std::mt19937::shift_size;
@@ -49,16 +53,6 @@ struct Vectors {
   using Pairs __attribute__((vector_size(8 * W))) = std::uint64_t;
   using Doubles __attribute__((vector_size(8 * W))) = double;
 };
-
-template <typename Vector, typename Element>
-QUEN_ALWAYS_INLINE void Load(Vector& vector, const Element* from) {
-  std::memcpy(&vector, from, sizeof(vector));
-}
-
-template <typename Vector, typename Element>
-QUEN_ALWAYS_INLINE void Store(const Vector& vector, Element* to) {
-  std::memcpy(to, &vector, sizeof(vector));
-}
 
 // Vectors are reinterpreted bit by bit.
 // NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast)

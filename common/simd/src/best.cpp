@@ -11,10 +11,6 @@
 namespace quen::common::simd {
 namespace {
 
-Level Highest() {
-  return IsAvailable(Level::kAvx512) ? Level::kAvx512 : IsAvailable(Level::kAvx2) ? Level::kAvx2 : Level::kPlain;
-}
-
 Level LevelOfTheProcess() {
   const char* const wish = std::getenv("QUEN_SIMD");
   const Choice choice = Choose(wish == nullptr ? "" : wish, Highest());

@@ -21,6 +21,10 @@ bool IsAvailable(Level level) {
   return false;
 }
 
+Level Highest() {
+  return IsAvailable(Level::kAvx512) ? Level::kAvx512 : IsAvailable(Level::kAvx2) ? Level::kAvx2 : Level::kPlain;
+}
+
 Choice Choose(std::string_view wish, Level highest) {
   if (wish.empty()) return {highest, ""};
   const auto* const wished = std::ranges::find(kLevels, wish, Name);
