@@ -67,7 +67,8 @@ std::vector<T> ReadOthers(const InputFile& file, const Handle& table, const char
     throw std::runtime_error(fmt::format("{}: expected a column \"{}\" of {} values in its table \"{}\", found none",
                                          file.Name(), column, width, table->extension));
   }
-  int status = shape.rows > file.Size() / width ? BAD_TFORM : 0;  // no memory for what the file cannot hold
+  // no memory for what the file cannot hold
+  int status = shape.rows != 0 && width > file.Size() / shape.rows ? BAD_TFORM : 0;
   std::vector<T> values(status == 0 ? shape.rows * width : 0);
   fits_read_col(table->file, kDatatype<T>, shape.number, 1, 1, static_cast<LONGLONG>(values.size()), nullptr,
                 values.data(), nullptr, &status);
