@@ -15,6 +15,10 @@ target_include_directories(quen_testing PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(quen_testing PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL GTest::gtest_main
                       PRIVATE quen_warnings)
 
+# What takes the place of functions of the C and C++ libraries is no part of another source.
+set_source_files_properties(testing/allocations.cpp testing/faulty_stdio.cpp testing/malloc_calls.cpp
+                            PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+
 # quen_add_test(NAME SOURCES … LIBRARIES … [LABEL …]): one executable; CTest sees each of its cases.
 function(quen_add_test name)
   cmake_parse_arguments(ARG "" "LABEL" "SOURCES;LIBRARIES" ${ARGN})
@@ -22,11 +26,6 @@ function(quen_add_test name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} quen_testing quen_warnings)
   # The library is optimised as its users have it. A test's own code is compiled more often than it runs.
   target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O1>)
-  list(LENGTH ARG_SOURCES sources)
-  if(sources GREATER 3)
-    quen_precompile(${name} <gtest/gtest.h> <algorithm> <filesystem> <fstream> <random> <string> <vector>
-                    ${PROJECT_SOURCE_DIR}/shssim/shs_simulator.hpp)
-  endif()
   if(NOT ARG_LABEL)
     set(ARG_LABEL unit)
   endif()

@@ -11,6 +11,7 @@
 #include "testing/calibration.hpp"
 #include "testing/exceptions.hpp"
 #include "testing/second_reader.hpp"
+#include "testing/values.hpp"
 
 namespace {
 
@@ -22,14 +23,14 @@ using quen::testing::CalibrationFolder;
 using quen::testing::ExpectThrows;
 using quen::testing::ExpectThrowsWithDetails;
 using quen::testing::Index;
+using quen::testing::kInfinity;
+using quen::testing::kNan;
 using quen::testing::OpenDescriptors;
 using quen::testing::PlainFrames;
 using quen::testing::RandomNumbers;
 using quen::testing::SameValues;
 using quen::testing::SimulatorUnderTest;
 
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr const char* kIncompatible = "ShsSimulator::ComputeFrame: incompatible configuration";
 
 class ComputeFrame : public ::testing::Test {
@@ -122,8 +123,8 @@ TEST_F(ComputeFrame, OddRegionsEqualTheFormula) {
 
 TEST_F(ComputeFrame, FarInfiniteAndNanCentresEqualTheFormula) {
   dx_[0] = 1e9;
-  dx_[1] = kInf;
-  dy_[2] = -kInf;
+  dx_[1] = kInfinity;
+  dy_[2] = -kInfinity;
   dx_[3] = kNan;
   simulator_.rois[4].x_ref = kNan;
   dx_[5] = 1e200;
@@ -135,7 +136,7 @@ TEST_F(ComputeFrame, FarInfiniteAndNanCentresEqualTheFormula) {
 }
 
 TEST_F(ComputeFrame, InfiniteNoiseEqualsTheFormula) {
-  ExpectAsTheFormula(kInf, 47);
+  ExpectAsTheFormula(kInfinity, 47);
   ExpectAsTheFormula(std::numeric_limits<double>::max(), 47);
 }
 
@@ -194,7 +195,7 @@ TEST(Truncation, LastValuesThatFitAreTruncatedTowardZero) {
 
 TEST(Truncation, ValuesThatDoNotFitGiveTheMostNegativeInteger) {
   constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min();
-  for (const double value : {kNan, kInf, -kInf, 2147483648.0, -2147483649.0, 1e300, -1e300}) {
+  for (const double value : {kNan, kInfinity, -kInfinity, 2147483648.0, -2147483649.0, 1e300, -1e300}) {
     EXPECT_EQ(TruncateToInt32(value), kMin) << value;
     EXPECT_EQ(TruncateToPixel(value), 0) << value;
   }
@@ -205,7 +206,7 @@ TEST(Truncation, ValuesThatDoNotFitGiveTheMostNegativeInteger) {
 }
 
 TEST(Truncation, EqualsTheProcessorsConversion) {
-  for (const double value : {0.0, -0.0, 0.5, -0.5, 65535.99, -65536.5, 2147483647.5, -2147483648.5, kNan, kInf}) {
+  for (const double value : {0.0, -0.0, 0.5, -0.5, 65535.99, -65536.5, 2147483647.5, -2147483648.5, kNan, kInfinity}) {
     std::int32_t converted = 0;
     asm("cvttsd2si %1, %0" : "=r"(converted) : "x"(value));
     EXPECT_EQ(TruncateToInt32(value), converted) << value;

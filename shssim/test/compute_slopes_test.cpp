@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
-#include <limits>
 
 #include "shssim/test/simulator_under_test.hpp"
 #include "testing/allocations.hpp"
 #include "testing/calibration.hpp"
 #include "testing/exceptions.hpp"
 #include "testing/second_reader.hpp"
+#include "testing/values.hpp"
 
 namespace {
 
@@ -19,11 +19,10 @@ using quen::testing::CalibrationFolder;
 using quen::testing::ColumnReadByAstropy;
 using quen::testing::ExpectThrows;
 using quen::testing::ExpectThrowsWithDetails;
+using quen::testing::kNan;
+using quen::testing::kSentinel;
 using quen::testing::OpenDescriptors;
 using quen::testing::SimulatorUnderTest;
-
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-constexpr double kSentinel = -12345.0;
 
 /// Reports, at its k-th call, flux 1000 + k, x = 0.001 · (k + 1), y = −0.002 · (k + 1).
 class Numbered : public Centroiding<std::uint16_t> {

@@ -10,6 +10,7 @@
 
 #include "shssim/src/spot_kernel.hpp"
 #include "shssim/test/simulator_under_test.hpp"
+#include "testing/values.hpp"
 
 // Every level against the formula written down a second time: the same bits in both frames, the same generator after.
 
@@ -22,13 +23,13 @@ using quen::image_processing::Roi;
 using quen::shssim::Noise;
 using quen::shssim::RenderFrame;
 using quen::shssim::RenderReport;
+using quen::testing::kInfinity;
+using quen::testing::kNan;
+using quen::testing::kSentinel;
 using quen::testing::PlainFrames;
 using quen::testing::RandomNumbers;
 using quen::testing::SameValues;
 
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-constexpr double kSentinel = -12345.5;
 constexpr std::uint16_t kPixelSentinel = 54321;
 
 /// The sensor's regular grid.
@@ -94,7 +95,7 @@ TEST_P(RenderFrameTest, AnyNoise) {
   const auto dx = RandomNumbers(1089, 2.0, 5);
   const auto dy = RandomNumbers(1089, 2.0, 6);
   for (const double noise :
-       {0.0, -0.0, 1e-300, 0.25, 1e6, 0x1p30, 0x1.8p30, 1e12, std::numeric_limits<double>::max(), kInf}) {
+       {0.0, -0.0, 1e-300, 0.25, 1e6, 0x1p30, 0x1.8p30, 1e12, std::numeric_limits<double>::max(), kInfinity}) {
     ExpectTheFormula(Grid(), dx, dy, noise, 7);
   }
 }
@@ -142,8 +143,8 @@ TEST_P(RenderFrameTest, OverlappingEdgeTouchingAndWholeFrameRegions) {
 TEST_P(RenderFrameTest, CentresFarAwayInfiniteOrNan) {
   std::vector<double> dx = RandomNumbers(1089, 2.0, 11);
   std::vector<double> dy = RandomNumbers(1089, 2.0, 12);
-  const std::vector<double> odd = {36.4, 36.5, 36.6,  -36.5, 47.9, 60.0,  100.0, 500.0,
-                                   1e5,  1e9,  1e160, 1e200, kInf, -kInf, kNan};
+  const std::vector<double> odd = {36.4, 36.5, 36.6,  -36.5, 47.9,      60.0,       100.0, 500.0,
+                                   1e5,  1e9,  1e160, 1e200, kInfinity, -kInfinity, kNan};
   for (std::size_t k = 0; k < odd.size(); ++k) {
     dx[k] = odd[k];
     dy[100 + k] = odd[k];
@@ -151,7 +152,7 @@ TEST_P(RenderFrameTest, CentresFarAwayInfiniteOrNan) {
   }
   std::vector<Roi> rois = Grid();
   rois[300].x_ref = kNan;
-  rois[301].y_ref = -kInf;
+  rois[301].y_ref = -kInfinity;
   ExpectTheFormula(rois, dx, dy, 10.0, 13);
   ExpectTheFormula(rois, dx, dy, 0.0, 13);
 }
@@ -278,7 +279,8 @@ TEST(StdExp, ErrsByLessThanTheKernelReliesOn) {
     const long double exact = std::exp(static_cast<long double>(z));
     const double value = std::exp(z);
     const auto error = static_cast<double>(exact - static_cast<long double>(value));
-    const double unit = std::abs(std::nextafter(value, error > 0.0 ? kInf : 0.0) - value);  // the gap in which E lies
+    const double unit =
+        std::abs(std::nextafter(value, error > 0.0 ? kInfinity : 0.0) - value);  // the gap in which E lies
     worst = std::max(worst, std::abs(error) / unit);
   }
   RecordProperty("worst", std::to_string(worst));

@@ -35,4 +35,7 @@ OutputTarget FindTarget(const std::string& name);
 /// @throws std::runtime_error  two of the names lead to the same file
 void RefuseToWriteTwice(const std::vector<OutputTarget>& targets);
 
+/// @throw std::runtime_error  "cannot write NAME: ", and the words for the system's error `code`
+[[noreturn]] void RefuseToWrite(const std::string& name, int code);
+
 }  // namespace quen::workbench

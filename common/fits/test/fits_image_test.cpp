@@ -9,6 +9,7 @@
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
+#include "testing/values.hpp"
 
 namespace {
 
@@ -24,13 +25,13 @@ using quen::testing::AppendTable;
 using quen::testing::ClearMessages;
 using quen::testing::ExpectThrows;
 using quen::testing::ExpectThrowsWithDetails;
+using quen::testing::kSentinel;
 using quen::testing::OpenDescriptors;
 using quen::testing::Ramp;
 using quen::testing::TempDir;
 using quen::testing::WriteImage;
 using Dims = std::vector<std::size_t>;
 
-constexpr double kSentinel = -12345.0;
 constexpr const char* kNotAnImage = "Fits: Handle opened for an exttension HDU";
 
 /// A file with one image whose pixels are 1, 2, 3, …

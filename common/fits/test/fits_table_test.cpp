@@ -8,6 +8,7 @@
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
+#include "testing/values.hpp"
 
 namespace {
 
@@ -25,11 +26,11 @@ using quen::testing::ClearMessages;
 using quen::testing::ColumnData;
 using quen::testing::ExpectThrows;
 using quen::testing::ExpectThrowsWithDetails;
+using quen::testing::kSentinel;
 using quen::testing::Ramp;
 using quen::testing::TempDir;
 using quen::testing::WriteImage;
 
-constexpr double kSentinel = -12345.0;
 constexpr const char* kNotATable = "Fits: Handle opened for primary image HDU";
 constexpr const char* kReadOnly = "Fits: Handle opened for reading only";
 

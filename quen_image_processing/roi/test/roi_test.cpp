@@ -8,15 +8,15 @@
 #include "common/logging/logging.hpp"
 #include "testing/exceptions.hpp"
 #include "testing/recording_appender.hpp"
+#include "testing/values.hpp"
 
 namespace {
 
 using quen::image_processing::Roi;
 using quen::testing::ExpectThrows;
+using quen::testing::kNan;
 using quen::testing::LogListener;
 using quen::testing::Record;
-
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 std::string Bounds(const Roi& roi) {
   return "(" + std::to_string(roi.x_low) + ".." + std::to_string(roi.x_up) + "),(" + std::to_string(roi.y_low) + ".." +

@@ -3,7 +3,7 @@
 #include <filesystem>
 
 #include "testing/environment.hpp"
-#include "testing/process.hpp"
+#include "tools/quen-shs/test/quen_shs.hpp"
 #include "workbench/sensor/calibration.hpp"
 
 // What 'check' prints and how it ends. What it finds has tests of its own.
@@ -11,10 +11,9 @@
 namespace {
 
 using quen::testing::Outcome;
+using quen::testing::QuenShs;
 using quen::testing::TempDir;
 using quen::workbench::WriteCalibration;
-
-Outcome QuenShs(const std::string& arguments) { return quen::testing::Run(QUEN_SHS " " + arguments); }
 
 TEST(CheckVerb, ExitsWithOneWhereSomethingIsWrong) {
   const TempDir folder;

@@ -10,8 +10,8 @@
 
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
-#include "testing/process.hpp"
 #include "testing/second_reader.hpp"
+#include "tools/quen-shs/test/quen_shs.hpp"
 
 // The tool as a person or a script runs it.
 
@@ -20,10 +20,9 @@ namespace {
 using quen::testing::Bytes;
 using quen::testing::BytesWithoutChecksums;
 using quen::testing::Outcome;
+using quen::testing::QuenShs;
 using quen::testing::Quoted;
 using quen::testing::TempDir;
-
-Outcome QuenShs(const std::string& arguments) { return quen::testing::Run(QUEN_SHS " " + arguments); }
 
 std::uint32_t BigEndian(const std::vector<char>& bytes, std::size_t offset) {
   std::uint32_t value = 0;

@@ -1,18 +1,17 @@
+#include "tools/quen-shs/test/quen_shs.hpp"
 #include "workbench/engines/scoring.hpp"
 
 #include <gtest/gtest.h>
 
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
-#include "testing/process.hpp"
 #include "workbench/engines/engines.hpp"
 
 namespace {
 
 using quen::testing::Outcome;
+using quen::testing::QuenShs;
 using quen::testing::TempDir;
-
-Outcome QuenShs(const std::string& arguments) { return quen::testing::Run(QUEN_SHS " " + arguments); }
 
 class ScoreVerb : public ::testing::Test {
  protected:

@@ -6,8 +6,8 @@
 #include "testing/calibration.hpp"
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
-#include "testing/process.hpp"
 #include "testing/second_reader.hpp"
+#include "tools/quen-shs/test/quen_shs.hpp"
 #include "workbench/sensor/calibration.hpp"
 
 // The verbs as a person or a script uses them, on a synthetic calibration. What they are made of has tests of its own.
@@ -19,9 +19,8 @@ using quen::testing::ColumnReadByAstropy;
 using quen::testing::ComplaintsOfFitsverify;
 using quen::testing::ImageReadByAstropy;
 using quen::testing::Outcome;
+using quen::testing::QuenShs;
 using quen::testing::TempDir;
-
-Outcome QuenShs(const std::string& arguments) { return quen::testing::Run(QUEN_SHS " " + arguments); }
 
 class Verbs : public ::testing::Test {
  protected:

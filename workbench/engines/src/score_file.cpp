@@ -20,7 +20,7 @@ struct ScoreRow {
 };
 
 constexpr const char* kTable = "scores";
-constexpr std::array<Column<ScoreRow>, 15> kColumns = {{
+constexpr std::array<Column<ScoreRow>, 15> kScoreColumns = {{
     {"engine", "", "", &ScoreRow::engine},
     {"noise", "", "", &ScoreRow::noise},
     {"bias_x", "", "", [](ScoreRow& row) -> double& { return row.score.x.bias; }},
@@ -46,7 +46,7 @@ std::string ScoreFile(const ErrorCurves& curves, const quen::centroiders::ScoreO
     for (const auto& [engine, score] : curves.scores[k]) rows.push_back({engine, curves.noises[k], score});
   }
   MemoryFits fits;
-  const Handle& table = AppendRows<ScoreRow>(fits, kTable, kColumns, std::move(rows));
+  const Handle& table = AppendRows<ScoreRow>(fits, kTable, kScoreColumns, std::move(rows));
   WriteKey(table, "RANGE", options.range, "[pix] displacements are within this");
   WriteKey(table, "FRAMES", static_cast<long>(options.frames), "per noise");
   WriteKey(table, "SEED", static_cast<long>(options.seed), "of displacements and noise");
@@ -55,7 +55,7 @@ std::string ScoreFile(const ErrorCurves& curves, const quen::centroiders::ScoreO
 }
 
 ErrorCurves ReadScores(const InputFile& file) {
-  const std::vector<ScoreRow> rows = ReadRows<ScoreRow>(file, kTable, kColumns);
+  const std::vector<ScoreRow> rows = ReadRows<ScoreRow>(file, kTable, kScoreColumns);
   ErrorCurves curves;
   curves.range = NumberKey(file, OpenFits(file, kTable), "RANGE", 0.0);
   for (const ScoreRow& row : rows) {

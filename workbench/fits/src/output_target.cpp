@@ -16,10 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-[[noreturn]] void RefuseToWrite(const std::string& name, int code) {
-  throw std::runtime_error("cannot write " + name + ": " + std::generic_category().message(code));
-}
-
 fs::path FolderOf(const fs::path& path) { return path.has_parent_path() ? path.parent_path() : fs::path("."); }
 
 /// Whether a link stands for a file that a process has open: what it says is no path to be trusted.
@@ -80,6 +76,10 @@ bool IsAbove(const fs::path& folder, const fs::path& path) {
 }
 
 }  // namespace
+
+void RefuseToWrite(const std::string& name, int code) {
+  throw std::runtime_error("cannot write " + name + ": " + std::generic_category().message(code));
+}
 
 bool OutputTarget::IsInTheWayOf(const OutputTarget& other) const {
   const bool is_same = id && other.id ? *id == *other.id : path == other.path;

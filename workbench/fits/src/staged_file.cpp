@@ -21,10 +21,6 @@
 namespace quen::workbench {
 namespace {
 
-[[noreturn]] void RefuseToWrite(const std::string& name, int code) {
-  throw std::runtime_error("cannot write " + name + ": " + std::generic_category().message(code));
-}
-
 std::string FolderOf(const std::string& path) { return std::filesystem::path(path).parent_path().string(); }
 
 /// @return  0, or why the two names could not be exchanged, or the first not be renamed where nothing is at the second

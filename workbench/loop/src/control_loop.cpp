@@ -14,18 +14,6 @@ namespace {
 using quen::basesim::kNumModes;
 using quen::basesim::kNumSlopes;
 
-/// Tells when the residual is out of all proportion, NaN included.
-class DivergenceDetector {
- public:
-  bool HasDiverged(const FrameRecord& record) {
-    largest_disturbance_ = std::max(largest_disturbance_, record.disturbance.norm());
-    return !(record.residual.norm() <= kDivergence * largest_disturbance_);
-  }
-
- private:
-  double largest_disturbance_ = 1.0;
-};
-
 /// result = matrix · vector, in the result's own memory. No wider than any x86-64 processor has it: the frame has
 /// driven the matrices out of the second-level cache, and wider instructions wait as long for the third (a trial: 29
 /// and 24 µs for the two products, 23 and 25 with AVX-512).
@@ -38,6 +26,18 @@ void Multiply(const Eigen::Map<const Matrix>& matrix, const Eigen::Ref<const Eig
 }  // namespace
 
 struct ControlLoop::State {
+  /// Tells when the residual is out of all proportion, NaN included.
+  class DivergenceDetector {
+   public:
+    bool HasDiverged(const FrameRecord& record) {
+      largest_disturbance_ = std::max(largest_disturbance_, record.disturbance.norm());
+      return !(record.residual.norm() <= kDivergence * largest_disturbance_);
+    }
+
+   private:
+    double largest_disturbance_ = 1.0;
+  };
+
   State(quen::shssim::ShsSimulator& simulator, std::size_t frames, const LoopOptions& options)
       : simulator(simulator),
         options(options),

@@ -23,7 +23,7 @@ struct SweepRow {
 };
 
 constexpr const char* kTable = "sweep";
-constexpr std::array<Column<SweepRow>, 4> kColumns = {
+constexpr std::array<Column<SweepRow>, 4> kSweepColumns = {
     {{"gain", "", "", &SweepRow::gain},
      {"residual_rms", "rad", "second half of the run; infinite: diverged", &SweepRow::residual_rms},
      {"disturbance_rms", "rad", "second half of the run", &SweepRow::disturbance_rms},
@@ -89,7 +89,7 @@ std::string SweepFile(const LoopOptions& options, const std::string& disturbance
     rows.push_back({point.gain, point.residual, point.disturbance, static_cast<double>(point.frames)});
   }
   MemoryFits fits;
-  WriteLoopKeys(AppendRows<SweepRow>(fits, kTable, kColumns, std::move(rows)), options, disturbance);
+  WriteLoopKeys(AppendRows<SweepRow>(fits, kTable, kSweepColumns, std::move(rows)), options, disturbance);
   return fits.Bytes();
 }
 
@@ -107,7 +107,7 @@ std::size_t FramesOf(const std::string& path, std::size_t row, double frames) {
 
 std::vector<SweepPoint> ReadSweep(const InputFile& file) {
   std::vector<SweepPoint> points;
-  for (const SweepRow& row : ReadRows<SweepRow>(file, kTable, kColumns)) {
+  for (const SweepRow& row : ReadRows<SweepRow>(file, kTable, kSweepColumns)) {
     points.push_back(
         {row.gain, row.residual_rms, row.disturbance_rms, FramesOf(file.Name(), points.size(), row.frames)});
   }

@@ -29,7 +29,7 @@ std::span<double> ModesOf(TelemetryRow& row) {
 }
 
 constexpr std::size_t kFirstOfModes = 3;
-constexpr std::array<Column<TelemetryRow>, 6> kColumns = {
+constexpr std::array<Column<TelemetryRow>, 6> kTelemetryColumns = {
     {{"frame", "", "", &TelemetryRow::frame},
      {"disturbance_rms", "rad", "phase", &TelemetryRow::disturbance_rms},
      {"residual_rms", "rad", "phase", &TelemetryRow::residual_rms},
@@ -47,7 +47,7 @@ std::string TelemetryFile(const LoopOptions& options, const std::string& disturb
     rows.push_back({static_cast<std::int32_t>(rows.size()), record.disturbance.norm(), record.residual.norm(), record});
   }
   MemoryFits fits;
-  const Handle& table = AppendRows<TelemetryRow>(fits, kTelemetryTable, kColumns, std::move(rows));
+  const Handle& table = AppendRows<TelemetryRow>(fits, kTelemetryTable, kTelemetryColumns, std::move(rows));
   WriteKey(table, "GAIN", options.gain, "of the integrator");
   WriteLoopKeys(table, options, disturbance);
   return fits.Bytes();
@@ -65,7 +65,7 @@ void WriteLoopKeys(const Handle& file, const LoopOptions& options, const std::st
 
 std::vector<FrameRecord> ReadTelemetry(const InputFile& file) {
   std::vector<FrameRecord> records;
-  const auto modes = std::span(kColumns).subspan(kFirstOfModes);
+  const auto modes = std::span(kTelemetryColumns).subspan(kFirstOfModes);
   for (TelemetryRow& row : ReadRows<TelemetryRow>(file, kTelemetryTable, modes)) {
     records.push_back(std::move(row.record));
   }
@@ -74,7 +74,7 @@ std::vector<FrameRecord> ReadTelemetry(const InputFile& file) {
 }
 
 Series ReadDisturbance(const InputFile& file) {
-  const auto disturbance = std::span(kColumns).subspan(kFirstOfModes, 1);
+  const auto disturbance = std::span(kTelemetryColumns).subspan(kFirstOfModes, 1);
   const std::vector<TelemetryRow> rows = ReadRows<TelemetryRow>(file, kTelemetryTable, disturbance);
   Series series(static_cast<Eigen::Index>(rows.size()), static_cast<Eigen::Index>(quen::basesim::kNumModes));
   for (std::size_t k = 0; k < rows.size(); ++k) {

@@ -2,23 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "testing/environment.hpp"
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
+#include "testing/values.hpp"
 
 namespace {
 
 using quen::testing::AppendTable;
 using quen::testing::ExpectThrows;
+using quen::testing::kNan;
 using quen::testing::Ramp;
 using quen::testing::TempDir;
 using quen::testing::WriteImage;
 using quen::workbench::InputFile;
 using quen::workbench::ReadSeries;
-
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 TEST(SeriesFile, ImageHasModesAlongItsFirstAxis) {
   const TempDir folder;

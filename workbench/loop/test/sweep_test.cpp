@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <utility>
 
 #include "testing/environment.hpp"
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
+#include "testing/values.hpp"
 #include "workbench/sensor/basis.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
@@ -17,10 +17,9 @@
 namespace {
 
 using quen::testing::ExpectThrows;
+using quen::testing::kInfinity;
 using quen::testing::TempDir;
 using quen::workbench::ParseSweep;
-
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 TEST(Sweep, GainsIncludeTheLast) {
   const std::vector<double> gains = ParseSweep("gain=0.1:0.9:0.1");

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <limits>
 #include <optional>
 
 #include "testing/calibration.hpp"
@@ -10,6 +9,7 @@
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
+#include "testing/values.hpp"
 #include "workbench/engines/engines.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/displacement_file.hpp"
@@ -22,6 +22,7 @@ namespace {
 
 using quen::testing::AppendTable;
 using quen::testing::ExpectThrows;
+using quen::testing::kNan;
 using quen::testing::Ramp;
 using quen::testing::TempDir;
 using quen::testing::WriteImage;
@@ -31,8 +32,6 @@ using quen::workbench::Frame;
 using quen::workbench::InputFile;
 using quen::workbench::ReadDisplacements;
 using quen::workbench::ReadFrame;
-
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 // --- Displacements
 

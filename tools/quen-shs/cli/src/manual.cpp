@@ -46,7 +46,7 @@ std::string Name(const std::string& name, const std::string& summary) {
   return Section("NAME") + Escaped(name) + " \\- " + Escaped(summary) + "\n";
 }
 
-std::string Examples(const std::vector<std::string>& examples) {
+std::string ExamplesSection(const std::vector<std::string>& examples) {
   return Section("EXAMPLES") + Verbatim(fmt::format("  {}", fmt::join(examples, "\n  ")));
 }
 
@@ -85,8 +85,8 @@ std::string Options(const Verb& verb) {
 
 std::string VerbPage(const Verb& verb) {
   return Title(PageName(verb)) + Name(PageName(verb), verb.summary) + Synopsis(verb) + Description(verb) +
-         Options(verb) + Examples(verb.examples) + ExitStatus() + Section("SEE ALSO") + ".BR " + Escaped(kToolName) +
-         " (1)\n";
+         Options(verb) + ExamplesSection(verb.examples) + ExitStatus() + Section("SEE ALSO") + ".BR " +
+         Escaped(kToolName) + " (1)\n";
 }
 
 std::string ToolPage(const CommandLine& line) {
@@ -99,7 +99,7 @@ std::string ToolPage(const CommandLine& line) {
   }
   return text + Section("OPTIONS") + Entry(Bold("-h,--help"), "Print the help and exit") +
          Entry(Bold("--version"), "Print the version, and the instructions used, and exit") + Section("ENVIRONMENT") +
-         Escaped(kEnvironment) + "\n" + Examples(ToolExamples()) + ExitStatus();
+         Escaped(kEnvironment) + "\n" + ExamplesSection(ToolExamples()) + ExitStatus();
 }
 
 // --- Bash
