@@ -517,16 +517,16 @@ std::vector<Variation> Variations() {
 
 namespace {
 
-bool AreClose(const Matrix& one, const Matrix& other) {
+bool AreClose(const Matrix& one, const Matrix& other, double tolerance) {
   if (one.rows() != other.rows() || one.cols() != other.cols()) return false;
   const double largest = other.cwiseAbs().maxCoeff();
-  return ((one - other).array().abs() <= 1e-9 * largest).all();  // false for what is no number
+  return ((one - other).array().abs() <= tolerance * largest).all();  // false for what is no number
 }
 
 bool AreClose(const Roi& one, const Roi& other) {
   return one.x_low == other.x_low && one.x_up == other.x_up && one.y_low == other.y_low && one.y_up == other.y_up &&
          one.width == other.width && one.height == other.height && one.n_pixels == other.n_pixels &&
-         std::abs(one.x_ref - other.x_ref) <= 1e-9 && std::abs(one.y_ref - other.y_ref) <= 1e-9;
+         std::abs(one.x_ref - other.x_ref) <= kRounded && std::abs(one.y_ref - other.y_ref) <= kRounded;
 }
 
 bool AreClose(const std::vector<Roi>& one, const std::vector<Roi>& other) {
@@ -556,21 +556,21 @@ CalibrationContent InOrderOf(const CalibrationContent& content, const Calibratio
 
 }  // namespace
 
-int SameParts(const CalibrationContent& one, const CalibrationContent& other) {
-  return (AreClose(one.m2s, other.m2s) ? 1 : 0) + (AreClose(one.cm, other.cm) ? 1 : 0) +
+int SameParts(const CalibrationContent& one, const CalibrationContent& other, double tolerance) {
+  return (AreClose(one.m2s, other.m2s, tolerance) ? 1 : 0) + (AreClose(one.cm, other.cm, tolerance) ? 1 : 0) +
          (AreClose(one.rois, other.rois) ? 1 : 0) + (one.used == other.used ? 1 : 0);
 }
 
-bool AreSame(const CalibrationContent& one, const CalibrationContent& other) {
-  if (AreClose(one.rois, other.rois)) return SameParts(one, other) == 4;
-  return SameParts(InOrderOf(one, other), other) == 4;
+bool AreSame(const CalibrationContent& one, const CalibrationContent& other, double tolerance) {
+  if (AreClose(one.rois, other.rois)) return SameParts(one, other, tolerance) == 4;
+  return SameParts(InOrderOf(one, other), other, tolerance) == 4;
 }
 
-bool AreSameButForSign(const CalibrationContent& one, const CalibrationContent& other) {
+bool AreSameButForSign(const CalibrationContent& one, const CalibrationContent& other, double tolerance) {
   CalibrationContent negative = one;
   negative.m2s *= -1.0;
   negative.cm *= -1.0;
-  return AreSame(one, other) || AreSame(negative, other);
+  return AreSame(one, other, tolerance) || AreSame(negative, other, tolerance);
 }
 
 }  // namespace quen::workbench::planted

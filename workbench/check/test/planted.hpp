@@ -113,14 +113,17 @@ std::vector<Mistake> AllMistakes();
 
 // --- Comparing
 
-/// Whether two calibrations are the same to a part in 10⁹ of each matrix's largest element, 10⁻⁹ pixels in the
-/// references. A calibration whose lists are in another order is the same if its matrices are, too.
-bool AreSame(const CalibrationContent& one, const CalibrationContent& other);
+/// Rounding, over each matrix's largest element; in pixels for the references.
+inline constexpr double kRounded = 1e-9;
+
+/// Whether two calibrations are the same to a tolerance. A calibration whose lists are in another order is the same if
+/// its matrices are, too.
+bool AreSame(const CalibrationContent& one, const CalibrationContent& other, double tolerance = kRounded);
 
 /// The same but for the sign of all modes, which nothing tells.
-bool AreSameButForSign(const CalibrationContent& one, const CalibrationContent& other);
+bool AreSameButForSign(const CalibrationContent& one, const CalibrationContent& other, double tolerance = kRounded);
 
 /// How many of M2S, CM, regions and flags are the same.
-int SameParts(const CalibrationContent& one, const CalibrationContent& other);
+int SameParts(const CalibrationContent& one, const CalibrationContent& other, double tolerance = kRounded);
 
 }  // namespace quen::workbench::planted

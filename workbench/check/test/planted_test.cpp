@@ -136,37 +136,65 @@ std::vector<CalibrationContent> Corrected(const CalibrationContent& content, con
   return corrected;
 }
 
+/// How near to the unspoiled one it has to come: a factor between the axes is measured, and not known.
+double ToleranceOf(const Mistake& mistake) {
+  constexpr double kMeasured = 0.03;
+  return mistake.word == "x_unit" ? kMeasured : quen::workbench::planted::kRounded;
+}
+
 enum class Outcome { kRestored, kButForSign, kNot };
 
-/// Whether some way of following the advice, and examining again, leads to the unspoiled calibration.
+/// The best of some calibrations.
+Outcome Best(const std::vector<CalibrationContent>& corrected, const CalibrationContent& good, double tolerance) {
+  Outcome best = Outcome::kNot;
+  for (const CalibrationContent& content : corrected) {
+    if (AreSame(content, good, tolerance)) return Outcome::kRestored;
+    if (AreSameButForSign(content, good, tolerance)) best = Outcome::kButForSign;
+  }
+  return best;
+}
+
+/// Whether some way of following the advice, and examining again up to so many times, leads to the unspoiled
+/// calibration.
 Outcome Follow(const CalibrationContent& content, const Findings& findings, const CalibrationContent& good,
-               int examinations) {
-  Outcome outcome = Outcome::kNot;
+               double tolerance) {
+  constexpr std::size_t kExaminations = 3;
   const std::vector<CalibrationContent> corrected = Corrected(content, findings);
-  for (const CalibrationContent& now : corrected) {
-    if (AreSame(now, good)) return Outcome::kRestored;
-    if (AreSameButForSign(now, good)) outcome = Outcome::kButForSign;
+  Outcome best = Best(corrected, good, tolerance);
+  for (std::size_t k = 0; k < std::min(kExaminations, corrected.size()) && best == Outcome::kNot; ++k) {
+    best = Best(Corrected(corrected[k], Examine(corrected[k])), good, tolerance);
   }
-  for (const CalibrationContent& now : corrected) {
-    if (examinations-- <= 0 || outcome == Outcome::kButForSign) break;
-    const Findings then = Examine(now);
-    for (const CalibrationContent& at_last : Corrected(now, then)) {
-      if (AreSame(at_last, good)) return Outcome::kRestored;
-      if (AreSameButForSign(at_last, good)) outcome = Outcome::kButForSign;
-    }
+  return best;
+}
+
+/// The only corrections of findings, each with its key.
+std::map<std::string, Correction> CertainOf(const Findings& findings) {
+  std::map<std::string, Correction> certain;
+  for (const Finding& finding : findings) {
+    if (IsGood(finding) || finding.corrections.size() != 1) continue;
+    certain.emplace(finding.key + " " + finding.corrections.front().mistake, finding.corrections.front());
   }
-  return outcome;
+  return certain;
+}
+
+/// What is certain of the unspoiled calibration already.
+const std::map<std::string, Correction>& CertainBefore(const Recipe& recipe) {
+  static std::map<std::string, std::map<std::string, Correction>> known;
+  const auto [entry, is_new] = known.try_emplace(Name(recipe));
+  if (is_new) entry->second = CertainOf(Examine(Made(recipe)));
+  return entry->second;
 }
 
 /// Advice without an alternative that makes right files wrong, or leaves wrong ones wrong.
-std::string Harm(const CalibrationContent& content, const Findings& findings, const CalibrationContent& good) {
+std::string Harm(const CalibrationContent& content, const Findings& findings, const Recipe& recipe, double tolerance) {
+  const CalibrationContent& good = Made(recipe);
   std::string harm;
-  for (const Finding& finding : findings) {
-    if (IsGood(finding) || finding.corrections.size() != 1) continue;
+  for (const auto& [name, correction] : CertainOf(findings)) {
     CalibrationContent corrected = content;
-    finding.corrections.front().Apply(corrected);
-    if (AreSame(corrected, good) || SameParts(corrected, good) > SameParts(content, good)) continue;
-    harm += " " + finding.corrections.front().mistake;
+    correction.Apply(corrected);
+    if (AreSame(corrected, good, tolerance)) continue;
+    if (SameParts(corrected, good, tolerance) > SameParts(content, good, tolerance)) continue;
+    if (!CertainBefore(recipe).contains(name)) harm += " " + name;
   }
   return harm;
 }
@@ -219,6 +247,7 @@ void ExpectNothingWrong(const CalibrationContent& content, const std::string& na
   Share& share = shares[name];
   ++share.planted;
   if (!std::ranges::all_of(findings, IsGood)) ++share.seen;
+  if (!CertainOf(findings).empty()) ++share.harmed;
   EXPECT_TRUE(std::ranges::none_of(findings, [](const Finding& f) { return f.verdict == Verdict::kWrong; }))
       << name << "\n"
       << ToldOf(findings);
@@ -231,7 +260,7 @@ TEST(Planted, NoGoodCalibrationIsCalledWrong) {
     const Recipe recipe = {.modes = Modes::kHexagonalMirror, .lenslets = lenslets};
     ExpectNothingWrong(Made(recipe), Name(recipe), shares);
   }
-  shares.Print("good calibrations (seen: doubtful)");
+  shares.Print("good calibrations (seen: doubtful; harmed: with advice)");
 }
 
 TEST(Planted, NoChoiceOfAControlMatrixIsCalledWrong) {
@@ -244,7 +273,7 @@ TEST(Planted, NoChoiceOfAControlMatrixIsCalledWrong) {
       ExpectNothingWrong(content, choice.name, shares);
     }
   }
-  shares.Print("control matrices (seen: doubtful)");
+  shares.Print("control matrices (seen: doubtful; harmed: with advice)");
 }
 
 TEST(Planted, NoOtherUnitOrListIsCalledWrong) {
@@ -257,7 +286,7 @@ TEST(Planted, NoOtherUnitOrListIsCalledWrong) {
       ExpectNothingWrong(content, variation.name, shares);
     }
   }
-  shares.Print("units and lists (seen: doubtful)");
+  shares.Print("units and lists (seen: doubtful; harmed: with advice)");
 }
 
 // --- Mistakes
@@ -292,10 +321,11 @@ void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
   if (is_named) ++share.named;
   EXPECT_TRUE(is_named) << "not named: " << told;
   if (!CanBeRestored(mistake, recipe)) return;
-  const Outcome outcome = Follow(content, findings, good, 4);
+  const double tolerance = ToleranceOf(mistake);
+  const Outcome outcome = Follow(content, findings, good, tolerance);
   if (outcome == Outcome::kRestored) ++share.restored;
   EXPECT_EQ(outcome, Outcome::kRestored) << "not restored: " << told;
-  const std::string harm = Harm(content, findings, good);
+  const std::string harm = Harm(content, findings, recipe, tolerance);
   if (!harm.empty()) ++share.harmed;
   EXPECT_EQ(harm, "") << "certain, and wrong: " << told;
 }
@@ -393,7 +423,7 @@ void PlantPairs(const std::vector<MistakePair>& pairs, std::size_t stride, doubl
     second.Plant(content);
     const Findings findings = Examine(content);
     const bool is_seen = !std::ranges::all_of(findings, IsGood);
-    const Outcome outcome = Follow(content, findings, good, 4);
+    const Outcome outcome = Follow(content, findings, good, std::max(ToleranceOf(first), ToleranceOf(second)));
     const bool is_named = IsNamed(first, findings) && IsNamed(second, findings);
     Share& share = shares[first.word + " and " + second.word];
     ++share.planted;
@@ -410,10 +440,10 @@ void PlantPairs(const std::vector<MistakePair>& pairs, std::size_t stride, doubl
   EXPECT_GE(sum.restored, least_restored * sum.planted);
 }
 
-TEST(Planted, PairsOfLayoutsAreNamedAndPutRight) { PlantPairs(PairsOfLayouts(), 11, 0.9, 0.9, "pairs of layouts"); }
+TEST(Planted, PairsOfLayoutsAreNamedAndPutRight) { PlantPairs(PairsOfLayouts(), 13, 0.9, 0.9, "pairs of layouts"); }
 TEST(Planted, MistakesOfEachMatrixAreNamedAndPutRight) {
-  PlantPairs(PairsOfMatrices(), 7, 0.9, 0.9, "a layout of each matrix");
+  PlantPairs(PairsOfMatrices(), 13, 0.9, 0.9, "a layout of each matrix");
 }
-TEST(Planted, PairsOfKindsAreNamedAndPutRight) { PlantPairs(PairsOfKinds(), 37, 0.9, 0.9, "pairs of kinds"); }
+TEST(Planted, PairsOfKindsAreNamedAndPutRight) { PlantPairs(PairsOfKinds(), 53, 0.9, 0.9, "pairs of kinds"); }
 
 }  // namespace
