@@ -157,6 +157,12 @@ if(QUEN_BUILD_TOOLS)
             testing/malloc_calls.cpp
     LIBRARIES quen_workbench)
   quen_add_test(
+    check_planted_test
+    LABEL workbench
+    SOURCES workbench/check/test/planted.cpp workbench/check/test/planted_generator_test.cpp
+            workbench/check/test/planted_mistakes.cpp workbench/check/test/planted_test.cpp
+    LIBRARIES quen_workbench fmt::fmt)
+  quen_add_test(
     quen_shs_test
     LABEL tool
     SOURCES tools/quen-shs/test/check_verb_test.cpp

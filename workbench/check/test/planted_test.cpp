@@ -1,0 +1,449 @@
+#include "workbench/check/test/planted.hpp"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <regex>
+#include <set>
+
+#include "workbench/check/check.hpp"
+
+// Good calibrations are not called wrong, planted mistakes are named, and whoever follows the advice has the unspoiled
+// calibration again. A few hundred of them; all, in half an hour, with QUEN_PLANTED_ALL=1.
+
+namespace {
+
+using quen::workbench::CalibrationContent;
+using quen::workbench::Correction;
+using quen::workbench::Examine;
+using quen::workbench::Finding;
+using quen::workbench::Findings;
+using quen::workbench::Verdict;
+using quen::workbench::planted::AllMistakes;
+using quen::workbench::planted::AreSame;
+using quen::workbench::planted::AreSameButForSign;
+using quen::workbench::planted::LayoutMistakes;
+using quen::workbench::planted::LensletArrays;
+using quen::workbench::planted::Made;
+using quen::workbench::planted::MatrixMistakes;
+using quen::workbench::planted::Mistake;
+using quen::workbench::planted::Modes;
+using quen::workbench::planted::Place;
+using quen::workbench::planted::Pupils;
+using quen::workbench::planted::Recipe;
+using quen::workbench::planted::RegionMistakes;
+using quen::workbench::planted::SameParts;
+
+bool PlantAll() {
+  const char* const all = std::getenv("QUEN_PLANTED_ALL");
+  return all != nullptr && std::string(all) == "1";
+}
+
+/// Every basis on every pupil, with lenslets and noise in turn.
+std::vector<Recipe> BaseRecipes() {
+  const auto pupils = Pupils();
+  const auto lenslets = LensletArrays();
+  std::vector<Recipe> recipes;
+  unsigned seed = 1;
+  for (const Modes modes : {Modes::kSquareMirror, Modes::kHexagonalMirror, Modes::kFourier, Modes::kZernike}) {
+    for (const auto& pupil : pupils) {
+      Recipe recipe = {.modes = modes, .pupil = pupil, .lenslets = lenslets[3 * seed % lenslets.size()], .seed = seed};
+      recipe.noise = seed % 3 == 0 ? 0.05 : seed % 5 == 0 ? 0.2 : 0.0;
+      recipe.has_cm_of_noiseless = seed % 6 == 0;
+      recipes.push_back(recipe);
+      ++seed;
+    }
+  }
+  return recipes;
+}
+
+/// The recipes that a case is tried on: all of them, or `count` that differ from case to case.
+std::vector<Recipe> RecipesFor(std::size_t number, std::size_t count) {
+  const std::vector<Recipe> all = BaseRecipes();
+  if (PlantAll()) return all;
+  std::vector<Recipe> some;
+  for (std::size_t k = 0; k < count; ++k) some.push_back(all[(7 * number + 13 * k) % all.size()]);
+  return some;
+}
+
+std::string ToldOf(const Findings& findings) {
+  std::string text;
+  for (const Finding& finding : findings) {
+    if (finding.verdict == Verdict::kGood) continue;
+    text += fmt::format("  {} {}: {} | {}", finding.verdict == Verdict::kWrong ? "WRONG" : "DOUBT", finding.key,
+                        finding.text, finding.advice);
+    for (const Correction& correction : finding.corrections) text += " [" + correction.mistake + "]";
+    text += "\n";
+  }
+  return text.empty() ? "  good\n" : text;
+}
+
+bool IsGood(const Finding& finding) { return finding.verdict == Verdict::kGood; }
+
+// --- Naming
+
+bool HasWord(const Correction& correction, const std::string& word) {
+  const std::string joined = "+" + correction.mistake + "+";
+  return joined.find("+" + word + "+") != std::string::npos;
+}
+
+bool HasWord(const Findings& findings, const std::string& word) {
+  return std::ranges::any_of(findings, [&](const Finding& finding) {
+    return !IsGood(finding) && std::ranges::any_of(finding.corrections, [&](const Correction& correction) {
+      return HasWord(correction, word);
+    });
+  });
+}
+
+/// Whether a text has a word, or a number that is no part of another one.
+bool HasText(const Finding& finding, const std::string& word) {
+  const std::string text = finding.text + " " + finding.advice;
+  if (word.empty() || word.find_first_not_of("0123456789") != std::string::npos) {
+    return text.find(word) != std::string::npos;
+  }
+  return std::regex_search(text, std::regex("(^|[^0-9.])" + word + "($|[^0-9.]|\\.($|[^0-9]))"));
+}
+
+bool IsNamed(const Mistake& mistake, const Findings& findings) {
+  if (!mistake.word.empty() && HasWord(findings, mistake.word)) return true;
+  return std::ranges::any_of(findings, [&](const Finding& finding) {
+    return !IsGood(finding) && std::ranges::count(mistake.keys, finding.key) > 0 &&
+           std::ranges::any_of(mistake.words, [&](const std::string& word) { return HasText(finding, word); });
+  });
+}
+
+// --- Following the advice
+
+/// Where one correction of each finding leads, or none of some of them.
+std::vector<CalibrationContent> Corrected(const CalibrationContent& content, const Findings& findings) {
+  constexpr std::size_t kMost = 64;
+  std::vector<CalibrationContent> corrected = {content};
+  for (const Finding& finding : findings) {
+    if (IsGood(finding)) continue;
+    const std::size_t before = corrected.size();
+    for (const Correction& correction : finding.corrections) {
+      for (std::size_t k = 0; k < before && corrected.size() < kMost; ++k) {
+        corrected.push_back(corrected[k]);
+        correction.Apply(corrected.back());
+      }
+    }
+  }
+  corrected.erase(corrected.begin());
+  return corrected;
+}
+
+/// How near to the unspoiled one it has to come: a factor between the axes is measured, and not known.
+double ToleranceOf(const Mistake& mistake) {
+  constexpr double kMeasured = 0.03;
+  return mistake.word == "x_unit" ? kMeasured : quen::workbench::planted::kRounded;
+}
+
+enum class Outcome { kRestored, kButForSign, kNot };
+
+/// The best of some calibrations.
+Outcome Best(const std::vector<CalibrationContent>& corrected, const CalibrationContent& good, double tolerance) {
+  Outcome best = Outcome::kNot;
+  for (const CalibrationContent& content : corrected) {
+    if (AreSame(content, good, tolerance)) return Outcome::kRestored;
+    if (AreSameButForSign(content, good, tolerance)) best = Outcome::kButForSign;
+  }
+  return best;
+}
+
+/// Whether some way of following the advice, and examining again up to so many times, leads to the unspoiled
+/// calibration.
+Outcome Follow(const CalibrationContent& content, const Findings& findings, const CalibrationContent& good,
+               double tolerance) {
+  constexpr std::size_t kExaminations = 3;
+  const std::vector<CalibrationContent> corrected = Corrected(content, findings);
+  Outcome best = Best(corrected, good, tolerance);
+  for (std::size_t k = 0; k < std::min(kExaminations, corrected.size()) && best == Outcome::kNot; ++k) {
+    best = Best(Corrected(corrected[k], Examine(corrected[k])), good, tolerance);
+  }
+  return best;
+}
+
+/// The only corrections of findings, each with its key.
+std::map<std::string, Correction> CertainOf(const Findings& findings) {
+  std::map<std::string, Correction> certain;
+  for (const Finding& finding : findings) {
+    if (IsGood(finding) || finding.corrections.size() != 1) continue;
+    certain.emplace(finding.key + " " + finding.corrections.front().mistake, finding.corrections.front());
+  }
+  return certain;
+}
+
+/// What is certain of the unspoiled calibration already.
+const std::map<std::string, Correction>& CertainBefore(const Recipe& recipe) {
+  static std::map<std::string, std::map<std::string, Correction>> known;
+  const auto [entry, is_new] = known.try_emplace(Name(recipe));
+  if (is_new) entry->second = CertainOf(Examine(Made(recipe)));
+  return entry->second;
+}
+
+/// Advice without an alternative that makes right files wrong, or leaves wrong ones wrong.
+std::string Harm(const CalibrationContent& content, const Findings& findings, const Recipe& recipe, double tolerance) {
+  const CalibrationContent& good = Made(recipe);
+  std::string harm;
+  for (const auto& [name, correction] : CertainOf(findings)) {
+    CalibrationContent corrected = content;
+    correction.Apply(corrected);
+    if (AreSame(corrected, good, tolerance)) continue;
+    if (SameParts(corrected, good, tolerance) > SameParts(content, good, tolerance)) continue;
+    if (!CertainBefore(recipe).contains(name)) harm += " " + name;
+  }
+  return harm;
+}
+
+// --- Shares
+
+struct Share {
+  int planted = 0;
+  int seen = 0;  ///< called not good
+  int named = 0;
+  int restored = 0;
+  int harmed = 0;
+};
+
+class Shares {
+ public:
+  Share& operator[](const std::string& name) { return shares_[name]; }
+
+  [[nodiscard]] Share Sum() const {
+    Share sum;
+    for (const auto& [name, share] : shares_) {
+      sum.planted += share.planted;
+      sum.seen += share.seen;
+      sum.named += share.named;
+      sum.restored += share.restored;
+      sum.harmed += share.harmed;
+    }
+    return sum;
+  }
+
+  void Print(const std::string& title) const {
+    std::cout << fmt::format("{:<64} planted    seen   named restored harmed\n", title);
+    for (const auto& [name, share] : shares_) Row(name, share);
+    Row("all", Sum());
+  }
+
+ private:
+  static void Row(const std::string& name, const Share& share) {
+    std::cout << fmt::format("{:<64} {:>7} {:>7} {:>7} {:>8} {:>6}\n", name, share.planted, share.seen, share.named,
+                             share.restored, share.harmed);
+  }
+
+  std::map<std::string, Share> shares_;
+};
+
+// --- Good ones
+
+void ExpectNothingWrong(const CalibrationContent& content, const std::string& name, Shares& shares) {
+  const Findings findings = Examine(content);
+  Share& share = shares[name];
+  ++share.planted;
+  if (!std::ranges::all_of(findings, IsGood)) ++share.seen;
+  if (!CertainOf(findings).empty()) ++share.harmed;
+  EXPECT_TRUE(std::ranges::none_of(findings, [](const Finding& f) { return f.verdict == Verdict::kWrong; }))
+      << name << "\n"
+      << ToldOf(findings);
+}
+
+TEST(Planted, NoGoodCalibrationIsCalledWrong) {
+  Shares shares;
+  for (const Recipe& recipe : BaseRecipes()) ExpectNothingWrong(Made(recipe), Name(recipe), shares);
+  for (const auto& lenslets : LensletArrays()) {
+    const Recipe recipe = {.modes = Modes::kHexagonalMirror, .lenslets = lenslets};
+    ExpectNothingWrong(Made(recipe), Name(recipe), shares);
+  }
+  shares.Print("good calibrations (seen: doubtful; harmed: with advice)");
+}
+
+TEST(Planted, NoChoiceOfAControlMatrixIsCalledWrong) {
+  Shares shares;
+  for (std::size_t number = 0; const auto& choice : quen::workbench::planted::Choices()) {
+    for (const Recipe& recipe : RecipesFor(number++, 3)) {
+      SCOPED_TRACE(Name(recipe));
+      CalibrationContent content = Made(recipe);
+      content.cm = choice.Cm(content);
+      ExpectNothingWrong(content, choice.name, shares);
+    }
+  }
+  shares.Print("control matrices (seen: doubtful; harmed: with advice)");
+}
+
+TEST(Planted, NoOtherUnitOrListIsCalledWrong) {
+  Shares shares;
+  for (std::size_t number = 0; const auto& variation : quen::workbench::planted::Variations()) {
+    for (const Recipe& recipe : RecipesFor(number++, 3)) {
+      SCOPED_TRACE(Name(recipe));
+      CalibrationContent content = Made(recipe);
+      variation.Apply(content);
+      ExpectNothingWrong(content, variation.name, shares);
+    }
+  }
+  shares.Print("units and lists (seen: doubtful; harmed: with advice)");
+}
+
+// --- Mistakes
+
+/// Whether following the advice can be expected to give the unspoiled files again.
+bool CanBeRestored(const Mistake& mistake, const Recipe& recipe) {
+  const bool from_inverse = mistake.word == "is_m2s" || mistake.word == "is_cm";
+  return (mistake.Undo || from_inverse) && !(from_inverse && recipe.has_cm_of_noiseless);
+}
+
+/// On a pupil that is the same upside down, a list from the last to the first is that of modes upside down.
+bool CanBeSeen(const Mistake& mistake, const CalibrationContent& good) {
+  if (mistake.word != "turned_180" || mistake.place != Place::kBoth) return true;
+  int different = 0;
+  for (std::size_t i = 0; i < good.used.size(); ++i) {
+    if (good.used[i] != good.used[good.used.size() - 1 - i]) ++different;
+  }
+  return different > 24;
+}
+
+void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
+  const CalibrationContent& good = Made(recipe);
+  if (!CanBeSeen(mistake, good)) return;
+  CalibrationContent content = good;
+  mistake.Plant(content);
+  const Findings findings = Examine(content);
+  const std::string told = Name(mistake) + ": " + Name(recipe) + "\n" + ToldOf(findings);
+  Share& share = shares[Name(mistake)];
+  ++share.planted;
+  if (!std::ranges::all_of(findings, IsGood)) ++share.seen;
+  const bool is_named = IsNamed(mistake, findings);
+  if (is_named) ++share.named;
+  EXPECT_TRUE(is_named) << "not named: " << told;
+  if (!CanBeRestored(mistake, recipe)) return;
+  const double tolerance = ToleranceOf(mistake);
+  const Outcome outcome = Follow(content, findings, good, tolerance);
+  if (outcome == Outcome::kRestored) ++share.restored;
+  EXPECT_EQ(outcome, Outcome::kRestored) << "not restored: " << told;
+  const std::string harm = Harm(content, findings, recipe, tolerance);
+  if (!harm.empty()) ++share.harmed;
+  EXPECT_EQ(harm, "") << "certain, and wrong: " << told;
+}
+
+void PlantEach(const std::vector<Mistake>& mistakes, const std::string& title) {
+  Shares shares;
+  for (std::size_t number = 0; const Mistake& mistake : mistakes) {
+    for (const Recipe& recipe : RecipesFor(number++, 2)) PlantOne(mistake, recipe, shares);
+  }
+  shares.Print(title);
+}
+
+TEST(Planted, LayoutsOfM2sAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kM2s), "layouts of M2S"); }
+TEST(Planted, LayoutsOfCmAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kCm), "layouts of CM"); }
+TEST(Planted, LayoutsOfBothAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kBoth), "layouts of both"); }
+TEST(Planted, MistakesInMatricesAreNamedAndPutRight) { PlantEach(MatrixMistakes(), "matrices"); }
+TEST(Planted, MistakesInRegionsAreNamedAndPutRight) { PlantEach(RegionMistakes(), "regions and flags"); }
+
+// --- Pairs
+
+/// Mistakes come about in this order: units and signs where slopes are measured, lists where they are gathered, blocks
+/// where they are written, and memory last.
+int StageOf(const Mistake& mistake) {
+  static const std::set<std::string> kLists = {"mirrored_x",          "mirrored_y", "turned_90",
+                                               "turned_180",          "turned_270", "by_columns",
+                                               "by_columns_mirrored", "serpentine", "serpentine_columns"};
+  if (mistake.word == "transposed_in_memory") return 3;
+  if (mistake.word == "exchanged" || mistake.word.starts_with("interleaved")) return 2;
+  return kLists.contains(mistake.word) ? 1 : 0;
+}
+
+using MistakePair = std::pair<Mistake, Mistake>;
+
+std::vector<MistakePair> PairsOfLayouts() {
+  std::vector<MistakePair> pairs;
+  for (const Place place : {Place::kM2s, Place::kCm, Place::kBoth}) {
+    for (const Mistake& first : LayoutMistakes(place)) {
+      for (const Mistake& second : LayoutMistakes(place)) {
+        if (first.word.empty() || second.word.empty()) continue;
+        const bool units = first.word.ends_with("_flipped") && second.word == "x_unit";
+        const bool lists = first.word.starts_with("mirrored") && second.word == "serpentine";
+        if (StageOf(first) < StageOf(second) || units || lists) pairs.emplace_back(first, second);
+      }
+    }
+  }
+  return pairs;
+}
+
+/// One in each matrix.
+std::vector<MistakePair> PairsOfMatrices() {
+  std::vector<MistakePair> pairs;
+  for (const Mistake& first : LayoutMistakes(Place::kM2s)) {
+    for (const Mistake& second : LayoutMistakes(Place::kCm)) {
+      // The same in both is one mistake; and a sign is of one matrix as much as of the other.
+      const bool signs = first.word == "negative" || second.word == "negative";
+      if (!first.word.empty() && !second.word.empty() && first.word != second.word && !signs) {
+        pairs.emplace_back(first, second);
+      }
+    }
+  }
+  return pairs;
+}
+
+/// A layout together with a mistake of another kind.
+std::vector<MistakePair> PairsOfKinds() {
+  std::vector<MistakePair> pairs;
+  std::vector<Mistake> others;
+  for (const auto& some : {MatrixMistakes(), RegionMistakes()}) {
+    std::ranges::copy_if(some, std::back_inserter(others), [](const Mistake& mistake) {
+      const bool is_list = StageOf(mistake) == 1;
+      return mistake.Undo && !is_list;
+    });
+  }
+  for (const Place place : {Place::kM2s, Place::kCm, Place::kBoth}) {
+    for (const Mistake& first : LayoutMistakes(place)) {
+      for (const Mistake& second : others) {
+        if (!first.word.empty() && StageOf(first) < 3 && first.word != "negative") pairs.emplace_back(second, first);
+      }
+    }
+  }
+  return pairs;
+}
+
+void PlantPairs(const std::vector<MistakePair>& pairs, std::size_t stride, double least_named, double least_restored,
+                const std::string& title) {
+  Shares shares;
+  for (std::size_t number = 0; number < pairs.size(); number += PlantAll() ? 1 : stride) {
+    const auto& [first, second] = pairs[number];
+    const std::vector<Recipe> all = BaseRecipes();
+    const Recipe& recipe = all[11 * number % all.size()];
+    const CalibrationContent& good = Made(recipe);
+    if (!CanBeSeen(first, good) || !CanBeSeen(second, good)) continue;
+    CalibrationContent content = good;
+    first.Plant(content);
+    second.Plant(content);
+    const Findings findings = Examine(content);
+    const bool is_seen = !std::ranges::all_of(findings, IsGood);
+    const Outcome outcome = Follow(content, findings, good, std::max(ToleranceOf(first), ToleranceOf(second)));
+    const bool is_named = IsNamed(first, findings) && IsNamed(second, findings);
+    Share& share = shares[first.word + " and " + second.word];
+    ++share.planted;
+    if (is_seen) ++share.seen;
+    if (is_named || outcome == Outcome::kRestored) ++share.named;  // it may have another name that is as right
+    if (outcome == Outcome::kRestored) ++share.restored;
+    const std::string told = Name(first) + " and " + Name(second) + ": " + Name(recipe) + "\n" + ToldOf(findings);
+    EXPECT_TRUE(is_seen) << told;
+    if (PlantAll() && outcome != Outcome::kRestored) std::cout << "not restored: " << told;
+  }
+  shares.Print(title);
+  const Share sum = shares.Sum();
+  EXPECT_GE(sum.named, least_named * sum.planted);
+  EXPECT_GE(sum.restored, least_restored * sum.planted);
+}
+
+TEST(Planted, PairsOfLayoutsAreNamedAndPutRight) { PlantPairs(PairsOfLayouts(), 13, 0.9, 0.9, "pairs of layouts"); }
+TEST(Planted, MistakesOfEachMatrixAreNamedAndPutRight) {
+  PlantPairs(PairsOfMatrices(), 13, 0.9, 0.9, "a layout of each matrix");
+}
+TEST(Planted, PairsOfKindsAreNamedAndPutRight) { PlantPairs(PairsOfKinds(), 53, 0.9, 0.9, "pairs of kinds"); }
+
+}  // namespace
