@@ -11,10 +11,10 @@ namespace quen::workbench {
 
 /// What the three files of a calibration hold.
 struct CalibrationContent {
-  Matrix m2s;                                    ///< 1214 × 52
-  Matrix cm;                                     ///< 52 × 1214
-  std::vector<quen::image_processing::Roi> rois; ///< 1089
-  std::vector<std::uint8_t> used;                ///< usage flags
+  Matrix m2s;                                     ///< 1214 × 52
+  Matrix cm;                                      ///< 52 × 1214
+  std::vector<quen::image_processing::Roi> rois;  ///< 1089
+  std::vector<std::uint8_t> used;                 ///< usage flags
 };
 
 CalibrationContent ContentOf(const quen::shssim::ShsSimulator& simulator);

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
+#include <optional>
 #include <utility>
 
 namespace quen::workbench {
@@ -76,9 +76,15 @@ struct Assignment {
 
   [[nodiscard]] double LeastGain() const { return std::abs(std::ranges::min(gains, {}, Size)); }
   [[nodiscard]] double MostGain() const { return std::abs(std::ranges::max(gains, {}, Size)); }
+  [[nodiscard]] double TypicalGain() const {
+    std::vector<double> sizes;
+    for (const double gain : gains) sizes.push_back(std::abs(gain));
+    std::ranges::nth_element(sizes, sizes.begin() + static_cast<std::ptrdiff_t>(sizes.size() / 2));
+    return sizes[sizes.size() / 2];
+  }
   static double Size(double gain) { return std::abs(gain); }
 
-  Modes source;  ///< the mode that stands out in each row; -1 where the row is zero
+  Modes source;               ///< the mode that stands out in each row; -1 where the row is zero
   std::vector<double> gains;  ///< of the controlled modes
   double worst_rest = 0.0;
   bool is_one_to_one = false;
@@ -100,17 +106,23 @@ void AddSigns(const Response& response, const Assignment& modes, Findings& findi
   }
   if (negative.empty()) return;
   if (negative.size() == response.controlled.size()) {
-    findings.push_back({Verdict::kWrong, "cm.sign", kSubject, "the sign of one of the two is flipped throughout",
+    findings.push_back({Verdict::kWrong,
+                        "cm.sign",
+                        kSubject,
+                        "the sign of one of the two is flipped throughout",
                         "multiply the one that is wrong by -1: a loop with either of them runs away",
                         {{"negative", [](CalibrationContent& content) { content.cm = -content.cm; }},
                          {"negative", [](CalibrationContent& content) { content.m2s = -content.m2s; }}}});
     return;
   }
-  findings.push_back({Verdict::kWrong, "cm.signs", kSubject,
+  findings.push_back({Verdict::kWrong,
+                      "cm.signs",
+                      kSubject,
                       fmt::format("{} {} the other sign in one of the two", ModeWords(negative),
                                   negative.size() == 1 ? "has" : "have"),
                       "multiply these rows of the control matrix, or these columns of the other, by -1",
-                      {{"modes_negative", [negative](CalibrationContent& content) {
+                      {{"modes_negative",
+                        [negative](CalibrationContent& content) {
                           for (const Eigen::Index mode : negative) content.cm.row(mode) *= -1.0;
                         }},
                        {"modes_negative", [negative, source = modes.source](CalibrationContent& content) {
@@ -133,9 +145,8 @@ std::string OrderWords(const Modes& source) {
   }
   if (is_reversed) return "the modes of one of the two are in reverse order";
   if (is_shifted) return fmt::format("the modes of one of the two are shifted by {}", std::min(shift, size - shift));
-  const auto first = std::ranges::find_if(source, [&](const Eigen::Index& mode) {
-    return mode >= 0 && mode != &mode - source.data();
-  });
+  const auto first = std::ranges::find_if(
+      source, [&](const Eigen::Index& mode) { return mode >= 0 && mode != &mode - source.data(); });
   return fmt::format("the modes are not in the same order: row {} of the control matrix gives back mode {}",
                      first - source.begin(), *first);
 }
@@ -155,7 +166,10 @@ void AddOrder(const Assignment& modes, Findings& findings) {
       if (source[row] >= 0) content.m2s.col(static_cast<Eigen::Index>(row)) = before.col(source[row]);
     }
   };
-  findings.push_back({Verdict::kWrong, "cm.order", kSubject, OrderWords(modes.source),
+  findings.push_back({Verdict::kWrong,
+                      "cm.order",
+                      kSubject,
+                      OrderWords(modes.source),
                       "bring the rows of the control matrix, or the columns of the other, into the order of the modes",
                       {{"modes_permuted", permute_cm}, {"modes_permuted", permute_m2s}}});
 }
@@ -166,80 +180,99 @@ void AddSizes(const Response& response, const Assignment& modes, double worst, F
   constexpr double kNear = 0.1;
   constexpr double kExact = 0.05;
   constexpr double kMuchLess = 0.5;
+  constexpr double kSpread = 0.3;  // of gains that noise makes of one
+  constexpr double kLeastGain = 0.1;
   const double least = modes.LeastGain();
   const double most = modes.MostGain();
-  if (most - least < kSame * most && std::abs(most - 1.0) > kSame && modes.worst_rest < kSame) {
-    const double factor = 0.5 * (least + most);
-    findings.push_back({Verdict::kWrong, "cm.scale", kSubject,
+  const bool is_exact_factor = most - least < kSame * most && std::abs(most - 1.0) > kSame && modes.worst_rest < kSame;
+  const bool is_noisy_factor = most - least < kSpread * most && (least > 1.0 + kSpread || most < 0.01);
+  if (is_exact_factor || is_noisy_factor) {
+    const double factor = is_exact_factor ? 0.5 * (least + most) : modes.TypicalGain();
+    const bool may_be_gain = factor > kLeastGain && factor < 1.0;
+    findings.push_back({may_be_gain ? Verdict::kDoubtful : Verdict::kWrong,
+                        "cm.scale",
+                        kSubject,
                         fmt::format("{:.4g} times the identity{}", factor, LeftOut(response)),
-                        fmt::format("divide the control matrix, or the other, by {:.4g}: their units do not match",
-                                    factor),
+                        fmt::format("divide the control matrix, or the other, by {:.4g}: their units do not match{}",
+                                    factor, may_be_gain ? ", or a loop's gain is in it" : ""),
                         {{"scaled", [factor](CalibrationContent& content) { content.cm /= factor; }},
                          {"scaled", [factor](CalibrationContent& content) { content.m2s /= factor; }}}});
     return;
   }
   if (least > 1.0 - kNear && most < 1.0 + kNear) {
     const bool is_exact = worst <= kExact;
-    findings.push_back({is_exact ? Verdict::kGood : Verdict::kDoubtful, "cm.inverse", kSubject,
-                        fmt::format("identity to {:.2g}{}", worst, LeftOut(response)),
-                        is_exact ? "" : "the two were measured apart, or one is noisy; to be sure, " + std::string(kRemake),
-                        {}});
+    findings.push_back(
+        {is_exact ? Verdict::kGood : Verdict::kDoubtful,
+         "cm.inverse",
+         kSubject,
+         fmt::format("identity to {:.2g}{}", worst, LeftOut(response)),
+         is_exact ? "" : "the two were measured apart, or one is noisy; to be sure, " + std::string(kRemake),
+         {}});
     return;
   }
-  const std::string text = fmt::format("gains from {:.2g} to {:.2g}, one for each mode{}", least, most,
-                                       LeftOut(response));
+  const std::string text =
+      fmt::format("gains from {:.2g} to {:.2g}, one for each mode{}", least, most, LeftOut(response));
   if (most < 1.0 + kNear) {
-    findings.push_back({least >= kMuchLess ? Verdict::kGood : Verdict::kDoubtful, "cm.inverse", kSubject, text,
+    findings.push_back({least >= kMuchLess ? Verdict::kGood : Verdict::kDoubtful,
+                        "cm.inverse",
+                        kSubject,
+                        text,
                         least >= kMuchLess ? "" : "if these are not the gains that you chose: " + std::string(kRemake),
                         {}});
     return;
   }
-  findings.push_back({most < 2.0 ? Verdict::kDoubtful : Verdict::kWrong, "cm.inverse", kSubject, text,
-                      "a mode that is given back too large overshoots: " + std::string(kRemake), {Remade("gains")}});
+  findings.push_back({most < 2.0 ? Verdict::kDoubtful : Verdict::kWrong,
+                      "cm.inverse",
+                      kSubject,
+                      text,
+                      "a mode that is given back too large overshoots: " + std::string(kRemake),
+                      {Remade("gains")}});
 }
 
-/// An inversion that gives less to what is hard to see: symmetric, no eigenvalue outside 0 to 1.
-bool IsFiltered(const Matrix& response, double& mean) {
-  constexpr double kSymmetric = 0.02;
-  constexpr double kSlack = 0.02;
-  const double size = response.norm();
-  if ((response - response.transpose()).norm() > kSymmetric * size) return false;
-  const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(0.5 * (response + response.transpose()));
-  mean = solver.eigenvalues().mean();
-  return solver.eigenvalues().minCoeff() > -kSlack && solver.eigenvalues().maxCoeff() < 1.0 + kSlack;
+/// An inversion that gives less to what is hard to see, or leaves it out: all eigenvalues are between 0 and 1.
+/// @return  their mean; none if they are not
+std::optional<double> FilteredShare(const Matrix& response) {
+  constexpr double kSlack = 0.05;
+  const Eigen::VectorXcd values = Eigen::EigenSolver<Eigen::MatrixXd>(response, false).eigenvalues();
+  for (const auto& value : values) {
+    if (std::abs(value.imag()) > kSlack || value.real() < -kSlack || value.real() > 1.0 + kSlack) return std::nullopt;
+  }
+  return values.real().mean();
 }
 
-Finding Unequal(const Matrix& m2s, const Matrix& cm, const Response& response) {
+Finding Unequal(const Response& response) {
   constexpr double kNearlyMost = 0.3;
   constexpr double kMostOfThem = 0.75;
   const Matrix controlled = response.Controlled();
   const double off = (controlled - Matrix::Identity(controlled.rows(), controlled.cols())).norm() /
                      std::sqrt(static_cast<double>(controlled.rows()));
-  double mean = 0.0;
-  if (IsFiltered(controlled, mean)) {
-    const bool is_mild = mean > kMostOfThem;
-    return {is_mild ? Verdict::kGood : Verdict::kDoubtful, "cm.inverse", kSubject,
-            fmt::format("a truncated or regularised inversion, which gives back {:.0f} % of the modes{}", 100.0 * mean,
-                        LeftOut(response)),
-            is_mild ? "" : "if you did not choose that: " + std::string(kRemake), {}};
+  if (const auto share = FilteredShare(controlled)) {
+    const bool is_mild = *share > kMostOfThem;
+    return {is_mild ? Verdict::kGood : Verdict::kDoubtful,
+            "cm.inverse",
+            kSubject,
+            fmt::format("a truncated, filtered or regularised inversion, which gives back {:.0f} % of the modes{}",
+                        100.0 * *share, LeftOut(response)),
+            is_mild ? "" : "if you did not choose that: " + std::string(kRemake),
+            {}};
   }
   if (off < kNearlyMost) {
-    return {off < 0.05 ? Verdict::kGood : Verdict::kDoubtful, "cm.inverse", kSubject,
+    return {off < 0.05 ? Verdict::kGood : Verdict::kDoubtful,
+            "cm.inverse",
+            kSubject,
             fmt::format("identity to {:.2g} (RMS of a mode){}", off, LeftOut(response)),
-            off < 0.05 ? "" : "the two were measured apart, or one is noisy; to be sure, " + std::string(kRemake), {}};
+            off < 0.05 ? "" : "the two were measured apart, or one is noisy; to be sure, " + std::string(kRemake),
+            {}};
   }
-  const double scale = std::max(m2s.cwiseAbs().maxCoeff(), cm.cwiseAbs().maxCoeff());
-  if ((cm - m2s.transpose()).cwiseAbs().maxCoeff() < 1e-6 * scale) {
-    return {Verdict::kWrong, "cm.inverse", kSubject,
-            "both files hold the same matrix, one of them transposed: it is no inverse of itself",
-            "put the pseudo-inverse of M2S.fits into CM.fits, or the other way round if that one is the control matrix",
-            {Remade("is_m2s"), {"is_cm", [](CalibrationContent& content) { content.m2s = PseudoInverse(content.cm); }}}};
-  }
-  return {Verdict::kWrong, "cm.inverse", kSubject,
-          fmt::format("not the identity in any order or scale ({:.2g} off, RMS of a mode): the two are not of the same "
-                      "modes, or one of them is spoiled",
-                      off),
-          kRemake, {Remade("other_modes")}};
+  return {
+      Verdict::kWrong,
+      "cm.inverse",
+      kSubject,
+      fmt::format("not the identity in any order or scale ({:.2g} off, RMS of a mode): one of the two is of another "
+                  "mirror or of other modes, or spoiled by noise",
+                  off),
+      kRemake,
+      {Remade("other_modes")}};
 }
 
 }  // namespace
@@ -263,12 +296,31 @@ double Recovery(const Matrix& m2s, const Matrix& cm) {
   return all > 0.0 ? product.diagonal().squaredNorm() / all : 0.0;
 }
 
+std::optional<Finding> CheckSame(const CalibrationContent& content) {
+  const Eigen::Map<const Eigen::VectorXd> m2s(content.m2s.data(), content.m2s.size());
+  const Eigen::Map<const Eigen::VectorXd> cm(content.cm.data(), content.cm.size());
+  const double rounding = 1e-6 * m2s.cwiseAbs().maxCoeff();
+  const bool is_transposed = (content.cm - content.m2s.transpose()).cwiseAbs().maxCoeff() <= rounding;
+  const bool is_in_memory = (cm - m2s).cwiseAbs().maxCoeff() <= rounding;
+  if (!is_transposed && !is_in_memory) return std::nullopt;
+  const double off =
+      (content.cm * content.m2s - Matrix::Identity(content.cm.rows(), content.cm.rows())).cwiseAbs().maxCoeff();
+  if (off < 0.05) return std::nullopt;  // modes at right angles and of length 1: their own inverse
+  return Finding{
+      Verdict::kWrong,
+      "cm.inverse",
+      kSubject,
+      "both files hold the same matrix, which is no inverse of itself",
+      "put the pseudo-inverse of M2S.fits into CM.fits, or the other way round if that one is the control matrix",
+      {Remade("is_m2s"), {"is_cm", [](CalibrationContent& changed) { changed.m2s = PseudoInverse(changed.cm); }}}};
+}
+
 Findings CheckInverse(const Matrix& m2s, const Matrix& cm) {
   constexpr double kStandsOut = 0.25;  // the rest, of the element that stands out
   const Response response(m2s, cm);
   if (response.controlled.empty()) return {};  // all zeros, which is told by its values
   const Assignment modes(response);
-  if (!modes.is_one_to_one || !(modes.worst_rest < kStandsOut)) return {Unequal(m2s, cm, response)};
+  if (!modes.is_one_to_one || !(modes.worst_rest < kStandsOut)) return {Unequal(response)};
   const Matrix controlled = response.Controlled();
   Findings findings;
   AddSigns(response, modes, findings);

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "workbench/check/finding.hpp"
 
 namespace quen::workbench {
@@ -8,7 +12,11 @@ namespace quen::workbench {
 /// order and of what size. Leaving modes out, or giving back less of them, is a choice and no mistake.
 Findings CheckInverse(const Matrix& m2s, const Matrix& cm);
 
-/// How well the control matrix gives back its own modes and no others, 0 to 1. Not for signs: those it tells by its own.
+/// Whether one of the files holds the other's matrix, transposed or as it is in memory.
+std::optional<Finding> CheckSame(const CalibrationContent& content);
+
+/// How well the control matrix gives back its own modes and no others, 0 to 1. Not for signs: those it tells by its
+/// own.
 double Recovery(const Matrix& m2s, const Matrix& cm);
 
 /// "mode 3", "modes 48 to 51", "modes 1, 5 and 7 to 9".

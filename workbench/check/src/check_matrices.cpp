@@ -19,6 +19,8 @@ constexpr int kDegree = 14;  // of smooth surfaces: with details of a tenth of t
 // --- Values
 
 Finding CheckValues(const std::string& name, const Matrix& matrix, const char* row_name, const char* column_name) {
+  constexpr std::ptrdiff_t kRanked = 30;
+  constexpr double kOut = 1e4;
   const std::string key = name == "M2S" ? "m2s.values" : "cm.values";
   const std::string subject = name + " values";
   const std::string remake = "write " + name + ".fits again";
@@ -34,7 +36,22 @@ Finding CheckValues(const std::string& name, const Matrix& matrix, const char* r
           {}};
     }
   }
-  const double largest = matrix.cwiseAbs().maxCoeff();
+  Eigen::Index row = 0;
+  Eigen::Index column = 0;
+  const double largest = matrix.cwiseAbs().maxCoeff(&row, &column);
+  std::vector<double> sizes(static_cast<std::size_t>(matrix.size()));
+  std::ranges::transform(matrix.reshaped(), sizes.begin(), [](double value) { return std::abs(value); });
+  std::ranges::nth_element(sizes, sizes.end() - kRanked);
+  const double usual = *(sizes.end() - kRanked);
+  if (usual > 0.0 && largest > kOut * usual) {
+    return {Verdict::kWrong,
+            key,
+            subject,
+            fmt::format("{} {}, {} {} is {:g} (counted from 0), where almost all are below {:.3g}", row_name, row,
+                        column_name, column, matrix(row, column), usual),
+            remake,
+            {}};
+  }
   if (largest == 0.0) return {Verdict::kWrong, key, subject, "all zeros", remake, {}};
   return {Verdict::kGood, key, subject, fmt::format("finite, largest magnitude {:.3g}", largest), "", {}};
 }
@@ -60,7 +77,20 @@ std::string Joined(const std::vector<LayoutMistake>& mistakes, std::string Layou
   return fmt::format("{}", fmt::join(parts, between));
 }
 
-Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, const std::vector<ListOrder>& orders) {
+/// Where both matrices are in the same other order, it may be the regions that are.
+std::optional<Correction> ReorderedRegions(const Layout& layout, const std::vector<ListOrder>& orders) {
+  Layout order;
+  order.order = layout.order;
+  if (layout.order == 0 || layout != order) return std::nullopt;
+  return Correction{orders[layout.order].mistake,
+                    [regions = orders[layout.order].regions](CalibrationContent& content) {
+                      const auto before = content.rois;
+                      for (std::size_t i = 0; i < regions.size(); ++i) content.rois[i] = before[regions[i]];
+                    }};
+}
+
+Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, bool is_in_both,
+                    const std::vector<ListOrder>& orders) {
   constexpr double kSmooth = 0.6;
   const std::string subject = std::string(file.name) + " layout";
   const std::string share = fmt::format("{:.1f} % of the slopes are a smooth wavefront's", 100.0 * found.as_it_stands);
@@ -94,11 +124,15 @@ Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, const st
         {Joined(mistakes, &LayoutMistake::word, "+"), [file, layout, orders](CalibrationContent& content) {
            content.*file.matrix = file.put_right(content.*file.matrix, layout, orders);
          }});
+    if (const auto reordered = is_in_both ? ReorderedRegions(layout, orders) : std::nullopt) {
+      advice.emplace_back("list the regions in shs_rois.fits in the order of the slopes");
+      finding.corrections.push_back(*reordered);
+    }
   }
   finding.text = fmt::format("{} ({:.1f} % of the slopes are a smooth wavefront's as it stands, {:.1f} % so)",
                              fmt::join(texts, "; or "), 100.0 * found.as_it_stands, 100.0 * found.put_right);
   finding.advice = fmt::format("{}{}", fmt::join(advice, "; or "),
-                               found.layouts.size() > 1 ? ": poke one actuator, and see which it is" : "");
+                               finding.corrections.size() > 1 ? ": poke one actuator, and see which it is" : "");
   return finding;
 }
 
@@ -134,7 +168,7 @@ void AddModes(const Matrix& m2s, const SlopeSpace& gradients, Findings& findings
   if (!noisy.empty()) {
     findings.push_back(
         {Verdict::kWrong,
-         "m2s.noise",
+         "m2s.modes",
          "M2S modes",
          fmt::format("the slopes of {} are without order, those of the others are not", ModeWords(noisy)),
          "measure these again",
@@ -164,13 +198,15 @@ void AddSubapertures(const Matrix& m2s, const std::vector<std::size_t>& used, Fi
 }
 
 /// Usage flags that belong to another pupil.
-std::optional<Finding> CheckPupil(const CalibrationContent& content) {
+std::optional<Finding> CheckPupil(const CalibrationContent& content, double share) {
+  constexpr double kClearly = 0.97;
+  if (share > kClearly) return std::nullopt;
   const auto flags = FlagsOfAnotherPupil(content);
   if (!flags) return std::nullopt;
   return Finding{Verdict::kWrong,
                  "flags.pupil",
                  "usage flags",
-                 "the slopes go with flags of another pupil, with an obscuration of another size",
+                 "the slopes go with flags of another pupil: one with another obscuration",
                  "write the flags of the pupil that the matrices were made for",
                  {{"flags", [flags = *flags](CalibrationContent& changed) { changed.used = flags; }}}};
 }
@@ -178,10 +214,13 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content) {
 }  // namespace
 
 Findings CheckMatrices(const CalibrationContent& content) {
-  constexpr double kClearly = 0.9;
   Findings findings = {CheckValues("M2S", content.m2s, "slope", "mode"),
                        CheckValues("CM", content.cm, "mode", "slope")};
   if (std::ranges::any_of(findings, [](const Finding& finding) { return finding.verdict != Verdict::kGood; })) {
+    return findings;
+  }
+  if (auto same = CheckSame(content)) {
+    findings.push_back(*std::move(same));
     return findings;
   }
   const std::vector<std::size_t> used = UsedIndices(content.used);
@@ -200,12 +239,13 @@ Findings CheckMatrices(const CalibrationContent& content) {
   const std::vector<ListOrder> orders = ListOrders(*lattice, used);
   const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kDegree);
   const MatrixLayouts layouts = FindLayouts(content, gradients, orders);
-  const auto pupil = layouts.m2s.as_it_stands < kClearly ? CheckPupil(content) : std::nullopt;
+  const auto pupil = CheckPupil(content, layouts.m2s.as_it_stands);
   if (pupil) {
     findings.push_back(*pupil);
   } else {
-    findings.push_back(CheckLayout(kM2s, layouts.m2s, orders));
-    findings.push_back(CheckLayout(kCm, layouts.cm, orders));
+    const bool is_in_both = layouts.m2s.layouts == layouts.cm.layouts;
+    findings.push_back(CheckLayout(kM2s, layouts.m2s, is_in_both, orders));
+    findings.push_back(CheckLayout(kCm, layouts.cm, is_in_both, orders));
   }
   const auto first = [](const MatrixLayout& layout) {
     return layout.layouts.empty() ? Layout() : layout.layouts.front();

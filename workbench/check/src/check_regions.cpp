@@ -151,11 +151,18 @@ std::optional<int> Gap(const std::vector<Roi>& rois, const Axis& axis) {
   return static_cast<int>(std::lround(pitch)) - rois.front().*axis.size;
 }
 
+/// Whether there is room for another pixel between the regions.
+bool HasGaps(const std::vector<Roi>& rois, const Axis& axis) {
+  const auto lattice = Lattice::Fit(rois);
+  return lattice && (*lattice).*axis.pitch > rois.front().*axis.size + 0.9;
+}
+
 /// References off by half a pixel or a whole one, also on top of what a lenslet array has of its own: 0.2 pixels.
 Finding CheckOffset(const std::vector<Roi>& rois, const Axis& axis) {
-  constexpr double kOwn = 0.3;
+  constexpr double kOwn = 0.27;
   constexpr double kHalf = 0.75;
-  constexpr double kWhole = 1.3;
+  constexpr double kBetween = 0.68;
+  constexpr double kWhole = 1.35;
   constexpr double kExactly = 0.05;
   std::vector<double> distances;
   distances.reserve(rois.size());
@@ -168,22 +175,26 @@ Finding CheckOffset(const std::vector<Roi>& rois, const Axis& axis) {
                                  offsets.median, offsets.scatter),
                      "",
                      {}};
-  const double size = std::abs(offsets.median);
-  if (size < kOwn) return finding;
   const auto gap = Gap(rois, axis);
-  const bool is_half = size < kHalf;
   const bool is_high = offsets.median > 0.0;
-  if (is_half && gap == 1) {  // a region of 23 pixels in a step of 24 cannot be in the middle
+  const bool has_odd_gap = gap && *gap % 2 != 0;  // regions that cannot be in the middle of their step
+  const double size = std::abs(offsets.median) - (has_odd_gap && std::abs(offsets.median) > kOwn ? 0.5 : 0.0);
+  const Correction missing =
+      is_high ? MovedBounds("inclusive_bounds", axis, 0, 1) : MovedBounds("counted_from_1", axis, -1, 0);
+  if (has_odd_gap && *gap == 1 && std::abs(size) < kExactly && std::abs(offsets.median) > kOwn) {
     finding.verdict = Verdict::kDoubtful;
     finding.text += is_high ? "; a pixel is missing above each region: upper bounds are exclusive here"
                             : "; a pixel is missing below each region: pixels are counted from 0 here";
     finding.advice = is_high ? "add 1 to the upper bounds if they were meant to be inclusive"
                              : "subtract 1 from the lower bounds if they were counted from 1";
-    finding.corrections = {is_high ? MovedBounds("inclusive_bounds", axis, 0, 1)
-                                   : MovedBounds("counted_from_1", axis, -1, 0)};
+    finding.advice += is_high ? "; if they are right, subtract 1 from" : "; if they are right, add 1 to";
+    finding.advice +=
+        fmt::format(" {}_ref if these were counted otherwise; if both are right, nothing is to be done", axis.name);
+    finding.corrections = {missing, MovedReferences(axis, is_high ? -1.0 : 1.0)};
     return finding;
   }
-  if (is_half && gap && *gap % 2 != 0) return finding;  // the same with wider gaps
+  if (size < kOwn) return finding;
+  const bool is_half = size < kHalf;
   if (size >= kWhole) {
     finding.verdict = Verdict::kDoubtful;
     finding.text += ": far from where spots are measured best";
@@ -191,13 +202,22 @@ Finding CheckOffset(const std::vector<Roi>& rois, const Axis& axis) {
     return finding;
   }
   const double shift = std::copysign(is_half ? 0.5 : 1.0, offsets.median);
-  finding.verdict = std::abs(offsets.median - shift) < kExactly ? Verdict::kWrong : Verdict::kDoubtful;
+  finding.verdict = std::abs(size - std::abs(shift)) < kExactly ? Verdict::kWrong : Verdict::kDoubtful;
   finding.text += fmt::format(
       "; {} pixel too {}: {}", is_half ? "half a" : "one", is_high ? "high" : "low",
       is_half ? "pixel centres are at integers here, not at halves" : "pixels are counted from 0 here, not from 1");
-  finding.advice = fmt::format("{} {} {} {}", is_high ? "subtract" : "add", std::abs(shift), is_high ? "from" : "to",
-                               fmt::format("{}_ref", axis.name));
+  finding.advice =
+      fmt::format("{} {} {} {}_ref", is_high ? "subtract" : "add", std::abs(shift), is_high ? "from" : "to", axis.name);
   finding.corrections = {MovedReferences(axis, -shift)};
+  if (size > kBetween && size < 1.5 - kBetween) {
+    finding.advice += fmt::format(", or {}", is_half ? "1" : "0.5");
+    finding.corrections.push_back(MovedReferences(axis, std::copysign(is_half ? 1.0 : 0.5, -offsets.median)));
+  }
+  if (is_half && HasGaps(rois, axis)) {
+    finding.advice += is_high ? ", or add 1 to the upper bounds if they are inclusive"
+                              : ", or subtract 1 from the lower bounds if they are counted from 1";
+    finding.corrections.push_back(missing);
+  }
   if (!is_half && !is_high) {
     finding.advice += ", or subtract 1 from the bounds if they are counted from 1";
     finding.corrections.push_back(MovedBounds("counted_from_1", axis, -1, -1));

@@ -135,7 +135,7 @@ std::string Mistake(const Way& way, const Way& base) {
 }  // namespace
 
 std::optional<Lattice> Lattice::Fit(const std::vector<quen::image_processing::Roi>& rois) {
-  constexpr double kFar = 0.4;            // of a step
+  constexpr double kFar = 0.4;  // of a step
   constexpr double kMostOfThem = 0.95;
   constexpr int kRounds = 3;
   const std::vector<Point> points = References(rois);
@@ -146,8 +146,8 @@ std::optional<Lattice> Lattice::Fit(const std::vector<quen::image_processing::Ro
   Grid grid;
   grid.steps << Step(points, 0, distance), Step(points, 1, distance);
   if (!(std::abs(grid.steps.determinant()) > 0.5 * distance * distance)) return std::nullopt;
-  const Point middle = std::accumulate(points.begin(), points.end(), Point(Point::Zero())) /
-                       static_cast<double>(points.size());
+  const Point middle =
+      std::accumulate(points.begin(), points.end(), Point(Point::Zero())) / static_cast<double>(points.size());
   grid.origin = *std::ranges::min_element(points, {}, [&](const Point& point) { return (point - middle).norm(); });
   for (int round = 0; round < kRounds; ++round) grid = Refined(grid, points);
 
@@ -177,12 +177,16 @@ std::vector<ListOrder> ListOrders(const Lattice& lattice, const std::vector<std:
   }
   std::vector<std::size_t> own(used.size());
   std::iota(own.begin(), own.end(), 0U);
+  std::vector<std::size_t> all(lattice.places.size());
+  std::iota(all.begin(), all.end(), 0U);
   const auto base = std::ranges::find_if(ways, [&](const Way& way) { return Sorted(way, lattice, used) == own; });
   const bool is_known = base != ways.end();
-  std::vector<ListOrder> orders = {{"", is_known ? Words(*base) : "in no order that has a name", own}};
+  std::vector<ListOrder> orders = {{"", is_known ? Words(*base) : "in no order that has a name", own, all}};
   for (const Way& way : ways) {
     std::vector<std::size_t> place = Sorted(way, lattice, used);
-    if (place != own) orders.push_back({Mistake(way, is_known ? *base : Way{}), Words(way), std::move(place)});
+    if (place != own)
+      orders.push_back(
+          {Mistake(way, is_known ? *base : Way{}), Words(way), std::move(place), Sorted(way, lattice, all)});
   }
   return orders;
 }

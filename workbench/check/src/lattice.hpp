@@ -33,7 +33,8 @@ struct Lattice {
 struct ListOrder {
   std::string mistake;  ///< stable word, after the order of the calibration's own regions
   std::string words;
-  std::vector<std::size_t> place;  ///< entry k of the list is the place[k]-th used sub-aperture
+  std::vector<std::size_t> place;    ///< entry k of the list is the place[k]-th used sub-aperture
+  std::vector<std::size_t> regions;  ///< all sub-apertures in this order
 };
 
 /// All orders of the used sub-apertures that are not that of the regions: by rows or by columns, from either end of

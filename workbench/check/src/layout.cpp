@@ -14,9 +14,10 @@ int Layout::Mistakes() const {
 std::vector<LayoutMistake> MistakesOf(const Layout& layout, const std::vector<ListOrder>& orders) {
   std::vector<LayoutMistake> mistakes;
   if (layout.is_transposed) {
-    mistakes.push_back({"transposed_in_memory",
-                        "it is transposed in memory: its axes are right, and its elements in the order of another shape",
-                        "transpose it before writing, and keep its axes"});
+    mistakes.push_back(
+        {"transposed_in_memory",
+         "it is transposed in memory: its axes are right, and its elements in the order of another shape",
+         "transpose it before writing, and keep its axes"});
   }
   if (layout.is_interleaved) {
     const char* const pair = layout.is_x_first ? "(x, y)" : "(y, x)";
@@ -28,10 +29,10 @@ std::vector<LayoutMistake> MistakesOf(const Layout& layout, const std::vector<Li
                         "write the y block first, then the x block"});
   }
   if (layout.order != 0) {
-    mistakes.push_back({orders[layout.order].mistake,
-                        fmt::format("its slopes go {}, the sub-apertures {}", orders[layout.order].words,
-                                    orders.front().words),
-                        "list the slopes in the order of the sub-apertures in shs_rois.fits"});
+    mistakes.push_back(
+        {orders[layout.order].mistake,
+         fmt::format("its slopes go {}, the sub-apertures {}", orders[layout.order].words, orders.front().words),
+         "list the slopes in the order of the sub-apertures in shs_rois.fits"});
   }
   if (layout.is_x_flipped && layout.is_y_flipped) {
     mistakes.push_back({"negative", "its sign is flipped throughout", "multiply it by -1"});

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <utility>
 
 #include "workbench/check/src/check_inverse.hpp"
 #include "workbench/sensor/displacements.hpp"
@@ -10,15 +12,15 @@
 namespace quen::workbench {
 namespace {
 
-constexpr double kClearly = 0.9;    // in the space: right without trying others
-constexpr double kNoOrder = 0.35;   // less is what noise has there, and lists in random order
-constexpr double kSameSlopes = 0.8; // of the control matrix' slopes in those of the other
+constexpr double kClearly = 0.9;     // in the space: right without trying others
+constexpr double kNoOrder = 0.35;    // less is what noise has there, and lists in random order
+constexpr double kSameSlopes = 0.8;  // of the control matrix' slopes in those of the other
 
 using Candidates = std::vector<SlopeSpace::Candidate>;
 
 /// Whether the best candidate beats how things stand by more than accident.
 bool IsBetter(double best, double as_it_stands) {
-  return best - as_it_stands > 0.05 && 1.0 - best < 0.7 * (1.0 - as_it_stands);
+  return best - as_it_stands > 0.03 && 1.0 - best < 0.7 * (1.0 - as_it_stands);
 }
 
 double ShareOf(const Candidates& candidates, const Layout& layout) {
@@ -49,19 +51,38 @@ Layout Negative(Layout layout) {
   return layout;
 }
 
+/// Whether slopes are in a space as they stand, in one unit and with the signs that they have.
+bool IsInPlace(const SlopeSpace& space, const Fields& fields) {
+  const Candidates candidates = space.InPlace(fields);
+  return !candidates.empty() && candidates.front().layout == Layout() && candidates.front().share > kClearly;
+}
+
+/// The same layouts, with the unit as all slopes together say it.
+void MeasureUnits(const SlopeSpace& space, const Fields& fields, const Fields& transposed,
+                  const std::vector<ListOrder>& orders, std::vector<Layout>& layouts) {
+  for (Layout& layout : layouts) {
+    if (layout.x_unit == 1.0) continue;
+    const Candidates candidates = space.InPlace(PutRight(layout.is_transposed ? transposed : fields, layout, orders));
+    const auto with_unit =
+        std::ranges::find_if(candidates, [](const auto& candidate) { return candidate.layout.x_unit != 1.0; });
+    if (with_unit != candidates.end()) layout.x_unit *= with_unit->layout.x_unit;
+  }
+}
+
 MatrixLayout ByGradients(const SlopeSpace& gradients, const Fields& fields, const Fields& transposed,
                          const std::vector<ListOrder>& orders) {
   MatrixLayout found;
   found.as_it_stands = gradients.Share(fields);
   found.put_right = found.as_it_stands;
   found.layouts = {Layout()};
-  if (found.as_it_stands > kClearly) return found;
+  if (IsInPlace(gradients, fields)) return found;
   const Candidates candidates = gradients.Try(fields, transposed, orders);
   if (candidates.empty()) return found;
   const double best = candidates.front().share;
   if (IsBetter(best, ShareOf(candidates, Layout()))) {
     found.put_right = best;
     found.layouts = Simplest(candidates);
+    MeasureUnits(gradients, fields, transposed, orders, found.layouts);
     const std::size_t count = found.layouts.size();
     for (std::size_t k = 0; k < count; ++k) {  // which of the blocks is flipped does not show
       if (found.layouts[k].is_x_flipped) found.layouts.push_back(Negative(found.layouts[k]));
@@ -88,7 +109,9 @@ struct Pair {
     if (!IsBetter(candidates.front().share, ShareOf(candidates, Layout()))) return Layout();
     std::optional<Layout> best;
     double best_recovery = -1.0;
-    for (const Layout& layout : Simplest(candidates)) {
+    std::vector<Layout> layouts = Simplest(candidates);
+    MeasureUnits(space, fields, transposed, orders, layouts);
+    for (const Layout& layout : layouts) {
       const Matrix right_m2s = M2sPutRight(m2s, is_of_cm ? others : layout, orders);
       const Matrix right_cm = CmPutRight(cm, is_of_cm ? layout : others, orders);
       const double recovery = Recovery(right_m2s, right_cm);
@@ -112,7 +135,7 @@ MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& g
   found.m2s = ByGradients(gradients, m2s, M2sFields(content.m2s, true), orders);
   const SlopeSpace slopes(m2s);
   const Pair pair = {content.m2s, content.cm, orders};
-  if (slopes.Share(cm) > kClearly) {  // whatever it is, it is the same in both
+  if (IsInPlace(slopes, cm)) {  // whatever it is, it is the same in both
     found.cm = found.m2s;
     found.cm.as_it_stands = gradients.Share(cm);
     found.cm.is_of_the_other = true;
@@ -152,7 +175,7 @@ std::optional<std::vector<std::uint8_t>> FlagsOfAnotherPupil(const CalibrationCo
   for (const double obscuration : {0.0, 0.1, 0.14, 0.2, 0.25, 0.28, 0.3, 0.35, 0.4}) {
     std::vector<std::uint8_t> flags = UsedFlags({.obscuration = obscuration});
     const double with_flags = share(flags);
-    if (!IsBetter(with_flags, most)) continue;
+    if (!(1.0 - with_flags < 0.7 * (1.0 - most))) continue;
     most = with_flags;
     best = std::move(flags);
   }

@@ -12,8 +12,8 @@
 ///
 /// The slopes of any smooth wavefront are a gradient. In a wrong layout they are not, and the layout in which they are
 /// is the right one. What a mirror image would do, the slopes alone cannot tell: a flipped sign and a list from the
-/// other end make the same gradient of a mirrored wavefront, and both are given. The control matrix is made of the other
-/// one's slopes, so where only one of the two is mistaken, the other one tells how.
+/// other end make the same gradient of a mirrored wavefront, and both are given. The control matrix is made of the
+/// other one's slopes, so where only one of the two is mistaken, the other one tells how.
 
 namespace quen::workbench {
 
@@ -36,7 +36,8 @@ struct MatrixLayouts {
 MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& gradients,
                           const std::vector<ListOrder>& orders);
 
-/// Usage flags of another pupil with which the slopes are much nearer to a gradient, if there are any.
+/// Usage flags of a pupil with another obscuration with which the slopes are much nearer to a gradient, if there are
+/// any.
 std::optional<std::vector<std::uint8_t>> FlagsOfAnotherPupil(const CalibrationContent& content);
 
 Matrix M2sPutRight(const Matrix& m2s, const Layout& layout, const std::vector<ListOrder>& orders);

@@ -49,12 +49,6 @@ Eigen::MatrixXd Ordered(const Fields& fields, Eigen::Index first, Eigen::Index s
 
 }  // namespace
 
-/// What one block of slopes adds to the share.
-struct SlopeSpace::Part {
-  Eigen::MatrixXd in_space;
-  double mean_square;
-};
-
 SlopeSpace::SlopeSpace(const Fields& vectors) : vectors_(Normalised(vectors)) {
   constexpr double kRidge = 1e-10;  // of vectors of length 1: where they depend on each other, to rounding
   Eigen::MatrixXd gram = vectors_.transpose() * vectors_;
@@ -107,17 +101,22 @@ double SlopeSpace::Share(const Fields& fields) const {
 }
 
 /// With x in units r times too small the share is (A + 2 r B + r² C) / (Y + r² X): the largest eigenvalue of a 2 × 2
-/// problem says what r is, and its sign whether a block is flipped.
-std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Part& y, const Part& x, const Layout& layout) const {
+/// problem says what r is, and its sign whether a block is flipped. Where even that explains little, there is no unit.
+std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Eigen::MatrixXd& y, const Eigen::MatrixXd& x,
+                                                     const Layout& layout) const {
   constexpr double kSameUnit = 1.2;
   constexpr double kGain = 0.25;  // of what is not explained in the same unit
-  if (!(y.mean_square > 0.0) || !(x.mean_square > 0.0)) return {};
-  const double a = y.in_space.squaredNorm();
-  const double b = y.in_space.cwiseProduct(x.in_space).sum();
-  const double c = x.in_space.squaredNorm();
-  const auto share = [&](double r) {
-    return (a + 2.0 * r * b + r * r * c) / (y.mean_square + r * r * x.mean_square);
-  };
+  constexpr double kEnough = 0.75;
+  const Eigen::Index half = vectors_.rows() / 2;
+  const double y_square = y.squaredNorm();
+  const double x_square = x.squaredNorm();
+  if (!(y_square > 0.0) || !(x_square > 0.0)) return {};
+  const Eigen::MatrixXd y_part = Solved(vectors_.topRows(half).transpose() * y);
+  const Eigen::MatrixXd x_part = Solved(vectors_.bottomRows(half).transpose() * x);
+  const double a = y_part.squaredNorm();
+  const double b = y_part.cwiseProduct(x_part).sum();
+  const double c = x_part.squaredNorm();
+  const auto share = [&](double r) { return (a + 2.0 * r * b + r * r * c) / (y_square + r * r * x_square); };
   std::vector<Candidate> candidates;
   for (const bool is_flipped : {false, true}) {
     Layout signs = layout;
@@ -125,14 +124,14 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Part& y, const Part& 
     candidates.push_back({signs, share(is_flipped ? -1.0 : 1.0)});
   }
   Eigen::Matrix2d scaled;  // by the blocks' own sizes
-  const double both = b / std::sqrt(y.mean_square * x.mean_square);
-  scaled << a / y.mean_square, both, both, c / x.mean_square;
+  const double both = b / std::sqrt(y_square * x_square);
+  scaled << a / y_square, both, both, c / x_square;
   const Eigen::SelfAdjointEigenSolver<Eigen::Matrix2d> solver(scaled);
   const Eigen::Vector2d best = solver.eigenvectors().col(1);
-  const double ratio = best(1) / best(0) * std::sqrt(y.mean_square / x.mean_square);
+  const double ratio = best(1) / best(0) * std::sqrt(y_square / x_square);
   const double size = std::abs(ratio);
   const double in_one_unit = candidates[ratio < 0.0 ? 1 : 0].share;
-  if (std::isfinite(ratio) && (size > kSameUnit || size < 1.0 / kSameUnit) &&
+  if (std::isfinite(ratio) && share(ratio) > kEnough && (size > kSameUnit || size < 1.0 / kSameUnit) &&
       1.0 - share(ratio) < (1.0 - kGain) * (1.0 - in_one_unit)) {
     Layout units = layout;
     units.is_x_flipped = ratio < 0.0;
@@ -142,11 +141,17 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Part& y, const Part& 
   return candidates;
 }
 
+std::vector<SlopeSpace::Candidate> SlopeSpace::InPlace(const Fields& fields) const {
+  const Eigen::Index half = fields.rows() / 2;
+  const Fields normalised = Normalised(fields);
+  std::vector<Candidate> candidates = Signs(normalised.topRows(half), normalised.bottomRows(half), Layout());
+  std::ranges::stable_sort(candidates, std::greater(), &Candidate::share);
+  return candidates;
+}
+
 std::vector<SlopeSpace::Candidate> SlopeSpace::Try(const Fields& fields, const Fields& transposed,
                                                    const std::vector<ListOrder>& orders) const {
   const Eigen::Index half = vectors_.rows() / 2;
-  const Eigen::MatrixXd y_products = vectors_.topRows(half).transpose();
-  const Eigen::MatrixXd x_products = vectors_.bottomRows(half).transpose();
   std::vector<Candidate> candidates;
   for (const bool is_transposed : {false, true}) {
     const Fields sample = Sample(is_transposed ? transposed : fields);
@@ -156,15 +161,12 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Try(const Fields& fields, const F
         const Eigen::MatrixXd first = Ordered(sample, 0, is_interleaved ? 2 : 1, place);
         const Eigen::MatrixXd second = Ordered(sample, is_interleaved ? 1 : half, is_interleaved ? 2 : 1, place);
         for (const bool is_x_first : {false, true}) {
-          const Eigen::MatrixXd& y = is_x_first ? second : first;
-          const Eigen::MatrixXd& x = is_x_first ? first : second;
           Layout layout;
           layout.is_transposed = is_transposed;
           layout.is_interleaved = is_interleaved;
           layout.is_x_first = is_x_first;
           layout.order = order;
-          for (const Candidate& candidate :
-               Signs({Solved(y_products * y), y.squaredNorm()}, {Solved(x_products * x), x.squaredNorm()}, layout)) {
+          for (const Candidate& candidate : is_x_first ? Signs(second, first, layout) : Signs(first, second, layout)) {
             candidates.push_back(candidate);
           }
         }

@@ -33,6 +33,9 @@ class SlopeSpace {
   /// As they stand.
   [[nodiscard]] double Share(const Fields& fields) const;
 
+  /// The right layout, and the same with other signs and units, best first.
+  [[nodiscard]] std::vector<Candidate> InPlace(const Fields& fields) const;
+
   /// Every layout for slope vectors that stand as `fields`, and `transposed` if they are transposed in memory; best
   /// first, and among equals that of the fewest mistakes. Signs of both blocks together do not matter here, so y keeps
   /// its sign.
@@ -40,10 +43,9 @@ class SlopeSpace {
                                            const std::vector<ListOrder>& orders) const;
 
  private:
-  struct Part;
-
   [[nodiscard]] Eigen::MatrixXd Solved(const Eigen::MatrixXd& products) const;
-  [[nodiscard]] std::vector<Candidate> Signs(const Part& y, const Part& x, const Layout& layout) const;
+  [[nodiscard]] std::vector<Candidate> Signs(const Eigen::MatrixXd& y, const Eigen::MatrixXd& x,
+                                             const Layout& layout) const;
 
   Eigen::MatrixXd vectors_;
   Eigen::LLT<Eigen::MatrixXd> gram_;

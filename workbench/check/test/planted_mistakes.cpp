@@ -450,11 +450,6 @@ std::vector<Mistake> RegionMistakes() {
   mistakes.push_back(OfFlags("of a round pupil", of_pupil({.name = "round", .obscuration = 0.0})));
   mistakes.push_back(
       OfFlags("of a spider", of_pupil({.name = "wide spider", .spider_width = 1.2, .spider_angle = 40.0})));
-  mistakes.push_back(OfFlags("moved by one column", [](const Content& content) {
-    std::vector<std::uint8_t> flags = content.used;
-    std::ranges::rotate(flags, flags.end() - 1);
-    return flags;
-  }));
   for (const int change : {-1, 1}) {
     mistakes.push_back(Lost(change < 0 ? "606" : "608", Place::kFlags,
                             [=](Content& c) {

@@ -137,9 +137,10 @@ std::vector<CalibrationContent> Corrected(const CalibrationContent& content, con
 }
 
 /// How near to the unspoiled one it has to come: a factor between the axes is measured, and not known.
-double ToleranceOf(const Mistake& mistake) {
-  constexpr double kMeasured = 0.03;
-  return mistake.word == "x_unit" ? kMeasured : quen::workbench::planted::kRounded;
+double ToleranceOf(const Mistake& mistake, const Recipe& recipe) {
+  constexpr double kMeasured = 0.05;
+  const bool is_measured = mistake.word == "x_unit" || (mistake.word == "scaled" && recipe.has_cm_of_noiseless);
+  return is_measured ? kMeasured : quen::workbench::planted::kRounded;
 }
 
 enum class Outcome { kRestored, kButForSign, kNot };
@@ -321,7 +322,7 @@ void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
   if (is_named) ++share.named;
   EXPECT_TRUE(is_named) << "not named: " << told;
   if (!CanBeRestored(mistake, recipe)) return;
-  const double tolerance = ToleranceOf(mistake);
+  const double tolerance = ToleranceOf(mistake, recipe);
   const Outcome outcome = Follow(content, findings, good, tolerance);
   if (outcome == Outcome::kRestored) ++share.restored;
   EXPECT_EQ(outcome, Outcome::kRestored) << "not restored: " << told;
@@ -423,7 +424,8 @@ void PlantPairs(const std::vector<MistakePair>& pairs, std::size_t stride, doubl
     second.Plant(content);
     const Findings findings = Examine(content);
     const bool is_seen = !std::ranges::all_of(findings, IsGood);
-    const Outcome outcome = Follow(content, findings, good, std::max(ToleranceOf(first), ToleranceOf(second)));
+    const Outcome outcome =
+        Follow(content, findings, good, std::max(ToleranceOf(first, recipe), ToleranceOf(second, recipe)));
     const bool is_named = IsNamed(first, findings) && IsNamed(second, findings);
     Share& share = shares[first.word + " and " + second.word];
     ++share.planted;
