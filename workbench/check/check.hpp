@@ -1,9 +1,9 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 
-#include "shssim/shs_simulator.hpp"
 #include "workbench/check/finding.hpp"
 #include "workbench/fits/input_file.hpp"
 
@@ -12,15 +12,22 @@
 
 namespace quen::workbench {
 
-/// Everything that can be found out about the calibration in a folder: its files first, then, if the library loads
-/// them, what they hold.
-/// @throws std::runtime_error  a file is missing, or the system does not let it be opened
-Findings CheckCalibration(const std::string& folder);
+struct Examination {
+  Findings findings;
+  std::optional<CalibrationContent> content;  ///< none if the library does not load it
+};
 
-/// Its parts: its files, and what the library has loaded of them.
-/// @param calibration  its files, in the order of kCalibrationFiles
+/// Everything that can be found out about the calibration in a folder: its files first, then, if the library loads
+/// them, what they hold. The folder's own "data" may be given, too.
+/// @throws std::runtime_error  a file is missing, or the system does not let it be opened
+Examination CheckCalibration(const std::string& folder);
+
+/// What the files hold, by itself.
+Findings Examine(const CalibrationContent& content);
+
+/// Its parts: the files, in the order of kCalibrationFiles, and what the library has loaded of them.
 Findings CheckFiles(std::span<const InputFile> calibration);
-Findings CheckRegions(const quen::shssim::ShsSimulator& simulator);
-Findings CheckMatrices(const quen::shssim::ShsSimulator& simulator);
+Findings CheckRegions(const CalibrationContent& content);
+Findings CheckMatrices(const CalibrationContent& content);
 
 }  // namespace quen::workbench

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "common/fits/fits.hpp"
+#include "workbench/fits/input_file.hpp"
 
 namespace quen::workbench {
 
@@ -15,5 +16,10 @@ void WriteKey(const quen::common::Fits::Handle& file, const std::string& key, lo
 
 /// Writes what made the file, for instance "quen-shs calibrate 0.1.0".
 void WriteCreator(const quen::common::Fits::Handle& file, const std::string& command);
+
+/// Copies the keywords of a file's primary image that say nothing of how its data are stored: units, comments, and what
+/// programs have added, but not what made the file.
+/// @throws std::runtime_error  they cannot be read or written
+void CopyKeywords(const InputFile& from, const quen::common::Fits::Handle& to);
 
 }  // namespace quen::workbench

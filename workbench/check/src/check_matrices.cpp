@@ -1,11 +1,12 @@
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "workbench/check/check.hpp"
-#include "workbench/check/src/layout.hpp"
+#include "workbench/check/src/check_inverse.hpp"
+#include "workbench/check/src/matrix_layouts.hpp"
 #include "workbench/sensor/displacements.hpp"
 
 namespace quen::workbench {
@@ -13,164 +14,207 @@ namespace {
 
 using quen::shssim::kNumRoisUsed;
 
+constexpr int kDegree = 14;  // of smooth surfaces: with details of a tenth of the pupil
+
 // --- Values
 
-Finding CheckFinite(const std::string& name, const Matrix& matrix, const char* row_name, const char* column_name) {
+Finding CheckValues(const std::string& name, const Matrix& matrix, const char* row_name, const char* column_name) {
+  const std::string key = name == "M2S" ? "m2s.values" : "cm.values";
+  const std::string subject = name + " values";
+  const std::string remake = "write " + name + ".fits again";
   for (Eigen::Index row = 0; row < matrix.rows(); ++row) {
     for (Eigen::Index column = 0; column < matrix.cols(); ++column) {
       if (std::isfinite(matrix(row, column))) continue;
       return {
-          Verdict::kWrong, name + " values",
-          fmt::format("{} {}, {} {} is {} (counted from 0)", row_name, row, column_name, column, matrix(row, column))};
+          Verdict::kWrong,
+          key,
+          subject,
+          fmt::format("{} {}, {} {} is {} (counted from 0)", row_name, row, column_name, column, matrix(row, column)),
+          remake,
+          {}};
     }
   }
-  return {Verdict::kGood, name + " values",
-          fmt::format("finite, largest magnitude {:.3g}", matrix.cwiseAbs().maxCoeff())};
+  const double largest = matrix.cwiseAbs().maxCoeff();
+  if (largest == 0.0) return {Verdict::kWrong, key, subject, "all zeros", remake, {}};
+  return {Verdict::kGood, key, subject, fmt::format("finite, largest magnitude {:.3g}", largest), "", {}};
 }
 
-// --- Layout of each matrix by itself
+// --- Layouts
 
-struct Suspect {
-  std::string name;
-  double curl;
-};
-
-/// What to say of a matrix whose curl vanishes for this layout and not for the right one.
-std::string Name(Layout layout, bool is_listed_by_rows) {
-  switch (layout) {
-    case Layout::kExchanged:
-      return "its x and y blocks are exchanged: the y block must come first";
-    case Layout::kFlipped:
-      return "the sign of its x block or of its y block is flipped: displacements count toward higher columns and rows";
-    case Layout::kTurned:
-      return "its x and y blocks are exchanged and the sign of one is flipped: the slopes are turned by a right angle";
-    case Layout::kGridTurned:
-      return "rows and columns of the grid are exchanged in shs_rois.fits: it lists the sub-apertures column by "
-             "column, or its x and y columns are exchanged";
-    case Layout::kOtherOrder:
-      return fmt::format(
-          "rows and columns of the grid are exchanged: its slopes go {0} by {0}, the sub-apertures {1} by {1}",
-          is_listed_by_rows ? "column" : "row", is_listed_by_rows ? "row" : "column");
-    case Layout::kRight:
-      break;
-  }
-  return {};
-}
-
-/// @param fields      a mode's slopes per column
-/// @param transposed  the same if the matrix had been transposed in memory
-Finding CheckLayout(const std::string& name, const Matrix& fields, const Matrix& transposed, const Grid& grid,
-                    const std::vector<std::size_t>& used) {
-  constexpr double kClear = 0.25;  // times less curl: no accident
-  constexpr double kSmooth = 0.2;  // of slopes without order
-  const std::string subject = name + " layout";
-  const double right = Curl(fields, Layout::kRight, grid, used);
-  std::vector<Suspect> suspects = {
-      {"it is transposed in memory: its axes are right, and its elements in the order of another shape",
-       Curl(transposed, Layout::kRight, grid, used)}};
-  // Exchanged blocks and an exchanged grid mirror each other and have the same curl; which it is tells the list.
-  const Layout mirrored = grid.IsListedByRows() ? Layout::kExchanged : Layout::kGridTurned;
-  for (const Layout layout : {mirrored, Layout::kFlipped, Layout::kTurned, Layout::kOtherOrder}) {
-    suspects.push_back({Name(layout, grid.IsListedByRows()), Curl(fields, layout, grid, used)});
-  }
-  const Suspect best = std::ranges::min(suspects, {}, &Suspect::curl);
-  if (best.curl < kClear * right) {
-    return {Verdict::kWrong, subject, fmt::format("{} (curl {:.2g} as it is, {:.2g} so)", best.name, right, best.curl)};
-  }
-  if (right > kSmooth) {
-    return {Verdict::kDoubtful, subject,
-            fmt::format("its slopes are those of no smooth wavefront, in no layout (curl {:.2g}; 1 is without order)",
-                        right)};
-  }
-  return {Verdict::kGood, subject, fmt::format("slopes without curl ({:.2g}; 1 is without order)", right)};
-}
-
-// --- The control matrix against the modes-to-slopes matrix
-
-struct Deviation {
-  double size;  ///< NaN counts as infinite
-  Eigen::Index row;
-  Eigen::Index column;
-};
-
-/// The element of CM · M2S that is farthest from the identity's.
-Deviation FromIdentity(const Matrix& product) {
-  Deviation worst = {-1.0, 0, 0};
-  for (Eigen::Index row = 0; row < product.rows(); ++row) {
-    for (Eigen::Index column = 0; column < product.cols(); ++column) {
-      const double off = std::abs(product(row, column) - (row == column ? 1.0 : 0.0));
-      const double size = std::isnan(off) ? std::numeric_limits<double>::infinity() : off;
-      if (size > worst.size) worst = {size, row, column};
-    }
-  }
-  return worst;
-}
-
-struct Variant {
+/// Of a file.
+struct NamedMatrix {
   const char* name;
-  Matrix cm;
+  const char* key;
+  Matrix CalibrationContent::*matrix;
+  Matrix (*put_right)(const Matrix&, const Layout&, const std::vector<ListOrder>&);
 };
 
-/// Control matrices as mistakes make them.
-std::vector<Variant> Variants(const Matrix& cm) {
-  const Eigen::Index half = cm.cols() / 2;
-  Matrix exchanged(cm.rows(), cm.cols());
-  exchanged << cm.rightCols(half), cm.leftCols(half);
-  Matrix flipped = cm;
-  flipped.rightCols(half) = -cm.rightCols(half);
-  const Matrix transposed = Eigen::Map<const Matrix>(cm.data(), cm.cols(), cm.rows()).transpose();
-  return {{"the sign of one of the two is flipped", -cm},
-          {"x and y blocks are exchanged in one of the two", exchanged},
-          {"the sign of the x block is flipped in one of the two", flipped},
-          {"the sign of the y block is flipped in one of the two", -flipped},
-          {"the control matrix is transposed in memory", transposed}};
+constexpr NamedMatrix kM2s = {"M2S", "m2s.layout", &CalibrationContent::m2s, M2sPutRight};
+constexpr NamedMatrix kCm = {"CM", "cm.layout", &CalibrationContent::cm, CmPutRight};
+
+std::string Joined(const std::vector<LayoutMistake>& mistakes, std::string LayoutMistake::*part, const char* between) {
+  std::vector<std::string> parts;
+  for (const LayoutMistake& mistake : mistakes) {
+    if (!(mistake.*part).empty()) parts.push_back(mistake.*part);
+  }
+  return fmt::format("{}", fmt::join(parts, between));
 }
 
-double ConditionNumber(const Matrix& matrix) {
-  // Not by Eigen's faster BDCSVD, which divides by zero where singular values coincide.
-  const Eigen::VectorXd values = Eigen::JacobiSVD<Eigen::MatrixXd>(matrix).singularValues();
-  const double least = values(values.size() - 1);
-  return least > 0.0 ? values(0) / least : std::numeric_limits<double>::infinity();
+Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, const std::vector<ListOrder>& orders) {
+  constexpr double kSmooth = 0.6;
+  const std::string subject = std::string(file.name) + " layout";
+  const std::string share = fmt::format("{:.1f} % of the slopes are a smooth wavefront's", 100.0 * found.as_it_stands);
+  if (found.layouts.empty()) {
+    return {
+        Verdict::kWrong,
+        file.key,
+        subject,
+        fmt::format("slopes without order: {}, and no layout makes it more", share),
+        "write the matrix again: these are no slopes of this sensor's sub-apertures, or in an order that has no name",
+        {}};
+  }
+  if (found.IsRight()) {
+    if (found.is_of_the_other) return {Verdict::kGood, file.key, subject, "its slopes are those of the modes", "", {}};
+    if (found.as_it_stands > kSmooth) return {Verdict::kGood, file.key, subject, share, "", {}};
+    return {Verdict::kDoubtful,
+            file.key,
+            subject,
+            share + ", and no layout makes it more: noise, or details finer than a tenth of the pupil",
+            "measure the matrix with less noise; if its modes are so fine, nothing is to be done",
+            {}};
+  }
+  Finding finding = {Verdict::kWrong, file.key, subject, "", "", {}};
+  std::vector<std::string> texts;
+  std::vector<std::string> advice;
+  for (const Layout& layout : found.layouts) {
+    const std::vector<LayoutMistake> mistakes = MistakesOf(layout, orders);
+    texts.push_back(Joined(mistakes, &LayoutMistake::text, ", and "));
+    advice.push_back(Joined(mistakes, &LayoutMistake::advice, ", and "));
+    finding.corrections.push_back(
+        {Joined(mistakes, &LayoutMistake::word, "+"), [file, layout, orders](CalibrationContent& content) {
+           content.*file.matrix = file.put_right(content.*file.matrix, layout, orders);
+         }});
+  }
+  finding.text = fmt::format("{} ({:.1f} % of the slopes are a smooth wavefront's as it stands, {:.1f} % so)",
+                             fmt::join(texts, "; or "), 100.0 * found.as_it_stands, 100.0 * found.put_right);
+  finding.advice = fmt::format("{}{}", fmt::join(advice, "; or "),
+                               found.layouts.size() > 1 ? ": poke one actuator, and see which it is" : "");
+  return finding;
 }
 
-Finding CheckInverse(const Matrix& m2s, const Matrix& cm) {
-  constexpr const char* kSubject = "CM * M2S";
-  constexpr double kClear = 0.1;  // of the deviation is left: no accident
-  constexpr double kGoodEnough = 0.01;
-  const Deviation worst = FromIdentity(cm * m2s);
-  const std::string text = fmt::format("identity to {:.2g} (element {}, {}); condition number of M2S {:.3g}",
-                                       worst.size, worst.row, worst.column, ConditionNumber(m2s));
-  if (worst.size <= kGoodEnough) return {Verdict::kGood, kSubject, text};
-  for (const auto& [name, variant] : Variants(cm)) {
-    if (FromIdentity(variant * m2s).size < kClear * worst.size) {
-      return {Verdict::kWrong, kSubject, fmt::format("{}; {}", text, name)};
+// --- Modes and sub-apertures of a matrix in the right layout
+
+/// Modes of which the slopes are zero, or without order where those of the others have one.
+void AddModes(const Matrix& m2s, const SlopeSpace& gradients, Findings& findings) {
+  constexpr double kNoise = 0.35;
+  constexpr double kOthers = 0.6;
+  const Eigen::VectorXd shares = gradients.Shares(m2s);
+  const Eigen::VectorXd sizes = m2s.colwise().norm();
+  std::vector<Eigen::Index> zero;
+  std::vector<Eigen::Index> noisy;
+  std::vector<double> sorted(shares.begin(), shares.end());
+  std::ranges::nth_element(sorted, sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2));
+  const bool have_order = sorted[sorted.size() / 2] > kOthers;
+  for (Eigen::Index mode = 0; mode < m2s.cols(); ++mode) {
+    if (sizes(mode) == 0.0) {
+      zero.push_back(mode);
+    } else if (have_order && shares(mode) < kNoise) {
+      noisy.push_back(mode);
     }
   }
-  return {worst.size < 1.0 ? Verdict::kDoubtful : Verdict::kWrong, kSubject,
-          text + "; the two are not from the same modes, or the control matrix filters some"};
+  if (!zero.empty()) {
+    findings.push_back(
+        {Verdict::kWrong,
+         "m2s.modes",
+         "M2S modes",
+         fmt::format("{} {} no spot (columns of zeros)", ModeWords(zero), zero.size() == 1 ? "moves" : "move"),
+         "measure again, or leave out what moves nothing: no control matrix can see it",
+         {}});
+  }
+  if (!noisy.empty()) {
+    findings.push_back(
+        {Verdict::kWrong,
+         "m2s.noise",
+         "M2S modes",
+         fmt::format("the slopes of {} are without order, those of the others are not", ModeWords(noisy)),
+         "measure these again",
+         {}});
+  }
+}
+
+/// Sub-apertures that no mode moves.
+void AddSubapertures(const Matrix& m2s, const std::vector<std::size_t>& used, Findings& findings) {
+  constexpr std::size_t kNamed = 8;
+  const Eigen::Index half = m2s.rows() / 2;
+  std::vector<std::size_t> dead;
+  for (Eigen::Index k = 0; k < half; ++k) {
+    if (m2s.row(k).isZero(0.0) && m2s.row(half + k).isZero(0.0)) dead.push_back(used[static_cast<std::size_t>(k)]);
+  }
+  if (dead.empty()) return;
+  const std::size_t count = dead.size();
+  dead.resize(std::min(count, kNamed));
+  findings.push_back(
+      {Verdict::kDoubtful,
+       "m2s.subapertures",
+       "M2S slopes",
+       fmt::format("no mode moves the spot of {} used {} (rows of zeros): {}{}", count,
+                   count == 1 ? "sub-aperture" : "sub-apertures", fmt::join(dead, ", "), count > kNamed ? ", …" : ""),
+       "if they are dark, flag others as used; if they are not, measure again",
+       {}});
+}
+
+/// Usage flags that belong to another pupil.
+std::optional<Finding> CheckPupil(const CalibrationContent& content) {
+  const auto flags = FlagsOfAnotherPupil(content);
+  if (!flags) return std::nullopt;
+  return Finding{Verdict::kWrong,
+                 "flags.pupil",
+                 "usage flags",
+                 "the slopes go with flags of another pupil, with an obscuration of another size",
+                 "write the flags of the pupil that the matrices were made for",
+                 {{"flags", [flags = *flags](CalibrationContent& changed) { changed.used = flags; }}}};
 }
 
 }  // namespace
 
-Findings CheckMatrices(const quen::shssim::ShsSimulator& simulator) {
-  const auto m2s = M2sOf(simulator);
-  const auto cm = CmOf(simulator);
-  Findings findings = {CheckFinite("M2S", m2s, "slope", "mode"), CheckFinite("CM", cm, "mode", "slope")};
+Findings CheckMatrices(const CalibrationContent& content) {
+  constexpr double kClearly = 0.9;
+  Findings findings = {CheckValues("M2S", content.m2s, "slope", "mode"),
+                       CheckValues("CM", content.cm, "mode", "slope")};
   if (std::ranges::any_of(findings, [](const Finding& finding) { return finding.verdict != Verdict::kGood; })) {
     return findings;
   }
-  findings.push_back(CheckInverse(m2s, cm));
-  const std::vector<std::size_t> used = UsedIndices(simulator.RoisUsed());
-  const std::optional<Grid> grid = Grid::Find(simulator.Rois());
-  if (!grid || used.size() != kNumRoisUsed) {
-    findings.push_back({Verdict::kDoubtful, "layout",
-                        "cannot be checked: the references of the used sub-apertures are not on a grid of 33 x 33"});
+  const std::vector<std::size_t> used = UsedIndices(content.used);
+  const auto lattice = Lattice::Fit(content.rois);
+  if (!lattice || used.size() != kNumRoisUsed) {
+    findings.push_back({Verdict::kDoubtful,
+                        "layout",
+                        "layout",
+                        lattice ? "cannot be told with these usage flags"
+                                : "cannot be told: the references are on no grid of neighbours at equal distances",
+                        "put the references and flags of shs_rois.fits right, and check again",
+                        {}});
+    for (Finding& finding : CheckInverse(content.m2s, content.cm)) findings.push_back(std::move(finding));
     return findings;
   }
-  const Eigen::Map<const Matrix> m2s_as_cm(m2s.data(), m2s.cols(), m2s.rows());
-  const Eigen::Map<const Matrix> cm_as_m2s(cm.data(), cm.cols(), cm.rows());
-  findings.push_back(CheckLayout("M2S", m2s, m2s_as_cm.transpose(), *grid, used));
-  findings.push_back(CheckLayout("CM", cm.transpose(), cm_as_m2s, *grid, used));
+  const std::vector<ListOrder> orders = ListOrders(*lattice, used);
+  const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kDegree);
+  const MatrixLayouts layouts = FindLayouts(content, gradients, orders);
+  const auto pupil = layouts.m2s.as_it_stands < kClearly ? CheckPupil(content) : std::nullopt;
+  if (pupil) {
+    findings.push_back(*pupil);
+  } else {
+    findings.push_back(CheckLayout(kM2s, layouts.m2s, orders));
+    findings.push_back(CheckLayout(kCm, layouts.cm, orders));
+  }
+  const auto first = [](const MatrixLayout& layout) {
+    return layout.layouts.empty() ? Layout() : layout.layouts.front();
+  };
+  const Matrix m2s = pupil ? content.m2s : M2sPutRight(content.m2s, first(layouts.m2s), orders);
+  const Matrix cm = pupil ? content.cm : CmPutRight(content.cm, first(layouts.cm), orders);
+  for (Finding& finding : CheckInverse(m2s, cm)) findings.push_back(std::move(finding));
+  AddModes(m2s, gradients, findings);
+  AddSubapertures(m2s, used, findings);
   return findings;
 }
 

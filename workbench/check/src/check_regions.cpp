@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "workbench/check/check.hpp"
+#include "workbench/check/src/lattice.hpp"
 #include "workbench/sensor/displacements.hpp"
 
 namespace quen::workbench {
@@ -59,20 +60,33 @@ Finding CheckCoverage(const std::vector<Roi>& rois) {
     }
   }
   const auto empty = std::ranges::count(rois, 0U, &Roi::n_pixels);
-  if (bounds.x_up == 0 || bounds.y_up == 0) return {Verdict::kWrong, "regions", "none of them has a pixel"};
+  constexpr const char* kKey = "regions.coverage";
+  constexpr const char* kBounds = "write bounds in pixels of the whole frame, counted from 0, the upper ones exclusive";
+  if (bounds.x_up == 0 || bounds.y_up == 0) {
+    return {Verdict::kWrong, kKey, "regions", "none of them has a pixel", kBounds, {}};
+  }
   const std::string place = fmt::format("columns {} to {}, rows {} to {} of the frame", bounds.x_low, bounds.x_up - 1,
                                         bounds.y_low, bounds.y_up - 1);
-  if (empty > 0) return {Verdict::kWrong, "regions", fmt::format("{}; {} regions have no pixel", place, empty)};
-  if (shared > 0) {
-    return {
-        Verdict::kDoubtful, "regions",
-        fmt::format("{}; {} pixels are in more than one region: the later one's spot stands there, and spots near an "
-                    "edge are measured wrongly",
-                    place, shared)};
+  if (empty > 0) {
+    return {Verdict::kWrong, kKey, "regions", fmt::format("{}; {} regions have no pixel", place, empty), kBounds, {}};
   }
-  return {Verdict::kGood, "regions",
+  if (shared > 0) {
+    return {Verdict::kDoubtful,
+            kKey,
+            "regions",
+            fmt::format("{}; {} pixels are in more than one region: the later one's spot stands there, and spots near "
+                        "an edge are measured wrongly",
+                        place, shared),
+            "make the regions no larger than the step from one to the next",
+            {}};
+  }
+  return {Verdict::kGood,
+          kKey,
+          "regions",
           bare == 0 ? place + ", without overlaps and gaps"
-                    : fmt::format("{}, without overlaps; {} pixels between them are in none", place, bare)};
+                    : fmt::format("{}, without overlaps; {} pixels between them are in none", place, bare),
+          "",
+          {}};
 }
 
 // --- References
@@ -80,96 +94,188 @@ Finding CheckCoverage(const std::vector<Roi>& rois) {
 /// Distances of the references from the middle of their regions, along one axis.
 struct Offsets {
   double median;
-  double spread;  ///< from the median to the farthest
+  double scatter;  ///< RMS
 };
 
 Offsets Summary(std::vector<double> offsets) {
   const auto middle = offsets.begin() + static_cast<std::ptrdiff_t>(offsets.size() / 2);
   std::ranges::nth_element(offsets, middle);
   const double median = *middle;
-  double spread = 0.0;
-  for (const double offset : offsets) spread = std::max(spread, std::abs(offset - median));
-  return {median, spread};
+  double squares = 0.0;
+  for (const double offset : offsets) squares += (offset - median) * (offset - median);
+  return {median, std::sqrt(squares / static_cast<double>(offsets.size()))};
 }
 
-std::string ShiftName(const char* axis, const Offsets& offsets) {
-  const bool is_half = std::abs(offsets.median) < 0.75;
-  return fmt::format(
-      "{} are {} pixel too {}: {}", axis, is_half ? "half a" : "one", offsets.median > 0 ? "high" : "low",
-      is_half ? "pixel centres are at integers here, not at halves" : "pixels are counted from 0 here, not from 1");
+/// An axis of the frame, by the members of a region that belong to it.
+struct Axis {
+  const char* name;
+  std::uint16_t Roi::*low;
+  std::uint16_t Roi::*up;
+  std::uint16_t Roi::*size;
+  double Roi::*reference;
+  double Lattice::*pitch;
+
+  [[nodiscard]] double Offset(const Roi& roi) const { return roi.*reference - (roi.*low + roi.*up - 1) / 2.0; }
+};
+
+constexpr Axis kX = {"x", &Roi::x_low, &Roi::x_up, &Roi::width, &Roi::x_ref, &Lattice::pitch_x};
+constexpr Axis kY = {"y", &Roi::y_low, &Roi::y_up, &Roi::height, &Roi::y_ref, &Lattice::pitch_y};
+
+/// Moves bounds, and keeps what follows from them.
+void MoveBounds(CalibrationContent& content, const Axis& axis, int low, int up) {
+  for (Roi& roi : content.rois) {
+    roi.*axis.low = static_cast<std::uint16_t>(std::max(0, roi.*axis.low + low));
+    roi.*axis.up = static_cast<std::uint16_t>(std::max(0, roi.*axis.up + up));
+    roi.*axis.size = static_cast<std::uint16_t>(roi.*axis.up - roi.*axis.low);
+    roi.n_pixels = std::uint64_t{roi.width} * roi.height;
+  }
 }
 
-/// Whether the offsets look like a shift by half a pixel or a whole one.
-bool IsShift(const Offsets& offsets) {
-  constexpr double kTolerance = 0.02;  // pixels; the middle of a region is an integer or a half
+Correction MovedReferences(const Axis& axis, double by) {
+  return {std::abs(by) < 0.75 ? "half_pixel" : "one_pixel", [axis, by](CalibrationContent& content) {
+            for (Roi& roi : content.rois) roi.*axis.reference += by;
+          }};
+}
+
+Correction MovedBounds(const char* mistake, const Axis& axis, int low, int up) {
+  return {mistake, [axis, low, up](CalibrationContent& content) { MoveBounds(content, axis, low, up); }};
+}
+
+/// How many pixels the regions are smaller than the grid's step, where that is a whole number.
+std::optional<int> Gap(const std::vector<Roi>& rois, const Axis& axis) {
+  constexpr double kWhole = 0.03;
+  const auto lattice = Lattice::Fit(rois);
+  if (!lattice) return std::nullopt;
+  const double pitch = (*lattice).*axis.pitch;
+  if (std::abs(pitch - std::round(pitch)) > kWhole) return std::nullopt;
+  return static_cast<int>(std::lround(pitch)) - rois.front().*axis.size;
+}
+
+/// References off by half a pixel or a whole one, also on top of what a lenslet array has of its own: 0.2 pixels.
+Finding CheckOffset(const std::vector<Roi>& rois, const Axis& axis) {
+  constexpr double kOwn = 0.3;
+  constexpr double kHalf = 0.75;
+  constexpr double kWhole = 1.3;
+  constexpr double kExactly = 0.05;
+  std::vector<double> distances;
+  distances.reserve(rois.size());
+  for (const Roi& roi : rois) distances.push_back(axis.Offset(roi));
+  const Offsets offsets = Summary(distances);
+  Finding finding = {Verdict::kGood,
+                     fmt::format("references.offset_{}", axis.name),
+                     fmt::format("{}_ref", axis.name),
+                     fmt::format("{:+.2f} pixels from the middle of the regions, scattered by {:.2f} RMS",
+                                 offsets.median, offsets.scatter),
+                     "",
+                     {}};
   const double size = std::abs(offsets.median);
-  return std::abs(size - 0.5) < kTolerance || std::abs(size - 1.0) < kTolerance;
+  if (size < kOwn) return finding;
+  const auto gap = Gap(rois, axis);
+  const bool is_half = size < kHalf;
+  const bool is_high = offsets.median > 0.0;
+  if (is_half && gap == 1) {  // a region of 23 pixels in a step of 24 cannot be in the middle
+    finding.verdict = Verdict::kDoubtful;
+    finding.text += is_high ? "; a pixel is missing above each region: upper bounds are exclusive here"
+                            : "; a pixel is missing below each region: pixels are counted from 0 here";
+    finding.advice = is_high ? "add 1 to the upper bounds if they were meant to be inclusive"
+                             : "subtract 1 from the lower bounds if they were counted from 1";
+    finding.corrections = {is_high ? MovedBounds("inclusive_bounds", axis, 0, 1)
+                                   : MovedBounds("counted_from_1", axis, -1, 0)};
+    return finding;
+  }
+  if (is_half && gap && *gap % 2 != 0) return finding;  // the same with wider gaps
+  if (size >= kWhole) {
+    finding.verdict = Verdict::kDoubtful;
+    finding.text += ": far from where spots are measured best";
+    finding.advice = "compare the references with a flat wavefront's spots";
+    return finding;
+  }
+  const double shift = std::copysign(is_half ? 0.5 : 1.0, offsets.median);
+  finding.verdict = std::abs(offsets.median - shift) < kExactly ? Verdict::kWrong : Verdict::kDoubtful;
+  finding.text += fmt::format(
+      "; {} pixel too {}: {}", is_half ? "half a" : "one", is_high ? "high" : "low",
+      is_half ? "pixel centres are at integers here, not at halves" : "pixels are counted from 0 here, not from 1");
+  finding.advice = fmt::format("{} {} {} {}", is_high ? "subtract" : "add", std::abs(shift), is_high ? "from" : "to",
+                               fmt::format("{}_ref", axis.name));
+  finding.corrections = {MovedReferences(axis, -shift)};
+  if (!is_half && !is_high) {
+    finding.advice += ", or subtract 1 from the bounds if they are counted from 1";
+    finding.corrections.push_back(MovedBounds("counted_from_1", axis, -1, -1));
+  }
+  return finding;
 }
 
-Finding CheckReferences(const std::vector<Roi>& rois) {
+Finding CheckInside(const std::vector<Roi>& rois) {
+  constexpr const char* kKey = "references.inside";
   constexpr const char* kSubject = "references";
-  std::vector<double> x;
-  std::vector<double> y;
   for (std::size_t i = 0; i < rois.size(); ++i) {
     const Roi& roi = rois[i];
     if (!std::isfinite(roi.x_ref) || !std::isfinite(roi.y_ref)) {
-      return {Verdict::kWrong, kSubject,
-              fmt::format("that of sub-aperture {} is ({}, {}): no spot is drawn there", i, roi.x_ref, roi.y_ref)};
+      return {Verdict::kWrong,
+              kKey,
+              kSubject,
+              fmt::format("that of sub-aperture {} is ({}, {}): no spot is drawn there", i, roi.x_ref, roi.y_ref),
+              "give every sub-aperture a reference, also the unused ones",
+              {}};
     }
-    x.push_back(roi.x_ref - (roi.x_low + roi.x_up - 1) / 2.0);
-    y.push_back(roi.y_ref - (roi.y_low + roi.y_up - 1) / 2.0);
-    if (std::abs(x[i]) > roi.width / 2.0 || std::abs(y[i]) > roi.height / 2.0) {
-      return {Verdict::kWrong, kSubject,
+    if (std::abs(kX.Offset(roi)) > roi.width / 2.0 || std::abs(kY.Offset(roi)) > roi.height / 2.0) {
+      return {Verdict::kWrong,
+              kKey,
+              kSubject,
               fmt::format("that of sub-aperture {} is at ({:g}, {:g}), outside its columns {} to {}, rows {} to {}", i,
-                          roi.x_ref, roi.y_ref, roi.x_low, roi.x_up - 1, roi.y_low, roi.y_up - 1)};
+                          roi.x_ref, roi.y_ref, roi.x_low, roi.x_up - 1, roi.y_low, roi.y_up - 1),
+              "write bounds and references of the same sub-aperture into a row, both in pixels of the whole frame",
+              {}};
     }
   }
-  const Offsets along_x = Summary(x);
-  const Offsets along_y = Summary(y);
-  const std::string text =
-      fmt::format("inside their regions, ({:+.2f}, {:+.2f}) pixels from the middle, give or take {:.2f}",
-                  along_x.median, along_y.median, std::max(along_x.spread, along_y.spread));
-  std::string shifts;
-  constexpr double kSame = 0.02;  // pixels
-  bool is_everywhere = false;
-  for (const auto& [axis, offsets] : {std::pair("x_ref", along_x), std::pair("y_ref", along_y)}) {
-    if (!IsShift(offsets)) continue;
-    shifts += "; " + ShiftName(axis, offsets);
-    is_everywhere = is_everywhere || offsets.spread < kSame;
-  }
-  if (shifts.empty()) return {Verdict::kGood, kSubject, text};
-  return {is_everywhere ? Verdict::kWrong : Verdict::kDoubtful, kSubject, text + shifts};
+  return {Verdict::kGood, kKey, kSubject, "inside their regions", "", {}};
 }
 
 // --- Flags
 
 Finding CheckFlags(const std::vector<std::uint8_t>& flags) {
+  constexpr const char* kKey = "flags.count";
   constexpr const char* kSubject = "usage flags";
+  const std::string advice = fmt::format("flag {} sub-apertures, those that the matrices were made for", kNumRoisUsed);
   const auto used = static_cast<std::size_t>(std::ranges::count_if(flags, [](std::uint8_t flag) { return flag != 0; }));
   const std::string text =
       fmt::format("{} of {} are set, expected {} of {}", used, flags.size(), kNumRoisUsed, kNumRois);
   const std::size_t within = UsedIndices(flags).size();  // among the sub-apertures, of which there may be fewer
   if (within < kNumRoisUsed && flags.size() < kNumRois) {
-    return {Verdict::kWrong, kSubject, text + ": ComputeSlopes ends the process where they end"};
+    return {Verdict::kWrong, kKey, kSubject, text + ": ComputeSlopes ends the process where they end", advice, {}};
   }
   if (within < kNumRoisUsed) {
-    return {Verdict::kWrong, kSubject,
-            fmt::format("{}: the last {} elements of either block of the slope vector stay 0", text,
-                        kNumRoisUsed - within)};
+    return {
+        Verdict::kWrong,
+        kKey,
+        kSubject,
+        fmt::format("{}: the last {} elements of either block of the slope vector stay 0", text, kNumRoisUsed - within),
+        advice,
+        {}};
   }
   if (used > kNumRoisUsed) {
-    return {Verdict::kWrong, kSubject,
+    return {Verdict::kWrong,
+            kKey,
+            kSubject,
             fmt::format("{}: sub-apertures after {}, the {}th used one, are never measured", text,
-                        UsedIndices(flags).back(), kNumRoisUsed)};
+                        UsedIndices(flags).back(), kNumRoisUsed),
+            advice,
+            {}};
   }
-  if (flags.size() != kNumRois) return {Verdict::kDoubtful, kSubject, text};
-  return {Verdict::kGood, kSubject, fmt::format("{} of {} are set", used, flags.size())};
+  if (flags.size() != kNumRois) return {Verdict::kDoubtful, kKey, kSubject, text, advice, {}};
+  return {Verdict::kGood, kKey, kSubject, fmt::format("{} of {} are set", used, flags.size()), "", {}};
 }
 
 }  // namespace
 
-Findings CheckRegions(const quen::shssim::ShsSimulator& simulator) {
-  return {CheckCoverage(simulator.Rois()), CheckReferences(simulator.Rois()), CheckFlags(simulator.RoisUsed())};
+Findings CheckRegions(const CalibrationContent& content) {
+  Findings findings = {CheckCoverage(content.rois), CheckFlags(content.used), CheckInside(content.rois)};
+  const bool have_references = std::ranges::all_of(
+      content.rois, [](const Roi& roi) { return std::isfinite(roi.x_ref) && std::isfinite(roi.y_ref); });
+  if (!have_references || content.rois.empty()) return findings;
+  findings.push_back(CheckOffset(content.rois, kX));
+  findings.push_back(CheckOffset(content.rois, kY));
+  return findings;
 }
 
 }  // namespace quen::workbench

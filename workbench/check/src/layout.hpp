@@ -1,52 +1,49 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "shssim/shs_simulator.hpp"
-#include "workbench/sensor/calibration.hpp"
+#include "workbench/check/src/lattice.hpp"
+#include "workbench/sensor/matrices.hpp"
 
 /// @file
-/// The layout of slope vectors, found without knowing the modes: the slopes of any smooth wavefront are a gradient, and
-/// a gradient has no curl. Around four neighbouring sub-apertures its circulation vanishes, to the order in which the
-/// wavefront is a quadratic one there; if x and y are exchanged, or one of them has another sign, it does not.
+/// How the slopes in a matrix may be laid out, other than they should be.
 
 namespace quen::workbench {
 
-/// Which sub-aperture each cell of the grid is.
-class Grid {
- public:
-  /// From the reference points: 33 columns and 33 rows between the first and the last.
-  /// @return  none if the references are no such grid
-  static std::optional<Grid> Find(const std::vector<quen::image_processing::Roi>& rois);
+/// Slope vectors as they stand in a matrix, one per column: 1214 × any number.
+using Fields = Eigen::MatrixXd;
 
-  struct Place {
-    std::size_t column;
-    std::size_t row;
-  };
-  [[nodiscard]] const Place& PlaceOf(std::size_t i) const { return places_[i]; }
+/// What a matrix's layout is. The right one, which this is as it is made: all y slopes, then all x slopes, in the order
+/// of the used sub-apertures.
+struct Layout {
+  bool is_transposed = false;   ///< in memory: the axes are right, and the elements in the order of the other shape
+  bool is_interleaved = false;  ///< pairs in place of blocks
+  bool is_x_first = false;      ///< of the blocks, or in each pair
+  std::size_t order = 0;        ///< of the list, among ListOrders
+  bool is_x_flipped = false;
+  bool is_y_flipped = false;
+  double x_unit = 1.0;  ///< the x slopes are so many times too large against the y slopes
 
-  /// Whether the sub-apertures are listed row by row, and not column by column.
-  [[nodiscard]] bool IsListedByRows() const { return places_[1].row == places_[0].row; }
+  bool operator==(const Layout&) const = default;
 
- private:
-  std::vector<Place> places_;
+  /// How many mistakes someone has made to get there.
+  [[nodiscard]] int Mistakes() const;
 };
 
-/// How the slopes in a matrix may be laid out.
-enum class Layout {
-  kRight,       ///< y block, then x block, both in the order of the used sub-apertures
-  kExchanged,   ///< x block first
-  kFlipped,     ///< one block has the other sign
-  kTurned,      ///< x block first, and one block has the other sign: a turn by a right angle
-  kGridTurned,  ///< each sub-aperture's slopes are those of the one with row and column exchanged
-  kOtherOrder   ///< counted column by column where the sub-apertures are listed row by row, or the other way round
+/// Its mistakes, each as a stable word, what is so, and what to do.
+struct LayoutMistake {
+  std::string word;
+  std::string text;
+  std::string advice;
 };
+std::vector<LayoutMistake> MistakesOf(const Layout& layout, const std::vector<ListOrder>& orders);
 
-/// Mean squared circulation of all modes around four used neighbours, each mode scaled to unit RMS, over what it would
-/// be for slopes without any order.
-/// @param fields  1214 × 52, a mode per column
-double Curl(const Matrix& fields, Layout layout, const Grid& grid, const std::vector<std::size_t>& used);
+/// A matrix's slope vectors, either as it stands or as it would be had it been transposed in memory.
+Fields M2sFields(const Matrix& m2s, bool is_transposed);
+Fields CmFields(const Matrix& cm, bool is_transposed);
+
+/// The same slope vectors in the right layout. The matrix's elements are in their places already.
+Fields PutRight(const Fields& fields, const Layout& layout, const std::vector<ListOrder>& orders);
 
 }  // namespace quen::workbench

@@ -44,7 +44,7 @@ quen::testing::Calibration Good() {
 Findings Check(const quen::testing::Calibration& calibration) {
   const TempDir folder;
   calibration.Write(folder.Path());
-  return CheckCalibration(folder.Path());
+  return CheckCalibration(folder.Path()).findings;
 }
 
 std::string Told(const Findings& findings) {
@@ -143,8 +143,8 @@ TEST(Check, FindsNothingWrongInWhatCalibrateWrites) {
   for (const auto& [geometry, basis] : made) {
     const TempDir folder;
     WriteCalibration(folder.Path(), false, MakeCalibration(geometry, basis));
-    const Findings findings = CheckCalibration(folder.Path());
-    EXPECT_EQ(findings.size(), 12U);
+    const Findings findings = CheckCalibration(folder.Path()).findings;
+    EXPECT_EQ(findings.size(), 14U);
     ExpectFindings(findings, Verdict::kWrong, {});
     ExpectFindings(findings, Verdict::kDoubtful, {});
   }
@@ -159,7 +159,7 @@ TEST(Check, FindsNothingWrongInAMeasuredMatrix) {
     const Matrix m2s =
         quen::workbench::MeasuredModesToSlopes(simulator, {.engine = engine, .amplitude = 1.0, .noise = noise}, [] {});
     WriteCalibration(folder.Path(), true, WithMatrix(made, m2s, "measured"));
-    const Findings findings = CheckCalibration(folder.Path());
+    const Findings findings = CheckCalibration(folder.Path()).findings;
     ExpectFindings(findings, Verdict::kWrong, {});
     ExpectFindings(findings, Verdict::kDoubtful, {});
   }
@@ -179,7 +179,7 @@ TEST(Check, FindsNothingWrongInAListByColumnsThroughout) {
 TEST(Check, NamesTheFilesItFound) {
   const TempDir folder;
   quen::workbench::WriteCalibration(folder.Path(), false);
-  const Findings findings = CheckCalibration(folder.Path());
+  const Findings findings = CheckCalibration(folder.Path()).findings;
   EXPECT_EQ(findings[0].text, std::filesystem::canonical(folder / "data/M2S.fits"));
   EXPECT_EQ(findings[1].text, std::filesystem::canonical(folder / "data/CM.fits"));
   EXPECT_EQ(findings[2].text, std::filesystem::canonical(folder / "data/shs_rois.fits"));

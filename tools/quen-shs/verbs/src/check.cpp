@@ -9,12 +9,17 @@
 #include "tools/quen-shs/cli/report.hpp"
 #include "tools/quen-shs/verbs/src/common_arguments.hpp"
 #include "tools/quen-shs/verbs/verbs.hpp"
+#include "workbench/check/correct.hpp"
+#include "workbench/fits/staged_file.hpp"
+#include "workbench/sensor/calibration.hpp"
 
 namespace quen::tool {
 namespace {
 
 struct CheckArguments {
   std::string folder;
+  bool is_strict = false;
+  std::string fix;  ///< folder for the corrected calibration; none if empty
   bool json = false;
 };
 
@@ -30,23 +35,82 @@ const char* Word(workbench::Verdict verdict) {
   return "WRONG";
 }
 
-void Check(const CheckArguments& command) {
-  const workbench::Findings findings = workbench::CheckCalibration(command.folder);
-  Report report;
+/// What keeps the examination from its beginning, as a finding: scripts get their JSON whatever happens.
+workbench::Finding Unreadable(const std::string& why) {
+  return {workbench::Verdict::kWrong, "calibration", "calibration", why, "", {}};
+}
+
+void AddFindings(const workbench::Findings& findings, Report& report) {
   Json list = Json::array();
-  for (const auto& [verdict, subject, text] : findings) {
+  for (const auto& [verdict, key, subject, text, advice, corrections] : findings) {
     report.AddLine(fmt::format("{:<9} {:<14} {}", Word(verdict), subject, text));
-    list.push_back({{"verdict", Word(verdict)}, {"subject", subject}, {"text", text}});
+    if (!advice.empty()) report.AddLine(fmt::format("{:<9} {:<14} -> {}", "", "", advice));
+    Json mistakes = Json::array();
+    for (const workbench::Correction& correction : corrections) mistakes.push_back(correction.mistake);
+    list.push_back({{"key", key},
+                    {"verdict", Word(verdict)},
+                    {"subject", subject},
+                    {"text", text},
+                    {"advice", advice},
+                    {"mistakes", mistakes}});
   }
   report.Add("findings", list);
+}
+
+/// Writes the corrected calibration, if the findings leave no choice.
+void Fix(const CheckArguments& command, const workbench::Examination& examination, Report& report) {
+  if (!examination.content) {
+    throw std::runtime_error("the library does not load the calibration, so there is nothing that could be put right");
+  }
+  if (std::ranges::none_of(examination.findings, workbench::IsWrong)) {
+    throw std::runtime_error("nothing is wrong with the calibration in " + command.folder +
+                             ", so there is nothing to put right");
+  }
+  const auto corrected = workbench::Corrected(*examination.content, examination.findings);
+  if (!corrected) {
+    throw std::runtime_error(
+        "the corrections are not certain, so nothing is written: put right what is found, and check again");
+  }
+  workbench::RefuseToReplace(command.fix, false);
+  workbench::StagedFiles files(workbench::CalibrationNames(command.fix));
+  files.GiveAll(workbench::CorrectedBytes(*corrected));
+  files.Commit();
+  for (const workbench::Finding& finding : examination.findings) {
+    if (workbench::IsWrong(finding)) report.AddLine("put right: " + finding.advice);
+  }
+  report.AddFiles(files);
+}
+
+workbench::Examination ExaminationOf(const CheckArguments& command) {
+  if (!command.json) return workbench::CheckCalibration(command.folder);
+  try {
+    return workbench::CheckCalibration(command.folder);
+  } catch (const std::runtime_error& error) {
+    return {{Unreadable(error.what())}, std::nullopt};
+  }
+}
+
+void Check(const CheckArguments& command) {
+  const workbench::Examination examination = ExaminationOf(command);
+  const workbench::Findings& findings = examination.findings;
   const auto wrong = std::ranges::count(findings, workbench::Verdict::kWrong, &workbench::Finding::verdict);
   const auto doubtful = std::ranges::count(findings, workbench::Verdict::kDoubtful, &workbench::Finding::verdict);
+  Report report;
+  AddFindings(findings, report);
   report.Add("wrong", wrong);
   report.Add("doubtful", doubtful);
   report.AddLine(
       fmt::format("{}: {} things checked, {} wrong, {} doubtful", command.folder, findings.size(), wrong, doubtful));
+  if (!command.fix.empty()) {
+    Fix(command, examination, report);
+    report.Print(command.json);
+    return;
+  }
   report.Print(command.json);
   if (wrong > 0) throw std::runtime_error("the calibration in " + command.folder + " is not to be trusted");
+  if (command.is_strict && doubtful > 0) {
+    throw std::runtime_error("the calibration in " + command.folder + " is doubtful");
+  }
 }
 
 }  // namespace
@@ -57,15 +121,33 @@ void AddCheck(CommandLine& line) {
             .summary = "Say whether a calibration can be trusted",
             .details = R"(
 Loads the calibration as the library does and looks at everything in it: axes, values, regions, references, usage
-flags, CM * M2S, and the layout of either matrix. Names the commonest mistakes: a transposed matrix, exchanged x and
-y, a flipped sign, references off by half a pixel or a whole one, rows and columns of the grid exchanged.
+flags, the layout of either matrix, and CM * M2S. Names mistakes and says what to do.
 
-The slopes of any smooth wavefront have no curl around four neighbouring sub-apertures: that tells a wrong layout from
-the right one without knowing the modes. If both matrices have the wrong sign throughout, this does not show.
+Each finding is WRONG: a loop on this calibration cannot work; or doubtful: unusual, and it says what would make it
+fine; or good. The exit code is 1 where something is wrong, with --strict also where something is doubtful.
 
-The exit code is 1 where something is wrong. What is doubtful is printed and leaves it 0.)",
-            .examples = {"quen-shs check sensor"},
-            .arguments = {CalibrationFolder(command->folder), JsonFlag(command->json)},
+The slopes of any smooth wavefront are a gradient: that tells a wrong layout from the right one without knowing the
+modes. It does not tell a flipped sign from a list in mirrored order, which are the same for a mirrored wavefront; both
+are named. If both matrices have the wrong sign throughout, this does not show. A control matrix that leaves modes out,
+or gives back less of them, is a choice: it is told, and no mistake.
+
+With --fix the corrected calibration is written to another folder, if what is wrong leaves no choice.)",
+            .list = R"(Keys of the findings in JSON:
+  calibration                                   what keeps the examination from its beginning
+  m2s.file, cm.file, rois.file, loading         the files, and the library's word on them
+  regions.coverage, flags.count                 regions on the frame; number of usage flags
+  references.inside, references.offset_x, _y    references within their regions, and from their middle
+  m2s.values, cm.values                         finite, and not all zeros
+  m2s.layout, cm.layout, layout, flags.pupil    order of the slopes in either matrix; flags of another pupil
+  cm.inverse, cm.sign, cm.signs, cm.order, cm.scale   CM * M2S
+  m2s.modes, m2s.noise, m2s.subapertures        modes and sub-apertures without slopes, or without order
+"mistakes" lists the corrections that come into question, "x_flipped" for instance; if it is one, it is certain.)",
+            .examples = {"quen-shs check sensor", "quen-shs check sensor --fix mended"},
+            .arguments = {CalibrationFolder(command->folder),
+                          Flag("--strict", "Exit with 1 also where something is doubtful", command->is_strict),
+                          Folder("--fix", "Folder to write the corrected calibration to", "nothing is written",
+                                 command->fix),
+                          JsonFlag(command->json)},
             .action = [command] { Check(*command); }});
 }
 

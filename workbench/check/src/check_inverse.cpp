@@ -1,0 +1,283 @@
+#include "workbench/check/src/check_inverse.hpp"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <utility>
+
+namespace quen::workbench {
+namespace {
+
+constexpr const char* kSubject = "CM * M2S";
+constexpr const char* kRemake = "compute CM.fits anew from this M2S.fits: its pseudo-inverse";
+
+using Modes = std::vector<Eigen::Index>;
+
+Matrix PseudoInverse(const Matrix& matrix) { return matrix.completeOrthogonalDecomposition().pseudoInverse(); }
+
+Correction Remade(const char* mistake) {
+  return {mistake, [](CalibrationContent& content) { content.cm = PseudoInverse(content.m2s); }};
+}
+
+/// What the control matrix makes of each mode: row m is its estimate of mode m.
+struct Response {
+  Response(const Matrix& m2s, const Matrix& cm) : product(cm * m2s) {
+    const Eigen::VectorXd sizes = cm.rowwise().norm();
+    for (Eigen::Index mode = 0; mode < cm.rows(); ++mode) {
+      (sizes(mode) > kNothing * sizes.maxCoeff() ? controlled : left_out).push_back(mode);
+    }
+  }
+
+  /// Of the controlled modes alone.
+  [[nodiscard]] Matrix Controlled() const {
+    const auto size = static_cast<Eigen::Index>(controlled.size());
+    return Matrix::NullaryExpr(size, size, [this](Eigen::Index row, Eigen::Index column) {
+      return product(controlled[static_cast<std::size_t>(row)], controlled[static_cast<std::size_t>(column)]);
+    });
+  }
+
+  static constexpr double kNothing = 1e-9;  // of the largest row
+
+  Matrix product;
+  Modes controlled;
+  Modes left_out;
+};
+
+/// A response in which each row has one element that stands out: of which mode, how large, and how much else there is.
+struct Assignment {
+  explicit Assignment(const Response& response) : source(static_cast<std::size_t>(response.product.rows()), -1) {
+    Modes taken;
+    for (const Eigen::Index row : response.controlled) {
+      Eigen::Index column = 0;
+      response.product.row(row).cwiseAbs().maxCoeff(&column);
+      const double gain = response.product(row, column);
+      double rest = 0.0;
+      for (const Eigen::Index other : response.controlled) {
+        if (other != column) rest += response.product(row, other) * response.product(row, other);
+      }
+      worst_rest = std::max(worst_rest, std::sqrt(rest) / std::abs(gain));
+      source[static_cast<std::size_t>(row)] = column;
+      gains.push_back(gain);
+      taken.push_back(column);
+    }
+    std::ranges::sort(taken);
+    is_one_to_one = std::ranges::adjacent_find(taken) == taken.end();
+  }
+
+  [[nodiscard]] bool IsInOrder() const {
+    for (std::size_t row = 0; row < source.size(); ++row) {
+      if (source[row] >= 0 && source[row] != static_cast<Eigen::Index>(row)) return false;
+    }
+    return true;
+  }
+
+  [[nodiscard]] double LeastGain() const { return std::abs(std::ranges::min(gains, {}, Size)); }
+  [[nodiscard]] double MostGain() const { return std::abs(std::ranges::max(gains, {}, Size)); }
+  static double Size(double gain) { return std::abs(gain); }
+
+  Modes source;  ///< the mode that stands out in each row; -1 where the row is zero
+  std::vector<double> gains;  ///< of the controlled modes
+  double worst_rest = 0.0;
+  bool is_one_to_one = false;
+};
+
+// --- Findings
+
+std::string LeftOut(const Response& response) {
+  if (response.left_out.empty()) return {};
+  return fmt::format("; {} {} not controlled (rows of zeros)", ModeWords(response.left_out),
+                     response.left_out.size() == 1 ? "is" : "are");
+}
+
+/// Signs of single modes, or of all.
+void AddSigns(const Response& response, const Assignment& modes, Findings& findings) {
+  Modes negative;
+  for (std::size_t k = 0; k < modes.gains.size(); ++k) {
+    if (modes.gains[k] < 0.0) negative.push_back(response.controlled[k]);
+  }
+  if (negative.empty()) return;
+  if (negative.size() == response.controlled.size()) {
+    findings.push_back({Verdict::kWrong, "cm.sign", kSubject, "the sign of one of the two is flipped throughout",
+                        "multiply the one that is wrong by -1: a loop with either of them runs away",
+                        {{"negative", [](CalibrationContent& content) { content.cm = -content.cm; }},
+                         {"negative", [](CalibrationContent& content) { content.m2s = -content.m2s; }}}});
+    return;
+  }
+  findings.push_back({Verdict::kWrong, "cm.signs", kSubject,
+                      fmt::format("{} {} the other sign in one of the two", ModeWords(negative),
+                                  negative.size() == 1 ? "has" : "have"),
+                      "multiply these rows of the control matrix, or these columns of the other, by -1",
+                      {{"modes_negative", [negative](CalibrationContent& content) {
+                          for (const Eigen::Index mode : negative) content.cm.row(mode) *= -1.0;
+                        }},
+                       {"modes_negative", [negative, source = modes.source](CalibrationContent& content) {
+                          for (const Eigen::Index mode : negative) {
+                            content.m2s.col(source[static_cast<std::size_t>(mode)]) *= -1.0;
+                          }
+                        }}}});
+}
+
+std::string OrderWords(const Modes& source) {
+  const auto size = static_cast<Eigen::Index>(source.size());
+  bool is_reversed = true;
+  bool is_shifted = true;
+  const Eigen::Index shift = (source.front() + size) % size;
+  for (Eigen::Index row = 0; row < size; ++row) {
+    const Eigen::Index mode = source[static_cast<std::size_t>(row)];
+    if (mode < 0) continue;
+    is_reversed = is_reversed && mode == size - 1 - row;
+    is_shifted = is_shifted && mode == (row + shift) % size;
+  }
+  if (is_reversed) return "the modes of one of the two are in reverse order";
+  if (is_shifted) return fmt::format("the modes of one of the two are shifted by {}", std::min(shift, size - shift));
+  const auto first = std::ranges::find_if(source, [&](const Eigen::Index& mode) {
+    return mode >= 0 && mode != &mode - source.data();
+  });
+  return fmt::format("the modes are not in the same order: row {} of the control matrix gives back mode {}",
+                     first - source.begin(), *first);
+}
+
+void AddOrder(const Assignment& modes, Findings& findings) {
+  if (modes.IsInOrder()) return;
+  const auto permute_cm = [source = modes.source](CalibrationContent& content) {
+    const Matrix before = content.cm;
+    content.cm.setZero();
+    for (std::size_t row = 0; row < source.size(); ++row) {
+      if (source[row] >= 0) content.cm.row(source[row]) = before.row(static_cast<Eigen::Index>(row));
+    }
+  };
+  const auto permute_m2s = [source = modes.source](CalibrationContent& content) {
+    const Matrix before = content.m2s;
+    for (std::size_t row = 0; row < source.size(); ++row) {
+      if (source[row] >= 0) content.m2s.col(static_cast<Eigen::Index>(row)) = before.col(source[row]);
+    }
+  };
+  findings.push_back({Verdict::kWrong, "cm.order", kSubject, OrderWords(modes.source),
+                      "bring the rows of the control matrix, or the columns of the other, into the order of the modes",
+                      {{"modes_permuted", permute_cm}, {"modes_permuted", permute_m2s}}});
+}
+
+/// Sizes: one factor for all is a mistake of units, gains of each mode a choice.
+void AddSizes(const Response& response, const Assignment& modes, double worst, Findings& findings) {
+  constexpr double kSame = 0.02;
+  constexpr double kNear = 0.1;
+  constexpr double kExact = 0.05;
+  constexpr double kMuchLess = 0.5;
+  const double least = modes.LeastGain();
+  const double most = modes.MostGain();
+  if (most - least < kSame * most && std::abs(most - 1.0) > kSame && modes.worst_rest < kSame) {
+    const double factor = 0.5 * (least + most);
+    findings.push_back({Verdict::kWrong, "cm.scale", kSubject,
+                        fmt::format("{:.4g} times the identity{}", factor, LeftOut(response)),
+                        fmt::format("divide the control matrix, or the other, by {:.4g}: their units do not match",
+                                    factor),
+                        {{"scaled", [factor](CalibrationContent& content) { content.cm /= factor; }},
+                         {"scaled", [factor](CalibrationContent& content) { content.m2s /= factor; }}}});
+    return;
+  }
+  if (least > 1.0 - kNear && most < 1.0 + kNear) {
+    const bool is_exact = worst <= kExact;
+    findings.push_back({is_exact ? Verdict::kGood : Verdict::kDoubtful, "cm.inverse", kSubject,
+                        fmt::format("identity to {:.2g}{}", worst, LeftOut(response)),
+                        is_exact ? "" : "the two were measured apart, or one is noisy; to be sure, " + std::string(kRemake),
+                        {}});
+    return;
+  }
+  const std::string text = fmt::format("gains from {:.2g} to {:.2g}, one for each mode{}", least, most,
+                                       LeftOut(response));
+  if (most < 1.0 + kNear) {
+    findings.push_back({least >= kMuchLess ? Verdict::kGood : Verdict::kDoubtful, "cm.inverse", kSubject, text,
+                        least >= kMuchLess ? "" : "if these are not the gains that you chose: " + std::string(kRemake),
+                        {}});
+    return;
+  }
+  findings.push_back({most < 2.0 ? Verdict::kDoubtful : Verdict::kWrong, "cm.inverse", kSubject, text,
+                      "a mode that is given back too large overshoots: " + std::string(kRemake), {Remade("gains")}});
+}
+
+/// An inversion that gives less to what is hard to see: symmetric, no eigenvalue outside 0 to 1.
+bool IsFiltered(const Matrix& response, double& mean) {
+  constexpr double kSymmetric = 0.02;
+  constexpr double kSlack = 0.02;
+  const double size = response.norm();
+  if ((response - response.transpose()).norm() > kSymmetric * size) return false;
+  const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(0.5 * (response + response.transpose()));
+  mean = solver.eigenvalues().mean();
+  return solver.eigenvalues().minCoeff() > -kSlack && solver.eigenvalues().maxCoeff() < 1.0 + kSlack;
+}
+
+Finding Unequal(const Matrix& m2s, const Matrix& cm, const Response& response) {
+  constexpr double kNearlyMost = 0.3;
+  constexpr double kMostOfThem = 0.75;
+  const Matrix controlled = response.Controlled();
+  const double off = (controlled - Matrix::Identity(controlled.rows(), controlled.cols())).norm() /
+                     std::sqrt(static_cast<double>(controlled.rows()));
+  double mean = 0.0;
+  if (IsFiltered(controlled, mean)) {
+    const bool is_mild = mean > kMostOfThem;
+    return {is_mild ? Verdict::kGood : Verdict::kDoubtful, "cm.inverse", kSubject,
+            fmt::format("a truncated or regularised inversion, which gives back {:.0f} % of the modes{}", 100.0 * mean,
+                        LeftOut(response)),
+            is_mild ? "" : "if you did not choose that: " + std::string(kRemake), {}};
+  }
+  if (off < kNearlyMost) {
+    return {off < 0.05 ? Verdict::kGood : Verdict::kDoubtful, "cm.inverse", kSubject,
+            fmt::format("identity to {:.2g} (RMS of a mode){}", off, LeftOut(response)),
+            off < 0.05 ? "" : "the two were measured apart, or one is noisy; to be sure, " + std::string(kRemake), {}};
+  }
+  const double scale = std::max(m2s.cwiseAbs().maxCoeff(), cm.cwiseAbs().maxCoeff());
+  if ((cm - m2s.transpose()).cwiseAbs().maxCoeff() < 1e-6 * scale) {
+    return {Verdict::kWrong, "cm.inverse", kSubject,
+            "both files hold the same matrix, one of them transposed: it is no inverse of itself",
+            "put the pseudo-inverse of M2S.fits into CM.fits, or the other way round if that one is the control matrix",
+            {Remade("is_m2s"), {"is_cm", [](CalibrationContent& content) { content.m2s = PseudoInverse(content.cm); }}}};
+  }
+  return {Verdict::kWrong, "cm.inverse", kSubject,
+          fmt::format("not the identity in any order or scale ({:.2g} off, RMS of a mode): the two are not of the same "
+                      "modes, or one of them is spoiled",
+                      off),
+          kRemake, {Remade("other_modes")}};
+}
+
+}  // namespace
+
+std::string ModeWords(const Modes& modes) {
+  std::vector<std::string> runs;
+  for (std::size_t k = 0; k < modes.size();) {
+    std::size_t last = k;
+    while (last + 1 < modes.size() && modes[last + 1] == modes[last] + 1) ++last;
+    runs.push_back(last > k ? fmt::format("{} to {}", modes[k], modes[last]) : fmt::format("{}", modes[k]));
+    k = last + 1;
+  }
+  const std::string end = runs.size() > 1 ? " and " + runs.back() : "";
+  if (runs.size() > 1) runs.pop_back();
+  return fmt::format("{} {}{}", modes.size() == 1 ? "mode" : "modes", fmt::join(runs, ", "), end);
+}
+
+double Recovery(const Matrix& m2s, const Matrix& cm) {
+  const Matrix product = cm * m2s;
+  const double all = product.squaredNorm();
+  return all > 0.0 ? product.diagonal().squaredNorm() / all : 0.0;
+}
+
+Findings CheckInverse(const Matrix& m2s, const Matrix& cm) {
+  constexpr double kStandsOut = 0.25;  // the rest, of the element that stands out
+  const Response response(m2s, cm);
+  if (response.controlled.empty()) return {};  // all zeros, which is told by its values
+  const Assignment modes(response);
+  if (!modes.is_one_to_one || !(modes.worst_rest < kStandsOut)) return {Unequal(m2s, cm, response)};
+  const Matrix controlled = response.Controlled();
+  Findings findings;
+  AddSigns(response, modes, findings);
+  AddOrder(modes, findings);
+  const double worst = (controlled - Matrix::Identity(controlled.rows(), controlled.cols())).cwiseAbs().maxCoeff();
+  if (findings.empty() || modes.LeastGain() < 0.98 || modes.MostGain() > 1.02) {
+    AddSizes(response, modes, worst, findings);
+  }
+  return findings;
+}
+
+}  // namespace quen::workbench

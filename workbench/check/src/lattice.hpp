@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "quen_image_processing/roi/roi.hpp"
+
+/// @file
+/// The grid that the sub-apertures lie on, and the orders in which a list may go through them.
+
+namespace quen::workbench {
+
+/// The place of each sub-aperture, counted from the lowest column and row of the grid.
+struct Place {
+  int column;
+  int row;
+};
+
+/// A square grid fitted to the references: neighbours are found by their distance, so that the grid may be turned by a
+/// few degrees and stretched, its references scattered and some of them missing.
+struct Lattice {
+  /// @return  none if the references are on no such grid, or two of them in one place
+  static std::optional<Lattice> Fit(const std::vector<quen::image_processing::Roi>& rois);
+
+  double pitch_x;  ///< pixels
+  double pitch_y;
+  std::vector<Place> places;
+};
+
+/// A list of the used sub-apertures in one of the orders that programs write.
+struct ListOrder {
+  std::string mistake;  ///< stable word, after the order of the calibration's own regions
+  std::string words;
+  std::vector<std::size_t> place;  ///< entry k of the list is the place[k]-th used sub-aperture
+};
+
+/// All orders of the used sub-apertures that are not that of the regions: by rows or by columns, from either end of
+/// either, and to and fro.
+/// @return  that of the regions first, with an empty word
+std::vector<ListOrder> ListOrders(const Lattice& lattice, const std::vector<std::size_t>& used);
+
+}  // namespace quen::workbench

@@ -1,0 +1,170 @@
+#include "workbench/check/src/matrix_layouts.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "workbench/check/src/check_inverse.hpp"
+#include "workbench/sensor/displacements.hpp"
+#include "workbench/sensor/geometry.hpp"
+
+namespace quen::workbench {
+namespace {
+
+constexpr double kClearly = 0.9;    // in the space: right without trying others
+constexpr double kNoOrder = 0.35;   // less is what noise has there, and lists in random order
+constexpr double kSameSlopes = 0.8; // of the control matrix' slopes in those of the other
+
+using Candidates = std::vector<SlopeSpace::Candidate>;
+
+/// Whether the best candidate beats how things stand by more than accident.
+bool IsBetter(double best, double as_it_stands) {
+  return best - as_it_stands > 0.05 && 1.0 - best < 0.7 * (1.0 - as_it_stands);
+}
+
+double ShareOf(const Candidates& candidates, const Layout& layout) {
+  const auto found = std::ranges::find(candidates, layout, &SlopeSpace::Candidate::layout);
+  return found == candidates.end() ? 0.0 : found->share;
+}
+
+/// Of the candidates that are as good as the best one, those of the fewest mistakes.
+std::vector<Layout> Simplest(const Candidates& candidates) {
+  const double missing = 1.15 * (1.0 - candidates.front().share) + 0.01;
+  std::vector<Layout> layouts;
+  int fewest = std::numeric_limits<int>::max();
+  for (const auto& [layout, share] : candidates) {
+    if (1.0 - share > missing) break;
+    fewest = std::min(fewest, layout.Mistakes());
+  }
+  for (const auto& [layout, share] : candidates) {
+    if (1.0 - share > missing) break;
+    if (layout.Mistakes() == fewest) layouts.push_back(layout);
+  }
+  return layouts;
+}
+
+/// The other sign of both blocks.
+Layout Negative(Layout layout) {
+  layout.is_x_flipped = !layout.is_x_flipped;
+  layout.is_y_flipped = !layout.is_y_flipped;
+  return layout;
+}
+
+MatrixLayout ByGradients(const SlopeSpace& gradients, const Fields& fields, const Fields& transposed,
+                         const std::vector<ListOrder>& orders) {
+  MatrixLayout found;
+  found.as_it_stands = gradients.Share(fields);
+  found.put_right = found.as_it_stands;
+  found.layouts = {Layout()};
+  if (found.as_it_stands > kClearly) return found;
+  const Candidates candidates = gradients.Try(fields, transposed, orders);
+  if (candidates.empty()) return found;
+  const double best = candidates.front().share;
+  if (IsBetter(best, ShareOf(candidates, Layout()))) {
+    found.put_right = best;
+    found.layouts = Simplest(candidates);
+    const std::size_t count = found.layouts.size();
+    for (std::size_t k = 0; k < count; ++k) {  // which of the blocks is flipped does not show
+      if (found.layouts[k].is_x_flipped) found.layouts.push_back(Negative(found.layouts[k]));
+    }
+  }
+  if (found.put_right < kNoOrder) found.layouts.clear();
+  return found;
+}
+
+/// The two matrices, and how their slopes stand.
+struct Pair {
+  const Matrix& m2s;
+  const Matrix& cm;
+  const std::vector<ListOrder>& orders;
+
+  /// The layout of the one in which its slopes are those of the other, in its own layout.
+  [[nodiscard]] std::optional<Layout> Relative(bool is_of_cm, const Layout& others) const {
+    const SlopeSpace space(is_of_cm ? PutRight(M2sFields(m2s, others.is_transposed), others, orders)
+                                    : PutRight(CmFields(cm, others.is_transposed), others, orders));
+    const Fields fields = is_of_cm ? CmFields(cm, false) : M2sFields(m2s, false);
+    const Fields transposed = is_of_cm ? CmFields(cm, true) : M2sFields(m2s, true);
+    const Candidates candidates = space.Try(fields, transposed, orders);
+    if (candidates.empty() || candidates.front().share < kSameSlopes) return std::nullopt;
+    if (!IsBetter(candidates.front().share, ShareOf(candidates, Layout()))) return Layout();
+    std::optional<Layout> best;
+    double best_recovery = -1.0;
+    for (const Layout& layout : Simplest(candidates)) {
+      const Matrix right_m2s = M2sPutRight(m2s, is_of_cm ? others : layout, orders);
+      const Matrix right_cm = CmPutRight(cm, is_of_cm ? layout : others, orders);
+      const double recovery = Recovery(right_m2s, right_cm);
+      if (recovery > best_recovery + 1e-6) {
+        best_recovery = recovery;
+        // x flipped, and all of it negative: y flipped
+        best = layout.is_x_flipped && (right_cm * right_m2s).trace() < 0.0 ? Negative(layout) : layout;
+      }
+    }
+    return best;
+  }
+};
+
+}  // namespace
+
+MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& gradients,
+                          const std::vector<ListOrder>& orders) {
+  const Fields m2s = M2sFields(content.m2s, false);
+  const Fields cm = CmFields(content.cm, false);
+  MatrixLayouts found;
+  found.m2s = ByGradients(gradients, m2s, M2sFields(content.m2s, true), orders);
+  const SlopeSpace slopes(m2s);
+  const Pair pair = {content.m2s, content.cm, orders};
+  if (slopes.Share(cm) > kClearly) {  // whatever it is, it is the same in both
+    found.cm = found.m2s;
+    found.cm.as_it_stands = gradients.Share(cm);
+    found.cm.is_of_the_other = true;
+    return found;
+  }
+  found.cm = ByGradients(gradients, cm, CmFields(content.cm, true), orders);
+  if (found.m2s.layouts.empty()) return found;
+  if (!found.m2s.IsRight() && found.cm.IsRight()) {
+    if (const auto layout = pair.Relative(false, Layout())) found.m2s.layouts = {*layout};
+    return found;
+  }
+  double best_recovery = -1.0;
+  const std::vector<Layout> m2s_layouts = found.m2s.layouts;
+  for (const Layout& m2s_layout : m2s_layouts) {
+    const auto cm_layout = pair.Relative(true, m2s_layout);
+    if (!cm_layout) continue;
+    const double recovery =
+        Recovery(M2sPutRight(content.m2s, m2s_layout, orders), CmPutRight(content.cm, *cm_layout, orders)) -
+        0.01 * cm_layout->Mistakes();
+    if (recovery <= best_recovery) continue;
+    best_recovery = recovery;
+    found.m2s.layouts = {m2s_layout};
+    found.cm.layouts = {*cm_layout};
+    found.cm.put_right = gradients.Share(PutRight(CmFields(content.cm, cm_layout->is_transposed), *cm_layout, orders));
+  }
+  return found;
+}
+
+std::optional<std::vector<std::uint8_t>> FlagsOfAnotherPupil(const CalibrationContent& content) {
+  constexpr int kCoarse = 8;  // degree: enough to tell one pupil from another
+  const Fields sample = Sample(M2sFields(content.m2s, false));
+  const auto share = [&](const std::vector<std::uint8_t>& flags) {
+    return SlopeSpace::OfGradients(content.rois, UsedIndices(flags), kCoarse).Share(sample);
+  };
+  std::optional<std::vector<std::uint8_t>> best;
+  double most = share(content.used);
+  for (const double obscuration : {0.0, 0.1, 0.14, 0.2, 0.25, 0.28, 0.3, 0.35, 0.4}) {
+    std::vector<std::uint8_t> flags = UsedFlags({.obscuration = obscuration});
+    const double with_flags = share(flags);
+    if (!IsBetter(with_flags, most)) continue;
+    most = with_flags;
+    best = std::move(flags);
+  }
+  return best;
+}
+
+Matrix M2sPutRight(const Matrix& m2s, const Layout& layout, const std::vector<ListOrder>& orders) {
+  return PutRight(M2sFields(m2s, layout.is_transposed), layout, orders);
+}
+
+Matrix CmPutRight(const Matrix& cm, const Layout& layout, const std::vector<ListOrder>& orders) {
+  return PutRight(CmFields(cm, layout.is_transposed), layout, orders).transpose();
+}
+
+}  // namespace quen::workbench

@@ -1,0 +1,187 @@
+#include "workbench/check/src/slope_space.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <utility>
+
+namespace quen::workbench {
+namespace {
+
+/// Without the columns of zeros, the others scaled to length 1: files may hold values whose squares are no numbers.
+Fields Normalised(const Fields& fields) {
+  Fields normalised(fields.rows(), fields.cols());
+  Eigen::Index count = 0;
+  for (Eigen::Index k = 0; k < fields.cols(); ++k) {
+    const double largest = fields.col(k).cwiseAbs().maxCoeff();
+    if (largest > 0.0) normalised.col(count++) = (fields.col(k) / largest).normalized();
+  }
+  return normalised.leftCols(count);
+}
+
+/// Chebyshev polynomials 0 to n, and their derivatives.
+struct Chebyshev {
+  Chebyshev(double t, int n) : values(n + 1), slopes(n + 1) {
+    values(0) = 1.0;
+    slopes(0) = 0.0;
+    if (n == 0) return;
+    values(1) = t;
+    slopes(1) = 1.0;
+    for (int k = 2; k <= n; ++k) {
+      values(k) = 2.0 * t * values(k - 1) - values(k - 2);
+      slopes(k) = 2.0 * values(k - 1) + 2.0 * t * slopes(k - 1) - slopes(k - 2);
+    }
+  }
+
+  Eigen::VectorXd values;
+  Eigen::VectorXd slopes;
+};
+
+/// Rows of one block, in the order of the used sub-apertures.
+Eigen::MatrixXd Ordered(const Fields& fields, Eigen::Index first, Eigen::Index step,
+                        const std::vector<std::size_t>& place) {
+  Eigen::MatrixXd block(static_cast<Eigen::Index>(place.size()), fields.cols());
+  for (std::size_t k = 0; k < place.size(); ++k) {
+    block.row(static_cast<Eigen::Index>(place[k])) = fields.row(first + step * static_cast<Eigen::Index>(k));
+  }
+  return block;
+}
+
+}  // namespace
+
+/// What one block of slopes adds to the share.
+struct SlopeSpace::Part {
+  Eigen::MatrixXd in_space;
+  double mean_square;
+};
+
+SlopeSpace::SlopeSpace(const Fields& vectors) : vectors_(Normalised(vectors)) {
+  constexpr double kRidge = 1e-10;  // of vectors of length 1: where they depend on each other, to rounding
+  Eigen::MatrixXd gram = vectors_.transpose() * vectors_;
+  gram.diagonal().array() += kRidge;
+  gram_.compute(gram);
+}
+
+SlopeSpace SlopeSpace::OfGradients(const std::vector<quen::image_processing::Roi>& rois,
+                                   const std::vector<std::size_t>& used, int degree) {
+  Eigen::MatrixXd points(static_cast<Eigen::Index>(used.size()), 2);
+  for (std::size_t k = 0; k < used.size(); ++k) {
+    points.row(static_cast<Eigen::Index>(k)) << rois[used[k]].x_ref, rois[used[k]].y_ref;
+  }
+  const Eigen::RowVector2d low = points.colwise().minCoeff();
+  const Eigen::RowVector2d high = points.colwise().maxCoeff();
+  const double radius = std::max(1.0, 0.5 * (high - low).maxCoeff());  // one scale, or y slopes were not x slopes' like
+  points = (points.rowwise() - 0.5 * (low + high)) / radius;
+  const Eigen::Index half = points.rows();
+  Fields gradients(2 * half, (degree + 1) * (degree + 2) / 2 - 1);
+  for (Eigen::Index k = 0; k < half; ++k) {
+    const Chebyshev x(points(k, 0), degree);
+    const Chebyshev y(points(k, 1), degree);
+    Eigen::Index column = 0;
+    for (int i = 0; i <= degree; ++i) {
+      for (int j = i == 0 ? 1 : 0; i + j <= degree; ++j) {
+        gradients(k, column) = x.values(i) * y.slopes(j);
+        gradients(half + k, column) = x.slopes(i) * y.values(j);
+        ++column;
+      }
+    }
+  }
+  return SlopeSpace(gradients);
+}
+
+Eigen::MatrixXd SlopeSpace::Solved(const Eigen::MatrixXd& products) const { return gram_.matrixL().solve(products); }
+
+Eigen::VectorXd SlopeSpace::Shares(const Fields& fields) const {
+  Eigen::VectorXd shares = Eigen::VectorXd::Zero(fields.cols());
+  for (Eigen::Index k = 0; k < fields.cols(); ++k) {
+    const Fields field = Normalised(fields.col(k));
+    if (field.cols() > 0) shares(k) = Solved(vectors_.transpose() * field).squaredNorm();
+  }
+  return shares;
+}
+
+double SlopeSpace::Share(const Fields& fields) const {
+  const Fields normalised = Normalised(fields);
+  if (normalised.cols() == 0) return 0.0;
+  return Solved(vectors_.transpose() * normalised).squaredNorm() / static_cast<double>(normalised.cols());
+}
+
+/// With x in units r times too small the share is (A + 2 r B + r² C) / (Y + r² X): the largest eigenvalue of a 2 × 2
+/// problem says what r is, and its sign whether a block is flipped.
+std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Part& y, const Part& x, const Layout& layout) const {
+  constexpr double kSameUnit = 1.2;
+  constexpr double kGain = 0.25;  // of what is not explained in the same unit
+  if (!(y.mean_square > 0.0) || !(x.mean_square > 0.0)) return {};
+  const double a = y.in_space.squaredNorm();
+  const double b = y.in_space.cwiseProduct(x.in_space).sum();
+  const double c = x.in_space.squaredNorm();
+  const auto share = [&](double r) {
+    return (a + 2.0 * r * b + r * r * c) / (y.mean_square + r * r * x.mean_square);
+  };
+  std::vector<Candidate> candidates;
+  for (const bool is_flipped : {false, true}) {
+    Layout signs = layout;
+    signs.is_x_flipped = is_flipped;
+    candidates.push_back({signs, share(is_flipped ? -1.0 : 1.0)});
+  }
+  Eigen::Matrix2d scaled;  // by the blocks' own sizes
+  const double both = b / std::sqrt(y.mean_square * x.mean_square);
+  scaled << a / y.mean_square, both, both, c / x.mean_square;
+  const Eigen::SelfAdjointEigenSolver<Eigen::Matrix2d> solver(scaled);
+  const Eigen::Vector2d best = solver.eigenvectors().col(1);
+  const double ratio = best(1) / best(0) * std::sqrt(y.mean_square / x.mean_square);
+  const double size = std::abs(ratio);
+  const double in_one_unit = candidates[ratio < 0.0 ? 1 : 0].share;
+  if (std::isfinite(ratio) && (size > kSameUnit || size < 1.0 / kSameUnit) &&
+      1.0 - share(ratio) < (1.0 - kGain) * (1.0 - in_one_unit)) {
+    Layout units = layout;
+    units.is_x_flipped = ratio < 0.0;
+    units.x_unit = 1.0 / size;
+    candidates.push_back({units, share(ratio)});
+  }
+  return candidates;
+}
+
+std::vector<SlopeSpace::Candidate> SlopeSpace::Try(const Fields& fields, const Fields& transposed,
+                                                   const std::vector<ListOrder>& orders) const {
+  const Eigen::Index half = vectors_.rows() / 2;
+  const Eigen::MatrixXd y_products = vectors_.topRows(half).transpose();
+  const Eigen::MatrixXd x_products = vectors_.bottomRows(half).transpose();
+  std::vector<Candidate> candidates;
+  for (const bool is_transposed : {false, true}) {
+    const Fields sample = Sample(is_transposed ? transposed : fields);
+    for (const bool is_interleaved : {false, true}) {
+      for (std::size_t order = 0; order < orders.size(); ++order) {
+        const auto& place = orders[order].place;
+        const Eigen::MatrixXd first = Ordered(sample, 0, is_interleaved ? 2 : 1, place);
+        const Eigen::MatrixXd second = Ordered(sample, is_interleaved ? 1 : half, is_interleaved ? 2 : 1, place);
+        for (const bool is_x_first : {false, true}) {
+          const Eigen::MatrixXd& y = is_x_first ? second : first;
+          const Eigen::MatrixXd& x = is_x_first ? first : second;
+          Layout layout;
+          layout.is_transposed = is_transposed;
+          layout.is_interleaved = is_interleaved;
+          layout.is_x_first = is_x_first;
+          layout.order = order;
+          for (const Candidate& candidate :
+               Signs({Solved(y_products * y), y.squaredNorm()}, {Solved(x_products * x), x.squaredNorm()}, layout)) {
+            candidates.push_back(candidate);
+          }
+        }
+      }
+    }
+  }
+  std::ranges::stable_sort(candidates, std::greater(), &Candidate::share);
+  return candidates;
+}
+
+Fields Sample(const Fields& fields) {
+  constexpr Eigen::Index kSums = 4;
+  const Fields normalised = Normalised(fields);
+  std::mt19937 random(1);  // NOLINT(cert-msc51-cpp): the same examination each time
+  Eigen::MatrixXd signs(normalised.cols(), kSums);
+  for (double& sign : signs.reshaped()) sign = random() % 2 == 0 ? 1.0 : -1.0;
+  return normalised * signs;
+}
+
+}  // namespace quen::workbench

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <Eigen/Dense>
+#include <vector>
+
+#include "workbench/check/src/layout.hpp"
+
+/// @file
+/// Slope vectors that a matrix's should be made of, and in which layout they are.
+
+namespace quen::workbench {
+
+/// Sums of given slope vectors.
+class SlopeSpace {
+ public:
+  /// @param vectors  1214 × n, in the right layout, of any scale; zeros are left out
+  explicit SlopeSpace(const Fields& vectors);
+
+  /// Gradients of smooth surfaces: of the products of Chebyshev polynomials up to a degree, at the used sub-apertures.
+  /// A wavefront's slopes are such a gradient, whatever the modes are.
+  static SlopeSpace OfGradients(const std::vector<quen::image_processing::Roi>& rois,
+                                const std::vector<std::size_t>& used, int degree);
+
+  /// The share of each vector's mean square that is in this space, 0 to 1; 0 for zeros.
+  [[nodiscard]] Eigen::VectorXd Shares(const Fields& fields) const;
+
+  /// A layout in which slope vectors may be, and what of their mean square is in this space then.
+  struct Candidate {
+    Layout layout;
+    double share;
+  };
+
+  /// As they stand.
+  [[nodiscard]] double Share(const Fields& fields) const;
+
+  /// Every layout for slope vectors that stand as `fields`, and `transposed` if they are transposed in memory; best
+  /// first, and among equals that of the fewest mistakes. Signs of both blocks together do not matter here, so y keeps
+  /// its sign.
+  [[nodiscard]] std::vector<Candidate> Try(const Fields& fields, const Fields& transposed,
+                                           const std::vector<ListOrder>& orders) const;
+
+ private:
+  struct Part;
+
+  [[nodiscard]] Eigen::MatrixXd Solved(const Eigen::MatrixXd& products) const;
+  [[nodiscard]] std::vector<Candidate> Signs(const Part& y, const Part& x, const Layout& layout) const;
+
+  Eigen::MatrixXd vectors_;
+  Eigen::LLT<Eigen::MatrixXd> gram_;
+};
+
+/// A few sums of slope vectors of the same size with random signs, which are in a layout, and a space, as these are.
+Fields Sample(const Fields& fields);
+
+}  // namespace quen::workbench
