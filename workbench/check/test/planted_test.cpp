@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <iostream>
 #include <map>
 #include <regex>
@@ -26,6 +27,7 @@ using quen::workbench::Findings;
 using quen::workbench::Verdict;
 using quen::workbench::planted::AreSame;
 using quen::workbench::planted::AreSameButForSign;
+using quen::workbench::planted::kParts;
 using quen::workbench::planted::LayoutMistakes;
 using quen::workbench::planted::LensletArrays;
 using quen::workbench::planted::Made;
@@ -81,6 +83,19 @@ std::string ToldOf(const Findings& findings) {
     text += "\n";
   }
   return text.empty() ? "  good\n" : text;
+}
+
+/// Longest of all examinations, in seconds of the processor.
+double& Longest() {
+  static double longest = 0.0;
+  return longest;
+}
+
+Findings Examined(const CalibrationContent& content) {
+  const std::clock_t before = std::clock();
+  Findings findings = Examine(content);
+  Longest() = std::max(Longest(), static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC);
+  return findings;
 }
 
 bool IsGood(const Finding& finding) { return finding.verdict == Verdict::kGood; }
@@ -235,6 +250,7 @@ class Shares {
     std::cout << fmt::format("{:<64} planted    seen   named restored  fixed harmed\n", title);
     for (const auto& [name, share] : shares_) Row(name, share);
     Row("all", Sum());
+    std::cout << fmt::format("longest examination: {:.0f} ms\n", 1e3 * Longest());
   }
 
  private:
@@ -249,7 +265,7 @@ class Shares {
 // --- Good ones
 
 void ExpectNothingWrong(const CalibrationContent& content, const std::string& name, Shares& shares) {
-  const Findings findings = Examine(content);
+  const Findings findings = Examined(content);
   Share& share = shares[name];
   ++share.planted;
   if (!std::ranges::all_of(findings, IsGood)) ++share.seen;
@@ -317,7 +333,7 @@ double OffsetOf(const CalibrationContent& content) {
 /// On a pupil that is the same upside down, a list from the last to the first is that of modes upside down. A pixel
 /// more, where half a pixel is missing already, is half a pixel less.
 bool CanBeSeen(const Mistake& mistake, const CalibrationContent& good) {
-  constexpr double kParity = 0.35;  // pixels
+  constexpr double kParity = 0.23;  // pixels
   if (mistake.place == Place::kRegions && mistake.Undo && OffsetOf(good) > kParity) return false;
   if (mistake.word != "turned_180" || mistake.place != Place::kBoth) return true;
   int different = 0;
@@ -332,7 +348,7 @@ void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
   if (!CanBeSeen(mistake, good)) return;
   CalibrationContent content = good;
   mistake.Plant(content);
-  const Findings findings = Examine(content);
+  const Findings findings = Examined(content);
   const std::string told = Name(mistake) + ": " + Name(recipe) + "\n" + ToldOf(findings);
   Share& share = shares[Name(mistake)];
   ++share.planted;
@@ -345,28 +361,32 @@ void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
   const Outcome outcome = Follow(content, findings, good, tolerance);
   if (outcome == Outcome::kRestored) ++share.restored;
   EXPECT_EQ(outcome, Outcome::kRestored) << "not restored: " << told;
-  if (const auto corrected = quen::workbench::Corrected(content, findings)) {
+  const auto corrected = quen::workbench::Corrected(content, findings);
+  if (corrected && SameParts(*corrected, content) < kParts) {
     ++share.fixed;
-    EXPECT_TRUE(AreSameButForSign(*corrected, good, tolerance)) << "fixed, and wrong: " << told;
+    EXPECT_TRUE(AreSameButForSign(*corrected, good, tolerance) ||
+                SameParts(*corrected, good, tolerance) > SameParts(content, good, tolerance))
+        << "fixed, and wrong: " << told;
   }
   const std::string harm = Harm(content, findings, recipe, tolerance);
   if (!harm.empty()) ++share.harmed;
   EXPECT_EQ(harm, "") << "certain, and wrong: " << told;
 }
 
-void PlantEach(const std::vector<Mistake>& mistakes, const std::string& title) {
+/// @param first  number of the first one, for other recipes than those of other mistakes
+void PlantEach(const std::vector<Mistake>& mistakes, std::size_t first, std::size_t count, const std::string& title) {
   Shares shares;
-  for (std::size_t number = 0; const Mistake& mistake : mistakes) {
-    for (const Recipe& recipe : RecipesFor(number++, 2)) PlantOne(mistake, recipe, shares);
+  for (std::size_t number = first; const Mistake& mistake : mistakes) {
+    for (const Recipe& recipe : RecipesFor(number++, count)) PlantOne(mistake, recipe, shares);
   }
   shares.Print(title);
 }
 
-TEST(Planted, LayoutsOfM2sAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kM2s), "layouts of M2S"); }
-TEST(Planted, LayoutsOfCmAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kCm), "layouts of CM"); }
-TEST(Planted, LayoutsOfBothAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kBoth), "layouts of both"); }
-TEST(Planted, MistakesInMatricesAreNamedAndPutRight) { PlantEach(MatrixMistakes(), "matrices"); }
-TEST(Planted, MistakesInRegionsAreNamedAndPutRight) { PlantEach(RegionMistakes(), "regions and flags"); }
+TEST(Planted, LayoutsOfM2sAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kM2s), 0, 1, "layouts of M2S"); }
+TEST(Planted, LayoutsOfCmAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kCm), 3, 1, "layouts of CM"); }
+TEST(Planted, LayoutsOfBothAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kBoth), 5, 1, "layouts of both"); }
+TEST(Planted, MistakesInMatricesAreNamedAndPutRight) { PlantEach(MatrixMistakes(), 0, 1, "matrices"); }
+TEST(Planted, MistakesInRegionsAreNamedAndPutRight) { PlantEach(RegionMistakes(), 0, 2, "regions and flags"); }
 
 // --- Pairs
 
@@ -445,7 +465,7 @@ void PlantPairs(const std::vector<MistakePair>& pairs, std::size_t stride, doubl
     CalibrationContent content = good;
     first.Plant(content);
     second.Plant(content);
-    const Findings findings = Examine(content);
+    const Findings findings = Examined(content);
     const bool is_seen = !std::ranges::all_of(findings, IsGood);
     const Outcome outcome =
         Follow(content, findings, good, std::max(ToleranceOf(first, recipe), ToleranceOf(second, recipe)));
