@@ -348,6 +348,7 @@ void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
   if (!CanBeSeen(mistake, good)) return;
   CalibrationContent content = good;
   mistake.Plant(content);
+  if (AreSame(content, good)) return;  // the control matrix of these modes already
   const Findings findings = Examined(content);
   const std::string told = Name(mistake) + ": " + Name(recipe) + "\n" + ToldOf(findings);
   Share& share = shares[Name(mistake)];
