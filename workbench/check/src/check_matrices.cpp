@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "workbench/check/check.hpp"
 #include "workbench/check/src/check_inverse.hpp"
@@ -77,15 +78,27 @@ std::string Joined(const std::vector<LayoutMistake>& mistakes, std::string Layou
   return fmt::format("{}", fmt::join(parts, between));
 }
 
-/// Where both matrices are in the same other order, it may be the regions that are.
-std::optional<Correction> ReorderedRegions(const Layout& layout, const std::vector<ListOrder>& orders) {
+/// Where both matrices are in the same other order, or have x and y exchanged, it may be the regions that are or have.
+std::optional<Correction> OtherRegions(const Layout& layout, const std::vector<ListOrder>& orders) {
   Layout order;
   order.order = layout.order;
-  if (layout.order == 0 || layout != order) return std::nullopt;
-  return Correction{orders[layout.order].mistake,
-                    [regions = orders[layout.order].regions](CalibrationContent& content) {
-                      const auto before = content.rois;
-                      for (std::size_t i = 0; i < regions.size(); ++i) content.rois[i] = before[regions[i]];
+  if (layout.order != 0 && layout == order) {
+    return Correction{orders[layout.order].mistake,
+                      [regions = orders[layout.order].regions](CalibrationContent& content) {
+                        const auto before = content.rois;
+                        for (std::size_t i = 0; i < regions.size(); ++i) content.rois[i] = before[regions[i]];
+                      }};
+  }
+  Layout exchanged;
+  exchanged.is_x_first = true;
+  if (layout != exchanged) return std::nullopt;
+  return Correction{"regions_exchanged", [](CalibrationContent& content) {
+                      for (auto& roi : content.rois) {
+                        std::swap(roi.x_low, roi.y_low);
+                        std::swap(roi.x_up, roi.y_up);
+                        std::swap(roi.x_ref, roi.y_ref);
+                        std::swap(roi.width, roi.height);
+                      }
                     }};
 }
 
@@ -124,9 +137,10 @@ Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, bool is_
         {Joined(mistakes, &LayoutMistake::word, "+"), [file, layout, orders](CalibrationContent& content) {
            content.*file.matrix = file.put_right(content.*file.matrix, layout, orders);
          }});
-    if (const auto reordered = is_in_both ? ReorderedRegions(layout, orders) : std::nullopt) {
-      advice.emplace_back("list the regions in shs_rois.fits in the order of the slopes");
-      finding.corrections.push_back(*reordered);
+    if (const auto other_regions = is_in_both ? OtherRegions(layout, orders) : std::nullopt) {
+      advice.emplace_back(layout.is_x_first ? "exchange x and y in shs_rois.fits"
+                                            : "list the regions in shs_rois.fits in the order of the slopes");
+      finding.corrections.push_back(*other_regions);
     }
   }
   finding.text = fmt::format("{} ({:.1f} % of the slopes are a smooth wavefront's as it stands, {:.1f} % so)",

@@ -161,7 +161,7 @@ bool HasGaps(const std::vector<Roi>& rois, const Axis& axis) {
 Finding CheckOffset(const std::vector<Roi>& rois, const Axis& axis) {
   constexpr double kOwn = 0.27;
   constexpr double kHalf = 0.75;
-  constexpr double kBetween = 0.68;
+  constexpr double kBetween = 0.6;
   constexpr double kWhole = 1.35;
   constexpr double kExactly = 0.05;
   std::vector<double> distances;
@@ -212,6 +212,10 @@ Finding CheckOffset(const std::vector<Roi>& rois, const Axis& axis) {
   if (size > kBetween && size < 1.5 - kBetween) {
     finding.advice += fmt::format(", or {}", is_half ? "1" : "0.5");
     finding.corrections.push_back(MovedReferences(axis, std::copysign(is_half ? 1.0 : 0.5, -offsets.median)));
+  }
+  if (is_half && !gap) {  // steps of no whole number of pixels: regions are half a pixel off on average, either way
+    finding.advice += ", or 1 if regions are rounded the other way";
+    finding.corrections.push_back(MovedReferences(axis, -2.0 * shift));
   }
   if (is_half && HasGaps(rois, axis)) {
     finding.advice += is_high ? ", or add 1 to the upper bounds if they are inclusive"

@@ -48,7 +48,8 @@ Eigen::Matrix2d Turn(double degrees) { return Eigen::Rotation2Dd(degrees * kDegr
 
 /// Centre of a sub-aperture before the array is turned.
 Vector2d CellCentre(Index i) {
-  return {static_cast<double>(i % kAcross) - 16.0, static_cast<double>(i / kAcross) - 16.0};
+  const Index row = i / kAcross;
+  return {static_cast<double>(i % kAcross) - 16.0, static_cast<double>(row) - 16.0};
 }
 
 double LitShare(const Recipe& recipe, double radius, Index i) {
@@ -226,7 +227,7 @@ class Zernike {
     Mode mode = {m, is_cosine, std::vector<double>(static_cast<std::size_t>(n) + 1, 0.0)};
     const double norm = std::sqrt((m == 0 ? 1.0 : 2.0) * (n + 1.0));
     for (int s = 0; s <= (n - m) / 2; ++s) {
-      mode.coefficients[static_cast<std::size_t>(2 * s)] =
+      mode.coefficients[2 * static_cast<std::size_t>(s)] =
           norm * (s % 2 == 0 ? 1.0 : -1.0) * factorial(n - s) /
           (factorial(s) * factorial((n + m) / 2 - s) * factorial((n - m) / 2 - s));
     }
@@ -395,7 +396,7 @@ std::vector<Lenslets> LensletArrays() {
           {.name = "fine", .pitch = 23.7, .size = 22},
           {.name = "tight", .pitch = 23.5, .size = 23, .scatter = 0.05},
           {.name = "odd", .size = 23},
-          {.name = "small", .size = 20, .scatter = 0.2, .shift = 0.3},
+          {.name = "small", .size = 20, .scatter = 0.2, .shift = 0.2},
           {.name = "turned by 1", .pitch = 23.8, .size = 22, .turn = 1.0, .scatter = 0.1},
           {.name = "turned by -3", .pitch = 23.5, .size = 21, .turn = -3.0, .scatter = 0.15, .offset_x = 0.1},
           {.name = "turned by 3", .pitch = 23.5, .size = 20, .turn = 3.0}};
@@ -523,15 +524,17 @@ bool AreClose(const Matrix& one, const Matrix& other, double tolerance) {
   return ((one - other).array().abs() <= tolerance * largest).all();  // false for what is no number
 }
 
-bool AreClose(const Roi& one, const Roi& other) {
-  return one.x_low == other.x_low && one.x_up == other.x_up && one.y_low == other.y_low && one.y_up == other.y_up &&
-         one.width == other.width && one.height == other.height && one.n_pixels == other.n_pixels &&
-         std::abs(one.x_ref - other.x_ref) <= kRounded && std::abs(one.y_ref - other.y_ref) <= kRounded;
+bool AreAll(const std::vector<Roi>& one, const std::vector<Roi>& other, bool (*are_same)(const Roi&, const Roi&)) {
+  return std::ranges::equal(one, other, are_same);
 }
 
-bool AreClose(const std::vector<Roi>& one, const std::vector<Roi>& other) {
-  return std::ranges::equal(one, other, [](const Roi& a, const Roi& b) { return AreClose(a, b); });
+bool HaveSameBounds(const Roi& one, const Roi& other) {
+  return one.x_low == other.x_low && one.x_up == other.x_up && one.y_low == other.y_low && one.y_up == other.y_up &&
+         one.width == other.width && one.height == other.height && one.n_pixels == other.n_pixels;
 }
+
+bool HaveSameX(const Roi& one, const Roi& other) { return std::abs(one.x_ref - other.x_ref) <= kRounded; }
+bool HaveSameY(const Roi& one, const Roi& other) { return std::abs(one.y_ref - other.y_ref) <= kRounded; }
 
 /// A calibration in the order of another one's list, where it has the same regions.
 CalibrationContent InOrderOf(const CalibrationContent& content, const CalibrationContent& other) {
@@ -557,13 +560,16 @@ CalibrationContent InOrderOf(const CalibrationContent& content, const Calibratio
 }  // namespace
 
 int SameParts(const CalibrationContent& one, const CalibrationContent& other, double tolerance) {
-  return (AreClose(one.m2s, other.m2s, tolerance) ? 1 : 0) + (AreClose(one.cm, other.cm, tolerance) ? 1 : 0) +
-         (AreClose(one.rois, other.rois) ? 1 : 0) + (one.used == other.used ? 1 : 0);
+  const std::array<bool, kParts> same = {
+      AreClose(one.m2s, other.m2s, tolerance),      AreClose(one.cm, other.cm, tolerance),
+      AreAll(one.rois, other.rois, HaveSameBounds), AreAll(one.rois, other.rois, HaveSameX),
+      AreAll(one.rois, other.rois, HaveSameY),      one.used == other.used};
+  return static_cast<int>(std::ranges::count(same, true));
 }
 
 bool AreSame(const CalibrationContent& one, const CalibrationContent& other, double tolerance) {
-  if (AreClose(one.rois, other.rois)) return SameParts(one, other, tolerance) == 4;
-  return SameParts(InOrderOf(one, other), other, tolerance) == 4;
+  if (AreAll(one.rois, other.rois, HaveSameBounds)) return SameParts(one, other, tolerance) == kParts;
+  return SameParts(InOrderOf(one, other), other, tolerance) == kParts;
 }
 
 bool AreSameButForSign(const CalibrationContent& one, const CalibrationContent& other, double tolerance) {

@@ -123,7 +123,8 @@ bool AreSame(const CalibrationContent& one, const CalibrationContent& other, dou
 /// The same but for the sign of all modes, which nothing tells.
 bool AreSameButForSign(const CalibrationContent& one, const CalibrationContent& other, double tolerance = kRounded);
 
-/// How many of M2S, CM, regions and flags are the same.
+/// How many of M2S, CM, bounds, x references, y references and flags are the same.
+inline constexpr int kParts = 6;
 int SameParts(const CalibrationContent& one, const CalibrationContent& other, double tolerance = kRounded);
 
 }  // namespace quen::workbench::planted

@@ -17,6 +17,7 @@ using quen::workbench::Matrix;
 using quen::workbench::planted::AllMistakes;
 using quen::workbench::planted::AreSame;
 using quen::workbench::planted::AreSameButForSign;
+using quen::workbench::planted::kParts;
 using quen::workbench::planted::LensletArrays;
 using quen::workbench::planted::Made;
 using quen::workbench::planted::Mistake;
@@ -117,7 +118,7 @@ double CurlOf(const CalibrationContent& content) {
 }
 
 TEST(PlantedCalibration, HasSlopesThatAreGradients) {
-  for (Recipe recipe : PlantedRecipes()) {
+  for (const Recipe& recipe : PlantedRecipes()) {
     if (recipe.noise > 0.0 || recipe.lenslets.turn != 0.0) continue;  // a square of turned slopes is not one of these
     EXPECT_LT(CurlOf(Made(recipe)), 0.01) << Name(recipe);
     CalibrationContent mistaken = Made(recipe);
@@ -166,11 +167,11 @@ TEST(PlantedMistake, ChangesTheCalibrationAndIsUndone) {
   for (const Mistake& mistake : AllMistakes()) {
     CalibrationContent content = good;
     mistake.Plant(content);
-    EXPECT_LT(SameParts(content, good), 4) << Name(mistake);
+    EXPECT_LT(SameParts(content, good), kParts) << Name(mistake);
     EXPECT_FALSE(AreSame(content, good)) << Name(mistake);
     if (!mistake.Undo) continue;
     mistake.Undo(content);
-    EXPECT_EQ(SameParts(content, good), 4) << Name(mistake);
+    EXPECT_EQ(SameParts(content, good), kParts) << Name(mistake);
   }
 }
 

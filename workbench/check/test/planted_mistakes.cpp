@@ -81,7 +81,7 @@ SlopeMap Blocks(double y_factor, double x_factor) {
 
 SlopeMap ExchangedBlocks() {
   SlopeMap map = Identity();
-  std::ranges::rotate(map.from, map.from.begin() + kBlock);
+  std::rotate(map.from.begin(), map.from.begin() + kBlock, map.from.end());
   return map;
 }
 
@@ -340,7 +340,7 @@ std::vector<Mistake> MatrixMistakes() {
   std::iota(shifted.begin(), shifted.end(), Index{0});
   Permutation neighbours = shifted;
   std::swap(neighbours[16], neighbours[17]);
-  std::ranges::rotate(shifted, shifted.begin() + 1);
+  std::rotate(shifted.begin(), shifted.begin() + 1, shifted.end());
 
   std::vector<Mistake> mistakes;
   for (const Place place : {Place::kM2s, Place::kCm}) {
@@ -374,8 +374,7 @@ std::vector<Mistake> MatrixMistakes() {
   const auto other = [](Modes modes) { return Made({.modes = modes, .seed = 77}).cm; };
   for (const Modes modes : {Modes::kHexagonalMirror, Modes::kFourier}) {
     mistakes.push_back(Lost(modes == Modes::kFourier ? "of Fourier modes" : "of another mirror", Place::kCm,
-                            [=](Content& c) { c.cm = other(modes); }, {"cm.inverse"},
-                            {"other", "another", "not from the same"}));
+                            [=](Content& c) { c.cm = other(modes); }, {"cm.inverse"}, {"not of the same modes"}));
   }
   const std::vector<std::string> layouts = {"m2s.layout", "cm.layout", "m2s.modes", "cm.inverse"};
   const std::vector<std::string> noise = {"order", "noise"};
@@ -401,8 +400,8 @@ std::vector<Mistake> MatrixMistakes() {
   };
   single("failed_mode", Place::kM2s, fail, "m2s.modes", number);
   single("failed_mode", Place::kBoth, WithItsInverse(fail, {kFailed}, {}), "m2s.modes", number);
-  single("noisy_mode", Place::kM2s, blur, "m2s.modes", number);
-  single("noisy_mode", Place::kBoth, WithItsInverse(blur, {}, {}), "m2s.modes", number);
+  single("noisy_mode", Place::kM2s, blur, "m2s.noise", number);
+  single("noisy_mode", Place::kBoth, WithItsInverse(blur, {}, {}), "m2s.noise", number);
   constexpr Index kDead = 233;  // of the used ones
   const auto die = [](Content& c) {
     c.m2s.row(kDead).setZero();

@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <iostream>
 #include <map>
 #include <regex>
 #include <set>
 
 #include "workbench/check/check.hpp"
+#include "workbench/check/correct.hpp"
 
 // Good calibrations are not called wrong, planted mistakes are named, and whoever follows the advice has the unspoiled
 // calibration again. A few hundred of them; all, in half an hour, with QUEN_PLANTED_ALL=1.
@@ -23,9 +25,9 @@ using quen::workbench::Examine;
 using quen::workbench::Finding;
 using quen::workbench::Findings;
 using quen::workbench::Verdict;
-using quen::workbench::planted::AllMistakes;
 using quen::workbench::planted::AreSame;
 using quen::workbench::planted::AreSameButForSign;
+using quen::workbench::planted::kParts;
 using quen::workbench::planted::LayoutMistakes;
 using quen::workbench::planted::LensletArrays;
 using quen::workbench::planted::Made;
@@ -48,14 +50,15 @@ std::vector<Recipe> BaseRecipes() {
   const auto pupils = Pupils();
   const auto lenslets = LensletArrays();
   std::vector<Recipe> recipes;
-  unsigned seed = 1;
   for (const Modes modes : {Modes::kSquareMirror, Modes::kHexagonalMirror, Modes::kFourier, Modes::kZernike}) {
     for (const auto& pupil : pupils) {
-      Recipe recipe = {.modes = modes, .pupil = pupil, .lenslets = lenslets[3 * seed % lenslets.size()], .seed = seed};
-      recipe.noise = seed % 3 == 0 ? 0.05 : seed % 5 == 0 ? 0.2 : 0.0;
-      recipe.has_cm_of_noiseless = seed % 6 == 0;
+      const std::size_t number = recipes.size() + 1;
+      Recipe recipe = {.modes = modes, .pupil = pupil, .lenslets = lenslets[3 * number % lenslets.size()]};
+      recipe.seed = static_cast<unsigned>(number);
+      if (number % 5 == 0) recipe.noise = 0.2;
+      if (number % 3 == 0) recipe.noise = 0.05;
+      recipe.has_cm_of_noiseless = number % 6 == 0;
       recipes.push_back(recipe);
-      ++seed;
     }
   }
   return recipes;
@@ -63,7 +66,7 @@ std::vector<Recipe> BaseRecipes() {
 
 /// The recipes that a case is tried on: all of them, or `count` that differ from case to case.
 std::vector<Recipe> RecipesFor(std::size_t number, std::size_t count) {
-  const std::vector<Recipe> all = BaseRecipes();
+  std::vector<Recipe> all = BaseRecipes();
   if (PlantAll()) return all;
   std::vector<Recipe> some;
   for (std::size_t k = 0; k < count; ++k) some.push_back(all[(7 * number + 13 * k) % all.size()]);
@@ -80,6 +83,19 @@ std::string ToldOf(const Findings& findings) {
     text += "\n";
   }
   return text.empty() ? "  good\n" : text;
+}
+
+/// Longest of all examinations, in seconds of the processor.
+double& Longest() {
+  static double longest = 0.0;
+  return longest;
+}
+
+Findings Examined(const CalibrationContent& content) {
+  const std::clock_t before = std::clock();
+  Findings findings = Examine(content);
+  Longest() = std::max(Longest(), static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC);
+  return findings;
 }
 
 bool IsGood(const Finding& finding) { return finding.verdict == Verdict::kGood; }
@@ -119,8 +135,8 @@ bool IsNamed(const Mistake& mistake, const Findings& findings) {
 // --- Following the advice
 
 /// Where one correction of each finding leads, or none of some of them.
-std::vector<CalibrationContent> Corrected(const CalibrationContent& content, const Findings& findings) {
-  constexpr std::size_t kMost = 64;
+std::vector<CalibrationContent> AllCorrected(const CalibrationContent& content, const Findings& findings) {
+  constexpr std::size_t kMost = 160;
   std::vector<CalibrationContent> corrected = {content};
   for (const Finding& finding : findings) {
     if (IsGood(finding)) continue;
@@ -136,7 +152,8 @@ std::vector<CalibrationContent> Corrected(const CalibrationContent& content, con
   return corrected;
 }
 
-/// How near to the unspoiled one it has to come: a factor between the axes is measured, and not known.
+/// How near to the unspoiled one it has to come: a factor between the axes is measured, and not known, as is one
+/// between matrices of which only one is noisy.
 double ToleranceOf(const Mistake& mistake, const Recipe& recipe) {
   constexpr double kMeasured = 0.05;
   const bool is_measured = mistake.word == "x_unit" || (mistake.word == "scaled" && recipe.has_cm_of_noiseless);
@@ -160,10 +177,10 @@ Outcome Best(const std::vector<CalibrationContent>& corrected, const Calibration
 Outcome Follow(const CalibrationContent& content, const Findings& findings, const CalibrationContent& good,
                double tolerance) {
   constexpr std::size_t kExaminations = 3;
-  const std::vector<CalibrationContent> corrected = Corrected(content, findings);
+  const std::vector<CalibrationContent> corrected = AllCorrected(content, findings);
   Outcome best = Best(corrected, good, tolerance);
   for (std::size_t k = 0; k < std::min(kExaminations, corrected.size()) && best == Outcome::kNot; ++k) {
-    best = Best(Corrected(corrected[k], Examine(corrected[k])), good, tolerance);
+    best = Best(AllCorrected(corrected[k], Examine(corrected[k])), good, tolerance);
   }
   return best;
 }
@@ -186,7 +203,7 @@ const std::map<std::string, Correction>& CertainBefore(const Recipe& recipe) {
   return entry->second;
 }
 
-/// Advice without an alternative that makes right files wrong, or leaves wrong ones wrong.
+/// Advice without an alternative from which nothing leads to the unspoiled calibration.
 std::string Harm(const CalibrationContent& content, const Findings& findings, const Recipe& recipe, double tolerance) {
   const CalibrationContent& good = Made(recipe);
   std::string harm;
@@ -195,7 +212,8 @@ std::string Harm(const CalibrationContent& content, const Findings& findings, co
     correction.Apply(corrected);
     if (AreSame(corrected, good, tolerance)) continue;
     if (SameParts(corrected, good, tolerance) > SameParts(content, good, tolerance)) continue;
-    if (!CertainBefore(recipe).contains(name)) harm += " " + name;
+    if (CertainBefore(recipe).contains(name)) continue;
+    if (Follow(corrected, Examine(corrected), good, tolerance) == Outcome::kNot) harm += " " + name;
   }
   return harm;
 }
@@ -207,6 +225,7 @@ struct Share {
   int seen = 0;  ///< called not good
   int named = 0;
   int restored = 0;
+  int fixed = 0;  ///< without a choice
   int harmed = 0;
 };
 
@@ -221,21 +240,23 @@ class Shares {
       sum.seen += share.seen;
       sum.named += share.named;
       sum.restored += share.restored;
+      sum.fixed += share.fixed;
       sum.harmed += share.harmed;
     }
     return sum;
   }
 
   void Print(const std::string& title) const {
-    std::cout << fmt::format("{:<64} planted    seen   named restored harmed\n", title);
+    std::cout << fmt::format("{:<64} planted    seen   named restored  fixed harmed\n", title);
     for (const auto& [name, share] : shares_) Row(name, share);
     Row("all", Sum());
+    std::cout << fmt::format("longest examination: {:.0f} ms\n", 1e3 * Longest());
   }
 
  private:
   static void Row(const std::string& name, const Share& share) {
-    std::cout << fmt::format("{:<64} {:>7} {:>7} {:>7} {:>8} {:>6}\n", name, share.planted, share.seen, share.named,
-                             share.restored, share.harmed);
+    std::cout << fmt::format("{:<64} {:>7} {:>7} {:>7} {:>8} {:>6} {:>6}\n", name, share.planted, share.seen,
+                             share.named, share.restored, share.fixed, share.harmed);
   }
 
   std::map<std::string, Share> shares_;
@@ -244,7 +265,7 @@ class Shares {
 // --- Good ones
 
 void ExpectNothingWrong(const CalibrationContent& content, const std::string& name, Shares& shares) {
-  const Findings findings = Examine(content);
+  const Findings findings = Examined(content);
   Share& share = shares[name];
   ++share.planted;
   if (!std::ranges::all_of(findings, IsGood)) ++share.seen;
@@ -298,8 +319,22 @@ bool CanBeRestored(const Mistake& mistake, const Recipe& recipe) {
   return (mistake.Undo || from_inverse) && !(from_inverse && recipe.has_cm_of_noiseless);
 }
 
-/// On a pupil that is the same upside down, a list from the last to the first is that of modes upside down.
+/// How far the references are from the middle of their regions, on average.
+double OffsetOf(const CalibrationContent& content) {
+  double x = 0.0;
+  double y = 0.0;
+  for (const auto& roi : content.rois) {
+    x += roi.x_ref - (roi.x_low + roi.x_up - 1) / 2.0;
+    y += roi.y_ref - (roi.y_low + roi.y_up - 1) / 2.0;
+  }
+  return std::max(std::abs(x), std::abs(y)) / static_cast<double>(content.rois.size());
+}
+
+/// On a pupil that is the same upside down, a list from the last to the first is that of modes upside down. A pixel
+/// more, where half a pixel is missing already, is half a pixel less.
 bool CanBeSeen(const Mistake& mistake, const CalibrationContent& good) {
+  constexpr double kParity = 0.23;  // pixels
+  if (mistake.place == Place::kRegions && mistake.Undo && OffsetOf(good) > kParity) return false;
   if (mistake.word != "turned_180" || mistake.place != Place::kBoth) return true;
   int different = 0;
   for (std::size_t i = 0; i < good.used.size(); ++i) {
@@ -313,7 +348,8 @@ void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
   if (!CanBeSeen(mistake, good)) return;
   CalibrationContent content = good;
   mistake.Plant(content);
-  const Findings findings = Examine(content);
+  if (AreSame(content, good)) return;  // the control matrix of these modes already
+  const Findings findings = Examined(content);
   const std::string told = Name(mistake) + ": " + Name(recipe) + "\n" + ToldOf(findings);
   Share& share = shares[Name(mistake)];
   ++share.planted;
@@ -326,24 +362,32 @@ void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
   const Outcome outcome = Follow(content, findings, good, tolerance);
   if (outcome == Outcome::kRestored) ++share.restored;
   EXPECT_EQ(outcome, Outcome::kRestored) << "not restored: " << told;
+  const auto corrected = quen::workbench::Corrected(content, findings);
+  if (corrected && SameParts(*corrected, content) < kParts) {
+    ++share.fixed;
+    EXPECT_TRUE(AreSameButForSign(*corrected, good, tolerance) ||
+                SameParts(*corrected, good, tolerance) > SameParts(content, good, tolerance))
+        << "fixed, and wrong: " << told;
+  }
   const std::string harm = Harm(content, findings, recipe, tolerance);
   if (!harm.empty()) ++share.harmed;
   EXPECT_EQ(harm, "") << "certain, and wrong: " << told;
 }
 
-void PlantEach(const std::vector<Mistake>& mistakes, const std::string& title) {
+/// @param first  number of the first one, for other recipes than those of other mistakes
+void PlantEach(const std::vector<Mistake>& mistakes, std::size_t first, std::size_t count, const std::string& title) {
   Shares shares;
-  for (std::size_t number = 0; const Mistake& mistake : mistakes) {
-    for (const Recipe& recipe : RecipesFor(number++, 2)) PlantOne(mistake, recipe, shares);
+  for (std::size_t number = first; const Mistake& mistake : mistakes) {
+    for (const Recipe& recipe : RecipesFor(number++, count)) PlantOne(mistake, recipe, shares);
   }
   shares.Print(title);
 }
 
-TEST(Planted, LayoutsOfM2sAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kM2s), "layouts of M2S"); }
-TEST(Planted, LayoutsOfCmAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kCm), "layouts of CM"); }
-TEST(Planted, LayoutsOfBothAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kBoth), "layouts of both"); }
-TEST(Planted, MistakesInMatricesAreNamedAndPutRight) { PlantEach(MatrixMistakes(), "matrices"); }
-TEST(Planted, MistakesInRegionsAreNamedAndPutRight) { PlantEach(RegionMistakes(), "regions and flags"); }
+TEST(Planted, LayoutsOfM2sAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kM2s), 0, 1, "layouts of M2S"); }
+TEST(Planted, LayoutsOfCmAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kCm), 3, 1, "layouts of CM"); }
+TEST(Planted, LayoutsOfBothAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kBoth), 5, 1, "layouts of both"); }
+TEST(Planted, MistakesInMatricesAreNamedAndPutRight) { PlantEach(MatrixMistakes(), 0, 1, "matrices"); }
+TEST(Planted, MistakesInRegionsAreNamedAndPutRight) { PlantEach(RegionMistakes(), 0, 2, "regions and flags"); }
 
 // --- Pairs
 
@@ -422,7 +466,7 @@ void PlantPairs(const std::vector<MistakePair>& pairs, std::size_t stride, doubl
     CalibrationContent content = good;
     first.Plant(content);
     second.Plant(content);
-    const Findings findings = Examine(content);
+    const Findings findings = Examined(content);
     const bool is_seen = !std::ranges::all_of(findings, IsGood);
     const Outcome outcome =
         Follow(content, findings, good, std::max(ToleranceOf(first, recipe), ToleranceOf(second, recipe)));
@@ -434,7 +478,7 @@ void PlantPairs(const std::vector<MistakePair>& pairs, std::size_t stride, doubl
     if (outcome == Outcome::kRestored) ++share.restored;
     const std::string told = Name(first) + " and " + Name(second) + ": " + Name(recipe) + "\n" + ToldOf(findings);
     EXPECT_TRUE(is_seen) << told;
-    if (PlantAll() && outcome != Outcome::kRestored) std::cout << "not restored: " << told;
+    if (outcome != Outcome::kRestored) std::cout << "not restored: " << told;
   }
   shares.Print(title);
   const Share sum = shares.Sum();
@@ -446,6 +490,6 @@ TEST(Planted, PairsOfLayoutsAreNamedAndPutRight) { PlantPairs(PairsOfLayouts(), 
 TEST(Planted, MistakesOfEachMatrixAreNamedAndPutRight) {
   PlantPairs(PairsOfMatrices(), 13, 0.9, 0.9, "a layout of each matrix");
 }
-TEST(Planted, PairsOfKindsAreNamedAndPutRight) { PlantPairs(PairsOfKinds(), 53, 0.9, 0.9, "pairs of kinds"); }
+TEST(Planted, PairsOfKindsAreNamedAndPutRight) { PlantPairs(PairsOfKinds(), 79, 0.9, 0.9, "pairs of kinds"); }
 
 }  // namespace
