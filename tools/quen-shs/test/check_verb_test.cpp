@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "testing/environment.hpp"
 #include "tools/quen-shs/test/quen_shs.hpp"
+#include "workbench/check/check.hpp"
 #include "workbench/sensor/calibration.hpp"
 
 // What 'check' prints and how it ends. What it finds has tests of its own.
@@ -39,7 +41,9 @@ TEST(CheckVerb, GivesItsFindingsAsJson) {
                                              " | " QUEN_PYTHON
                                              " -c 'import json, sys; d = json.load(sys.stdin); "
                                              "print(d[\"wrong\"], len(d[\"findings\"]), d[\"findings\"][3])'");
-  EXPECT_EQ(outcome.out, "0 12 {'verdict': 'good', 'subject': 'loading', 'text': 'the library loads it'}\n");
+  EXPECT_EQ(outcome.out,
+            "0 14 {'key': 'loading', 'verdict': 'good', 'subject': 'loading', 'text': 'the library loads it', "
+            "'advice': '', 'mistakes': []}\n");
 }
 
 TEST(CheckVerb, NeedsACalibration) {
@@ -47,6 +51,74 @@ TEST(CheckVerb, NeedsACalibration) {
   const Outcome outcome = QuenShs("check " + (folder / "nowhere"));
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_EQ(outcome.err.find("quen-shs: no calibration in "), 0U) << outcome.err;
+}
+
+/// A calibration of which one file is changed.
+class DamagedCalibration {
+ public:
+  explicit DamagedCalibration(const std::function<void(quen::workbench::Calibration&)>& damage) {
+    quen::workbench::Calibration calibration = quen::workbench::MakeCalibration();
+    damage(calibration);
+    WriteCalibration(folder_ / "sensor", false, calibration);
+  }
+
+  [[nodiscard]] std::string operator/(const std::string& name) const { return folder_ / name; }
+
+ private:
+  TempDir folder_;
+};
+
+void Scale(quen::workbench::Calibration& calibration) { calibration.cm.row(0) *= 0.3; }
+void Exchange(quen::workbench::Calibration& calibration) {
+  const quen::workbench::Matrix before = calibration.m2s;
+  calibration.m2s << before.bottomRows(607), before.topRows(607);
+}
+void Negate(quen::workbench::Calibration& calibration) { calibration.cm *= -1.0; }
+
+TEST(CheckVerb, TakesDoubtsForFailuresWhereAskedTo) {
+  const DamagedCalibration folder(Scale);
+  EXPECT_EQ(QuenShs("check " + (folder / "sensor")).exit_code, 0);
+  const Outcome outcome = QuenShs("check --strict " + (folder / "sensor"));
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.err, "quen-shs: the calibration in " + (folder / "sensor") + " is doubtful\n");
+  EXPECT_NE(outcome.out.find("doubtful  CM * M2S       gains from 0.3 to 1"), std::string::npos) << outcome.out;
+}
+
+TEST(CheckVerb, WritesTheCorrectedCalibrationWhereThatIsCertain) {
+  const DamagedCalibration folder(Exchange);
+  const Outcome outcome = QuenShs("check " + (folder / "sensor") + " --fix " + (folder / "mended"));
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+  EXPECT_NE(outcome.out.find("put right: write the y block first, then the x block"), std::string::npos) << outcome.out;
+  EXPECT_EQ(QuenShs("check --strict " + (folder / "mended")).exit_code, 0);
+  const quen::workbench::CalibrationContent mended = *quen::workbench::CheckCalibration(folder / "mended").content;
+  EXPECT_EQ(mended.m2s, quen::workbench::MakeCalibration().m2s);
+  const Outcome over = QuenShs("check " + (folder / "sensor") + " --fix " + (folder / "sensor"));
+  EXPECT_EQ(over.exit_code, 1);
+  EXPECT_NE(over.err.find("exists already"), std::string::npos) << over.err;
+}
+
+TEST(CheckVerb, WritesNothingWhereACorrectionIsNotCertain) {
+  const DamagedCalibration folder(Negate);
+  const Outcome outcome = QuenShs("check " + (folder / "sensor") + " --fix " + (folder / "mended"));
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_NE(outcome.err.find("the corrections are not certain, so nothing is written"), std::string::npos)
+      << outcome.err;
+  EXPECT_FALSE(std::filesystem::exists(folder / "mended"));
+}
+
+TEST(CheckVerb, FindsTheCalibrationAboveItsData) {
+  const DamagedCalibration folder([](auto&) {});
+  EXPECT_EQ(QuenShs("check " + (folder / "sensor/data")).exit_code, 0);
+  EXPECT_EQ(QuenShs("check " + (folder / "sensor/data/")).exit_code, 0);
+}
+
+TEST(CheckVerb, IsJsonWhateverHappens) {
+  const TempDir folder;
+  const Outcome outcome = quen::testing::Run(QUEN_SHS " check --json " + (folder / "nowhere") +
+                                             " | " QUEN_PYTHON
+                                             " -c 'import json, sys; d = json.load(sys.stdin); print(d[\"wrong\"], "
+                                             "d[\"findings\"][0][\"key\"], d[\"findings\"][0][\"text\"][:17])'");
+  EXPECT_EQ(outcome.out, "1 calibration no calibration in\n");
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ Correction Remade(const char* mistake) {
 /// What the control matrix makes of each mode: row m is its estimate of mode m.
 struct Response {
   Response(const Matrix& m2s, const Matrix& cm) : product(cm * m2s) {
-    const Eigen::VectorXd sizes = cm.rowwise().norm();
+    const Eigen::VectorXd sizes = cm.cwiseAbs().rowwise().maxCoeff();
     for (Eigen::Index mode = 0; mode < cm.rows(); ++mode) {
       (sizes(mode) > kNothing * sizes.maxCoeff() ? controlled : left_out).push_back(mode);
     }

@@ -138,6 +138,8 @@ Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, bool is_
            content.*file.matrix = file.put_right(content.*file.matrix, layout, orders);
          }});
     if (const auto other_regions = is_in_both ? OtherRegions(layout, orders) : std::nullopt) {
+      texts.emplace_back(layout.is_x_first ? "x and y are exchanged in shs_rois.fits"
+                                           : "the regions in shs_rois.fits are in another order");
       advice.emplace_back(layout.is_x_first ? "exchange x and y in shs_rois.fits"
                                             : "list the regions in shs_rois.fits in the order of the slopes");
       finding.corrections.push_back(*other_regions);
@@ -157,7 +159,7 @@ void AddModes(const Matrix& m2s, const SlopeSpace& gradients, Findings& findings
   constexpr double kNoise = 0.35;
   constexpr double kOthers = 0.6;
   const Eigen::VectorXd shares = gradients.Shares(m2s);
-  const Eigen::VectorXd sizes = m2s.colwise().norm();
+  const Eigen::VectorXd sizes = m2s.cwiseAbs().colwise().maxCoeff();
   std::vector<Eigen::Index> zero;
   std::vector<Eigen::Index> noisy;
   std::vector<double> sorted(shares.begin(), shares.end());

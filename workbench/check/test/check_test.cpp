@@ -209,18 +209,16 @@ TEST(Check, NamesAFileThatIsNoSuchMatrix) {
 TEST(Check, NamesAMatrixThatIsTransposedInMemory) {
   quen::testing::Calibration calibration = Good();
   calibration.m2s.values = Transposed(calibration.m2s.values, kSlopes, kModes);
-  ExpectWrong(calibration, {{"CM * M2S", ""}, {"M2S layout", "it is transposed in memory"}});
+  ExpectWrong(calibration, {{"M2S layout", "it is transposed in memory"}});
   calibration = Good();
   calibration.cm.values = Transposed(calibration.cm.values, kModes, kSlopes);
-  ExpectWrong(calibration, {{"CM * M2S", "the control matrix is transposed in memory"},
-                            {"CM layout", "it is transposed in memory"}});
+  ExpectWrong(calibration, {{"CM layout", "it is transposed in memory"}});
 }
 
 TEST(Check, NamesExchangedBlocks) {
   quen::testing::Calibration calibration = Good();
   calibration.m2s.values = Exchanged(calibration.m2s.values);
-  ExpectWrong(calibration, {{"CM * M2S", "x and y blocks are exchanged in one of the two"},
-                            {"M2S layout", "its x and y blocks are exchanged: the y block must come first"}});
+  ExpectWrong(calibration, {{"M2S layout", "its x and y blocks are exchanged: the y block must come first"}});
   calibration.cm.values = InCm(calibration.cm.values, Exchanged);
   ExpectWrong(calibration,
               {{"M2S layout", "x and y blocks are exchanged"}, {"CM layout", "x and y blocks are exchanged"}});
@@ -229,12 +227,10 @@ TEST(Check, NamesExchangedBlocks) {
 TEST(Check, NamesAFlippedSign) {
   quen::testing::Calibration calibration = Good();
   calibration.m2s.values = XFlipped(calibration.m2s.values);
-  ExpectWrong(calibration, {{"CM * M2S", "the sign of the x block is flipped in one of the two"},
-                            {"M2S layout", "the sign of its x block or of its y block is flipped"}});
+  ExpectWrong(calibration, {{"M2S layout", "the sign of its x block is flipped"}});
   calibration = Good();
   calibration.cm.values = InCm(calibration.cm.values, YFlipped);
-  ExpectWrong(calibration, {{"CM * M2S", "the sign of the y block is flipped in one of the two"},
-                            {"CM layout", "the sign of its x block or of its y block is flipped"}});
+  ExpectWrong(calibration, {{"CM layout", "the sign of its y block is flipped"}});
   calibration.m2s.values = YFlipped(calibration.m2s.values);
   ExpectWrong(calibration, {{"M2S layout", "is flipped"}, {"CM layout", "is flipped"}});
 }
@@ -242,14 +238,15 @@ TEST(Check, NamesAFlippedSign) {
 TEST(Check, NamesASignThatIsFlippedInAllOfOneMatrix) {
   quen::testing::Calibration calibration = Good();
   calibration.m2s.values = XFlipped(YFlipped(calibration.m2s.values));
-  ExpectWrong(calibration, {{"CM * M2S", "the sign of one of the two is flipped"}});
+  ExpectWrong(calibration, {{"CM * M2S", "the sign of one of the two is flipped throughout"}});
 }
 
 TEST(Check, NamesSlopesTurnedByARightAngle) {
   quen::testing::Calibration calibration = Good();
   calibration.m2s.values = XFlipped(Exchanged(calibration.m2s.values));
   calibration.cm.values = InCm(calibration.cm.values, [](const Values& cm) { return XFlipped(Exchanged(cm)); });
-  ExpectWrong(calibration, {{"M2S layout", "turned by a right angle"}, {"CM layout", "turned by a right angle"}});
+  const std::string name = "its x and y blocks are exchanged: the y block must come first, and the sign of its x block";
+  ExpectWrong(calibration, {{"M2S layout", name}, {"CM layout", name}});
 }
 
 TEST(Check, NamesAMatrixInTheOtherOrder) {
@@ -257,12 +254,13 @@ TEST(Check, NamesAMatrixInTheOtherOrder) {
   calibration.m2s.values = ByColumns(calibration.m2s.values);
   calibration.cm.values = InCm(calibration.cm.values, ByColumns);
   const std::string name =
-      "rows and columns of the grid are exchanged: its slopes go column by column, the sub-apertures row by row";
+      "its slopes go column by column, from the first row to the last and from left to right, the sub-apertures row by "
+      "row, from left to right and from the first row to the last";
   ExpectWrong(calibration, {{"M2S layout", name}, {"CM layout", name}});
 }
 
 TEST(Check, NamesAGridWithRowsAndColumnsExchanged) {
-  const std::string name = "rows and columns of the grid are exchanged in shs_rois.fits";
+  const std::string name = "x and y are exchanged in shs_rois.fits";
   quen::testing::Calibration by_columns = Good();
   for (const char* const column : {"x_low", "x_up", "x_ref", "y_low", "y_up", "y_ref"}) {
     by_columns.rois[column] = Transposed(by_columns.rois[column], 33, 33);
@@ -275,19 +273,17 @@ TEST(Check, NamesAGridWithRowsAndColumnsExchanged) {
   ExpectWrong(exchanged, {{"M2S layout", name}, {"CM layout", name}});
 }
 
-TEST(Check, DoubtsSlopesOfNoWavefront) {
+TEST(Check, RefusesSlopesOfNoWavefront) {
   quen::testing::Calibration calibration = Good();
   std::mt19937 random(1);
   for (double& value : calibration.m2s.values) value = std::generate_canonical<double, 53>(random) - 0.5;
-  const Findings findings = Check(calibration);
-  ExpectFindings(findings, Verdict::kDoubtful, {{"M2S layout", "its slopes are those of no smooth wavefront"}});
-  ExpectFindings(findings, Verdict::kWrong, {{"CM * M2S", "the two are not from the same modes"}});
+  ExpectWrong(calibration, {{"M2S layout", "slopes without order"}, {"CM * M2S", "not the identity in any order"}});
 }
 
 TEST(Check, DoubtsAControlMatrixThatFiltersModes) {
   quen::testing::Calibration calibration = Good();
   for (std::size_t s = 0; s < kSlopes; ++s) calibration.cm.values[s] *= 0.9;
-  ExpectFindings(Check(calibration), Verdict::kDoubtful, {{"CM * M2S", "identity to 0.1 (element 0, 0)"}});
+  ExpectFindings(Check(calibration), Verdict::kDoubtful, {{"CM * M2S", "identity to 0.1"}});
 }
 
 TEST(Check, DoubtsReferencesWithoutAGrid) {
@@ -295,7 +291,7 @@ TEST(Check, DoubtsReferencesWithoutAGrid) {
   std::swap(calibration.rois["x_ref"][0], calibration.rois["x_ref"][1]);
   calibration.rois["x_ref"][1] = calibration.rois["x_ref"][0];
   const Findings findings = Check(calibration);
-  ExpectFindings(findings, Verdict::kDoubtful, {{"layout", "cannot be checked"}});
+  ExpectFindings(findings, Verdict::kDoubtful, {{"layout", "cannot be told"}});
 }
 
 TEST(Check, TellsLayoutsWhateverTheUnits) {
@@ -307,8 +303,7 @@ TEST(Check, TellsLayoutsWhateverTheUnits) {
     ExpectFindings(findings, Verdict::kWrong, {});
     ExpectFindings(findings, Verdict::kDoubtful, {});
     calibration.m2s.values = XFlipped(calibration.m2s.values);
-    EXPECT_NE(Told(Check(calibration)).find("M2S layout: the sign of its x block or of its y block is flipped"),
-              std::string::npos)
+    EXPECT_NE(Told(Check(calibration)).find("M2S layout: the sign of its x block is flipped"), std::string::npos)
         << unit;
   }
 }
@@ -318,7 +313,7 @@ TEST(Check, TellsLayoutsWhateverTheUnits) {
 TEST(Check, TellsThatAMatrixIsZero) {
   quen::testing::Calibration calibration = Good();
   std::ranges::fill(calibration.m2s.values, 0.0);
-  ExpectWrong(calibration, {{"CM * M2S", "identity to 1 (element 0, 0); condition number of M2S inf"}});
+  ExpectWrong(calibration, {{"M2S values", "all zeros"}});
 }
 
 TEST(Check, NamesTheFirstValueThatIsNotFinite) {
@@ -338,19 +333,16 @@ TEST(Check, NamesShiftedReferences) {
     for (const std::string axis : {"x_ref", "y_ref"}) {
       quen::testing::Calibration calibration = Good();
       for (double& value : calibration.rois[axis]) value += shift;
-      ExpectWrong(calibration, {{"references", std::string(axis).append(" are ").append(name)}});
+      ExpectWrong(calibration, {{axis, name}});
     }
   }
 }
 
-TEST(Check, DoubtsAShiftThatScatters) {
+TEST(Check, NamesAShiftThatScatters) {
   quen::testing::Calibration calibration = Good();
   std::vector<double>& x_ref = calibration.rois["x_ref"];
   for (std::size_t i = 0; i < x_ref.size(); ++i) x_ref[i] += 0.4 + 0.1 * static_cast<double>(i % 3);
-  const Findings findings = Check(calibration);
-  ExpectFindings(findings, Verdict::kWrong, {});
-  ExpectFindings(findings, Verdict::kDoubtful,
-                 {{"references", "(+0.50, +0.00) pixels from the middle, give or take 0.10"}});
+  ExpectWrong(calibration, {{"x_ref", "+0.50 pixels from the middle of the regions, scattered by 0.08 RMS; half a"}});
 }
 
 TEST(Check, NamesAReferenceOutsideItsRegion) {
