@@ -27,7 +27,7 @@ TEST(CheckVerb, ExitsWithOneWhereSomethingIsWrong) {
   const Outcome good = QuenShs("check " + (folder / "good"));
   EXPECT_EQ(good.exit_code, 0);
   EXPECT_EQ(good.err, "");
-  EXPECT_TRUE(good.out.ends_with((folder / "good") + ": 12 things checked, 0 wrong, 0 doubtful\n")) << good.out;
+  EXPECT_TRUE(good.out.ends_with((folder / "good") + ": 14 things checked, 0 wrong, 0 doubtful\n")) << good.out;
   const Outcome wrong = QuenShs("check " + (folder / "wrong"));
   EXPECT_EQ(wrong.exit_code, 1);
   EXPECT_EQ(wrong.err, "quen-shs: the calibration in " + (folder / "wrong") + " is not to be trusted\n");

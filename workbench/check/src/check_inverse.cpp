@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <optional>
 #include <utility>
 
@@ -89,6 +90,16 @@ struct Assignment {
   double worst_rest = 0.0;
   bool is_one_to_one = false;
 };
+
+/// Ratio of the largest singular value to the smallest, from the eigenvalues of the columns' products: good to 1e7.
+double ConditionNumber(const Matrix& m2s) {
+  const Matrix scaled = m2s / m2s.cwiseAbs().maxCoeff();  // squares of what a file holds may be no numbers
+  const Eigen::MatrixXd products = scaled.transpose() * scaled;
+  const Eigen::VectorXd squares = Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd>(products).eigenvalues();
+  constexpr double kRounding = 1e-15;
+  const double most = squares(squares.size() - 1);
+  return squares(0) > kRounding * most ? std::sqrt(most / squares(0)) : std::numeric_limits<double>::infinity();
+}
 
 // --- Findings
 
@@ -175,7 +186,7 @@ void AddOrder(const Assignment& modes, Findings& findings) {
 }
 
 /// Sizes: one factor for all is a mistake of units, gains of each mode a choice.
-void AddSizes(const Response& response, const Assignment& modes, double worst, Findings& findings) {
+void AddSizes(const Response& response, const Assignment& modes, double worst, double condition, Findings& findings) {
   constexpr double kSame = 0.02;
   constexpr double kNear = 0.1;
   constexpr double kExact = 0.05;
@@ -205,7 +216,7 @@ void AddSizes(const Response& response, const Assignment& modes, double worst, F
         {is_exact ? Verdict::kGood : Verdict::kDoubtful,
          "cm.inverse",
          kSubject,
-         fmt::format("identity to {:.2g}{}", worst, LeftOut(response)),
+         fmt::format("identity to {:.2g}; condition number of M2S {:.3g}{}", worst, condition, LeftOut(response)),
          is_exact ? "" : "the two were measured apart, or one is noisy; to be sure, " + std::string(kRemake),
          {}});
     return;
@@ -327,7 +338,7 @@ Findings CheckInverse(const Matrix& m2s, const Matrix& cm) {
   AddOrder(modes, findings);
   const double worst = (controlled - Matrix::Identity(controlled.rows(), controlled.cols())).cwiseAbs().maxCoeff();
   if (findings.empty() || modes.LeastGain() < 0.98 || modes.MostGain() > 1.02) {
-    AddSizes(response, modes, worst, findings);
+    AddSizes(response, modes, worst, ConditionNumber(m2s), findings);
   }
   return findings;
 }

@@ -294,9 +294,7 @@ Finding CheckFlags(const std::vector<std::uint8_t>& flags) {
 
 Findings CheckRegions(const CalibrationContent& content) {
   Findings findings = {CheckCoverage(content.rois), CheckFlags(content.used), CheckInside(content.rois)};
-  const bool have_references = std::ranges::all_of(
-      content.rois, [](const Roi& roi) { return std::isfinite(roi.x_ref) && std::isfinite(roi.y_ref); });
-  if (!have_references || content.rois.empty()) return findings;
+  if (std::ranges::any_of(findings, IsWrong) || content.rois.empty()) return findings;
   findings.push_back(CheckOffset(content.rois, kX));
   findings.push_back(CheckOffset(content.rois, kY));
   return findings;

@@ -374,7 +374,7 @@ std::vector<Mistake> MatrixMistakes() {
   const auto other = [](Modes modes) { return Made({.modes = modes, .seed = 77}).cm; };
   for (const Modes modes : {Modes::kHexagonalMirror, Modes::kFourier}) {
     mistakes.push_back(Lost(modes == Modes::kFourier ? "of Fourier modes" : "of another mirror", Place::kCm,
-                            [=](Content& c) { c.cm = other(modes); }, {"cm.inverse"}, {"not of the same modes"}));
+                            [=](Content& c) { c.cm = other(modes); }, {"cm.inverse"}, {"of other modes"}));
   }
   const std::vector<std::string> layouts = {"m2s.layout", "cm.layout", "m2s.modes", "cm.inverse"};
   const std::vector<std::string> noise = {"order", "noise"};
@@ -400,8 +400,8 @@ std::vector<Mistake> MatrixMistakes() {
   };
   single("failed_mode", Place::kM2s, fail, "m2s.modes", number);
   single("failed_mode", Place::kBoth, WithItsInverse(fail, {kFailed}, {}), "m2s.modes", number);
-  single("noisy_mode", Place::kM2s, blur, "m2s.noise", number);
-  single("noisy_mode", Place::kBoth, WithItsInverse(blur, {}, {}), "m2s.noise", number);
+  single("noisy_mode", Place::kM2s, blur, "m2s.modes", number);
+  single("noisy_mode", Place::kBoth, WithItsInverse(blur, {}, {}), "m2s.modes", number);
   constexpr Index kDead = 233;  // of the used ones
   const auto die = [](Content& c) {
     c.m2s.row(kDead).setZero();
