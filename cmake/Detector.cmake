@@ -4,12 +4,15 @@ find_path(QUEN_RANDOM123 Random123/philox.h REQUIRED) # Debian's librandom123-de
 add_library(quen_detector_objects OBJECT)
 target_sources(
   quen_detector_objects
-  PRIVATE detector/src/detector.cpp
+  PRIVATE detector/src/count_kernel.cpp
+          detector/src/detector.cpp
           detector/src/elementary.cpp
           detector/src/exposure.cpp
           detector/src/gamma.cpp
           detector/src/maps.cpp
-          detector/src/poisson.cpp)
+          detector/src/photon_kernel.cpp
+          detector/src/poisson.cpp
+          detector/src/read_kernel.cpp)
 quen_configure_objects(quen_detector_objects)
 target_include_directories(quen_detector_objects SYSTEM PUBLIC $<BUILD_INTERFACE:${QUEN_RANDOM123}>)
 target_link_libraries(quen_detector_objects PUBLIC PkgConfig::log4cplus Microsoft.GSL::GSL)

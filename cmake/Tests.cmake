@@ -86,7 +86,8 @@ quen_add_test(
 # --- The detector, with its internals in reach.
 quen_add_test(
   detector_test
-  SOURCES detector/test/detector_test.cpp detector/test/samplers_test.cpp testing/allocations.cpp
+  SOURCES detector/test/detector_test.cpp detector/test/kernels_test.cpp detector/test/samplers_test.cpp
+          testing/allocations.cpp
   LIBRARIES quen_detector_objects quen_detector_level_objects)
 quen_add_test(detector_statistics_test LABEL statistics SOURCES detector/test/statistics_test.cpp
               LIBRARIES quen_detector_objects quen_detector_level_objects)

@@ -53,25 +53,25 @@ enum class PixelState : std::uint8_t {
 
 /// A detector's parameters. A map is empty, which is none, or has 685 440 elements.
 struct DetectorConfig {
-  double electrons_per_unit = 1.0;             ///< mean photo-electrons for a value of 1, quantum efficiency included;
-                                               ///< 0 to 10⁶
-  double background = 0.0;                     ///< mean electrons per pixel and frame, light: 0 to 10⁹
-  double dark = 0.0;                           ///< the same, not light: 0 to 10⁹
-  bool photon_noise = true;                    ///< Poisson statistics of all electrons, the dark ones included
-  double em_gain = 1.0;                        ///< electron multiplication, 1 to 10⁴; 1 is none
-  double read_noise = 0.0;                     ///< electrons RMS, Gaussian, 0 to 10⁶
-  std::optional<double> full_well = {};        ///< electrons, above 0 and at most 10⁹; without one there is no limit
-  double gain = 1.0;                           ///< counts per electron, above 0 and at most 10⁶
-  double offset = 0.0;                         ///< pedestal, counts, −65535 to 65535
-  int bits = 16;                               ///< of the converter, 1 to 16
-  std::vector<double> flat_map = {};           ///< relative response, 0 to 1000
-  std::vector<double> dark_map = {};           ///< electrons per frame, 0 to 10⁹
-  std::vector<double> offset_map = {};         ///< counts, −65535 to 65535
-  std::vector<PixelState> bad_pixels = {};     ///< at least one of them good
-  std::vector<double> bad_pixel_levels = {};   ///< of hot pixels electrons per frame, 0 to 10⁹; of stuck ones counts, 0 to
-                                               ///< 2^bits − 1, rounded as others; others are not looked at. Needed where
-                                               ///< there are such pixels
-  std::uint64_t seed = 1;                      ///< of all noise; any number
+  double electrons_per_unit = 1.0;            ///< mean photo-electrons for a value of 1, quantum efficiency included;
+                                              ///< 0 to 10⁶
+  double background = 0.0;                    ///< mean electrons per pixel and frame, light: 0 to 10⁹
+  double dark = 0.0;                          ///< the same, not light: 0 to 10⁹
+  bool photon_noise = true;                   ///< Poisson statistics of all electrons, the dark ones included
+  double em_gain = 1.0;                       ///< electron multiplication, 1 to 10⁴; 1 is none
+  double read_noise = 0.0;                    ///< electrons RMS, Gaussian, 0 to 10⁶
+  std::optional<double> full_well = {};       ///< electrons, above 0 and at most 10⁹; without one there is no limit
+  double gain = 1.0;                          ///< counts per electron, above 0 and at most 10⁶
+  double offset = 0.0;                        ///< pedestal, counts, −65535 to 65535
+  int bits = 16;                              ///< of the converter, 1 to 16
+  std::vector<double> flat_map = {};          ///< relative response, 0 to 1000
+  std::vector<double> dark_map = {};          ///< electrons per frame, 0 to 10⁹
+  std::vector<double> offset_map = {};        ///< counts, −65535 to 65535
+  std::vector<PixelState> bad_pixels = {};    ///< at least one of them good
+  std::vector<double> bad_pixel_levels = {};  ///< of hot pixels electrons per frame, 0 to 10⁹; of stuck ones counts, 0
+                                              ///< to 2^bits − 1, rounded as others; others are not looked at. Needed
+                                              ///< where there are such pixels
+  std::uint64_t seed = 1;  ///< of all noise; any number
 };
 
 /// A detector that exposes frames. Copies share what was made of the configuration.

@@ -22,7 +22,8 @@ QUEN_EXPORT std::vector<double> DrawFlatMap(std::uint64_t seed, double rms);
 /// @param per_million  hot pixels expected in a million, 0 to 10⁶
 /// @param mean_level   electrons per frame, 0 to 10⁷
 /// @param config       whose bad_pixels and bad_pixel_levels get them; both get their full size
-/// @throws std::invalid_argument  a parameter is out of its range, or a map has another size; `config` is untouched then
+/// @throws std::invalid_argument  a parameter is out of its range, or a map has another size; `config` is untouched
+/// then
 QUEN_EXPORT void AddHotPixels(std::uint64_t seed, double per_million, double mean_level, DetectorConfig& config);
 
 }  // namespace quen::detector

@@ -9,8 +9,8 @@
 #include "detector/detector.hpp"
 #include "detector/maps.hpp"
 
-// The detector as a host sees it that has values of its own, and no simulator; and its binary interface: hosts fill in the
-// configuration and make room for the detector. A change there needs a new SOVERSION.
+// The detector as a host sees it that has values of its own, and no simulator; and its binary interface: hosts fill in
+// the configuration and make room for the detector. A change there needs a new SOVERSION.
 
 namespace {
 

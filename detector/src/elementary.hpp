@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// Exponential, logarithm and the normal distribution from sums, products and quotients alone, so that their bits are the
-/// same on every processor. The C library's differ in the last one, for it chooses among several forms.
+/// Exponential, logarithm and the normal distribution from sums, products and quotients alone, so that their bits are
+/// the same on every processor. The C library's differ in the last one, for it chooses among several forms.
 
 namespace quen::detector {
 

@@ -15,8 +15,8 @@
 /// u has 31 bits, and those below 2⁻²⁰, which the tail beyond five deviations is made of, have 32 more: it goes on to
 /// nine. The direction has 32 bits: an angle in the first octant, and three for which octant it is reflected into.
 ///
-/// All in single precision: a deviate is right to 2⁻²¹ of itself, and its steps of 2⁻²⁴ are far finer than what 10⁸ draws
-/// can tell. The fast form does the same operations in the same order.
+/// All in single precision: a deviate is right to 2⁻²¹ of itself, and its steps of 2⁻²⁴ are far finer than what 10⁸
+/// draws can tell. The fast form does the same operations in the same order.
 
 namespace quen::detector {
 
@@ -27,7 +27,7 @@ struct NormalPair {
 
 namespace normal {
 
-inline constexpr std::uint32_t kTail = 1U << 11;  ///< below it, 31 bits are too few
+inline constexpr std::uint32_t kTail = 1U << 11;         ///< below it, 31 bits are too few
 inline constexpr std::int32_t kRootOfHalf = 0x3f3504f3;  ///< the bits of √½
 
 /// (ln(1 + f) − f + f²/2) / f³ for √½ ≤ 1 + f ≤ √2, to 3·10⁻⁸; interpolated at Chebyshev's points, as those below.

@@ -84,7 +84,9 @@ bool IsAtLeast(double k, double lambda, double w) {
 
 double PoissonOfNormal(double lambda, double w) {
   const double root = std::sqrt(lambda);
-  const double x = lambda + SeriesAboveMean(root, 1.0 / root, w);
+  double series = 0.0;
+  SeriesBeside<double>(1.0 / root, w, series);
+  const double x = lambda + (series + root * w);
   if (std::abs(w) > FarthestDeviation(lambda)) {
     double k = x > 0.0 ? std::floor(x) : 0.0;
     while (!IsAtLeast(k, lambda, w)) --k;
@@ -93,7 +95,9 @@ double PoissonOfNormal(double lambda, double w) {
   }
   constexpr double kRounding = 1e-14;
   const double nearest = std::floor(x + 0.5);
-  if (std::abs(x - nearest) > Margin(1.0 / root, w) + kRounding * lambda) return std::floor(x);
+  double margin = 0.0;
+  Margin<double>(1.0 / root, w, margin);
+  if (std::abs(x - nearest) > margin + kRounding * lambda) return std::floor(x);
   return IsAtLeast(nearest, lambda, w) ? nearest : nearest - 1.0;
 }
 
@@ -103,8 +107,7 @@ double PhotonElectrons(const Stream& stream, std::uint32_t pixel, double lambda)
   const Words words = Draw(stream, Stage::kPhoton, block);
   if (lambda < kLargeMean) {
     const std::size_t which = is_second ? 3 : 2;
-    return PoissonOfWord(lambda, words.at(which),
-                         [&] { return Draw(stream, Stage::kPhotonMore, block).at(which); });
+    return PoissonOfWord(lambda, words.at(which), [&] { return Draw(stream, Stage::kPhotonMore, block).at(which); });
   }
   const float u =
       IsInTail(words[0]) ? UniformOf(words[0], Draw(stream, Stage::kPhotonMore, block)[0]) : UniformOf(words[0]);

@@ -2,17 +2,18 @@
 
 #include <cstdint>
 
+#include "common/simd/level.hpp"
 #include "detector/src/philox.hpp"
 
 /// @file
-/// Poisson numbers by inversion: the smallest k whose probability F(k) = P(K ≤ k) exceeds u. So each number is exact for
-/// every mean, takes one uniform number, and is told from that alone, whichever way it is found.
+/// Poisson numbers by inversion: the smallest k whose probability F(k) = P(K ≤ k) exceeds u. So each number is exact
+/// for every mean, takes one uniform number, and is told from that alone, whichever way it is found.
 ///
 ///     λ < 8    u is a word of 32 bits; where those do not decide, 32 more are drawn
 ///     λ ≥ 8    u = Φ(w) of a normal deviate w, which is a number of single precision, taken as exact
 ///
-/// For λ ≥ 8, F is continued to all reals as Q(x, λ), the regularised upper incomplete gamma function: F(k) = Q(k + 1, λ).
-/// With Q(x, λ) = Φ(w), k is the whole part of x, and
+/// For λ ≥ 8, F is continued to all reals as Q(x, λ), the regularised upper incomplete gamma function: F(k) = Q(k + 1,
+/// λ). With Q(x, λ) = Φ(w), k is the whole part of x, and
 ///
 ///     x = λ + √λ w + (1/3 + w²/6) − (w/36 + w³/72) / √λ + (−8/405 + 7w²/810 + w⁴/270) / λ
 ///         + (671 w/38880 − 137 w³/38880 − 23 w⁵/17280) / λ^(3/2) + error
@@ -31,23 +32,23 @@ inline constexpr double kMostElectrons = 1e9;
 /// Beyond this many deviations the margin does not hold.
 constexpr double FarthestDeviation(double lambda) { return lambda < 1000.0 ? 4.0 : 9.0; }
 
-/// The series above. For float and double.
-template <typename T>
-constexpr T SeriesAboveMean(T root, T inverse_root, T w) {
-  const T w2 = w * w;
-  const T first = w2 * T(1.0 / 6) + T(1.0 / 3);
-  const T second = (w2 * T(-1.0 / 72) + T(-1.0 / 36)) * w;
-  const T third = (w2 * T(1.0 / 270) + T(7.0 / 810)) * w2 + T(-8.0 / 405);
-  const T fourth = ((w2 * T(-23.0 / 17280) + T(-137.0 / 38880)) * w2 + T(671.0 / 38880)) * w;
-  return ((fourth * inverse_root + third) * inverse_root + second) * inverse_root + first + root * w;
+/// The series above without λ + √λ w. For single and double numbers, and vectors of them.
+template <typename Number, typename V>
+QUEN_ALWAYS_INLINE void SeriesBeside(const V& inverse_root, const V& w, V& series) {
+  const V w2 = w * w;
+  const V first = w2 * Number(1.0 / 6) + Number(1.0 / 3);
+  const V second = (w2 * Number(-1.0 / 72) + Number(-1.0 / 36)) * w;
+  const V third = (w2 * Number(1.0 / 270) + Number(7.0 / 810)) * w2 + Number(-8.0 / 405);
+  const V fourth = ((w2 * Number(-23.0 / 17280) + Number(-137.0 / 38880)) * w2 + Number(671.0 / 38880)) * w;
+  series = ((fourth * inverse_root + third) * inverse_root + second) * inverse_root + first;
 }
 
-/// What it errs by at the most, rounding aside: (1/100 + w²/100 + w⁶/500) / λ².
-template <typename T>
-constexpr T Margin(T inverse_root, T w) {
-  const T w2 = w * w;
-  const T inverse = inverse_root * inverse_root;
-  return (w2 * w2 * w2 * T(0.002) + w2 * T(0.01) + T(0.01)) * inverse * inverse;
+/// What the series errs by at the most, rounding aside: (1/100 + w²/100 + w⁶/500) / λ².
+template <typename Number, typename V>
+QUEN_ALWAYS_INLINE void Margin(const V& inverse_root, const V& w, V& margin) {
+  const V w2 = w * w;
+  const V inverse = inverse_root * inverse_root;
+  margin = (w2 * w2 * w2 * Number(0.002) + w2 * Number(0.01) + Number(0.01)) * inverse * inverse;
 }
 
 /// P(K = k), to 10⁻¹² of itself. For k < 16 only with λ ≤ 700.

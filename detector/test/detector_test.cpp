@@ -147,9 +147,8 @@ TEST(Detector, RefusesSpansOfAnotherLengthAndLeavesTheFrame) {
   ExpectThrows<std::invalid_argument>("Detector: frame must have 685440 elements, found 685439",
                                       [&] { detector.Expose(values, 0, counts); });
   counts.resize(kPixels, 7);
-  ExpectThrows<std::invalid_argument>("Detector: values must have 685440 elements, found 4", [&] {
-    detector.Expose(gsl::span<const double>(values).first(4), 0, counts);
-  });
+  ExpectThrows<std::invalid_argument>("Detector: values must have 685440 elements, found 4",
+                                      [&] { detector.Expose(gsl::span<const double>(values).first(4), 0, counts); });
   EXPECT_EQ(std::ranges::count(counts, 7), static_cast<std::ptrdiff_t>(kPixels));
 }
 
@@ -185,9 +184,9 @@ TEST(Detector, FullWellIsWhatAPixelHoldsBeforeItIsMultipliedAndRead) {
 
 TEST(Detector, RoundsToTheNearestAndHalvesToTheEvenCount) {
   std::vector<double> values(kPixels, 0.0);
-  const std::vector<std::pair<double, int>> cases = {{0.4999, 0}, {0.5, 0},   {0.5001, 1}, {1.5, 2},
-                                                     {2.5, 2},    {2.51, 3},  {1e-300, 0}, {65534.5, 65534},
-                                                     {65534.6, 65535}};
+  const std::vector<std::pair<double, int>> cases = {{0.4999, 0}, {0.5, 0},         {0.5001, 1},
+                                                     {1.5, 2},    {2.5, 2},         {2.51, 3},
+                                                     {1e-300, 0}, {65534.5, 65534}, {65534.6, 65535}};
   for (std::size_t k = 0; k < cases.size(); ++k) values[k] = cases[k].first;
   const Counts counts = Exposed(Noiseless(), values);
   for (std::size_t k = 0; k < cases.size(); ++k) EXPECT_EQ(counts[k], cases[k].second) << cases[k].first;

@@ -173,9 +173,13 @@ TEST(Poisson, TheSeriesErrsByLessThanItsMargin) {
         const double middle = 0.5 * (low + high);
         (IsAtLeast(k, lambda, middle) ? high : low) = middle;
       }
-      const double x = lambda + SeriesAboveMean(std::sqrt(lambda), inverse, low);
+      double series = 0.0;
+      double margin = 0.0;
+      SeriesBeside<double>(inverse, low, series);
+      Margin<double>(inverse, low, margin);
+      const double x = lambda + std::sqrt(lambda) * low + series;
       const double tail_rounding = 1e-8 * std::sqrt(lambda);  // of Φ far out, where w is told by few digits
-      EXPECT_NEAR(x, k, Margin(inverse, low) + (std::abs(low) > 4.0 ? tail_rounding : 1e-9)) << lambda << ", " << low;
+      EXPECT_NEAR(x, k, margin + (std::abs(low) > 4.0 ? tail_rounding : 1e-9)) << lambda << ", " << low;
     }
   }
 }

@@ -13,11 +13,11 @@
 #include "detector/src/gamma.hpp"
 #include "detector/src/poisson.hpp"
 
-// Each stage's numbers against their exact distribution, from fixed seeds. Each check is a score that is a standard normal
-// deviate if the numbers are what they should be. A score beyond 5 has a probability of 6·10⁻⁷; with a new seed for each
-// run, one of the scores below (about 200) would give a false alarm in 10⁻⁴ of the runs. (Where fewer than a hundred
-// events are counted the scores are not normal ones; but the seeds are fixed.) Every check is also shown numbers with a
-// fault that it must catch.
+// Each stage's numbers against their exact distribution, from fixed seeds. Each check is a score that is a standard
+// normal deviate if the numbers are what they should be. A score beyond 5 has a probability of 6·10⁻⁷; with a new seed
+// for each run, one of the scores below (about 200) would give a false alarm in 10⁻⁴ of the runs. (Where fewer than a
+// hundred events are counted the scores are not normal ones; but the seeds are fixed.) Every check is also shown
+// numbers with a fault that it must catch.
 
 namespace {
 
@@ -198,9 +198,8 @@ TEST_P(Photon, NumbersAreThoseOfPoisson) {
   for (const double value : {sample[0], sample[1000], sample[500'000]}) EXPECT_EQ(value, std::floor(value));
 
   // A thousandth of the numbers too many, or too great by a hundredth of a deviation.
-  const Sample more = Changed(sample, [&, k = 0](double n) mutable {
-    return n + (++k % 100 == 0 ? std::ceil(std::sqrt(mean)) : 0.0);
-  });
+  const Sample more =
+      Changed(sample, [&, k = 0](double n) mutable { return n + (++k % 100 == 0 ? std::ceil(std::sqrt(mean)) : 0.0); });
   EXPECT_GT(std::max(std::abs(MomentScores(more, OfPoisson(mean))[0]), std::abs(PoissonScore(more, mean))), kAlarm);
   // Everything a little farther from the mean.
   const Sample wider = Changed(sample, [&](double n) { return mean + 1.01 * (n - mean); });
@@ -226,8 +225,7 @@ TEST(DetectorStatistics, ReadNoiseIsNormal) {
   EXPECT_LT(std::abs(FlatnessScore(sample, NormalDistribution)), kAlarm);
   for (const double sign : {-1.0, 1.0}) {
     for (const double far : {3.0, 4.0, 4.5, 5.0}) {
-      const auto beyond =
-          static_cast<double>(std::ranges::count_if(sample, [&](double z) { return sign * z > far; }));
+      const auto beyond = static_cast<double>(std::ranges::count_if(sample, [&](double z) { return sign * z > far; }));
       const double expected = static_cast<double>(sample.size()) * NormalDistribution(-far);
       EXPECT_LT(std::abs(beyond - expected), kAlarm * std::sqrt(expected) + 1.0) << sign * far;
     }
