@@ -6,8 +6,8 @@
 #include "detector/src/poisson.hpp"
 #include "detector/src/vectors.hpp"
 
-// The first stage and the last one: one operation of double precision after the other, the same in all forms. Adding 2⁵²
-// leaves the whole number nearest to a count, halves to the even one, as rounding does.
+// The first stage and the last one: one operation of double precision after the other, the same in all forms. Adding
+// 2⁵² leaves the whole number nearest to a count, halves to the even one, as rounding does.
 
 namespace quen::detector {
 namespace {
@@ -73,8 +73,7 @@ QUEN_ALWAYS_INLINE void ConvertVectors(double gain, const double* offset, double
 QUEN_TARGET_AVX2 void ExpectAvx2(const double* response, const double* dark, const double* values, double* lambda) {
   ExpectVectors<8>(response, dark, values, lambda);
 }
-QUEN_TARGET_AVX512 void ExpectAvx512(const double* response, const double* dark, const double* values,
-                                     double* lambda) {
+QUEN_TARGET_AVX512 void ExpectAvx512(const double* response, const double* dark, const double* values, double* lambda) {
   ExpectVectors<16>(response, dark, values, lambda);
 }
 QUEN_TARGET_AVX2 void ConvertAvx2(double gain, const double* offset, double highest, const double* electrons,

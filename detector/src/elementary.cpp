@@ -1,7 +1,9 @@
 #include "detector/src/elementary.hpp"
 
+#include <array>
 #include <bit>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 
 namespace quen::detector {
@@ -11,6 +13,13 @@ constexpr double kLn2High = 0x1.62e42fefa38p-1;  // the product with an exponent
 constexpr double kLn2Low = 0x1.ef35793c7673p-45;
 constexpr double kSquareRootOfHalf = 0x1.6a09e667f3bcdp-1;
 constexpr double kOneOverRootOfTwoPi = 0x1.9884533d43651p-2;
+
+/// 1/k!: the powers of ln 2 / 2 after them are below 2⁻⁶⁰.
+constexpr std::array<double, 15> kInverseFactorial = [] {
+  std::array<double, 15> inverse{1.0};
+  for (std::size_t k = 1; k < inverse.size(); ++k) inverse.at(k) = inverse.at(k - 1) / static_cast<double>(k);
+  return inverse;
+}();
 
 /// 2^e for −1022 ≤ e ≤ 1023.
 double PowerOfTwo(std::int64_t e) { return std::bit_cast<double>(static_cast<std::uint64_t>(e + 1023) << 52); }
@@ -28,8 +37,8 @@ double ArtanhTail(double s) {
 double Exp(double x) {
   const double e = std::nearbyint(x * 0x1.71547652b82fep0);
   const double rest = (x - e * kLn2High) - e * kLn2Low;  // at most ln 2 / 2
-  double sum = 1.0;
-  for (int k = 14; k >= 1; --k) sum = 1.0 + sum * rest / k;
+  double sum = kInverseFactorial.back();
+  for (std::size_t k = kInverseFactorial.size() - 1; k-- > 0;) sum = sum * rest + kInverseFactorial.at(k);
   return sum * PowerOfTwo(static_cast<std::int64_t>(e));
 }
 

@@ -47,9 +47,13 @@ inline NormalPair NormalsOf(float u, std::uint32_t direction) {
   const auto bits = std::bit_cast<std::int32_t>(u);
   const std::int32_t exponent = (bits - kRootOfHalf) >> 23;
   const float f = std::bit_cast<float>(bits - exponent * (1 << 23)) - 1.0F;
-  float series = kLog[8];
-  for (int k = 7; k >= 0; --k) series = series * f + kLog[k];
-  const float log = (f * f * (series * f - 0.5F) + f) + static_cast<float>(exponent) * kLn2;
+  const float f2 = f * f;
+  const float f4 = f2 * f2;
+  const float low =
+      (kLog[1] * f + kLog[0]) + (kLog[3] * f + kLog[2]) * f2;  // in pairs, which is faster than one by one
+  const float high = (kLog[5] * f + kLog[4]) + (kLog[7] * f + kLog[6]) * f2;
+  const float series = low + (high + kLog[8] * f4) * f4;
+  const float log = (f2 * (series * f - 0.5F) + f) + static_cast<float>(exponent) * kLn2;
   const float square = -2.0F * log;
   const float r = std::sqrt(square > 0.0F ? square : 0.0F);
 

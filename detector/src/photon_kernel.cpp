@@ -9,18 +9,23 @@
 
 // Why the fast form counts the same photons.
 //
-// A pixel's number is a quantile, which random words and λ fix (poisson.hpp): whoever finds the right one finds the same
-// one. The fast form works in single precision and knows how far off it may be; where that leaves two candidates, the
-// plain form is asked, for one pixel in some hundreds. The normal deviates themselves have the same bits (vectors.hpp).
+// A pixel's number is a quantile, which random words and λ fix (poisson.hpp): whoever finds the right one finds the
+// same one. The fast form works in single precision and knows how far off it may be; where that leaves two candidates,
+// the plain form is asked, for one pixel in some hundreds. The normal deviates themselves have the same bits
+// (vectors.hpp).
 //
-// λ ≥ 8: with λ = n + f, n whole and 0 ≤ f < 1, the quantile is n + the whole part of f + Δ, Δ = SeriesBeside plus √λ w. Let
-// ε = 2⁻²⁴. The product √λ · w errs by 5/2 ε of itself (λ becomes single, half of which error is left, root and product
-// are rounded); 1/3 + w²/6 and the terms after it, below 15, by 4 ε of themselves; the three sums of what is at most
-// |√λ w| + 16 by ε each. All of it is below 2⁻²¹ · (|√λ w| + 8) · 1.
+// Let ε = 2⁻²⁴, what rounding to single precision errs by, of the result.
 //
-// λ < 8: F(0), F(1), … are subtracted from u, one probability after the other, and the sign is looked at. An exponential
-// to 4 ε, a probability of k electrons to (4 + 3 k) ε of itself, at most 30 subtractions of numbers below 1 to ε / 2
-// each, and u to ε: on the whole less than (4 + 3 · 8 + 15 + 1) ε < 2⁻¹⁸.
+// λ ≥ 8: with λ = n + f, n whole and 0 ≤ f < 1, the quantile is n + the whole part of f + √λ w + series, where |w| < 4,
+// or the plain form is asked. λ becomes single with 2 ε, half of which is left in the root; root and product are
+// rounded: less than 4 ε |√λ w|. The series is below 4, and errs by 4 ε of itself; the sums err by ε of what is at most
+// |√λ w| + 5, twice, and f by ε. All of it is below 8 ε · (|√λ w| + 8).
+//
+// λ < 8: F(0), F(1), … are subtracted from u, one probability after the other, and the sign is looked at. An
+// exponential is right to 4 ε and λ to 2 ε, a probability of k electrons to (4 + 5 k) ε of itself, which is 44 ε in the
+// mean at the most; some 30 subtractions of numbers below 1 are right to ε / 2 each, and u to ε. All of it, with a λ
+// below 2⁻²¹ taken as 0, is below 62 ε + 2⁻²¹ < 2⁻¹⁷. Probabilities stay above 10⁻²⁵: numbers too small to be normal
+// ones take a hundred times as long.
 
 namespace quen::detector {
 namespace {
@@ -38,17 +43,19 @@ void CountPhotonsPlain(const Stream& stream, std::size_t first, double* electron
 // Plain arrays: loops over checked ones would not be vectorised. Vectors are written before they are read.
 // NOLINTBEGIN(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
 
-constexpr float kUnsureSum = 0x1p-18F;
+constexpr float kUnsureSum = 0x1p-17F;
+constexpr double kNoLight = 0x1p-21;
+constexpr float kLeastProbability = 1e-25F;
 constexpr float kUnsureProduct = 0x1p-21F;
-constexpr std::size_t kMostSmall = 64;
+constexpr std::int32_t kMostSmall = 63;
 
 /// 1/k.
 struct Inverses {
-  float of[kMostSmall];
+  float of[kMostSmall + 1];
 };
 constexpr Inverses MakeInverses() {
   Inverses inverses{};
-  for (std::size_t k = 1; k < kMostSmall; ++k) inverses.of[k] = 1.0F / static_cast<float>(k);
+  for (int k = 1; k <= kMostSmall; ++k) inverses.of[k] = 1.0F / static_cast<float>(k);
   return inverses;
 }
 constexpr Inverses kInverse = MakeInverses();
@@ -65,26 +72,28 @@ struct Light {
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void LoadLight(const double* from, Light<W>& light) {
   using V = Vectors<W>;
-  typename V::HalfFloats lambda[2];
   typename V::HalfFloats fraction[2];
   typename V::HalfInts whole[2];
   for (std::size_t half = 0; half < 2; ++half) {
     typename V::Doubles exact;
     Load(exact, from + half * W / 2);
+    exact = exact < kNoLight ? typename V::Doubles{} : exact;
     whole[half] = __builtin_convertvector(exact, typename V::HalfInts);
-    lambda[half] = __builtin_convertvector(exact, typename V::HalfFloats);
     fraction[half] = __builtin_convertvector(exact - __builtin_convertvector(whole[half], typename V::Doubles),
                                              typename V::HalfFloats);
   }
-  Join(lambda[0], lambda[1], light.lambda);
   Join(whole[0], whole[1], light.whole);
   Join(fraction[0], fraction[1], light.fraction);
+  light.lambda = __builtin_convertvector(light.whole, typename V::Floats) + light.fraction;
   light.small = Below(light.whole, static_cast<std::int32_t>(kLargeMean));
 }
 
 template <typename Floats>
 QUEN_ALWAYS_INLINE void Absolute(const Floats& x, Floats& absolute) {
-  absolute = x < 0.0F ? -x : x;
+  using Ints = typename Vectors<sizeof(Floats) / sizeof(float)>::Ints;
+  Floats copy = x;
+  Ints bits = reinterpret_cast<Ints>(copy) & 0x7fffffff;
+  absolute = reinterpret_cast<Floats>(bits);
 }
 
 /// @return  a bit for each pixel that needs the plain form
@@ -104,10 +113,8 @@ QUEN_ALWAYS_INLINE std::uint32_t CountMany(const Light<W>& light, const typename
   Floor(sum, below);
   electrons = light.whole + __builtin_convertvector(below, Ints);
 
-  Floats nearest;
-  Floor(sum + 0.5F, nearest);
-  Floats distance;
-  Absolute(sum - nearest, distance);
+  Floats from_middle;
+  Absolute(sum - below - 0.5F, from_middle);
   Floats far;
   Absolute(w, far);
   Floats moved;
@@ -115,8 +122,7 @@ QUEN_ALWAYS_INLINE std::uint32_t CountMany(const Light<W>& light, const typename
   Floats margin;
   Margin<float>(inverse, w, margin);
   margin += kUnsureProduct * (moved + 8.0F);
-  const Floats farthest = light.lambda < 1000.0F ? Floats{} + 4.0F : Floats{} + 9.0F;
-  return AtLeast(margin, distance) | AtLeast(far, farthest);
+  return AtLeast(from_middle + margin, Floats{} + 0.5F) | AtLeast(far, Floats{} + 4.0F);
 }
 
 /// e^(−λ), 0 ≤ λ < 8.
@@ -135,7 +141,7 @@ QUEN_ALWAYS_INLINE void Darkness(const typename Vectors<W>::Floats& lambda, type
           rest +
       1.0F;
   Ints bits = (__builtin_convertvector(e, Ints) + 127) << 23;
-  result = series * BitsAs<Floats>(bits);
+  result = series * reinterpret_cast<Floats>(bits);
 }
 
 /// @return  a bit for each pixel that needs the plain form
@@ -154,14 +160,17 @@ QUEN_ALWAYS_INLINE std::uint32_t CountFew(const Light<W>& light, const typename 
   Ints negative = {};
   std::int32_t steps = 0;
   do {
-    u -= probability;
-    negative += BitsAs<Ints>(u) >> 31;
-    Floats distance;
-    Absolute(u, distance);
-    Lower(distance, least);
-    ++steps;
-    probability *= lambda * kInverse.of[steps];
-  } while (AtLeast(u, unsure) != 0 && steps + 1 < static_cast<std::int32_t>(kMostSmall));
+#pragma GCC unroll 3
+    for (int k = 0; k < 3; ++k) {
+      u -= probability;
+      negative += reinterpret_cast<Ints>(u) >> 31;
+      Floats distance;
+      Absolute(u, distance);
+      Lower(distance, least);
+      ++steps;
+      probability = probability * (lambda * kInverse.of[steps]) + kLeastProbability;
+    }
+  } while (AtLeast(u, unsure) != 0 && steps < kMostSmall);
   electrons = negative + steps;
   return AtLeast(unsure, least) | AtLeast(u, unsure);
 }
@@ -197,11 +206,12 @@ template <std::size_t W>
 QUEN_ALWAYS_INLINE void CountChunk(const Stream& stream, std::size_t first, double* electrons) {
   using V = Vectors<W>;
   constexpr std::uint32_t kAll = (1U << W) - 1;
+  const Rounds rounds(stream, Stage::kPhoton);
   for (std::size_t group = 0; group < kChunk; group += 32) {
     for (std::size_t lane = 0; lane < 16; lane += W) {
       double* const here = electrons + group + lane;
       typename V::Words32 words[4];
-      DrawBlocks<W>(stream, Stage::kPhoton, static_cast<std::uint32_t>((first + group) / 2 + lane), words);
+      DrawBlocks<W>(rounds, static_cast<std::uint32_t>((first + group) / 2 + lane), words);
       Light<W> light;
       Light<W> other_light;
       LoadLight<W>(here, light);

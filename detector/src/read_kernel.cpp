@@ -5,8 +5,8 @@
 #include "detector/src/normal.hpp"
 #include "detector/src/vectors.hpp"
 
-// The fast form adds the same deviates (vectors.hpp), those of a block's two pairs to pixels 16 apart. A pair that needs
-// further bits is made by the plain form: one in a million.
+// The fast form adds the same deviates (vectors.hpp), those of a block's two pairs to pixels 16 apart. A pair that
+// needs further bits is made by the plain form: one in a million.
 
 namespace quen::detector {
 namespace {
@@ -44,10 +44,11 @@ QUEN_ALWAYS_INLINE void AddDeviates(const Stream& stream, std::size_t pixel, dou
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void AddToChunk(const Stream& stream, std::size_t first, double rms, double* electrons) {
   using V = Vectors<W>;
+  const Rounds rounds(stream, Stage::kRead);
   for (std::size_t group = 0; group < kChunk; group += 64) {
     for (std::size_t lane = 0; lane < 16; lane += W) {
       typename V::Words32 words[4];
-      DrawBlocks<W>(stream, Stage::kRead, static_cast<std::uint32_t>((first + group) / 4 + lane), words);
+      DrawBlocks<W>(rounds, static_cast<std::uint32_t>((first + group) / 4 + lane), words);
       for (std::size_t pair = 0; pair < 2; ++pair) {
         typename V::Floats deviates;
         typename V::Floats others;
