@@ -21,6 +21,7 @@ void Multiply(const Stream& stream, std::size_t first, double gain, double* elec
 void Expose(common::simd::Level level, const Plan& plan, const double* values, std::uint64_t frame_number,
             std::uint16_t* frame) {
   const Stream stream = {plan.seed, frame_number};
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written before it is read
   alignas(64) std::array<double, kChunk> electrons;
   for (std::size_t first = 0; first < kPixels; first += kChunk) {
     Expect(level, plan, first, values + first, electrons.data());

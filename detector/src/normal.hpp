@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -31,13 +32,15 @@ inline constexpr std::uint32_t kTail = 1U << 11;         ///< below it, 31 bits 
 inline constexpr std::int32_t kRootOfHalf = 0x3f3504f3;  ///< the bits of √½
 
 /// (ln(1 + f) − f + f²/2) / f³ for √½ ≤ 1 + f ≤ √2, to 3·10⁻⁸; interpolated at Chebyshev's points, as those below.
-inline constexpr float kLog[9] = {0.3333333118F,  -0.2499999696F, 0.2000071575F,  -0.1666780232F, 0.1424905765F,
-                                  -0.1242568733F, 0.1168541992F,  -0.1147973385F, 0.06971611471F};
+inline constexpr std::array<float, 9> kLog = {0.3333333118F,  -0.2499999696F, 0.2000071575F,
+                                              -0.1666780232F, 0.1424905765F,  -0.1242568733F,
+                                              0.1168541992F,  -0.1147973385F, 0.06971611471F};
 inline constexpr float kLn2 = 0.693147181F;
 
 /// sin(π/4 · y) / y and cos(π/4 · y) in powers of y², 0 ≤ y < 1, to 3·10⁻⁹.
-inline constexpr float kSine[4] = {0.785398161F, -0.08074543471F, 0.002490006801F, -3.595429073e-5F};
-inline constexpr float kCosine[5] = {1.0F, -0.3084251352F, 0.01585432523F, -0.0003259385859F, 3.529797134e-6F};
+inline constexpr std::array<float, 4> kSine = {0.785398161F, -0.08074543471F, 0.002490006801F, -3.595429073e-5F};
+inline constexpr std::array<float, 5> kCosine = {1.0F, -0.3084251352F, 0.01585432523F, -0.0003259385859F,
+                                                 3.529797134e-6F};
 
 }  // namespace normal
 

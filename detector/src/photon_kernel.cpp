@@ -1,6 +1,5 @@
-#include <array>
+#include <algorithm>
 #include <bit>
-#include <cmath>
 
 #include "common/simd/vector_memory.hpp"
 #include "detector/src/exposure.hpp"
@@ -41,7 +40,7 @@ void CountPhotonsPlain(const Stream& stream, std::size_t first, double* electron
 }
 
 // Plain arrays: loops over checked ones would not be vectorised. Vectors are written before they are read.
-// NOLINTBEGIN(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
+// NOLINTBEGIN(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init,cppcoreguidelines-pro-type-reinterpret-cast)
 
 constexpr float kUnsureSum = 0x1p-17F;
 constexpr double kNoLight = 0x1p-21;
@@ -226,7 +225,7 @@ QUEN_ALWAYS_INLINE void CountChunk(const Stream& stream, std::size_t first, doub
   }
 }
 
-// NOLINTEND(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
+// NOLINTEND(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init,cppcoreguidelines-pro-type-reinterpret-cast)
 
 QUEN_TARGET_AVX2 void CountPhotonsAvx2(const Stream& stream, std::size_t first, double* electrons) {
   CountChunk<8>(stream, first, electrons);

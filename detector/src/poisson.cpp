@@ -23,9 +23,10 @@ double StirlingError(double k) {
 double SumUpTo(double k, double lambda) {
   double term = PoissonProbability(k, lambda);
   double sum = 0.0;
-  for (; k >= 0.0 && term > kNegligible * sum; --k) {
+  while (k >= 0.0 && term > kNegligible * sum) {
     sum += term;
     term *= k / lambda;
+    --k;
   }
   return sum;
 }
@@ -70,7 +71,7 @@ double PoissonOfWord(double lambda, std::uint32_t word, More more) {
 double PoissonProbability(double k, double lambda) {
   if (k < 16.0) {
     double probability = Exp(-lambda);
-    for (double i = 1.0; i <= k; ++i) probability *= lambda / i;
+    for (int i = 1; i <= static_cast<int>(k); ++i) probability *= lambda / i;
     return probability;
   }
   // By C. Loader, "Fast and accurate computation of binomial probabilities", 2000: nothing large cancels.

@@ -19,6 +19,10 @@
 
 namespace quen::detector {
 
+// Vectors' bits are taken as those of other vectors; plain arrays, for loops over checked ones would not be unrolled;
+// vectors are written before they are read.
+// NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast,cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
+
 template <std::size_t W>
 struct Vectors {
   using Floats __attribute__((vector_size(4 * W))) = float;
@@ -117,10 +121,8 @@ struct Rounds {
   }
 
   static constexpr std::uint32_t kRounds = 10;
-  // NOLINTBEGIN(cppcoreguidelines-avoid-c-arrays): loops over checked ones would not be unrolled.
   std::uint32_t first_key[kRounds];
   std::uint32_t second_key[kRounds];
-  // NOLINTEND(cppcoreguidelines-avoid-c-arrays)
   std::uint64_t stage_word;
   std::uint64_t frame_low;
   std::uint64_t frame_high;
@@ -217,5 +219,7 @@ QUEN_ALWAYS_INLINE std::uint32_t NormalVectors(const typename Vectors<W>::Words3
   second = reinterpret_cast<Floats>(b_bits);
   return Below(word, static_cast<std::int32_t>(kTail));
 }
+
+// NOLINTEND(cppcoreguidelines-pro-type-reinterpret-cast,cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
 
 }  // namespace quen::detector

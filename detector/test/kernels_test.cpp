@@ -1,9 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <bit>
 #include <cmath>
+#include <cstring>
 #include <limits>
-#include <memory>
 #include <random>
 #include <vector>
 
@@ -229,6 +230,7 @@ TEST_P(DetectorVectors, NormalDeviatesAreThoseOfTheFormula) {
   }
 }
 
+// NOLINTBEGIN(cppcoreguidelines-avoid-c-arrays): as the kernels have them
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void BlocksOf(const Stream& stream, std::uint32_t block, std::uint32_t (*words)[16]) {
   typename Vectors<W>::Words32 vectors[4];
@@ -256,5 +258,7 @@ TEST_P(DetectorVectors, WordsAreThoseOfThePackagedGenerator) {
     }
   }
 }
+
+// NOLINTEND(cppcoreguidelines-avoid-c-arrays)
 
 }  // namespace

@@ -161,7 +161,7 @@ double GammaDistribution(double a, double x) {
   if (x <= 0.0) return 0.0;
   double term = std::exp(a * std::log(x) - x - std::lgamma(a + 1.0));
   double sum = 0.0;
-  for (double n = 1.0; term > 1e-17 * sum || n < x - a; ++n) {
+  for (int n = 1; term > 1e-17 * sum || n < x - a; ++n) {
     sum += term;
     term *= x / (a + n);
   }
