@@ -86,6 +86,38 @@ TEST_P(DetectorKernels, PhotonsAreThePlainOnes) {
   }
 }
 
+/// The mean at which the quantile of a pixel's number changes, somewhere near a wished one.
+double BorderNear(double wished, const Stream& stream, std::uint32_t pixel) {
+  double low = 0.8 * wished;
+  double high = 1.2 * wished;
+  const double below = PhotonElectrons(stream, pixel, low);
+  for (int step = 0; step < 40; ++step) {
+    const double middle = 0.5 * (low + high);
+    (PhotonElectrons(stream, pixel, middle) == below ? low : high) = middle;
+  }
+  return low;
+}
+
+/// Where single precision cannot tell which of two numbers it is.
+TEST_P(DetectorKernels, PhotonsBesideTheBordersAreThePlainOnes) {
+  std::mt19937 random(7);
+  const std::size_t first = 77 * kChunk;
+  for (const double wished : {0.05, 1.0, 6.0, 10.0, 30.0, 400.0, 5000.0}) {
+    for (std::uint64_t frame = 0; frame < 4; ++frame) {
+      const Stream stream = {12, frame};
+      Values plain(kChunk);
+      for (std::size_t k = 0; k < kChunk; ++k) {
+        const double border = BorderNear(wished, stream, static_cast<std::uint32_t>(first + k));
+        plain[k] = border * (1.0 + std::ldexp(static_cast<double>(random() % 200) - 100.0, -30));
+      }
+      Values fast = plain;
+      CountPhotons(Level::kPlain, stream, first, plain.data());
+      CountPhotons(GetParam(), stream, first, fast.data());
+      ASSERT_EQ(plain, fast) << wished;
+    }
+  }
+}
+
 TEST_P(DetectorKernels, ReadNoiseIsThePlainOne) {
   std::mt19937 random(2);
   for (std::uint64_t round = 0; round < 600; ++round) {
