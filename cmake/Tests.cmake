@@ -89,6 +89,7 @@ quen_add_test(
   SOURCES detector/test/detector_test.cpp detector/test/kernels_test.cpp detector/test/samplers_test.cpp
           testing/allocations.cpp
   LIBRARIES quen_detector_objects quen_detector_level_objects)
+target_compile_options(detector_test PRIVATE -ffp-contract=off) # it has some of the kernels compiled anew
 quen_add_test(detector_statistics_test LABEL statistics SOURCES detector/test/statistics_test.cpp
               LIBRARIES quen_detector_objects quen_detector_level_objects)
 
