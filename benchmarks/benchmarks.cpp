@@ -14,6 +14,7 @@
 #include "centroiders/centre_of_gravity.hpp"
 #include "common/random/random.hpp"
 #include "common/random/uniform_stream.hpp"
+#include "detector/detector.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "shssim/src/render_frame.hpp"
 #include "workbench/engines/engines.hpp"
@@ -175,6 +176,54 @@ void AddEngines(Scene& scene) {
   }
 }
 
+using Counts = std::vector<std::uint16_t>;
+
+/// Photons and read noise of a frame of spots.
+quen::detector::Detector MakeDetector() {
+  quen::detector::DetectorConfig config;
+  config.read_noise = 5.0;
+  config.offset = 100.0;
+  return quen::detector::Detector(config);
+}
+
+/// All levels expose the same frame.
+bool DetectorVerified() {
+  Scene scene;
+  scene.simulator.ComputeFrame(scene.dx, scene.dy, 0.0);
+  const quen::detector::Detector detector = MakeDetector();
+  Counts plain(scene.pixels.size());
+  Counts fast(scene.pixels.size());
+  for (const Level level : kLevels) {
+    if (!quen::common::simd::IsAvailable(level)) continue;
+    const AtLevel at_level(level);
+    detector.Expose(scene.simulator.FrameValues(), 1, level == Level::kPlain ? plain : fast);
+    if (level != Level::kPlain && plain != fast) return false;
+  }
+  return true;
+}
+
+/// The same with the standard library's distributions, and at each level.
+void AddDetector(Scene& scene) {
+  scene.simulator.ComputeFrame(scene.dx, scene.dy, 0.0);
+  static const std::vector<double> values = scene.simulator.FrameValues();
+  static const quen::detector::Detector detector = MakeDetector();
+  const std::string group = "detector, photons and read noise/";
+  Add(group + "the standard library's distributions", [&scene] {
+    for (std::size_t k = 0; k < values.size(); ++k) {
+      const double photons = values[k] > 0.0 ? std::poisson_distribution<int>(values[k])(scene.generator) : 0.0;
+      const double count = photons + std::normal_distribution<double>(0.0, 5.0)(scene.generator) + 100.0;
+      scene.pixels[k] = static_cast<std::uint16_t>(std::nearbyint(std::clamp(count, 0.0, 65535.0)));
+    }
+  });
+  for (const Level level : kLevels) {
+    if (!quen::common::simd::IsAvailable(level)) continue;
+    Add(group + "library, " + Name(level), [&scene, level] {
+      const AtLevel at_level(level);
+      detector.Expose(values, 1, scene.pixels);
+    });
+  }
+}
+
 /// What a frame's numbers cost where nobody has thought about them.
 void AddProportions(Scene& scene) {
   static std::vector<double> arguments(kPixels);
@@ -237,13 +286,14 @@ int main(int argc, char** argv) {
   quen::workbench::WriteCalibration(folder, false);
   quen::workbench::UseCalibration(folder);
 
-  const bool verified = Verified() && EnginesVerified();
+  const bool verified = Verified() && EnginesVerified() && DetectorVerified();
   if (verified) {
     Scene scene;
     AddFrames(scene);
     AddStages(scene);
     AddSlopes(scene);
     AddEngines(scene);
+    AddDetector(scene);
     AddProportions(scene);
     AddFiles(scene, folder);
     AddLoop(scene);

@@ -64,8 +64,10 @@ target_link_libraries(quen_shssim_objects PUBLIC PkgConfig::cfitsio PkgConfig::l
 # The compiler may evaluate both sides of a condition, which vectorising needs. Values do not change.
 set_source_files_properties(shssim/src/spot_kernel.cpp common/random/src/uniform_stream.cpp
                             PROPERTIES COMPILE_OPTIONS -fno-trapping-math)
-# The workbench has a file finder of its own, and takes this one's place where the library is linked statically.
-set_source_files_properties(common/filesystem/src/filesystem.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+# The workbench has a file finder of its own and the benchmarks a level, which take the place of these where the library is
+# linked statically.
+set_source_files_properties(common/filesystem/src/filesystem.cpp common/simd/src/best.cpp pim/src/helper.cpp
+                            PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 
 add_library(quen_shssim_lib SHARED)
 add_library(quen::shssim_lib ALIAS quen_shssim_lib)

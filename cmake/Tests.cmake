@@ -83,6 +83,16 @@ quen_add_test(
           testing/allocations.cpp
   LIBRARIES quen_engines_objects quen_score_objects quen::shssim_lib Eigen3::Eigen)
 
+# --- The detector, with its internals in reach.
+quen_add_test(
+  detector_test
+  SOURCES detector/test/detector_test.cpp detector/test/kernels_test.cpp detector/test/samplers_test.cpp
+          testing/allocations.cpp
+  LIBRARIES quen_detector_objects quen_detector_level_objects)
+target_compile_options(detector_test PRIVATE -ffp-contract=off) # it has some of the kernels compiled anew
+quen_add_test(detector_statistics_test LABEL statistics SOURCES detector/test/statistics_test.cpp
+              LIBRARIES quen_detector_objects quen_detector_level_objects)
+
 # --- The shared library as its hosts see it.
 quen_add_test(
   host_test
@@ -95,6 +105,7 @@ set_target_properties(host_test PROPERTIES ENABLE_EXPORTS ON)
 # A host of the engines alone. The score's layout is told by its header.
 quen_add_test(engines_host_test LABEL abi SOURCES abi/test/engines_host_test.cpp abi/test/engines_layout_test.cpp
               LIBRARIES quen::engines)
+quen_add_test(detector_host_test LABEL abi SOURCES abi/test/detector_host_test.cpp LIBRARIES quen::detector)
 quen_add_test(stand_in_test LABEL abi SOURCES abi/test/stand_in_test.cpp LIBRARIES quen::shssim_lib)
 add_test(NAME ExportedSymbols.AreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_shssim_lib> abi/exported_symbols.txt
@@ -105,8 +116,12 @@ add_test(NAME ExportedSymbols.OfTheCentroidersAreTheListedOnes
 add_test(NAME ExportedSymbols.OfTheEnginesAreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_engines> abi/exported_symbols_engines.txt
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+add_test(NAME ExportedSymbols.OfTheDetectorAreTheListedOnes
+         COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_detector> abi/exported_symbols_detector.txt
+         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(ExportedSymbols.AreTheListedOnes ExportedSymbols.OfTheCentroidersAreTheListedOnes
-                     ExportedSymbols.OfTheEnginesAreTheListedOnes PROPERTIES LABELS abi)
+                     ExportedSymbols.OfTheEnginesAreTheListedOnes ExportedSymbols.OfTheDetectorAreTheListedOnes
+                     PROPERTIES LABELS abi)
 # The engines' types are described with the centroiders, which are linked from the same objects.
 if(CMAKE_BUILD_TYPE STREQUAL Debug AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   find_program(QUEN_ABIDIFF abidiff REQUIRED) # Debian's abigail-tools
@@ -127,8 +142,12 @@ if(CMAKE_BUILD_TYPE STREQUAL Release)
            COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_centroiders> SumAvx512:zmm SumAvx2:ymm
                    AroundAvx512:zmm AroundAvx2:ymm TileAvx2:ymm CountAboveAvx2:ymm
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  add_test(NAME VectorCode.OfTheDetectorUsesItsLevelsRegisters
+           COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_detector>
+                   CountPhotonsAvx512:zmm CountPhotonsAvx2:ymm AddReadNoiseAvx512:zmm AddReadNoiseAvx2:ymm
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(VectorCode.OfTheSimulatorUsesItsLevelsRegisters VectorCode.OfTheCentroidersUsesItsLevelsRegisters
-                       PROPERTIES LABELS unit)
+                       VectorCode.OfTheDetectorUsesItsLevelsRegisters PROPERTIES LABELS unit)
 endif()
 
 # --- The workbench and the host tool.

@@ -18,7 +18,7 @@ ORDER = [
     ["quen_image_processing"],
     ["basesim"],
     ["shssim"],
-    ["centroiders"],
+    ["centroiders", "detector"],
     ["workbench/fits"],
     ["workbench/engines"],
     ["workbench/sensor"],

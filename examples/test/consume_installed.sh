@@ -31,7 +31,7 @@ library_path=$(dirname "$pkg_config_path")
 
 # What a host finds installed is every header at the top of a module, but for those that say they are internal.
 (cd "$prefix/include/quen_shssim" && find . -type f | sort) >"$work/installed"
-(cd "$source" && find ./basesim ./centroiders ./common ./defs ./pim ./quen_image_processing ./shssim -name '*.hpp' -not -path '*/src/*' \
+(cd "$source" && find ./basesim ./centroiders ./common ./defs ./detector ./pim ./quen_image_processing ./shssim -name '*.hpp' -not -path '*/src/*' \
   -not -path '*/test/*' -exec grep --files-without-match 'Internal to the' {} + | sort) >"$work/offered"
 diff -u "$work/offered" "$work/installed" || fail "installed headers differ from the public ones"
 

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "defs/export.hpp"
+#include "detector/detector.hpp"
+
+/// @file
+/// Maps of a detector's pixels, drawn from a seed: the same seed gives the same map, on any machine. Their numbers have
+/// nothing in common with those of the noise of any frame, also with the same seed.
+
+namespace quen::detector {
+
+/// Relative responses: 1 + rms · Normal(0, 1), but at least 0.
+/// @param rms  0 to 1
+/// @throws std::invalid_argument  `rms` is out of its range
+QUEN_EXPORT std::vector<double> DrawFlatMap(std::uint64_t seed, double rms);
+
+/// Makes pixels hot that are good: each with the same probability, and with a level of its own, exponentially
+/// distributed.
+/// @param per_million  hot pixels expected in a million, 0 to 10⁶
+/// @param mean_level   electrons per frame, 0 to 10⁷
+/// @param config       whose bad_pixels and bad_pixel_levels get them; both get their full size
+/// @throws std::invalid_argument  a parameter is out of its range, or a map has another size; `config` is untouched
+/// then
+QUEN_EXPORT void AddHotPixels(std::uint64_t seed, double per_million, double mean_level, DetectorConfig& config);
+
+}  // namespace quen::detector
