@@ -237,7 +237,7 @@ void AddSizes(const Response& response, const Assignment& modes, double worst, d
                       kSubject,
                       text,
                       "a mode that is given back too large overshoots: " + std::string(kRemake),
-                      {Remade("gains")}});
+                      {}});
 }
 
 /// An inversion that gives less to what is hard to see, or leaves it out: all eigenvalues are between 0 and 1.
