@@ -14,12 +14,14 @@ constexpr double kLn2Low = 0x1.ef35793c7673p-45;
 constexpr double kSquareRootOfHalf = 0x1.6a09e667f3bcdp-1;
 constexpr double kOneOverRootOfTwoPi = 0x1.9884533d43651p-2;
 
-/// 1/k!: the powers of ln 2 / 2 after them are below 2⁻⁶⁰.
-constexpr std::array<double, 15> kInverseFactorial = [] {
-  std::array<double, 15> inverse{1.0};
+constexpr std::array<double, 15> InverseFactorials() {
+  std::array<double, 15> inverse = {1.0};
   for (std::size_t k = 1; k < inverse.size(); ++k) inverse.at(k) = inverse.at(k - 1) / static_cast<double>(k);
   return inverse;
-}();
+}
+
+/// 1/k!: the powers of ln 2 / 2 after them are below 2⁻⁶⁰.
+constexpr std::array kInverseFactorial = InverseFactorials();
 
 /// 2^e for −1022 ≤ e ≤ 1023.
 double PowerOfTwo(std::int64_t e) { return std::bit_cast<double>(static_cast<std::uint64_t>(e + 1023) << 52); }

@@ -288,7 +288,7 @@ TEST(DetectorStatistics, PixelsAreIndependent) {
       double mean = 0.0;
       for (const double square : squares) mean += square / static_cast<double>(squares.size());
       double variance = 0.0;
-      for (double& square : squares) variance += (square - mean) * (square - mean);
+      for (const double square : squares) variance += (square - mean) * (square - mean);
       const double root = std::sqrt(variance / static_cast<double>(squares.size()));
       for (double& square : squares) square = (square - mean) / root;
       EXPECT_LT(std::abs(CorrelationScore(squares, squares, lag)), kAlarm) << lag << ", squares";

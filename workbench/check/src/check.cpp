@@ -1,5 +1,6 @@
 #include "workbench/check/check.hpp"
 
+#include <algorithm>
 #include <filesystem>
 #include <new>
 #include <optional>
@@ -23,7 +24,8 @@ std::optional<quen::shssim::ShsSimulator> Load(Findings& findings) {
   } catch (const std::bad_alloc&) {
     throw;  // says nothing of the calibration
   } catch (const std::exception& error) {
-    if (IsFailureToOpen(error)) throw;  // nor does this
+    if (IsFailureToOpen(error)) throw;                                // nor does this
+    if (std::ranges::any_of(findings, IsWrong)) return std::nullopt;  // the file that it refuses is named already
     findings.push_back({Verdict::kWrong,
                         "loading",
                         "loading",

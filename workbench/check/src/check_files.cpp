@@ -1,17 +1,26 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
+#include <tuple>
+#include <utility>
 
 #include "common/fits/fits.hpp"
 #include "workbench/check/check.hpp"
 #include "workbench/fits/content.hpp"
+#include "workbench/sensor/sensor_tables.hpp"
 
 namespace quen::workbench {
 namespace {
 
+using quen::basesim::kFrameHeight;
+using quen::basesim::kFrameWidth;
 using quen::basesim::kNumModes;
+using quen::basesim::kNumRois;
 using quen::basesim::kNumSlopes;
 
 using Axes = std::vector<std::size_t>;
@@ -19,47 +28,120 @@ using Axes = std::vector<std::size_t>;
 /// Axes of the two matrices, NAXIS1 first.
 Axes ExpectedAxes(std::size_t file) { return file == 0 ? Axes{kNumModes, kNumSlopes} : Axes{kNumSlopes, kNumModes}; }
 
-Finding CheckMatrixFile(const std::string& key, const std::string& name, const InputFile& file, const Axes& expected) {
-  constexpr const char* kRewrite = "write it again, as a primary image of doubles with these axes";
-  const std::string path = std::filesystem::weakly_canonical(file.Name()).string();
+std::string PathOf(const InputFile& file) { return std::filesystem::weakly_canonical(file.Name()).string(); }
+
+/// A file that is packed, which the library does not unpack.
+std::optional<Finding> CheckPacked(const std::string& key, const std::string& name, const InputFile& file) {
+  using namespace std::string_literals;
+  const std::string beginning = file.Beginning(6);
+  for (const auto& [magic, tool] : {std::pair("\x1F\x8B"s, "gunzip"), std::pair("BZh"s, "bunzip2"),
+                                    std::pair("\xFD"s + "7zXZ"s, "unxz"), std::pair("PK\x03\x04"s, "unzip")}) {
+    if (!beginning.starts_with(magic)) continue;
+    return Finding{Verdict::kWrong,
+                   key,
+                   name,
+                   PathOf(file) + ": it is compressed, and the library unpacks nothing",
+                   fmt::format("unpack it with {}, under the same name", tool),
+                   {}};
+  }
+  return std::nullopt;
+}
+
+/// What `look` finds, or why the file cannot be read.
+template <typename Look>
+Finding Looked(const std::string& key, const std::string& name, const InputFile& file, const char* advice,
+               const Look& look) {
+  if (auto packed = CheckPacked(key, name, file)) return *std::move(packed);
   try {
-    const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(OpenFits(file, std::nullopt));
-    if (axes == Axes(expected.rbegin(), expected.rend())) {
-      return {Verdict::kWrong,
-              key,
-              name,
-              fmt::format("{} is transposed: its axes are {}, expected {} (NAXIS1 first)", path, fmt::join(axes, " x "),
-                          fmt::join(expected, " x ")),
-              "transpose it before writing",
-              {}};
-    }
-    if (axes != expected || bitpix != DOUBLE_IMG) {
-      return {Verdict::kWrong,
-              key,
-              name,
-              fmt::format("{}: expected {} doubles (BITPIX -64), found {} elements with BITPIX {}", path,
-                          fmt::join(expected, " x "), fmt::join(axes, " x "), bitpix),
-              kRewrite,
-              {}};
-    }
-    return {Verdict::kGood, key, name, path, "", {}};
+    if (auto finding = look()) return *std::move(finding);
+    return {Verdict::kGood, key, name, PathOf(file), "", {}};
   } catch (const std::runtime_error& error) {
     if (IsFailureToOpen(error)) throw;  // says nothing of the calibration
-    return {Verdict::kWrong, key, name, path + ": " + error.what(), kRewrite, {}};
+    return {Verdict::kWrong, key, name, error.what(), advice, {}};
   }
+}
+
+Finding CheckMatrixFile(const std::string& key, const std::string& name, const InputFile& file, const Axes& expected) {
+  constexpr const char* kRewrite = "write it again, as a primary image of doubles with these axes";
+  return Looked(key, name, file, kRewrite, [&]() -> std::optional<Finding> {
+    const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(OpenFits(file, std::nullopt));
+    if (axes == Axes(expected.rbegin(), expected.rend())) {
+      return Finding{Verdict::kWrong,
+                     key,
+                     name,
+                     fmt::format("{} is transposed: its axes are {}, expected {} (NAXIS1 first)", PathOf(file),
+                                 fmt::join(axes, " x "), fmt::join(expected, " x ")),
+                     "transpose it before writing",
+                     {}};
+    }
+    if (axes == expected && bitpix == DOUBLE_IMG) return std::nullopt;
+    return Finding{Verdict::kWrong,
+                   key,
+                   name,
+                   fmt::format("{}: expected {} doubles (BITPIX -64), found {} elements with BITPIX {}", PathOf(file),
+                               fmt::join(expected, " x "), fmt::join(axes, " x "), bitpix),
+                   kRewrite,
+                   {}};
+  });
+}
+
+// --- Regions and flags
+
+/// A column that the library reads, of a table of 1089 rows.
+std::optional<std::string> MissingColumn(const InputFile& file, const char* table,
+                                         const std::vector<std::string>& expected) {
+  const auto handle = OpenFits(file, table);
+  const auto [shape, columns] = quen::common::Fits::ReadTableParams(handle, std::nullopt);
+  for (const std::string& name : expected) {
+    const auto has = [&](const auto& same) {
+      return std::ranges::any_of(columns, [&](const auto& column) { return same(std::get<0>(column), name); });
+    };
+    if (has([](const std::string& one, const std::string& other) { return one == other; })) continue;
+    const bool is_capital = has([](const std::string& one, const std::string& other) {
+      return std::ranges::equal(one, other, [](char a, char b) { return std::tolower(a) == b; });
+    });
+    return fmt::format("the table {} has no column {}{}", table, name,
+                       is_capital ? ", only one in capitals: letters count as they are" : "");
+  }
+  const std::size_t rows = shape.empty() ? 0 : shape.back();
+  if (rows == kNumRois || table != std::string(kRegionTable)) return std::nullopt;
+  return fmt::format("the table {} has {} rows, expected {}", table, rows, kNumRois);
+}
+
+/// The first region that is not on the frame.
+std::optional<std::string> RegionOffTheFrame(const InputFile& file) {
+  const auto handle = OpenFits(file, kRegionTable);
+  for (const auto& [axis, pixels, name] :
+       {std::tuple("x", kFrameWidth, "columns"), std::tuple("y", kFrameHeight, "rows")}) {
+    const auto low = quen::common::Fits::ReadColumnOrThrow<std::uint16_t>(handle, fmt::format("{}_low", axis));
+    const auto up = quen::common::Fits::ReadColumnOrThrow<std::uint16_t>(handle, fmt::format("{}_up", axis));
+    for (std::size_t i = 0; i < low.size(); ++i) {
+      if (low[i] <= up[i] && up[i] <= pixels) continue;
+      return fmt::format("region {} (counted from 0) has {} from {} up to {}, the frame has {}", i, name, low[i], up[i],
+                         pixels);
+    }
+  }
+  return std::nullopt;
+}
+
+Finding CheckRoisFile(const InputFile& file) {
+  constexpr const char* kKey = "rois.file";
+  constexpr const char* kName = "shs_rois.fits";
+  constexpr const char* kRewrite = "write it again, with the two tables as the library reads them";
+  return Looked(kKey, kName, file, kRewrite, [&]() -> std::optional<Finding> {
+    auto wrong = MissingColumn(file, kRegionTable, {"x_low", "x_up", "x_ref", "y_low", "y_up", "y_ref"});
+    if (!wrong) wrong = MissingColumn(file, kFlagTable, {"is_used"});
+    if (!wrong) wrong = Reading(file, [&] { return RegionOffTheFrame(file); });
+    if (!wrong) return std::nullopt;
+    return Finding{Verdict::kWrong, kKey, kName, fmt::format("{}: {}", PathOf(file), *wrong), kRewrite, {}};
+  });
 }
 
 }  // namespace
 
 Findings CheckFiles(std::span<const InputFile> calibration) {
   return {CheckMatrixFile("m2s.file", "M2S.fits", calibration[0], ExpectedAxes(0)),
-          CheckMatrixFile("cm.file", "CM.fits", calibration[1], ExpectedAxes(1)),
-          {Verdict::kGood,
-           "rois.file",
-           "shs_rois.fits",
-           std::filesystem::weakly_canonical(calibration[2].Name()).string(),
-           "",
-           {}}};
+          CheckMatrixFile("cm.file", "CM.fits", calibration[1], ExpectedAxes(1)), CheckRoisFile(calibration[2])};
 }
 
 }  // namespace quen::workbench

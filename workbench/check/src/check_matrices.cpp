@@ -2,7 +2,10 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cmath>
+#include <cstddef>
 #include <utility>
 
 #include "workbench/check/check.hpp"
@@ -19,12 +22,37 @@ constexpr int kDegree = 14;  // of smooth surfaces: with details of a tenth of t
 
 // --- Values
 
+/// The same numbers with their bytes in the other order.
+Matrix Swapped(const Matrix& matrix) {
+  return matrix.unaryExpr([](double value) {
+    auto bytes = std::bit_cast<std::array<std::byte, sizeof(double)>>(value);
+    std::ranges::reverse(bytes);
+    return std::bit_cast<double>(bytes);
+  });
+}
+
+/// Whether numbers are such as programs compute, from the smallest to the largest.
+bool AreOrdinary(const Matrix& matrix) {
+  constexpr double kLargest = 1e12;
+  return matrix.allFinite() && matrix.cwiseAbs().maxCoeff() < kLargest &&
+         (matrix.array() == 0.0 || matrix.array().abs() > 1.0 / (kLargest * kLargest)).all();
+}
+
 Finding CheckValues(const std::string& name, const Matrix& matrix, const char* row_name, const char* column_name) {
   constexpr std::ptrdiff_t kRanked = 30;
   constexpr double kOut = 1e4;
   const std::string key = name == "M2S" ? "m2s.values" : "cm.values";
   const std::string subject = name + " values";
   const std::string remake = "write " + name + ".fits again";
+  if (!AreOrdinary(matrix) && AreOrdinary(Swapped(matrix))) {
+    Matrix CalibrationContent::*const which = name == "M2S" ? &CalibrationContent::m2s : &CalibrationContent::cm;
+    return {Verdict::kWrong,
+            key,
+            subject,
+            "the bytes of its numbers are in the wrong order: FITS files hold the highest byte first",
+            "swap the bytes of its numbers",
+            {{"bytes_swapped", [which](CalibrationContent& content) { content.*which = Swapped(content.*which); }}}};
+  }
   for (Eigen::Index row = 0; row < matrix.rows(); ++row) {
     for (Eigen::Index column = 0; column < matrix.cols(); ++column) {
       if (std::isfinite(matrix(row, column))) continue;

@@ -184,9 +184,8 @@ std::vector<ListOrder> ListOrders(const Lattice& lattice, const std::vector<std:
   std::vector<ListOrder> orders = {{"", is_known ? Words(*base) : "in no order that has a name", own, all}};
   for (const Way& way : ways) {
     std::vector<std::size_t> place = Sorted(way, lattice, used);
-    if (place != own)
-      orders.push_back(
-          {Mistake(way, is_known ? *base : Way{}), Words(way), std::move(place), Sorted(way, lattice, all)});
+    if (place == own) continue;
+    orders.push_back({Mistake(way, is_known ? *base : Way{}), Words(way), std::move(place), Sorted(way, lattice, all)});
   }
   return orders;
 }

@@ -27,7 +27,7 @@ class SlopeSpace {
   /// A layout in which slope vectors may be, and what of their mean square is in this space then.
   struct Candidate {
     Layout layout;
-    double share;
+    double share = 0.0;
   };
 
   /// As they stand.
