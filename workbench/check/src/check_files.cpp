@@ -91,7 +91,9 @@ Finding CheckMatrixFile(const std::string& key, const std::string& name, const I
 std::optional<std::string> MissingColumn(const InputFile& file, const char* table,
                                          const std::vector<std::string>& expected) {
   const auto handle = OpenFits(file, table);
-  const auto [shape, columns] = quen::common::Fits::ReadTableParams(handle, std::nullopt);
+  const quen::common::Fits::TableParams table_params = quen::common::Fits::ReadTableParams(handle, std::nullopt);
+  const auto& shape = table_params.first;
+  const auto& columns = table_params.second;
   for (const std::string& name : expected) {
     const auto has = [&](const auto& same) {
       return std::ranges::any_of(columns, [&](const auto& column) { return same(std::get<0>(column), name); });
