@@ -56,9 +56,7 @@ QUEN_TARGET_AVX2 inline void SquareRoot(Narrow::Floats& x) { x = _mm256_sqrt_ps(
 QUEN_TARGET_AVX512 inline void SquareRoot(Wide::Floats& x) { x = _mm512_maskz_sqrt_ps(kAllOfWide, x); }
 
 QUEN_TARGET_AVX2 inline void Floor(const Narrow::Floats& x, Narrow::Floats& floor) { floor = _mm256_floor_ps(x); }
-QUEN_TARGET_AVX512 inline void Floor(const Wide::Floats& x, Wide::Floats& floor) {
-  floor = _mm512_maskz_roundscale_ps(kAllOfWide, x, _MM_FROUND_TO_NEG_INF | _MM_FROUND_NO_EXC);
-}
+QUEN_TARGET_AVX512 inline void Floor(const Wide::Floats& x, Wide::Floats& floor) { floor = _mm512_floor_ps(x); }
 
 QUEN_TARGET_AVX2 inline void Lower(const Narrow::Floats& x, Narrow::Floats& least) { least = _mm256_min_ps(x, least); }
 QUEN_TARGET_AVX512 inline void Lower(const Wide::Floats& x, Wide::Floats& least) {
