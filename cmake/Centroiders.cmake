@@ -61,9 +61,7 @@ target_link_libraries(quen_engines PRIVATE $<BUILD_INTERFACE:quen_engines_object
                                            PkgConfig::log4cplus
                       PUBLIC Microsoft.GSL::GSL)
 quen_configure_shared(quen_engines engines)
-if(NOT QUEN_SANITIZE) # whose runtime is the host's
-  target_link_options(quen_engines PRIVATE LINKER:-z,defs) # an engine that needs the simulator does not link
-endif()
+quen_require_complete(quen_engines)
 
 add_library(quen_centroiders SHARED)
 add_library(quen::centroiders ALIAS quen_centroiders)

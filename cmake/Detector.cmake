@@ -32,6 +32,4 @@ target_link_libraries(
                         PkgConfig::log4cplus
   PUBLIC Microsoft.GSL::GSL)
 quen_configure_shared(quen_detector detector)
-if(NOT QUEN_SANITIZE) # whose runtime is the host's
-  target_link_options(quen_detector PRIVATE LINKER:-z,defs) # a detector that needs the simulator does not link
-endif()
+quen_require_complete(quen_detector)

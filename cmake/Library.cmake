@@ -23,6 +23,13 @@ function(quen_configure_shared target name)
                LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 endfunction()
 
+# For libraries that need no simulator: they do not link where something of them does.
+function(quen_require_complete target)
+  if(NOT QUEN_SANITIZE) # whose runtime is the host's
+    target_link_options(${target} PRIVATE LINKER:-z,defs)
+  endif()
+endfunction()
+
 # The simulator library: one set of objects for the shared library and for a static one that only tests use.
 set(public_headers
     basesim/base_simulator.hpp

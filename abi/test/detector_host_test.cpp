@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <fstream>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "abi/test/offset.hpp"
 #include "detector/detector.hpp"
 #include "detector/maps.hpp"
 
@@ -17,6 +17,7 @@ namespace {
 using quen::detector::Detector;
 using quen::detector::DetectorConfig;
 using quen::detector::PixelState;
+using quen::testing::Offset;
 
 TEST(HostOfDetector, ExposesValuesOfItsOwn) {
   DetectorConfig config;
@@ -41,33 +42,24 @@ TEST(HostOfDetector, HasNoSimulatorInItsProcess) {
   EXPECT_TRUE(has_detector);
 }
 
-/// Where a member is in its object.
-template <typename M>
-std::size_t OffsetOf(M DetectorConfig::*member) {
-  std::ptrdiff_t offset = -1;  // which is what a pointer to a data member holds
-  static_assert(sizeof(member) == sizeof(offset));
-  std::memcpy(&offset, &member, sizeof(offset));
-  return static_cast<std::size_t>(offset);
-}
-
 TEST(DetectorBinaryInterface, ConfigInOrder) {
   constexpr std::size_t kVector = sizeof(std::vector<double>);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::electrons_per_unit), 0U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::background), 8U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::dark), 16U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::photon_noise), 24U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::em_gain), 32U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::read_noise), 40U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::full_well), 48U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::gain), 64U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::offset), 72U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::bits), 80U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::flat_map), 88U);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::dark_map), 88U + kVector);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::offset_map), 88U + 2 * kVector);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::bad_pixels), 88U + 3 * kVector);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::bad_pixel_levels), 88U + 4 * kVector);
-  EXPECT_EQ(OffsetOf(&DetectorConfig::seed), 88U + 5 * kVector);
+  EXPECT_EQ(Offset(&DetectorConfig::electrons_per_unit), 0U);
+  EXPECT_EQ(Offset(&DetectorConfig::background), 8U);
+  EXPECT_EQ(Offset(&DetectorConfig::dark), 16U);
+  EXPECT_EQ(Offset(&DetectorConfig::photon_noise), 24U);
+  EXPECT_EQ(Offset(&DetectorConfig::em_gain), 32U);
+  EXPECT_EQ(Offset(&DetectorConfig::read_noise), 40U);
+  EXPECT_EQ(Offset(&DetectorConfig::full_well), 48U);
+  EXPECT_EQ(Offset(&DetectorConfig::gain), 64U);
+  EXPECT_EQ(Offset(&DetectorConfig::offset), 72U);
+  EXPECT_EQ(Offset(&DetectorConfig::bits), 80U);
+  EXPECT_EQ(Offset(&DetectorConfig::flat_map), 88U);
+  EXPECT_EQ(Offset(&DetectorConfig::dark_map), 88U + kVector);
+  EXPECT_EQ(Offset(&DetectorConfig::offset_map), 88U + 2 * kVector);
+  EXPECT_EQ(Offset(&DetectorConfig::bad_pixels), 88U + 3 * kVector);
+  EXPECT_EQ(Offset(&DetectorConfig::bad_pixel_levels), 88U + 4 * kVector);
+  EXPECT_EQ(Offset(&DetectorConfig::seed), 88U + 5 * kVector);
   EXPECT_EQ(sizeof(DetectorConfig), 96U + 5 * kVector);
 }
 

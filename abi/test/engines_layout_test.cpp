@@ -5,6 +5,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "abi/test/offset.hpp"
 #include "centroiders/brightest_pixels.hpp"
 #include "centroiders/centre_of_gravity.hpp"
 #include "centroiders/correlation.hpp"
@@ -22,16 +23,8 @@ namespace {
 using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all of them
 using quen::image_processing::Centroiding;
 using quen::image_processing::Roi;
+using quen::testing::Offset;
 using Doubles = std::vector<double>;
-
-/// Where a member is in its object.
-template <typename T, typename M>
-std::size_t Offset(M T::*member) {
-  std::ptrdiff_t offset = -1;  // which is what a pointer to a data member holds
-  static_assert(sizeof(member) == sizeof(offset));
-  std::memcpy(&offset, &member, sizeof(offset));
-  return static_cast<std::size_t>(offset);
-}
 
 TEST(EnginesBinaryInterface, BrightestPixelsConfigInOrder) {
   static_assert(std::is_same_v<decltype(BrightestPixelsConfig::number), std::optional<std::size_t>>);

@@ -1,41 +1,19 @@
 #pragma once
 
-#include <iomanip>
-#include <limits>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "common/checks/checks.hpp"
 #include "detector/detector.hpp"
 
 /// @file
-/// The checks of what a detector is made from and given. Their texts have the grammar of the engines' ones:
-///
-///     Detector: FIELD must be WHAT IS EXPECTED, found WHAT IS GIVEN
+/// The checks of what a detector is made from and given, besides those of every configuration.
 
 namespace quen::detector {
 
-/// A number as a person writes it: 1000000, not 1e+06.
-inline std::string InDigits(double value) {
-  std::ostringstream text;
-  text << std::setprecision(std::numeric_limits<double>::digits10) << value;
-  return text.str();
-}
-
-/// @throws std::invalid_argument  a value outside [lowest, highest], NaN included
-inline void RequireInRange(const std::string& field, double value, double lowest, double highest) {
-  if (value >= lowest && value <= highest) return;
-  throw std::invalid_argument(field + " must be from " + InDigits(lowest) + " to " + InDigits(highest) + ", found " +
-                              InDigits(value));
-}
-
-/// @throws std::invalid_argument  a value outside (0, highest], NaN included
-inline void RequireAboveZero(const std::string& field, double value, double highest) {
-  if (value > 0.0 && value <= highest) return;
-  throw std::invalid_argument(field + " must be above 0 and at most " + InDigits(highest) + ", found " +
-                              InDigits(value));
-}
+using common::RequireAboveZero;
+using common::RequireInRange;
 
 /// @throws std::invalid_argument  another number of elements than a frame has. Allocates nothing otherwise
 inline void RequireLength(std::string_view field, std::size_t size) {

@@ -9,6 +9,8 @@
 #include <optional>
 #include <utility>
 
+#include "workbench/sensor/calibration.hpp"
+
 namespace quen::workbench {
 namespace {
 
@@ -16,8 +18,6 @@ constexpr const char* kSubject = "CM * M2S";
 constexpr const char* kRemake = "compute CM.fits anew from this M2S.fits: its pseudo-inverse";
 
 using Modes = std::vector<Eigen::Index>;
-
-Matrix PseudoInverse(const Matrix& matrix) { return matrix.completeOrthogonalDecomposition().pseudoInverse(); }
 
 Correction Remade(const char* mistake) {
   return {mistake, [](CalibrationContent& content) { content.cm = PseudoInverse(content.m2s); }};

@@ -142,9 +142,8 @@ Correction MovedBounds(const char* mistake, const Axis& axis, int low, int up) {
 }
 
 /// How many pixels the regions are smaller than the grid's step, where that is a whole number.
-std::optional<int> Gap(const std::vector<Roi>& rois, const Axis& axis) {
+std::optional<int> Gap(const std::vector<Roi>& rois, const std::optional<Lattice>& lattice, const Axis& axis) {
   constexpr double kWhole = 0.03;
-  const auto lattice = Lattice::Fit(rois);
   if (!lattice) return std::nullopt;
   const double pitch = (*lattice).*axis.pitch;
   if (std::abs(pitch - std::round(pitch)) > kWhole) return std::nullopt;
@@ -152,13 +151,12 @@ std::optional<int> Gap(const std::vector<Roi>& rois, const Axis& axis) {
 }
 
 /// Whether there is room for another pixel between the regions.
-bool HasGaps(const std::vector<Roi>& rois, const Axis& axis) {
-  const auto lattice = Lattice::Fit(rois);
+bool HasGaps(const std::vector<Roi>& rois, const std::optional<Lattice>& lattice, const Axis& axis) {
   return lattice && (*lattice).*axis.pitch > rois.front().*axis.size + 0.9;
 }
 
 /// References off by half a pixel or a whole one, also on top of what a lenslet array has of its own: 0.2 pixels.
-Finding CheckOffset(const std::vector<Roi>& rois, const Axis& axis) {
+Finding CheckOffset(const std::vector<Roi>& rois, const std::optional<Lattice>& lattice, const Axis& axis) {
   constexpr double kOwn = 0.27;
   constexpr double kHalf = 0.75;
   constexpr double kBetween = 0.6;
@@ -175,7 +173,7 @@ Finding CheckOffset(const std::vector<Roi>& rois, const Axis& axis) {
                                  offsets.median, offsets.scatter),
                      "",
                      {}};
-  const auto gap = Gap(rois, axis);
+  const auto gap = Gap(rois, lattice, axis);
   const bool is_high = offsets.median > 0.0;
   const bool has_odd_gap = gap && *gap % 2 != 0;  // regions that cannot be in the middle of their step
   const double size = std::abs(offsets.median) - (has_odd_gap && std::abs(offsets.median) > kOwn ? 0.5 : 0.0);
@@ -217,7 +215,7 @@ Finding CheckOffset(const std::vector<Roi>& rois, const Axis& axis) {
     finding.advice += ", or 1 if regions are rounded the other way";
     finding.corrections.push_back(MovedReferences(axis, -2.0 * shift));
   }
-  if (is_half && HasGaps(rois, axis)) {
+  if (is_half && HasGaps(rois, lattice, axis)) {
     finding.advice += is_high ? ", or add 1 to the upper bounds if they are inclusive"
                               : ", or subtract 1 from the lower bounds if they are counted from 1";
     finding.corrections.push_back(missing);
@@ -295,8 +293,9 @@ Finding CheckFlags(const std::vector<std::uint8_t>& flags) {
 Findings CheckRegions(const CalibrationContent& content) {
   Findings findings = {CheckCoverage(content.rois), CheckFlags(content.used), CheckInside(content.rois)};
   if (std::ranges::any_of(findings, IsWrong) || content.rois.empty()) return findings;
-  findings.push_back(CheckOffset(content.rois, kX));
-  findings.push_back(CheckOffset(content.rois, kY));
+  const auto lattice = Lattice::Fit(content.rois);
+  findings.push_back(CheckOffset(content.rois, lattice, kX));
+  findings.push_back(CheckOffset(content.rois, lattice, kY));
   return findings;
 }
 

@@ -91,6 +91,8 @@ Matrix ModesToSlopes(const std::vector<std::uint8_t>& used, const Basis& basis) 
   return zernikes_to_slopes * basis.coefficients;
 }
 
+Matrix PseudoInverse(const Matrix& matrix) { return matrix.completeOrthogonalDecomposition().pseudoInverse(); }
+
 Calibration MakeCalibration(const Geometry& geometry, const Basis& basis) {
   CheckFits(geometry);
   Calibration calibration;
@@ -102,7 +104,7 @@ Calibration MakeCalibration(const Geometry& geometry, const Basis& basis) {
 
 Calibration WithMatrix(Calibration calibration, const Matrix& m2s, const std::string& origin) {
   calibration.m2s = m2s;
-  calibration.cm = m2s.completeOrthogonalDecomposition().pseudoInverse();
+  calibration.cm = PseudoInverse(m2s);
   calibration.origin = origin;
   return calibration;
 }
