@@ -106,6 +106,9 @@ set_target_properties(host_test PROPERTIES ENABLE_EXPORTS ON)
 quen_add_test(engines_host_test LABEL abi SOURCES abi/test/engines_host_test.cpp abi/test/engines_layout_test.cpp
               LIBRARIES quen::engines)
 quen_add_test(detector_host_test LABEL abi SOURCES abi/test/detector_host_test.cpp LIBRARIES quen::detector)
+# What the tests' own helpers need, but these tests do not, must not be in their processes.
+target_link_options(engines_host_test PRIVATE -Wl,--as-needed)
+target_link_options(detector_host_test PRIVATE -Wl,--as-needed)
 quen_add_test(stand_in_test LABEL abi SOURCES abi/test/stand_in_test.cpp LIBRARIES quen::shssim_lib)
 add_test(NAME ExportedSymbols.AreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_shssim_lib> abi/exported_symbols.txt

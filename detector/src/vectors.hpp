@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "common/simd/level.hpp"
+#include "common/simd/mask.hpp"
 #include "detector/src/normal.hpp"
 #include "detector/src/philox.hpp"
 
@@ -68,7 +69,7 @@ QUEN_TARGET_AVX2 inline std::uint32_t AtLeast(const Narrow::Floats& a, const Nar
   return static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_cmp_ps(a, b, _CMP_GE_OQ)));
 }
 QUEN_TARGET_AVX512 inline std::uint32_t AtLeast(const Wide::Floats& a, const Wide::Floats& b) {
-  return _mm512_cmp_ps_mask(a, b, _CMP_GE_OQ);
+  return common::simd::Bits(_mm512_cmp_ps_mask(a, b, _CMP_GE_OQ));
 }
 
 /// A bit for each element of a, none of which is negative, that is below b.
@@ -77,7 +78,7 @@ QUEN_TARGET_AVX2 inline std::uint32_t Below(const Narrow::Ints& a, std::int32_t 
       _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpgt_epi32(_mm256_set1_epi32(b), reinterpret_cast<__m256i>(a)))));
 }
 QUEN_TARGET_AVX512 inline std::uint32_t Below(const Wide::Ints& a, std::int32_t b) {
-  return _mm512_cmplt_epi32_mask(reinterpret_cast<__m512i>(a), _mm512_set1_epi32(b));
+  return common::simd::Bits(_mm512_cmplt_epi32_mask(reinterpret_cast<__m512i>(a), _mm512_set1_epi32(b)));
 }
 
 /// Two halves become one.

@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "basesim/base_simulator.hpp"
+#include "common/simd/mask.hpp"
 #include "common/simd/vector_memory.hpp"
 #include "shssim/spot.hpp"
 
@@ -97,7 +98,7 @@ QUEN_TARGET_AVX2 inline std::uint64_t Differing(const Vectors<4>::Doubles& a, co
   return static_cast<std::uint64_t>(_mm256_movemask_pd(_mm256_cmp_pd(a, b, _CMP_NEQ_UQ)));
 }
 QUEN_TARGET_AVX512 inline std::uint64_t Differing(const Vectors<8>::Doubles& a, const Vectors<8>::Doubles& b) {
-  return _mm512_cmp_pd_mask(a, b, _CMP_NEQ_UQ);
+  return common::simd::Bits(_mm512_cmp_pd_mask(a, b, _CMP_NEQ_UQ));
 }
 
 // Plain arrays: loops over checked ones would not be vectorised. Scratch memory is written before it is read.
