@@ -71,8 +71,8 @@ target_link_libraries(quen_shssim_objects PUBLIC PkgConfig::cfitsio PkgConfig::l
 # The compiler may evaluate both sides of a condition, which vectorising needs. Values do not change.
 set_source_files_properties(shssim/src/spot_kernel.cpp common/random/src/uniform_stream.cpp
                             PROPERTIES COMPILE_OPTIONS -fno-trapping-math)
-# The workbench has a file finder of its own and the benchmarks a level, which take the place of these where the library is
-# linked statically.
+# The workbench has a file finder of its own and the benchmarks a level, which take the place of these where the library
+# is linked statically.
 set_source_files_properties(common/filesystem/src/filesystem.cpp common/simd/src/best.cpp pim/src/helper.cpp
                             PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 

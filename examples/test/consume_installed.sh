@@ -31,7 +31,8 @@ library_path=$(dirname "$pkg_config_path")
 
 # What a host finds installed is every header at the top of a module, but for those that say they are internal.
 (cd "$prefix/include/quen_shssim" && find . -type f | sort) >"$work/installed"
-(cd "$source" && find ./basesim ./centroiders ./common ./defs ./detector ./pim ./quen_image_processing ./shssim -name '*.hpp' -not -path '*/src/*' \
+modules="./basesim ./centroiders ./common ./defs ./detector ./pim ./quen_image_processing ./shssim"
+(cd "$source" && find $modules -name '*.hpp' -not -path '*/src/*' \
   -not -path '*/test/*' -exec grep --files-without-match 'Internal to the' {} + | sort) >"$work/offered"
 diff -u "$work/offered" "$work/installed" || fail "installed headers differ from the public ones"
 
@@ -68,7 +69,9 @@ for program in by_cmake/ready_made_engine ./engine_by_pkg_config; do
   "$program" >out
   expect out "$expected_of_engine"
 done
-if ldd by_cmake/smallest_host | grep -qE 'quen_(centroiders|engines)'; then fail "a simulator without engines needs them"; fi
+if ldd by_cmake/smallest_host | grep -qE 'quen_(centroiders|engines)'; then
+  fail "a simulator without engines needs them"
+fi
 
 # The engines alone: a host with frames of its own needs no simulator, by itself or through what it needs.
 host "$source/examples/own_frames.cpp" own_frames_by_pkg_config quen_engines

@@ -701,7 +701,8 @@ class Damaged(Folder):
         primary = header("SIMPLE  =                    T", "BITPIX  =                    8",
                          "NAXIS   =                    0", "EXTEND  =                    T")
         for name, columns in (("telemetry", [("disturbance", "52D"), ("correction", "52D"), ("residual", "52D")]),
-                              ("sweep", [("gain", "D"), ("residual_rms", "D"), ("disturbance_rms", "D"), ("frames", "D")]),
+                              ("sweep", [("gain", "D"), ("residual_rms", "D"), ("disturbance_rms", "D"),
+                                         ("frames", "D")]),
                               ("scores", [("engine", "70A"), ("noise", "D")]), ("slopes", [("x", "D"), ("y", "D")]),
                               ("rois", [("x_low", "U")])):
             for width in (None, 0):
