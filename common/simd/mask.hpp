@@ -15,12 +15,12 @@
 namespace quen::common::simd {
 
 QUEN_TARGET_AVX512 inline std::uint32_t Bits(__mmask8 mask) {
-  std::uint32_t bits;  // NOLINT(cppcoreguidelines-init-variables): written by the instruction
+  std::uint32_t bits;                            // NOLINT(cppcoreguidelines-init-variables): written by the instruction
   asm("kmovb %1, %0" : "=r"(bits) : "k"(mask));  // NOLINT(hicpp-no-assembler)
   return bits;
 }
 QUEN_TARGET_AVX512 inline std::uint32_t Bits(__mmask16 mask) {
-  std::uint32_t bits;  // NOLINT(cppcoreguidelines-init-variables): written by the instruction
+  std::uint32_t bits;                            // NOLINT(cppcoreguidelines-init-variables): written by the instruction
   asm("kmovw %1, %0" : "=r"(bits) : "k"(mask));  // NOLINT(hicpp-no-assembler)
   return bits;
 }
