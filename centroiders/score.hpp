@@ -4,6 +4,7 @@
 #include <functional>
 #include <vector>
 
+#include "detector/detector.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
 #include "shssim/shs_simulator.hpp"
 
@@ -59,6 +60,17 @@ struct Score {
 /// @param noise  half-width of the noise, units of pixel values
 QUEN_EXPORT double ErrorBound(double noise);
 
+/// The same for a spot that a detector exposes, in pixels without maps and far from saturation. In a pixel whose
+/// variance is v(x, y) the argument above gives
+///
+///     1 / Σ (∂μ/∂x)² / v,    μ = electrons_per_unit · s + background,
+///     v = m · (μ + dark) + (read_noise / em_gain)² + 1 / (12 · (gain · em_gain)²),
+///
+/// in electrons, where m is 1, 2 with multiplication, and 0 without photon noise, and the last term is the converter's
+/// rounding. For a spot of N electrons this is σ / √N where photons are the only noise, and √(8π) · σ² · read_noise / N
+/// where reading is (as in Thomas et al. 2006). Infinite without light.
+QUEN_EXPORT double ErrorBound(const detector::DetectorConfig& detector);
+
 using Engine = image_processing::Centroiding<std::uint16_t>;
 
 /// Renders frames and measures each with all engines, by ComputeSlopes. The errors of used sub-apertures count.
@@ -71,5 +83,15 @@ using Engine = image_processing::Centroiding<std::uint16_t>;
 QUEN_EXPORT std::vector<Score> ScoreEngines(shssim::ShsSimulator& simulator,
                                             const std::vector<std::reference_wrapper<Engine>>& engines,
                                             const ScoreOptions& options);
+
+/// The same on frames that a detector exposes, instead of noise: frames 0, 1, 2, … of the options' seed. Engines
+/// measure them as ComputeSlopes would. The simulator is left with the last frame as it was before the detector.
+///
+/// Light is compared with that of a whole spot in counts.
+///
+/// @throws std::invalid_argument  also what is wrong with the detector
+QUEN_EXPORT std::vector<Score> ScoreEngines(shssim::ShsSimulator& simulator,
+                                            const std::vector<std::reference_wrapper<Engine>>& engines,
+                                            const ScoreOptions& options, const detector::DetectorConfig& detector);
 
 }  // namespace quen::centroiders

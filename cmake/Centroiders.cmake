@@ -69,6 +69,6 @@ target_sources(quen_centroiders PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOUR
                                                                                               centroiders/score.hpp)
 target_link_libraries(quen_centroiders PRIVATE $<BUILD_INTERFACE:quen_engines_objects>
                                                $<BUILD_INTERFACE:quen_score_objects>
-                      PUBLIC quen_shssim_lib)
+                      PUBLIC quen_shssim_lib quen_detector)
 quen_configure_shared(quen_centroiders centroiders)
 set_target_properties(quen_centroiders PROPERTIES INSTALL_RPATH "$ORIGIN") # where the simulator library is

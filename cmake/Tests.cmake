@@ -81,7 +81,7 @@ quen_add_test(
           centroiders/test/methods_test.cpp
           centroiders/test/score_test.cpp
           testing/allocations.cpp
-  LIBRARIES quen_engines_objects quen_score_objects quen::shssim_lib Eigen3::Eigen)
+  LIBRARIES quen_engines_objects quen_score_objects quen::shssim_lib quen::detector Eigen3::Eigen)
 
 # --- The detector, with its internals in reach.
 quen_add_test(
@@ -163,9 +163,11 @@ if(QUEN_BUILD_TOOLS)
             workbench/fits/test/plain_text_test.cpp
             workbench/fits/test/staged_file_test.cpp
             workbench/fits/test/table_test.cpp
+            workbench/detector/test/description_test.cpp
             workbench/engines/test/engines_test.cpp
             workbench/sensor/test/basis_test.cpp
             workbench/sensor/test/calibration_test.cpp
+            workbench/sensor/test/camera_test.cpp
             workbench/sensor/test/files_test.cpp
             workbench/sensor/test/geometry_test.cpp
             workbench/sensor/test/sensor_test.cpp
@@ -189,6 +191,7 @@ if(QUEN_BUILD_TOOLS)
     LABEL tool
     SOURCES tools/quen-shs/test/check_verb_test.cpp
             tools/quen-shs/test/command_line_test.cpp
+            tools/quen-shs/test/detector_verb_test.cpp
             tools/quen-shs/test/score_verb_test.cpp
             tools/quen-shs/test/terminal_test.cpp
             tools/quen-shs/test/verbs_test.cpp

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 #include "centroiders/test/engines.hpp"
@@ -158,6 +159,83 @@ TEST(ErrorBound, IsTheSumOverThePixels) {
       EXPECT_NEAR(ErrorBound(noise), std::sqrt(variance / information), 1e-12 * ErrorBound(noise));
     }
   }
+}
+
+TEST(ErrorBound, OfADetectorHasTheTextbooksForms) {
+  constexpr double kPhotons = 1000.0;
+  quen::detector::DetectorConfig config;
+  config.electrons_per_unit = kPhotons / kSpotFlux;
+  config.gain = 1e6;  // no rounding
+  EXPECT_NEAR(ErrorBound(config), 2.0 / std::sqrt(kPhotons), 1e-6);
+  config.em_gain = 100.0;  // doubles the variance
+  config.gain = 1e4;
+  EXPECT_NEAR(ErrorBound(config), 2.0 * std::sqrt(2.0 / kPhotons), 1e-6);
+  config.em_gain = 1.0;
+  config.photon_noise = false;
+  config.read_noise = 5.0;
+  EXPECT_NEAR(ErrorBound(config), std::sqrt(8.0 * std::numbers::pi) * 4.0 * 5.0 / kPhotons, 1e-6);
+  config.photon_noise = true;
+  config.read_noise = 0.0;
+  config.dark = 1e6;  // as much variance in every pixel
+  EXPECT_NEAR(ErrorBound(config), std::sqrt(8.0 * std::numbers::pi) * 4.0 * 1000.0 / kPhotons, 1e-3);
+  config.electrons_per_unit = 0.0;
+  EXPECT_EQ(ErrorBound(config), std::numeric_limits<double>::infinity());
+}
+
+TEST(ErrorBound, OfADetectorHasThatOfUniformNoiseAsACase) {
+  quen::detector::DetectorConfig config;
+  config.photon_noise = false;
+  config.read_noise = 10.0 / std::sqrt(3.0);  // and rounding has the variance of truncation
+  EXPECT_NEAR(ErrorBound(config), ErrorBound(10.0), 1e-12);
+}
+
+TEST_F(Scores, OfTheCentreOfGravityOnPhotonsReachTheBound) {
+  quen::detector::DetectorConfig config;
+  config.electrons_per_unit = 2000.0 / kSpotFlux;
+  CentreOfGravity engine;
+  const Score score = ScoreEngines(simulator_, {engine}, {.range = 1.0, .frames = kFrames, .seed = 3}, config).front();
+  EXPECT_NEAR(score.x.rms, 2.0 / std::sqrt(2000.0), kScatter * 2.0 / std::sqrt(2000.0));
+  EXPECT_NEAR(score.y.rms, 2.0 / std::sqrt(2000.0), kScatter * 2.0 / std::sqrt(2000.0));
+  EXPECT_NEAR(score.x.gain, 1.0, 0.01);
+  EXPECT_NEAR(score.flux_bias, 0.0, 0.003);
+  EXPECT_EQ(score.failed, 0.0);
+}
+
+TEST_F(Scores, OfTheCentreOfGravityOnReadNoiseCountWithTheSquareOfTheirDistance) {
+  quen::detector::DetectorConfig config;
+  config.electrons_per_unit = 1e5 / kSpotFlux;
+  config.photon_noise = false;
+  config.read_noise = 20.0;
+  config.offset = 200.0;
+  config.gain = 0.5;
+  CentreOfGravity engine({.background = 200.0});
+  const Score score = ScoreEngines(simulator_, {engine}, {.range = 0.0, .frames = kFrames, .seed = 3}, config).front();
+  double squares = 0.0;
+  for (int x = 0; x < 24; ++x) squares += 24.0 * (x - 11.5) * (x - 11.5);
+  const double expected = 20.0 * std::sqrt(squares) / 1e5;
+  EXPECT_NEAR(score.x.rms, expected, kScatter * expected);
+  EXPECT_NEAR(score.flux_bias, 0.0, 0.003);
+}
+
+TEST_F(Scores, OnADetectorDependOnTheSeedAndLeaveTheSimulatorsFrame) {
+  quen::detector::DetectorConfig config;
+  config.electrons_per_unit = 0.01;
+  CentreOfGravity engine;
+  const auto rms = [&](std::uint32_t seed) {
+    return ScoreEngines(simulator_, {engine}, {.frames = 1, .seed = seed}, config).front().x.rms;
+  };
+  const double first = rms(1);
+  EXPECT_EQ(rms(1), first);
+  EXPECT_NE(rms(2), first);
+  EXPECT_EQ(simulator_.Frame()[0], 0);
+}
+
+TEST_F(Scores, SayWhatIsWrongWithADetector) {
+  CentreOfGravity engine;
+  ExpectThrows<std::invalid_argument>("Detector: read_noise must be from 0 to 1000000, found -1",
+                                      [&] { ScoreEngines(simulator_, {engine}, {}, {.read_noise = -1.0}); });
+  ExpectThrows<std::invalid_argument>("ScoreEngines: frames must be from 1 to 1000000000, found 0",
+                                      [&] { ScoreEngines(simulator_, {engine}, {.frames = 0}, {.read_noise = -1.0}); });
 }
 
 // --- The engines' errors

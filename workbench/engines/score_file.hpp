@@ -7,9 +7,10 @@
 
 namespace quen::workbench {
 
-/// A FITS file with a binary table "scores", a row per noise and engine, which has the two and what a Score holds.
+/// A FITS file with a binary table "scores", a row per noise, or light, and engine, which has the two and what a Score
+/// holds.
 /// Displacements are in pixels.
-std::string ScoreFile(const ErrorCurves& curves, const quen::centroiders::ScoreOptions& options);
+std::string ScoreFile(const ErrorCurves& curves, const ScoreConditions& conditions);
 
 /// Reads what ScoreFile has made.
 /// @throws std::runtime_error  the file cannot be read, or is not like that

@@ -1,16 +1,19 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "centroiders/score.hpp"
+#include "workbench/detector/description.hpp"
 
 /// @file
-/// Scores of engines that are given by name, at one noise or several.
+/// Scores of engines that are given by name: at one noise or several, or on the frames of a detector, with one light or
+/// several.
 
 namespace quen::workbench {
 
-/// Scores of one engine at one noise.
+/// Scores of one engine on frames of one kind.
 struct NamedScore {
   std::string engine;  ///< as the argument gave it
   quen::centroiders::Score score;
@@ -19,24 +22,42 @@ struct NamedScore {
   [[nodiscard]] double Rms() const;
 };
 
-/// Renders and measures frames with all engines. Their times are the only thing that differs from run to run.
-std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
-                                    const quen::centroiders::ScoreOptions& options);
+/// What engines are scored on.
+struct ScoreConditions {
+  quen::centroiders::ScoreOptions options;
+  std::shared_ptr<const DetectorDescription> detector = {};  ///< in place of the noise, if there is one
 
-/// Scores at several levels of noise.
-struct ErrorCurves {
-  double range = 0.0;  ///< of the displacements, pixels
-  std::vector<double> noises;
-  std::vector<std::vector<NamedScore>> scores;  ///< per noise, the same engines at each
+  /// The least RMS error along an axis that a linear unbiased estimator can have, pixels.
+  [[nodiscard]] double LeastRms() const;
 };
 
-/// Levels of noise for the curves, 1 to 1000.
-std::vector<double> CurveNoises();
+/// Renders and measures frames with all engines. Their times are the only thing that differs from run to run.
+std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
+                                    const ScoreConditions& conditions);
 
-ErrorCurves ScoreAtNoises(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
-                          quen::centroiders::ScoreOptions options);
+/// What errors are drawn against.
+enum class Abscissa {
+  kNoise,  ///< half-width of the simulator's noise, units of pixel values
+  kLight,  ///< of a whole spot on a detector, photo-electrons
+};
+
+/// Scores at several noises or lights.
+struct ErrorCurves {
+  Abscissa abscissa = Abscissa::kNoise;
+  double range = 0.0;  ///< of the displacements, pixels
+  std::vector<double> places;
+  std::vector<double> least_rms;                ///< at each place, as ScoreConditions::LeastRms
+  std::vector<std::vector<NamedScore>> scores;  ///< at each place, the same engines
+};
+
+/// Where the curves are known: 10 noises from 1 to 1000, or 10 lights from 30 to 10⁶.
+std::vector<double> CurvePlaces(Abscissa abscissa);
+
+/// At several noises or, with a detector, at several lights.
+ErrorCurves ScoreAlong(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
+                       ScoreConditions conditions);
 
 /// A table for the terminal, or for a document.
-std::string ScoreTable(const std::vector<NamedScore>& scores, const quen::centroiders::ScoreOptions& options);
+std::string ScoreTable(const std::vector<NamedScore>& scores, const ScoreConditions& conditions);
 
 }  // namespace quen::workbench

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "shssim/shs_simulator.hpp"
 #include "workbench/engines/engines.hpp"
 #include "workbench/loop/disturbance.hpp"
+#include "workbench/sensor/camera.hpp"
 
 /// @file
 /// A modal integrator loop around the simulated sensor.
@@ -18,10 +18,9 @@ namespace quen::workbench {
 
 struct LoopOptions {
   double gain = 0.5;
-  double leak = 0.0;                    ///< share of the correction that is forgotten from frame to frame
-  int delay = 1;                        ///< frames from a measurement to the first frame that its correction acts on
-  double noise = 10.0;                  ///< half-width, units of pixel values
-  std::uint32_t seed = 1;               ///< of the noise
+  double leak = 0.0;  ///< share of the correction that is forgotten from frame to frame
+  int delay = 1;      ///< frames from a measurement to the first frame that its correction acts on
+  Exposure exposure = {};
   std::string engine = kDefaultEngine;  ///< that measures, as for MakeEngine
 };
 
@@ -46,12 +45,12 @@ inline constexpr double kDivergence = 10.0;
 ///
 ///     residual e = d − c  →  displacements M2S · e  →  frame  →  slopes s  →  c ← (1 − leak) · c + gain · CM · s,
 ///
-/// where the new correction c acts `delay` frames later. Seeds the calling thread's noise, so that equal arguments give
-/// equal records. Stops where the loop diverges. The simulator then holds the last frame and its measurement.
+/// where the new correction c acts `delay` frames later. Equal arguments give equal records. Stops where the loop
+/// diverges. The camera then holds the last frame and its measurement.
 ///
 /// @param disturbance  d, a row per frame
 /// @param after_frame  called after each frame
-LoopRun RunLoop(quen::shssim::ShsSimulator& simulator, const Series& disturbance, const LoopOptions& options,
+LoopRun RunLoop(Camera& camera, const Series& disturbance, const LoopOptions& options,
                 const std::function<void()>& after_frame);
 
 /// The same, taken apart: RunLoop does Record, Displace, Draw, Measure and Correct for each frame. All memory is
@@ -59,7 +58,7 @@ LoopRun RunLoop(quen::shssim::ShsSimulator& simulator, const Series& disturbance
 class ControlLoop {
  public:
   /// @param frames  at the most
-  ControlLoop(quen::shssim::ShsSimulator& simulator, std::size_t frames, const LoopOptions& options);
+  ControlLoop(Camera& camera, std::size_t frames, const LoopOptions& options);
   ~ControlLoop();
   ControlLoop(const ControlLoop&) = delete;
   ControlLoop& operator=(const ControlLoop&) = delete;

@@ -30,9 +30,8 @@ std::optional<SweepPoint> Best(const std::vector<SweepPoint>& points);
 
 /// Closes the loop with each gain, on the same disturbance and noise.
 /// @param after_frame  called after each frame of each loop
-std::vector<SweepPoint> RunSweep(quen::shssim::ShsSimulator& simulator, const Series& disturbance,
-                                 const LoopOptions& options, const std::vector<double>& gains,
-                                 const std::function<void()>& after_frame);
+std::vector<SweepPoint> RunSweep(Camera& camera, const Series& disturbance, const LoopOptions& options,
+                                 const std::vector<double>& gains, const std::function<void()>& after_frame);
 
 /// A FITS file with a binary table "sweep", a row per gain.
 std::string SweepFile(const LoopOptions& options, const std::string& disturbance,

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
+
+#include "workbench/sensor/frame_file.hpp"
 
 namespace quen::workbench {
 
@@ -23,13 +24,13 @@ Stretch SpotStretch();
 
 /// Linear, between limits around the median that follow from the slope of the sorted values: the zscale of IRAF's
 /// display task, with its usual contrast of 0.25 and 1000 samples.
-Stretch ZScaleStretch(const std::vector<std::uint16_t>& pixels);
+Stretch ZScaleStretch(const Frame& frame);
 
 /// Logarithmic, from 0 to the brightest pixel.
-Stretch LogarithmicStretch(const std::vector<std::uint16_t>& pixels);
+Stretch LogarithmicStretch(const Frame& frame);
 
 /// Words for the stretches, as arguments give them.
 std::vector<std::string> StretchWords();
-Stretch StretchByWord(const std::string& word, const std::vector<std::uint16_t>& pixels);
+Stretch StretchByWord(const std::string& word, const Frame& frame);
 
 }  // namespace quen::workbench

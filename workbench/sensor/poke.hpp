@@ -1,12 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <string>
 
-#include "shssim/shs_simulator.hpp"
 #include "workbench/engines/engines.hpp"
 #include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/camera.hpp"
 
 /// @file
 /// A modes-to-slopes matrix, measured as on an instrument: each mode is pushed and pulled, and the slopes are measured.
@@ -16,17 +15,15 @@ namespace quen::workbench {
 struct PokeOptions {
   std::string engine = kDefaultEngine;  ///< that measures, as for MakeEngine
   double amplitude = 1.0;               ///< largest displacement of a spot, pixels
-  double noise = 0.0;                   ///< half-width, units of pixel values
-  std::uint32_t seed = 1;               ///< of the noise
+  Exposure exposure = {.noise = 0.0};
 };
 
 /// The frames that MeasuredModesToSlopes renders.
 inline constexpr int kPokeFrames = 2 * static_cast<int>(quen::basesim::kNumModes);
 
-/// Column m is (s(+a) − s(−a)) / 2a: slopes measured with mode m of the simulator's own matrix at the amplitudes ±a
+/// Column m is (s(+a) − s(−a)) / 2a: slopes measured with mode m of the camera's own matrix at the amplitudes ±a
 /// that move no spot by more than `amplitude`.
 /// @param after_frame  called after each frame
-Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOptions& options,
-                             const std::function<void()>& after_frame);
+Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const std::function<void()>& after_frame);
 
 }  // namespace quen::workbench

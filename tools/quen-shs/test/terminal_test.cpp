@@ -86,7 +86,7 @@ std::string Completed(const std::string& words) {
 
 TEST(Completion, KnowsVerbsOptionsAndWords) {
   EXPECT_EQ(Completed("quen-shs c"), "calibrate\ncheck\ncompletion\n");
-  EXPECT_EQ(Completed("quen-shs loop --de"), "--delay\n");
+  EXPECT_EQ(Completed("quen-shs loop --de"), "--delay\n--detector\n");
   EXPECT_EQ(Completed("quen-shs calibrate DIR --basis z"), "zernike\n");
   EXPECT_EQ(Completed("quen-shs view f --stretch \"\""), "log\nzscale\nsqrt\nlinear\n");
   EXPECT_EQ(Completed("quen-shs measure --engine w"), "windowed\nweighted\n");
@@ -100,9 +100,9 @@ TEST(Completion, KnowsVerbsOptionsAndWords) {
 TEST(Manual, HasAPagePerVerbInTheWordsOfItsHelp) {
   const TempDir folder;
   ASSERT_EQ(Shell(QUEN_SHS " manual --folder " + (folder / "man1")).exit_code, 0);
-  EXPECT_EQ(quen::testing::EntriesBelow(folder / "man1"), 10U);
-  for (const char* const verb :
-       {"", "-calibrate", "-check", "-frame", "-measure", "-view", "-score", "-loop", "-manual", "-completion"}) {
+  EXPECT_EQ(quen::testing::EntriesBelow(folder / "man1"), 11U);
+  for (const char* const verb : {"", "-calibrate", "-check", "-frame", "-measure", "-view", "-score", "-loop",
+                                 "-detector", "-manual", "-completion"}) {
     const std::string path = (folder / "man1/quen-shs") + verb + ".1";
     const Outcome page = Shell("man --warnings=w -E UTF-8 -P cat -l " + path);
     EXPECT_EQ(page.err, "") << path;

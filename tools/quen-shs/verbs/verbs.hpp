@@ -16,13 +16,14 @@ void AddMeasure(CommandLine& line);
 void AddView(CommandLine& line);
 void AddScore(CommandLine& line);
 void AddLoop(CommandLine& line);
+void AddDetector(CommandLine& line);
 void AddManual(CommandLine& line);
 void AddCompletion(CommandLine& line);
 
 /// All of them, in the order of the help.
 inline void AddVerbs(CommandLine& line) {
-  for (const auto add :
-       {AddCalibrate, AddCheck, AddFrame, AddMeasure, AddView, AddScore, AddLoop, AddManual, AddCompletion}) {
+  for (const auto add : {AddCalibrate, AddCheck, AddFrame, AddMeasure, AddView, AddScore, AddLoop, AddDetector,
+                         AddManual, AddCompletion}) {
     add(line);
   }
 }

@@ -157,10 +157,10 @@ TEST(Check, FindsNothingWrongInAMeasuredMatrix) {
   const TempDir folder;
   const quen::workbench::Calibration made = quen::workbench::MakeCalibration();
   WriteCalibration(folder.Path(), false, made);
-  auto simulator = quen::workbench::LoadSimulator(folder.Path());
+  auto camera = quen::workbench::LoadSimulator<quen::workbench::Camera>(folder.Path());
   for (const auto& [engine, noise] : {std::pair("centre-of-gravity", 10.0), std::pair("weighted", 300.0)}) {
-    const Matrix m2s =
-        quen::workbench::MeasuredModesToSlopes(simulator, {.engine = engine, .amplitude = 1.0, .noise = noise}, [] {});
+    const Matrix m2s = quen::workbench::MeasuredModesToSlopes(
+        camera, {.engine = engine, .amplitude = 1.0, .exposure = {.noise = noise}}, [] {});
     WriteCalibration(folder.Path(), true, WithMatrix(made, m2s, "measured"));
     const Findings findings = CheckCalibration(folder.Path()).findings;
     ExpectFindings(findings, Verdict::kWrong, {});

@@ -15,14 +15,14 @@ using quen::common::Fits::Handle;
 
 struct ScoreRow {
   std::string engine;
-  double noise = 0.0;
+  double place = 0.0;
+  double least_rms = 0.0;
   quen::centroiders::Score score = {};
 };
 
 constexpr const char* kTable = "scores";
-constexpr std::array<Column<ScoreRow>, 15> kScoreColumns = {{
+constexpr std::array<Column<ScoreRow>, 14> kScoreColumns = {{
     {"engine", "", "", &ScoreRow::engine},
-    {"noise", "", "", &ScoreRow::noise},
     {"bias_x", "", "", [](ScoreRow& row) -> double& { return row.score.x.bias; }},
     {"bias_y", "", "", [](ScoreRow& row) -> double& { return row.score.y.bias; }},
     {"rms_x", "", "", [](ScoreRow& row) -> double& { return row.score.x.rms; }},
@@ -38,35 +38,56 @@ constexpr std::array<Column<ScoreRow>, 15> kScoreColumns = {{
     {"microseconds", "", "", [](ScoreRow& row) -> double& { return row.score.microseconds; }},
 }};
 
+/// The columns above, and that of the places, after the engine; with a detector, the least error too.
+std::vector<Column<ScoreRow>> ColumnsFor(Abscissa abscissa) {
+  std::vector<Column<ScoreRow>> columns(kScoreColumns.begin(), kScoreColumns.end());
+  if (abscissa == Abscissa::kNoise) {
+    columns.insert(columns.begin() + 1, {"noise", "", "", &ScoreRow::place});
+  } else {
+    columns.insert(columns.begin() + 1, {{"photons", "electron", "of a whole spot", &ScoreRow::place},
+                                         {"least_rms", "pixel", "", &ScoreRow::least_rms}});
+  }
+  return columns;
+}
+
 }  // namespace
 
-std::string ScoreFile(const ErrorCurves& curves, const quen::centroiders::ScoreOptions& options) {
+std::string ScoreFile(const ErrorCurves& curves, const ScoreConditions& conditions) {
   std::vector<ScoreRow> rows;
-  for (std::size_t k = 0; k < curves.noises.size(); ++k) {
-    for (const auto& [engine, score] : curves.scores[k]) rows.push_back({engine, curves.noises[k], score});
+  for (std::size_t k = 0; k < curves.places.size(); ++k) {
+    for (const auto& [engine, score] : curves.scores[k]) {
+      rows.push_back({engine, curves.places[k], curves.least_rms[k], score});
+    }
   }
+  const quen::centroiders::ScoreOptions& options = conditions.options;
   MemoryFits fits;
-  const Handle& table = AppendRows<ScoreRow>(fits, kTable, kScoreColumns, std::move(rows));
+  const std::vector<Column<ScoreRow>> columns = ColumnsFor(curves.abscissa);
+  const Handle& table = AppendRows<ScoreRow>(fits, kTable, columns, std::move(rows));
   WriteKey(table, "RANGE", options.range, "[pix] displacements are within this");
-  WriteKey(table, "FRAMES", static_cast<long>(options.frames), "per noise");
+  WriteKey(table, "FRAMES", static_cast<long>(options.frames), "per noise, or light");
   WriteKey(table, "SEED", static_cast<long>(options.seed), "of displacements and noise");
+  if (conditions.detector) WriteDetectorKeys(table, *conditions.detector);
   WriteCreator(table, "score");
   return fits.Bytes();
 }
 
 ErrorCurves ReadScores(const InputFile& file) {
-  const std::vector<ScoreRow> rows = ReadRows<ScoreRow>(file, kTable, kScoreColumns);
   ErrorCurves curves;
-  curves.range = NumberKey(file, OpenFits(file, kTable), "RANGE", 0.0);
-  for (const ScoreRow& row : rows) {
-    if (curves.noises.empty() || row.noise != curves.noises.back()) {
-      curves.noises.push_back(row.noise);
+  const Handle table = OpenFits(file, kTable);
+  curves.range = NumberKey(file, table, "RANGE", 0.0);
+  curves.abscissa = TextKey(file, table, "TTYPE2") == "photons" ? Abscissa::kLight : Abscissa::kNoise;
+  const std::vector<Column<ScoreRow>> columns = ColumnsFor(curves.abscissa);
+  for (const ScoreRow& row : ReadRows<ScoreRow>(file, kTable, columns)) {
+    if (curves.places.empty() || row.place != curves.places.back()) {
+      curves.places.push_back(row.place);
+      curves.least_rms.push_back(curves.abscissa == Abscissa::kLight ? row.least_rms
+                                                                     : quen::centroiders::ErrorBound(row.place));
       curves.scores.emplace_back();
     }
     curves.scores.back().push_back({row.engine, row.score});
   }
   const auto has_all = [&](const std::vector<NamedScore>& scores) { return scores.size() == curves.scores[0].size(); };
-  if (curves.noises.size() < 2 || !std::ranges::is_sorted(curves.noises) || !(curves.noises[0] > 0.0) ||
+  if (curves.places.size() < 2 || !std::ranges::is_sorted(curves.places) || !(curves.places[0] > 0.0) ||
       !std::ranges::all_of(curves.scores, has_all)) {
     throw std::runtime_error(file.Name() +
                              ": expected the same engines at two levels of noise or more, least noise first");

@@ -16,49 +16,67 @@ using quen::centroiders::ScoreOptions;
 
 double NamedScore::Rms() const { return std::hypot(score.x.rms, score.y.rms) / std::sqrt(2.0); }
 
+double ScoreConditions::LeastRms() const { return detector ? ErrorBound(detector->config) : ErrorBound(options.noise); }
+
 std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
-                                    const ScoreOptions& options) {
+                                    const ScoreConditions& conditions) {
   std::vector<std::unique_ptr<Engine>> made;
   std::vector<std::reference_wrapper<Engine>> references;
   references.reserve(engines.size());
   for (const std::string& text : engines) references.emplace_back(*made.emplace_back(MakeEngine(text)));
-  const auto scores = ScoreEngines(simulator, references, options);
+  const auto scores = conditions.detector
+                          ? ScoreEngines(simulator, references, conditions.options, conditions.detector->config)
+                          : ScoreEngines(simulator, references, conditions.options);
   std::vector<NamedScore> named;
   for (std::size_t k = 0; k < engines.size(); ++k) named.push_back({engines[k], scores[k]});
   return named;
 }
 
-std::vector<double> CurveNoises() { return {1, 2, 5, 10, 20, 50, 100, 200, 500, 1000}; }
+std::vector<double> CurvePlaces(Abscissa abscissa) {
+  if (abscissa == Abscissa::kLight) return {30, 100, 300, 1000, 3000, 1e4, 3e4, 1e5, 3e5, 1e6};
+  return {1, 2, 5, 10, 20, 50, 100, 200, 500, 1000};
+}
 
-ErrorCurves ScoreAtNoises(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
-                          ScoreOptions options) {
-  ErrorCurves curves = {options.range, CurveNoises(), {}};
-  for (const double noise : curves.noises) {
-    options.noise = noise;
-    curves.scores.push_back(ScoreByName(simulator, engines, options));
+ErrorCurves ScoreAlong(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
+                       ScoreConditions conditions) {
+  ErrorCurves curves;
+  curves.abscissa = conditions.detector ? Abscissa::kLight : Abscissa::kNoise;
+  curves.range = conditions.options.range;
+  for (const double place : CurvePlaces(curves.abscissa)) {
+    if (conditions.detector) {
+      auto lit = std::make_shared<DetectorDescription>();
+      lit->config = conditions.detector->config;
+      lit->config.electrons_per_unit = place / quen::shssim::kSpotFlux;
+      conditions.detector = lit;
+    } else {
+      conditions.options.noise = place;
+    }
+    curves.places.push_back(place);
+    curves.least_rms.push_back(conditions.LeastRms());
+    curves.scores.push_back(ScoreByName(simulator, engines, conditions));
   }
   return curves;
 }
 
-std::string ScoreTable(const std::vector<NamedScore>& scores, const ScoreOptions& options) {
+std::string ScoreTable(const std::vector<NamedScore>& scores, const ScoreConditions& conditions) {
+  const ScoreOptions& options = conditions.options;
   std::size_t width = std::string("engine").size();
   for (const NamedScore& named : scores) width = std::max(width, named.engine.size());
   std::string text = fmt::format(
-      "noise {:g}, displacements within {:g} pixels, {} frames, seed {}; least possible RMS {:.3g} pixels\n\n"
+      "{}, displacements within {:g} pixels, {} frames, seed {}; least possible RMS {:.3g} pixels\n\n"
       "| {:<{}} |   bias x |   bias y |   RMS x |   RMS y | RMS/least |   worst | gain x | gain y | flux error | "
       "failed | us/frame |\n"
       "|-{:-<{}}-|---------:|---------:|--------:|--------:|----------:|--------:|-------:|-------:|-----------:|"
       "-------:|---------:|\n",
-      options.noise, options.range, options.frames, options.seed, ErrorBound(options.noise), "engine", width, "",
-      width);
+      conditions.detector ? InWords(*conditions.detector) : fmt::format("noise {:g}", options.noise), options.range,
+      options.frames, options.seed, conditions.LeastRms(), "engine", width, "", width);
   for (const NamedScore& named : scores) {
     const auto& score = named.score;
     text += fmt::format(
         "| {:<{}} | {:+8.1e} | {:+8.1e} | {:7.1e} | {:7.1e} | {:9.3g} | {:7.1e} | {:6.4f} | {:6.4f} | {:+9.2f} % | "
         "{:4.1f} % | {:8.0f} |\n",
-        named.engine, width, score.x.bias, score.y.bias, score.x.rms, score.y.rms,
-        named.Rms() / ErrorBound(options.noise), score.worst, score.x.gain, score.y.gain, 100.0 * score.flux_bias,
-        100.0 * score.failed, score.microseconds);
+        named.engine, width, score.x.bias, score.y.bias, score.x.rms, score.y.rms, named.Rms() / conditions.LeastRms(),
+        score.worst, score.x.gain, score.y.gain, 100.0 * score.flux_bias, 100.0 * score.failed, score.microseconds);
   }
   return text;
 }

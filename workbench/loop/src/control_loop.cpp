@@ -4,7 +4,6 @@
 #include <cmath>
 #include <utility>
 
-#include "common/random/random.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/matrices.hpp"
 
@@ -38,12 +37,12 @@ struct ControlLoop::State {
     double largest_disturbance_ = 1.0;
   };
 
-  State(quen::shssim::ShsSimulator& simulator, std::size_t frames, const LoopOptions& options)
-      : simulator(simulator),
+  State(Camera& camera, std::size_t frames, const LoopOptions& options)
+      : camera(camera),
         options(options),
-        m2s(M2sOf(simulator)),
-        cm(CmOf(simulator)),
-        used(UsedIndices(simulator.RoisUsed())),
+        m2s(M2sOf(camera)),
+        cm(CmOf(camera)),
+        used(UsedIndices(camera.RoisUsed())),
         centroiding(MakeEngine(options.engine)),
         corrections(static_cast<std::size_t>(options.delay), NoModes()) {
     run.records.assign(frames, {NoModes(), NoModes(), NoModes()});
@@ -51,7 +50,7 @@ struct ControlLoop::State {
 
   static Eigen::VectorXd NoModes() { return Eigen::VectorXd::Zero(kNumModes); }
 
-  quen::shssim::ShsSimulator& simulator;
+  Camera& camera;
   LoopOptions options;
   Eigen::Map<const Matrix> m2s;
   Eigen::Map<const Matrix> cm;
@@ -66,9 +65,9 @@ struct ControlLoop::State {
   std::size_t frames = 0;  ///< so far
 };
 
-ControlLoop::ControlLoop(quen::shssim::ShsSimulator& simulator, std::size_t frames, const LoopOptions& options)
-    : state_(std::make_unique<State>(simulator, frames, options)) {
-  quen::common::random::detail::MersenneTwisterEngine().seed(options.seed);
+ControlLoop::ControlLoop(Camera& camera, std::size_t frames, const LoopOptions& options)
+    : state_(std::make_unique<State>(camera, frames, options)) {
+  camera.Use(options.exposure);
 }
 
 ControlLoop::~ControlLoop() = default;
@@ -87,14 +86,12 @@ void ControlLoop::Displace() {
   SetUsedDisplacements(state_->slopes, state_->used, state_->displacements);
 }
 
-void ControlLoop::Draw() {
-  state_->simulator.ComputeFrame(state_->displacements.x, state_->displacements.y, state_->options.noise, std::nullopt);
-}
+void ControlLoop::Draw() { state_->camera.Draw(state_->displacements); }
 
-void ControlLoop::Measure() { state_->simulator.ComputeSlopes(*state_->centroiding, kSlopeLimit, std::nullopt); }
+void ControlLoop::Measure() { state_->camera.ComputeSlopes(*state_->centroiding, kSlopeLimit, std::nullopt); }
 
 void ControlLoop::Correct() {
-  Multiply(state_->cm, SlopesOf(state_->simulator), state_->measured);
+  Multiply(state_->cm, SlopesOf(state_->camera), state_->measured);
   // The correction that has acted makes room for the newest one.
   std::vector<Eigen::VectorXd>& corrections = state_->corrections;
   corrections.front() = (1.0 - state_->options.leak) * corrections.back() + state_->options.gain * state_->measured;
@@ -108,9 +105,9 @@ LoopRun ControlLoop::Take() {
   return std::move(state_->run);
 }
 
-LoopRun RunLoop(quen::shssim::ShsSimulator& simulator, const Series& disturbance, const LoopOptions& options,
+LoopRun RunLoop(Camera& camera, const Series& disturbance, const LoopOptions& options,
                 const std::function<void()>& after_frame) {
-  ControlLoop loop(simulator, static_cast<std::size_t>(disturbance.rows()), options);
+  ControlLoop loop(camera, static_cast<std::size_t>(disturbance.rows()), options);
   for (Eigen::Index frame = 0; frame < disturbance.rows() && !loop.HasDiverged(); ++frame) {
     loop.Record(disturbance.row(frame).transpose());
     loop.Displace();

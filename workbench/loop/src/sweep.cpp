@@ -64,14 +64,13 @@ std::optional<SweepPoint> Best(const std::vector<SweepPoint>& points) {
   return *best;
 }
 
-std::vector<SweepPoint> RunSweep(quen::shssim::ShsSimulator& simulator, const Series& disturbance,
-                                 const LoopOptions& options, const std::vector<double>& gains,
-                                 const std::function<void()>& after_frame) {
+std::vector<SweepPoint> RunSweep(Camera& camera, const Series& disturbance, const LoopOptions& options,
+                                 const std::vector<double>& gains, const std::function<void()>& after_frame) {
   std::vector<SweepPoint> points;
   LoopOptions with_gain = options;
   for (const double gain : gains) {
     with_gain.gain = gain;
-    const LoopRun run = RunLoop(simulator, disturbance, with_gain, after_frame);
+    const LoopRun run = RunLoop(camera, disturbance, with_gain, after_frame);
     const std::size_t frames = run.records.size();
     points.push_back({gain,
                       run.has_diverged ? std::numeric_limits<double>::infinity()

@@ -56,9 +56,8 @@ std::string TelemetryFile(const LoopOptions& options, const std::string& disturb
 void WriteLoopKeys(const Handle& file, const LoopOptions& options, const std::string& disturbance) {
   WriteKey(file, "LEAK", options.leak, "forgotten from frame to frame");
   WriteKey(file, "DELAY", static_cast<long>(options.delay), "[frame] from measurement to correction");
-  WriteKey(file, "NOISE", options.noise, "half-width, units of pixel values");
   WriteKey(file, "DISTURB", disturbance, "where the disturbance is from");
-  WriteKey(file, "SEED", static_cast<long>(options.seed), "of disturbance and noise");
+  WriteExposureKeys(file, options.exposure);
   WriteKey(file, "ENGINE", options.engine, "that measured");
   WriteCreator(file, "loop");
 }

@@ -31,14 +31,14 @@ class ControlLoop : public ::testing::Test {
 
   static std::vector<FrameRecord> Run(int frames, const LoopOptions& options, double strength = 20.0) {
     return RunAll(quen::workbench::TurbulentSeries(frames, quen::workbench::ZernikeBasis().variances, strength,
-                                                   options.seed),
+                                                   options.exposure.seed),
                   options)
         .records;
   }
 
   static LoopRun RunAll(const Series& disturbance, const LoopOptions& options) {
-    quen::shssim::ShsSimulator simulator;
-    return RunLoop(simulator, disturbance, options, [] {});
+    quen::workbench::Camera camera;
+    return RunLoop(camera, disturbance, options, [] {});
   }
 
   TempDir folder_;
@@ -53,19 +53,19 @@ TEST_F(ControlLoop, Converges) {
 TEST_F(ControlLoop, IterationsAllocateNothing) {
   if (!quen::testing::MallocCalls()) GTEST_SKIP() << "a sanitizer's malloc is not counted";
   const Series disturbance = quen::workbench::TurbulentSeries(12, quen::workbench::ZernikeBasis().variances, 20.0, 1);
-  quen::shssim::ShsSimulator simulator;
+  quen::workbench::Camera camera;
   std::vector<std::size_t> calls;
   calls.reserve(12);
-  RunLoop(simulator, disturbance, {.delay = 2}, [&] { calls.push_back(*quen::testing::MallocCalls()); });
+  RunLoop(camera, disturbance, {.delay = 2}, [&] { calls.push_back(*quen::testing::MallocCalls()); });
   ASSERT_EQ(calls.size(), 12U);
   EXPECT_GT(calls[1], 0U);
   EXPECT_EQ(calls[11], calls[1]);  // the first frame makes the kernels' tables
 }
 
 TEST_F(ControlLoop, EqualSeedsGiveEqualRecords) {
-  const auto first = Run(12, {.seed = 5});
-  const auto second = Run(12, {.seed = 5});
-  const auto other = Run(12, {.seed = 6});
+  const auto first = Run(12, {.exposure = {.seed = 5}});
+  const auto second = Run(12, {.exposure = {.seed = 5}});
+  const auto other = Run(12, {.exposure = {.seed = 6}});
   for (std::size_t frame = 0; frame < first.size(); ++frame) {
     EXPECT_EQ(first[frame].disturbance, second[frame].disturbance);
     EXPECT_EQ(first[frame].correction, second[frame].correction);
@@ -86,7 +86,7 @@ TEST_F(ControlLoop, CorrectionActsAfterTheDelay) {
 }
 
 TEST_F(ControlLoop, FirstCorrectionIsGainTimesTheFirstResidual) {
-  const auto records = Run(10, {.gain = 0.3, .noise = 0.0}, 2.0);
+  const auto records = Run(10, {.gain = 0.3, .exposure = {.noise = 0.0}}, 2.0);
   const Eigen::VectorXd expected = 0.3 * records[0].residual;
   EXPECT_LT((records[1].correction - expected).norm(), 0.02 * expected.norm());
 }
@@ -96,24 +96,24 @@ TEST_F(ControlLoop, WithoutGainTheLoopIsOpen) {
 }
 
 TEST_F(ControlLoop, TellsEveryFrameAndLeavesTheLastInTheSimulator) {
-  quen::shssim::ShsSimulator simulator;
+  quen::workbench::Camera camera;
   int told = 0;
   std::vector<std::uint16_t> last;
-  RunLoop(simulator, Series::Zero(10, 52), {}, [&] {
+  RunLoop(camera, Series::Zero(10, 52), {}, [&] {
     ++told;
-    last = simulator.Frame();
+    last = camera.Frame();
   });
   EXPECT_EQ(told, 10);
-  EXPECT_EQ(simulator.Frame(), last);
+  EXPECT_EQ(camera.Frame(), last);
 }
 
 TEST_F(ControlLoop, FilesOfFrameAndSlopesAreTheLibrarysOwn) {
-  quen::shssim::ShsSimulator simulator;
+  quen::workbench::Camera camera;
   const std::vector<double> displacements = quen::testing::Ramp(1089, -0.5);
-  simulator.ComputeFrame(displacements, displacements, 900.0, folder_ / "frame.fits");  // pixels below zero too
-  simulator.ComputeSlopes(*quen::workbench::MakeEngine("weighted"), 12.0, folder_ / "slopes.fits");
-  quen::testing::WriteText(folder_ / "our_frame.fits", quen::workbench::FrameFile({840, 816, simulator.Frame()}));
-  quen::testing::WriteText(folder_ / "our_slopes.fits", quen::workbench::MeasurementFile(simulator));
+  camera.ComputeFrame(displacements, displacements, 900.0, folder_ / "frame.fits");  // pixels below zero too
+  camera.ComputeSlopes(*quen::workbench::MakeEngine("weighted"), 12.0, folder_ / "slopes.fits");
+  quen::testing::WriteText(folder_ / "our_frame.fits", quen::workbench::FrameFile(camera, {}));
+  quen::testing::WriteText(folder_ / "our_slopes.fits", quen::workbench::MeasurementFile(camera));
   for (const std::string name : {"frame.fits", "slopes.fits"}) {
     EXPECT_TRUE(quen::testing::BytesWithoutChecksums(folder_ / ("our_" + name)) ==
                 quen::testing::BytesWithoutChecksums(folder_ / name))
@@ -123,7 +123,9 @@ TEST_F(ControlLoop, FilesOfFrameAndSlopesAreTheLibrarysOwn) {
 }
 
 TEST_F(ControlLoop, TelemetryHoldsTheRecords) {
-  const LoopOptions options = {.leak = 0.25, .seed = 3};
+  LoopOptions options;
+  options.leak = 0.25;
+  options.exposure.seed = 3;
   const auto records = Run(11, options);
   const std::string path = folder_ / "telemetry.fits";
   quen::testing::WriteText(path, quen::workbench::TelemetryFile(options, "D/r0 20", records));
@@ -162,8 +164,9 @@ TEST_F(ControlLoop, LeakForgetsAShareOfTheCorrection) {
   // decay, hence a disturbance that is there in one frame only, and an engine that is exact.
   Series pulse = Series::Zero(6, 52);
   pulse(0, 2) = 1.0;
-  const LoopRun kept = RunAll(pulse, {.gain = 0.5, .leak = 0.0, .noise = 0.0, .engine = "gaussian-fit"});
-  const LoopRun leaked = RunAll(pulse, {.gain = 0.5, .leak = 0.2, .noise = 0.0, .engine = "gaussian-fit"});
+  const LoopRun kept = RunAll(pulse, {.gain = 0.5, .leak = 0.0, .exposure = {.noise = 0.0}, .engine = "gaussian-fit"});
+  const LoopRun leaked =
+      RunAll(pulse, {.gain = 0.5, .leak = 0.2, .exposure = {.noise = 0.0}, .engine = "gaussian-fit"});
   const double first = 0.5;
   EXPECT_NEAR(kept.records[1].correction(2), first, 1e-3);
   EXPECT_NEAR(kept.records[2].correction(2), first - 0.5 * first, 1e-3);
@@ -172,9 +175,9 @@ TEST_F(ControlLoop, LeakForgetsAShareOfTheCorrection) {
 }
 
 TEST_F(ControlLoop, StopsWhereItDiverges) {
-  quen::shssim::ShsSimulator simulator;
+  quen::workbench::Camera camera;
   const Series disturbance = quen::workbench::TurbulentSeries(500, quen::workbench::ZernikeBasis().variances, 20.0, 1);
-  const LoopRun run = RunLoop(simulator, disturbance, {.gain = 1.9, .delay = 4}, [] {});
+  const LoopRun run = RunLoop(camera, disturbance, {.gain = 1.9, .delay = 4}, [] {});
   ASSERT_TRUE(run.has_diverged);
   ASSERT_LT(run.records.size(), 500U);
   double largest = 1.0;
@@ -192,7 +195,7 @@ TEST_F(ControlLoop, ResidualThatIsNotANumberIsDivergence) {
 }
 
 TEST_F(ControlLoop, WithoutDisturbanceNoiseIsNoDivergence) {
-  EXPECT_FALSE(RunAll(Series::Zero(20, 52), {.noise = 200.0}).has_diverged);
+  EXPECT_FALSE(RunAll(Series::Zero(20, 52), {.exposure = {.noise = 200.0}}).has_diverged);
 }
 
 }  // namespace

@@ -60,19 +60,20 @@ TEST(Sweep, BestIsTheLeastResidualOfThoseThatDidNotDiverge) {
 TEST(Sweep, IsOneLoopPerGainAndIsReadBack) {
   const TempDir folder;
   quen::workbench::WriteCalibration(folder.Path(), false);
-  auto simulator = quen::workbench::LoadSimulator(folder.Path());
+  auto camera = quen::workbench::LoadSimulator<quen::workbench::Camera>(folder.Path());
   const quen::workbench::Series disturbance =
       quen::workbench::TurbulentSeries(40, quen::workbench::ZernikeBasis().variances, 20.0, 1);
-  const quen::workbench::LoopOptions options = {.delay = 2};
+  quen::workbench::LoopOptions options;
+  options.delay = 2;
   int frames = 0;
-  const auto points = RunSweep(simulator, disturbance, options, {0.0, 0.4, 2.0}, [&] { ++frames; });
+  const auto points = RunSweep(camera, disturbance, options, {0.0, 0.4, 2.0}, [&] { ++frames; });
   ASSERT_EQ(points.size(), 3U);
   EXPECT_EQ(points[0].residual, points[0].disturbance);
   EXPECT_LT(points[1].residual, 0.5 * points[1].disturbance);
   EXPECT_TRUE(points[2].HasDiverged());
   EXPECT_LT(points[2].frames, 40U);
   EXPECT_EQ(static_cast<std::size_t>(frames), 80 + points[2].frames);
-  const auto alone = quen::workbench::RunLoop(simulator, disturbance, {.gain = 0.4, .delay = 2}, [] {});
+  const auto alone = quen::workbench::RunLoop(camera, disturbance, {.gain = 0.4, .delay = 2}, [] {});
   EXPECT_EQ(points[1].residual, Rms(alone.records, &quen::workbench::FrameRecord::residual, 20, 40));
 
   const std::string path = folder / "sweep.fits";

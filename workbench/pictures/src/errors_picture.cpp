@@ -7,11 +7,18 @@
 namespace quen::workbench {
 namespace {
 
-/// With a tick at each noise, or at round numbers where they are many.
-Scale NoiseScale(const std::vector<double>& noises) {
+/// With a tick at each place, or at round numbers where they are many.
+Scale PlaceScale(const std::vector<double>& places) {
   constexpr std::size_t kMostTicks = 20;
-  if (noises.size() > kMostTicks) return LogarithmicScale({noises.front(), noises.back()}, noises.front());
-  return {noises.front(), noises.back(), true, noises};
+  if (places.size() > kMostTicks) return LogarithmicScale({places.front(), places.back()}, places.front());
+  return {places.front(), places.back(), true, places};
+}
+
+std::string Title(const ErrorCurves& curves) {
+  const bool along_light = curves.abscissa == Abscissa::kLight;
+  return std::string("RMS error in pixels against the ") +
+         (along_light ? "light of a spot in photo-electrons" : "half-width of the noise (a spot's peak is 4096)") +
+         "; displacements within " + Short(curves.range) + " pixels";
 }
 
 }  // namespace
@@ -19,25 +26,22 @@ Scale NoiseScale(const std::vector<double>& noises) {
 std::string DrawErrors(const ErrorCurves& curves) {
   const Canvas canvas(1080, 680);
   cairo_t* const cr = canvas.Cairo();
-  const Plot plot(cr, {90.0, 40.0, 690.0, 570.0}, NoiseScale(curves.noises),
+  const Plot plot(cr, {90.0, 40.0, 690.0, 570.0}, PlaceScale(curves.places),
                   {1e-4, 1.0, true, {1e-4, 1e-3, 1e-2, 1e-1, 1.0}});
-  plot.DrawGrid(
-      "RMS error in pixels against the half-width of the noise (a spot's peak is 4096); displacements within " +
-      Short(curves.range) + " pixels");
+  plot.DrawGrid(Title(curves));
 
   std::size_t place = 0;
   cairo_set_line_width(cr, 2.0);
-  const auto noise = [&](std::size_t k) { return curves.noises[k]; };
+  const auto along = [&](std::size_t k) { return curves.places[k]; };
   for (std::size_t engine = 0; engine < curves.scores.front().size(); ++engine) {
     const Colour& colour = kCurves.at(engine % kCurves.size());
     const auto rms = [&](std::size_t k) { return curves.scores[k][engine].Rms(); };
-    plot.DrawCurve(colour, curves.noises.size(), noise, rms);
-    plot.DrawLegend(colour, place++, curves.scores.front()[engine].engine + NotFinite(curves.noises.size(), rms));
+    plot.DrawCurve(colour, curves.places.size(), along, rms);
+    plot.DrawLegend(colour, place++, curves.scores.front()[engine].engine + NotFinite(curves.places.size(), rms));
   }
   constexpr std::array<double, 2> kDashes = {7.0, 5.0};
   cairo_set_dash(cr, kDashes.data(), kDashes.size(), 0.0);
-  plot.DrawCurve(kInk, curves.noises.size(), noise,
-                 [&](std::size_t k) { return quen::centroiders::ErrorBound(curves.noises[k]); });
+  plot.DrawCurve(kInk, curves.places.size(), along, [&](std::size_t k) { return curves.least_rms[k]; });
   plot.DrawLegend(kInk, place, "least of linear, unbiased");
   return canvas.Png();
 }

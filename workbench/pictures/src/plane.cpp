@@ -22,7 +22,7 @@ void Plane::DrawPixels(const Frame& frame, const Stretch& stretch) const {
   for (std::size_t y = 0; y < frame.height; ++y) {
     std::uint32_t* const line = image.Row(frame.height - 1 - y);
     for (std::size_t x = 0; x < frame.width; ++x) {
-      const double shade = stretch.Shade(static_cast<std::int16_t>(frame.pixels[x + frame.width * y]));
+      const double shade = stretch.Shade(frame.Value(frame.pixels[x + frame.width * y]));
       line[x] = kGrey * static_cast<std::uint32_t>(255.0 * shade);
     }
   }

@@ -9,9 +9,6 @@
 namespace quen::workbench {
 namespace {
 
-/// Pixels are signed numbers.
-double Value(std::uint16_t pixel) { return static_cast<std::int16_t>(pixel); }
-
 /// A straight line through sorted samples against their rank, without the outliers at either end.
 struct RankLine {
   double slope = 0.0;
@@ -53,9 +50,9 @@ RankLine FitRankLine(const Eigen::ArrayXd& samples, Eigen::Index fewest) {
   return line;
 }
 
-double Brightest(const std::vector<std::uint16_t>& pixels) {
+double Brightest(const Frame& frame) {
   double brightest = 1.0;
-  for (const std::uint16_t pixel : pixels) brightest = std::max(brightest, Value(pixel));
+  for (const std::uint16_t pixel : frame.pixels) brightest = std::max(brightest, frame.Value(pixel));
   return brightest;
 }
 
@@ -77,14 +74,15 @@ double Stretch::Shade(double value) const {
 
 Stretch SpotStretch() { return {0.0, quen::shssim::kSpotPeak, Stretch::Curve::kSquareRoot}; }
 
-Stretch ZScaleStretch(const std::vector<std::uint16_t>& pixels) {
+Stretch ZScaleStretch(const Frame& frame) {
+  const std::vector<std::uint16_t>& pixels = frame.pixels;
   constexpr std::size_t kSamples = 1000;
   constexpr double kContrast = 0.25;
   constexpr Eigen::Index kFewest = 5;
   const std::size_t stride = std::max<std::size_t>(1, pixels.size() / kSamples);
   std::vector<double> samples;
   for (std::size_t i = 0; i < pixels.size() && samples.size() < kSamples; i += stride) {
-    samples.push_back(Value(pixels[i]));
+    samples.push_back(frame.Value(pixels[i]));
   }
   std::ranges::sort(samples);
   const auto count = static_cast<Eigen::Index>(samples.size());
@@ -102,17 +100,15 @@ Stretch ZScaleStretch(const std::vector<std::uint16_t>& pixels) {
   return stretch;
 }
 
-Stretch LogarithmicStretch(const std::vector<std::uint16_t>& pixels) {
-  return {0.0, Brightest(pixels), Stretch::Curve::kLogarithm};
-}
+Stretch LogarithmicStretch(const Frame& frame) { return {0.0, Brightest(frame), Stretch::Curve::kLogarithm}; }
 
 std::vector<std::string> StretchWords() { return {"log", "zscale", "sqrt", "linear"}; }
 
-Stretch StretchByWord(const std::string& word, const std::vector<std::uint16_t>& pixels) {
-  if (word == "zscale") return ZScaleStretch(pixels);
-  if (word == "sqrt") return {0.0, Brightest(pixels), Stretch::Curve::kSquareRoot};
-  if (word == "linear") return {0.0, Brightest(pixels), Stretch::Curve::kLinear};
-  return LogarithmicStretch(pixels);
+Stretch StretchByWord(const std::string& word, const Frame& frame) {
+  if (word == "zscale") return ZScaleStretch(frame);
+  if (word == "sqrt") return {0.0, Brightest(frame), Stretch::Curve::kSquareRoot};
+  if (word == "linear") return {0.0, Brightest(frame), Stretch::Curve::kLinear};
+  return LogarithmicStretch(frame);
 }
 
 }  // namespace quen::workbench

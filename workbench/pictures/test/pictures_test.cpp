@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <limits>
+#include <numeric>
 #include <sstream>
 
 #include "testing/environment.hpp"
@@ -23,6 +24,7 @@
 #include "workbench/pictures/src/typeface.hpp"
 #include "workbench/pictures/stretch.hpp"
 #include "workbench/pictures/sweep_picture.hpp"
+#include "workbench/pictures/transfer_picture.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/shapes.hpp"
@@ -167,7 +169,7 @@ TEST_F(Pictures, Frame) {
   const quen::workbench::Frame frame = {840, 816, simulator.Frame()};
   ExpectLooksLike("frame", [&] { return DrawFrame(frame, quen::workbench::SpotStretch(), overlay, "A frame"); });
   ExpectLooksLike("frame_alone", [&] {
-    return DrawFrame(frame, quen::workbench::LogarithmicStretch(frame.pixels), std::nullopt, "A frame");
+    return DrawFrame(frame, quen::workbench::LogarithmicStretch(frame), std::nullopt, "A frame");
   });
 }
 
@@ -288,12 +290,21 @@ TEST(Picture, TelemetryOfAnyNumbers) {
   }
 }
 
+/// Curves without scores.
+quen::workbench::ErrorCurves CurvesAlong(const std::vector<double>& noises, double range) {
+  quen::workbench::ErrorCurves curves;
+  curves.range = range;
+  curves.places = noises;
+  for (const double noise : noises) curves.least_rms.push_back(quen::centroiders::ErrorBound(noise));
+  return curves;
+}
+
 TEST(Picture, ErrorsOfAnyNumbers) {
   constexpr double kLargest = std::numeric_limits<double>::max();
   for (const auto& [least, most] :
        {std::pair(5e-324, 1e308), {1.0, kLargest}, {1e308, kLargest}, {1.0, std::nextafter(1.0, 2.0)}}) {
-    quen::workbench::ErrorCurves curves = {kLargest, {least, most}, {}};
-    for (const double noise : curves.noises) {
+    quen::workbench::ErrorCurves curves = CurvesAlong({least, most}, kLargest);
+    for (const double noise : curves.places) {
       std::vector<quen::workbench::NamedScore> scores;
       for (const double value : kExtremes) {
         scores.push_back({"engine", {}});
@@ -306,9 +317,10 @@ TEST(Picture, ErrorsOfAnyNumbers) {
 }
 
 TEST(Picture, ErrorsAtManyNoises) {
-  quen::workbench::ErrorCurves curves = {2.0, {}, {}};
+  std::vector<double> noises(5000);
+  std::iota(noises.begin(), noises.end(), 1.0);
+  quen::workbench::ErrorCurves curves = CurvesAlong(noises, 2.0);
   for (int k = 1; k <= 5000; ++k) {
-    curves.noises.push_back(k);
     curves.scores.push_back({{"one", {}}});
     curves.scores.back().front().score.x.rms = k < 2500 ? 1e-4 * k : std::numeric_limits<double>::quiet_NaN();
   }
@@ -417,8 +429,8 @@ TEST(Picture, Sweep) {
 }
 
 TEST(Picture, Errors) {
-  quen::workbench::ErrorCurves curves = {2.0, {1.0, 10.0, 100.0}, {}};
-  for (const double noise : curves.noises) {
+  quen::workbench::ErrorCurves curves = CurvesAlong({1.0, 10.0, 100.0}, 2.0);
+  for (const double noise : curves.places) {
     quen::workbench::NamedScore one = {"one", {}};
     quen::workbench::NamedScore other = {"other", {}};
     one.score.x.rms = one.score.y.rms = 2e-4 * noise;
@@ -426,6 +438,30 @@ TEST(Picture, Errors) {
     curves.scores.push_back({one, other});
   }
   ExpectLooksLike("errors", [&] { return DrawErrors(curves); });
+}
+
+TEST(Picture, ErrorsAgainstLight) {
+  quen::workbench::ErrorCurves curves;
+  curves.abscissa = quen::workbench::Abscissa::kLight;
+  curves.range = 2.0;
+  for (const double photons : {100.0, 1e4, 1e6}) {
+    curves.places.push_back(photons);
+    curves.least_rms.push_back(2.0 / std::sqrt(photons));
+    quen::workbench::NamedScore one = {"one", {}};
+    one.score.x.rms = one.score.y.rms = 3.0 / std::sqrt(photons) + 0.01;
+    curves.scores.push_back({one});
+  }
+  ExpectLooksLike("errors_light", [&] { return DrawErrors(curves); });
+}
+
+TEST(Picture, PhotonTransfer) {
+  quen::workbench::PhotonTransfer transfer;
+  transfer.dark = {0.0, 100.0, 6.25};
+  transfer.gain = 0.5;
+  for (double mean = 0.25; mean < 1.2e5; mean *= 2.0) {
+    transfer.points.push_back({mean / 0.5, std::min(mean, 65435.0), mean < 65435.0 ? 6.25 + 0.5 * mean : 0.0});
+  }
+  ExpectLooksLike("transfer", [&] { return DrawTransfer(transfer, "camera.json"); });
 }
 
 TEST(Picture, ComparisonNoticesWhatChanged) {
@@ -461,7 +497,7 @@ TEST_F(Pictures, ZScaleIsThatOfAstropy) {
   const std::vector<double> zeros(1089, 0.0);
   for (const double noise : {10.0, 1000.0}) {
     simulator.ComputeFrame(zeros, zeros, noise, std::nullopt);
-    const Stretch stretch = quen::workbench::ZScaleStretch(simulator.Frame());
+    const Stretch stretch = quen::workbench::ZScaleStretch({840, 816, simulator.Frame()});
     const std::vector<double> limits = LimitsByAstropy(simulator.Frame());
     EXPECT_NEAR(stretch.black, limits[0], 1e-6 * std::abs(limits[1] - limits[0])) << noise;
     EXPECT_NEAR(stretch.white, limits[1], 1e-6 * std::abs(limits[1] - limits[0])) << noise;
@@ -469,24 +505,30 @@ TEST_F(Pictures, ZScaleIsThatOfAstropy) {
 }
 
 TEST(Stretch, ZScaleOfFewOrEqualPixelsIsTheirRange) {
-  const Stretch few = quen::workbench::ZScaleStretch({3, 1, 65535});
+  const Stretch few = quen::workbench::ZScaleStretch({3, 1, {3, 1, 65535}});
   EXPECT_EQ(few.black, -1.0);
   EXPECT_EQ(few.white, 3.0);
-  const Stretch even = quen::workbench::ZScaleStretch(std::vector<std::uint16_t>(100, 7));
+  const Stretch even = quen::workbench::ZScaleStretch({10, 10, std::vector<std::uint16_t>(100, 7)});
   EXPECT_EQ(even.Shade(7.0), 0.0);
   EXPECT_EQ(even.Shade(8.0), 1.0);
 }
 
 TEST(Stretch, GoesFromBlackToWhite) {
-  const std::vector<std::uint16_t> pixels = {0, 65535, 1000, 100};
+  const quen::workbench::Frame frame = {2, 2, {0, 65535, 1000, 100}};
   for (const std::string& word : quen::workbench::StretchWords()) {
-    const Stretch stretch = quen::workbench::StretchByWord(word, pixels);
+    const Stretch stretch = quen::workbench::StretchByWord(word, frame);
     EXPECT_EQ(stretch.Shade(-5000.0), 0.0) << word;
     EXPECT_EQ(stretch.Shade(5000.0), 1.0) << word;
   }
-  EXPECT_EQ(quen::workbench::StretchByWord("linear", pixels).Shade(250.0), 0.25);
-  EXPECT_EQ(quen::workbench::StretchByWord("sqrt", pixels).Shade(250.0), 0.5);
-  EXPECT_NEAR(quen::workbench::StretchByWord("log", pixels).Shade(250.0), std::log(251.0) / std::log(1001.0), 1e-12);
+  EXPECT_EQ(quen::workbench::StretchByWord("linear", frame).Shade(250.0), 0.25);
+  EXPECT_EQ(quen::workbench::StretchByWord("sqrt", frame).Shade(250.0), 0.5);
+  EXPECT_NEAR(quen::workbench::StretchByWord("log", frame).Shade(250.0), std::log(251.0) / std::log(1001.0), 1e-12);
+}
+
+TEST(Stretch, CountsOfADetectorAreNotNegative) {
+  const quen::workbench::Frame frame = {2, 2, {0, 65535, 1000, 100}, true};
+  EXPECT_EQ(quen::workbench::StretchByWord("linear", frame).Shade(65535.0), 1.0);
+  EXPECT_NEAR(quen::workbench::StretchByWord("linear", frame).Shade(1000.0), 1000.0 / 65535.0, 1e-12);
 }
 
 }  // namespace

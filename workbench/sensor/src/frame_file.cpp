@@ -15,17 +15,6 @@ namespace {
 
 using quen::common::Fits::Handle;
 
-void RefuseBrightPixels(const std::string& name, const Frame& frame) {
-  constexpr std::uint16_t kBrightest = std::numeric_limits<std::int16_t>::max();
-  const auto bright = std::ranges::find_if(frame.pixels, [](std::uint16_t pixel) { return pixel > kBrightest; });
-  if (bright == frame.pixels.end()) return;
-  const auto index = static_cast<std::size_t>(bright - frame.pixels.begin());
-  throw std::runtime_error(fmt::format(
-      "{}: expected pixels up to {}, found {} at column {}, row {}; engines take pixels for signed numbers: scale the "
-      "frame down, or subtract its background",
-      name, kBrightest, *bright, index % frame.width, index / frame.width));
-}
-
 void ReadPixels(const Handle& image, int type, const std::string& name, Frame& frame) {
   try {
     quen::common::Fits::ReadImgPriv(image, frame.pixels.data(), frame.pixels.size(), SHORT_IMG, type, std::nullopt);
@@ -54,18 +43,36 @@ Frame ReadFrame(const InputFile& file) {
           "{}: expected BSCALE 1 and BZERO 0 or 32768, found {:g} and {:g}; write the frame as 16-bit integers",
           file.Name(), scale, zero));
     }
-    Frame frame = {axes[0], axes[1], std::vector<std::uint16_t>(axes[0] * axes[1])};
-    ReadPixels(image, zero == kUnsigned ? TUSHORT : TSHORT, file.Name(), frame);
-    if (zero == kUnsigned) RefuseBrightPixels(file.Name(), frame);
+    Frame frame = {axes[0], axes[1], std::vector<std::uint16_t>(axes[0] * axes[1]), zero == kUnsigned};
+    ReadPixels(image, frame.is_unsigned ? TUSHORT : TSHORT, file.Name(), frame);
     return frame;
   });
 }
 
-std::string FrameFile(const Frame& frame) {
+void RequireSignedRange(const InputFile& file, const Frame& frame) {
+  constexpr double kBrightest = std::numeric_limits<std::int16_t>::max();
+  const auto bright =
+      std::ranges::find_if(frame.pixels, [&](std::uint16_t pixel) { return frame.Value(pixel) > kBrightest; });
+  if (bright == frame.pixels.end()) return;
+  const auto index = static_cast<std::size_t>(bright - frame.pixels.begin());
+  throw std::runtime_error(fmt::format(
+      "{}: expected pixels up to {}, found {} at column {}, row {}; engines take pixels for signed numbers: scale the "
+      "frame down, or subtract its background",
+      file.Name(), kBrightest, *bright, index % frame.width, index / frame.width));
+}
+
+std::string FrameFile(const Camera& camera, const Exposure& exposure) {
   MemoryFits fits;
-  quen::common::Fits::WriteImgPriv(fits.Image(), frame.pixels.data(), frame.pixels.size(), SHORT_IMG, TSHORT,
+  const Frame frame = FrameOf(camera, exposure);
+  quen::common::Fits::WriteImgPriv(fits.Image(), frame.pixels.data(), frame.pixels.size(),
+                                   frame.is_unsigned ? USHORT_IMG : SHORT_IMG, frame.is_unsigned ? TUSHORT : TSHORT,
                                    {frame.width, frame.height});
+  if (frame.is_unsigned) WriteExposureKeys(fits.Image(), exposure);
   return fits.Bytes();
+}
+
+Frame FrameOf(const Camera& camera, const Exposure& exposure) {
+  return {quen::basesim::kFrameWidth, quen::basesim::kFrameHeight, camera.Frame(), exposure.detector != nullptr};
 }
 
 }  // namespace quen::workbench

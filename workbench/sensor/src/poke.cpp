@@ -3,25 +3,23 @@
 #include <limits>
 #include <memory>
 
-#include "common/random/random.hpp"
 #include "workbench/sensor/displacements.hpp"
 
 namespace quen::workbench {
 
-Matrix MeasuredModesToSlopes(quen::shssim::ShsSimulator& simulator, const PokeOptions& options,
-                             const std::function<void()>& after_frame) {
-  const auto m2s = M2sOf(simulator);
-  const std::vector<std::size_t> used = UsedIndices(simulator.RoisUsed());
+Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const std::function<void()>& after_frame) {
+  const auto m2s = M2sOf(camera);
+  const std::vector<std::size_t> used = UsedIndices(camera.RoisUsed());
   const std::unique_ptr<Engine> engine = MakeEngine(options.engine);
-  quen::common::random::detail::MersenneTwisterEngine().seed(options.seed);
+  camera.Use(options.exposure);
 
   Displacements displacements;
   const auto measure = [&](const Eigen::VectorXd& truth) -> Eigen::VectorXd {
     SetUsedDisplacements(truth, used, displacements);
-    simulator.ComputeFrame(displacements.x, displacements.y, options.noise, std::nullopt);
-    simulator.ComputeSlopes(*engine, std::numeric_limits<double>::infinity(), std::nullopt);
+    camera.Draw(displacements);
+    camera.ComputeSlopes(*engine, std::numeric_limits<double>::infinity(), std::nullopt);
     after_frame();
-    return SlopesOf(simulator);
+    return SlopesOf(camera);
   };
   Matrix measured(m2s.rows(), m2s.cols());
   for (Eigen::Index mode = 0; mode < measured.cols(); ++mode) {

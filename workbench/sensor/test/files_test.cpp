@@ -32,6 +32,7 @@ using quen::workbench::Frame;
 using quen::workbench::InputFile;
 using quen::workbench::ReadDisplacements;
 using quen::workbench::ReadFrame;
+using quen::workbench::RequireSignedRange;
 
 // --- Displacements
 
@@ -163,7 +164,7 @@ TEST(FrameFile, PixelsThatEnginesWouldTakeForDarkAreRefused) {
       path +
           ": expected pixels up to 32767, found 32768 at column 2, row 1; engines take pixels for signed numbers: "
           "scale the frame down, or subtract its background",
-      [&] { ReadFrame(InputFile(path)); });
+      [&] { RequireSignedRange(InputFile(path), ReadFrame(InputFile(path))); });
 }
 
 TEST(FrameFile, OtherImagesAreRefused) {

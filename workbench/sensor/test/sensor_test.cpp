@@ -17,9 +17,9 @@
 
 namespace {
 
-using quen::shssim::ShsSimulator;
 using quen::testing::ExpectThrows;
 using quen::testing::TempDir;
+using quen::workbench::Camera;
 using quen::workbench::Displacements;
 using quen::workbench::Matrix;
 using quen::workbench::ParseModes;
@@ -30,7 +30,7 @@ class Sensor : public ::testing::Test {
  protected:
   Sensor() { quen::workbench::WriteCalibration(folder_.Path(), false); }
 
-  [[nodiscard]] ShsSimulator Load() const { return quen::workbench::LoadSimulator(folder_.Path()); }
+  [[nodiscard]] Camera Load() const { return quen::workbench::LoadSimulator<Camera>(folder_.Path()); }
 
   TempDir folder_;
 };
@@ -96,9 +96,9 @@ TEST(NamedShape, SaysWhatIsWrong) {
 }
 
 TEST_F(Sensor, ShapesAreTheirWavefrontsGradients) {
-  const ShsSimulator simulator = Load();
-  const auto used = quen::workbench::UsedIndices(simulator.RoisUsed());
-  const auto shape = [&](const char* text) { return quen::workbench::Shape(ParseShape(text), simulator); };
+  const Camera camera = Load();
+  const auto used = quen::workbench::UsedIndices(camera.RoisUsed());
+  const auto shape = [&](const char* text) { return quen::workbench::Shape(ParseShape(text), camera); };
   const Displacements tip = shape("tip:1.5");
   const Displacements tilt = shape("tilt:-0.5");
   const Displacements defocus = shape("defocus:2");
@@ -106,16 +106,16 @@ TEST_F(Sensor, ShapesAreTheirWavefrontsGradients) {
   double centre_x = 0.0;
   double centre_y = 0.0;
   for (const std::size_t i : used) {
-    centre_x += simulator.Rois()[i].x_ref / 607.0;
-    centre_y += simulator.Rois()[i].y_ref / 607.0;
+    centre_x += camera.Rois()[i].x_ref / 607.0;
+    centre_y += camera.Rois()[i].y_ref / 607.0;
   }
   double radius = 0.0;
   for (const std::size_t i : used) {
-    radius = std::max(radius, std::hypot(simulator.Rois()[i].x_ref - centre_x, simulator.Rois()[i].y_ref - centre_y));
+    radius = std::max(radius, std::hypot(camera.Rois()[i].x_ref - centre_x, camera.Rois()[i].y_ref - centre_y));
   }
   for (const std::size_t i : used) {
-    const double x = (simulator.Rois()[i].x_ref - centre_x) / radius;
-    const double y = (simulator.Rois()[i].y_ref - centre_y) / radius;
+    const double x = (camera.Rois()[i].x_ref - centre_x) / radius;
+    const double y = (camera.Rois()[i].y_ref - centre_y) / radius;
     ASSERT_NEAR(tip.x[i], 1.5, 1e-15);
     ASSERT_EQ(tip.y[i], 0.0);
     ASSERT_EQ(tilt.x[i], 0.0);
@@ -130,14 +130,14 @@ TEST_F(Sensor, ShapesAreTheirWavefrontsGradients) {
 }
 
 TEST_F(Sensor, LongestDisplacementOfAShapeIsAsAsked) {
-  const ShsSimulator simulator = Load();
+  const Camera camera = Load();
   for (const std::string& name : quen::workbench::ShapeNames()) {
     if (name == "flat") continue;
-    const Displacements shape = quen::workbench::Shape({name, 3.0}, simulator);
+    const Displacements shape = quen::workbench::Shape({name, 3.0}, camera);
     double longest = 0.0;
     for (std::size_t i = 0; i < 1089; ++i) {
       longest = std::max(longest, std::hypot(shape.x[i], shape.y[i]));
-      if (simulator.RoisUsed()[i] == 0) {
+      if (camera.RoisUsed()[i] == 0) {
         ASSERT_EQ(shape.x[i], 0.0);
         ASSERT_EQ(shape.y[i], 0.0);
       }
@@ -149,11 +149,11 @@ TEST_F(Sensor, LongestDisplacementOfAShapeIsAsAsked) {
 // --- Measured matrices
 
 TEST_F(Sensor, MeasuredMatrixIsTheComputedOne) {
-  ShsSimulator simulator = Load();
-  const Eigen::Map<const Matrix> computed(simulator.M2s().data(), 1214, 52);
+  Camera camera = Load();
+  const Eigen::Map<const Matrix> computed(camera.M2s().data(), 1214, 52);
   int frames = 0;
   const Matrix measured =
-      quen::workbench::MeasuredModesToSlopes(simulator, {.engine = "weighted", .amplitude = 1.0}, [&] { ++frames; });
+      quen::workbench::MeasuredModesToSlopes(camera, {.engine = "weighted", .amplitude = 1.0}, [&] { ++frames; });
   EXPECT_EQ(frames, quen::workbench::kPokeFrames);
   for (Eigen::Index mode = 0; mode < 52; ++mode) {
     const double largest = computed.col(mode).cwiseAbs().maxCoeff();
@@ -162,10 +162,10 @@ TEST_F(Sensor, MeasuredMatrixIsTheComputedOne) {
 }
 
 TEST_F(Sensor, ModesArePushedBeforeTheyArePulled) {
-  ShsSimulator simulator = Load();
+  Camera camera = Load();
   std::vector<double> tip;  // mean displacement along x in each frame; mode 0 is tip
-  quen::workbench::MeasuredModesToSlopes(simulator, {.amplitude = 1.0}, [&] {
-    const std::vector<double>& x = simulator.XSlopesUsed();
+  quen::workbench::MeasuredModesToSlopes(camera, {.amplitude = 1.0}, [&] {
+    const std::vector<double>& x = camera.XSlopesUsed();
     tip.push_back(std::accumulate(x.begin(), x.end(), 0.0) / 607.0);
   });
   EXPECT_NEAR(tip[0], 1.0, 0.01);
@@ -174,10 +174,10 @@ TEST_F(Sensor, ModesArePushedBeforeTheyArePulled) {
 }
 
 TEST_F(Sensor, MeasuredMatrixScattersWithTheNoiseOfItsSeed) {
-  ShsSimulator simulator = Load();
+  Camera camera = Load();
   const auto measured = [&](double noise, std::uint32_t seed) {
     return quen::workbench::MeasuredModesToSlopes(
-        simulator, {.engine = "weighted", .amplitude = 0.5, .noise = noise, .seed = seed}, [] {});
+        camera, {.engine = "weighted", .amplitude = 0.5, .exposure = {.noise = noise, .seed = seed}}, [] {});
   };
   const Matrix still = measured(0.0, 1);
   const Matrix noisy = measured(100.0, 1);
@@ -217,8 +217,8 @@ TEST_F(Sensor, HeadersTellGeometryBasisAndOrigin) {
   for (const char* const name : quen::workbench::kCalibrationFiles) {
     EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(folder_ / name), "");
   }
-  const ShsSimulator simulator = Load();
-  EXPECT_EQ(simulator.Rois()[0].width, 21);
+  const Camera camera = Load();
+  EXPECT_EQ(camera.Rois()[0].width, 21);
 }
 
 }  // namespace

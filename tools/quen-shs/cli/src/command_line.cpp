@@ -148,14 +148,13 @@ std::vector<std::string> ToolExamples() {
 }
 
 std::string Verb::DescriptionOf(const Argument& argument) const {
-  std::string text = argument.Description();
+  std::vector<std::string> others;
   for (const std::vector<std::string>& names : alternatives) {
     if (std::ranges::find(names, argument.name) == names.end()) continue;
-    std::vector<std::string> others;
     std::ranges::remove_copy(names, std::back_inserter(others), argument.name);
-    text += fmt::format("; not with {}", fmt::join(others, ", "));
   }
-  return text;
+  if (others.empty()) return argument.Description();
+  return fmt::format("{}; not with {}", argument.Description(), fmt::join(others, ", "));
 }
 
 int CommandLine::Run(int argc, char** argv) const {

@@ -25,39 +25,41 @@ struct CalibrateArguments {
   std::string basis = workbench::kZernikeWord;
   bool is_measured = false;
   workbench::PokeOptions poke;  ///< where the matrix is measured
+  DetectorArguments detector;   ///< with which
   bool json = false;
 };
 
-/// A simulator on a calibration that is on no disk.
-quen::shssim::ShsSimulator SimulatorOn(const workbench::Calibration& calibration) {
+/// A camera on a calibration that is on no disk.
+workbench::Camera CameraOn(const workbench::Calibration& calibration) {
   std::vector<workbench::InputFile> files;
   const std::vector<std::string> contents = workbench::CalibrationBytes(calibration);
   for (std::size_t k = 0; k < contents.size(); ++k) {
     files.push_back(workbench::InputFile::InMemory(workbench::kCalibrationFiles.at(k), contents[k]));
   }
   workbench::UseCalibration(std::move(files));
-  return workbench::MakeSimulator();
+  return workbench::MakeSimulator<workbench::Camera>();
 }
 
 workbench::Calibration Measured(const workbench::Calibration& calibration, const workbench::PokeOptions& options) {
-  auto simulator = SimulatorOn(calibration);
+  auto camera = CameraOn(calibration);
   Progress progress(workbench::kPokeFrames);
-  const workbench::Matrix m2s = workbench::MeasuredModesToSlopes(simulator, options, [&] { progress.Step(); });
+  const workbench::Matrix m2s = workbench::MeasuredModesToSlopes(camera, options, [&] { progress.Step(); });
   if (!m2s.allFinite()) {
     throw std::runtime_error(fmt::format(
         "the modes cannot be measured: {} gives slopes that are not finite; try less noise, or another engine",
         options.engine));
   }
   return workbench::WithMatrix(calibration, m2s,
-                               fmt::format("measured: {}, {:g} pixels, noise {:g}, seed {}", options.engine,
-                                           options.amplitude, options.noise, options.seed));
+                               fmt::format("measured: {}, {:g} pixels, {}, seed {}", options.engine, options.amplitude,
+                                           workbench::InWords(options.exposure), options.exposure.seed));
 }
 
-void Calibrate(const CalibrateArguments& command) {
+void Calibrate(CalibrateArguments& command) {
   workbench::RefuseToReplace(command.folder, command.force);
   workbench::StagedFiles files(workbench::CalibrationNames(command.folder));
   workbench::Calibration calibration =
       workbench::MakeCalibration(command.geometry, workbench::BasisByWord(command.basis));
+  command.poke.exposure.detector = DetectorFor(command.detector, files);
   if (command.is_measured) calibration = Measured(calibration, command.poke);
   files.GiveAll(workbench::CalibrationBytes(calibration));
   files.Commit();
@@ -86,26 +88,29 @@ pushed and pulled through the simulator instead, and the slopes are those that t
        .list = workbench::EngineHelp(),
        .examples = {"quen-shs calibrate sensor",
                     "quen-shs calibrate sensor --basis karhunen-loeve --measured --engine weighted"},
-       .arguments =
-           {Positional("DIR", "Folder to write to; made if missing", command->folder),
-            Flag("--force", "Replace a calibration that is there already", command->force),
-            Number("--pitch", "Distance from one sub-aperture to the next", "pixels", 1.0, 26.0, geometry.pitch),
-            Number("--size", "Width and height of a region", "pixels", 1, 200, geometry.size),
-            Number("--offset-x", "Columns from the middle of the frame to that of the grid", "pixels", -500.0, 500.0,
-                   geometry.offset_x),
-            Number("--offset-y", "Rows from the middle of the frame to that of the grid", "pixels", -500.0, 500.0,
-                   geometry.offset_y),
-            Number("--obscuration", "Inner over outer diameter of the pupil", "", 0.0, 0.99, geometry.obscuration),
-            Number("--spider-angle", "Angle of a spider: a cross of four vanes before the pupil", "degrees", -180.0,
-                   180.0, "no vanes", geometry.spider_angle),
-            Number("--spider-width", "Width of a vane over the diameter of the pupil", "", 0.0, 0.5,
-                   geometry.spider_width),
-            OneOf("--basis", "Modes of the wavefront", {workbench::kZernikeWord, workbench::kKarhunenLoeveWord},
-                  command->basis),
-            Flag("--measured", "Measure the matrix instead of computing it", command->is_measured), Engine(poke.engine),
-            Number("--poke-amplitude", "Largest displacement of a spot when measuring", "pixels", 1e-3, 12.0,
-                   poke.amplitude),
-            Noise(poke.noise), Seed(poke.seed), JsonFlag(command->json)},
+       .arguments = Joined(
+           {{Positional("DIR", "Folder to write to; made if missing", command->folder),
+             Flag("--force", "Replace a calibration that is there already", command->force),
+             Number("--pitch", "Distance from one sub-aperture to the next", "pixels", 1.0, 26.0, geometry.pitch),
+             Number("--size", "Width and height of a region", "pixels", 1, 200, geometry.size),
+             Number("--offset-x", "Columns from the middle of the frame to that of the grid", "pixels", -500.0, 500.0,
+                    geometry.offset_x),
+             Number("--offset-y", "Rows from the middle of the frame to that of the grid", "pixels", -500.0, 500.0,
+                    geometry.offset_y),
+             Number("--obscuration", "Inner over outer diameter of the pupil", "", 0.0, 0.99, geometry.obscuration),
+             Number("--spider-angle", "Angle of a spider: a cross of four vanes before the pupil", "degrees", -180.0,
+                    180.0, "no vanes", geometry.spider_angle),
+             Number("--spider-width", "Width of a vane over the diameter of the pupil", "", 0.0, 0.5,
+                    geometry.spider_width),
+             OneOf("--basis", "Modes of the wavefront", {workbench::kZernikeWord, workbench::kKarhunenLoeveWord},
+                   command->basis),
+             Flag("--measured", "Measure the matrix instead of computing it", command->is_measured),
+             Engine(poke.engine),
+             Number("--poke-amplitude", "Largest displacement of a spot when measuring", "pixels", 1e-3, 12.0,
+                    poke.amplitude)},
+            ExposureArguments(poke.exposure.noise, poke.exposure.seed, command->detector),
+            {JsonFlag(command->json)}}),
+       .alternatives = WithExposure({}),
        .action = [command] { Calibrate(*command); }});
 }
 

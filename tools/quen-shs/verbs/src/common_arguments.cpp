@@ -1,8 +1,30 @@
 #include "tools/quen-shs/verbs/src/common_arguments.hpp"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+
 #include "workbench/engines/engines.hpp"
+#include "workbench/fits/staged_file.hpp"
 
 namespace quen::tool {
+namespace {
+
+Argument DescribedDetector(std::string& file) {
+  return File("--detector", "JSON file that describes a detector, as 'quen-shs detector --new' writes it", "none",
+              file);
+}
+
+/// The noise, or what describes the detector.
+Json AsJson(const workbench::Exposure& exposure) {
+  if (!exposure.detector) return exposure.noise;
+  constexpr bool kWithComments = true;
+  return Json::parse(workbench::DescribedInFull(exposure.detector->config, exposure.detector->maps), nullptr, true,
+                     kWithComments);
+}
+
+}  // namespace
 
 Argument CalibrationFolder(std::string& folder) {
   return Positional("DIR", "Folder with the calibration (DIR/data/...)", folder);
@@ -42,6 +64,68 @@ Argument Engines(std::vector<std::string>& engines) {
             workbench::MakeEngine(text);
             engines.push_back(text);
           }};
+}
+
+std::vector<Argument> DetectorParameters(DetectorArguments& detector) {
+  const std::string otherwise = "what the detector has";
+  return {Number("--photons", "Light of a whole spot", "photo-electrons", 0.0, 1e9, otherwise, detector.photons),
+          Number("--background", "Light between the spots", "electrons per pixel", 0.0, 1e9, otherwise,
+                 detector.background),
+          Number("--em-gain", "Electron multiplication", "", 1.0, 1e4, otherwise, detector.em_gain),
+          Number("--read-noise", "Noise of reading a pixel", "electrons RMS", 0.0, 1e6, otherwise, detector.read_noise),
+          Number("--pedestal", "Counts of a pixel without electrons", "counts", -65535.0, 65535.0, otherwise,
+                 detector.pedestal)};
+}
+
+void Override(const DetectorArguments& arguments, quen::detector::DetectorConfig& config) {
+  if (arguments.photons) config.electrons_per_unit = *arguments.photons / quen::shssim::kSpotFlux;
+  config.background = arguments.background.value_or(config.background);
+  config.em_gain = arguments.em_gain.value_or(config.em_gain);
+  config.read_noise = arguments.read_noise.value_or(config.read_noise);
+  config.offset = arguments.pedestal.value_or(config.offset);
+}
+
+std::vector<Argument> ExposureArguments(double& noise, std::uint32_t& seed, DetectorArguments& detector) {
+  return Joined({{Noise(noise), DescribedDetector(detector.file)}, DetectorParameters(detector), {Seed(seed)}});
+}
+
+std::vector<std::vector<std::string>> WithExposure(std::vector<std::vector<std::string>> alternatives) {
+  DetectorArguments any;
+  alternatives.push_back({"--noise", DescribedDetector(any.file).name});
+  for (const Argument& argument : DetectorParameters(any)) alternatives.push_back({"--noise", argument.name});
+  return alternatives;
+}
+
+void AddExposure(Report& report, const workbench::Exposure& exposure) {
+  const bool has_detector = exposure.detector != nullptr;
+  report.Add(has_detector ? "detector" : "noise", AsJson(exposure), has_detector ? "detector" : "noise",
+             fmt::format("{} (seed {})",
+                         has_detector ? workbench::InWords(*exposure.detector) : fmt::format("{:g}", exposure.noise),
+                         exposure.seed));
+  report.Add("seed", exposure.seed);
+}
+
+void AddExposureForScripts(Report& report, const workbench::Exposure& exposure) {
+  report.Add(exposure.detector ? "detector" : "noise", AsJson(exposure));
+  report.Add("seed", exposure.seed);
+}
+
+std::shared_ptr<const workbench::DetectorDescription> DetectorFor(const DetectorArguments& arguments,
+                                                                  const workbench::StagedFiles& files) {
+  const bool has_options =
+      arguments.photons || arguments.background || arguments.em_gain || arguments.read_noise || arguments.pedestal;
+  if (arguments.file.empty() && !has_options) return nullptr;
+  auto detector = std::make_shared<workbench::DetectorDescription>();
+  if (!arguments.file.empty()) *detector = workbench::ReadDetector(arguments.file);
+  files.RefuseToReplace(detector->files);
+  Override(arguments, detector->config);
+  return detector;
+}
+
+std::vector<Argument> Joined(std::vector<std::vector<Argument>> lists) {
+  std::vector<Argument> all;
+  for (std::vector<Argument>& list : lists) std::ranges::move(list, std::back_inserter(all));
+  return all;
 }
 
 }  // namespace quen::tool

@@ -1,10 +1,18 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/quen-shs/cli/argument.hpp"
+#include "tools/quen-shs/cli/report.hpp"
+#include "workbench/sensor/camera.hpp"
+
+namespace quen::workbench {
+class StagedFiles;
+}
 
 /// @file
 /// Arguments that several verbs take, in the same words.
@@ -20,5 +28,39 @@ Argument JsonFlag(bool& json);
 Argument Engine(std::string& engine);
 /// Any number of engines; all of them where none is given.
 Argument Engines(std::vector<std::string>& engines);
+
+/// A detector as the command line has it: a description, and parameters that stand over its own.
+struct DetectorArguments {
+  std::string file;               ///< none if empty
+  std::optional<double> photons;  ///< electrons of a whole spot
+  std::optional<double> background;
+  std::optional<double> em_gain;
+  std::optional<double> read_noise;
+  std::optional<double> pedestal;
+};
+
+/// The parameters alone.
+std::vector<Argument> DetectorParameters(DetectorArguments& detector);
+
+/// Gives a detector those that are given.
+void Override(const DetectorArguments& arguments, quen::detector::DetectorConfig& config);
+
+/// The noise of frames: the simulator's own or, by any of the other arguments, a detector's; and the seed of either.
+std::vector<Argument> ExposureArguments(double& noise, std::uint32_t& seed, DetectorArguments& detector);
+
+/// A verb's alternatives, and that there is no noise of the simulator's own beside a detector.
+std::vector<std::vector<std::string>> WithExposure(std::vector<std::vector<std::string>> alternatives);
+
+/// What the frames were drawn with, for people and scripts, or for scripts alone.
+void AddExposure(Report& report, const workbench::Exposure& exposure);
+void AddExposureForScripts(Report& report, const workbench::Exposure& exposure);
+
+/// The detector that is asked for; none if none is.
+/// @throws std::runtime_error  the description or a map cannot be read, is wrong, or is among the files to be written
+std::shared_ptr<const workbench::DetectorDescription> DetectorFor(const DetectorArguments& arguments,
+                                                                  const workbench::StagedFiles& files);
+
+/// One list after the other.
+std::vector<Argument> Joined(std::vector<std::vector<Argument>> lists);
 
 }  // namespace quen::tool

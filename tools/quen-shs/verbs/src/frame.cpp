@@ -7,7 +7,6 @@
 #include <memory>
 #include <optional>
 
-#include "common/random/random.hpp"
 #include "tools/quen-shs/cli/report.hpp"
 #include "tools/quen-shs/verbs/src/common_arguments.hpp"
 #include "tools/quen-shs/verbs/verbs.hpp"
@@ -28,16 +27,14 @@ struct FrameArguments {
   std::string displacements;  ///< file; none if empty
   std::string modes;          ///< MODE=RADIANS,…; none if empty
   std::string shape;          ///< NAME:PIXELS; none if empty. At most one of the three; without any, no displacements.
-  double noise = 10.0;
-  std::uint32_t seed = 1;
+  workbench::Exposure exposure;
+  DetectorArguments detector;
   std::string output;  ///< file; DIR/frame.fits if empty
   std::string truth;   ///< file for the displacements; none if empty
   std::string png;     ///< file; none if empty
   bool json = false;
 };
 
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
 using quen::shssim::ShsSimulator;
 
 workbench::Displacements DisplacementsOfModes(const std::string& list, const ShsSimulator& simulator) {
@@ -65,7 +62,16 @@ double Longest(const workbench::Displacements& displacements) {
   return longest;
 }
 
-void RenderFrame(const FrameArguments& command) {
+std::string Picture(const workbench::Camera& camera, const workbench::Exposure& exposure,
+                    const workbench::Displacements& displacements) {
+  const workbench::Frame frame = workbench::FrameOf(camera, exposure);
+  const workbench::Overlay overlay = {camera.Rois(), camera.RoisUsed(), displacements};
+  return workbench::DrawFrame(frame, exposure.detector ? workbench::ZScaleStretch(frame) : workbench::SpotStretch(),
+                              overlay,
+                              "Frame, row 0 at the bottom; true displacements, " + workbench::ArrowLegend(overlay));
+}
+
+void RenderFrame(FrameArguments& command) {
   const std::string output =
       command.output.empty() ? (std::filesystem::path(command.folder) / "frame.fits").string() : command.output;
   workbench::StagedFiles files({output, command.truth, command.png});
@@ -74,26 +80,21 @@ void RenderFrame(const FrameArguments& command) {
   std::optional<workbench::InputFile> given;
   if (!command.displacements.empty()) files.RefuseToReplace(given.emplace(command.displacements));
 
-  auto simulator = workbench::MakeSimulator();
-  const workbench::Displacements displacements = DisplacementsFor(command, given, simulator);
-  quen::common::random::detail::MersenneTwisterEngine().seed(command.seed);
-  simulator.ComputeFrame(displacements.x, displacements.y, command.noise, std::nullopt);
-  const workbench::Frame frame = {kFrameWidth, kFrameHeight, simulator.Frame()};
-  files.Give(output, workbench::FrameFile(frame));
+  command.exposure.detector = DetectorFor(command.detector, files);
+
+  auto camera = workbench::MakeSimulator<workbench::Camera>();
+  const workbench::Displacements displacements = DisplacementsFor(command, given, camera);
+  camera.Use(command.exposure);
+  camera.Draw(displacements);
+  files.Give(output, workbench::FrameFile(camera, command.exposure));
   if (!command.truth.empty()) files.Give(command.truth, workbench::DisplacementFile(displacements, "frame"));
-  if (!command.png.empty()) {
-    const workbench::Overlay overlay = {simulator.Rois(), simulator.RoisUsed(), displacements};
-    files.Give(command.png, workbench::DrawFrame(
-                                frame, workbench::SpotStretch(), overlay,
-                                "Frame, row 0 at the bottom; true displacements, " + workbench::ArrowLegend(overlay)));
-  }
+  if (!command.png.empty()) files.Give(command.png, Picture(camera, command.exposure, displacements));
   files.Commit();
 
   Report report;
   const double longest = Longest(displacements);
   report.Add("longest_displacement", longest, "longest displacement", fmt::format("{:.4g} pixels", longest));
-  report.Add("noise", command.noise, "noise", fmt::format("{:g} (seed {})", command.noise, command.seed));
-  report.Add("seed", command.seed);
+  AddExposure(report, command.exposure);
   report.AddFiles(files);
   report.Print(command.json);
 }
@@ -111,20 +112,20 @@ text, with a line "dx,dy" for each of the 1089 sub-apertures, in pixels.)",
             .list = fmt::format("Shapes: {}\n", fmt::join(workbench::ShapeNames(), ", ")),
             .examples = {"quen-shs frame sensor --shape defocus:2 --png defocus.png",
                          "quen-shs frame sensor --modes 0=1.5,2=-0.5 --noise 0 --output modal.fits --truth truth.fits"},
-            .arguments =
-                {CalibrationFolder(command->folder),
-                 File("--displacements", "File with the displacements of all spots", "none", command->displacements),
-                 Checked(
-                     "--modes", "Coefficients of modes; a mode is a column of M2S, counted from 0", "MODE=RADIANS,...",
-                     [](const std::string& text) { workbench::ParseModes(text); }, command->modes),
-                 Checked(
-                     "--shape", "Shape, and its longest displacement", "NAME:PIXELS",
-                     [](const std::string& text) { workbench::ParseShape(text); }, command->shape),
-                 Noise(command->noise), Seed(command->seed),
-                 File("--output", "FITS file for the frame", "DIR/frame.fits", command->output),
-                 File("--truth", "FITS file for the displacements, for 'measure --truth'", "none", command->truth),
-                 File("--png", "PNG file for a picture", "none", command->png), JsonFlag(command->json)},
-            .alternatives = {{"--displacements", "--modes", "--shape"}},
+            .arguments = Joined(
+                {{CalibrationFolder(command->folder),
+                  File("--displacements", "File with the displacements of all spots", "none", command->displacements),
+                  Checked(
+                      "--modes", "Coefficients of modes; a mode is a column of M2S, counted from 0", "MODE=RADIANS,...",
+                      [](const std::string& text) { workbench::ParseModes(text); }, command->modes),
+                  Checked(
+                      "--shape", "Shape, and its longest displacement", "NAME:PIXELS",
+                      [](const std::string& text) { workbench::ParseShape(text); }, command->shape)},
+                 ExposureArguments(command->exposure.noise, command->exposure.seed, command->detector),
+                 {File("--output", "FITS file for the frame", "DIR/frame.fits", command->output),
+                  File("--truth", "FITS file for the displacements, for 'measure --truth'", "none", command->truth),
+                  File("--png", "PNG file for a picture", "none", command->png), JsonFlag(command->json)}}),
+            .alternatives = WithExposure({{"--displacements", "--modes", "--shape"}}),
             .action = [command] { RenderFrame(*command); }});
 }
 

@@ -30,14 +30,11 @@ struct LoopArguments {
   double d_over_r0 = 20.0;  ///< strength of the turbulence
   std::string disturbance;  ///< file; turbulence of that strength if empty
   workbench::LoopOptions options;
+  DetectorArguments detector;
   std::string sweep;    ///< gain=FIRST:LAST:STEP; one loop if empty
   std::string results;  ///< folder; DIR/loop if empty
   bool json = false;
 };
-
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
-using quen::shssim::ShsSimulator;
 
 /// Mean residual before the first correction acted, and over the second half of the run, against the disturbance there.
 struct Summary {
@@ -62,7 +59,7 @@ workbench::Series DisturbanceFor(const LoopArguments& command, const workbench::
   if (command.disturbance.empty()) {
     return workbench::TurbulentSeries(command.frames,
                                       workbench::BasisOfCalibration(workbench::CalibrationFiles().front()).variances,
-                                      command.d_over_r0, command.options.seed);
+                                      command.d_over_r0, command.options.exposure.seed);
   }
   const workbench::InputFile file(command.disturbance);
   files.RefuseToReplace(file);
@@ -89,9 +86,8 @@ void AddOptions(Report& report, const LoopArguments& command) {
   const workbench::LoopOptions& options = command.options;
   report.Add("leak", options.leak);
   report.Add("delay", options.delay);
-  report.Add("noise", options.noise);
+  AddExposureForScripts(report, options.exposure);
   report.Add("disturbance", Source(command));
-  report.Add("seed", options.seed);
   report.Add("engine", options.engine);
 }
 
@@ -99,9 +95,9 @@ Report SummaryReport(const LoopArguments& command, const Summary& summary, std::
   const workbench::LoopOptions& options = command.options;
   Report report;
   report.Add("frames", frames, "frames",
-             fmt::format("{} (gain {:g}, {}delay {}, noise {:g}, {}, seed {})", frames, options.gain,
+             fmt::format("{} (gain {:g}, {}delay {}, {}, {}, seed {})", frames, options.gain,
                          options.leak > 0.0 ? fmt::format("leak {:g}, ", options.leak) : "", options.delay,
-                         options.noise, Source(command), options.seed));
+                         workbench::InWords(options.exposure), Source(command), options.exposure.seed));
   report.Add("gain", options.gain);
   AddOptions(report, command);
   report.Add("residual_before", summary.before, "residual before",
@@ -128,19 +124,18 @@ void RequireConvergence(const workbench::LoopRun& run, const Summary& summary) {
   }
 }
 
-void RunOne(const LoopArguments& command, ShsSimulator& simulator, const workbench::Series& disturbance,
+void RunOne(const LoopArguments& command, workbench::Camera& camera, const workbench::Series& disturbance,
             workbench::StagedFiles& files) {
   workbench::LoopRun run;
   double rate = 0.0;
   {
     Progress progress(command.frames);
-    run = workbench::RunLoop(simulator, disturbance, command.options, [&] { progress.Step(); });
+    run = workbench::RunLoop(camera, disturbance, command.options, [&] { progress.Step(); });
     rate = progress.Rate();
   }
-  files.GiveAll({workbench::FrameFile({kFrameWidth, kFrameHeight, simulator.Frame()}),
-                 workbench::MeasurementFile(simulator),
+  files.GiveAll({workbench::FrameFile(camera, command.options.exposure), workbench::MeasurementFile(camera),
                  workbench::TelemetryFile(command.options, Source(command), run.records),
-                 workbench::DrawLoop(simulator, run.records)});
+                 workbench::DrawLoop(camera, run.records)});
   files.Commit();
 
   const Summary summary(run.records, command.options.delay);
@@ -151,13 +146,13 @@ void RunOne(const LoopArguments& command, ShsSimulator& simulator, const workben
   RequireConvergence(run, summary);
 }
 
-void SweepGains(const LoopArguments& command, ShsSimulator& simulator, const workbench::Series& disturbance,
+void SweepGains(const LoopArguments& command, workbench::Camera& camera, const workbench::Series& disturbance,
                 workbench::StagedFiles& files) {
   const std::vector<double> gains = workbench::ParseSweep(command.sweep);
   std::vector<workbench::SweepPoint> points;
   {
     Progress progress(command.frames * static_cast<int>(gains.size()));
-    points = workbench::RunSweep(simulator, disturbance, command.options, gains, [&] { progress.Step(); });
+    points = workbench::RunSweep(camera, disturbance, command.options, gains, [&] { progress.Step(); });
   }
   files.GiveAll({workbench::SweepFile(command.options, Source(command), points), workbench::DrawSweep(points)});
   files.Commit();
@@ -189,15 +184,16 @@ void SweepGains(const LoopArguments& command, ShsSimulator& simulator, const wor
   if (!best) throw std::runtime_error("the loop diverges with every gain; try lower ones, or a shorter delay");
 }
 
-void Loop(const LoopArguments& command) {
+void Loop(LoopArguments& command) {
   workbench::StagedFiles files(OutputNames(command));
-  auto simulator = workbench::LoadSimulator(command.folder);
+  auto camera = workbench::LoadSimulator<workbench::Camera>(command.folder);
   files.RefuseToReplace(workbench::CalibrationFiles());
+  command.options.exposure.detector = DetectorFor(command.detector, files);
   const workbench::Series disturbance = DisturbanceFor(command, files);
   if (command.sweep.empty()) {
-    RunOne(command, simulator, disturbance, files);
+    RunOne(command, camera, disturbance, files);
   } else {
-    SweepGains(command, simulator, disturbance, files);
+    SweepGains(command, camera, disturbance, files);
   }
 }
 
@@ -227,21 +223,23 @@ image of doubles, 52 modes x frames, in radians.)",
        .examples =
            {"quen-shs loop sensor --frames 500 --gain 0.4 --noise 50 --engine windowed:half-width=5 --folder windy",
             "quen-shs loop sensor --frames 200 --delay 2 --sweep gain=0.1:0.9:0.1"},
-       .arguments =
-           {CalibrationFolder(command->folder), Number("--frames", "Number of frames", "", 10, 100000, command->frames),
-            Number("--gain", "Gain of the integrator", "", 0.0, 2.0, options.gain),
-            Number("--leak", "Fraction of the correction that is forgotten in each frame", "", 0.0, 1.0, options.leak),
-            Number("--delay", "Time from a measurement to the first frame that its correction acts on", "frames", 1, 9,
-                   options.delay),
-            Noise(options.noise), strength,
-            File("--disturbance", "FITS file with a disturbance to be used instead", "none", command->disturbance),
-            Seed(options.seed), Engine(options.engine),
-            Checked(
-                "--sweep", "Gains to be tried one after the other", "gain=FIRST:LAST:STEP",
-                [](const std::string& text) { workbench::ParseSweep(text); }, command->sweep),
-            Folder("--folder", "Folder for the results; made if missing", "DIR/loop", command->results),
-            JsonFlag(command->json)},
-       .alternatives = {{"--d-over-r0", "--disturbance"}, {"--gain", "--sweep"}},
+       .arguments = Joined(
+           {{CalibrationFolder(command->folder),
+             Number("--frames", "Number of frames", "", 10, 100000, command->frames),
+             Number("--gain", "Gain of the integrator", "", 0.0, 2.0, options.gain),
+             Number("--leak", "Fraction of the correction that is forgotten in each frame", "", 0.0, 1.0, options.leak),
+             Number("--delay", "Time from a measurement to the first frame that its correction acts on", "frames", 1, 9,
+                    options.delay),
+             strength,
+             File("--disturbance", "FITS file with a disturbance to be used instead", "none", command->disturbance)},
+            ExposureArguments(options.exposure.noise, options.exposure.seed, command->detector),
+            {Engine(options.engine),
+             Checked(
+                 "--sweep", "Gains to be tried one after the other", "gain=FIRST:LAST:STEP",
+                 [](const std::string& text) { workbench::ParseSweep(text); }, command->sweep),
+             Folder("--folder", "Folder for the results; made if missing", "DIR/loop", command->results),
+             JsonFlag(command->json)}}),
+       .alternatives = WithExposure({{"--d-over-r0", "--disturbance"}, {"--gain", "--sweep"}}),
        .action = [command] { Loop(*command); }});
 }
 

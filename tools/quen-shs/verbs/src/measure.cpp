@@ -13,10 +13,10 @@
 #include "workbench/engines/engines.hpp"
 #include "workbench/fits/staged_file.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/camera.hpp"
 #include "workbench/sensor/displacement_file.hpp"
 #include "workbench/sensor/frame_file.hpp"
 #include "workbench/sensor/measurement_file.hpp"
-#include "workbench/sensor/playback.hpp"
 
 namespace quen::tool {
 namespace {
@@ -64,13 +64,14 @@ struct Moments {
   }
 };
 
-void Load(workbench::Playback& simulator, const workbench::InputFile& file) {
+void Load(workbench::Camera& camera, const workbench::InputFile& file) {
   const workbench::Frame frame = workbench::ReadFrame(file);
   if (frame.width != kFrameWidth || frame.height != kFrameHeight) {
     throw std::runtime_error(fmt::format("{}: expected a frame of {} x {} pixels (columns x rows), found {} x {}",
                                          file.Name(), kFrameWidth, kFrameHeight, frame.width, frame.height));
   }
-  simulator.Load(frame.pixels);
+  workbench::RequireSignedRange(file, frame);
+  camera.Load(frame.pixels);
 }
 
 void AddAxis(Report& report, const std::string& axis, const Moments& slopes) {
@@ -89,7 +90,7 @@ void Measure(const MeasureArguments& command) {
   const std::string output =
       command.output.empty() ? (std::filesystem::path(command.folder) / "slopes.fits").string() : command.output;
   workbench::StagedFiles files({output});
-  auto simulator = workbench::LoadSimulator<workbench::Playback>(command.folder);
+  auto simulator = workbench::LoadSimulator<workbench::Camera>(command.folder);
   files.RefuseToReplace(workbench::CalibrationFiles());
   const workbench::InputFile frame(command.frame);
   files.RefuseToReplace(frame);

@@ -18,7 +18,8 @@ namespace {
 struct ScoreArguments {
   std::string folder;
   std::vector<std::string> engines;  ///< as for MakeEngine; all if empty
-  quen::centroiders::ScoreOptions options;
+  workbench::ScoreConditions conditions;
+  DetectorArguments detector;
   std::string output;  ///< FITS file for the table; none if empty
   std::string png;     ///< file for the errors against the noise; none if empty
   bool json = false;
@@ -35,34 +36,36 @@ Json AsJson(const workbench::NamedScore& named) {
           {"failed", score.failed},       {"microseconds", score.microseconds}};
 }
 
-void Score(const ScoreArguments& command) {
+void Score(ScoreArguments& command) {
   workbench::StagedFiles files({command.output, command.png});
   auto simulator = workbench::LoadSimulator(command.folder);
   files.RefuseToReplace(workbench::CalibrationFiles());
+  command.conditions.detector = DetectorFor(command.detector, files);
   const std::vector<std::string> engines = command.engines.empty() ? workbench::EngineNames() : command.engines;
   const bool has_curves = !command.output.empty() || !command.png.empty();
-  const std::size_t noises = 1 + (has_curves ? workbench::CurveNoises().size() : 0);
-  const quen::centroiders::ScoreOptions& options = command.options;
+  const workbench::Abscissa abscissa =
+      command.conditions.detector ? workbench::Abscissa::kLight : workbench::Abscissa::kNoise;
+  const std::size_t places = 1 + (has_curves ? workbench::CurvePlaces(abscissa).size() : 0);
+  const quen::centroiders::ScoreOptions& options = command.conditions.options;
   std::vector<workbench::NamedScore> scores;
   workbench::ErrorCurves curves;
   {
-    Progress progress(static_cast<int>(options.frames * noises));
-    quen::centroiders::ScoreOptions watched = options;
-    watched.after_frame = [&] { progress.Step(); };
+    Progress progress(static_cast<int>(options.frames * places));
+    workbench::ScoreConditions watched = command.conditions;
+    watched.options.after_frame = [&] { progress.Step(); };
     scores = workbench::ScoreByName(simulator, engines, watched);
-    if (has_curves) curves = workbench::ScoreAtNoises(simulator, engines, watched);
+    if (has_curves) curves = workbench::ScoreAlong(simulator, engines, watched);
   }
-  if (!command.output.empty()) files.Give(command.output, workbench::ScoreFile(curves, options));
+  if (!command.output.empty()) files.Give(command.output, workbench::ScoreFile(curves, command.conditions));
   if (!command.png.empty()) files.Give(command.png, workbench::DrawErrors(curves));
   files.Commit();
 
   Report report;
-  report.AddLines(workbench::ScoreTable(scores, options));
-  report.Add("noise", options.noise);
+  report.AddLines(workbench::ScoreTable(scores, command.conditions));
+  AddExposureForScripts(report, {options.noise, options.seed, command.conditions.detector});
   report.Add("range", options.range);
   report.Add("frames", options.frames);
-  report.Add("seed", options.seed);
-  report.Add("least_rms", quen::centroiders::ErrorBound(options.noise));
+  report.Add("least_rms", command.conditions.LeastRms());
   Json list = Json::array();
   for (const workbench::NamedScore& score : scores) list.push_back(AsJson(score));
   report.Add("scores", list);
@@ -81,17 +84,23 @@ void AddScore(CommandLine& line) {
        .details = R"(
 Renders frames with known displacements, measures them with each engine, and prints bias, RMS error, gain, error of the
 light, share of failed spots (off by more than a pixel) and time. The least RMS is that of the best linear unbiased
-estimator for this spot and noise.)",
+estimator for this spot and noise.
+
+With a detector, engines measure its counts: give those that need it the pedestal, as in centre-of-gravity:background=100.
+The files then hold errors against the light of a spot instead of the noise.)",
        .list = workbench::EngineHelp(),
        .examples = {"quen-shs score sensor --noise 50 --engine weighted --engine brightest:number=25 --png errors.png"},
-       .arguments = {CalibrationFolder(command->folder), Engines(command->engines), Noise(command->options.noise),
-                     Number("--range", "Displacements are within this range", "pixels", 0.0, 12.0,
-                            command->options.range),
-                     Number("--frames", "Number of frames", "", 1, 100000, command->options.frames),
-                     Seed(command->options.seed),
-                     File("--output", "FITS file for the scores at noises from 1 to 1000", "none", command->output),
-                     File("--png", "PNG file for the errors against the noise, 1 to 1000", "none", command->png),
-                     JsonFlag(command->json)},
+       .arguments = Joined(
+           {{CalibrationFolder(command->folder), Engines(command->engines)},
+            ExposureArguments(command->conditions.options.noise, command->conditions.options.seed, command->detector),
+            {Number("--range", "Displacements are within this range", "pixels", 0.0, 12.0,
+                    command->conditions.options.range),
+             Number("--frames", "Number of frames", "", 1, 100000, command->conditions.options.frames),
+             File("--output", "FITS file for the scores at noises from 1 to 1000, or lights from 30 to 1000000", "none",
+                  command->output),
+             File("--png", "PNG file for the errors against the noise, 1 to 1000, or the light", "none", command->png),
+             JsonFlag(command->json)}}),
+       .alternatives = WithExposure({}),
        .action = [command] { Score(*command); }});
 }
 

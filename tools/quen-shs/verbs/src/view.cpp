@@ -82,7 +82,7 @@ void RequireDrawable(const std::string& path, std::size_t width, std::size_t hei
 std::string FramePicture(const ViewArguments& command, const Inputs& inputs) {
   const workbench::Frame frame = workbench::ReadFrame(inputs.file);
   return workbench::DrawFrame(
-      frame, workbench::StretchByWord(command.stretch, frame.pixels), FrameOverlay(command, inputs),
+      frame, workbench::StretchByWord(command.stretch, frame), FrameOverlay(command, inputs),
       fmt::format("{}, row 0 at the bottom, {} stretch", FileName(inputs.file), command.stretch));
 }
 

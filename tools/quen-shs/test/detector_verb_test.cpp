@@ -1,0 +1,178 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "testing/environment.hpp"
+#include "testing/fits_files.hpp"
+#include "testing/second_reader.hpp"
+#include "tools/quen-shs/test/quen_shs.hpp"
+
+// Frames of a detector, from its description to the loop.
+
+namespace {
+
+using quen::testing::BytesWithoutChecksums;
+using quen::testing::ColumnReadByAstropy;
+using quen::testing::ImageReadByAstropy;
+using quen::testing::KeywordReadByAstropy;
+using quen::testing::Outcome;
+using quen::testing::QuenShs;
+using quen::testing::TempDir;
+using quen::testing::WriteText;
+
+class DetectorVerb : public ::testing::Test {
+ protected:
+  [[nodiscard]] std::string File(const std::string& name) const { return folder_ / name; }
+
+  static std::string Done(const std::string& arguments) {
+    const Outcome outcome = QuenShs(arguments);
+    EXPECT_EQ(outcome.exit_code, 0) << arguments << outcome.err;
+    return outcome.out;
+  }
+
+  /// @param reason  after "quen-shs: "
+  static void ExpectFailure(const std::string& arguments, const std::string& reason) {
+    const Outcome outcome = QuenShs(arguments);
+    EXPECT_EQ(outcome.exit_code, 1) << arguments;
+    EXPECT_EQ(outcome.err, "quen-shs: " + reason + "\n") << arguments;
+  }
+
+  TempDir folder_;
+};
+
+TEST_F(DetectorVerb, WritesADescriptionThatItMeasures) {
+  const std::string camera = File("new/camera.json");
+  EXPECT_EQ(Done("detector --new " + camera + " --read-noise 4 --pedestal 200 --non-uniformity 0.02 --hot-pixels 1000"),
+            "wrote " + camera + "\nwrote " + File("new/camera_flat.fits") + "\nwrote " +
+                File("new/camera_bad_pixels.fits") + "\nwrote " + File("new/camera_bad_pixel_levels.fits") + "\n");
+  for (const char* const map : {"flat", "bad_pixels", "bad_pixel_levels"}) {
+    EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(File(std::string("new/camera_") + map + ".fits")), "");
+  }
+  double squares = 0.0;
+  for (const double response : ImageReadByAstropy(File("new/camera_flat.fits"))) {
+    squares += (response - 1.0) * (response - 1.0);
+  }
+  EXPECT_NEAR(std::sqrt(squares / 685440.0), 0.02, 0.0002);
+  double hot = 0.0;
+  for (const double state : ImageReadByAstropy(File("new/camera_bad_pixels.fits"))) hot += state == 2.0 ? 1.0 : 0.0;
+  EXPECT_NEAR(hot, 685.0, 130.0);  // five standard deviations
+
+  const std::string told = Done("detector " + camera + " --png " + File("transfer.png"));
+  EXPECT_NE(told.find("gain                    0.5 counts per photo-electron (described: 0.5)\n"), std::string::npos)
+      << told;
+  EXPECT_NE(told.find("(described: 4 of reading)\n"), std::string::npos) << told;
+  EXPECT_NE(told.find("wrote " + File("transfer.png") + "\n"), std::string::npos) << told;
+}
+
+TEST_F(DetectorVerb, ReplacesNothingUnlessForced) {
+  const std::string camera = File("camera.json");
+  WriteText(File("camera_flat.fits"), "mine");
+  ExpectFailure("detector --new " + camera,
+                File("camera_flat.fits") + ": is there already; give --force to replace it");
+  EXPECT_FALSE(std::filesystem::exists(camera));
+  EXPECT_EQ(std::filesystem::file_size(File("camera_flat.fits")), 4U);
+  Done("detector --new --force " + camera);
+  EXPECT_GT(std::filesystem::file_size(File("camera_flat.fits")), 5000000U);
+  const std::string before = quen::testing::Run("cat " + camera).out;
+  ExpectFailure("detector " + camera + " --png " + camera, "cannot write " + camera + ": it is the same file as " +
+                                                               camera +
+                                                               ", which is read; give the output another name");
+  EXPECT_EQ(quen::testing::Run("cat " + camera).out, before);
+}
+
+TEST_F(DetectorVerb, SaysWhatIsWrong) {
+  ExpectFailure("detector " + File("none.json"), File("none.json") + ": cannot be read: No such file or directory");
+  WriteText(File("camera.json"), "{\"read_noise\": -3}");
+  ExpectFailure("frame x --detector " + File("camera.json"),
+                "no calibration in x: x/data/M2S.fits is missing; 'quen-shs calibrate x' makes a synthetic one");
+  ExpectFailure("detector " + File("camera.json"),
+                File("camera.json") + ": read_noise must be from 0 to 1000000, found -3");
+  WriteText(File("camera.json"), "{\"photon_noise\": false}");
+  ExpectFailure(
+      "detector " + File("camera.json"),
+      File("camera.json") +
+          ": the variance of its frames does not grow with the light, so that its gain cannot be measured; is "
+          "photon_noise false, or gain far below one count per electron?");
+  const Outcome both = QuenShs("frame x --noise 1 --read-noise 2");
+  EXPECT_EQ(both.exit_code, 2);
+  EXPECT_EQ(both.err,
+            "--noise, --read-noise: expected one of them, found all\nRun with --help for more information.\n");
+}
+
+class FramesOfDetector : public DetectorVerb {
+ protected:
+  FramesOfDetector() { Done("calibrate " + File("sensor")); }
+
+  /// Runs "quen-shs VERB sensor ARGUMENTS".
+  std::string OnSensor(const std::string& verb, const std::string& arguments) const {
+    return Done(verb + " " + File("sensor") + " " + arguments);
+  }
+};
+
+TEST_F(FramesOfDetector, AreCountsAndTellTheirTruth) {
+  const std::string options = "--photons 5000 --read-noise 3 --pedestal 100 --seed 8 ";
+  EXPECT_NE(OnSensor("frame", options).find("detector                5000 electrons a spot, read noise 3 (seed 8)\n"),
+            std::string::npos);
+  const std::string frame = File("sensor/frame.fits");
+  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(frame), "");
+  EXPECT_EQ(KeywordReadByAstropy(frame, 0, "BZERO"), "32768");
+  EXPECT_EQ(KeywordReadByAstropy(frame, 0, "DETREAD"), "3.0");
+  EXPECT_EQ(KeywordReadByAstropy(frame, 0, "SEED"), "8");
+  const std::vector<double> pixels = ImageReadByAstropy(frame);
+  double light = 0.0;
+  for (const double pixel : pixels) light += pixel - 100.0;
+  EXPECT_NEAR(light / 1089.0, 5000.0, 0.01 * 5000.0);
+  OnSensor("frame", options + "--output " + File("again.fits"));
+  EXPECT_EQ(BytesWithoutChecksums(File("again.fits")), BytesWithoutChecksums(frame));
+  OnSensor("measure", frame + " --engine centre-of-gravity:background=100");
+  Done("view " + frame);
+}
+
+TEST_F(FramesOfDetector, StandOverWhatADescriptionSays) {
+  WriteText(File("camera.json"), R"({"offset": 500, "photon_noise": false, "electrons_per_unit": 1, "bits": 14})");
+  OnSensor("frame", "--detector " + File("camera.json") + " --pedestal 300");
+  const std::vector<double> pixels = ImageReadByAstropy(File("sensor/frame.fits"));
+  EXPECT_EQ(pixels[0], 300.0);
+  EXPECT_EQ(KeywordReadByAstropy(File("sensor/frame.fits"), 0, "DETBITS"), "14");
+  ExpectFailure("frame " + File("sensor") + " --detector " + File("camera.json") + " --output " + File("camera.json"),
+                "cannot write " + File("camera.json") + ": it is the same file as " + File("camera.json") +
+                    ", which is read; give the output another name");
+}
+
+TEST_F(FramesOfDetector, CloseTheLoop) {
+  const std::string told = OnSensor(
+      "loop", "--frames 40 --photons 20000 --read-noise 3 --pedestal 100 --engine centre-of-gravity:background=100");
+  EXPECT_NE(told.find("(gain 0.5, delay 1, 2e+04 electrons a spot, read noise 3, D/r0 20, seed 1)\n"),
+            std::string::npos)
+      << told;
+  const std::string telemetry = File("sensor/loop/telemetry.fits");
+  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(telemetry), "");
+  EXPECT_EQ(KeywordReadByAstropy(telemetry, 1, "DETREAD"), "3.0");
+  EXPECT_EQ(KeywordReadByAstropy(telemetry, 1, "GAIN"), "0.5");
+  EXPECT_EQ(KeywordReadByAstropy(File("sensor/loop/frame.fits"), 0, "BZERO"), "32768");
+}
+
+TEST_F(FramesOfDetector, MeasureACalibration) {
+  const std::string options = " --photons 1e5 --read-noise 3 --pedestal 100 --engine centre-of-gravity:background=100";
+  Done("calibrate " + File("measured") + " --measured" + options);
+  EXPECT_EQ(KeywordReadByAstropy(File("measured/data/M2S.fits"), 0, "METHOD"),
+            "measured: centre-of-gravity:background=100, 1 pixels, 1e+05 electrons a spot, read noise 3, seed 1");
+  EXPECT_EQ(QuenShs("check " + File("measured")).exit_code, 0);
+}
+
+TEST_F(FramesOfDetector, ScoreEnginesAgainstLight) {
+  const std::string told = OnSensor("score", "--frames 1 --photons 3000 --engine centre-of-gravity --output " +
+                                                 File("s.fits") + " --png " + File("s.png"));
+  EXPECT_EQ(told.find("3000 electrons a spot, read noise 0, displacements within 2 pixels, 1 frames, seed 1; least "
+                      "possible RMS 0.0369 pixels\n"),
+            0U)
+      << told;
+  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(File("s.fits")), "");
+  EXPECT_EQ(ColumnReadByAstropy(File("s.fits"), "scores", "photons").back(), 1e6);
+  EXPECT_NEAR(ColumnReadByAstropy(File("s.fits"), "scores", "least_rms").back(), 2.0 / 1000.0, 1e-5);
+  Done("view " + File("s.fits") + " --png " + File("again.png"));
+  EXPECT_EQ(quen::testing::Run("cmp " + File("s.png") + " " + File("again.png")).exit_code, 0);
+}
+
+}  // namespace

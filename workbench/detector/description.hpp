@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "common/fits/fits.hpp"
+#include "detector/detector.hpp"
+#include "workbench/fits/input_file.hpp"
+
+/// @file
+/// A detector as a user describes it: a JSON object, with members that have names, units and ranges of
+/// DetectorConfig's. Each may be left out. Comments, // or /* */, are no part of it.
+///
+///     {
+///       "electrons_per_unit": 0.01,  // mean photo-electrons for a frame value of 1
+///       "read_noise": 3,             // electrons RMS
+///       "flat_map": "flat.fits"      // from this file's folder on
+///     }
+///
+/// The seed is not among them: it belongs to a run.
+
+namespace quen::workbench {
+
+/// What a map is from.
+struct MapSource {
+  std::string member;  ///< of DetectorConfig
+  std::string file;    ///< as the description names it
+};
+
+struct DetectorDescription {
+  quen::detector::DetectorConfig config;
+  std::vector<MapSource> maps;   ///< that it has
+  std::vector<InputFile> files;  ///< that it was read from: the description, then the maps
+};
+
+/// Reads a description and its maps.
+/// @throws std::runtime_error  a file cannot be read, is no such object, has a member that a detector has not, or a
+///                             value out of its range: the file, the member, what was expected and found
+DetectorDescription ReadDetector(const std::string& name);
+
+/// A description with all members, each with what it is: what a user begins with.
+/// @param maps  files of the maps that it names
+std::string DescribedInFull(const quen::detector::DetectorConfig& config, const std::vector<MapSource>& maps);
+
+/// Light and read noise, for people.
+std::string InWords(const DetectorDescription& detector);
+
+/// Every parameter, in the header that the file stands on.
+void WriteDetectorKeys(const quen::common::Fits::Handle& file, const DetectorDescription& detector);
+
+}  // namespace quen::workbench

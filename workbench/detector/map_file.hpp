@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "detector/detector.hpp"
+#include "workbench/fits/input_file.hpp"
+
+/// @file
+/// Maps of a detector's pixels: FITS files, an element for each of the 840 × 816 pixels.
+
+namespace quen::workbench {
+
+/// Reads a map: a primary image of 840 × 816 numbers of any type.
+/// @throws std::runtime_error  the file cannot be read, or is another image
+std::vector<double> ReadMap(const InputFile& file);
+
+/// Reads a map of what is wrong with pixels: the numbers of PixelState.
+/// @throws std::runtime_error  the file cannot be read, is another image, or has another number in it
+std::vector<quen::detector::PixelState> ReadPixelStates(const InputFile& file);
+
+/// A FITS file of a map, in doubles.
+/// @param what  it is, and its unit: a comment in its header
+std::string MapFile(const std::vector<double>& map, const std::string& what);
+std::string PixelStateFile(const std::vector<quen::detector::PixelState>& states);
+
+}  // namespace quen::workbench

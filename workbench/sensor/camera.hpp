@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/fits/fits.hpp"
+#include "shssim/shs_simulator.hpp"
+#include "workbench/detector/description.hpp"
+#include "workbench/sensor/displacements.hpp"
+
+namespace quen::workbench {
+
+/// How light becomes a frame: with the simulator's own noise, or by a detector.
+struct Exposure {
+  double noise = 10.0;     ///< half-width, units of pixel values; without a detector
+  std::uint32_t seed = 1;  ///< of either
+  std::shared_ptr<const DetectorDescription> detector = {};
+};
+
+/// Noise or detector, and the seed, in the header that the file stands on.
+void WriteExposureKeys(const quen::common::Fits::Handle& file, const Exposure& exposure);
+
+/// The same for people, in a few words.
+std::string InWords(const Exposure& exposure);
+
+/// A simulator whose frames may come from elsewhere: from a file, or from a detector behind it.
+class Camera : public quen::shssim::ShsSimulator {
+ public:
+  /// Takes a frame, 840 × 816 pixels, for the next measurement.
+  void Load(const std::vector<std::uint16_t>& pixels) { frame = pixels; }
+
+  /// From now on frames are drawn so. They are numbered from 0 anew; the calling thread's generator is seeded.
+  void Use(const Exposure& exposure);
+
+  /// Draws the next frame. Allocates nothing.
+  void Draw(const Displacements& displacements);
+
+ private:
+  double noise_ = 0.0;
+  std::optional<quen::detector::Detector> detector_;
+  std::uint64_t frame_number_ = 0;
+};
+
+}  // namespace quen::workbench
