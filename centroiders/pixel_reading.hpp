@@ -13,7 +13,7 @@
 /// its count says that has reached the ceiling. What an engine does without such pixels, its header says.
 ///
 /// The engines of pixel_engine.hpp take a count for light as it is, signed. That costs nothing, and is right for frames
-/// of the simulator. MaximumLikelihoodFit reads as this says.
+/// of the simulator. Others reach them by way of LightEngine (light_engine.hpp); MaximumLikelihoodFit reads by itself.
 
 namespace quen::centroiders {
 

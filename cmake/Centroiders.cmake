@@ -11,6 +11,7 @@ set(engines_headers
     centroiders/correlation.hpp
     centroiders/drawn_spot.hpp
     centroiders/gaussian_fit.hpp
+    centroiders/light_engine.hpp
     centroiders/maximum_likelihood_fit.hpp
     centroiders/pixel_engine.hpp
     centroiders/pixel_reading.hpp
@@ -28,6 +29,7 @@ target_sources(
           centroiders/src/correlation.cpp
           centroiders/src/gaussian.cpp
           centroiders/src/gaussian_fit.cpp
+          centroiders/src/light_engine.cpp
           centroiders/src/maximum_likelihood_fit.cpp
           centroiders/src/moments.cpp
           centroiders/src/pixel_engine.cpp

@@ -78,6 +78,7 @@ quen_add_test(
   SOURCES centroiders/test/engines_test.cpp
           centroiders/test/kernels_test.cpp
           centroiders/test/level_of_the_process_test.cpp
+          centroiders/test/light_engine_test.cpp
           centroiders/test/maximum_likelihood_kernels_test.cpp
           centroiders/test/maximum_likelihood_test.cpp
           centroiders/test/methods_test.cpp

@@ -10,6 +10,7 @@
 #include "centroiders/centre_of_gravity.hpp"
 #include "centroiders/correlation.hpp"
 #include "centroiders/gaussian_fit.hpp"
+#include "centroiders/light_engine.hpp"
 #include "centroiders/maximum_likelihood_fit.hpp"
 #include "centroiders/quad_cell.hpp"
 #include "centroiders/score.hpp"
@@ -77,6 +78,16 @@ TEST(EnginesBinaryInterface, PixelReadingInOrder) {
   EXPECT_EQ(sizeof(PixelReading), 32U + 3 * sizeof(Doubles));
 }
 
+TEST(EnginesBinaryInterface, LightConfigInOrder) {
+  static_assert(sizeof(BackgroundEstimate) == 4 && int(BackgroundEstimate::kNone) == 0 &&
+                int(BackgroundEstimate::kBorderMean) == 1 && int(BackgroundEstimate::kBorderMedian) == 2 &&
+                int(BackgroundEstimate::kQuantile) == 3);
+  EXPECT_EQ(Offset(&LightConfig::reading), 0U);
+  EXPECT_EQ(Offset(&LightConfig::background), sizeof(PixelReading));
+  EXPECT_EQ(Offset(&LightConfig::quantile), sizeof(PixelReading) + 8U);
+  EXPECT_EQ(sizeof(LightConfig), sizeof(PixelReading) + 16U);
+}
+
 TEST(EnginesBinaryInterface, MaximumLikelihoodConfigInOrder) {
   static_assert(sizeof(SpotShape) == 4 && int(SpotShape::kGiven) == 0 && int(SpotShape::kRound) == 1 &&
                 int(SpotShape::kOval) == 2);
@@ -126,6 +137,7 @@ TEST(EnginesBinaryInterface, EnginesTakeTheRoomThatHostsMake) {
   EXPECT_EQ(sizeof(CentreOfGravity), 48U);
   EXPECT_EQ(sizeof(Correlation), 64U);
   EXPECT_EQ(sizeof(GaussianFit), 56U);
+  EXPECT_EQ(sizeof(LightEngine), 48U);
   EXPECT_EQ(sizeof(MaximumLikelihoodFit), 40U);
   EXPECT_EQ(sizeof(QuadCell), 32U + sizeof(double) * 2 * 129);
   EXPECT_EQ(sizeof(WeightedCentreOfGravity), 56U);
