@@ -28,8 +28,10 @@
 ///   | `QuadCell`                 | flux ≤ 0                         | flux 0, both axes NaN | flux 0, both axes NaN |
 ///   | `Correlation`              | its maximum ≤ 0, at any flux     | NaN along its axis    | 0 along both axes     |
 ///   | `GaussianFit`              | flux ≤ 0 in any step             | NaN along its axis    | 0 along both axes     |
+///   | `MaximumLikelihoodFit`     | none that stands out of noise    | NaN along its axis    | flux 0, both axes NaN |
 ///
-///   NaN along its axis leaves the flux and the other axis as they are.
+///   NaN along its axis leaves the flux and the other axis as they are. `MaximumLikelihoodFit` tells of a fit that has
+///   failed, as it does without light: flux 0 and NaN for both displacements, whatever the reference.
 /// - A configuration is checked by the constructor. The text of its std::invalid_argument is ENGINE: FIELD must be WHAT
 ///   IS EXPECTED, found WHAT IS GIVEN, and, where that does not say it, what to do.
 /// - Compute allocates nothing, throws nothing and does not change the frame. A frame too small for its region ends the

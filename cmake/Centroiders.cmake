@@ -11,7 +11,10 @@ set(engines_headers
     centroiders/correlation.hpp
     centroiders/drawn_spot.hpp
     centroiders/gaussian_fit.hpp
+    centroiders/light_engine.hpp
+    centroiders/maximum_likelihood_fit.hpp
     centroiders/pixel_engine.hpp
+    centroiders/pixel_reading.hpp
     centroiders/quad_cell.hpp
     centroiders/weighted_centre_of_gravity.hpp
     centroiders/windowed_centre_of_gravity.hpp)
@@ -26,9 +29,15 @@ target_sources(
           centroiders/src/correlation.cpp
           centroiders/src/gaussian.cpp
           centroiders/src/gaussian_fit.cpp
+          centroiders/src/light_engine.cpp
+          centroiders/src/maximum_likelihood_fit.cpp
           centroiders/src/moments.cpp
           centroiders/src/pixel_engine.cpp
+          centroiders/src/pixel_reader.cpp
           centroiders/src/quad_cell.cpp
+          centroiders/src/scoring_step.cpp
+          centroiders/src/smoothed_maximum.cpp
+          centroiders/src/spot_moments.cpp
           centroiders/src/weighted_centre_of_gravity.cpp
           centroiders/src/weighted_sums.cpp
           centroiders/src/windowed_centre_of_gravity.cpp

@@ -78,6 +78,9 @@ quen_add_test(
   SOURCES centroiders/test/engines_test.cpp
           centroiders/test/kernels_test.cpp
           centroiders/test/level_of_the_process_test.cpp
+          centroiders/test/light_engine_test.cpp
+          centroiders/test/maximum_likelihood_kernels_test.cpp
+          centroiders/test/maximum_likelihood_test.cpp
           centroiders/test/methods_test.cpp
           centroiders/test/score_test.cpp
           testing/allocations.cpp
@@ -143,7 +146,7 @@ if(CMAKE_BUILD_TYPE STREQUAL Release)
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   add_test(NAME VectorCode.OfTheCentroidersUsesItsLevelsRegisters
            COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_centroiders> SumAvx512:zmm SumAvx2:ymm
-                   AroundAvx512:zmm AroundAvx2:ymm TileAvx2:ymm CountAboveAvx2:ymm
+                   AroundAvx512:zmm AroundAvx2:ymm TileAvx2:ymm CountAboveAvx2:ymm SpotSumsAvx512:zmm SpotSumsAvx2:ymm
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   add_test(NAME VectorCode.OfTheDetectorUsesItsLevelsRegisters
            COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_detector>

@@ -10,6 +10,8 @@
 #include "centroiders/centre_of_gravity.hpp"
 #include "centroiders/correlation.hpp"
 #include "centroiders/gaussian_fit.hpp"
+#include "centroiders/light_engine.hpp"
+#include "centroiders/maximum_likelihood_fit.hpp"
 #include "centroiders/quad_cell.hpp"
 #include "centroiders/score.hpp"
 #include "centroiders/weighted_centre_of_gravity.hpp"
@@ -61,6 +63,50 @@ TEST(EnginesBinaryInterface, GaussianFitConfigInOrder) {
   EXPECT_EQ(sizeof(GaussianFitConfig), 16U);
 }
 
+TEST(EnginesBinaryInterface, PixelReadingInOrder) {
+  static_assert(sizeof(PixelSign) == 4 && int(PixelSign::kSigned) == 0 && int(PixelSign::kUnsigned) == 1);
+  static_assert(std::is_same_v<decltype(PixelReading::ceiling), std::optional<double>>);
+  static_assert(std::is_same_v<decltype(PixelReading::dark_map), Doubles>);
+  static_assert(std::is_same_v<decltype(PixelReading::flat_map), Doubles>);
+  static_assert(std::is_same_v<decltype(PixelReading::bad_pixels), std::vector<std::uint8_t>>);
+  EXPECT_EQ(Offset(&PixelReading::sign), 0U);
+  EXPECT_EQ(Offset(&PixelReading::pedestal), 8U);
+  EXPECT_EQ(Offset(&PixelReading::ceiling), 16U);
+  EXPECT_EQ(Offset(&PixelReading::dark_map), 32U);
+  EXPECT_EQ(Offset(&PixelReading::flat_map), 32U + sizeof(Doubles));
+  EXPECT_EQ(Offset(&PixelReading::bad_pixels), 32U + 2 * sizeof(Doubles));
+  EXPECT_EQ(sizeof(PixelReading), 32U + 3 * sizeof(Doubles));
+}
+
+TEST(EnginesBinaryInterface, LightConfigInOrder) {
+  static_assert(sizeof(BackgroundEstimate) == 4 && int(BackgroundEstimate::kNone) == 0 &&
+                int(BackgroundEstimate::kBorderMean) == 1 && int(BackgroundEstimate::kBorderMedian) == 2 &&
+                int(BackgroundEstimate::kQuantile) == 3);
+  EXPECT_EQ(Offset(&LightConfig::reading), 0U);
+  EXPECT_EQ(Offset(&LightConfig::background), sizeof(PixelReading));
+  EXPECT_EQ(Offset(&LightConfig::quantile), sizeof(PixelReading) + 8U);
+  EXPECT_EQ(sizeof(LightConfig), sizeof(PixelReading) + 16U);
+}
+
+TEST(EnginesBinaryInterface, MaximumLikelihoodConfigInOrder) {
+  static_assert(sizeof(SpotShape) == 4 && int(SpotShape::kGiven) == 0 && int(SpotShape::kRound) == 1 &&
+                int(SpotShape::kOval) == 2);
+  static_assert(sizeof(SpotBackground) == 4 && int(SpotBackground::kGiven) == 0 &&
+                int(SpotBackground::kConstant) == 1 && int(SpotBackground::kSlope) == 2);
+  constexpr std::size_t kRest = sizeof(PixelReading);
+  EXPECT_EQ(Offset(&MaximumLikelihoodConfig::reading), 0U);
+  EXPECT_EQ(Offset(&MaximumLikelihoodConfig::gain), kRest);
+  EXPECT_EQ(Offset(&MaximumLikelihoodConfig::read_noise), kRest + 8U);
+  EXPECT_EQ(Offset(&MaximumLikelihoodConfig::shape), kRest + 16U);
+  EXPECT_EQ(Offset(&MaximumLikelihoodConfig::fwhm), kRest + 24U);
+  EXPECT_EQ(Offset(&MaximumLikelihoodConfig::background_model), kRest + 32U);
+  EXPECT_EQ(Offset(&MaximumLikelihoodConfig::background), kRest + 40U);
+  EXPECT_EQ(Offset(&MaximumLikelihoodConfig::steps), kRest + 48U);
+  EXPECT_EQ(Offset(&MaximumLikelihoodConfig::tolerance), kRest + 56U);
+  EXPECT_EQ(Offset(&MaximumLikelihoodConfig::significance), kRest + 64U);
+  EXPECT_EQ(sizeof(MaximumLikelihoodConfig), kRest + 72U);
+}
+
 TEST(EnginesBinaryInterface, QuadCellConfigInOrder) {
   static_assert(std::is_same_v<decltype(QuadCellConfig::gain), std::optional<double>>);
   EXPECT_EQ(Offset(&QuadCellConfig::gain), 0U);
@@ -91,6 +137,8 @@ TEST(EnginesBinaryInterface, EnginesTakeTheRoomThatHostsMake) {
   EXPECT_EQ(sizeof(CentreOfGravity), 48U);
   EXPECT_EQ(sizeof(Correlation), 64U);
   EXPECT_EQ(sizeof(GaussianFit), 56U);
+  EXPECT_EQ(sizeof(LightEngine), 48U);
+  EXPECT_EQ(sizeof(MaximumLikelihoodFit), 40U);
   EXPECT_EQ(sizeof(QuadCell), 32U + sizeof(double) * 2 * 129);
   EXPECT_EQ(sizeof(WeightedCentreOfGravity), 56U);
   EXPECT_EQ(sizeof(WindowedCentreOfGravity), 48U);

@@ -10,6 +10,7 @@
 #include "centroiders/centre_of_gravity.hpp"
 #include "centroiders/correlation.hpp"
 #include "centroiders/gaussian_fit.hpp"
+#include "centroiders/maximum_likelihood_fit.hpp"
 #include "centroiders/quad_cell.hpp"
 #include "centroiders/score.hpp"
 #include "centroiders/weighted_centre_of_gravity.hpp"
@@ -17,8 +18,9 @@
 
 namespace quen::centroiders {
 
-/// The displacements where there is no light, and the reference column is NaN.
-enum class WithoutLight { kAxisNaN, kBothNaN, kZero };
+/// The displacements where there is no light, and the reference column is NaN. An engine that tells of failures gives
+/// NaN for both also where the reference is known.
+enum class WithoutLight { kAxisNaN, kBothNaN, kZero, kFailure };
 
 /// An engine to test, and how its results depend on the reference point.
 struct EngineCase {
@@ -56,6 +58,13 @@ inline std::vector<EngineCase> EngineCases() {
       {"QuadCell", [] { return std::make_unique<QuadCell>(); }, true},
       {"Correlation", [] { return std::make_unique<Correlation>(); }, false, WithoutLight::kZero},
       {"GaussianFit", [] { return std::make_unique<GaussianFit>(); }, false, WithoutLight::kZero},
+      {"MaximumLikelihood", [] { return std::make_unique<MaximumLikelihoodFit>(); }, false, WithoutLight::kFailure},
+      {"MaximumLikelihoodOfOvals",
+       [] {
+         return std::make_unique<MaximumLikelihoodFit>(
+             MaximumLikelihoodConfig{.shape = SpotShape::kOval, .background_model = SpotBackground::kSlope});
+       },
+       false, WithoutLight::kFailure},
   };
 }
 

@@ -77,6 +77,13 @@ Result Measure(Engine& engine, Patch patch, std::size_t x_low, std::size_t y_low
 
 class EveryEngine : public ::testing::TestWithParam<EngineCase> {
  protected:
+  static void ExpectFailure(const Result& result) {
+    EXPECT_EQ(result.flux, 0.0);
+    EXPECT_TRUE(std::isnan(result.x)) << result.x;
+    EXPECT_TRUE(std::isnan(result.y)) << result.y;
+  }
+
+  bool tells_of_failures_ = GetParam().without_light == WithoutLight::kFailure;
   std::unique_ptr<Engine> engine_ = GetParam().make();
 };
 
@@ -161,9 +168,14 @@ TEST_P(EngineFreeOfTheReference, IsShiftedByItAndNoMore) {
 }
 
 TEST_P(EveryEngine, NoLightIsNoDisplacement) {
-  EXPECT_EQ(Measure(*engine_, Patch(), 30, 20), (Result{0.0, 0.0, 0.0}));
   Patch dark;
   std::ranges::fill(dark.pixels, std::int16_t{-7});
+  if (tells_of_failures_) {
+    ExpectFailure(Measure(*engine_, Patch(), 30, 20));
+    ExpectFailure(Measure(*engine_, dark, 30, 20));
+    return;
+  }
+  EXPECT_EQ(Measure(*engine_, Patch(), 30, 20), (Result{0.0, 0.0, 0.0}));
   const Result result = Measure(*engine_, dark, 30, 20);
   EXPECT_LE(result.flux, 0.0);
   EXPECT_EQ(result.x, 0.0);
@@ -218,7 +230,8 @@ TEST_P(EveryEngine, AnUnknownReferenceWithoutLightIsTold) {
   EXPECT_EQ(result.flux, 0.0);
   const WithoutLight expected = GetParam().without_light;
   EXPECT_TRUE(expected == WithoutLight::kZero ? result.x == 0.0 : std::isnan(result.x)) << result.x;
-  EXPECT_TRUE(expected == WithoutLight::kBothNaN ? std::isnan(result.y) : result.y == 0.0) << result.y;
+  const bool both = expected == WithoutLight::kBothNaN || expected == WithoutLight::kFailure;
+  EXPECT_TRUE(both ? std::isnan(result.y) : result.y == 0.0) << result.y;
 }
 
 TEST_P(EveryEngine, RegionsOfAnySizeGiveNumbers) {
@@ -230,6 +243,10 @@ TEST_P(EveryEngine, RegionsOfAnySizeGiveNumbers) {
       const Roi roi(0, static_cast<std::uint16_t>(width), 0, static_cast<std::uint16_t>(height), kWidth, kHeight,
                     0.5 * width, 0.5 * height);
       engine_->Compute(frame, roi);
+      if (tells_of_failures_ && std::isnan(engine_->x)) {
+        ExpectFailure({engine_->flux, engine_->x, engine_->y});
+        continue;
+      }
       EXPECT_TRUE(std::isfinite(engine_->flux)) << width << " x " << height;
       EXPECT_TRUE(std::isfinite(engine_->x)) << width << " x " << height;
       EXPECT_TRUE(std::isfinite(engine_->y)) << width << " x " << height;
@@ -245,7 +262,7 @@ TEST_P(EveryEngine, TheBrightestPixelsThereAreDoNotOverflow) {
   std::ranges::fill(frame, std::uint16_t{0x8000});
   engine_->Compute(frame, Roi(0, kWidth, 0, kHeight, kWidth, kHeight, 44.5, 34.5));
   EXPECT_LE(engine_->flux, 0.0);
-  EXPECT_EQ(engine_->x, 0.0);
+  EXPECT_TRUE(tells_of_failures_ ? std::isnan(engine_->x) : engine_->x == 0.0) << engine_->x;
 }
 
 using EveryEngineDeathTest = EveryEngine;

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <gsl/span>
+#include <memory>
+#include <optional>
+
+#include "centroiders/pixel_reading.hpp"
+#include "defs/export.hpp"
+#include "quen_image_processing/centroiding/centroiding.hpp"
+
+namespace quen::centroiders {
+
+/// What is taken for the background of a region.
+enum class BackgroundEstimate {
+  kNone,          ///< 0
+  kBorderMean,    ///< the mean light of the region's outermost pixels
+  kBorderMedian,  ///< their median
+  kQuantile,      ///< a quantile of the light of all its pixels
+};
+
+struct LightConfig {
+  PixelReading reading = {};
+  BackgroundEstimate background = BackgroundEstimate::kNone;
+  double quantile = 0.25;  ///< for kQuantile: 0 is the dimmest pixel, 1 the brightest
+};
+
+/// Puts a region's light in the place of its counts, and has another engine measure that:
+///
+///     pixel = round(light − background),    light as pixel_reading.hpp says.
+///
+/// The engine sees a small frame that is the region. Pixels that do not count do not make the background. A bad one has
+/// the mean light of its neighbours that are not bad; a saturated one keeps its own, which is too little, and less
+/// would be worse. A median or a quantile of an even number of pixels is the lower one of the two in question.
+///
+/// Pixels are 16-bit numbers. Where those of a region do not fit, all of them are halved before they are rounded, as
+/// often as it takes, and the engine's own thresholds are for what is left; the flux is made up for it.
+///
+/// Compute allocates nothing but for the first region of more than 16 384 pixels, columns counted in whole eights, and
+/// later ones that are larger still, and throws what the engine throws.
+class QUEN_EXPORT LightEngine : public image_processing::Centroiding<std::uint16_t> {
+ public:
+  using Engine = image_processing::Centroiding<std::uint16_t>;
+
+  /// @param engine  that measures; there must be one
+  /// @throws std::invalid_argument  a value out of its range, or maps of different sizes
+  LightEngine(const LightConfig& config, std::unique_ptr<Engine> engine);
+  ~LightEngine() override;
+  LightEngine(LightEngine&&) noexcept;
+  LightEngine& operator=(LightEngine&&) noexcept;
+  LightEngine(const LightEngine&) = delete;
+  LightEngine& operator=(const LightEngine&) = delete;
+
+  void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override;
+
+ private:
+  class Light;
+  std::unique_ptr<Light> light_;
+  std::unique_ptr<Engine> engine_;
+};
+
+}  // namespace quen::centroiders

@@ -1,0 +1,173 @@
+#include "centroiders/maximum_likelihood_fit.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <optional>
+
+#include "centroiders/src/checks.hpp"
+#include "centroiders/src/pixel_reader.hpp"
+#include "centroiders/src/scoring_step.hpp"
+#include "centroiders/src/smoothed_maximum.hpp"
+#include "centroiders/src/spot_moments.hpp"
+
+namespace quen::centroiders {
+namespace {
+
+MaximumLikelihoodConfig Checked(const MaximumLikelihoodConfig& config) {
+  RequireAboveZero("MaximumLikelihoodFit: gain", config.gain, 1e6);
+  RequireInRange("MaximumLikelihoodFit: read_noise", config.read_noise, 0.0, 1e6);
+  RequireInRange("MaximumLikelihoodFit: fwhm", config.fwhm, 1.0, 100.0);
+  RequireInRange("MaximumLikelihoodFit: background", config.background, 0.0, 1e9);
+  RequireInRange("MaximumLikelihoodFit: steps", config.steps, 2.0, 1000.0);
+  RequireInRange("MaximumLikelihoodFit: tolerance", config.tolerance, 1e-9, 1.0);
+  RequireInRange("MaximumLikelihoodFit: significance", config.significance, 0.0, 1000.0);
+  return config;
+}
+
+constexpr double kOutside = 0.5;  // how far a centre may be from the centres of the outermost pixels
+
+/// The change of the centre d by the coefficients of g·u and g·v, which are a · P · d.
+Point ChangeOfCentre(const double* c, double height, const Precision& p) {
+  return p.Solve({c[0] / height, c[1] / height});
+}
+
+/// The change of P by the coefficients of g·u², g·u·v and g·v², or by that of g·(u² + v²): they are −a · dP_xx / 2,
+/// −a · dP_xy and −a · dP_yy / 2.
+Precision ChangeOfShape(const double* c, double height, SpotShape shape) {
+  if (shape == SpotShape::kGiven) return {0.0, 0.0, 0.0};
+  if (shape == SpotShape::kRound) return {-2.0 * c[0] / height, 0.0, -2.0 * c[0] / height};
+  return {-2.0 * c[0] / height, -c[1] / height, -2.0 * c[2] / height};
+}
+
+/// The root of the sum of the squared eigenvalues of P⁻¹ · dP.
+double RelativeSize(const Precision& change, const Precision& p) {
+  const Point first = p.Solve({change.xx, change.xy});
+  const Point second = p.Solve({change.xy, change.yy});
+  return std::sqrt(first.x * first.x + 2.0 * first.y * second.x + second.y * second.y);
+}
+
+/// No farther than kOutside allows.
+void MoveCentre(Point change, const Patch& patch, SpotModel& model) {
+  const auto moved = [](double to, std::size_t size) {
+    return std::clamp(to, -kOutside, static_cast<double>(size - 1) + kOutside);
+  };
+  model.centre.x = moved(model.centre.x + change.x, patch.width);
+  model.centre.y = moved(model.centre.y + change.y, patch.height);
+}
+
+bool IsPossible(const Precision& p, const Patch& patch) {
+  constexpr double kNarrowest = 0.3;  // deviation, pixels
+  const auto widest = static_cast<double>(std::max(patch.width, patch.height));
+  return p.LargestEigenvalue() <= 1.0 / (kNarrowest * kNarrowest) && p.LeastEigenvalue() >= 1.0 / (widest * widest);
+}
+
+}  // namespace
+
+/// The engine's parts. All light is in counts, in which the variance of a pixel is gain · (μ + noise).
+class MaximumLikelihoodFit::Fit {
+ public:
+  explicit Fit(const MaximumLikelihoodConfig& config)
+      : reader_("MaximumLikelihoodFit", config.reading),
+        config_(Checked(config)),
+        noise_(config_.gain * config_.read_noise * config_.read_noise + 1.0 / (12.0 * config_.gain)),
+        terms_(config_.shape, config_.background_model) {
+    config_.reading = {};  // which the reader has
+  }
+
+  /// What is expected of the region after the last step; nothing where the fit fails.
+  std::optional<SpotModel> Measure(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
+    constexpr std::size_t kFewest = 3;     // columns or rows
+    constexpr double kEqualWeights = 1.0;  // as are those of any noise where no spot is expected yet
+    reader_.Read(frame, roi, patch_);
+    if (std::min(patch_.width, patch_.height) < kFewest) return std::nullopt;
+    SpotModel model = Start();
+    if (!TakeStep(kEqualWeights, model)) return std::nullopt;
+    for (int step = 1; step < config_.steps; ++step) {
+      const std::optional<Step> taken = TakeStep(noise_, model);
+      if (!taken) return std::nullopt;
+      if (!(taken->length <= config_.tolerance)) continue;
+      if (model.height < config_.significance * taken->height_error) return std::nullopt;
+      return model;
+    }
+    return std::nullopt;
+  }
+
+ private:
+  struct Step {
+    double length;        ///< by which it would move the centre or a deviation, without limits; pixels
+    double height_error;  ///< standard error of the height
+  };
+
+  SpotModel Start() {
+    const double sigma = config_.fwhm / kFwhmPerSigma;
+    const auto side = 2 * static_cast<std::size_t>(std::lround(sigma)) + 1;
+    const bool is_sloping = config_.background_model == SpotBackground::kSlope;
+    SpotModel model{};
+    model.centre = start_.Find(common::simd::Best(), patch_, side, is_sloping);
+    model.p = {1.0 / (sigma * sigma), 0.0, 1.0 / (sigma * sigma)};
+    if (config_.background_model == SpotBackground::kGiven) model.background = config_.gain * config_.background;
+    return model;
+  }
+
+  /// @return  nothing where the pixels do not tell what step to take, and where it ends at what is no spot
+  std::optional<Step> TakeStep(double noise, SpotModel& model) const {
+    constexpr double kMostOfShape = 0.5;  // of the eigenvalues of P
+    const std::optional<Coefficients> solution =
+        Solve(SumSpotMoments(common::simd::Best(), patch_, model, noise, terms_.SumsNeeded()), terms_);
+    if (!solution) return std::nullopt;
+    const double* const c = solution->of.data();
+    const double* const of_background = c + terms_.FirstOfBackground();
+    const double height = model.height > 0.0 ? model.height : c[terms_.Height()];
+    if (!(height > 0.0)) return std::nullopt;
+    const Point move = ChangeOfCentre(c, height, model.p);
+    const Precision reshape = ChangeOfShape(c + 2, height, config_.shape);
+    const double size = RelativeSize(reshape, model.p);
+    const double part = size > kMostOfShape ? kMostOfShape / size : 1.0;
+    const double length = std::max({std::abs(move.x), std::abs(move.y), 0.5 * size * model.p.LargestDeviation()});
+
+    MoveCentre({part * move.x, part * move.y}, patch_, model);
+    model.height += part * c[terms_.Height()];
+    model.p.xx += part * reshape.xx;
+    model.p.xy += part * reshape.xy;
+    model.p.yy += part * reshape.yy;
+    if (config_.background_model != SpotBackground::kGiven) model.background += part * of_background[0];
+    if (config_.background_model == SpotBackground::kSlope) {
+      model.slope_x += part * of_background[1];
+      model.slope_y += part * of_background[2];
+    }
+    if (!(model.height > 0.0)) return std::nullopt;
+    if (!IsPossible(model.p, patch_)) return std::nullopt;
+    return Step{length, std::sqrt(config_.gain * solution->height_variance)};
+  }
+
+  PixelReader reader_;
+  MaximumLikelihoodConfig config_;
+  double noise_;
+  Terms terms_;
+  Patch patch_;
+  SmoothedMaximum start_;
+};
+
+MaximumLikelihoodFit::MaximumLikelihoodFit(const MaximumLikelihoodConfig& config)
+    : fit_(std::make_unique<Fit>(config)) {}
+MaximumLikelihoodFit::MaximumLikelihoodFit(MaximumLikelihoodFit&&) noexcept = default;
+MaximumLikelihoodFit& MaximumLikelihoodFit::operator=(MaximumLikelihoodFit&&) noexcept = default;
+MaximumLikelihoodFit::~MaximumLikelihoodFit() = default;
+
+void MaximumLikelihoodFit::Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
+  flux = x = y = 0.0;
+  if (PixelsOf(frame, roi).IsEmpty()) return;
+  const std::optional<SpotModel> spot = fit_->Measure(frame, roi);
+  if (!spot) {
+    x = y = std::numeric_limits<double>::quiet_NaN();
+    return;
+  }
+  const Point reference = ReferenceOf(roi);
+  flux = 2.0 * std::numbers::pi * spot->height / std::sqrt(spot->p.Determinant());
+  x = spot->centre.x - reference.x;
+  y = spot->centre.y - reference.y;
+}
+
+}  // namespace quen::centroiders

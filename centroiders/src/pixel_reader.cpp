@@ -1,0 +1,141 @@
+#include "centroiders/src/pixel_reader.hpp"
+
+#include <algorithm>
+#include <gsl/assert>
+#include <limits>
+#include <utility>
+
+#include "centroiders/src/block.hpp"
+#include "centroiders/src/checks.hpp"
+
+namespace quen::centroiders {
+namespace {
+
+void RequireMapInRange(const std::string& field, const std::vector<double>& map, double lowest, double highest) {
+  for (std::size_t k = 0; k < map.size(); ++k) {
+    if (map[k] >= lowest && map[k] <= highest) continue;
+    RequireInRange(field + "[" + std::to_string(k) + "]", map[k], lowest, highest);
+  }
+}
+
+/// A map and its name.
+struct SizeOfMap {
+  const char* name;
+  std::size_t size;
+};
+
+/// @throws std::invalid_argument  neither is empty, and their sizes differ
+void RequireSameSize(const std::string& engine, const SizeOfMap& first, const SizeOfMap& second) {
+  if (first.size == 0 || second.size == 0 || first.size == second.size) return;
+  throw std::invalid_argument(engine + ": " + second.name + " must have " + std::to_string(first.size) +
+                              " elements as " + first.name + " has, found " + std::to_string(second.size));
+}
+
+std::size_t WholeBlocks(std::size_t width) { return (width + kBlock - 1) / kBlock * kBlock; }
+
+constexpr double kLeastResponse = 0.001;
+constexpr double kBad = -1.0;  // response of a bad pixel, until it is mended
+
+/// The mean light of the pixels around (x, y) that are not bad; 0 where there is none.
+double MeanAround(const Patch& patch, std::size_t x, std::size_t y) {
+  double sum = 0.0;
+  double number = 0.0;
+  for (std::size_t row = y - std::min<std::size_t>(y, 1); row < std::min(y + 2, patch.height); ++row) {
+    for (std::size_t column = x - std::min<std::size_t>(x, 1); column < std::min(x + 2, patch.width); ++column) {
+      const std::size_t k = column + patch.stride * row;
+      if (patch.response[k] == kBad) continue;
+      sum += patch.light[k];
+      number += 1.0;
+    }
+  }
+  return number > 0.0 ? sum / number : 0.0;
+}
+
+void Mend(Patch& patch) {
+  for (std::size_t y = 0; y < patch.height; ++y) {
+    for (std::size_t x = 0; x < patch.width; ++x) {
+      const std::size_t k = x + patch.stride * y;
+      if (patch.response[k] == kBad) patch.light[k] = MeanAround(patch, x, y);
+    }
+  }
+  std::ranges::replace(patch.response, kBad, 0.0);
+}
+
+}  // namespace
+
+Patch::Patch() {
+  light.reserve(kUsualPixels);
+  response.reserve(kUsualPixels);
+}
+
+void Patch::Resize(std::size_t new_width, std::size_t new_height) {
+  width = new_width;
+  height = new_height;
+  stride = WholeBlocks(width);
+  light.resize(stride * height);
+  response.resize(stride * height);
+}
+
+PixelReader::PixelReader(const std::string& engine, PixelReading reading)
+    : reading_(std::move(reading)), ceiling_(reading_.ceiling.value_or(std::numeric_limits<double>::infinity())) {
+  RequireInRange(engine + ": pedestal", reading_.pedestal, -65535.0, 65535.0);
+  if (reading_.ceiling) RequireInRange(engine + ": ceiling", *reading_.ceiling, -32768.0, 65535.0);
+  RequireMapInRange(engine + ": dark_map", reading_.dark_map, -65535.0, 65535.0);
+  RequireMapInRange(engine + ": flat_map", reading_.flat_map, 0.0, 1000.0);
+  const SizeOfMap dark = {"dark_map", reading_.dark_map.size()};
+  const SizeOfMap flat = {"flat_map", reading_.flat_map.size()};
+  const SizeOfMap bad = {"bad_pixels", reading_.bad_pixels.size()};
+  RequireSameSize(engine, dark, flat);
+  RequireSameSize(engine, dark, bad);
+  RequireSameSize(engine, flat, bad);
+  if (flat.size > 0) reading_.bad_pixels.resize(flat.size);
+  for (std::size_t k = 0; k < flat.size; ++k) {
+    if (reading_.flat_map[k] >= kLeastResponse) continue;
+    reading_.bad_pixels[k] = 1;
+    reading_.flat_map[k] = 1.0;  // which may divide
+  }
+}
+
+void PixelReader::ReadRow(const Pixels& pixels, std::size_t y, std::size_t first, double* light,
+                          double* response) const {
+  const std::int16_t* row = pixels.Row(y);
+  const bool is_signed = reading_.sign == PixelSign::kSigned;
+  for (std::size_t x = 0; x < pixels.width; ++x) {
+    const double count = is_signed ? row[x] : static_cast<std::uint16_t>(row[x]);
+    light[x] = count - reading_.pedestal;
+    response[x] = count < ceiling_ ? 1.0 : 0.0;
+  }
+  if (!reading_.dark_map.empty()) {
+    for (std::size_t x = 0; x < pixels.width; ++x) light[x] -= reading_.dark_map[first + x];
+  }
+  if (!reading_.flat_map.empty()) {
+    for (std::size_t x = 0; x < pixels.width; ++x) {
+      light[x] /= reading_.flat_map[first + x];
+      response[x] *= reading_.flat_map[first + x];
+    }
+  }
+  if (!reading_.bad_pixels.empty()) {
+    for (std::size_t x = 0; x < pixels.width; ++x)
+      response[x] = reading_.bad_pixels[first + x] != 0 ? kBad : response[x];
+  }
+}
+
+/// In the padding there is no light, and nothing that counts.
+void PixelReader::Read(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi, Patch& patch) const {
+  const Pixels pixels = PixelsOf(frame, roi);
+  for (const std::size_t size : {reading_.dark_map.size(), reading_.flat_map.size(), reading_.bad_pixels.size()}) {
+    Expects(size == 0 || size == frame.size());
+  }
+  patch.Resize(pixels.width, pixels.height);
+  for (std::size_t y = 0; y < pixels.height; ++y) {
+    const std::size_t first = roi.x_low + pixels.stride * (roi.y_low + y);
+    double* light = patch.light.data() + y * patch.stride;
+    double* response = patch.response.data() + y * patch.stride;
+    ReadRow(pixels, y, first, light, response);
+    std::fill(light + pixels.width, light + patch.stride, 0.0);
+    std::fill(response + pixels.width, response + patch.stride, 0.0);
+  }
+  if (!reading_.bad_pixels.empty()) Mend(patch);
+}
+
+}  // namespace quen::centroiders

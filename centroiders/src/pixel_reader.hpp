@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <gsl/span>
+#include <string>
+#include <vector>
+
+#include "centroiders/pixel_reading.hpp"
+#include "centroiders/src/pixels.hpp"
+
+namespace quen::centroiders {
+
+/// A region's light, row by row. Rows are padded to whole blocks with pixels that do not count.
+struct Patch {
+  static constexpr std::size_t kUsualPixels = 16384;  ///< room for as many is made beforehand
+
+  Patch();
+  void Resize(std::size_t new_width, std::size_t new_height);
+
+  std::size_t width = 0;
+  std::size_t height = 0;
+  std::size_t stride = 0;        ///< from row to row
+  std::vector<double> light;     ///< counts
+  std::vector<double> response;  ///< that of the flat map; 0 where the pixel does not count
+};
+
+/// Reads regions as a PixelReading says.
+class PixelReader {
+ public:
+  /// @param engine  whose configuration the reading is part of
+  /// @throws std::invalid_argument  a value out of its range, or maps of different sizes
+  PixelReader(const std::string& engine, PixelReading reading);
+
+  /// Bad pixels get the mean of their neighbours that count, or that are saturated; 0 where there are none. Saturated
+  /// ones keep their light, which is the least that it can be.
+  void Read(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi, Patch& patch) const;
+
+ private:
+  void ReadRow(const Pixels& pixels, std::size_t y, std::size_t first, double* light, double* response) const;
+
+  PixelReading reading_;  ///< whose bad pixels are also those without response
+  double ceiling_;
+};
+
+}  // namespace quen::centroiders

@@ -1,0 +1,350 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+#include "centroiders/src/pixel_reader.hpp"
+#include "centroiders/src/scoring_step.hpp"
+#include "centroiders/src/smoothed_maximum.hpp"
+#include "centroiders/src/spot_moments.hpp"
+
+// What the fit is made of: how pixels are read, where it starts, and the sums of its steps, at every level.
+
+namespace {
+
+using quen::centroiders::Extent;
+using quen::centroiders::PixelReader;
+using quen::centroiders::PixelReading;
+using quen::centroiders::PixelSign;
+using quen::centroiders::SmoothedMaximum;
+using quen::centroiders::SpotBackground;
+using quen::centroiders::SpotModel;
+using quen::centroiders::SpotMoments;
+using quen::centroiders::SpotShape;
+using quen::centroiders::Terms;
+using quen::common::simd::IsAvailable;
+using quen::common::simd::kLevels;
+using quen::common::simd::Level;
+using quen::image_processing::Roi;
+using LightPatch = quen::centroiders::Patch;
+
+// --- Reading
+
+/// A frame of 6 columns and 5 rows, of which a region of 3 columns and 3 rows is read.
+class Reading : public ::testing::Test {
+ protected:
+  static constexpr std::uint16_t kWide = 6;
+  static constexpr std::uint16_t kHigh = 5;
+
+  std::uint16_t& Count(std::size_t column, std::size_t row) { return frame_[column + kWide * row]; }
+
+  void Read(const PixelReading& reading) {
+    PixelReader("Engine", reading).Read(frame_, Roi(2, 5, 1, 4, kWide, kHigh, 3, 2), patch_);
+  }
+  /// By the frame's columns and rows.
+  double Light(std::size_t column, std::size_t row) { return patch_.light[column - 2 + patch_.stride * (row - 1)]; }
+  double Response(std::size_t column, std::size_t row) {
+    return patch_.response[column - 2 + patch_.stride * (row - 1)];
+  }
+
+  std::vector<std::uint16_t> frame_ = std::vector<std::uint16_t>(std::size_t{kWide} * kHigh, 100);
+  LightPatch patch_;
+};
+
+TEST_F(Reading, CountsAreSignedUnlessToldOtherwise) {
+  Count(3, 2) = 65'535;
+  Read({});
+  EXPECT_EQ(Light(3, 2), -1.0);
+  EXPECT_EQ(Light(2, 1), 100.0);
+  EXPECT_EQ(Response(3, 2), 1.0);
+  Read({.sign = PixelSign::kUnsigned});
+  EXPECT_EQ(Light(3, 2), 65'535.0);
+}
+
+TEST_F(Reading, LightIsWhatIsAbovePedestalAndDarkMapOverTheResponse) {
+  PixelReading reading = {.pedestal = 10.0};
+  reading.dark_map.resize(frame_.size(), 5.0);
+  reading.flat_map.resize(frame_.size(), 1.0);
+  reading.dark_map[4 + kWide * 3] = 30.0;
+  reading.flat_map[4 + kWide * 3] = 0.5;
+  Read(reading);
+  EXPECT_EQ(Light(2, 1), 85.0);
+  EXPECT_EQ(Light(4, 3), 120.0);
+  EXPECT_EQ(Response(4, 3), 0.5);
+}
+
+TEST_F(Reading, SaturatedPixelsKeepTheirLightAndDoNotCount) {
+  Count(3, 2) = 200;
+  Count(4, 2) = 199;
+  Read({.ceiling = 200.0});
+  EXPECT_EQ(Response(3, 2), 0.0);
+  EXPECT_EQ(Light(3, 2), 200.0);
+  EXPECT_EQ(Response(4, 2), 1.0);
+}
+
+TEST_F(Reading, BadPixelsAreTheMeanOfTheirGoodNeighboursInTheRegion) {
+  PixelReading reading;
+  reading.bad_pixels.resize(frame_.size());
+  reading.flat_map.resize(frame_.size(), 1.0);
+  reading.bad_pixels[2 + kWide * 1] = 3;
+  reading.flat_map[3 + kWide * 1] = 0.0009;  // as good as none
+  Count(1, 1) = Count(2, 0) = 9000;          // beside the region
+  Count(2, 1) = Count(3, 1) = 7000;          // the bad ones
+  Count(2, 2) = 40;
+  Count(3, 2) = 80;
+  Read(reading);
+  EXPECT_EQ(Light(2, 1), 60.0);
+  EXPECT_EQ(Response(2, 1), 0.0);
+  EXPECT_EQ(Light(3, 1), (100.0 + 40.0 + 80.0 + 100.0) / 4.0);
+  EXPECT_EQ(Response(3, 1), 0.0);
+  EXPECT_EQ(Response(2, 2), 1.0);
+}
+
+TEST_F(Reading, BadPixelsWithoutGoodNeighboursAreDark) {
+  Read({.bad_pixels = std::vector<std::uint8_t>(frame_.size(), 1)});
+  EXPECT_EQ(Light(3, 2), 0.0);
+  EXPECT_EQ(Response(3, 2), 0.0);
+}
+
+TEST_F(Reading, PixelsWithoutResponseAreBadWithoutAMapOfThose) {
+  PixelReading reading;
+  reading.flat_map.resize(frame_.size(), 1.0);
+  reading.flat_map[3 + kWide * 2] = 0.0;
+  Read(reading);
+  EXPECT_EQ(Response(3, 2), 0.0);
+  EXPECT_EQ(Light(3, 2), 100.0);
+  EXPECT_EQ(Response(2, 2), 1.0);
+}
+
+TEST_F(Reading, NothingCountsBeyondTheColumns) {
+  PixelReader("Engine", {}).Read(frame_, Roi(0, kWide, 0, kHigh, kWide, kHigh, 3, 2), patch_);
+  Read({});
+  for (std::size_t y = 0; y < patch_.height; ++y) {
+    for (std::size_t x = patch_.width; x < patch_.stride; ++x) {
+      EXPECT_EQ(patch_.response[x + patch_.stride * y], 0.0);
+      EXPECT_EQ(patch_.light[x + patch_.stride * y], 0.0);
+    }
+  }
+}
+
+// --- Sums
+
+class SumsOfTheFit : public ::testing::TestWithParam<Level> {
+ protected:
+  void SetUp() override {
+    if (!IsAvailable(GetParam())) GTEST_SKIP() << "not on this processor";
+  }
+};
+INSTANTIATE_TEST_SUITE_P(Levels, SumsOfTheFit, ::testing::ValuesIn(kLevels),
+                         [](const auto& level) { return Name(level.param); });
+
+LightPatch RandomPatch(std::size_t width, std::size_t height, std::mt19937& random) {
+  std::uniform_real_distribution<double> light(-20.0, 3000.0);
+  std::uniform_real_distribution<double> response(0.5, 1.5);
+  LightPatch patch;
+  patch.Resize(width, height);
+  std::ranges::fill(patch.light, 0.0);
+  std::ranges::fill(patch.response, 0.0);
+  for (std::size_t y = 0; y < height; ++y) {
+    for (std::size_t x = 0; x < width; ++x) {
+      patch.light[x + patch.stride * y] = light(random);
+      patch.response[x + patch.stride * y] = random() % 9 == 0 ? 0.0 : response(random);
+    }
+  }
+  return patch;
+}
+
+struct ModelAndExtent {
+  SpotModel model;
+  Extent extent;
+};
+
+std::vector<ModelAndExtent> ModelsOfAllForms(std::size_t width, std::size_t height) {
+  std::vector<ModelAndExtent> all;
+  for (const std::size_t spot : {1U, 2U}) {
+    for (const std::size_t background : {0U, 1U}) {
+      for (const bool is_oval : {false, true}) {
+        if (is_oval && spot == 1) continue;
+        SpotModel model{};
+        model.centre = {0.45 * static_cast<double>(width), 0.6 * static_cast<double>(height)};
+        model.p = {0.3, is_oval ? -0.11 : 0.0, is_oval ? 0.2 : 0.3};
+        model.height = 900.0;
+        model.background = -3.0;  // where the spot ends, no variance but that of the noise
+        model.slope_x = background == 1 ? 0.7 : 0.0;
+        model.slope_y = background == 1 ? -0.4 : 0.0;
+        all.push_back({model, {spot, background, is_oval}});
+      }
+    }
+  }
+  return all;
+}
+
+constexpr double kNoise = 7.0;
+
+/// The formula.
+double SumOf(const LightPatch& patch, const SpotModel& m, int n, std::size_t j, std::size_t k, bool of_residuals) {
+  double sum = 0.0;
+  for (std::size_t row = 0; row < patch.height; ++row) {
+    for (std::size_t column = 0; column < patch.width; ++column) {
+      const double u = static_cast<double>(column) - m.centre.x;
+      const double v = static_cast<double>(row) - m.centre.y;
+      const double g = std::exp(-0.5 * (m.p.xx * u * u + 2.0 * m.p.xy * u * v + m.p.yy * v * v));
+      const double mu = m.background + m.slope_x * u + m.slope_y * v + m.height * g;
+      const std::size_t pixel = column + patch.stride * row;
+      const double w = patch.response[pixel] / (std::max(mu, 0.0) + kNoise);
+      const double function = std::pow(g, n) * std::pow(u, j) * std::pow(v, k);
+      sum += w * (of_residuals ? patch.light[pixel] - mu : 1.0) * function;
+    }
+  }
+  return sum;
+}
+
+TEST_P(SumsOfTheFit, AreTheFormulas) {
+  constexpr double kRelative = 1e-10;  // of sums whose terms have both signs
+  std::mt19937 random(2);
+  for (const auto& [width, height] : {std::pair(24, 24), std::pair(3, 17), std::pair(70, 5), std::pair(9, 66)}) {
+    const LightPatch patch = RandomPatch(static_cast<std::size_t>(width), static_cast<std::size_t>(height), random);
+    for (const auto& [model, extent] : ModelsOfAllForms(patch.width, patch.height)) {
+      const SpotMoments sums = SumSpotMoments(GetParam(), patch, model, kNoise, extent);
+      const auto powers = [&, degrees = std::array{extent.background_degree, extent.spot_degree}](
+                              std::size_t a, std::size_t b) { return degrees.at(a) + degrees.at(b); };
+      const auto expect = [&](double found, int n, std::size_t j, std::size_t k, bool of_residuals) {
+        const double expected = SumOf(patch, model, n, j, k, of_residuals);
+        const double terms = SumOf(patch, model, n, 2 * ((j + 1) / 2), 2 * ((k + 1) / 2), false);
+        EXPECT_NEAR(found, expected, kRelative * (std::abs(expected) + 3000.0 * terms)) << n << ' ' << j << ' ' << k;
+      };
+      for (const auto& [n, degree] :
+           {std::pair(0U, powers(0, 0)), std::pair(1U, powers(0, 1)), std::pair(2U, powers(1, 1))}) {
+        for (std::size_t j = 0; j <= degree; ++j) {
+          for (std::size_t k = 0; j + k <= degree; ++k) {
+            expect(sums.information.at(n).at(j).at(k), static_cast<int>(n), j, k, false);
+          }
+        }
+      }
+      for (const auto& [n, degree] : {std::pair(0U, extent.background_degree), std::pair(1U, extent.spot_degree)}) {
+        for (std::size_t j = 0; j <= degree; ++j) {
+          for (std::size_t k = 0; j + k <= degree; ++k) {
+            expect(sums.score.at(n).at(j).at(k), static_cast<int>(n), j, k, true);
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST_P(SumsOfTheFit, AreThePlainOnes) {
+  std::mt19937 random(3);
+  for (const std::size_t width : {3U, 4U, 7U, 8U, 9U, 15U, 16U, 24U, 33U, 63U, 64U, 65U, 129U}) {
+    for (const std::size_t height : {3U, 8U, 24U, 63U, 64U, 65U}) {
+      const LightPatch patch = RandomPatch(width, height, random);
+      for (const auto& [model, extent] : ModelsOfAllForms(width, height)) {
+        const SpotMoments fast = SumSpotMoments(GetParam(), patch, model, kNoise, extent);
+        const SpotMoments plain = SumSpotMoments(Level::kPlain, patch, model, kNoise, extent);
+        EXPECT_EQ(fast.information, plain.information) << width << " x " << height;
+        EXPECT_EQ(fast.score, plain.score) << width << " x " << height;
+      }
+    }
+  }
+}
+
+TEST(StepOfTheFit, NeedsAsManyPixelsAsTerms) {
+  // Two for the centre, one for the background and one for the height.
+  const Terms terms(SpotShape::kGiven, SpotBackground::kConstant);
+  LightPatch patch;
+  patch.Resize(8, 8);
+  SpotModel model{};
+  model.centre = {3.3, 3.6};
+  model.p = {0.25, 0.0, 0.25};
+  for (std::size_t pixels = 0; pixels <= 4; ++pixels) {
+    EXPECT_EQ(Solve(SumSpotMoments(Level::kPlain, patch, model, 1.0, terms.SumsNeeded()), terms).has_value(),
+              pixels == 4)
+        << pixels;
+    constexpr std::array<std::size_t, 5> kPlaces = {18, 29, 35, 53, 0};
+    patch.response[kPlaces.at(pixels)] = 1.0;
+  }
+}
+
+// --- The start
+
+/// What the search is to find, pixel by pixel; column by column, where several are equal.
+quen::centroiders::Point LargestSquare(const LightPatch& patch, std::size_t side) {
+  side = std::min(side, (std::min(patch.width, patch.height) - 3) / 2 * 2 + 1);
+  const auto at = [&](std::size_t x, std::size_t y) { return patch.light[x + patch.stride * y]; };
+  const auto capped = [&](std::size_t x, std::size_t y) {
+    double most = -1e300;
+    for (std::size_t v = y - 1; v <= y + 1; ++v) {
+      for (std::size_t u = x - 1; u <= x + 1; ++u) {
+        if (u != x || v != y) most = std::max(most, at(u, v));
+      }
+    }
+    return std::min(at(x, y), most);
+  };
+  double largest = -1e300;
+  quen::centroiders::Point found{};
+  for (std::size_t x = 1; x + side < patch.width; ++x) {
+    for (std::size_t y = 1; y + side < patch.height; ++y) {
+      double sum = 0.0;
+      for (std::size_t v = 0; v < side; ++v) {
+        for (std::size_t u = 0; u < side; ++u) sum += capped(x + u, y + v);
+      }
+      if (sum <= largest) continue;
+      largest = sum;
+      found = {static_cast<double>(x + side / 2), static_cast<double>(y + side / 2)};
+    }
+  }
+  return found;
+}
+
+TEST_P(SumsOfTheFit, TheStartIsTheMiddleOfTheLargestSquare) {
+  std::mt19937 random(4);
+  SmoothedMaximum start;
+  for (const std::size_t width : {3U, 4U, 5U, 8U, 9U, 24U, 33U}) {
+    for (const std::size_t height : {3U, 4U, 7U, 24U, 70U}) {
+      for (const std::size_t side : {1U, 3U, 5U, 85U}) {
+        const LightPatch patch = RandomPatch(width, height, random);
+        const quen::centroiders::Point expected = LargestSquare(patch, side);
+        const quen::centroiders::Point found = start.Find(GetParam(), patch, side, false);
+        EXPECT_EQ(found.x, expected.x) << width << " x " << height << ", " << side;
+        EXPECT_EQ(found.y, expected.y) << width << " x " << height << ", " << side;
+      }
+    }
+  }
+}
+
+LightPatch PatchWithASpot(double x, double y) {
+  LightPatch patch;
+  patch.Resize(24, 24);
+  for (std::size_t row = 0; row < 24; ++row) {
+    for (std::size_t column = 0; column < 24; ++column) {
+      const double u = static_cast<double>(column) - x;
+      const double v = static_cast<double>(row) - y;
+      patch.light[column + 24 * row] = 100.0 * std::exp(-0.125 * (u * u + v * v));
+    }
+  }
+  return patch;
+}
+
+TEST_P(SumsOfTheFit, NoSinglePixelDrawsTheStartAway) {
+  SmoothedMaximum start;
+  for (std::size_t pixel = 0; pixel < std::size_t{24} * 24; ++pixel) {
+    LightPatch patch = PatchWithASpot(9.0, 13.0);
+    patch.light[pixel] = 1e6;
+    const quen::centroiders::Point found = start.Find(GetParam(), patch, 5, false);
+    EXPECT_NEAR(found.x, 9.0, 1.0) << pixel;
+    EXPECT_NEAR(found.y, 13.0, 1.0) << pixel;
+  }
+}
+
+TEST_P(SumsOfTheFit, NoSlopeDrawsALevelledStartAway) {
+  LightPatch patch = PatchWithASpot(9.0, 13.0);
+  for (std::size_t k = 0; k < patch.light.size(); ++k) {
+    patch.light[k] += 20.0 * static_cast<double>(k % 24) - 30.0 * static_cast<double>(k / 24);
+  }
+  SmoothedMaximum start;
+  EXPECT_EQ(start.Find(GetParam(), patch, 5, true).x, 9.0);
+  EXPECT_EQ(start.Find(GetParam(), patch, 5, true).y, 13.0);
+  EXPECT_GT(start.Find(GetParam(), patch, 5, false).x, 15.0);
+}
+
+}  // namespace
