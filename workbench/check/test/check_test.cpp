@@ -15,6 +15,7 @@
 #include "testing/environment.hpp"
 #include "testing/exceptions.hpp"
 #include "testing/process.hpp"
+#include "workbench/check/src/check_inverse.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/poke.hpp"
@@ -224,6 +225,17 @@ TEST(Check, NamesExchangedBlocks) {
               {{"M2S layout", "x and y blocks are exchanged"}, {"CM layout", "x and y blocks are exchanged"}});
 }
 
+TEST(Check, NamesPairsInPlaceOfBlocks) {
+  const auto pairs = [](std::size_t first, std::size_t second) {
+    quen::testing::Calibration calibration = Good();
+    calibration.m2s.values =
+        Rearranged(calibration.m2s.values, [=](std::size_t s) { return s / 2 + (s % 2 == 0 ? first : second); });
+    return calibration;
+  };
+  ExpectWrong(pairs(0, kHalf), {{"M2S layout", "its slopes stand in pairs (y, x) instead of in two blocks"}});
+  ExpectWrong(pairs(kHalf, 0), {{"M2S layout", "its slopes stand in pairs (x, y) instead of in two blocks"}});
+}
+
 TEST(Check, NamesAFlippedSign) {
   quen::testing::Calibration calibration = Good();
   calibration.m2s.values = XFlipped(calibration.m2s.values);
@@ -271,6 +283,42 @@ TEST(Check, NamesAGridWithRowsAndColumnsExchanged) {
     std::swap(exchanged.rois["x_" + std::string(column)], exchanged.rois["y_" + std::string(column)]);
   }
   ExpectWrong(exchanged, {{"M2S layout", name}, {"CM layout", name}});
+}
+
+TEST(Check, CountsModesUpInWords) {
+  using quen::workbench::ModeWords;
+  EXPECT_EQ(ModeWords({3}), "mode 3");
+  EXPECT_EQ(ModeWords({0, 1}), "modes 0 and 1");
+  EXPECT_EQ(ModeWords({1, 5, 7, 8, 9}), "modes 1, 5 and 7 to 9");
+  EXPECT_EQ(ModeWords({48, 49, 50, 51}), "modes 48 to 51");
+}
+
+/// A calibration whose M2S has another column, and the inverse of that for CM.
+quen::testing::Calibration WithMode(std::size_t mode,
+                                    const std::function<double(std::size_t slope, double was)>& slopes) {
+  quen::testing::Calibration calibration = Good();
+  for (std::size_t s = 0; s < kSlopes; ++s) {
+    double& value = calibration.m2s.values[mode + kModes * s];
+    value = slopes(s, value);
+  }
+  const Matrix cm =
+      quen::workbench::PseudoInverse(Eigen::Map<const Matrix>(calibration.m2s.values.data(), kSlopes, kModes));
+  calibration.cm.values.assign(cm.data(), cm.data() + cm.size());
+  return calibration;
+}
+
+TEST(Check, NamesAModeInAnotherLayoutThanTheOthers) {
+  ExpectWrong(WithMode(20, [](std::size_t s, double was) { return s < kHalf ? was : -was; }),
+              {{"M2S modes", "the slopes of mode 20 are smooth and no wavefront's"}});
+}
+
+TEST(Check, NamesANoisyModeAndHowNoisyItIs) {
+  std::mt19937 random(1);
+  std::normal_distribution<double> noise(0.0, 0.6);  // the slopes of mode 20 are 0.8 RMS along either axis
+  const Findings findings = Check(WithMode(20, [&](std::size_t, double was) { return was + noise(random); }));
+  ExpectFindings(findings, Verdict::kWrong, {});
+  ExpectFindings(findings, Verdict::kDoubtful, {{"M2S modes", " % of the slopes of mode 20 are noise, or"}});
+  EXPECT_NE(Told(findings).find("of the others' 0 %"), std::string::npos);
 }
 
 TEST(Check, RefusesSlopesOfNoWavefront) {

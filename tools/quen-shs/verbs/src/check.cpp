@@ -23,18 +23,6 @@ struct CheckArguments {
   bool json = false;
 };
 
-const char* Word(workbench::Verdict verdict) {
-  switch (verdict) {
-    case workbench::Verdict::kGood:
-      return "good";
-    case workbench::Verdict::kDoubtful:
-      return "doubtful";
-    case workbench::Verdict::kWrong:
-      break;
-  }
-  return "WRONG";
-}
-
 /// What keeps the examination from its beginning, as a finding: scripts get their JSON whatever happens.
 workbench::Finding Unreadable(const std::string& why) {
   return {workbench::Verdict::kWrong, "calibration", "calibration", why, "", {}};
@@ -42,16 +30,17 @@ workbench::Finding Unreadable(const std::string& why) {
 
 void AddFindings(const workbench::Findings& findings, Report& report) {
   Json list = Json::array();
-  for (const auto& [verdict, key, subject, text, advice, corrections] : findings) {
-    report.AddLine(fmt::format("{:<9} {:<14} {}", Word(verdict), subject, text));
-    if (!advice.empty()) report.AddLine(fmt::format("{:<9} {:<14} -> {}", "", "", advice));
+  for (const workbench::Finding& finding : findings) {
+    const char* const verdict = Word(finding.verdict);
+    report.AddLine(fmt::format("{:<9} {:<14} {}", verdict, finding.subject, finding.text));
+    if (!finding.advice.empty()) report.AddLine(fmt::format("{:<9} {:<14} -> {}", "", "", finding.advice));
     Json mistakes = Json::array();
-    for (const workbench::Correction& correction : corrections) mistakes.push_back(correction.mistake);
-    list.push_back({{"key", key},
-                    {"verdict", Word(verdict)},
-                    {"subject", subject},
-                    {"text", text},
-                    {"advice", advice},
+    for (const workbench::Correction& correction : finding.corrections) mistakes.push_back(correction.mistake);
+    list.push_back({{"key", finding.key},
+                    {"verdict", verdict},
+                    {"subject", finding.subject},
+                    {"text", finding.text},
+                    {"advice", finding.advice},
                     {"mistakes", mistakes}});
   }
   report.Add("findings", list);
