@@ -321,6 +321,24 @@ TEST(Check, NamesANoisyModeAndHowNoisyItIs) {
   EXPECT_NE(Told(findings).find("of the others' 0 %"), std::string::npos);
 }
 
+TEST(Check, NamesTheOrderOfModes) {
+  const auto with_rows_from = [](const std::function<std::size_t(std::size_t)>& from) {
+    quen::testing::Calibration calibration = Good();
+    const Values before = calibration.cm.values;
+    for (std::size_t mode = 0; mode < kModes; ++mode) {
+      const auto row = before.begin() + static_cast<std::ptrdiff_t>(kSlopes * from(mode));
+      std::copy_n(row, kSlopes, calibration.cm.values.begin() + static_cast<std::ptrdiff_t>(kSlopes * mode));
+    }
+    return calibration;
+  };
+  ExpectWrong(with_rows_from([](std::size_t mode) { return kModes - 1 - mode; }),
+              {{"CM * M2S", "the modes of one of the two are in reverse order"}});
+  ExpectWrong(with_rows_from([](std::size_t mode) { return (mode + 3) % kModes; }),
+              {{"CM * M2S", "the modes of one of the two are shifted by 3"}});
+  ExpectWrong(with_rows_from([](std::size_t mode) { return mode == 16 || mode == 17 ? 33 - mode : mode; }),
+              {{"CM * M2S", "the modes are not in the same order: row 16 of the control matrix gives back mode 17"}});
+}
+
 TEST(Check, RefusesSlopesOfNoWavefront) {
   quen::testing::Calibration calibration = Good();
   std::mt19937 random(1);
