@@ -416,6 +416,11 @@ TEST(Check, NamesAReferenceOutsideItsRegion) {
   calibration.rois["y_ref"][34] = 70.0;
   ExpectWrong(calibration, {{"references",
                              "that of sub-aperture 34 is at (59.5, 70), outside its columns 48 to 71, rows 36 to 59"}});
+  calibration.rois["y_ref"][34] = 47.5;
+  calibration.rois["x_ref"][34] = 90.0;
+  ExpectWrong(calibration, {{"references",
+                             "that of sub-aperture 34 is at (90, 47.5), outside its columns 48 to 71, rows 36 to 59"}});
+  calibration.rois["x_ref"][34] = 59.5;
   calibration.rois["y_ref"][34] = std::numeric_limits<double>::quiet_NaN();
   ExpectWrong(calibration, {{"references", "that of sub-aperture 34 is (59.5, nan): no spot is drawn there"}});
 }
@@ -464,6 +469,9 @@ TEST(Check, TellsWhyTheLibraryRefusesIt) {
   calibration.rois["x_up"][5] = 841.0;
   ExpectWrong(calibration,
               {{"shs_rois.fits", "region 5 (counted from 0) has columns from 144 up to 841, the frame has 840"}});
+  calibration.rois["x_up"][5] = 143.0;
+  ExpectWrong(calibration,
+              {{"shs_rois.fits", "region 5 (counted from 0) has columns from 144 up to 143, the frame has 840"}});
   calibration = Good();
   calibration.rois["x_ref"][5] = 841.0;
   ExpectWrong(calibration, {{"loading", "the library refuses it: "}});
