@@ -285,6 +285,20 @@ TEST(Check, NamesAGridWithRowsAndColumnsExchanged) {
   ExpectWrong(exchanged, {{"M2S layout", name}, {"CM layout", name}});
 }
 
+TEST(Check, TakesNoiseOfAllModesForNoFaultOfOne) {
+  quen::testing::Calibration calibration = Good();
+  std::mt19937 random(2);
+  Eigen::Map<Matrix> m2s(calibration.m2s.values.data(), kSlopes, kModes);
+  for (Eigen::Index mode = 0; mode < m2s.cols(); ++mode) {
+    std::normal_distribution<double> noise(0.0, 0.75 * m2s.col(mode).norm() / std::sqrt(1214.0));
+    for (double& value : m2s.col(mode)) value += noise(random);
+  }
+  const Matrix cm = quen::workbench::PseudoInverse(m2s);
+  calibration.cm.values.assign(cm.data(), cm.data() + cm.size());
+  const Findings findings = Check(calibration);
+  EXPECT_TRUE(std::ranges::none_of(findings, [](const Finding& f) { return f.key == "m2s.noise"; })) << Told(findings);
+}
+
 TEST(Check, CountsModesUpInWords) {
   using quen::workbench::ModeWords;
   EXPECT_EQ(ModeWords({3}), "mode 3");

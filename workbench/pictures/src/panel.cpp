@@ -10,18 +10,20 @@ constexpr double kRowHeight = kTitleHeight + kPanelSide + kBelowHeight;
 }  // namespace
 
 double PanelsHeight(const std::vector<Panel>& panels) {
-  return kRowHeight * static_cast<double>((panels.size() + kPanelsInARow - 1) / kPanelsInARow);
+  const std::size_t rows = (panels.size() + kPanelsInARow - 1) / kPanelsInARow;
+  return kRowHeight * static_cast<double>(rows);
 }
 
 void DrawPanels(cairo_t* cr, double top, const std::vector<Panel>& panels) {
   constexpr double kBaseLine = 18.0;
   for (std::size_t k = 0; k < panels.size(); ++k) {
+    const std::size_t row = k / kPanelsInARow;
     const double left = kMargin + (kPanelSide + kPanelGap) * static_cast<double>(k % kPanelsInARow);
-    const double row = top + kRowHeight * static_cast<double>(k / kPanelsInARow);
-    const Box box = {left, row + kTitleHeight, kPanelSide, kPanelSide};
+    const double title = top + kRowHeight * static_cast<double>(row);
+    const Box box = {left, title + kTitleHeight, kPanelSide, kPanelSide};
     Use(cr, kInk);
-    Write(cr, left, row + kBaseLine, Shortened(cr, panels[k].title, kPanelSide));
-    Write(cr, left, row + kTitleHeight + kPanelSide + kBaseLine, Shortened(cr, panels[k].below, kPanelSide));
+    Write(cr, left, title + kBaseLine, Shortened(cr, panels[k].title, kPanelSide));
+    Write(cr, left, box.top + kPanelSide + kBaseLine, Shortened(cr, panels[k].below, kPanelSide));
     cairo_new_path(cr);  // text leaves a point
     cairo_save(cr);
     cairo_rectangle(cr, box.left, box.top, box.width, box.height);
