@@ -180,6 +180,7 @@ if(QUEN_BUILD_TOOLS)
             workbench/loop/test/series_file_test.cpp
             workbench/loop/test/sweep_test.cpp
             workbench/check/test/check_test.cpp
+            workbench/pictures/test/calibration_pictures_test.cpp workbench/pictures/test/looks_like.cpp
             workbench/pictures/test/pictures_test.cpp
             testing/malloc_calls.cpp
     LIBRARIES quen_workbench)

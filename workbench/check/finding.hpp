@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -9,6 +10,9 @@
 namespace quen::workbench {
 
 enum class Verdict { kGood, kDoubtful, kWrong };
+
+/// "good", "doubtful", "WRONG".
+const char* Word(Verdict verdict);
 
 /// What would put a mistake right.
 struct Correction {
@@ -25,6 +29,8 @@ struct Finding {
   std::string advice;   ///< what to do, where there is something
   /// One of these is right; certain if it is the only one.
   std::vector<Correction> corrections;
+  std::vector<std::size_t> numbers =
+      {};  ///< of the modes, or sub-apertures, that it is about; none if of no single one
 };
 
 inline bool IsWrong(const Finding& finding) { return finding.verdict == Verdict::kWrong; }

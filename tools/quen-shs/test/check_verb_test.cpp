@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "testing/environment.hpp"
+#include "testing/fits_files.hpp"
 #include "tools/quen-shs/test/quen_shs.hpp"
 #include "workbench/check/check.hpp"
 #include "workbench/sensor/calibration.hpp"
@@ -68,6 +69,8 @@ class DamagedCalibration {
   TempDir folder_;
 };
 
+bool IsPng(const std::string& path) { return quen::testing::Run("head -c 4 " + path + " | tail -c 3").out == "PNG"; }
+
 void Scale(quen::workbench::Calibration& calibration) { calibration.cm.row(0) *= 0.3; }
 void Exchange(quen::workbench::Calibration& calibration) {
   const quen::workbench::Matrix before = calibration.m2s;
@@ -104,6 +107,58 @@ TEST(CheckVerb, WritesNothingWhereACorrectionIsNotCertain) {
   EXPECT_NE(outcome.err.find("the corrections are not certain, so nothing is written"), std::string::npos)
       << outcome.err;
   EXPECT_FALSE(std::filesystem::exists(folder / "mended"));
+}
+
+TEST(CheckVerb, DrawsWhatItFinds) {
+  const DamagedCalibration folder(Exchange);
+  const Outcome wrong = QuenShs("check " + (folder / "sensor") + " --png " + (folder / "new/findings.png"));
+  EXPECT_EQ(wrong.exit_code, 1);
+  EXPECT_EQ(wrong.err, "quen-shs: the calibration in " + (folder / "sensor") + " is not to be trusted\n");
+  EXPECT_TRUE(wrong.out.ends_with("1 wrong, 0 doubtful\nwrote " + (folder / "new/findings.png") + "\n")) << wrong.out;
+  EXPECT_TRUE(IsPng(folder / "new/findings.png"));
+  const Outcome good = QuenShs("check --json " + (folder / "sensor") + " --png " + (folder / "all.png") + " --fix " +
+                               (folder / "mended"));
+  EXPECT_EQ(good.exit_code, 0) << good.err;
+  EXPECT_NE(good.out.find("all.png\",\n"), std::string::npos) << good.out;
+  EXPECT_NE(good.out.find("mended/data/M2S.fits\",\n"), std::string::npos) << good.out;
+  EXPECT_TRUE(IsPng(folder / "all.png"));
+  EXPECT_EQ(QuenShs("check --strict " + (folder / "mended") + " --png " + (folder / "good.png")).exit_code, 0);
+  EXPECT_TRUE(IsPng(folder / "good.png"));
+}
+
+TEST(CheckVerb, WritesAllThatIsAskedForOrNothing) {
+  const DamagedCalibration folder(Negate);
+  const Outcome outcome =
+      QuenShs("check " + (folder / "sensor") + " --png " + (folder / "findings.png") + " --fix " + (folder / "mended"));
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_FALSE(std::filesystem::exists(folder / "findings.png"));
+  EXPECT_FALSE(std::filesystem::exists(folder / "mended"));
+}
+
+TEST(CheckVerb, DrawsNothingOfWhatTheLibraryRefuses) {
+  const DamagedCalibration folder([](auto&) {});
+  std::filesystem::resize_file(folder / "sensor/data/M2S.fits", 5760);
+  const Outcome outcome = QuenShs("check " + (folder / "sensor") + " --png " + (folder / "findings.png"));
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_TRUE(outcome.out.ends_with("no picture: the library does not load the calibration\n")) << outcome.out;
+  EXPECT_FALSE(std::filesystem::exists(folder / "findings.png"));
+}
+
+TEST(CheckVerb, DrawsOverNoFileOfTheCalibration) {
+  const DamagedCalibration folder([](auto&) {});
+  const std::vector<char> before = quen::testing::Bytes(folder / "sensor/data/CM.fits");
+  const Outcome outcome = QuenShs("check " + (folder / "sensor") + " --png " + (folder / "sensor/data/CM.fits"));
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_NE(outcome.err.find("it is the same file as"), std::string::npos) << outcome.err;
+  EXPECT_EQ(quen::testing::Bytes(folder / "sensor/data/CM.fits"), before);
+}
+
+TEST(CheckVerb, GivesThePictureOnStandardOutputAlone) {
+  const DamagedCalibration folder([](auto&) {});
+  const Outcome outcome =
+      quen::testing::Run(QUEN_SHS " check " + (folder / "sensor") + " --png /dev/stdout > " + (folder / "out"));
+  EXPECT_TRUE(IsPng(folder / "out"));
+  EXPECT_NE(outcome.err.find("14 things checked"), std::string::npos) << outcome.err;
 }
 
 TEST(CheckVerb, FindsTheCalibrationAboveItsData) {

@@ -11,6 +11,7 @@
 #include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <ostream>
 #include <random>
 #include <sstream>
 
@@ -133,6 +134,8 @@ struct Kind {
   const char* name;
   const char* path;
   std::vector<const char*> commands;
+
+  friend std::ostream& operator<<(std::ostream& stream, const Kind& kind) { return stream << kind.path; }
 };
 
 std::vector<Kind> Kinds() {

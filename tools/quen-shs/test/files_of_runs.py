@@ -148,6 +148,7 @@ class Names(Folder):
                         (["frame", "s", "--shape=tip:1", f"--output={name}", f"--truth={name}2"], [name, name + "2"]),
                         (["measure", "s", "s/frame.fits", f"--output={name}"], [name]),
                         (["view", "s/loop/sweep.fits", f"--png={name}"], [name]),
+                        (["check", "s", f"--png={name}"], [name]),
                         (["score", "s", "--frames=1", "--engine=weighted", f"--output={name}", f"--png={name}2"],
                          [name, name + "2"]),
                         (["manual", f"--folder={name}"], [f"{name}/{page}" for page in self.pages]),
@@ -403,7 +404,7 @@ class Traced(Folder):
 
     def test_faults_of_view(self):
         """An input that cannot be read at some moment is not one without that table."""
-        for file in ("s/slopes.fits", "s/data/shs_rois.fits", "s/loop/telemetry.fits"):
+        for file in ("s/slopes.fits", "s/data/shs_rois.fits", "s/data/M2S.fits", "s/loop/telemetry.fits"):
             self.do("view", file, "--png=p.png")
             new = self.contents("p.png")
             _, lines = self.trace("openat", "view", file, "--png=p.png")

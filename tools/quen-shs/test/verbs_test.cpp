@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cmath>
 #include <filesystem>
@@ -273,6 +274,40 @@ TEST_F(Verbs, ViewDrawsOutlinesAndArrowsOnAFrame) {
   EXPECT_NE(bare, zscale);
 }
 
+TEST_F(Verbs, ViewTakesThePlacesOfSlopesFromTheCalibrationThatAMatrixIsIn) {
+  const auto viewed = [&](const std::string& matrix, const std::string& options = "") {
+    const Outcome outcome = QuenShs("view " + File(matrix) + " --png " + File("m.png") + options);
+    EXPECT_EQ(outcome.err, "");
+    const std::string end = "\nwrote " + File("m.png") + "\n";
+    EXPECT_TRUE(outcome.out.ends_with(end)) << outcome.out;
+    return outcome.out.substr(0, outcome.out.find(end));
+  };
+  const std::string label = "regions                 ";
+  EXPECT_EQ(viewed("data/M2S.fits"), label + File("data/shs_rois.fits"));
+  EXPECT_EQ(viewed("data/CM.fits"), label + File("data/shs_rois.fits"));
+  QuenShs("calibrate --pitch 20 --size 20 " + File("other"));
+  const auto ours = quen::testing::Bytes(File("m.png"));
+  EXPECT_EQ(viewed("data/CM.fits", " --calibration " + File("other")), label + File("other/data/shs_rois.fits"));
+  EXPECT_NE(quen::testing::Bytes(File("m.png")), ours);
+  std::filesystem::copy_file(File("data/CM.fits"), File("CM.fits"));
+  EXPECT_EQ(viewed("CM.fits"), label + "a synthetic sensor");
+  quen::testing::WriteText(File("shs_rois.fits"), "no regions");
+  EXPECT_EQ(viewed("CM.fits"), label + "a synthetic sensor; " + File("shs_rois.fits") + " cannot be used");
+  std::filesystem::remove(File("shs_rois.fits"));
+  ASSERT_EQ(::mkfifo(File("shs_rois.fits").c_str(), 0600), 0);
+  EXPECT_EQ(viewed("CM.fits"), label + "a synthetic sensor");
+}
+
+TEST_F(Verbs, ViewDrawsOverNoFileOfTheCalibration) {
+  for (const char* const file : {"data/M2S.fits", "data/shs_rois.fits"}) {
+    const auto before = quen::testing::Bytes(File(file));
+    Fails("view " + File("data/M2S.fits") + " --png " + File(file), 1,
+          "quen-shs: cannot write " + File(file) + ": it is the same file as " + File(file) +
+              ", which is read; give the output another name");
+    EXPECT_EQ(quen::testing::Bytes(File(file)), before);
+  }
+}
+
 TEST_F(Verbs, ViewSaysWhatIsWrong) {
   quen::testing::WriteText(File("text"), "no FITS");
   Fails("view " + File("text"), 1, "quen-shs: " + File("text") + ": expected a FITS file, found something else");
@@ -313,7 +348,7 @@ TEST_F(Verbs, ViewTitlesMayBeOfAnyBytes) {
   std::filesystem::copy_file(File("data/M2S.fits"), name);
   const Outcome outcome = QuenShs("view " + quen::testing::Quoted(name));
   EXPECT_EQ(outcome.err, "");
-  EXPECT_EQ(outcome.out, "wrote " + File("caf??.png") + "\n");
+  EXPECT_EQ(outcome.out, "regions                 a synthetic sensor\nwrote " + File("caf??.png") + "\n");
   EXPECT_TRUE(std::filesystem::exists(File("caf\xE9\x1B.png")));
 }
 

@@ -293,6 +293,7 @@ std::string ModeWords(const Modes& modes) {
   for (std::size_t k = 0; k < modes.size();) {
     std::size_t last = k;
     while (last + 1 < modes.size() && modes[last + 1] == modes[last] + 1) ++last;
+    if (last < k + 2) last = k;  // two are no run
     runs.push_back(last > k ? fmt::format("{} to {}", modes[k], modes[last]) : fmt::format("{}", modes[k]));
     k = last + 1;
   }

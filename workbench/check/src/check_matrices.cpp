@@ -10,6 +10,7 @@
 
 #include "workbench/check/check.hpp"
 #include "workbench/check/src/check_inverse.hpp"
+#include "workbench/check/src/check_modes.hpp"
 #include "workbench/check/src/matrix_layouts.hpp"
 #include "workbench/sensor/displacements.hpp"
 
@@ -53,6 +54,9 @@ Finding CheckValues(const std::string& name, const Matrix& matrix, const char* r
             "swap the bytes of its numbers",
             {{"bytes_swapped", [which](CalibrationContent& content) { content.*which = Swapped(content.*which); }}}};
   }
+  const auto mode_of = [&](Eigen::Index row, Eigen::Index column) {
+    return static_cast<std::size_t>(name == "M2S" ? column : row);
+  };
   for (Eigen::Index row = 0; row < matrix.rows(); ++row) {
     for (Eigen::Index column = 0; column < matrix.cols(); ++column) {
       if (std::isfinite(matrix(row, column))) continue;
@@ -62,7 +66,8 @@ Finding CheckValues(const std::string& name, const Matrix& matrix, const char* r
           subject,
           fmt::format("{} {}, {} {} is {} (counted from 0)", row_name, row, column_name, column, matrix(row, column)),
           remake,
-          {}};
+          {},
+          {mode_of(row, column)}};
     }
   }
   Eigen::Index row = 0;
@@ -79,7 +84,8 @@ Finding CheckValues(const std::string& name, const Matrix& matrix, const char* r
             fmt::format("{} {}, {} {} is {:g} (counted from 0), where almost all are below {:.3g}", row_name, row,
                         column_name, column, matrix(row, column), usual),
             remake,
-            {}};
+            {},
+            {mode_of(row, column)}};
   }
   if (largest == 0.0) return {Verdict::kWrong, key, subject, "all zeros", remake, {}};
   return {Verdict::kGood, key, subject, fmt::format("finite, largest magnitude {:.3g}", largest), "", {}};
@@ -180,67 +186,6 @@ Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, bool is_
   return finding;
 }
 
-// --- Modes and sub-apertures of a matrix in the right layout
-
-/// Modes of which the slopes are zero, or without order where those of the others have one.
-void AddModes(const Matrix& m2s, const SlopeSpace& gradients, Findings& findings) {
-  constexpr double kNoise = 0.35;
-  constexpr double kOthers = 0.6;
-  const Eigen::VectorXd shares = gradients.Shares(m2s);
-  const Eigen::VectorXd sizes = m2s.cwiseAbs().colwise().maxCoeff();
-  std::vector<Eigen::Index> zero;
-  std::vector<Eigen::Index> noisy;
-  std::vector<double> sorted(shares.begin(), shares.end());
-  std::ranges::nth_element(sorted, sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2));
-  const bool have_order = sorted[sorted.size() / 2] > kOthers;
-  for (Eigen::Index mode = 0; mode < m2s.cols(); ++mode) {
-    if (sizes(mode) == 0.0) {
-      zero.push_back(mode);
-    } else if (have_order && shares(mode) < kNoise) {
-      noisy.push_back(mode);
-    }
-  }
-  if (!zero.empty()) {
-    findings.push_back(
-        {Verdict::kWrong,
-         "m2s.modes",
-         "M2S modes",
-         fmt::format("{} {} no spot (columns of zeros)", ModeWords(zero), zero.size() == 1 ? "moves" : "move"),
-         "measure again, or leave out what moves nothing: no control matrix can see it",
-         {}});
-  }
-  if (!noisy.empty()) {
-    findings.push_back(
-        {Verdict::kWrong,
-         "m2s.modes",
-         "M2S modes",
-         fmt::format("the slopes of {} are without order, those of the others are not", ModeWords(noisy)),
-         "measure these again",
-         {}});
-  }
-}
-
-/// Sub-apertures that no mode moves.
-void AddSubapertures(const Matrix& m2s, const std::vector<std::size_t>& used, Findings& findings) {
-  constexpr std::size_t kNamed = 8;
-  const Eigen::Index half = m2s.rows() / 2;
-  std::vector<std::size_t> dead;
-  for (Eigen::Index k = 0; k < half; ++k) {
-    if (m2s.row(k).isZero(0.0) && m2s.row(half + k).isZero(0.0)) dead.push_back(used[static_cast<std::size_t>(k)]);
-  }
-  if (dead.empty()) return;
-  const std::size_t count = dead.size();
-  dead.resize(std::min(count, kNamed));
-  findings.push_back(
-      {Verdict::kDoubtful,
-       "m2s.subapertures",
-       "M2S slopes",
-       fmt::format("no mode moves the spot of {} used {} (rows of zeros): {}{}", count,
-                   count == 1 ? "sub-aperture" : "sub-apertures", fmt::join(dead, ", "), count > kNamed ? ", …" : ""),
-       "if they are dark, flag others as used; if they are not, measure again",
-       {}});
-}
-
 /// Usage flags that belong to another pupil.
 std::optional<Finding> CheckPupil(const CalibrationContent& content, double share) {
   constexpr double kClearly = 0.97;
@@ -297,8 +242,8 @@ Findings CheckMatrices(const CalibrationContent& content) {
   const Matrix m2s = pupil ? content.m2s : M2sPutRight(content.m2s, first(layouts.m2s), orders);
   const Matrix cm = pupil ? content.cm : CmPutRight(content.cm, first(layouts.cm), orders);
   for (Finding& finding : CheckInverse(m2s, cm)) findings.push_back(std::move(finding));
-  AddModes(m2s, gradients, findings);
-  AddSubapertures(m2s, used, findings);
+  const SlopeSpace surfaces = SlopeSpace::OfSurfaces(content.rois, used, kDegree - 1);
+  for (Finding& finding : CheckModes(m2s, gradients, surfaces, *lattice, used)) findings.push_back(std::move(finding));
   return findings;
 }
 

@@ -238,7 +238,8 @@ Finding CheckInside(const std::vector<Roi>& rois) {
               kSubject,
               fmt::format("that of sub-aperture {} is ({}, {}): no spot is drawn there", i, roi.x_ref, roi.y_ref),
               "give every sub-aperture a reference, also the unused ones",
-              {}};
+              {},
+              {i}};
     }
     if (std::abs(kX.Offset(roi)) > roi.width / 2.0 || std::abs(kY.Offset(roi)) > roi.height / 2.0) {
       return {Verdict::kWrong,
@@ -247,7 +248,8 @@ Finding CheckInside(const std::vector<Roi>& rois) {
               fmt::format("that of sub-aperture {} is at ({:g}, {:g}), outside its columns {} to {}, rows {} to {}", i,
                           roi.x_ref, roi.y_ref, roi.x_low, roi.x_up - 1, roi.y_low, roi.y_up - 1),
               "write bounds and references of the same sub-aperture into a row, both in pixels of the whole frame",
-              {}};
+              {},
+              {i}};
     }
   }
   return {Verdict::kGood, kKey, kSubject, "inside their regions", "", {}};

@@ -37,6 +37,18 @@ struct Chebyshev {
   Eigen::VectorXd slopes;
 };
 
+/// References of the used sub-apertures, from −1 to 1.
+Eigen::MatrixXd PointsOf(const std::vector<quen::image_processing::Roi>& rois, const std::vector<std::size_t>& used) {
+  Eigen::MatrixXd points(static_cast<Eigen::Index>(used.size()), 2);
+  for (std::size_t k = 0; k < used.size(); ++k) {
+    points.row(static_cast<Eigen::Index>(k)) << rois[used[k]].x_ref, rois[used[k]].y_ref;
+  }
+  const Eigen::RowVector2d low = points.colwise().minCoeff();
+  const Eigen::RowVector2d high = points.colwise().maxCoeff();
+  const double radius = std::max(1.0, 0.5 * (high - low).maxCoeff());  // one scale, or y slopes were not x slopes' like
+  return (points.rowwise() - 0.5 * (low + high)) / radius;
+}
+
 /// Rows of one block, in the order of the used sub-apertures.
 Eigen::MatrixXd Ordered(const Fields& fields, Eigen::Index first, Eigen::Index step,
                         const std::vector<std::size_t>& place) {
@@ -58,14 +70,7 @@ SlopeSpace::SlopeSpace(const Fields& vectors) : vectors_(Normalised(vectors)) {
 
 SlopeSpace SlopeSpace::OfGradients(const std::vector<quen::image_processing::Roi>& rois,
                                    const std::vector<std::size_t>& used, int degree) {
-  Eigen::MatrixXd points(static_cast<Eigen::Index>(used.size()), 2);
-  for (std::size_t k = 0; k < used.size(); ++k) {
-    points.row(static_cast<Eigen::Index>(k)) << rois[used[k]].x_ref, rois[used[k]].y_ref;
-  }
-  const Eigen::RowVector2d low = points.colwise().minCoeff();
-  const Eigen::RowVector2d high = points.colwise().maxCoeff();
-  const double radius = std::max(1.0, 0.5 * (high - low).maxCoeff());  // one scale, or y slopes were not x slopes' like
-  points = (points.rowwise() - 0.5 * (low + high)) / radius;
+  const Eigen::MatrixXd points = PointsOf(rois, used);
   const Eigen::Index half = points.rows();
   Fields gradients(2 * half, (degree + 1) * (degree + 2) / 2 - 1);
   for (Eigen::Index k = 0; k < half; ++k) {
@@ -81,6 +86,21 @@ SlopeSpace SlopeSpace::OfGradients(const std::vector<quen::image_processing::Roi
     }
   }
   return SlopeSpace(gradients);
+}
+
+SlopeSpace SlopeSpace::OfSurfaces(const std::vector<quen::image_processing::Roi>& rois,
+                                  const std::vector<std::size_t>& used, int degree) {
+  const Eigen::MatrixXd points = PointsOf(rois, used);
+  Fields surfaces(points.rows(), (degree + 1) * (degree + 2) / 2);
+  for (Eigen::Index k = 0; k < points.rows(); ++k) {
+    const Chebyshev x(points(k, 0), degree);
+    const Chebyshev y(points(k, 1), degree);
+    Eigen::Index column = 0;
+    for (int i = 0; i <= degree; ++i) {
+      for (int j = 0; i + j <= degree; ++j) surfaces(k, column++) = x.values(i) * y.values(j);
+    }
+  }
+  return SlopeSpace(surfaces);
 }
 
 Eigen::MatrixXd SlopeSpace::Solved(const Eigen::MatrixXd& products) const { return gram_.matrixL().solve(products); }

@@ -21,6 +21,11 @@ class SlopeSpace {
   static SlopeSpace OfGradients(const std::vector<quen::image_processing::Roi>& rois,
                                 const std::vector<std::size_t>& used, int degree);
 
+  /// The products themselves, at the used sub-apertures: 607 × n. Slopes along one axis that change smoothly are such a
+  /// sum, also where x and y slopes together are no gradient.
+  static SlopeSpace OfSurfaces(const std::vector<quen::image_processing::Roi>& rois,
+                               const std::vector<std::size_t>& used, int degree);
+
   /// The share of each vector's mean square that is in this space, 0 to 1; 0 for zeros.
   [[nodiscard]] Eigen::VectorXd Shares(const Fields& fields) const;
 

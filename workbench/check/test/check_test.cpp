@@ -15,6 +15,7 @@
 #include "testing/environment.hpp"
 #include "testing/exceptions.hpp"
 #include "testing/process.hpp"
+#include "workbench/check/src/check_inverse.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/poke.hpp"
@@ -224,6 +225,17 @@ TEST(Check, NamesExchangedBlocks) {
               {{"M2S layout", "x and y blocks are exchanged"}, {"CM layout", "x and y blocks are exchanged"}});
 }
 
+TEST(Check, NamesPairsInPlaceOfBlocks) {
+  const auto pairs = [](std::size_t first, std::size_t second) {
+    quen::testing::Calibration calibration = Good();
+    calibration.m2s.values =
+        Rearranged(calibration.m2s.values, [=](std::size_t s) { return s / 2 + (s % 2 == 0 ? first : second); });
+    return calibration;
+  };
+  ExpectWrong(pairs(0, kHalf), {{"M2S layout", "its slopes stand in pairs (y, x) instead of in two blocks"}});
+  ExpectWrong(pairs(kHalf, 0), {{"M2S layout", "its slopes stand in pairs (x, y) instead of in two blocks"}});
+}
+
 TEST(Check, NamesAFlippedSign) {
   quen::testing::Calibration calibration = Good();
   calibration.m2s.values = XFlipped(calibration.m2s.values);
@@ -271,6 +283,74 @@ TEST(Check, NamesAGridWithRowsAndColumnsExchanged) {
     std::swap(exchanged.rois["x_" + std::string(column)], exchanged.rois["y_" + std::string(column)]);
   }
   ExpectWrong(exchanged, {{"M2S layout", name}, {"CM layout", name}});
+}
+
+TEST(Check, TakesNoiseOfAllModesForNoFaultOfOne) {
+  quen::testing::Calibration calibration = Good();
+  std::mt19937 random(2);
+  Eigen::Map<Matrix> m2s(calibration.m2s.values.data(), kSlopes, kModes);
+  for (Eigen::Index mode = 0; mode < m2s.cols(); ++mode) {
+    std::normal_distribution<double> noise(0.0, 0.75 * m2s.col(mode).norm() / std::sqrt(1214.0));
+    for (double& value : m2s.col(mode)) value += noise(random);
+  }
+  const Matrix cm = quen::workbench::PseudoInverse(m2s);
+  calibration.cm.values.assign(cm.data(), cm.data() + cm.size());
+  const Findings findings = Check(calibration);
+  EXPECT_TRUE(std::ranges::none_of(findings, [](const Finding& f) { return f.key == "m2s.noise"; })) << Told(findings);
+}
+
+TEST(Check, CountsModesUpInWords) {
+  using quen::workbench::ModeWords;
+  EXPECT_EQ(ModeWords({3}), "mode 3");
+  EXPECT_EQ(ModeWords({0, 1}), "modes 0 and 1");
+  EXPECT_EQ(ModeWords({1, 5, 7, 8, 9}), "modes 1, 5 and 7 to 9");
+  EXPECT_EQ(ModeWords({48, 49, 50, 51}), "modes 48 to 51");
+}
+
+/// A calibration whose M2S has another column, and the inverse of that for CM.
+quen::testing::Calibration WithMode(std::size_t mode,
+                                    const std::function<double(std::size_t slope, double was)>& slopes) {
+  quen::testing::Calibration calibration = Good();
+  for (std::size_t s = 0; s < kSlopes; ++s) {
+    double& value = calibration.m2s.values[mode + kModes * s];
+    value = slopes(s, value);
+  }
+  const Matrix cm =
+      quen::workbench::PseudoInverse(Eigen::Map<const Matrix>(calibration.m2s.values.data(), kSlopes, kModes));
+  calibration.cm.values.assign(cm.data(), cm.data() + cm.size());
+  return calibration;
+}
+
+TEST(Check, NamesAModeInAnotherLayoutThanTheOthers) {
+  ExpectWrong(WithMode(20, [](std::size_t s, double was) { return s < kHalf ? was : -was; }),
+              {{"M2S modes", "the slopes of mode 20 are smooth and no wavefront's"}});
+}
+
+TEST(Check, NamesANoisyModeAndHowNoisyItIs) {
+  std::mt19937 random(1);
+  std::normal_distribution<double> noise(0.0, 0.6);  // the slopes of mode 20 are 0.8 RMS along either axis
+  const Findings findings = Check(WithMode(20, [&](std::size_t, double was) { return was + noise(random); }));
+  ExpectFindings(findings, Verdict::kWrong, {});
+  ExpectFindings(findings, Verdict::kDoubtful, {{"M2S modes", " % of the slopes of mode 20 are noise, or"}});
+  EXPECT_NE(Told(findings).find("of the others' 0 %"), std::string::npos);
+}
+
+TEST(Check, NamesTheOrderOfModes) {
+  const auto with_rows_from = [](const std::function<std::size_t(std::size_t)>& from) {
+    quen::testing::Calibration calibration = Good();
+    const Values before = calibration.cm.values;
+    for (std::size_t mode = 0; mode < kModes; ++mode) {
+      const auto row = before.begin() + static_cast<std::ptrdiff_t>(kSlopes * from(mode));
+      std::copy_n(row, kSlopes, calibration.cm.values.begin() + static_cast<std::ptrdiff_t>(kSlopes * mode));
+    }
+    return calibration;
+  };
+  ExpectWrong(with_rows_from([](std::size_t mode) { return kModes - 1 - mode; }),
+              {{"CM * M2S", "the modes of one of the two are in reverse order"}});
+  ExpectWrong(with_rows_from([](std::size_t mode) { return (mode + 3) % kModes; }),
+              {{"CM * M2S", "the modes of one of the two are shifted by 3"}});
+  ExpectWrong(with_rows_from([](std::size_t mode) { return mode == 16 || mode == 17 ? 33 - mode : mode; }),
+              {{"CM * M2S", "the modes are not in the same order: row 16 of the control matrix gives back mode 17"}});
 }
 
 TEST(Check, RefusesSlopesOfNoWavefront) {
@@ -350,6 +430,11 @@ TEST(Check, NamesAReferenceOutsideItsRegion) {
   calibration.rois["y_ref"][34] = 70.0;
   ExpectWrong(calibration, {{"references",
                              "that of sub-aperture 34 is at (59.5, 70), outside its columns 48 to 71, rows 36 to 59"}});
+  calibration.rois["y_ref"][34] = 47.5;
+  calibration.rois["x_ref"][34] = 90.0;
+  ExpectWrong(calibration, {{"references",
+                             "that of sub-aperture 34 is at (90, 47.5), outside its columns 48 to 71, rows 36 to 59"}});
+  calibration.rois["x_ref"][34] = 59.5;
   calibration.rois["y_ref"][34] = std::numeric_limits<double>::quiet_NaN();
   ExpectWrong(calibration, {{"references", "that of sub-aperture 34 is (59.5, nan): no spot is drawn there"}});
 }
@@ -398,6 +483,9 @@ TEST(Check, TellsWhyTheLibraryRefusesIt) {
   calibration.rois["x_up"][5] = 841.0;
   ExpectWrong(calibration,
               {{"shs_rois.fits", "region 5 (counted from 0) has columns from 144 up to 841, the frame has 840"}});
+  calibration.rois["x_up"][5] = 143.0;
+  ExpectWrong(calibration,
+              {{"shs_rois.fits", "region 5 (counted from 0) has columns from 144 up to 143, the frame has 840"}});
   calibration = Good();
   calibration.rois["x_ref"][5] = 841.0;
   ExpectWrong(calibration, {{"loading", "the library refuses it: "}});

@@ -508,9 +508,21 @@ std::vector<Variation> Variations() {
            [](CalibrationContent& c) {
              Reorder(c, Order([](Index row, Index column) { return column - kAcross * row; }));
            }},
-          {"negative modes", [](CalibrationContent& c) {
+          {"negative modes",
+           [](CalibrationContent& c) {
              c.m2s.leftCols(9) *= -1.0;
              c.cm.topRows(9) *= -1.0;
+           }},
+          {"a mode of fine waves", [](CalibrationContent& c) {
+             constexpr double kWave = 96.0;  // pixels: four sub-apertures
+             const double rms = std::sqrt(MeanSquare(c.m2s));
+             Index k = 0;
+             for (std::size_t i = 0; i < c.used.size(); ++i) {
+               if (c.used[i] == 0) continue;
+               c.m2s(k, 51) = 0.0;
+               c.m2s(kUsed + k++, 51) = rms * std::cos(2.0 * std::numbers::pi * c.rois[i].x_ref / kWave);
+             }
+             c.cm = PseudoInverse(c.m2s);
            }}};
 }
 

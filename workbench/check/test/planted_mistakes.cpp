@@ -420,6 +420,15 @@ std::vector<Mistake> MatrixMistakes() {
       Lost("a value of 1e30", Place::kM2s, [](Content& c) { c.m2s(17, 3) = 1e30; }, {"m2s.values"}, {"e+30"}));
   mistakes.push_back(
       Lost("a value of 1e30", Place::kCm, [](Content& c) { c.cm(2, 5) = 1e30; }, {"cm.values"}, {"e+30"}));
+
+  const auto disturb = [](Content& c) { c.m2s.col(kFailed) += Noise(kSlopes, 1, Rms(c.m2s.col(kFailed)), 17); };
+  single("mode_of_half_noise", Place::kM2s, disturb, "m2s.noise", number);
+  single("mode_of_half_noise", Place::kBoth, WithItsInverse(disturb, {}, {}), "m2s.noise", number);
+  const auto flip = [](Content& c) { c.m2s.col(kFailed).tail(kBlock) *= -1.0; };
+  single("mode_x_flipped", Place::kM2s, flip, "m2s.modes", number);
+  single("mode_x_flipped", Place::kBoth, WithItsInverse(flip, {}, {}), "m2s.modes", number);
+  const auto lame = [](Content& c) { c.m2s.row(kBlock + kDead).setZero(); };
+  single("lame_subaperture", Place::kBoth, WithItsInverse(lame, {}, {kBlock + kDead}), "m2s.subapertures", place);
   return mistakes;
 }
 

@@ -388,6 +388,21 @@ TEST(Planted, LayoutsOfM2sAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place:
 TEST(Planted, LayoutsOfCmAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kCm), 3, 1, "layouts of CM"); }
 TEST(Planted, LayoutsOfBothAreNamedAndPutRight) { PlantEach(LayoutMistakes(Place::kBoth), 5, 1, "layouts of both"); }
 TEST(Planted, MistakesInMatricesAreNamedAndPutRight) { PlantEach(MatrixMistakes(), 0, 1, "matrices"); }
+/// Single modes and sub-apertures, in matrices as noisy as any that are good.
+TEST(Planted, SingleFaultsAreNamedInAMatrixOfTwentyPercentNoise) {
+  Shares shares;
+  for (const Mistake& mistake : MatrixMistakes()) {
+    const bool is_single = mistake.word.find("mode_") != std::string::npos || mistake.word.ends_with("_mode") ||
+                           mistake.word.ends_with("_subaperture");
+    if (!is_single) continue;
+    for (const Modes modes : {Modes::kSquareMirror, Modes::kHexagonalMirror, Modes::kFourier, Modes::kZernike}) {
+      PlantOne(mistake, {.modes = modes, .noise = 0.2, .seed = 5}, shares);
+    }
+  }
+  EXPECT_EQ(shares.Sum().planted, 11 * 4);
+  shares.Print("single modes and sub-apertures at 20 % noise");
+}
+
 TEST(Planted, MistakesInRegionsAreNamedAndPutRight) { PlantEach(RegionMistakes(), 0, 2, "regions and flags"); }
 
 // --- Pairs

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdio>
 #include <limits>
+#include <sstream>
 #include <stdexcept>
 
 #include "workbench/fits/plain_text.hpp"
@@ -106,6 +107,26 @@ void WriteBefore(cairo_t* cr, double x, double y, const std::string& text) {
 
 void WriteAround(cairo_t* cr, double x, double y, const std::string& text) {
   Write(cr, x - Advance(cr, text) / 2.0, y, text);
+}
+
+std::vector<std::string> Wrapped(cairo_t* cr, const std::string& text, double width) {
+  std::vector<std::string> lines;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    if (!lines.empty() && Advance(cr, lines.back() + " " + word) <= width) {
+      lines.back() += " " + word;
+    } else {
+      lines.push_back(word);
+    }
+  }
+  return lines;
+}
+
+std::string Shortened(cairo_t* cr, const std::string& text, double width) {
+  if (Advance(cr, text) <= width) return text;
+  std::string beginning = Plain(text);
+  while (!beginning.empty() && Advance(cr, beginning + "…") > width) beginning.pop_back();
+  return beginning + "…";
 }
 
 std::string Short(double value) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace quen::workbench {
 
@@ -16,14 +17,15 @@ inline constexpr Colour kPaper = {1.0, 1.0, 1.0, 1.0};
 inline constexpr Colour kInk = {0.15, 0.15, 0.18, 1.0};
 inline constexpr Colour kGrid = {0.85, 0.85, 0.87, 1.0};
 
-/// Colours of curves that stand beside each other.
-inline constexpr std::array<Colour, 7> kCurves = {{{0.12, 0.47, 0.71, 1.0},
-                                                   {1.00, 0.50, 0.05, 1.0},
-                                                   {0.17, 0.63, 0.17, 1.0},
-                                                   {0.84, 0.15, 0.16, 1.0},
-                                                   {0.58, 0.40, 0.74, 1.0},
-                                                   {0.55, 0.34, 0.29, 1.0},
-                                                   {0.89, 0.47, 0.76, 1.0}}};
+/// Colours of curves that stand beside each other, told apart also by those who do not see red, or green.
+inline constexpr std::array<Colour, 8> kCurves = {{{0.00, 0.45, 0.70, 1.0},
+                                                   {0.80, 0.40, 0.47, 1.0},
+                                                   {0.07, 0.47, 0.20, 1.0},
+                                                   {0.79, 0.71, 0.00, 1.0},
+                                                   {0.20, 0.13, 0.53, 1.0},
+                                                   {0.34, 0.71, 0.91, 1.0},
+                                                   {0.60, 0.60, 0.20, 1.0},
+                                                   {0.80, 0.47, 0.65, 1.0}}};
 
 // Around what is drawn, pixels.
 inline constexpr double kMargin = 40.0;
@@ -77,6 +79,12 @@ void Write(cairo_t* cr, double x, double y, const std::string& text);
 void WriteOn(cairo_t* cr, const std::string& text);
 void WriteBefore(cairo_t* cr, double x, double y, const std::string& text);
 void WriteAround(cairo_t* cr, double x, double y, const std::string& text);
+
+/// A text in lines that are no wider than this, but for words that are.
+std::vector<std::string> Wrapped(cairo_t* cr, const std::string& text, double width);
+
+/// A text as far as it goes in this width, with "…" where it goes on.
+std::string Shortened(cairo_t* cr, const std::string& text, double width);
 
 /// A number with three significant digits.
 std::string Short(double value);

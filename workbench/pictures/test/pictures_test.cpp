@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <functional>
 #include <limits>
 #include <numeric>
 #include <sstream>
@@ -24,110 +21,28 @@
 #include "workbench/pictures/src/typeface.hpp"
 #include "workbench/pictures/stretch.hpp"
 #include "workbench/pictures/sweep_picture.hpp"
+#include "workbench/pictures/test/looks_like.hpp"
 #include "workbench/pictures/transfer_picture.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/shapes.hpp"
 
-// Each picture against one that was looked at. References are in workbench/pictures/test/expected, four times reduced
-// along either axis; QUEN_UPDATE_PICTURES=1 writes them anew, to be looked at again.
+// Each picture against one that was looked at.
 
 namespace {
 
+using quen::testing::Difference;
+using quen::testing::ExpectDrawn;
+using quen::testing::ExpectLooksLike;
+using quen::testing::ExtremePairs;
+using quen::testing::kExtremes;
+using quen::testing::kTolerance;
+using quen::testing::Shades;
 using quen::testing::TempDir;
 using quen::workbench::Displacements;
 using quen::workbench::FrameRecord;
 using quen::workbench::Overlay;
 using quen::workbench::Stretch;
-using quen::workbench::Surface;
-
-constexpr int kReduction = 4;
-
-/// A picture's shades, 0 to 255: three channels, row by row.
-struct Shades {
-  int width = 0;
-  int height = 0;
-  std::vector<double> values;
-
-  [[nodiscard]] double At(int x, int y, int channel) const {
-    return values[3 * static_cast<std::size_t>(x + width * y) + static_cast<std::size_t>(channel)];
-  }
-};
-
-Shades Load(const std::string& path) {
-  const Surface surface(cairo_image_surface_create_from_png(path.c_str()), &cairo_surface_destroy);
-  if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) return {};
-  Shades shades = {cairo_image_surface_get_width(surface.get()), cairo_image_surface_get_height(surface.get()), {}};
-  const unsigned char* const data = cairo_image_surface_get_data(surface.get());
-  const int stride = cairo_image_surface_get_stride(surface.get());
-  for (int y = 0; y < shades.height; ++y) {
-    for (int x = 0; x < shades.width; ++x) {
-      for (int channel = 0; channel < 3; ++channel) shades.values.push_back(data[y * stride + 4 * x + channel]);
-    }
-  }
-  return shades;
-}
-
-/// Means over squares.
-Shades Reduced(const Shades& shades) {
-  Shades reduced = {shades.width / kReduction, shades.height / kReduction, {}};
-  for (int y = 0; y < reduced.height; ++y) {
-    for (int x = 0; x < reduced.width; ++x) {
-      for (int channel = 0; channel < 3; ++channel) {
-        double sum = 0.0;
-        for (int b = 0; b < kReduction; ++b) {
-          for (int a = 0; a < kReduction; ++a) sum += shades.At(kReduction * x + a, kReduction * y + b, channel);
-        }
-        reduced.values.push_back(sum / (kReduction * kReduction));
-      }
-    }
-  }
-  return reduced;
-}
-
-void Save(const Shades& shades, const std::string& path) {
-  const Surface surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, shades.width, shades.height),
-                        &cairo_surface_destroy);
-  cairo_surface_flush(surface.get());
-  unsigned char* const data = cairo_image_surface_get_data(surface.get());
-  const int stride = cairo_image_surface_get_stride(surface.get());
-  for (int y = 0; y < shades.height; ++y) {
-    for (int x = 0; x < shades.width; ++x) {
-      for (int channel = 0; channel < 3; ++channel) {
-        data[y * stride + 4 * x + channel] = static_cast<unsigned char>(std::lround(shades.At(x, y, channel)));
-      }
-    }
-  }
-  cairo_surface_mark_dirty(surface.get());
-  cairo_surface_write_to_png(surface.get(), path.c_str());
-}
-
-/// How far a picture is from another: shares of the squares that differ by more than a little.
-double Difference(const Shades& a, const Shades& b) {
-  constexpr double kLittle = 8.0;  // of 255: less than a thin stroke makes of a square
-  if (a.width != b.width || a.height != b.height) return 1.0;
-  double differing = 0.0;
-  for (std::size_t k = 0; k < a.values.size(); ++k) {
-    if (std::abs(a.values[k] - b.values[k]) > kLittle) differing += 1.0;
-  }
-  return differing / static_cast<double>(a.values.size());
-}
-
-/// One square in ten thousand may differ: less than a letter, or a dot of a curve.
-constexpr double kTolerance = 1e-4;
-
-void ExpectLooksLike(const std::string& name, const std::function<std::string()>& draw) {
-  const TempDir folder;
-  quen::testing::WriteText(folder / "picture.png", draw());
-  const Shades drawn = Reduced(Load(folder / "picture.png"));
-  const std::string reference = QUEN_SOURCE_DIR "/workbench/pictures/test/expected/" + name + ".png";
-  if (std::getenv("QUEN_UPDATE_PICTURES") != nullptr) {
-    std::filesystem::create_directories(std::filesystem::path(reference).parent_path());
-    Save(drawn, reference);
-  }
-  ASSERT_GT(drawn.width, 100) << name;
-  EXPECT_LT(Difference(drawn, Load(reference)), kTolerance) << name;
-}
 
 // --- What is drawn
 
@@ -230,37 +145,6 @@ TEST(Picture, MatrixOfManyRowsShowsTheLargestOfEachGroup) {
   matrix.block(10000, 2, 10000, 1).setConstant(1.0);
   matrix(30000, 3) = std::numeric_limits<double>::infinity();
   ExpectLooksLike("matrix_long", [&] { return quen::workbench::DrawMatrix(matrix, "A matrix"); });
-}
-
-/// Numbers that only damaged files hold.
-constexpr std::array kExtremes = {1e308,
-                                  -1e308,
-                                  std::numeric_limits<double>::max(),
-                                  5e-324,
-                                  -5e-324,
-                                  0.0,
-                                  -1.0,
-                                  1.0,
-                                  std::numeric_limits<double>::infinity(),
-                                  -std::numeric_limits<double>::infinity(),
-                                  std::numeric_limits<double>::quiet_NaN()};
-
-/// Pairs of them, each number with three others.
-std::vector<std::pair<double, double>> ExtremePairs() {
-  std::vector<std::pair<double, double>> pairs;
-  for (std::size_t k = 0; k < kExtremes.size(); ++k) {
-    for (const std::size_t step : {0U, 1U, 4U}) {
-      pairs.emplace_back(kExtremes.at(k), kExtremes.at((k + step) % kExtremes.size()));
-    }
-  }
-  return pairs;
-}
-
-/// That something is drawn, whatever the numbers are.
-void ExpectDrawn(const std::function<std::string()>& draw) {
-  const TempDir folder;
-  quen::testing::WriteText(folder / "picture.png", draw());
-  EXPECT_GT(Load(folder / "picture.png").width, 100);
 }
 
 TEST(Picture, MatrixOfAnyNumbers) {
@@ -420,6 +304,61 @@ TEST(Picture, Matrix) {
   ExpectLooksLike("matrix_upright", [&] { return quen::workbench::DrawMatrix(matrix.transpose(), "A matrix"); });
 }
 
+TEST(Picture, TextGoesOnInTheNextLine) {
+  const quen::workbench::Canvas canvas(10, 10);
+  const auto wrapped = [&](const std::string& text, double width) {
+    return quen::workbench::Wrapped(canvas.Cairo(), text, width);
+  };
+  EXPECT_EQ(wrapped("one two three", 1000.0), (std::vector<std::string>{"one two three"}));
+  EXPECT_EQ(wrapped("one two three", 70.0), (std::vector<std::string>{"one two", "three"}));
+  EXPECT_EQ(wrapped("one two three", 1.0), (std::vector<std::string>{"one", "two", "three"}));
+  EXPECT_EQ(wrapped("", 1.0), std::vector<std::string>());
+  EXPECT_EQ(quen::workbench::Shortened(canvas.Cairo(), "one two three", 1000.0), "one two three");
+  EXPECT_EQ(quen::workbench::Shortened(canvas.Cairo(), "one two three", 70.0), "one tw…");
+}
+
+// --- Colours
+
+/// L, a and b of a colour as the eye has it: whole, without the receptors for red, or without those for green
+/// (G. M. Machado, M. M. Oliveira, L. A. F. Fernandes, IEEE Trans. Vis. Comput. Graph. 15, 1291 (2009)).
+std::array<Eigen::Vector3d, 3> SeenBy(const quen::workbench::Colour& colour) {
+  Eigen::Matrix3d without_red;
+  without_red << 0.152286, 1.052583, -0.204868, 0.114503, 0.786281, 0.099216, -0.003882, -0.048116, 1.051998;
+  Eigen::Matrix3d without_green;
+  without_green << 0.367322, 0.860646, -0.227968, 0.280085, 0.672501, 0.047413, -0.011820, 0.042940, 0.968881;
+  Eigen::Matrix3d to_xyz;  // over those of white
+  to_xyz << 0.4339, 0.3763, 0.1899, 0.2126, 0.7152, 0.0722, 0.0177, 0.1095, 0.8728;
+  const auto linear = [](double value) {
+    return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+  };
+  const Eigen::Vector3d light(linear(colour.red), linear(colour.green), linear(colour.blue));
+  std::array<Eigen::Vector3d, 3> seen;
+  for (std::size_t eye = 0;
+       const Eigen::Matrix3d& kind : {Eigen::Matrix3d::Identity().eval(), without_red, without_green}) {
+    const Eigen::Vector3d roots = (to_xyz * (kind * light).cwiseMax(0.0).cwiseMin(1.0)).unaryExpr([](double t) {
+      return t > 0.008856 ? std::cbrt(t) : 7.787 * t + 16.0 / 116.0;
+    });
+    seen.at(eye++) = {116.0 * roots.y() - 16.0, 500.0 * (roots.x() - roots.y()), 200.0 * (roots.y() - roots.z())};
+  }
+  return seen;
+}
+
+TEST(Picture, CurvesAreToldApartByAnyEye) {
+  constexpr double kClearly = 15.0;  // of L, a and b; one is just seen of colours that touch
+  std::vector<quen::workbench::Colour> colours(quen::workbench::kCurves.begin(), quen::workbench::kCurves.end());
+  colours.push_back(quen::workbench::kInk);
+  colours.push_back(quen::workbench::kPaper);
+  for (std::size_t i = 0; i < colours.size(); ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      const auto one = SeenBy(colours[i]);
+      const auto other = SeenBy(colours[j]);
+      for (std::size_t eye = 0; eye < 3; ++eye) {
+        EXPECT_GT((one.at(eye) - other.at(eye)).norm(), kClearly) << i << " and " << j << ", eye " << eye;
+      }
+    }
+  }
+}
+
 TEST(Picture, Sweep) {
   const std::vector<quen::workbench::SweepPoint> points = {{0.2, 3.0, 5.0, 100},
                                                            {0.4, 1.0, 5.0, 100},
@@ -465,7 +404,7 @@ TEST(Picture, PhotonTransfer) {
 }
 
 TEST(Picture, ComparisonNoticesWhatChanged) {
-  Shades white = {100, 100, std::vector<double>(30000, 255.0)};
+  const Shades white = {100, 100, std::vector<double>(30000, 255.0)};
   Shades line = white;
   for (std::size_t k = 0; k < 120; ++k) line.values[k] = 0.0;
   EXPECT_EQ(Difference(white, white), 0.0);

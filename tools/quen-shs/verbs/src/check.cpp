@@ -11,7 +11,9 @@
 #include "tools/quen-shs/verbs/verbs.hpp"
 #include "workbench/check/correct.hpp"
 #include "workbench/fits/staged_file.hpp"
+#include "workbench/pictures/check_picture.hpp"
 #include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
 
 namespace quen::tool {
 namespace {
@@ -19,21 +21,10 @@ namespace {
 struct CheckArguments {
   std::string folder;
   bool is_strict = false;
+  std::string png;  ///< file; none if empty
   std::string fix;  ///< folder for the corrected calibration; none if empty
   bool json = false;
 };
-
-const char* Word(workbench::Verdict verdict) {
-  switch (verdict) {
-    case workbench::Verdict::kGood:
-      return "good";
-    case workbench::Verdict::kDoubtful:
-      return "doubtful";
-    case workbench::Verdict::kWrong:
-      break;
-  }
-  return "WRONG";
-}
 
 /// What keeps the examination from its beginning, as a finding: scripts get their JSON whatever happens.
 workbench::Finding Unreadable(const std::string& why) {
@@ -42,23 +33,24 @@ workbench::Finding Unreadable(const std::string& why) {
 
 void AddFindings(const workbench::Findings& findings, Report& report) {
   Json list = Json::array();
-  for (const auto& [verdict, key, subject, text, advice, corrections] : findings) {
-    report.AddLine(fmt::format("{:<9} {:<14} {}", Word(verdict), subject, text));
-    if (!advice.empty()) report.AddLine(fmt::format("{:<9} {:<14} -> {}", "", "", advice));
+  for (const workbench::Finding& finding : findings) {
+    const char* const verdict = Word(finding.verdict);
+    report.AddLine(fmt::format("{:<9} {:<14} {}", verdict, finding.subject, finding.text));
+    if (!finding.advice.empty()) report.AddLine(fmt::format("{:<9} {:<14} -> {}", "", "", finding.advice));
     Json mistakes = Json::array();
-    for (const workbench::Correction& correction : corrections) mistakes.push_back(correction.mistake);
-    list.push_back({{"key", key},
-                    {"verdict", Word(verdict)},
-                    {"subject", subject},
-                    {"text", text},
-                    {"advice", advice},
+    for (const workbench::Correction& correction : finding.corrections) mistakes.push_back(correction.mistake);
+    list.push_back({{"key", finding.key},
+                    {"verdict", verdict},
+                    {"subject", finding.subject},
+                    {"text", finding.text},
+                    {"advice", finding.advice},
                     {"mistakes", mistakes}});
   }
   report.Add("findings", list);
 }
 
-/// Writes the corrected calibration, if the findings leave no choice.
-void Fix(const CheckArguments& command, const workbench::Examination& examination, Report& report) {
+/// The files of the corrected calibration, if the findings leave no choice.
+std::vector<std::string> CorrectedFiles(const CheckArguments& command, const workbench::Examination& examination) {
   if (!examination.content) {
     throw std::runtime_error("the library does not load the calibration, so there is nothing that could be put right");
   }
@@ -71,13 +63,46 @@ void Fix(const CheckArguments& command, const workbench::Examination& examinatio
     throw std::runtime_error(
         "the corrections are not certain, so nothing is written: put right what is found, and check again");
   }
+  return workbench::CorrectedBytes(*corrected);
+}
+
+/// Files and what they are to hold.
+struct Outputs {
+  std::vector<std::string> names;
+  std::vector<std::string> contents;
+};
+
+void AddPicture(const CheckArguments& command, const workbench::Examination& examination, Outputs& outputs,
+                Report& report) {
+  if (!examination.content) {
+    report.AddLine("no picture: the library does not load the calibration");
+    return;
+  }
+  outputs.names.push_back(command.png);
+  outputs.contents.push_back(
+      workbench::DrawFindings(*examination.content, examination.findings, "check " + command.folder));
+}
+
+void AddCorrected(const CheckArguments& command, const workbench::Examination& examination, Outputs& outputs,
+                  Report& report) {
+  std::ranges::move(CorrectedFiles(command, examination), std::back_inserter(outputs.contents));
   workbench::RefuseToReplace(command.fix, false);
-  workbench::StagedFiles files(workbench::CalibrationNames(command.fix));
-  files.GiveAll(workbench::CorrectedBytes(*corrected));
-  files.Commit();
+  std::ranges::move(workbench::CalibrationNames(command.fix), std::back_inserter(outputs.names));
   for (const workbench::Finding& finding : examination.findings) {
     if (workbench::IsWrong(finding)) report.AddLine("put right: " + finding.advice);
   }
+}
+
+/// Writes the picture and the corrected calibration, as far as they are asked for.
+void WriteFiles(const CheckArguments& command, const workbench::Examination& examination, Report& report) {
+  Outputs outputs;
+  if (!command.png.empty()) AddPicture(command, examination, outputs, report);
+  if (!command.fix.empty()) AddCorrected(command, examination, outputs, report);
+  if (outputs.names.empty()) return;
+  workbench::StagedFiles files(outputs.names);
+  files.RefuseToReplace(workbench::CalibrationFiles());
+  files.GiveAll(std::move(outputs.contents));
+  files.Commit();
   report.AddFiles(files);
 }
 
@@ -101,12 +126,9 @@ void Check(const CheckArguments& command) {
   report.Add("doubtful", doubtful);
   report.AddLine(
       fmt::format("{}: {} things checked, {} wrong, {} doubtful", command.folder, findings.size(), wrong, doubtful));
-  if (!command.fix.empty()) {
-    Fix(command, examination, report);
-    report.Print(command.json);
-    return;
-  }
+  WriteFiles(command, examination, report);
   report.Print(command.json);
+  if (!command.fix.empty()) return;
   if (wrong > 0) throw std::runtime_error("the calibration in " + command.folder + " is not to be trusted");
   if (command.is_strict && doubtful > 0) {
     throw std::runtime_error("the calibration in " + command.folder + " is doubtful");
@@ -128,10 +150,12 @@ fine; or good. The exit code is 1 where something is wrong, with --strict also w
 
 The slopes of any smooth wavefront are a gradient: that tells a wrong layout from the right one without knowing the
 modes. It does not tell a flipped sign from a list in mirrored order, which are the same for a mirrored wavefront; both
-are named. If both matrices have the wrong sign throughout, this does not show. A control matrix that leaves modes out,
+are named. Of single modes it tells those that are another layout's, and those of noise: how noisy each mode is, its finest
+details say. If both matrices have the wrong sign throughout, this does not show. A control matrix that leaves modes out,
 or gives back less of them, is a choice: it is told, and no mistake.
 
-With --fix the corrected calibration is written to another folder, if what is wrong leaves no choice.)",
+With --png the findings are drawn, each as things stand and as its corrections would have them. With --fix the corrected
+calibration is written to another folder, if what is wrong leaves no choice.)",
             .list = R"(Keys of the findings in JSON:
   calibration                                   what keeps the examination from its beginning
   m2s.file, cm.file, rois.file, loading         the files, and the library's word on them
@@ -140,11 +164,13 @@ With --fix the corrected calibration is written to another folder, if what is wr
   m2s.values, cm.values                         finite, and not all zeros
   m2s.layout, cm.layout, layout, flags.pupil    order of the slopes in either matrix; flags of another pupil
   cm.inverse, cm.sign, cm.signs, cm.order, cm.scale   CM * M2S
-  m2s.modes, m2s.noise, m2s.subapertures        modes and sub-apertures without slopes, or without order
+  m2s.modes, m2s.noise, m2s.subapertures        single modes and sub-apertures without slopes, order or layout; noisy modes
 "mistakes" lists the corrections that come into question, "x_flipped" for instance; if it is one, it is certain.)",
-            .examples = {"quen-shs check sensor", "quen-shs check sensor --fix mended"},
+            .examples = {"quen-shs check sensor", "quen-shs check sensor --png findings.png",
+                         "quen-shs check sensor --fix mended"},
             .arguments = {CalibrationFolder(command->folder),
                           Flag("--strict", "Exit with 1 also where something is doubtful", command->is_strict),
+                          File("--png", "PNG file for a picture of what is found", "none", command->png),
                           Folder("--fix", "Folder to write the corrected calibration to", "nothing is written",
                                  command->fix),
                           JsonFlag(command->json)},

@@ -19,17 +19,23 @@
 #include "workbench/pictures/frame_picture.hpp"
 #include "workbench/pictures/loop_picture.hpp"
 #include "workbench/pictures/matrix_picture.hpp"
+#include "workbench/pictures/mode_picture.hpp"
 #include "workbench/pictures/stretch.hpp"
 #include "workbench/pictures/sweep_picture.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/geometry.hpp"
 #include "workbench/sensor/measurement_file.hpp"
+#include "workbench/sensor/sensor_tables.hpp"
 
 namespace quen::tool {
 namespace {
 
+using quen::basesim::kNumModes;
+using quen::basesim::kNumSlopes;
+
 struct ViewArguments {
   std::string file;
-  std::string calibration;  ///< folder, for the outlines on a frame; none if empty
+  std::string calibration;  ///< folder, for outlines on a frame and the places of slopes; none if empty
   std::string slopes;       ///< file, for the arrows on a frame; none if empty
   std::string stretch = "log";
   std::string png;  ///< file; if empty, FILE with .png for its extension
@@ -40,6 +46,7 @@ struct ViewArguments {
 struct Content {
   const char* kind;
   std::function<std::string()> draw;
+  std::string regions = {};  ///< where the places of a matrix's slopes are from; empty where none are drawn
 };
 
 /// The files that are looked at.
@@ -51,6 +58,7 @@ struct Inputs {
 
   workbench::InputFile file;
   std::optional<workbench::InputFile> slopes;
+  std::optional<workbench::InputFile> regions;  ///< of the calibration that a matrix is in, once they are looked at
 };
 
 std::string FileName(const workbench::InputFile& file) {
@@ -86,15 +94,69 @@ std::string FramePicture(const ViewArguments& command, const Inputs& inputs) {
       fmt::format("{}, row 0 at the bottom, {} stretch", FileName(inputs.file), command.stretch));
 }
 
-std::string MatrixPicture(const workbench::InputFile& file, const std::vector<std::size_t>& axes) {
+workbench::Matrix ReadMatrix(const workbench::InputFile& file, const std::vector<std::size_t>& axes) {
   const auto image = workbench::OpenFits(file, std::nullopt);
   workbench::Matrix matrix(static_cast<Eigen::Index>(axes[1]), static_cast<Eigen::Index>(axes[0]));
   workbench::Reading(file, [&] {
     quen::common::Fits::ReadImgPriv(image, matrix.data(), static_cast<std::size_t>(matrix.size()), DOUBLE_IMG, TDOUBLE,
                                     std::nullopt);
   });
-  return workbench::DrawMatrix(
-      matrix, fmt::format("{}: NAXIS1 = {} to the right, NAXIS2 = {} downward", FileName(file), axes[0], axes[1]));
+  return matrix;
+}
+
+std::string MatrixPicture(const workbench::InputFile& file, const std::vector<std::size_t>& axes) {
+  return workbench::DrawMatrix(ReadMatrix(file, axes), fmt::format("{}: NAXIS1 = {} to the right, NAXIS2 = {} downward",
+                                                                   FileName(file), axes[0], axes[1]));
+}
+
+/// The sub-apertures whose slopes a calibration's matrix holds, and where they are from, in words.
+struct Sensor {
+  workbench::Overlay overlay;
+  std::string words;
+};
+
+/// @throws std::runtime_error  the file does not hold regions and flags of a calibration
+Sensor SensorIn(const workbench::InputFile& file) {
+  workbench::RequireTable(file, workbench::kRegionTable);
+  workbench::RequireTable(file, workbench::kFlagTable);
+  return {workbench::ReadField(file).overlay, file.Name()};
+}
+
+/// As the given calibration has them, or the one that the matrix is in; else as a synthetic sensor has them.
+Sensor SensorOf(const ViewArguments& command, Inputs& inputs) {
+  if (!command.calibration.empty()) return SensorIn(workbench::CalibrationFiles().back());
+  const std::string beside = std::filesystem::path(command.file).replace_filename("shs_rois.fits").string();
+  std::string words = "a synthetic sensor";
+  std::error_code error;
+  if (inputs.file.IsRegular() && std::filesystem::is_regular_file(beside, error)) {
+    try {
+      return SensorIn(inputs.regions.emplace(beside));
+    } catch (const std::runtime_error& failure) {
+      if (workbench::IsFailureToOpen(failure)) throw;
+      words += "; " + beside + " cannot be used";
+    }
+  }
+  workbench::Overlay overlay = workbench::ReadField(inputs.file).overlay;
+  overlay.used = workbench::UsedFlags({});
+  return {std::move(overlay), words};
+}
+
+/// Slopes of the modes in one of a calibration's two matrices.
+std::string ModePicture(const workbench::InputFile& file, const workbench::Matrix& matrix, const Sensor& sensor) {
+  const bool is_m2s = matrix.rows() == kNumSlopes;
+  return workbench::DrawModes(
+      is_m2s ? matrix : workbench::Matrix(matrix.transpose()), sensor.overlay,
+      fmt::format("{}: {} of the first modes; regions of {}", FileName(file), is_m2s ? "slopes" : "rows", sensor.words),
+      is_m2s ? "px/rad" : "rad/px");
+}
+
+Content MatrixContent(const ViewArguments& command, Inputs& inputs, const std::vector<std::size_t>& axes) {
+  const bool is_m2s = axes[0] == kNumModes && axes[1] == kNumSlopes;
+  const bool is_cm = axes[0] == kNumSlopes && axes[1] == kNumModes;
+  const workbench::InputFile& file = inputs.file;
+  if (!is_m2s && !is_cm) return {"matrix", [&file, axes] { return MatrixPicture(file, axes); }};
+  const Sensor sensor = SensorOf(command, inputs);
+  return {"matrix", [&file, axes, sensor] { return ModePicture(file, ReadMatrix(file, axes), sensor); }, sensor.words};
 }
 
 std::string FieldPicture(const workbench::InputFile& file) {
@@ -102,7 +164,7 @@ std::string FieldPicture(const workbench::InputFile& file) {
   return workbench::DrawField(field.overlay, field.flux);
 }
 
-Content ContentOf(const ViewArguments& command, const Inputs& inputs) {
+Content ContentOf(const ViewArguments& command, Inputs& inputs) {
   const workbench::InputFile& file = inputs.file;
   workbench::RequireFits(file);
   if (workbench::HasTable(file, "telemetry"))
@@ -120,7 +182,7 @@ Content ContentOf(const ViewArguments& command, const Inputs& inputs) {
     return {"frame", [&] { return FramePicture(command, inputs); }};
   }
   if (axes.size() == 2 && bitpix == DOUBLE_IMG && axes[0] > 0 && axes[1] > 0) {
-    return {"matrix", [&file, axes = axes] { return MatrixPicture(file, axes); }};
+    return MatrixContent(command, inputs, axes);
   }
   throw std::runtime_error(
       fmt::format("{}: expected a frame (16 bits), a matrix (doubles), or a table \"slopes\", \"rois\", \"telemetry\", "
@@ -140,17 +202,19 @@ std::string OutputName(const ViewArguments& command, const workbench::InputFile&
 }
 
 void View(const ViewArguments& command) {
-  const Inputs inputs(command);
+  Inputs inputs(command);
   const std::string output = OutputName(command, inputs.file);
   workbench::StagedFiles files({output});
   files.RefuseToReplace(inputs.file);
   if (inputs.slopes) files.RefuseToReplace(*inputs.slopes);
   files.RefuseToReplace(workbench::CalibrationFiles());
   const Content content = ContentOf(command, inputs);
+  if (inputs.regions) files.RefuseToReplace(*inputs.regions);
   files.Give(output, content.draw());
   files.Commit();
   Report report;
   report.Add("kind", content.kind);
+  if (!content.regions.empty()) report.Add("regions", content.regions, "regions", content.regions);
   report.AddFiles(files);
   report.Print(command.json);
 }
@@ -165,13 +229,18 @@ void AddView(CommandLine& line) {
        .details = R"(
 Looks into the file to see what it is: a frame (shades of grey, with outlines and arrows on request), slopes (arrows,
 and the light of each sub-aperture), regions, a matrix, a loop's telemetry, a gain sweep, or scores. Row 0 of the
-detector is at the bottom.)",
+detector is at the bottom.
+
+Of M2S and CM the slopes of the first modes are drawn as arrows over the pupil, and the size of every mode. Where the
+sub-apertures are is read from the calibration that is given, or from shs_rois.fits beside the matrix; without these, they
+are where 'calibrate' puts them.)",
        .examples = {"quen-shs view sensor/frame.fits --stretch zscale --calibration sensor --slopes sensor/slopes.fits",
                     "quen-shs view sensor/data/M2S.fits --png m2s.png"},
        .arguments = {Positional("FILE", "FITS file", command->file),
                      OneOf("--stretch", "Shades of a frame", workbench::StretchWords(), command->stretch),
-                     Folder("--calibration", "Folder with the calibration, for outlines on a frame", "none",
-                            command->calibration),
+                     Folder("--calibration",
+                            "Folder with the calibration, for outlines on a frame and the places of slopes",
+                            "none; of a matrix, the one that it is in", command->calibration),
                      File("--slopes", "File with slopes, for arrows on a frame", "none", command->slopes),
                      File("--png", "PNG file for the picture", "FILE with .png for its extension", command->png),
                      JsonFlag(command->json)},

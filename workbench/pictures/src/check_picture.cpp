@@ -1,0 +1,160 @@
+#include "workbench/pictures/check_picture.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "workbench/pictures/src/check_panels.hpp"
+
+namespace quen::workbench {
+namespace {
+
+constexpr double kLine = 21.0;  // of text
+constexpr double kAir = 26.0;   // between findings
+constexpr std::size_t kRegionInTheMiddle = 544;
+
+/// Something to see of any calibration.
+using Look = std::function<Panel(const CalibrationContent&)>;
+
+std::vector<Look> LooksAtModes(Panel (*look)(const CalibrationContent&, std::size_t),
+                               const std::vector<std::size_t>& modes) {
+  std::vector<Look> looks;
+  for (const std::size_t mode : modes) {
+    looks.emplace_back([look, mode](const CalibrationContent& content) { return look(content, mode); });
+  }
+  return looks;
+}
+
+Look LookAtRegion(std::size_t i) {
+  return [i](const CalibrationContent& content) { return RegionAt(content, i); };
+}
+
+/// The modes that a finding is about, and others to compare with: the first two are tilts in many bases, and look alike
+/// in many layouts.
+std::vector<std::size_t> ModesOf(const Finding& finding) {
+  std::vector<std::size_t> modes = finding.numbers;
+  for (const std::size_t mode : {2U, 6U, 3U, 7U}) {
+    if (std::ranges::find(modes, mode) == modes.end()) modes.push_back(mode);
+  }
+  return modes;
+}
+
+/// What a finding is about, the most telling first.
+std::vector<Look> LooksAt(const Finding& finding) {
+  const std::string_view key = finding.key;
+  if (key == "m2s.subapertures" || key == "flags.pupil") return {Flags, LooksAtModes(M2sMode, {2}).front()};
+  if (key.starts_with("m2s.") && key != "m2s.file") return LooksAtModes(M2sMode, ModesOf(finding));
+  if (key == "cm.layout" || key == "cm.values") return LooksAtModes(CmMode, ModesOf(finding));
+  if (key.starts_with("cm.") && key != "cm.file") return {Product};
+  if (key.starts_with("flags.")) return {Flags};
+  const std::size_t region = finding.numbers.empty() ? kRegionInTheMiddle : finding.numbers.front();
+  if (key.starts_with("references.") || key == "layout") return {Offsets, LookAtRegion(region)};
+  if (key.starts_with("regions.")) return {Coverage, LookAtRegion(region)};
+  return {};
+}
+
+/// A calibration as it stands, or as a correction would have it.
+struct Version {
+  std::string words;
+  CalibrationContent content;
+};
+
+std::vector<Version> VersionsOf(const CalibrationContent& content, const Finding& finding) {
+  std::vector<Version> versions = {{", as it stands", content}};
+  for (const Correction& correction : finding.corrections) {
+    if (versions.size() == kPanelsInARow) break;
+    const std::size_t number = versions.size();
+    versions.push_back(
+        {finding.corrections.size() > 1 ? fmt::format(", put right ({})", number) : ", put right", content});
+    correction.Apply(versions.back().content);
+  }
+  return versions;
+}
+
+/// A heading, and a row of panels.
+struct Story {
+  std::vector<std::string> lines;
+  std::vector<Panel> panels;
+};
+
+/// Each look at all versions, as many as have room in a row.
+std::vector<Panel> Compared(const std::vector<Look>& looks, const std::vector<Version>& versions) {
+  std::vector<Panel> panels;
+  for (const Look& look : looks) {
+    if (panels.size() + versions.size() > kPanelsInARow) break;
+    for (const Version& version : versions) {
+      panels.push_back(look(version.content));
+      panels.back().title += version.words;
+    }
+  }
+  return panels;
+}
+
+/// "(1) exchanged, (2) regions exchanged".
+std::string CorrectionWords(const Finding& finding) {
+  std::string words;
+  for (std::size_t k = 0; k < finding.corrections.size(); ++k) {
+    words += fmt::format("{}({}) {}", k > 0 ? ", " : "", k + 1, finding.corrections[k].mistake);
+  }
+  std::ranges::replace(words, '_', ' ');
+  return words;
+}
+
+Story StoryOf(const CalibrationContent& content, const Finding& finding) {
+  Story story;
+  story.lines.push_back(fmt::format("{}: {}: {}", Word(finding.verdict), finding.subject, finding.text));
+  if (!finding.advice.empty()) story.lines.push_back("→ " + finding.advice);
+  if (finding.corrections.size() > 1) story.lines.push_back("Put right: " + CorrectionWords(finding));
+  story.panels = Compared(LooksAt(finding), VersionsOf(content, finding));
+  return story;
+}
+
+std::vector<Story> StoriesOf(const CalibrationContent& content, const Findings& findings) {
+  std::vector<Story> stories;
+  for (const Finding& finding : findings) {
+    if (finding.verdict != Verdict::kGood) stories.push_back(StoryOf(content, finding));
+  }
+  if (!stories.empty()) return stories;
+  const std::vector<Version> only = {{"", content}};
+  stories.push_back({{"Nothing is wrong or doubtful. Slopes of the first modes"},
+                     Compared(LooksAtModes(M2sMode, {0, 1, 2, 3}), only)});
+  stories.push_back(
+      {{"References, how far they are off the middle of their regions; usage flags; and what the control matrix "
+        "makes of the modes"},
+       Compared({Offsets, LookAtRegion(kRegionInTheMiddle), Flags, Product}, only)});
+  return stories;
+}
+
+}  // namespace
+
+std::string DrawFindings(const CalibrationContent& content, const Findings& findings, const std::string& title) {
+  std::vector<Story> stories = StoriesOf(content, findings);
+  const Canvas measure(1, 1);
+  double height = kTop + kAir;
+  for (Story& story : stories) {
+    std::vector<std::string> wrapped;
+    for (const std::string& line : story.lines) {
+      std::ranges::copy(Wrapped(measure.Cairo(), line, kPanelsWidth - 2.0 * kMargin), std::back_inserter(wrapped));
+    }
+    story.lines = std::move(wrapped);
+    height += kLine * static_cast<double>(story.lines.size()) + PanelsHeight(story.panels) + kAir;
+  }
+  const Canvas canvas(static_cast<int>(kPanelsWidth), static_cast<int>(height));
+  cairo_t* const cr = canvas.Cairo();
+  Use(cr, kInk);
+  Write(cr, kMargin, kTop - kTitleAbove, title + ". " + kArrowWords);
+  double top = kTop + kAir;
+  for (const Story& story : stories) {
+    Use(cr, kInk);
+    for (const std::string& line : story.lines) {
+      Write(cr, kMargin, top, line);
+      top += kLine;
+    }
+    DrawPanels(cr, top - kLine / 2.0, story.panels);
+    top += PanelsHeight(story.panels) + kAir;
+  }
+  return canvas.Png();
+}
+
+}  // namespace quen::workbench
