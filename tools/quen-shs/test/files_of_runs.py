@@ -199,13 +199,25 @@ class Names(Folder):
                 self.assertEqual(found["frame.fits"], found["s/frame.fits"])
                 self.remove(made | {"frame.fits", "picture.png"})
 
+    def test_descriptions_of_detectors(self):
+        for name in ("a b[1].json", "\n.x", "d/c;m*.json", "no ending"):
+            with self.subTest(name=name):
+                stem = os.path.splitext(name)[0]
+                maps = [f"{stem}_{what}.fits" for what in ("flat", "bad_pixels", "bad_pixel_levels")]
+                made = self.expect_made(["detector", "--new", name], name, *maps)
+                made |= self.expect_made(["detector", name, f"--png={name}.png"], name + ".png")
+                self.assertIn("is there already", self.refuses("detector", "--new", name))
+                self.do("frame", "s", "--detector", name, "--output=f.fits")
+                self.remove(made | {"f.fits"})
+
     def place(self, file, name):
         os.makedirs(os.path.dirname(self.path(name)) or ".", exist_ok=True)
         shutil.copy(self.path(file), self.path(name))
 
     @property
     def pages(self):
-        verbs = ["", "-calibrate", "-check", "-frame", "-measure", "-view", "-score", "-loop", "-manual", "-completion"]
+        verbs = ["", "-calibrate", "-check", "-frame", "-measure", "-view", "-score", "-loop", "-detector", "-manual",
+                 "-completion"]
         return [f"quen-shs{verb}.1" for verb in verbs]
 
     def test_compressed_files_are_no_other_name(self):
