@@ -56,7 +56,7 @@ TEST_F(ScoreVerb, SaysWhatIsWrong) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"--engine best",
        "--engine: expected one of centre-of-gravity, windowed, weighted, brightest, quad-cell, correlation, "
-       "gaussian-fit, found best"},
+       "gaussian-fit, maximum-likelihood, found best"},
       {"--range 13", "--range: expected a number from 0 to 12, found 13"},
       {"--frames 0", "--frames: expected a whole number from 1 to 100000, found 0"}};
   for (const auto& [arguments, reason] : cases) {

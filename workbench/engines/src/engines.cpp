@@ -10,7 +10,10 @@
 #include "centroiders/brightest_pixels.hpp"
 #include "centroiders/centre_of_gravity.hpp"
 #include "centroiders/correlation.hpp"
+#include "centroiders/drawn_spot.hpp"
 #include "centroiders/gaussian_fit.hpp"
+#include "centroiders/light_engine.hpp"
+#include "centroiders/maximum_likelihood_fit.hpp"
 #include "centroiders/quad_cell.hpp"
 #include "centroiders/weighted_centre_of_gravity.hpp"
 #include "centroiders/windowed_centre_of_gravity.hpp"
@@ -29,11 +32,11 @@ class Options {
 
   [[nodiscard]] bool Has(const std::string& name) const { return values_.contains(name); }
 
-  [[nodiscard]] std::optional<double> Number(const std::string& name) const {
+  [[nodiscard]] std::optional<double> Number(const std::string& name, const std::string& expected = "a number") const {
     const auto found = values_.find(name);
     if (found == values_.end()) return std::nullopt;
     const std::optional<double> value = ParseNumber(found->second);
-    if (!value) Refuse(name, "a number");
+    if (!value) Refuse(name, expected);
     return value;
   }
 
@@ -45,6 +48,11 @@ class Options {
     return value;
   }
 
+  [[nodiscard]] bool Is(const std::string& name, const std::string& word) const {
+    const auto found = values_.find(name);
+    return found != values_.end() && found->second == word;
+  }
+
   /// Whether the second of two words is given; the first one if the option is not.
   [[nodiscard]] bool IsSecond(const std::string& name, const std::string& first, const std::string& second) const {
     const auto found = values_.find(name);
@@ -53,11 +61,11 @@ class Options {
     return true;
   }
 
- private:
   [[noreturn]] void Refuse(const std::string& name, const std::string& expected) const {
     throw std::invalid_argument(engine_ + ": " + name + ": expected " + expected + ", found " + values_.at(name));
   }
 
+ private:
   std::string engine_;
   std::map<std::string, std::string> values_;
 };
@@ -104,6 +112,40 @@ std::unique_ptr<Engine> MakeCorrelation(const Options& options) {
   return std::make_unique<Correlation>(config);
 }
 
+PixelReading ReadingOf(const Options& options) {
+  PixelReading reading;
+  if (options.IsSecond("pixels", "signed", "unsigned")) reading.sign = PixelSign::kUnsigned;
+  reading.pedestal = options.Number("pedestal").value_or(reading.pedestal);
+  reading.ceiling = options.Number("ceiling");
+  return reading;
+}
+
+SpotShape ShapeOf(const Options& options) {
+  if (!options.Has("shape") || options.Is("shape", "given")) return SpotShape::kGiven;
+  if (options.Is("shape", "round")) return SpotShape::kRound;
+  if (options.Is("shape", "oval")) return SpotShape::kOval;
+  options.Refuse("shape", "given, round or oval");
+}
+
+std::unique_ptr<Engine> MakeMaximumLikelihood(const Options& options) {
+  MaximumLikelihoodConfig config;
+  config.reading = ReadingOf(options);
+  config.gain = options.Number("gain").value_or(config.gain);
+  config.read_noise = options.Number("read-noise").value_or(config.read_noise);
+  config.shape = ShapeOf(options);
+  config.fwhm = options.Number("fwhm").value_or(config.fwhm);
+  if (options.Is("background", "slope")) {
+    config.background_model = SpotBackground::kSlope;
+  } else if (options.Has("background") && !options.Is("background", "constant")) {
+    config.background_model = SpotBackground::kGiven;
+    config.background = *options.Number("background", "constant, slope or a number");
+  }
+  config.steps = static_cast<int>(options.WholeNumber("steps").value_or(config.steps));
+  config.tolerance = options.Number("tolerance").value_or(config.tolerance);
+  config.significance = options.Number("significance").value_or(config.significance);
+  return std::make_unique<MaximumLikelihoodFit>(config);
+}
+
 std::unique_ptr<Engine> MakeGaussianFit(const Options& options) {
   GaussianFitConfig config;
   config.fwhm = options.Number("fwhm").value_or(config.fwhm);
@@ -120,7 +162,32 @@ struct Kind {
   const char* name;
   std::vector<Option> options;
   std::unique_ptr<Engine> (*make)(const Options&);
+  bool reads = false;  ///< whether it makes light of counts by itself
 };
+
+/// What engines take that do not.
+const std::vector<Option>& OptionsOfReading() {
+  static const std::vector<Option> options = {{"pixels", "signed or unsigned [signed]"},
+                                              {"pedestal", "counts without light [0]"},
+                                              {"subtract", "border, for the median of the region's, or none [none]"}};
+  return options;
+}
+
+std::vector<Option> AllOptions(const Kind& kind) {
+  std::vector<Option> all = kind.options;
+  if (!kind.reads) all.insert(all.end(), OptionsOfReading().begin(), OptionsOfReading().end());
+  return all;
+}
+
+/// An engine, on light if the options say how to read it.
+std::unique_ptr<Engine> MakeReading(const Kind& kind, const Options& options) {
+  std::unique_ptr<Engine> engine = kind.make(options);
+  const auto is_given = [&](const Option& option) { return options.Has(option.name); };
+  if (kind.reads || std::ranges::none_of(OptionsOfReading(), is_given)) return engine;
+  LightConfig config = {.reading = ReadingOf(options)};
+  if (options.IsSecond("subtract", "none", "border")) config.background = BackgroundEstimate::kBorderMedian;
+  return std::make_unique<LightEngine>(config, std::move(engine));
+}
 
 const std::vector<Kind>& Kinds() {
   static const std::vector<Kind> kinds = {
@@ -135,6 +202,20 @@ const std::vector<Kind>& Kinds() {
       {"quad-cell", {{"gain", "pixels [for the drawn spot]"}}, MakeQuadCell},
       {"correlation", {{"size", "of the drawn spot's template, odd [21]"}}, MakeCorrelation},
       {"gaussian-fit", {{"fwhm", "of the spot, pixels [4.71]"}, {"steps", "of Gauss-Newton [4]"}}, MakeGaussianFit},
+      {"maximum-likelihood",
+       {{"gain", "counts per electron [1]"},
+        {"read-noise", "electrons RMS [5]"},
+        {"shape", "given, round or oval: what of it is fitted [given]"},
+        {"fwhm", "of the spot, or where the search starts, pixels [4.71]"},
+        {"background", "constant or slope, which are fitted, or electrons per pixel [constant]"},
+        {"pixels", "signed or unsigned [signed]"},
+        {"pedestal", "counts without light [0]"},
+        {"ceiling", "counts that are saturated, from this one up [none]"},
+        {"steps", "at most [50]"},
+        {"tolerance", "of the last step, pixels [0.001]"},
+        {"significance", "least light of a spot, standard errors [4]"}},
+       MakeMaximumLikelihood,
+       true},
   };
   return kinds;
 }
@@ -143,6 +224,16 @@ template <typename Range>
 std::string Listed(const Range& range) {
   std::string text;
   for (const auto& item : range) text += (text.empty() ? "" : ", ") + std::string(item.name);
+  return text;
+}
+
+std::string Described(const std::vector<Option>& options) {
+  std::string text;
+  for (const Option& option : options) {
+    std::string name = option.name;
+    name.resize(14, ' ');
+    text += "    " + name + option.what + "\n";
+  }
   return text;
 }
 
@@ -157,9 +248,9 @@ std::map<std::string, std::string> Parse(const Kind& kind, const std::string& te
   for (std::string item; std::getline(stream, item, ',');) {
     const std::size_t equals = item.find('=');
     const std::string name = item.substr(0, equals);
-    const bool is_known = std::any_of(kind.options.begin(), kind.options.end(),
-                                      [&](const Option& option) { return option.name == name; });
-    if (!is_known) Refuse(kind, "one of the options " + Listed(kind.options), name);
+    const std::vector<Option> options = AllOptions(kind);
+    const bool is_known = std::ranges::any_of(options, [&](const Option& option) { return option.name == name; });
+    if (!is_known) Refuse(kind, "one of the options " + Listed(options), name);
     if (equals == std::string::npos) Refuse(kind, name + "=VALUE", name);
     if (!values.emplace(name, item.substr(equals + 1)).second) Refuse(kind, name + " once", "it twice");
   }
@@ -185,15 +276,8 @@ std::vector<std::string> EngineNames() {
 
 std::string EngineHelp() {
   std::string text = "Engines and their options, given as NAME:OPTION=VALUE,OPTION=VALUE:\n";
-  for (const Kind& kind : Kinds()) {
-    text += "  " + std::string(kind.name) + "\n";
-    for (const Option& option : kind.options) {
-      std::string name = option.name;
-      name.resize(14, ' ');
-      text += "    " + name + option.what + "\n";
-    }
-  }
-  return text;
+  for (const Kind& kind : Kinds()) text += "  " + std::string(kind.name) + "\n" + Described(kind.options);
+  return text + "  all but maximum-likelihood, which has its own\n" + Described(OptionsOfReading());
 }
 
 std::unique_ptr<Engine> MakeEngine(const std::string& text) {
@@ -203,7 +287,7 @@ std::unique_ptr<Engine> MakeEngine(const std::string& text) {
     if (name != kind.name) continue;
     const std::string options = colon == std::string::npos ? "" : text.substr(colon + 1);
     try {
-      return kind.make(Options(name, Parse(kind, options)));
+      return MakeReading(kind, Options(name, Parse(kind, options)));
     } catch (const std::invalid_argument& error) {
       throw std::invalid_argument(InWordsOfTheUser(kind, error.what()));
     }

@@ -8,6 +8,8 @@
 #include "centroiders/centre_of_gravity.hpp"
 #include "centroiders/correlation.hpp"
 #include "centroiders/gaussian_fit.hpp"
+#include "centroiders/light_engine.hpp"
+#include "centroiders/maximum_likelihood_fit.hpp"
 #include "centroiders/quad_cell.hpp"
 #include "centroiders/weighted_centre_of_gravity.hpp"
 #include "centroiders/windowed_centre_of_gravity.hpp"
@@ -49,6 +51,11 @@ void ExpectSame(const std::string& text, E engine) {
   EXPECT_EQ(Measure(*made), Measure(engine)) << text;
 }
 
+/// That an engine is made which measures as this one does.
+void ExpectLike(const std::string& text, quen::workbench::Engine& engine) {
+  EXPECT_EQ(Measure(*MakeEngine(text)), Measure(engine)) << text;
+}
+
 TEST(Engines, AreMadeByNameAndOptions) {
   ExpectSame("centre-of-gravity", CentreOfGravity());
   ExpectSame("centre-of-gravity:background=10.5,threshold=20",
@@ -67,8 +74,45 @@ TEST(Engines, AreMadeByNameAndOptions) {
   ExpectSame("gaussian-fit:fwhm=5,steps=2", GaussianFit({.fwhm = 5.0, .steps = 2}));
 }
 
+TEST(Engines, OfMaximumLikelihoodAreMadeByTheirOptions) {
+  const auto expect = [](const std::string& options, const MaximumLikelihoodConfig& config) {
+    MaximumLikelihoodFit engine(config);
+    ASSERT_NE(dynamic_cast<MaximumLikelihoodFit*>(MakeEngine("maximum-likelihood" + options).get()), nullptr);
+    ExpectLike("maximum-likelihood" + options, engine);
+  };
+  expect("", {});
+  expect(":gain=2.5,read-noise=3,fwhm=5", {.gain = 2.5, .read_noise = 3.0, .fwhm = 5.0});
+  expect(":shape=given,background=constant", {});
+  expect(":shape=round", {.shape = SpotShape::kRound});
+  expect(":shape=oval,background=slope", {.shape = SpotShape::kOval, .background_model = SpotBackground::kSlope});
+  expect(":background=25", {.background_model = SpotBackground::kGiven, .background = 25.0});
+  expect(":pedestal=20,ceiling=2000", {.reading = {.pedestal = 20.0, .ceiling = 2000.0}});
+  expect(":tolerance=0.5", {.tolerance = 0.5});
+  MaximumLikelihoodFit impatient({.steps = 2});
+  EXPECT_TRUE(std::isnan(Measure(impatient).x));
+  EXPECT_TRUE(std::isnan(Measure(*MakeEngine("maximum-likelihood:steps=2")).x));
+  EXPECT_TRUE(std::isnan(Measure(*MakeEngine("maximum-likelihood:significance=1000")).x));
+}
+
+TEST(Engines, OthersReadLightIfTheyAreTold) {
+  const auto expect = [](const std::string& options, const LightConfig& config) {
+    LightEngine engine(config, std::make_unique<WindowedCentreOfGravity>());
+    ExpectLike("windowed:" + options, engine);
+  };
+  expect("pedestal=30", {.reading = {.pedestal = 30.0}});
+  expect("subtract=border", {.background = BackgroundEstimate::kBorderMedian});
+  ExpectSame(
+      "windowed:subtract=none,half-width=3",
+      LightEngine({}, std::make_unique<WindowedCentreOfGravity>(WindowedCentreOfGravityConfig{.half_width = 3})));
+  const std::vector<std::uint16_t> bright = {0, 60'000, 0, 0};
+  const auto measured = MakeEngine("centre-of-gravity:pixels=unsigned");
+  measured->Compute(bright, Roi(0, 4, 0, 1, 4, 1, 0.0, 0.0));
+  EXPECT_EQ(measured->flux, 60'000.0);
+  EXPECT_EQ(measured->x, 1.0);
+}
+
 TEST(Engines, EveryNameIsThatOfAnEngine) {
-  EXPECT_EQ(quen::workbench::EngineNames().size(), 7U);
+  EXPECT_EQ(quen::workbench::EngineNames().size(), 8U);
   for (const std::string& name : quen::workbench::EngineNames()) {
     EXPECT_NE(MakeEngine(name), nullptr);
     EXPECT_NE(quen::workbench::EngineHelp().find(name), std::string::npos);
@@ -79,9 +123,17 @@ TEST(Engines, EveryNameIsThatOfAnEngine) {
 TEST(Engines, SayWhatIsWrongWithAText) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"best",
-       "expected one of centre-of-gravity, windowed, weighted, brightest, quad-cell, correlation, gaussian-fit, found "
-       "best"},
-      {"windowed:size=3", "windowed: expected one of the options around, half-width, found size"},
+       "expected one of centre-of-gravity, windowed, weighted, brightest, quad-cell, correlation, gaussian-fit, "
+       "maximum-likelihood, found best"},
+      {"windowed:size=3",
+       "windowed: expected one of the options around, half-width, pixels, pedestal, subtract, found size"},
+      {"windowed:pixels=big", "windowed: pixels: expected signed or unsigned, found big"},
+      {"windowed:subtract=sky", "windowed: subtract: expected none or border, found sky"},
+      {"windowed:pedestal=1e6", "windowed: pedestal must be from -65535 to 65535, found 1000000"},
+      {"maximum-likelihood:shape=flat", "maximum-likelihood: shape: expected given, round or oval, found flat"},
+      {"maximum-likelihood:background=dark",
+       "maximum-likelihood: background: expected constant, slope or a number, found dark"},
+      {"maximum-likelihood:read-noise=-1", "maximum-likelihood: read-noise must be from 0 to 1000000, found -1"},
       {"windowed:half-width", "windowed: expected half-width=VALUE, found half-width"},
       {"windowed:half-width=wide", "windowed: half-width: expected a number, found wide"},
       {"windowed:half-width=3px", "windowed: half-width: expected a number, found 3px"},
