@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "centroiders/src/block.hpp"
+#include "centroiders/src/lanes.hpp"
 #include "common/simd/vector_memory.hpp"
 
 // One source for all levels: four or eight columns at a time, whose sums are the same in whatever company they are.
@@ -19,16 +20,38 @@ using common::simd::Store;
 constexpr std::size_t kMargin = kBlock;  // before the first row, and after the last one
 
 template <std::size_t W>
-using Floats __attribute__((vector_size(4 * W))) = float;
-
-template <std::size_t W>
 QUEN_ALWAYS_INLINE void Raise(Floats<W>& most, const Floats<W>& x) {
   most = most > x ? most : x;
+}
+
+/// The slopes of the plane that is closest to a region's light.
+struct Slopes {
+  double x = 0.0;
+  double y = 0.0;
+};
+
+Slopes SlopesOf(const Patch& patch) {
+  const double middle_x = 0.5 * static_cast<double>(patch.width - 1);
+  const double middle_y = 0.5 * static_cast<double>(patch.height - 1);
+  Slopes sums;
+  for (std::size_t y = 0; y < patch.height; ++y) {
+    for (std::size_t x = 0; x < patch.width; ++x) {
+      const double light = patch.light[x + patch.stride * y];
+      sums.x += light * (static_cast<double>(x) - middle_x);
+      sums.y += light * (static_cast<double>(y) - middle_y);
+    }
+  }
+  // Σ (x − middle)² over n columns is n · (n² − 1) / 12.
+  const auto width = static_cast<double>(patch.width);
+  const auto height = static_cast<double>(patch.height);
+  return {12.0 * sums.x / (width * height * (width * width - 1.0)),
+          12.0 * sums.y / (width * height * (height * height - 1.0))};
 }
 
 /// Where the search has what it works on; rows are `stride` apart.
 struct Search {
   const Patch& patch;
+  Slopes slopes;
   std::size_t side;
   float* light;
   float* capped;
@@ -89,8 +112,25 @@ QUEN_ALWAYS_INLINE void Compare(const Search& s, std::size_t y) {
   }
 }
 
+/// The region's light, less a plane, in single precision.
+template <std::size_t W>
+QUEN_ALWAYS_INLINE void SubtractPlane(const Search& s) {
+  Doubles<W> plane_of_x;
+  for (std::size_t x = 0; x < s.patch.stride; x += W) {
+    for (std::size_t lane = 0; lane < W; ++lane) plane_of_x[lane] = s.slopes.x * static_cast<double>(x + lane);
+    for (std::size_t y = 0; y < s.patch.height; ++y) {
+      Doubles<W> light;
+      Load(light, s.patch.light.data() + x + s.patch.stride * y);
+      light -= plane_of_x + s.slopes.y * static_cast<double>(y);
+      const Floats<W> rounded = __builtin_convertvector(light, Floats<W>);
+      Store(rounded, s.light + x + s.patch.stride * y);
+    }
+  }
+}
+
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void FindSquares(const Search& s) {
+  SubtractPlane<W>(s);
   for (std::size_t y = 1; y + 1 < s.patch.height; ++y) {
     for (std::size_t x = 0; x < s.patch.stride; x += W) Cap<W>(s, x, y);
   }
@@ -99,40 +139,6 @@ QUEN_ALWAYS_INLINE void FindSquares(const Search& s) {
     AddRow<W>(s, y + s.side - 1, 1.0F);
     Compare<W>(s, y);
     AddRow<W>(s, y, -1.0F);
-  }
-}
-
-/// The slopes of the plane that is closest to a region's light.
-struct Slopes {
-  double x = 0.0;
-  double y = 0.0;
-};
-
-Slopes SlopesOf(const Patch& patch) {
-  const double middle_x = 0.5 * static_cast<double>(patch.width - 1);
-  const double middle_y = 0.5 * static_cast<double>(patch.height - 1);
-  Slopes sums;
-  for (std::size_t y = 0; y < patch.height; ++y) {
-    for (std::size_t x = 0; x < patch.width; ++x) {
-      const double light = patch.light[x + patch.stride * y];
-      sums.x += light * (static_cast<double>(x) - middle_x);
-      sums.y += light * (static_cast<double>(y) - middle_y);
-    }
-  }
-  // Σ (x − middle)² over n columns is n · (n² − 1) / 12.
-  const auto width = static_cast<double>(patch.width);
-  const auto height = static_cast<double>(patch.height);
-  return {12.0 * sums.x / (width * height * (width * width - 1.0)),
-          12.0 * sums.y / (width * height * (height * height - 1.0))};
-}
-
-void SubtractPlane(const Patch& patch, const Slopes& slopes, float* light) {
-  for (std::size_t y = 0; y < patch.height; ++y) {
-    const double row = slopes.y * static_cast<double>(y);
-    for (std::size_t x = 0; x < patch.stride; ++x) {
-      const std::size_t k = x + patch.stride * y;
-      light[k] = static_cast<float>(patch.light[k] - (slopes.x * static_cast<double>(x) + row));
-    }
   }
 }
 
@@ -153,12 +159,12 @@ Point SmoothedMaximum::Find(Level level, const Patch& patch, std::size_t side, b
   side = std::min(side, (std::min(patch.width, patch.height) - 3) / 2 * 2 + 1);
   light_.resize(patch.light.size() + 2 * kMargin);
   capped_.resize(patch.light.size());
-  SubtractPlane(patch, levelled ? SlopesOf(patch) : Slopes{}, light_.data() + kMargin);
   columns_.assign(2 * patch.stride + kMargin, 0.0F);
   most_.assign(patch.stride, -std::numeric_limits<float>::infinity());
   row_.assign(patch.stride, 1.0F);
-  common::simd::Pick(level, FindPlain, FindAvx2, FindAvx2)(
-      {patch, side, light_.data() + kMargin, capped_.data(), columns_.data(), most_.data(), row_.data()});
+  common::simd::Pick(level, FindPlain, FindAvx2,
+                     FindAvx2)({patch, levelled ? SlopesOf(patch) : Slopes{}, side, light_.data() + kMargin,
+                                capped_.data(), columns_.data(), most_.data(), row_.data()});
   const auto first = most_.begin() + 1;
   const auto end = most_.begin() + static_cast<std::ptrdiff_t>(patch.width - side);
   const auto column = static_cast<std::size_t>(std::max_element(first, end) - most_.begin());

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "centroiders/src/block.hpp"
+#include "centroiders/src/lanes.hpp"
 #include "common/simd/vector_memory.hpp"
 
 // One source for all levels: two, four or eight columns at a time, each from the first row to the last. A column's sums
@@ -20,11 +21,6 @@ using common::simd::Store;
 
 // Plain arrays of vectors, which stay in registers; their bits are taken as those of whole numbers.
 // NOLINTBEGIN(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
-
-template <std::size_t W>
-using Doubles __attribute__((vector_size(8 * W))) = double;
-template <std::size_t W>
-using Words __attribute__((vector_size(8 * W))) = std::int64_t;
 
 /// exp(max(x, −230)), x at most 1, with an error of less than 2·10⁻¹⁶ of it: 2ⁿ · exp(r), where n is the whole number
 /// nearest to x / ln 2, and exp(r), |r| ≤ ln 2 / 2, the sum of its series up to r¹³ / 13!. The least value, 10⁻¹⁰⁰, is

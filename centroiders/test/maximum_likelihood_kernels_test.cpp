@@ -205,7 +205,9 @@ TEST_P(SumsOfTheFit, AreTheFormulas) {
   std::mt19937 random(2);
   for (const auto& [width, height] : {std::pair(24, 24), std::pair(3, 17), std::pair(70, 5), std::pair(9, 66)}) {
     const LightPatch patch = RandomPatch(static_cast<std::size_t>(width), static_cast<std::size_t>(height), random);
-    for (const auto& [model, extent] : ModelsOfAllForms(patch.width, patch.height)) {
+    for (const ModelAndExtent& form : ModelsOfAllForms(patch.width, patch.height)) {
+      const SpotModel& model = form.model;
+      const Extent& extent = form.extent;
       const SpotMoments sums = SumSpotMoments(GetParam(), patch, model, kNoise, extent);
       const auto powers = [&, degrees = std::array{extent.background_degree, extent.spot_degree}](
                               std::size_t a, std::size_t b) { return degrees.at(a) + degrees.at(b); };
