@@ -108,6 +108,7 @@ TEST(LightEngine, HandsOverTheRegionAsAFrameOfItsOwn) {
   EXPECT_EQ(handed.region.x_up, 23);
   EXPECT_EQ(handed.region.y_up, 23);
   EXPECT_EQ(handed.region.x_max, 23);
+  EXPECT_EQ(handed.region.y_max, 23);
   EXPECT_EQ(handed.region.x_ref, 11.25);
   EXPECT_EQ(handed.region.y_ref, 11.5);
   EXPECT_EQ(handed.region.n_pixels, 23U * 23U);
