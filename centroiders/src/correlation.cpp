@@ -13,6 +13,8 @@
 namespace quen::centroiders {
 namespace {
 
+constexpr std::size_t kMostSize = 63;
+
 std::vector<double> DrawnSpot(std::size_t size) {
   std::vector<double> values;
   const double middle = 0.5 * static_cast<double>(size - 1);
@@ -53,10 +55,34 @@ double Vertex(double before, double middle, double after) {
   return rise + fall > 0.0 ? std::clamp(0.5 * (rise - fall) / (rise + fall), -1.0, 1.0) : 0.0;
 }
 
+/// Where the top is, from the middle one of the values: of the parabolas, or of the surface.
+Point TopOf(const Neighbours& c, CorrelationTop top) {
+  const Point of_parabolas = {Vertex(c[1][0], c[1][1], c[1][2]), Vertex(c[0][1], c[1][1], c[2][1])};
+  const auto is_dark = [](const auto& row) {
+    return std::ranges::any_of(row, [](double value) { return !(value > 0); });
+  };
+  if (top == CorrelationTop::kOfParabolas || std::ranges::any_of(c, is_dark)) return of_parabolas;
+  const double left = std::log(c[1][0] / c[1][1]);
+  const double right = std::log(c[1][2] / c[1][1]);
+  const double below = std::log(c[0][1] / c[1][1]);
+  const double above = std::log(c[2][1] / c[1][1]);
+  const double xx = right + left;
+  const double yy = above + below;
+  const double xy = 0.25 * std::log(c[2][2] / c[2][0] * c[0][0] / c[0][2]);
+  const double determinant = xx * yy - xy * xy;
+  if (!(xx < 0.0 && determinant > 0.0)) return of_parabolas;
+  const Point slope = {0.5 * (right - left), 0.5 * (above - below)};
+  const Point of_surface = {(xy * slope.y - yy * slope.x) / determinant, (xy * slope.x - xx * slope.y) / determinant};
+  return std::max(std::abs(of_surface.x), std::abs(of_surface.y)) <= 1.0 ? of_surface : of_parabolas;
+}
+
 }  // namespace
 
-Correlation::Correlation(const CorrelationConfig& config) : size_(config.size), template_(config.template_values) {
-  RequireInRange("Correlation: size", static_cast<double>(size_), 3.0, 63.0);
+Correlation::Correlation(const CorrelationConfig& config, CorrelationTop top) : Correlation(config) { top_ = top; }
+
+Correlation::Correlation(const CorrelationConfig& config)
+    : size_(static_cast<std::uint32_t>(std::min(config.size, kMostSize + 1))), template_(config.template_values) {
+  RequireInRange("Correlation: size", static_cast<double>(config.size), 3.0, kMostSize);
   if (size_ % 2 == 0) throw std::invalid_argument("Correlation: size must be odd, found " + std::to_string(size_));
   if (template_.empty()) template_ = DrawnSpot(size_);
   if (template_.size() != size_ * size_) {
@@ -89,8 +115,9 @@ void Correlation::Measure(const Pixels& pixels, const Point& reference) {
     c = around(at);
   }
   if (!(c[1][1] > 0.0)) return;
-  x = static_cast<double>(at.x) + Vertex(c[1][0], c[1][1], c[1][2]) - reference.x;
-  y = static_cast<double>(at.y) + Vertex(c[0][1], c[1][1], c[2][1]) - reference.y;
+  const Point top = TopOf(c, top_);
+  x = static_cast<double>(at.x) + top.x - reference.x;
+  y = static_cast<double>(at.y) + top.y - reference.y;
 }
 
 }  // namespace quen::centroiders

@@ -139,6 +139,23 @@ TEST(LightEngine, WhatDoesNotCountMakesNoBackground) {
   EXPECT_EQ(Handed(config, counts), std::vector<int>(9, 0));
 }
 
+TEST(LightEngine, WithoutAPixelThatCountsThereIsNoBackground) {
+  for (const BackgroundEstimate estimate :
+       {BackgroundEstimate::kBorderMean, BackgroundEstimate::kBorderMedian, BackgroundEstimate::kQuantile}) {
+    const LightConfig config = {.reading = {.ceiling = 0.0}, .background = estimate};
+    EXPECT_EQ(Handed(config, {10, 20, 30}), (std::vector<int>{10, 20, 30}));
+  }
+}
+
+TEST(LightEngine, ReadsEachRegionAfresh) {
+  LightEngine engine({.background = BackgroundEstimate::kBorderMedian}, std::make_unique<CentreOfGravity>());
+  const Roi roi(0, 3, 0, 1, 3, 1, 0, 0);
+  engine.Compute(std::vector<std::uint16_t>{1000, 2000, 1000}, roi);
+  engine.Compute(std::vector<std::uint16_t>{1, 1, 5}, roi);
+  EXPECT_EQ(engine.flux, 4.0);
+  EXPECT_EQ(engine.x, 2.0);
+}
+
 TEST(LightEngine, BadPixelsAreMendedAndSaturatedOnesKept) {
   LightConfig config;
   config.reading.ceiling = 400.0;

@@ -528,6 +528,50 @@ TEST_F(SmallFrame, CorrelationGoesHalfAPixelFromTheTopAtTheMost) {
   EXPECT_EQ(engine.y, 0.0);
 }
 
+TEST_F(SmallFrame, CorrelationsSurfaceIsExactForInclinedSpots) {
+  constexpr double kErrorOfParabolas = 0.1;
+  constexpr double kEdge = 2e-3;  // the region cuts the wings of the longer axis
+  double worst = 0.0;
+  for (const double x : {11.6, 12.0, 12.45}) {
+    for (const double y : {11.55, 12.2}) {
+      for (std::size_t row = 0; row < kSide; ++row) {
+        for (std::size_t column = 0; column < kSide; ++column) {
+          const double u = static_cast<double>(column) - x;
+          const double v = static_cast<double>(row) - y;
+          const double along = (u + v) / 3.5;  // the axes of 3.5 and 1.5 pixels are at 45 degrees
+          const double across = (u - v) / 1.5;
+          At(column, row) =
+              static_cast<std::uint16_t>(std::lround(30'000.0 * std::exp(-0.25 * (along * along + across * across))));
+        }
+      }
+      Correlation of_surface({}, CorrelationTop::kOfSurface);
+      Correlation of_parabolas({}, CorrelationTop::kOfParabolas);
+      Measure(of_surface);
+      Measure(of_parabolas);
+      EXPECT_NEAR(of_surface.x, x - 12.0, kEdge);
+      EXPECT_NEAR(of_surface.y, y - 12.0, kEdge);
+      worst = std::max({worst, std::abs(of_parabolas.x - (x - 12.0)), std::abs(of_parabolas.y - (y - 12.0))});
+    }
+  }
+  EXPECT_GT(worst, kErrorOfParabolas);
+}
+
+TEST_F(SmallFrame, CorrelationsSurfaceIsTheParabolasWhereThereIsNoneToFind) {
+  // Dark corners, with a template that is a cross; a saddle; and a top more than a pixel away.
+  const auto expect_parabolas = [&](const std::vector<double>& values) {
+    Correlation of_surface({.size = 3, .template_values = values}, CorrelationTop::kOfSurface);
+    Correlation of_parabolas({.size = 3, .template_values = values});
+    Measure(of_surface);
+    Measure(of_parabolas);
+    EXPECT_EQ(of_surface.x, of_parabolas.x);
+    EXPECT_EQ(of_surface.y, of_parabolas.y);
+  };
+  At(12, 12) = 100;
+  expect_parabolas({0, 3, 0, 2, 4, 2, 0, 2, 0});
+  expect_parabolas({9, 8, 1, 8, 10, 8, 1, 8, 9});
+  expect_parabolas({9.99, 3.87, 1.5, 3.87, 10, 9.51, 1.5, 9.51, 9.99});
+}
+
 // --- Gaussian fit
 
 TEST_F(SmallFrame, FitIsExactForTheDrawnSpot) {

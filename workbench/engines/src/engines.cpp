@@ -109,7 +109,8 @@ std::unique_ptr<Engine> MakeQuadCell(const Options& options) {
 std::unique_ptr<Engine> MakeCorrelation(const Options& options) {
   CorrelationConfig config;
   if (const std::optional<long> size = options.WholeNumber("size")) config.size = static_cast<std::size_t>(*size);
-  return std::make_unique<Correlation>(config);
+  const bool of_surface = options.IsSecond("top", "parabolas", "surface");
+  return std::make_unique<Correlation>(config, of_surface ? CorrelationTop::kOfSurface : CorrelationTop::kOfParabolas);
 }
 
 PixelReading ReadingOf(const Options& options) {
@@ -200,7 +201,9 @@ const std::vector<Kind>& Kinds() {
       {"weighted", {{"fwhm", "of the weight, pixels [4.71]"}, {"gain", "[for the drawn spot]"}}, MakeWeighted},
       {"brightest", {{"number", "of pixels [40]"}, {"fraction", "of the pixels, instead"}}, MakeBrightest},
       {"quad-cell", {{"gain", "pixels [for the drawn spot]"}}, MakeQuadCell},
-      {"correlation", {{"size", "of the drawn spot's template, odd [21]"}}, MakeCorrelation},
+      {"correlation",
+       {{"size", "of the drawn spot's template, odd [21]"}, {"top", "of parabolas, or of a surface [parabolas]"}},
+       MakeCorrelation},
       {"gaussian-fit", {{"fwhm", "of the spot, pixels [4.71]"}, {"steps", "of Gauss-Newton [4]"}}, MakeGaussianFit},
       {"maximum-likelihood",
        {{"gain", "counts per electron [1]"},

@@ -71,6 +71,8 @@ TEST(Engines, AreMadeByNameAndOptions) {
   ExpectSame("brightest:fraction=0.2", BrightestPixels({.fraction = 0.2}));
   ExpectSame("quad-cell:gain=2", QuadCell({.gain = 2.0}));
   ExpectSame("correlation:size=9", Correlation({.size = 9}));
+  ExpectSame("correlation:top=parabolas", Correlation());
+  ExpectSame("correlation:top=surface", Correlation({}, CorrelationTop::kOfSurface));
   ExpectSame("gaussian-fit:fwhm=5,steps=2", GaussianFit({.fwhm = 5.0, .steps = 2}));
 }
 
