@@ -13,8 +13,6 @@
 namespace quen::centroiders {
 namespace {
 
-constexpr std::size_t kMostSize = 63;
-
 std::vector<double> DrawnSpot(std::size_t size) {
   std::vector<double> values;
   const double middle = 0.5 * static_cast<double>(size - 1);
@@ -81,8 +79,8 @@ Point TopOf(const Neighbours& c, CorrelationTop top) {
 Correlation::Correlation(const CorrelationConfig& config, CorrelationTop top) : Correlation(config) { top_ = top; }
 
 Correlation::Correlation(const CorrelationConfig& config)
-    : size_(static_cast<std::uint32_t>(std::min(config.size, kMostSize + 1))), template_(config.template_values) {
-  RequireInRange("Correlation: size", static_cast<double>(config.size), 3.0, kMostSize);
+    : size_(static_cast<std::uint32_t>(config.size)), template_(config.template_values) {
+  RequireInRange("Correlation: size", static_cast<double>(config.size), 3.0, 63.0);
   if (size_ % 2 == 0) throw std::invalid_argument("Correlation: size must be odd, found " + std::to_string(size_));
   if (template_.empty()) template_ = DrawnSpot(size_);
   if (template_.size() != size_ * size_) {

@@ -557,7 +557,7 @@ TEST_F(SmallFrame, CorrelationsSurfaceIsExactForInclinedSpots) {
 }
 
 TEST_F(SmallFrame, CorrelationsSurfaceIsTheParabolasWhereThereIsNoneToFind) {
-  // Dark corners, with a template that is a cross; a saddle; and a top more than a pixel away.
+  // Dark corners, of a cross and below zero; a saddle; and a top more than a pixel away.
   const auto expect_parabolas = [&](const std::vector<double>& values) {
     Correlation of_surface({.size = 3, .template_values = values}, CorrelationTop::kOfSurface);
     Correlation of_parabolas({.size = 3, .template_values = values});
@@ -568,7 +568,8 @@ TEST_F(SmallFrame, CorrelationsSurfaceIsTheParabolasWhereThereIsNoneToFind) {
   };
   At(12, 12) = 100;
   expect_parabolas({0, 3, 0, 2, 4, 2, 0, 2, 0});
-  expect_parabolas({9, 8, 1, 8, 10, 8, 1, 8, 9});
+  expect_parabolas({-3, 8, 2, 8, 10, 9, 2, 9, -3});
+  expect_parabolas({9, 8, 1, 8, 10, 8.8, 1, 8.8, 9});
   expect_parabolas({9.99, 3.87, 1.5, 3.87, 10, 9.51, 1.5, 9.51, 9.99});
 }
 
