@@ -418,6 +418,26 @@ TEST(Check, NamesShiftedReferences) {
   }
 }
 
+TEST(Check, DoubtsReferencesThatAreFarOff) {
+  quen::testing::Calibration calibration = Good();
+  for (double& value : calibration.rois["x_ref"]) value -= 3.0;
+  const Findings findings = Check(calibration);
+  ExpectFindings(findings, Verdict::kWrong, {});
+  ExpectFindings(
+      findings, Verdict::kDoubtful,
+      {{"x_ref", "-3.00 pixels from the middle of the regions, scattered by 0.00 RMS: far from where spots"}});
+}
+
+TEST(Check, NamesAPixelThatIsMissingOfEachRegion) {
+  quen::testing::Calibration calibration = Good();
+  for (double& value : calibration.rois["x_up"]) value -= 1.0;
+  for (double& value : calibration.rois["y_low"]) value += 1.0;
+  const Findings findings = Check(calibration);
+  ExpectFindings(findings, Verdict::kDoubtful,
+                 {{"x_ref", "a pixel is missing above each region: upper bounds are exclusive here"},
+                  {"y_ref", "a pixel is missing below each region: pixels are counted from 0 here"}});
+}
+
 TEST(Check, NamesAShiftThatScatters) {
   quen::testing::Calibration calibration = Good();
   std::vector<double>& x_ref = calibration.rois["x_ref"];

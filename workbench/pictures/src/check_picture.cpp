@@ -20,6 +20,7 @@ using Look = std::function<Panel(const CalibrationContent&)>;
 std::vector<Look> LooksAtModes(Panel (*look)(const CalibrationContent&, std::size_t),
                                const std::vector<std::size_t>& modes) {
   std::vector<Look> looks;
+  looks.reserve(modes.size());
   for (const std::size_t mode : modes) {
     looks.emplace_back([look, mode](const CalibrationContent& content) { return look(content, mode); });
   }
