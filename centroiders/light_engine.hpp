@@ -46,10 +46,10 @@ class QUEN_EXPORT LightEngine : public image_processing::Centroiding<std::uint16
   /// @throws std::invalid_argument  a value out of its range, or maps of different sizes
   LightEngine(const LightConfig& config, std::unique_ptr<Engine> engine);
   ~LightEngine() override;
-  LightEngine(LightEngine&&) noexcept;
-  LightEngine& operator=(LightEngine&&) noexcept;
-  LightEngine(const LightEngine&) = delete;
-  LightEngine& operator=(const LightEngine&) = delete;
+  LightEngine(LightEngine&& other) noexcept;
+  LightEngine& operator=(LightEngine&& other) noexcept;
+  LightEngine(const LightEngine& other) = delete;
+  LightEngine& operator=(const LightEngine& other) = delete;
 
   void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override;
 

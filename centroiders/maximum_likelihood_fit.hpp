@@ -85,10 +85,10 @@ class QUEN_EXPORT MaximumLikelihoodFit : public image_processing::Centroiding<st
   /// @throws std::invalid_argument  a value out of its range, or maps of different sizes
   explicit MaximumLikelihoodFit(const MaximumLikelihoodConfig& config = {});
   ~MaximumLikelihoodFit() override;
-  MaximumLikelihoodFit(MaximumLikelihoodFit&&) noexcept;
-  MaximumLikelihoodFit& operator=(MaximumLikelihoodFit&&) noexcept;
-  MaximumLikelihoodFit(const MaximumLikelihoodFit&) = delete;
-  MaximumLikelihoodFit& operator=(const MaximumLikelihoodFit&) = delete;
+  MaximumLikelihoodFit(MaximumLikelihoodFit&& other) noexcept;
+  MaximumLikelihoodFit& operator=(MaximumLikelihoodFit&& other) noexcept;
+  MaximumLikelihoodFit(const MaximumLikelihoodFit& other) = delete;
+  MaximumLikelihoodFit& operator=(const MaximumLikelihoodFit& other) = delete;
 
   void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override;
 

@@ -30,8 +30,8 @@ struct Precision {
 ///
 ///     μ = b + b_x · u + b_y · v + a · g,   g = exp(−(p_xx u² + 2 p_xy u v + p_yy v²) / 2),   (u, v) = (x, y) − centre.
 struct SpotModel {
-  Point centre;
-  Precision p;
+  Point centre = {};
+  Precision p = {};
   double height = 0.0;      ///< a
   double background = 0.0;  ///< b
   double slope_x = 0.0;     ///< b_x
