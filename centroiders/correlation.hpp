@@ -56,7 +56,7 @@ class QUEN_EXPORT Correlation : public PixelEngine {
   void Measure(const Pixels& pixels, const Point& reference) override;
 
   std::uint32_t size_;
-  CorrelationTop top_ = CorrelationTop::kOfParabolas;
+  CorrelationTop top_;
   std::vector<double> template_;  ///< with zeros around it
 };
 

@@ -76,16 +76,17 @@ Point TopOf(const Neighbours& c, CorrelationTop top) {
 
 }  // namespace
 
-Correlation::Correlation(const CorrelationConfig& config, CorrelationTop top) : Correlation(config) { top_ = top; }
+Correlation::Correlation(const CorrelationConfig& config) : Correlation(config, CorrelationTop::kOfParabolas) {}
 
-Correlation::Correlation(const CorrelationConfig& config)
-    : size_(static_cast<std::uint32_t>(config.size)), template_(config.template_values) {
+Correlation::Correlation(const CorrelationConfig& config, CorrelationTop top)
+    : size_(static_cast<std::uint32_t>(config.size)), top_(top), template_(config.template_values) {
   RequireInRange("Correlation: size", static_cast<double>(config.size), 3.0, 63.0);
   if (size_ % 2 == 0) throw std::invalid_argument("Correlation: size must be odd, found " + std::to_string(size_));
   if (template_.empty()) template_ = DrawnSpot(size_);
-  if (template_.size() != size_ * size_) {
-    throw std::invalid_argument("Correlation: template_values must be " + std::to_string(size_ * size_) +
-                                " numbers, found " + std::to_string(template_.size()) + "; size is its side");
+  const std::size_t count = std::size_t{size_} * size_;
+  if (template_.size() != count) {
+    throw std::invalid_argument("Correlation: template_values must be " + std::to_string(count) + " numbers, found " +
+                                std::to_string(template_.size()) + "; size is its side");
   }
   for (std::size_t k = 0; k < template_.size(); ++k) {
     if (!std::isfinite(template_[k])) {

@@ -51,13 +51,13 @@ Slopes SlopesOf(const Patch& patch) {
 /// Where the search has what it works on; rows are `stride` apart.
 struct Search {
   const Patch& patch;
-  Slopes slopes;
-  std::size_t side;
-  float* light;
-  float* capped;
-  float* columns;
-  float* most;
-  float* row;
+  Slopes slopes = {};
+  std::size_t side = 0;
+  float* light = nullptr;
+  float* capped = nullptr;
+  float* columns = nullptr;
+  float* most = nullptr;
+  float* row = nullptr;
 };
 
 /// Pixels from x on in row y, no brighter than the brightest of their neighbours.

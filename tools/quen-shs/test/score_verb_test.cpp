@@ -25,7 +25,7 @@ TEST_F(ScoreVerb, PrintsARowPerEngineAndTheBound) {
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(outcome.err, "");
   EXPECT_EQ(outcome.out.find("noise 10, displacements within 2 pixels, 1 frames, seed 1; least possible RMS 0.00113 "
-                             "pixels\n\n| engine            |   bias x |"),
+                             "pixels\n\n| engine             |   bias x |"),
             0U)
       << outcome.out;
   for (const std::string& name : quen::workbench::EngineNames()) {

@@ -132,12 +132,12 @@ std::string MapName(const std::string& description, const Json& value) {
 }
 
 void Take(const std::string& name, const Json& value, DetectorDescription& detector) {
-  const auto parameter = std::ranges::find(kParameters, std::string_view(name), &Parameter::name);
+  const auto* const parameter = std::ranges::find(kParameters, std::string_view(name), &Parameter::name);
   if (parameter != kParameters.end()) {
     std::visit([&](auto member) { TakeValue(value, detector.config.*member); }, parameter->member);
     return;
   }
-  const auto map = std::ranges::find(kMaps, std::string_view(name), &Map::name);
+  const auto* const map = std::ranges::find(kMaps, std::string_view(name), &Map::name);
   if (map == kMaps.end()) throw std::invalid_argument("is no parameter of a detector; expected one of " + AllNames());
   const InputFile& file = detector.files.emplace_back(MapName(detector.files.front().Name(), value));
   map->read(file, detector.config);
