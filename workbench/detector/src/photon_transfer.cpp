@@ -76,7 +76,8 @@ double Slope(const std::vector<TransferPoint>& points, double highest) {
     squares += weight * point.mean * point.mean;
     products += weight * point.mean * point.variance;
   }
-  const double slope = (weights * products - means * variances) / (weights * squares - means * means);
+  const double determinant = weights * squares - means * means;
+  const double slope = determinant > 0.0 ? (weights * products - means * variances) / determinant : 0.0;
   return slope > 0.0 ? slope : std::numeric_limits<double>::quiet_NaN();
 }
 
