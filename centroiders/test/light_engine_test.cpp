@@ -43,7 +43,7 @@ std::vector<std::uint16_t> SpotAmongSpeckle() {
   return frame;
 }
 
-const Roi kAroundTheSpot(7, 30, 10, 33, kFrameSide, kFrameSide, 18.25, 21.5);
+Roi AroundTheSpot() { return {7, 30, 10, 33, kFrameSide, kFrameSide, 18.25, 21.5}; }
 
 /// What an engine is handed.
 class Recorder : public Engine {
@@ -75,9 +75,9 @@ TEST_P(EveryEngineOnLight, GivesTheSameWhereLightIsTheCounts) {
   const std::vector<std::uint16_t> frame = SpotAmongSpeckle();
   const auto plain = GetParam().make();
   LightEngine engine({}, GetParam().make());
-  plain->Compute(frame, kAroundTheSpot);
+  plain->Compute(frame, AroundTheSpot());
   const std::size_t allocations = quen::testing::Allocations();
-  engine.Compute(frame, kAroundTheSpot);
+  engine.Compute(frame, AroundTheSpot());
   EXPECT_EQ(quen::testing::Allocations(), allocations);
   EXPECT_EQ(engine.flux, plain->flux);
   EXPECT_EQ(engine.x, plain->x);
@@ -87,10 +87,10 @@ TEST_P(EveryEngineOnLight, GivesTheSameWhereLightIsTheCounts) {
 TEST_P(EveryEngineOnLight, SeesASpotOnAPedestal) {
   std::vector<std::uint16_t> frame = SpotAmongSpeckle();
   const auto plain = GetParam().make();
-  plain->Compute(frame, kAroundTheSpot);
+  plain->Compute(frame, AroundTheSpot());
   for (std::uint16_t& count : frame) count = static_cast<std::uint16_t>(count + 40'000);
   LightEngine engine({.reading = {.sign = PixelSign::kUnsigned, .pedestal = 40'000.0}}, GetParam().make());
-  engine.Compute(frame, kAroundTheSpot);
+  engine.Compute(frame, AroundTheSpot());
   EXPECT_EQ(engine.flux, plain->flux);
   EXPECT_EQ(engine.x, plain->x);
   EXPECT_EQ(engine.y, plain->y);
@@ -101,7 +101,7 @@ TEST(LightEngine, HandsOverTheRegionAsAFrameOfItsOwn) {
   const Recorder& handed = *recorder;
   LightEngine engine({}, std::move(recorder));
   const std::vector<std::uint16_t> frame = SpotAmongSpeckle();
-  engine.Compute(frame, kAroundTheSpot);
+  engine.Compute(frame, AroundTheSpot());
   EXPECT_EQ(handed.pixels.size(), 23U * 23U);
   EXPECT_EQ(handed.pixels[2 + 23 * 5], static_cast<std::int16_t>(frame[9 + kFrameSide * 15U]));
   EXPECT_EQ(handed.region.x_low, 0);

@@ -292,7 +292,8 @@ quen::centroiders::Point LargestSquare(const LightPatch& patch, std::size_t side
       }
       if (sum <= largest) continue;
       largest = sum;
-      found = {static_cast<double>(x + side / 2), static_cast<double>(y + side / 2)};
+      const std::size_t to_middle = side / 2;
+      found = {static_cast<double>(x + to_middle), static_cast<double>(y + to_middle)};
     }
   }
   return found;
@@ -341,7 +342,8 @@ TEST_P(SumsOfTheFit, NoSinglePixelDrawsTheStartAway) {
 TEST_P(SumsOfTheFit, NoSlopeDrawsALevelledStartAway) {
   LightPatch patch = PatchWithASpot(9.0, 13.0);
   for (std::size_t k = 0; k < patch.light.size(); ++k) {
-    patch.light[k] += 20.0 * static_cast<double>(k % 24) - 30.0 * static_cast<double>(k / 24);
+    const std::size_t row = k / 24;
+    patch.light[k] += 20.0 * static_cast<double>(k % 24) - 30.0 * static_cast<double>(row);
   }
   SmoothedMaximum start;
   EXPECT_EQ(start.Find(GetParam(), patch, 5, true).x, 9.0);
