@@ -416,8 +416,9 @@ TEST_F(FitsSmallFrame, FewerPixelsThanParametersAreAFailure) {
   roi_ = Roi(11, 14, 11, 14, kSmall, kSmall, 12.0, 12.0);
   MaximumLikelihoodConfig config = {.shape = SpotShape::kRound};  // five parameters
   config.reading.bad_pixels.resize(frame_.size());
-  for (const std::size_t column : {11U, 12U, 13U}) config.reading.bad_pixels[column + kSmall * 11U] = 1;
-  config.reading.bad_pixels[11 + kSmall * 12U] = config.reading.bad_pixels[13 + kSmall * 13U] = 1;
+  const std::size_t row = 11;
+  for (const std::size_t column : {11U, 12U, 13U}) config.reading.bad_pixels[column + kSmall * row] = 1;
+  config.reading.bad_pixels[11 + kSmall * (row + 1)] = config.reading.bad_pixels[13 + kSmall * (row + 2)] = 1;
   ExpectFailure(config);
 }
 
