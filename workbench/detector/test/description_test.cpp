@@ -147,7 +147,7 @@ TEST_F(Description, SaysWhatIsWrong) {
 
 TEST_F(Description, SaysWhatIsWrongWithAMap) {
   EXPECT_THROW(Read(R"({"flat_map": "none.fits"})"), std::runtime_error);
-  WriteImage(File("small.fits"), DOUBLE_IMG, {840, 815}, std::vector<double>(840 * 815, 1.0));
+  WriteImage(File("small.fits"), DOUBLE_IMG, {840, 815}, std::vector<double>(std::size_t{840} * 815, 1.0));
   ExpectThrows<std::runtime_error>(
       File("small.fits") + ": expected a map of 840 x 816 pixels (columns x rows), found 840 x 815",
       [&] { Read(R"({"flat_map": "small.fits"})"); });
@@ -170,7 +170,7 @@ TEST_F(Description, SaysWhatIsWrongWithAMap) {
       [&] { ReadPixelStates(InputFile(File("states.fits"))); });
   WriteText(File("states.fits"), PixelStateFile(std::vector<PixelState>(kPixels, PixelState::kDead)));
   ExpectRefused(R"({"bad_pixels": "states.fits"})", "bad_pixels must leave a good pixel, found none");
-  std::filesystem::resize_file(File("flat.fits"), 2880 * 20);
+  std::filesystem::resize_file(File("flat.fits"), 57600);
   EXPECT_THROW(Read(R"({"flat_map": "flat.fits"})"), std::runtime_error);
 }
 

@@ -397,7 +397,8 @@ TEST(Picture, PhotonTransfer) {
   quen::workbench::PhotonTransfer transfer;
   transfer.dark = {0.0, 100.0, 6.25};
   transfer.gain = 0.5;
-  for (double mean = 0.25; mean < 1.2e5; mean *= 2.0) {
+  for (int doublings = 0; doublings < 19; ++doublings) {
+    const double mean = std::ldexp(0.25, doublings);
     transfer.points.push_back({mean / 0.5, std::min(mean, 65435.0), mean < 65435.0 ? 6.25 + 0.5 * mean : 0.0});
   }
   ExpectLooksLike("transfer", [&] { return DrawTransfer(transfer, "camera.json"); });
