@@ -254,6 +254,7 @@ double ErrorBound(const detector::DetectorConfig& detector) {
       information += slope * slope / variance;
     }
   }
+  if (information == 0.0) return std::numeric_limits<double>::infinity();  // without light
   return 1.0 / std::sqrt(information);
 }
 

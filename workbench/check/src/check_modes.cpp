@@ -28,7 +28,9 @@ double MedianOf(const Eigen::VectorXd& values) {
 /// Each mode's slopes over their length, whose square may be more than a number holds; zeros stay.
 Matrix OfLengthOne(const Matrix& m2s) {
   Matrix slopes = m2s;
-  for (Eigen::Index mode = 0; mode < slopes.cols(); ++mode) slopes.col(mode) = m2s.col(mode).stableNormalized();
+  for (Eigen::Index mode = 0; mode < slopes.cols(); ++mode) {
+    if (!m2s.col(mode).isZero(0.0)) slopes.col(mode) = m2s.col(mode).stableNormalized();
+  }
   return slopes;
 }
 

@@ -144,10 +144,11 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Eigen::MatrixXd& y, c
     candidates.push_back({signs, share(is_flipped ? -1.0 : 1.0)});
   }
   Eigen::Matrix2d scaled;  // by the blocks' own sizes
-  const double both = b / std::sqrt(y_square * x_square);
+  const double both = b / (std::sqrt(y_square) * std::sqrt(x_square));
   scaled << a / y_square, both, both, c / x_square;
   const Eigen::SelfAdjointEigenSolver<Eigen::Matrix2d> solver(scaled);
   const Eigen::Vector2d best = solver.eigenvectors().col(1);
+  if (best(0) == 0.0 || best(1) == 0.0) return candidates;  // one axis alone says nothing of the other's unit
   const double ratio = best(1) / best(0) * std::sqrt(y_square / x_square);
   const double size = std::abs(ratio);
   const double in_one_unit = candidates[ratio < 0.0 ? 1 : 0].share;

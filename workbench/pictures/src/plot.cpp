@@ -53,8 +53,10 @@ double Scale::Place(double value) const {
   return value > first && length > 0.0 ? std::min((std::log(value) - std::log(first)) / length, 1.0) : 0.0;
 }
 
-Scale LinearScale(double last) {
-  constexpr double kFewest = 4.0;  // ticks
+Scale LinearScale(double largest) {
+  constexpr double kSmallest = 1e-300;  // whose ticks are numbers, too
+  constexpr double kFewest = 4.0;       // ticks
+  const double last = std::max(largest, kSmallest);
   Scale scale = {0.0, last, false, {}};
   double step = std::pow(10.0, std::floor(std::log10(last)));
   for (const double digit : {5.0, 2.0, 1.0}) {

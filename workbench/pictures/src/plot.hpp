@@ -37,8 +37,8 @@ struct Scale {
   [[nodiscard]] double Place(double value) const;
 };
 
-/// A linear scale from 0 to `last`, finite and above 0, with ticks at round numbers.
-Scale LinearScale(double last);
+/// A linear scale from 0 to `largest`, finite and above 0, with ticks at round numbers.
+Scale LinearScale(double largest);
 
 /// A logarithmic scale that holds all of a range above `smallest`, and that value if the range is empty. A dozen ticks
 /// at most, at round numbers.
