@@ -30,8 +30,9 @@ struct LightConfig {
 ///     pixel = round(light − background),    light as pixel_reading.hpp says.
 ///
 /// The engine sees a small frame that is the region. Pixels that do not count do not make the background. A bad one has
-/// the mean light of its neighbours that are not bad; a saturated one keeps its own, which is too little, and less
-/// would be worse. A median or a quantile of an even number of pixels is the lower one of the two in question.
+/// the mean light of those of its eight neighbours in the region that are not bad, 0 if there are none; a saturated one
+/// keeps its own, which is too little, and less would be worse. Where a median or a quantile falls between two pixels,
+/// it is the dimmer one.
 ///
 /// Pixels are 16-bit numbers. Where those of a region do not fit, all of them are halved before they are rounded, as
 /// often as it takes, and the engine's own thresholds are for what is left; the flux is made up for it.

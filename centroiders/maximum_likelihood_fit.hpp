@@ -56,11 +56,11 @@ struct MaximumLikelihoodConfig {
 /// charge-coupled-device optical position estimators, JOSA A 3, 1986); Thomas et al. (MNRAS 371, 2006) compare the
 /// bound with other methods.
 ///
-/// Starts where the mean of a square of pixels, of the spot's size, is largest, each pixel taken for no brighter than
-/// the brightest of its neighbours: no single pixel can draw the start away from the spot. The first step is that of
-/// equal weights. A step that would change the squared widths by more than about a half is shortened, and none moves
-/// the centre farther than half a pixel out of the region. The fit ends with the first step that moves the centre, or a
-/// deviation, by no more than `tolerance`.
+/// Starts where the mean of a square of pixels is largest, whose side is 2 · round(deviation) + 1, each pixel taken for
+/// no brighter than the brightest of its neighbours: no single pixel can draw the start away from the spot. The first
+/// step is that of equal weights. Of a step that would change the squared widths by more than about a half only the
+/// part is taken that does not, in all parameters; and none moves the centre farther than half a pixel out of the
+/// region. The fit ends with the first step that moves neither the centre nor a deviation by more than `tolerance`.
 ///
 /// Pixels that do not count (pixel_reading.hpp) have weight 0. A flat map's response weighs pixels, too: the variance
 /// of their light is (μ + r²) / flat_map, which is exact but for the read noise. The noise of dark electrons belongs in
@@ -70,9 +70,9 @@ struct MaximumLikelihoodConfig {
 /// Flux is the light of the fitted spot, 2π a / √(p_xx p_yy − p_xy²), in counts.
 ///
 /// The fit fails, and says so with flux 0 and NaN for both displacements, where
-/// - the region has less than 3 columns or rows, or no more pixels that count than there are parameters,
+/// - the region has less than 3 columns or rows, or fewer pixels that count than there are parameters,
 /// - pixels do not tell the parameters apart,
-/// - a step finds no light, a ≤ 0, or a width below 0.3 pixels or beyond the region's longer side,
+/// - a step finds no light, a ≤ 0, or a deviation below 0.3 pixels or beyond the region's longer side,
 /// - the last step is not reached, as where the centre would leave the region by more than half a pixel,
 /// - the light is less than `significance` times its standard error: noise is no spot.
 ///

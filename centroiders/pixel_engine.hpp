@@ -5,7 +5,7 @@
 #include "quen_image_processing/centroiding/centroiding.hpp"
 
 /// @file
-/// What all ready-made centroiding engines share:
+/// What all ready-made centroiding engines share, if their own headers do not say otherwise:
 ///
 /// - A pixel is a 16-bit two's-complement number: under noise dark pixels go below zero, and count as negative light.
 /// - Only the region's pixels are read. Displacements are from the region's reference point, in pixels, positive toward

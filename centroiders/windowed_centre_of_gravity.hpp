@@ -20,7 +20,7 @@ struct WindowedCentreOfGravityConfig {
 /// window is clipped to the region. Flux is the light inside the window.
 ///
 /// Around the reference, the window cuts more from the far side of a displaced spot: the response is below 1 and bends.
-/// Around the brightest pixel it follows the spot, and errs periodically, by less than a pixel's fraction.
+/// Around the brightest pixel it follows the spot, and errs periodically, by a fraction of a pixel.
 ///
 /// No light is a flux of 0 or less, as that of a window that lies beside its region. Around the reference, a NaN
 /// reference coordinate gives flux 0 and NaN for both displacements; around the brightest pixel, NaN along its axis.

@@ -193,7 +193,8 @@ if(QUEN_BUILD_TOOLS)
   quen_add_test(
     quen_shs_test
     LABEL tool
-    SOURCES tools/quen-shs/test/check_verb_test.cpp
+    SOURCES tools/quen-shs/test/camera_frames_test.cpp
+            tools/quen-shs/test/check_verb_test.cpp
             tools/quen-shs/test/command_line_test.cpp
             tools/quen-shs/test/detector_verb_test.cpp
             tools/quen-shs/test/score_verb_test.cpp

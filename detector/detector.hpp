@@ -24,7 +24,7 @@
 ///     c = round(gain · v + offset + offset_map)                counts, to the nearest, halves to the even one
 ///     count = min(max(c, 0), 2^bits − 1)                       a stuck pixel has its level instead
 ///
-/// A value that is negative or NaN is no light, 0. λ ends at 10⁹, where an infinite value gets.
+/// A value that is negative or NaN is no light, 0. λ is at most 10⁹, also where the value is infinite.
 ///
 /// The gamma distribution is what multiplication gives in registers of many steps, at gains well above one (Basden,
 /// Haniff and Mackay 2003): mean em_gain · w, variance em_gain² · w, so that the noise of light has twice its variance.

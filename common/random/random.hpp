@@ -21,7 +21,8 @@
 
 namespace quen::common::random::detail {
 
-/// The calling thread's generator. Reaching it by this name is the same as calling MersenneTwisterEngine().
+/// The calling thread's generator, which the first access seeds. MersenneTwisterEngine() is the same, and safe also
+/// where seeding has failed before.
 /// @throws std::runtime_error  the generator is not seeded yet, and the entropy source cannot be opened or read
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): per-thread state is what this module is for.
 QUEN_EXPORT extern thread_local std::mt19937 s_random;

@@ -17,7 +17,7 @@ const char* Word(Verdict verdict);
 /// What would put a mistake right.
 struct Correction {
   std::string mistake;  ///< stable, for programs: "exchanged", "x_flipped", …
-  std::function<void(CalibrationContent&)> Apply;
+  std::function<void(CalibrationContent&)> apply;
 };
 
 /// What one check of a calibration found.

@@ -9,8 +9,8 @@
 #include "workbench/fits/input_file.hpp"
 
 /// @file
-/// A detector as a user describes it: a JSON object, with members that have names, units and ranges of
-/// DetectorConfig's. Each may be left out. Comments, // or /* */, are no part of it.
+/// A detector as a user describes it: a JSON object whose members have the names, units, ranges and defaults of those
+/// of DetectorConfig. Each may be left out. Comments, // or /* */, are skipped.
 ///
 ///     {
 ///       "electrons_per_unit": 0.01,  // mean photo-electrons for a frame value of 1

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "centroiders/pixel_reading.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
 
 /// @file
@@ -22,8 +23,14 @@ std::vector<std::string> EngineNames();
 /// Their options and what they are, for the help: a line with the name of each engine, and one per option of it.
 std::string EngineHelp();
 
+/// @param sign  of the pixels, where the text says nothing of it
 /// @throws std::invalid_argument  no such engine, no such option, a value that is not what the option takes, or one out
 ///                                of its range
-std::unique_ptr<Engine> MakeEngine(const std::string& text);
+std::unique_ptr<Engine> MakeEngine(const std::string& text,
+                                   quen::centroiders::PixelSign sign = quen::centroiders::PixelSign::kSigned);
+
+/// Whether an engine, as its text gives it, knows of counts that are no light: it fits them, or an option tells it.
+/// @throws std::invalid_argument  as MakeEngine
+bool TakesPedestalAway(const std::string& text);
 
 }  // namespace quen::workbench

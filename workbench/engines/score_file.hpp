@@ -7,9 +7,8 @@
 
 namespace quen::workbench {
 
-/// A FITS file with a binary table "scores", a row per noise, or light, and engine, which has the two and what a Score
-/// holds.
-/// Displacements are in pixels.
+/// A FITS file with a binary table "scores". A row holds the score of one engine at one noise, or light, and both of
+/// these. Displacements are in pixels.
 std::string ScoreFile(const ErrorCurves& curves, const ScoreConditions& conditions);
 
 /// Reads what ScoreFile has made.

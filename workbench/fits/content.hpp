@@ -3,6 +3,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "common/fits/fits.hpp"
 #include "workbench/fits/input_file.hpp"
@@ -25,6 +26,20 @@ bool IsFits(const InputFile& file);
 ///                             that makes room for what is declared thus takes no more memory than the file's size
 ///                             justifies
 quen::common::Fits::Handle OpenFits(const InputFile& file, const std::optional<std::string>& extension);
+
+/// Opens a file at an image.
+/// @param extension  name or number of its extension; empty: the primary image or, where that has no pixels, the first
+///                   extension
+/// @throws std::runtime_error  as OpenFits; there is no such extension, or it is a table. Tiles of a compressed image
+///                             may hold more than the file has bytes: the caller looks at its axes first
+quen::common::Fits::Handle OpenImage(const InputFile& file, const std::string& extension);
+
+/// Reads the elements of an image, or one plane of a cube, as doubles, BSCALE and BZERO applied.
+/// @param plane     counted from 0; none: the whole image
+/// @param elements  room for as many as there are
+/// @throws std::runtime_error  they cannot be read
+void ReadElements(const InputFile& file, const quen::common::Fits::Handle& image, std::optional<std::size_t> plane,
+                  std::vector<double>& elements);
 
 /// Whether this is the library's failure to open a file. An InputFile is open already: it is the system that has
 /// failed, for want of descriptors or of memory, and nothing is said of what the file holds.

@@ -59,6 +59,10 @@ class StagedFile {
   Place place_ = Place::kBeside;
 };
 
+/// @param otherwise  what to do instead, "give --force to replace it" for instance
+/// @throws std::runtime_error  one of these names is in use
+void RequireNew(const std::vector<std::string>& names, const std::string& otherwise);
+
 /// All outputs of a command.
 class StagedFiles {
  public:

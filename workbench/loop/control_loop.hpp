@@ -16,8 +16,10 @@
 
 namespace quen::workbench {
 
+inline constexpr double kHighestGain = 2.0;
+
 struct LoopOptions {
-  double gain = 0.5;
+  double gain = 0.5;  ///< 0 to kHighestGain
   double leak = 0.0;  ///< share of the correction that is forgotten from frame to frame
   int delay = 1;      ///< frames from a measurement to the first frame that its correction acts on
   Exposure exposure = {};

@@ -31,7 +31,7 @@ class Disturbance {
  private:
   Eigen::VectorXd Draw();
 
-  std::mt19937_64 engine_;
+  std::mt19937_64 generator_;
   std::normal_distribution<double> normal_;
   double correlation_;
   Eigen::VectorXd sigma_;

@@ -6,7 +6,8 @@
 
 namespace quen::workbench {
 
-/// Draws the RMS errors of the engines against the noise, and the least possible error. Returns a PNG file.
+/// Draws the RMS errors of the engines, and the least possible error, against the noise or the light. Returns a PNG
+/// file.
 /// @throws std::runtime_error  there is no memory for it
 std::string DrawErrors(const ErrorCurves& curves);
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "centroiders/pixel_reading.hpp"
 #include "common/fits/fits.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "workbench/detector/description.hpp"
@@ -18,6 +19,11 @@ struct Exposure {
   double noise = 10.0;     ///< half-width, units of pixel values; without a detector
   std::uint32_t seed = 1;  ///< of either
   std::shared_ptr<const DetectorDescription> detector = {};
+
+  /// Of the frame's pixels: a detector counts from 0 on.
+  [[nodiscard]] quen::centroiders::PixelSign Sign() const {
+    return detector ? quen::centroiders::PixelSign::kUnsigned : quen::centroiders::PixelSign::kSigned;
+  }
 };
 
 /// Noise or detector, and the seed, in the header that the file stands on.

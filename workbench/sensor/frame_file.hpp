@@ -22,12 +22,32 @@ struct Frame {
   }
 };
 
-/// Reads a frame: a primary image of two axes and 16-bit integers, signed, or unsigned by BZERO = 32768.
-/// @throws std::runtime_error  the file cannot be read, or is another image
-Frame ReadFrame(const InputFile& file);
+/// The frames in one image of a file: the image, or the planes of a cube. Its pixels may be numbers of any type, tiles
+/// of it compressed.
+class FrameReader {
+ public:
+  /// @param extension  name or number of the image's extension; empty: the primary image or, where that has no pixels,
+  ///                   the first extension
+  /// @throws std::runtime_error  there is no such image, or it has other than two or three axes
+  FrameReader(const InputFile& file, const std::string& extension);
 
-/// @throws std::runtime_error  a value is above 32767, which engines would take for a dark pixel
-void RequireSignedRange(const InputFile& file, const Frame& frame);
+  [[nodiscard]] std::size_t Width() const { return axes_[0]; }
+  [[nodiscard]] std::size_t Height() const { return axes_[1]; }
+  [[nodiscard]] std::size_t Count() const { return axes_.size() == 3 ? axes_[2] : 1; }
+
+  /// Reads a frame, numbered from 0. It is unsigned if the file says so by BZERO = 32768, or if a pixel is above 32767.
+  /// @throws std::runtime_error  it cannot be read, or its pixels are not whole numbers of 16 bits
+  [[nodiscard]] Frame Read(std::size_t number) const;
+
+ private:
+  const InputFile& file_;
+  quen::common::Fits::Handle image_;
+  std::vector<std::size_t> axes_;
+};
+
+/// Reads the frame in a file's primary image.
+/// @throws std::runtime_error  as FrameReader; there is more than one
+Frame ReadFrame(const InputFile& file);
 
 /// A FITS file of the camera's frame: as ShsSimulator::ComputeFrame writes it, or, of a detector, of unsigned numbers,
 /// with what the detector is in the header.

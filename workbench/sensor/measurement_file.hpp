@@ -5,6 +5,7 @@
 
 #include "workbench/fits/input_file.hpp"
 #include "workbench/sensor/overlay.hpp"
+#include "workbench/sensor/sensor_tables.hpp"
 
 namespace quen::workbench {
 
@@ -19,8 +20,15 @@ struct MeasuredField {
 /// @throws std::runtime_error  a table is not 1089 rows long, or cannot be read
 MeasuredField ReadField(const InputFile& file);
 
+/// What a simulator has measured in one frame, a row for each sub-aperture.
+std::vector<SlopeRow> MeasuredSlopes(const quen::shssim::ShsSimulator& simulator);
+
 /// A FITS file of what a simulator has measured, as ShsSimulator::ComputeSlopes makes it: the tables "rois" (reference
 /// points truncated to whole pixels), "rois_use" and "slopes".
 std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator);
+
+/// The same of several frames: a table "slopes" for each of them, whose EXTVER is its number, counted from 1.
+std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator,
+                            const std::vector<std::vector<SlopeRow>>& frames);
 
 }  // namespace quen::workbench

@@ -20,6 +20,7 @@ struct Argument {
   std::string range = {};               ///< of a number, "0 to 2"; empty if it has none
   std::string otherwise = {};           ///< what holds where it is not given; empty if that needs no word
   std::string alias = {};               ///< another name for it; empty if it has none
+  std::string only_with = {};           ///< the argument without which it would do nothing; empty if there is none
   std::vector<std::string> words = {};  ///< values to complete
   bool is_required = false;             ///< positional arguments only
   bool may_be_repeated = false;         ///< takes its value each time
@@ -31,6 +32,9 @@ struct Argument {
   /// Its line in the help: what it is, unit, range, and what holds where it is not given.
   [[nodiscard]] std::string Description() const;
 };
+
+/// The same arguments, which do nothing without another one, and are refused then.
+std::vector<Argument> OnlyWith(const std::string& other, std::vector<Argument> arguments);
 
 // What arguments there are. Each fills a variable, which keeps its value where the argument is not given.
 

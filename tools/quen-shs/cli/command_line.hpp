@@ -16,6 +16,15 @@ inline constexpr const char* kToolSummary =
     "Simulates a Shack-Hartmann wavefront sensor: calibrations, frames, slopes, control loops, pictures.";
 inline constexpr const char* kEnvironment =
     "QUEN_SIMD=plain, avx2 or avx512 forces the instructions used; --version says which they are.";
+
+/// What every verb, or the tool itself, takes beside its arguments.
+struct CommonOption {
+  const char* name;
+  const char* what;
+};
+inline constexpr CommonOption kHelp = {"-h,--help", "Print the help and exit"};
+inline constexpr CommonOption kVersion = {"--version", "Print the version, and the instructions used, and exit"};
+
 inline constexpr const char* kExitCodes = "0, 1 for a failed job, 2 for wrong usage.";
 
 /// The first commands of a new user.

@@ -97,7 +97,7 @@ TEST(CheckVerb, WritesTheCorrectedCalibrationWhereThatIsCertain) {
   EXPECT_EQ(mended.m2s, quen::workbench::MakeCalibration().m2s);
   const Outcome over = QuenShs("check " + (folder / "sensor") + " --fix " + (folder / "sensor"));
   EXPECT_EQ(over.exit_code, 1);
-  EXPECT_NE(over.err.find("exists already"), std::string::npos) << over.err;
+  EXPECT_NE(over.err.find("is there already"), std::string::npos) << over.err;
 }
 
 TEST(CheckVerb, WritesNothingWhereACorrectionIsNotCertain) {

@@ -89,6 +89,9 @@ TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
       {"loop x --noise", "--noise: expected NUMBER, found none"},
       {"loop x --noise 1 --noise 2", "--noise: expected once, found 2 times"},
       {"loop x --gain 0.3 --sweep gain=1:1:1", "--gain, --sweep: expected one of them, found all"},
+      {"calibrate x --engine weighted", "--engine: expected --measured with it, found none"},
+      {"calibrate x --spider-width 0.1", "--spider-width: expected --spider-angle with it, found none"},
+      {"detector x --hot-pixels 5", "--hot-pixels: expected --new with it, found none"},
       {"score x --engine", "--engine: expected ENGINE, found none"},
       {"loop x --gain 3", "--gain: expected a number from 0 to 2, found 3"},
       {"loop x --gain nan", "--gain: expected a number from 0 to 2, found nan"},
@@ -169,7 +172,7 @@ TEST(CommandLine, CalibrateNamesItsFilesAndRefusesToReplaceThem) {
   const Outcome second = QuenShs("calibrate " + Quoted(sensor));
   EXPECT_EQ(second.exit_code, 1);
   EXPECT_EQ(second.err,
-            "quen-shs: " + sensor + "/data/M2S.fits exists already; use --force to replace the calibration there\n");
+            "quen-shs: " + sensor + "/data/M2S.fits: is there already; give --force to replace the calibration\n");
   EXPECT_EQ(QuenShs("calibrate --force " + Quoted(sensor)).out, written);
 }
 

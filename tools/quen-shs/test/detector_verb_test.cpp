@@ -100,6 +100,11 @@ TEST_F(DetectorVerb, SaysWhatIsWrong) {
             "--noise, --read-noise: expected one of them, found all\nRun with --help for more information.\n");
 }
 
+TEST_F(DetectorVerb, IsNamedAsJsonCan) {
+  ExpectFailure("detector --new " + File("a\xff.json"),
+                "a?_flat.fits: expected a name in UTF-8, which is all that JSON can hold");
+}
+
 class FramesOfDetector : public DetectorVerb {
  protected:
   FramesOfDetector() { Done("calibrate " + File("sensor")); }
@@ -138,6 +143,15 @@ TEST_F(FramesOfDetector, StandOverWhatADescriptionSays) {
   ExpectFailure("frame " + File("sensor") + " --detector " + File("camera.json") + " --output " + File("camera.json"),
                 "cannot write " + File("camera.json") + ": it is the same file as " + File("camera.json") +
                     ", which is read; give the output another name");
+}
+
+TEST_F(FramesOfDetector, AreReadAsUnsigned) {
+  const std::string bright = "--photons 1e6 --frames 10 --engine gaussian-fit";
+  OnSensor("loop", bright + " --folder " + File("one"));
+  OnSensor("loop", bright + ":pixels=unsigned --folder " + File("other"));
+  EXPECT_EQ(BytesWithoutChecksums(File("one/slopes.fits")), BytesWithoutChecksums(File("other/slopes.fits")));
+  const std::string told = OnSensor("score", "--photons 1e6 --frames 1 --engine gaussian-fit");
+  EXPECT_NE(told.find("|   0.0 % |"), std::string::npos) << told;  // have failed
 }
 
 TEST_F(FramesOfDetector, CloseTheLoop) {

@@ -6,6 +6,7 @@
 #include "workbench/fits/header.hpp"
 #include "workbench/fits/memory_fits.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/matrix_file.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
 
 namespace quen::workbench {
@@ -18,8 +19,7 @@ constexpr const char* kCommand = "check --fix";
 std::string MatrixFile(const Matrix& matrix, const InputFile& original) {
   MemoryFits fits;
   const Handle& file = fits.Image();
-  quen::common::Fits::WriteImgPriv(file, matrix.data(), static_cast<std::size_t>(matrix.size()), DOUBLE_IMG, TDOUBLE,
-                                   {static_cast<std::size_t>(matrix.cols()), static_cast<std::size_t>(matrix.rows())});
+  WriteMatrix(file, matrix);
   CopyKeywords(original, file);
   WriteCreator(file, kCommand);
   return fits.Bytes();
@@ -44,7 +44,7 @@ std::optional<CalibrationContent> Corrected(const CalibrationContent& content, c
   for (const Finding& finding : findings) {
     if (!IsWrong(finding)) continue;
     if (finding.corrections.size() != 1) return std::nullopt;
-    finding.corrections.front().Apply(corrected);
+    finding.corrections.front().apply(corrected);
   }
   if (std::ranges::any_of(Examine(corrected), IsWrong)) return std::nullopt;
   return corrected;

@@ -87,22 +87,24 @@ Grid Refined(const Grid& grid, const std::vector<Point>& points) {
 // --- Orders
 
 /// How a list goes through the grid.
-struct Way {
+struct Traversal {
   bool by_columns = false;
   bool from_right = false;
   bool from_top = false;
   bool to_and_fro = false;
 };
 
-std::string Words(const Way& way) {
-  const std::string along_rows = way.from_right ? "from right to left" : "from left to right";
-  const std::string along_columns = way.from_top ? "from the last row to the first" : "from the first row to the last";
-  return fmt::format("{}{}, {} and {}", way.by_columns ? "column by column" : "row by row",
-                     way.to_and_fro ? " to and fro" : "", way.by_columns ? along_columns : along_rows,
-                     way.by_columns ? along_rows : along_columns);
+std::string Words(const Traversal& traversal) {
+  const std::string along_rows = traversal.from_right ? "from right to left" : "from left to right";
+  const std::string along_columns =
+      traversal.from_top ? "from the last row to the first" : "from the first row to the last";
+  return fmt::format("{}{}, {} and {}", traversal.by_columns ? "column by column" : "row by row",
+                     traversal.to_and_fro ? " to and fro" : "", traversal.by_columns ? along_columns : along_rows,
+                     traversal.by_columns ? along_rows : along_columns);
 }
 
-std::vector<std::size_t> Sorted(const Way& way, const Lattice& lattice, const std::vector<std::size_t>& used) {
+std::vector<std::size_t> Sorted(const Traversal& traversal, const Lattice& lattice,
+                                const std::vector<std::size_t>& used) {
   std::vector<std::size_t> order(used.size());
   std::iota(order.begin(), order.end(), 0U);
   int last_column = 0;
@@ -113,21 +115,21 @@ std::vector<std::size_t> Sorted(const Way& way, const Lattice& lattice, const st
   }
   std::ranges::stable_sort(order, {}, [&](std::size_t k) {
     const Place& place = lattice.places[used[k]];
-    const int column = way.from_right ? last_column - place.column : place.column;
-    const int row = way.from_top ? last_row - place.row : place.row;
-    const int major = way.by_columns ? column : row;
-    const int minor = way.by_columns ? row : column;
-    return std::pair(major, way.to_and_fro && major % 2 == 1 ? -minor : minor);
+    const int column = traversal.from_right ? last_column - place.column : place.column;
+    const int row = traversal.from_top ? last_row - place.row : place.row;
+    const int major = traversal.by_columns ? column : row;
+    const int minor = traversal.by_columns ? row : column;
+    return std::pair(major, traversal.to_and_fro && major % 2 == 1 ? -minor : minor);
   });
   return order;
 }
 
-/// The word for going `way` where the regions go `base`.
-std::string Mistake(const Way& way, const Way& base) {
-  const bool turns = way.by_columns != base.by_columns;
-  const bool x = way.from_right != base.from_right;
-  const bool y = way.from_top != base.from_top;
-  if (way.to_and_fro) return turns ? "serpentine_columns" : "serpentine";
+/// The word for going `traversal` where the regions go `base`.
+std::string Mistake(const Traversal& traversal, const Traversal& base) {
+  const bool turns = traversal.by_columns != base.by_columns;
+  const bool x = traversal.from_right != base.from_right;
+  const bool y = traversal.from_top != base.from_top;
+  if (traversal.to_and_fro) return turns ? "serpentine_columns" : "serpentine";
   if (turns) return x == y ? (x ? "by_columns_mirrored" : "by_columns") : (x ? "turned_90" : "turned_270");
   return x ? (y ? "turned_180" : "mirrored_x") : "mirrored_y";
 }
@@ -167,11 +169,12 @@ std::optional<Lattice> Lattice::Fit(const std::vector<quen::image_processing::Ro
 }
 
 std::vector<ListOrder> ListOrders(const Lattice& lattice, const std::vector<std::size_t>& used) {
-  std::vector<Way> ways;
+  std::vector<Traversal> traversals;
   for (const bool to_and_fro : {false, true}) {
     for (const bool by_columns : {false, true}) {
       for (const bool from_top : {false, true}) {
-        for (const bool from_right : {false, true}) ways.push_back({by_columns, from_right, from_top, to_and_fro});
+        for (const bool from_right : {false, true})
+          traversals.push_back({by_columns, from_right, from_top, to_and_fro});
       }
     }
   }
@@ -179,13 +182,15 @@ std::vector<ListOrder> ListOrders(const Lattice& lattice, const std::vector<std:
   std::iota(own.begin(), own.end(), 0U);
   std::vector<std::size_t> all(lattice.places.size());
   std::iota(all.begin(), all.end(), 0U);
-  const auto base = std::ranges::find_if(ways, [&](const Way& way) { return Sorted(way, lattice, used) == own; });
-  const bool is_known = base != ways.end();
+  const auto base = std::ranges::find_if(
+      traversals, [&](const Traversal& traversal) { return Sorted(traversal, lattice, used) == own; });
+  const bool is_known = base != traversals.end();
   std::vector<ListOrder> orders = {{"", is_known ? Words(*base) : "in no order that has a name", own, all}};
-  for (const Way& way : ways) {
-    std::vector<std::size_t> place = Sorted(way, lattice, used);
+  for (const Traversal& traversal : traversals) {
+    std::vector<std::size_t> place = Sorted(traversal, lattice, used);
     if (place == own) continue;
-    orders.push_back({Mistake(way, is_known ? *base : Way{}), Words(way), std::move(place), Sorted(way, lattice, all)});
+    orders.push_back({Mistake(traversal, is_known ? *base : Traversal{}), Words(traversal), std::move(place),
+                      Sorted(traversal, lattice, all)});
   }
   return orders;
 }

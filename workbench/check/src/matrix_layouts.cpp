@@ -93,7 +93,7 @@ MatrixLayout ByGradients(const SlopeSpace& gradients, const Fields& fields, cons
 }
 
 /// The two matrices, and how their slopes stand.
-struct Pair {
+struct BothMatrices {
   const Matrix& m2s;
   const Matrix& cm;
   const std::vector<ListOrder>& orders;
@@ -134,7 +134,7 @@ MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& g
   MatrixLayouts found;
   found.m2s = ByGradients(gradients, m2s, M2sFields(content.m2s, true), orders);
   const SlopeSpace slopes(m2s);
-  const Pair pair = {content.m2s, content.cm, orders};
+  const BothMatrices both = {content.m2s, content.cm, orders};
   if (IsInPlace(slopes, cm)) {  // whatever it is, it is the same in both
     found.cm = found.m2s;
     found.cm.as_it_stands = gradients.Share(cm);
@@ -144,13 +144,13 @@ MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& g
   found.cm = ByGradients(gradients, cm, CmFields(content.cm, true), orders);
   if (found.m2s.layouts.empty()) return found;
   if (!found.m2s.IsRight() && found.cm.IsRight()) {
-    if (const auto layout = pair.Relative(false, Layout())) found.m2s.layouts = {*layout};
+    if (const auto layout = both.Relative(false, Layout())) found.m2s.layouts = {*layout};
     return found;
   }
   double best_recovery = -1.0;
   const std::vector<Layout> m2s_layouts = found.m2s.layouts;
   for (const Layout& m2s_layout : m2s_layouts) {
-    const auto cm_layout = pair.Relative(true, m2s_layout);
+    const auto cm_layout = both.Relative(true, m2s_layout);
     if (!cm_layout) continue;
     const double recovery =
         Recovery(M2sPutRight(content.m2s, m2s_layout, orders), CmPutRight(content.cm, *cm_layout, orders)) -

@@ -536,7 +536,7 @@ TEST(Check, NamesSwappedBytesAndPutsThemRight) {
   ASSERT_EQ(found->corrections.size(), 1U);
   quen::workbench::CalibrationContent content;
   content.m2s = Eigen::Map<const Matrix>(calibration.m2s.values.data(), kSlopes, kModes);
-  found->corrections.front().Apply(content);
+  found->corrections.front().apply(content);
   EXPECT_EQ(content.m2s, quen::workbench::MakeCalibration().m2s);
 }
 

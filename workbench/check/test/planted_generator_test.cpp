@@ -213,7 +213,7 @@ TEST(PlantedComparison, SeesThatAnotherOrderOfAllListsIsTheSame) {
   const CalibrationContent& good = Made({});
   for (const auto& variation : quen::workbench::planted::Variations()) {
     CalibrationContent content = good;
-    variation.Apply(content);
+    variation.apply(content);
     EXPECT_EQ(AreSame(content, good), variation.name == "unchanged" || variation.name.starts_with("listed"))
         << variation.name;
   }

@@ -144,7 +144,7 @@ std::vector<CalibrationContent> AllCorrected(const CalibrationContent& content, 
     for (const Correction& correction : finding.corrections) {
       for (std::size_t k = 0; k < before && corrected.size() < kMost; ++k) {
         corrected.push_back(corrected[k]);
-        correction.Apply(corrected.back());
+        correction.apply(corrected.back());
       }
     }
   }
@@ -209,7 +209,7 @@ std::string Harm(const CalibrationContent& content, const Findings& findings, co
   std::string harm;
   for (const auto& [name, correction] : CertainOf(findings)) {
     CalibrationContent corrected = content;
-    correction.Apply(corrected);
+    correction.apply(corrected);
     if (AreSame(corrected, good, tolerance)) continue;
     if (SameParts(corrected, good, tolerance) > SameParts(content, good, tolerance)) continue;
     if (CertainBefore(recipe).contains(name)) continue;
@@ -304,7 +304,7 @@ TEST(Planted, NoOtherUnitOrListIsCalledWrong) {
     for (const Recipe& recipe : RecipesFor(number++, 3)) {
       SCOPED_TRACE(Name(recipe));
       CalibrationContent content = Made(recipe);
-      variation.Apply(content);
+      variation.apply(content);
       ExpectNothingWrong(content, variation.name, shares);
     }
   }

@@ -109,7 +109,13 @@ std::string PlaceIn(std::string_view text, std::size_t byte) {
   return fmt::format("line {}, column {}", 1 + std::ranges::count(before, '\n'), 1 + before.size() - line_start);
 }
 
+/// @param text  not long, for each member is compared with all others
 Json ParseObject(const std::string& name, const std::string& text) {
+  constexpr std::size_t kLongest = 65536;  // bytes
+  if (text.size() > kLongest) {
+    throw std::runtime_error(
+        fmt::format("{}: expected a JSON object of {} bytes at most, found {}", name, kLongest, text.size()));
+  }
   Json object;
   try {
     object = Json::parse(text, nullptr, true, true);
@@ -127,8 +133,9 @@ Json ParseObject(const std::string& name, const std::string& text) {
 
 /// Where a map is, seen from the description.
 std::string MapName(const std::string& description, const Json& value) {
-  if (!value.is_string() || value.get<std::string>().empty()) Refuse("the name of a FITS file", value);
-  return (std::filesystem::path(description).parent_path() / value.get<std::string>()).string();
+  const std::string name = value.is_string() ? value.get<std::string>() : "";
+  if (name.empty() || name.find('\0') != std::string::npos) Refuse("the name of a FITS file", value);
+  return (std::filesystem::path(description).parent_path() / name).string();
 }
 
 void Take(const std::string& name, const Json& value, DetectorDescription& detector) {
@@ -163,6 +170,13 @@ std::string Written(double value) { return Json(value).dump(); }
 std::string Written(const std::optional<double>& value) { return value ? Written(*value) : "null"; }
 std::string Written(int value) { return std::to_string(value); }
 std::string Written(bool value) { return value ? "true" : "false"; }
+std::string Written(const std::string& name) {
+  try {
+    return Json(name).dump();
+  } catch (const Json::exception&) {
+    throw std::runtime_error(name + ": expected a name in UTF-8, which is all that JSON can hold");
+  }
+}
 
 std::string Remark(const Parameter& parameter) {
   return *parameter.unit == '\0' ? parameter.what : fmt::format("{}: {}", parameter.unit, parameter.what);
@@ -202,7 +216,8 @@ DetectorDescription ReadDetector(const std::string& name) {
 
 std::string DescribedInFull(const DetectorConfig& config, const std::vector<MapSource>& maps) {
   std::string text =
-      "// A detector. Members that are left out have the values that are none: no noise, no limit, no map.\n{\n";
+      "// A detector. A member that is left out has its default: photon noise, gain 1, no read noise, no limit, no "
+      "map.\n{\n";
   for (const Parameter& parameter : kParameters) {
     const std::string value = std::visit([&](auto member) { return Written(config.*member); }, parameter.member);
     const bool is_last = maps.empty() && &parameter == &kParameters.back();
@@ -213,7 +228,7 @@ std::string DescribedInFull(const DetectorConfig& config, const std::vector<MapS
     const auto* const kind = std::ranges::find(kMaps, std::string_view(map.member), &Map::name);
     const bool is_last = &map == &maps.back();
     text += fmt::format("  {:<52} // {}\n",
-                        fmt::format("\"{}\": {}{}", map.member, Json(map.file).dump(), is_last ? "" : ","), kind->what);
+                        fmt::format("\"{}\": {}{}", map.member, Written(map.file), is_last ? "" : ","), kind->what);
   }
   return text + "}\n";
 }

@@ -20,15 +20,6 @@ using quen::detector::kPixels;
 using quen::detector::kWidth;
 using quen::detector::PixelState;
 
-void ReadElements(const Handle& image, int bitpix, const std::string& name, std::vector<double>& map) {
-  try {
-    quen::common::Fits::ReadImgPriv(image, map.data(), map.size(), bitpix, TDOUBLE, std::nullopt);
-  } catch (const std::runtime_error&) {
-    fits_clear_errmsg();
-    throw std::runtime_error(name + ": its elements cannot be read; the file may be cut short");
-  }
-}
-
 PixelState StateOf(double element, std::size_t pixel, const std::string& name) {
   for (const PixelState state : {PixelState::kGood, PixelState::kDead, PixelState::kHot, PixelState::kStuck}) {
     if (element == static_cast<double>(state)) return state;
@@ -48,7 +39,7 @@ void WriteWhat(const Handle& image, const std::string& what) {
 std::vector<double> ReadMap(const InputFile& file) {
   return Reading(file, [&] {
     const Handle image = OpenFits(file, std::nullopt);
-    const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(image);
+    const std::vector<std::size_t> axes = quen::common::Fits::ReadImgParams(image).first;
     if (axes.size() != 2 || axes[0] != kWidth || axes[1] != kHeight) {
       throw std::runtime_error(fmt::format("{}: expected a map of {} x {} pixels (columns x rows), found {}",
                                            file.Name(), kWidth, kHeight,
@@ -56,7 +47,7 @@ std::vector<double> ReadMap(const InputFile& file) {
                                                             : fmt::format("an image of {} axes", axes.size())));
     }
     std::vector<double> map(kPixels);
-    ReadElements(image, bitpix, file.Name(), map);
+    ReadElements(file, image, std::nullopt, map);
     return map;
   });
 }

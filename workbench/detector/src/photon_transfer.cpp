@@ -21,9 +21,9 @@ double Fullness(const DetectorConfig& config) {
 }
 
 /// Pairs of flat frames, of a detector that is kept.
-class Bench {
+class FlatField {
  public:
-  explicit Bench(const DetectorConfig& config)
+  explicit FlatField(const DetectorConfig& config)
       : detector_(config), electrons_per_unit_(config.electrons_per_unit), values_(kPixels) {
     for (std::size_t pixel = 0; pixel < kPixels; ++pixel) {
       if (config.bad_pixels.empty() || config.bad_pixels[pixel] == PixelState::kGood) good_.push_back(pixel);
@@ -90,13 +90,13 @@ PhotonTransfer MeasurePhotonTransfer(const DetectorConfig& config) {
   constexpr int kHalvings = 16;    // of the light, from full pixels down
   constexpr double kBeyond = 1.5;  // times the light of full pixels
   constexpr double kLinear = 0.5;  // of the largest mean
-  Bench bench(config);
+  FlatField flat_field(config);
   PhotonTransfer transfer;
-  transfer.dark = bench.ExposePair(0.0);
+  transfer.dark = flat_field.ExposePair(0.0);
   const double brightest = kBeyond * Fullness(config);
   double highest = 0.0;
   for (int step = 2 * kHalvings; step >= 0; --step) {
-    TransferPoint point = bench.ExposePair(brightest * std::exp2(-0.5 * step));
+    TransferPoint point = flat_field.ExposePair(brightest * std::exp2(-0.5 * step));
     point.mean -= transfer.dark.mean;
     highest = std::max(highest, point.mean);
     transfer.points.push_back(point);

@@ -1,5 +1,7 @@
 #include "workbench/engines/engines.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <map>
@@ -27,8 +29,11 @@ using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all
 /// What stands after an engine's name. Each option is taken by the engine that knows it.
 class Options {
  public:
-  Options(std::string engine, std::map<std::string, std::string> values)
-      : engine_(std::move(engine)), values_(std::move(values)) {}
+  /// @param sign  of the pixels, where the values say nothing of it
+  Options(std::string engine, std::map<std::string, std::string> values, PixelSign sign)
+      : engine_(std::move(engine)), values_(std::move(values)), sign_(sign) {}
+
+  [[nodiscard]] PixelSign Sign() const { return sign_; }
 
   [[nodiscard]] bool Has(const std::string& name) const { return values_.contains(name); }
 
@@ -68,6 +73,7 @@ class Options {
  private:
   std::string engine_;
   std::map<std::string, std::string> values_;
+  PixelSign sign_;
 };
 
 std::unique_ptr<Engine> MakeCentreOfGravity(const Options& options) {
@@ -92,13 +98,14 @@ std::unique_ptr<Engine> MakeWeighted(const Options& options) {
   return std::make_unique<WeightedCentreOfGravity>(config);
 }
 
+constexpr std::size_t kUsualNumber = 40;  // of the brightest pixels
+
 std::unique_ptr<Engine> MakeBrightest(const Options& options) {
-  constexpr std::size_t kUsual = 40;
   BrightestPixelsConfig config;
   config.fraction = options.Number("fraction");
   if (const std::optional<long> number = options.WholeNumber("number"))
     config.number = static_cast<std::size_t>(*number);
-  if (!config.fraction && !config.number) config.number = kUsual;
+  if (!config.fraction && !config.number) config.number = kUsualNumber;
   return std::make_unique<BrightestPixels>(config);
 }
 
@@ -113,9 +120,13 @@ std::unique_ptr<Engine> MakeCorrelation(const Options& options) {
   return std::make_unique<Correlation>(config, of_surface ? CorrelationTop::kOfSurface : CorrelationTop::kOfParabolas);
 }
 
+/// How the options say that counts are read; signs are the file's where they do not.
 PixelReading ReadingOf(const Options& options) {
-  PixelReading reading;
-  if (options.IsSecond("pixels", "signed", "unsigned")) reading.sign = PixelSign::kUnsigned;
+  PixelReading reading = {.sign = options.Sign()};
+  if (options.Has("pixels")) {
+    const bool is_unsigned = options.IsSecond("pixels", "signed", "unsigned");
+    reading.sign = is_unsigned ? PixelSign::kUnsigned : PixelSign::kSigned;
+  }
   reading.pedestal = options.Number("pedestal").value_or(reading.pedestal);
   reading.ceiling = options.Number("ceiling");
   return reading;
@@ -155,9 +166,14 @@ std::unique_ptr<Engine> MakeGaussianFit(const Options& options) {
 }
 
 struct Option {
-  const char* name;
-  const char* what;
+  std::string name;
+  std::string what;  ///< and, in brackets, what holds where it is not given
 };
+
+/// An option whose default is a number of the engine's configuration.
+Option WithDefault(const std::string& name, const std::string& what, double otherwise) {
+  return {name, fmt::format("{} [{:.3g}]", what, otherwise)};
+}
 
 struct Kind {
   const char* name;
@@ -166,10 +182,13 @@ struct Kind {
   bool reads = false;  ///< whether it makes light of counts by itself
 };
 
+/// Those that say what is no light.
+constexpr std::array<const char*, 4> kOptionsOfPedestals = {"pedestal", "subtract", "background", "threshold"};
+
 /// What engines take that do not.
 const std::vector<Option>& OptionsOfReading() {
-  static const std::vector<Option> options = {{"pixels", "signed or unsigned [signed]"},
-                                              {"pedestal", "counts without light [0]"},
+  static const std::vector<Option> options = {{"pixels", "signed or unsigned [as the frame is]"},
+                                              WithDefault("pedestal", "counts without light", PixelReading().pedestal),
                                               {"subtract", "border, for the median of the region's, or none [none]"}};
   return options;
 }
@@ -180,43 +199,59 @@ std::vector<Option> AllOptions(const Kind& kind) {
   return all;
 }
 
-/// An engine, on light if the options say how to read it.
+/// An engine, on light if it takes more than signed counts as they are.
 std::unique_ptr<Engine> MakeReading(const Kind& kind, const Options& options) {
   std::unique_ptr<Engine> engine = kind.make(options);
   const auto is_given = [&](const Option& option) { return options.Has(option.name); };
-  if (kind.reads || std::ranges::none_of(OptionsOfReading(), is_given)) return engine;
+  const bool is_plain = options.Sign() == PixelSign::kSigned && std::ranges::none_of(OptionsOfReading(), is_given);
+  if (kind.reads || is_plain) return engine;
   LightConfig config = {.reading = ReadingOf(options)};
   if (options.IsSecond("subtract", "none", "border")) config.background = BackgroundEstimate::kBorderMedian;
   return std::make_unique<LightEngine>(config, std::move(engine));
 }
 
 const std::vector<Kind>& Kinds() {
+  const CentreOfGravityConfig gravity;
+  const WindowedCentreOfGravityConfig windowed;
+  const WeightedCentreOfGravityConfig weighted;
+  const CorrelationConfig correlation;
+  const GaussianFitConfig fit;
+  const MaximumLikelihoodConfig likelihood;
   static const std::vector<Kind> kinds = {
       {"centre-of-gravity",
-       {{"background", "pixel value that is no light [0]"},
+       {WithDefault("background", "pixel value that is no light", gravity.background),
         {"threshold", "above it; dimmer pixels do not count [none]"},
         {"thresholding", "subtract or cut [subtract]"}},
        MakeCentreOfGravity},
-      {"windowed", {{"around", "brightest or reference [brightest]"}, {"half-width", "pixels [6]"}}, MakeWindowed},
-      {"weighted", {{"fwhm", "of the weight, pixels [4.71]"}, {"gain", "[for the drawn spot]"}}, MakeWeighted},
-      {"brightest", {{"number", "of pixels [40]"}, {"fraction", "of the pixels, instead"}}, MakeBrightest},
+      {"windowed",
+       {{"around", "brightest or reference [brightest]"}, WithDefault("half-width", "pixels", windowed.half_width)},
+       MakeWindowed},
+      {"weighted",
+       {WithDefault("fwhm", "of the weight, pixels", weighted.fwhm), {"gain", "[for the drawn spot]"}},
+       MakeWeighted},
+      {"brightest",
+       {WithDefault("number", "of pixels", kUsualNumber), {"fraction", "of the pixels, instead"}},
+       MakeBrightest},
       {"quad-cell", {{"gain", "pixels [for the drawn spot]"}}, MakeQuadCell},
       {"correlation",
-       {{"size", "of the drawn spot's template, odd [21]"}, {"top", "of parabolas, or of a surface [parabolas]"}},
+       {WithDefault("size", "of the drawn spot's template, odd", static_cast<double>(correlation.size)),
+        {"top", "of parabolas, or of a surface [parabolas]"}},
        MakeCorrelation},
-      {"gaussian-fit", {{"fwhm", "of the spot, pixels [4.71]"}, {"steps", "of Gauss-Newton [4]"}}, MakeGaussianFit},
+      {"gaussian-fit",
+       {WithDefault("fwhm", "of the spot, pixels", fit.fwhm), WithDefault("steps", "of Gauss-Newton", fit.steps)},
+       MakeGaussianFit},
       {"maximum-likelihood",
-       {{"gain", "counts per electron [1]"},
-        {"read-noise", "electrons RMS [5]"},
+       {WithDefault("gain", "counts per electron", likelihood.gain),
+        WithDefault("read-noise", "electrons RMS", likelihood.read_noise),
         {"shape", "given, round or oval: what of it is fitted [given]"},
-        {"fwhm", "of the spot, or where the search starts, pixels [4.71]"},
+        WithDefault("fwhm", "of the spot, or where the search starts, pixels", likelihood.fwhm),
         {"background", "constant or slope, which are fitted, or electrons per pixel [constant]"},
-        {"pixels", "signed or unsigned [signed]"},
-        {"pedestal", "counts without light [0]"},
+        {"pixels", "signed or unsigned [as the frame is]"},
+        WithDefault("pedestal", "counts without light", likelihood.reading.pedestal),
         {"ceiling", "counts that are saturated, from this one up [none]"},
-        {"steps", "at most [50]"},
-        {"tolerance", "of the last step, pixels [0.001]"},
-        {"significance", "least light of a spot, standard errors [4]"}},
+        WithDefault("steps", "at most", likelihood.steps),
+        WithDefault("tolerance", "of the last step, pixels", likelihood.tolerance),
+        WithDefault("significance", "least light of a spot, standard errors", likelihood.significance)},
        MakeMaximumLikelihood,
        true},
   };
@@ -269,6 +304,22 @@ std::string InWordsOfTheUser(const Kind& kind, const std::string& message) {
   return kind.name + text;
 }
 
+/// What a text asks for.
+struct Request {
+  const Kind* kind;
+  std::string options;  ///< as they stand behind the name
+};
+
+Request RequestOf(const std::string& text) {
+  const std::size_t colon = text.find(':');
+  const std::string name = text.substr(0, colon);
+  const auto kind = std::ranges::find(Kinds(), name, &Kind::name);
+  if (kind == Kinds().end()) {
+    throw std::invalid_argument("expected one of " + Listed(Kinds()) + ", found " + name);
+  }
+  return {&*kind, colon == std::string::npos ? "" : text.substr(colon + 1)};
+}
+
 }  // namespace
 
 std::vector<std::string> EngineNames() {
@@ -283,19 +334,20 @@ std::string EngineHelp() {
   return text + "  all but maximum-likelihood, which has its own\n" + Described(OptionsOfReading());
 }
 
-std::unique_ptr<Engine> MakeEngine(const std::string& text) {
-  const std::size_t colon = text.find(':');
-  const std::string name = text.substr(0, colon);
-  for (const Kind& kind : Kinds()) {
-    if (name != kind.name) continue;
-    const std::string options = colon == std::string::npos ? "" : text.substr(colon + 1);
-    try {
-      return MakeReading(kind, Options(name, Parse(kind, options)));
-    } catch (const std::invalid_argument& error) {
-      throw std::invalid_argument(InWordsOfTheUser(kind, error.what()));
-    }
+std::unique_ptr<Engine> MakeEngine(const std::string& text, PixelSign sign) {
+  const Request request = RequestOf(text);
+  try {
+    return MakeReading(*request.kind, Options(request.kind->name, Parse(*request.kind, request.options), sign));
+  } catch (const std::invalid_argument& error) {
+    throw std::invalid_argument(InWordsOfTheUser(*request.kind, error.what()));
   }
-  throw std::invalid_argument("expected one of " + Listed(Kinds()) + ", found " + name);
+}
+
+bool TakesPedestalAway(const std::string& text) {
+  const Request request = RequestOf(text);
+  const std::map<std::string, std::string> values = Parse(*request.kind, request.options);
+  return request.kind->reads ||
+         std::ranges::any_of(kOptionsOfPedestals, [&](const char* name) { return values.contains(name); });
 }
 
 }  // namespace quen::workbench

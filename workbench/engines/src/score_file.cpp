@@ -89,8 +89,8 @@ ErrorCurves ReadScores(const InputFile& file) {
   const auto has_all = [&](const std::vector<NamedScore>& scores) { return scores.size() == curves.scores[0].size(); };
   if (curves.places.size() < 2 || !std::ranges::is_sorted(curves.places) || !(curves.places[0] > 0.0) ||
       !std::ranges::all_of(curves.scores, has_all)) {
-    throw std::runtime_error(file.Name() +
-                             ": expected the same engines at two levels of noise or more, least noise first");
+    throw std::runtime_error(
+        file.Name() + ": expected the same engines at two levels of noise or light or more, the least one first");
   }
   return curves;
 }

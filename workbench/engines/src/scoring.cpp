@@ -12,6 +12,7 @@
 namespace quen::workbench {
 
 using quen::centroiders::ErrorBound;
+using quen::centroiders::PixelSign;
 using quen::centroiders::ScoreOptions;
 
 double NamedScore::Rms() const { return std::hypot(score.x.rms, score.y.rms) / std::sqrt(2.0); }
@@ -23,7 +24,8 @@ std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const
   std::vector<std::unique_ptr<Engine>> made;
   std::vector<std::reference_wrapper<Engine>> references;
   references.reserve(engines.size());
-  for (const std::string& text : engines) references.emplace_back(*made.emplace_back(MakeEngine(text)));
+  const auto sign = conditions.detector ? PixelSign::kUnsigned : PixelSign::kSigned;  // a detector counts from 0 on
+  for (const std::string& text : engines) references.emplace_back(*made.emplace_back(MakeEngine(text, sign)));
   const auto scores = conditions.detector
                           ? ScoreEngines(simulator, references, conditions.options, conditions.detector->config)
                           : ScoreEngines(simulator, references, conditions.options);
@@ -64,17 +66,17 @@ std::string ScoreTable(const std::vector<NamedScore>& scores, const ScoreConditi
   for (const NamedScore& named : scores) width = std::max(width, named.engine.size());
   std::string text = fmt::format(
       "{}, displacements within {:g} pixels, {} frames, seed {}; least possible RMS {:.3g} pixels\n\n"
-      "| {:<{}} |   bias x |   bias y |   RMS x |   RMS y | RMS/least |   worst | gain x | gain y | flux error | "
-      "failed | us/frame |\n"
-      "|-{:-<{}}-|---------:|---------:|--------:|--------:|----------:|--------:|-------:|-------:|-----------:|"
-      "-------:|---------:|\n",
+      "| {:<{}} |   bias x |   bias y |   RMS x |   RMS y | RMS/least |   worst | gain x | gain y |  flux error | "
+      " failed | us/frame |\n"
+      "|-{:-<{}}-|---------:|---------:|--------:|--------:|----------:|--------:|-------:|-------:|------------:|"
+      "--------:|---------:|\n",
       conditions.detector ? InWords(*conditions.detector) : fmt::format("noise {:g}", options.noise), options.range,
       options.frames, options.seed, conditions.LeastRms(), "engine", width, "", width);
   for (const NamedScore& named : scores) {
     const auto& score = named.score;
     text += fmt::format(
         "| {:<{}} | {:+8.1e} | {:+8.1e} | {:7.1e} | {:7.1e} | {:9.3g} | {:7.1e} | {:6.4f} | {:6.4f} | {:+9.2f} % | "
-        "{:4.1f} % | {:8.0f} |\n",
+        "{:5.1f} % | {:8.0f} |\n",
         named.engine, width, score.x.bias, score.y.bias, score.x.rms, score.y.rms, named.Rms() / conditions.LeastRms(),
         score.worst, score.x.gain, score.y.gain, 100.0 * score.flux_bias, 100.0 * score.failed, score.microseconds);
   }

@@ -38,7 +38,7 @@ void RequireData(const Handle& handle, const InputFile& file) {
     throw std::runtime_error(fmt::format("{}: its header cannot be read (CFITSIO status {})", file.Name(), status));
   }
   // The last block may be cut, which its reading tells. Rows may be declared to be empty, any number of them.
-  const bool is_image = handle->hdu_type == IMAGE_HDU;
+  const bool is_image = handle->hdu_type == IMAGE_HDU && fits_is_compressed_image(handle->file, &status) == 0;
   const bool has_pixels = !is_image || ImageSize(handle) <= static_cast<double>(size);
   if (has_pixels && end - kBlock < size && rows <= size) return;
   throw std::runtime_error(
@@ -72,6 +72,26 @@ bool Names(const InputFile& file, std::string_view name) {
   return false;
 }
 
+/// Opens a file at the HDU that `selection` means to CFITSIO, empty for the primary image, or at an extension by name.
+Handle OpenAt(const InputFile& file, const std::string& selection, const std::optional<std::string>& extension) {
+  RequireFits(file);
+  return Reading(file, [&] {
+    fits_clear_errmsg();
+    Handle handle = quen::common::Fits::FitsFile(file.Path() + selection, extension);
+    RequireData(handle, file);
+    return handle;
+  });
+}
+
+/// Whether an image has no pixels, and something follows it.
+bool IsEmptyBeforeOthers(const InputFile& file, const Handle& image) {
+  LONGLONG end = 0;
+  int status = 0;
+  fits_get_hduaddrll(image->file, nullptr, nullptr, &end, &status);
+  return end < static_cast<LONGLONG>(file.Size()) &&
+         Reading(file, [&] { return quen::common::Fits::ReadImgParams(image).first.empty(); });
+}
+
 /// Whether a keyword is there and has a value.
 /// @throws std::runtime_error  that cannot be told
 bool IsThere(const InputFile& file, const char* key, int status) {
@@ -94,13 +114,32 @@ bool IsFits(const InputFile& file) {
 }
 
 Handle OpenFits(const InputFile& file, const std::optional<std::string>& extension) {
-  RequireFits(file);
-  return Reading(file, [&] {
+  return OpenAt(file, "", extension);
+}
+
+Handle OpenImage(const InputFile& file, const std::string& extension) {
+  const bool is_number = !extension.empty() && extension.find_first_not_of("0123456789") == std::string::npos;
+  const bool is_name = !extension.empty() && !is_number;
+  Handle image =
+      OpenAt(file, is_number ? "[" + extension + "]" : "", is_name ? std::optional(extension) : std::nullopt);
+  if (extension.empty() && IsEmptyBeforeOthers(file, image)) image = OpenAt(file, "[1]", std::nullopt);
+  if (image->hdu_type == IMAGE_HDU) return image;
+  throw std::runtime_error(file.Name() + ": expected an image, found a table; name the extension of the image");
+}
+
+void ReadElements(const InputFile& file, const Handle& image, std::optional<std::size_t> plane,
+                  std::vector<double>& elements) {
+  try {
+    const int bitpix = quen::common::Fits::ReadImgParams(image).second;
+    if (plane) {
+      quen::common::Fits::ReadImgSlicePriv(image, elements.data(), elements.size(), bitpix, TDOUBLE, *plane);
+    } else {
+      quen::common::Fits::ReadImgPriv(image, elements.data(), elements.size(), bitpix, TDOUBLE, std::nullopt);
+    }
+  } catch (const std::runtime_error&) {
     fits_clear_errmsg();
-    Handle handle = quen::common::Fits::FitsFile(file.Path(), extension);
-    RequireData(handle, file);
-    return handle;
-  });
+    throw std::runtime_error(file.Name() + ": its pixels cannot be read; the file may be cut short");
+  }
 }
 
 bool IsFailureToOpen(const std::exception& error) {

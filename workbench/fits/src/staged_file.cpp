@@ -191,6 +191,14 @@ void TakePlaces(std::vector<StagedFile>& files) {
 
 }  // namespace
 
+void RequireNew(const std::vector<std::string>& names, const std::string& otherwise) {
+  for (const std::string& name : names) {
+    if (std::filesystem::exists(std::filesystem::symlink_status(name))) {
+      throw std::runtime_error(name + ": is there already; " + otherwise);
+    }
+  }
+}
+
 StagedFiles::StagedFiles(const std::vector<std::string>& names) {
   std::vector<OutputTarget> targets;
   for (const std::string& name : names) {

@@ -15,7 +15,7 @@ using quen::common::Fits::CppToFits;
 using quen::common::Fits::Handle;
 using quen::common::Fits::WriteColumnPriv;
 
-constexpr std::size_t kLongestText = FLEN_VALUE - 1;
+constexpr std::size_t kLongestText = 300;  // bytes: an engine with all its options
 
 /// As the library writes them: unsigned 16-bit numbers as signed ones.
 template <typename T>
@@ -101,6 +101,10 @@ void WriteValues(const Handle& table, int column, const std::vector<T>& values) 
 template <>
 void WriteValues(const Handle& table, int column, const std::vector<std::string>& values) {
   for (std::size_t row = 0; row < values.size(); ++row) {
+    if (values[row].size() > kLongestText) {
+      throw std::runtime_error(fmt::format("the table \"{}\": expected texts of {} bytes at most, found one of {}: {}",
+                                           table->extension, kLongestText, values[row].size(), values[row]));
+    }
     std::string copy = values[row];  // CFITSIO takes no const text
     char* text = copy.data();
     int status = 0;
@@ -135,11 +139,11 @@ std::vector<std::string> ReadValues(const InputFile& file, const Handle& table, 
   int width = 0;
   int status = 0;
   fits_get_col_display_width(table->file, shape.number, &width, &status);
-  if (width >= FLEN_VALUE) status = BAD_TFORM;
+  if (width > static_cast<int>(kLongestText)) status = BAD_TFORM;
   std::vector<std::string> values(status == 0 ? shape.rows : 0);
   LONGLONG row = 0;
   for (std::string& value : values) {
-    std::array<char, FLEN_VALUE> buffer{};
+    std::array<char, kLongestText + 1> buffer{};
     char* text = buffer.data();
     fits_read_col(table->file, TSTRING, shape.number, ++row, 1, 1, nullptr, static_cast<void*>(&text), nullptr,
                   &status);

@@ -47,7 +47,7 @@ void ExpectRefused(const std::string& name, const std::string& format, const std
 }
 
 TEST(Table, RowsAreReadBackAsTheyWere) {
-  const std::vector<Row> rows = {{-2147483647, 255, 32767, 1e300, std::string(70, 'x'), {1.0, 2.0}},
+  const std::vector<Row> rows = {{-2147483647, 255, 32767, 1e300, std::string(300, 'x'), {1.0, 2.0}},
                                  {2147483647, 128, 0, -0.5, "short", {3.0, 4.0}},
                                  {0, 1, 1, 0.0, "a b", {-5.0, 6.0}}};
   quen::workbench::MemoryFits fits;
@@ -62,6 +62,15 @@ TEST(Table, RowsAreReadBackAsTheyWere) {
     EXPECT_EQ(found[k].text, rows[k].text);
     EXPECT_EQ(found[k].pair, rows[k].pair);
   }
+}
+
+TEST(Table, TextsAreNotCut) {
+  Row row;
+  row.text = std::string(301, 'x');
+  quen::workbench::MemoryFits fits;
+  ExpectThrows<std::runtime_error>(
+      "the table \"t\": expected texts of 300 bytes at most, found one of 301: " + row.text,
+      [&] { quen::workbench::AppendRows<Row>(fits, "t", kColumns, {row}); });
 }
 
 TEST(Table, PixelsBeyondSignedOnesAreNotWritten) {
@@ -81,7 +90,7 @@ TEST(Table, OtherColumnsAreRefused) {
   ExpectRefused("pair", "3D", {}, kPair, no_pair);
   ExpectRefused("PAIR", "2D", {}, kPair, no_pair);
   ExpectRefused("number", "D", {1.0, 2.0, 1e10}, kNumber, "its column \"number\" cannot be read (CFITSIO status 412)");
-  ExpectRefused("text", "71A", {}, kText, "its column \"text\" cannot be read (CFITSIO status 261)");
+  ExpectRefused("text", "301A", {}, kText, "its column \"text\" cannot be read (CFITSIO status 261)");
 }
 
 }  // namespace

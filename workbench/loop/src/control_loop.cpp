@@ -43,7 +43,7 @@ struct ControlLoop::State {
         m2s(M2sOf(camera)),
         cm(CmOf(camera)),
         used(UsedIndices(camera.RoisUsed())),
-        centroiding(MakeEngine(options.engine)),
+        centroiding(MakeEngine(options.engine, options.exposure.Sign())),
         corrections(static_cast<std::size_t>(options.delay), NoModes()) {
     run.records.assign(frames, {NoModes(), NoModes(), NoModes()});
   }

@@ -8,7 +8,7 @@
 namespace quen::workbench {
 
 Disturbance::Disturbance(const Eigen::VectorXd& variances, double d_over_r0, double correlation, std::uint32_t seed)
-    : engine_(seed),
+    : generator_(seed),
       correlation_(correlation),
       sigma_((variances * std::pow(d_over_r0, 5.0 / 3.0)).cwiseSqrt()),
       modes_(Draw()) {}
@@ -17,7 +17,7 @@ void Disturbance::Advance() { modes_ = correlation_ * modes_ + std::sqrt(1.0 - c
 
 Eigen::VectorXd Disturbance::Draw() {
   Eigen::VectorXd values(sigma_.size());
-  for (Eigen::Index mode = 0; mode < values.size(); ++mode) values(mode) = sigma_(mode) * normal_(engine_);
+  for (Eigen::Index mode = 0; mode < values.size(); ++mode) values(mode) = sigma_(mode) * normal_(generator_);
   return values;
 }
 

@@ -15,6 +15,8 @@
 namespace quen::workbench {
 namespace {
 
+constexpr double kMostGains = 1000.0;
+
 struct SweepRow {
   double gain = 0.0;
   double residual_rms = 0.0;
@@ -35,7 +37,6 @@ bool SweepPoint::HasDiverged() const { return std::isinf(residual); }
 
 std::vector<double> ParseSweep(const std::string& text) {
   constexpr std::string_view kName = "gain=";
-  constexpr double kMost = 1000.0;
   const auto refuse = [&](const std::string& why) {
     throw std::invalid_argument(fmt::format("expected gain=FIRST:LAST:STEP{}, found {}", why, text));
   };
@@ -48,8 +49,9 @@ std::vector<double> ParseSweep(const std::string& text) {
   const auto last = ParseNumber(range.substr(first_colon + 1, second_colon - first_colon - 1));
   const auto step = ParseNumber(range.substr(second_colon + 1));
   if (!first || !last || !step) refuse(", three numbers");
-  if (!(*first >= 0.0 && *last <= 2.0 && *first <= *last)) refuse(" with 0 <= FIRST <= LAST <= 2");
-  if (!(*step > 0.0 && (*last - *first) / *step < kMost)) refuse(" with a STEP above 0 and 1000 gains at most");
+  if (!(*first >= 0.0 && *last <= kHighestGain && *first <= *last))
+    refuse(fmt::format(" with 0 <= FIRST <= LAST <= {:g}", kHighestGain));
+  if (!(*step > 0.0 && (*last - *first) / *step < kMostGains)) refuse(" with a STEP above 0 and 1000 gains at most");
 
   constexpr double kRounding = 1e-9;  // of a step
   const auto steps = static_cast<int>(std::floor((*last - *first) / *step + kRounding));
@@ -106,7 +108,12 @@ std::size_t FramesOf(const std::string& path, std::size_t row, double frames) {
 
 std::vector<SweepPoint> ReadSweep(const InputFile& file) {
   std::vector<SweepPoint> points;
-  for (const SweepRow& row : ReadRows<SweepRow>(file, kTable, kSweepColumns)) {
+  const std::vector<SweepRow> rows = ReadRows<SweepRow>(file, kTable, kSweepColumns);
+  if (static_cast<double>(rows.size()) > kMostGains) {
+    throw std::runtime_error(fmt::format("{}: expected {:.0f} rows at most in its table \"sweep\", found {}",
+                                         file.Name(), kMostGains, rows.size()));
+  }
+  for (const SweepRow& row : rows) {
     points.push_back(
         {row.gain, row.residual_rms, row.disturbance_rms, FramesOf(file.Name(), points.size(), row.frames)});
   }

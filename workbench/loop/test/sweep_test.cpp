@@ -91,6 +91,16 @@ TEST(Sweep, IsOneLoopPerGainAndIsReadBack) {
   EXPECT_TRUE(read[2].HasDiverged());
 }
 
+TEST(Sweep, OfMoreGainsThanAnySweepHasIsRefused) {
+  const TempDir folder;
+  const std::string path = folder / "sweep.fits";
+  quen::testing::AppendTable(
+      path, "sweep", 1001,
+      {{"gain", "D", {}}, {"residual_rms", "D", {}}, {"disturbance_rms", "D", {}}, {"frames", "D", {}}});
+  ExpectThrows<std::runtime_error>(path + ": expected 1000 rows at most in its table \"sweep\", found 1001",
+                                   [&] { quen::workbench::ReadSweep(quen::workbench::InputFile(path)); });
+}
+
 TEST(Sweep, NumberOfFramesMustBeOne) {
   for (const auto& [frames, found] :
        {std::pair(-1.0, "-1"), {1e300, "1e+300"}, {kInfinity, "inf"}, {std::nan(""), "nan"}}) {

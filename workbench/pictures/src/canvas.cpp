@@ -30,12 +30,6 @@ int Length(std::size_t pixels) {
   return static_cast<int>(std::min(pixels, kMost));
 }
 
-double Advance(cairo_t* cr, const std::string& text) {
-  cairo_text_extents_t extents;
-  cairo_text_extents(cr, Plain(text).c_str(), &extents);
-  return extents.x_advance;
-}
-
 }  // namespace
 
 Image::Image(std::size_t width, std::size_t height) : surface_(MakeSurface(Length(width), Length(height))) {
@@ -107,6 +101,12 @@ void WriteBefore(cairo_t* cr, double x, double y, const std::string& text) {
 
 void WriteAround(cairo_t* cr, double x, double y, const std::string& text) {
   Write(cr, x - Advance(cr, text) / 2.0, y, text);
+}
+
+double Advance(cairo_t* cr, const std::string& text) {
+  cairo_text_extents_t extents;
+  cairo_text_extents(cr, Plain(text).c_str(), &extents);
+  return extents.x_advance;
 }
 
 std::vector<std::string> Wrapped(cairo_t* cr, const std::string& text, double width) {

@@ -80,6 +80,9 @@ void WriteOn(cairo_t* cr, const std::string& text);
 void WriteBefore(cairo_t* cr, double x, double y, const std::string& text);
 void WriteAround(cairo_t* cr, double x, double y, const std::string& text);
 
+/// How far a text goes, pixels.
+double Advance(cairo_t* cr, const std::string& text);
+
 /// A text in lines that are no wider than this, but for words that are.
 std::vector<std::string> Wrapped(cairo_t* cr, const std::string& text, double width);
 

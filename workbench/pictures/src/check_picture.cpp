@@ -68,13 +68,13 @@ std::vector<Version> VersionsOf(const CalibrationContent& content, const Finding
     const std::size_t number = versions.size();
     versions.push_back(
         {finding.corrections.size() > 1 ? fmt::format(", put right ({})", number) : ", put right", content});
-    correction.Apply(versions.back().content);
+    correction.apply(versions.back().content);
   }
   return versions;
 }
 
 /// A heading, and a row of panels.
-struct Story {
+struct Section {
   std::vector<std::string> lines;
   std::vector<Panel> panels;
 };
@@ -102,58 +102,58 @@ std::string CorrectionWords(const Finding& finding) {
   return words;
 }
 
-Story StoryOf(const CalibrationContent& content, const Finding& finding) {
-  Story story;
-  story.lines.push_back(fmt::format("{}: {}: {}", Word(finding.verdict), finding.subject, finding.text));
-  if (!finding.advice.empty()) story.lines.push_back("→ " + finding.advice);
-  if (finding.corrections.size() > 1) story.lines.push_back("Put right: " + CorrectionWords(finding));
-  story.panels = Compared(LooksAt(finding), VersionsOf(content, finding));
-  return story;
+Section SectionOf(const CalibrationContent& content, const Finding& finding) {
+  Section section;
+  section.lines.push_back(fmt::format("{}: {}: {}", Word(finding.verdict), finding.subject, finding.text));
+  if (!finding.advice.empty()) section.lines.push_back("→ " + finding.advice);
+  if (finding.corrections.size() > 1) section.lines.push_back("Put right: " + CorrectionWords(finding));
+  section.panels = Compared(LooksAt(finding), VersionsOf(content, finding));
+  return section;
 }
 
-std::vector<Story> StoriesOf(const CalibrationContent& content, const Findings& findings) {
-  std::vector<Story> stories;
+std::vector<Section> SectionsOf(const CalibrationContent& content, const Findings& findings) {
+  std::vector<Section> sections;
   for (const Finding& finding : findings) {
-    if (finding.verdict != Verdict::kGood) stories.push_back(StoryOf(content, finding));
+    if (finding.verdict != Verdict::kGood) sections.push_back(SectionOf(content, finding));
   }
-  if (!stories.empty()) return stories;
+  if (!sections.empty()) return sections;
   const std::vector<Version> only = {{"", content}};
-  stories.push_back({{"Nothing is wrong or doubtful. Slopes of the first modes"},
-                     Compared(LooksAtModes(M2sMode, {0, 1, 2, 3}), only)});
-  stories.push_back(
+  sections.push_back({{"Nothing is wrong or doubtful. Slopes of the first modes"},
+                      Compared(LooksAtModes(M2sMode, {0, 1, 2, 3}), only)});
+  sections.push_back(
       {{"References, how far they are off the middle of their regions; usage flags; and what the control matrix "
         "makes of the modes"},
        Compared({Offsets, LookAtRegion(kRegionInTheMiddle), Flags, Product}, only)});
-  return stories;
+  return sections;
 }
 
 }  // namespace
 
 std::string DrawFindings(const CalibrationContent& content, const Findings& findings, const std::string& title) {
-  std::vector<Story> stories = StoriesOf(content, findings);
+  std::vector<Section> sections = SectionsOf(content, findings);
   const Canvas measure(1, 1);
   double height = kTop + kAir;
-  for (Story& story : stories) {
+  for (Section& section : sections) {
     std::vector<std::string> wrapped;
-    for (const std::string& line : story.lines) {
+    for (const std::string& line : section.lines) {
       std::ranges::copy(Wrapped(measure.Cairo(), line, kPanelsWidth - 2.0 * kMargin), std::back_inserter(wrapped));
     }
-    story.lines = std::move(wrapped);
-    height += kLine * static_cast<double>(story.lines.size()) + PanelsHeight(story.panels) + kAir;
+    section.lines = std::move(wrapped);
+    height += kLine * static_cast<double>(section.lines.size()) + PanelsHeight(section.panels) + kAir;
   }
   const Canvas canvas(static_cast<int>(kPanelsWidth), static_cast<int>(height));
   cairo_t* const cr = canvas.Cairo();
   Use(cr, kInk);
   Write(cr, kMargin, kTop - kTitleAbove, title + ". " + kArrowWords);
   double top = kTop + kAir;
-  for (const Story& story : stories) {
+  for (const Section& section : sections) {
     Use(cr, kInk);
-    for (const std::string& line : story.lines) {
+    for (const std::string& line : section.lines) {
       Write(cr, kMargin, top, line);
       top += kLine;
     }
-    DrawPanels(cr, top - kLine / 2.0, story.panels);
-    top += PanelsHeight(story.panels) + kAir;
+    DrawPanels(cr, top - kLine / 2.0, section.panels);
+    top += PanelsHeight(section.panels) + kAir;
   }
   return canvas.Png();
 }

@@ -1,7 +1,11 @@
 #include "workbench/pictures/errors_picture.hpp"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <array>
 
+#include "shssim/spot.hpp"
 #include "workbench/pictures/src/plot.hpp"
 
 namespace quen::workbench {
@@ -17,32 +21,37 @@ Scale PlaceScale(const std::vector<double>& places) {
 std::string Title(const ErrorCurves& curves) {
   const bool along_light = curves.abscissa == Abscissa::kLight;
   return std::string("RMS error in pixels against the ") +
-         (along_light ? "light of a spot in photo-electrons" : "half-width of the noise (a spot's peak is 4096)") +
+         (along_light ? "light of a spot in photo-electrons"
+                      : fmt::format("half-width of the noise (a spot's peak is {:g})", quen::shssim::kSpotPeak)) +
          "; displacements within " + Short(curves.range) + " pixels";
 }
 
 }  // namespace
 
 std::string DrawErrors(const ErrorCurves& curves) {
-  const Canvas canvas(1080, 680);
+  std::vector<std::string> names;
+  for (std::size_t engine = 0; engine < curves.scores.front().size(); ++engine) {
+    const auto rms = [&](std::size_t k) { return curves.scores[k][engine].Rms(); };
+    names.push_back(curves.scores.front()[engine].engine + NotFinite(curves.places.size(), rms));
+  }
+  names.emplace_back("least of linear, unbiased");
+  constexpr Box kPlot = {90.0, 40.0, 690.0, 570.0};
+  const Canvas canvas(std::max(1080, WidthWithLegend(kPlot, names)), 680);
   cairo_t* const cr = canvas.Cairo();
-  const Plot plot(cr, {90.0, 40.0, 690.0, 570.0}, PlaceScale(curves.places),
-                  {1e-4, 1.0, true, {1e-4, 1e-3, 1e-2, 1e-1, 1.0}});
+  const Plot plot(cr, kPlot, PlaceScale(curves.places), {1e-4, 1.0, true, {1e-4, 1e-3, 1e-2, 1e-1, 1.0}});
   plot.DrawGrid(Title(curves));
 
-  std::size_t place = 0;
   cairo_set_line_width(cr, 2.0);
   const auto along = [&](std::size_t k) { return curves.places[k]; };
-  for (std::size_t engine = 0; engine < curves.scores.front().size(); ++engine) {
+  for (std::size_t engine = 0; engine + 1 < names.size(); ++engine) {
     const Colour& colour = kCurves.at(engine % kCurves.size());
-    const auto rms = [&](std::size_t k) { return curves.scores[k][engine].Rms(); };
-    plot.DrawCurve(colour, curves.places.size(), along, rms);
-    plot.DrawLegend(colour, place++, curves.scores.front()[engine].engine + NotFinite(curves.places.size(), rms));
+    plot.DrawCurve(colour, curves.places.size(), along, [&](std::size_t k) { return curves.scores[k][engine].Rms(); });
+    plot.DrawLegend(colour, engine, names[engine]);
   }
   constexpr std::array<double, 2> kDashes = {7.0, 5.0};
   cairo_set_dash(cr, kDashes.data(), kDashes.size(), 0.0);
   plot.DrawCurve(kInk, curves.places.size(), along, [&](std::size_t k) { return curves.least_rms[k]; });
-  plot.DrawLegend(kInk, place, "least of linear, unbiased");
+  plot.DrawLegend(kInk, names.size() - 1, names.back());
   return canvas.Png();
 }
 

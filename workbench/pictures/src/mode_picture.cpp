@@ -43,7 +43,7 @@ void DrawSizes(cairo_t* cr, const Box& box, const Matrix& slopes, const Overlay&
     }
     cairo_stroke(cr);
   }
-  Plot(cr, box, x, y).DrawFrame("RMS slope of every mode, " + unit + "; a cross: all zeros, or not finite");
+  Plot(cr, box, x, y).DrawFrame("RMS of every mode, " + unit + "; a cross: all zeros, or not finite");
 }
 
 }  // namespace

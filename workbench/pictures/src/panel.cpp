@@ -28,7 +28,7 @@ void DrawPanels(cairo_t* cr, double top, const std::vector<Panel>& panels) {
     cairo_save(cr);
     cairo_rectangle(cr, box.left, box.top, box.width, box.height);
     cairo_clip(cr);
-    panels[k].Draw(cr, box);
+    panels[k].draw(cr, box);
     cairo_restore(cr);
     cairo_new_path(cr);
     Use(cr, kGrid);

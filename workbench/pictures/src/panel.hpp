@@ -14,7 +14,7 @@ namespace quen::workbench {
 struct Panel {
   std::string title;
   std::string below;
-  std::function<void(cairo_t*, const Box&)> Draw;
+  std::function<void(cairo_t*, const Box&)> draw;
 };
 
 inline constexpr std::size_t kPanelsInARow = 4;

@@ -12,6 +12,9 @@
 namespace quen::workbench {
 namespace {
 
+constexpr double kLegendGap = 20.0;     // between the box and its legend
+constexpr double kLegendStroke = 38.0;  // from its left end to the name
+
 constexpr std::array<double, 3> kRound = {1.0, 2.0, 5.0};
 
 void Line(cairo_t* cr, double x1, double y1, double x2, double y2) {
@@ -150,12 +153,21 @@ void Plot::DrawDots(const Colour& colour, std::size_t count, const std::function
 }
 
 void Plot::DrawLegend(const Colour& colour, std::size_t place, const std::string& name) const {
-  const double left = box_.left + box_.width + 20.0;
+  const double left = box_.left + box_.width + kLegendGap;
   const double y = box_.top + 20.0 + 26.0 * static_cast<double>(place);
   Use(cr_, colour);
   Line(cr_, left, y - 5.0, left + 30.0, y - 5.0);
   Use(cr_, kInk);
-  Write(cr_, left + 38.0, y, name);
+  Write(cr_, left + kLegendStroke, y, name);
+}
+
+int WidthWithLegend(const Box& box, const std::vector<std::string>& names) {
+  constexpr double kWidest = 2000.0;
+  const Canvas measure(1, 1);
+  double longest = 0.0;
+  for (const std::string& name : names) longest = std::max(longest, Advance(measure.Cairo(), name));
+  const double width = box.left + box.width + kLegendGap + kLegendStroke + longest + kLegendGap;
+  return static_cast<int>(std::min(std::ceil(width), kWidest));
 }
 
 }  // namespace quen::workbench

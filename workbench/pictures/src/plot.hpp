@@ -49,6 +49,9 @@ std::string NotFinite(std::ptrdiff_t lost);
 /// The same for the values of a curve.
 std::string NotFinite(std::size_t count, const std::function<double(std::size_t)>& value);
 
+/// How wide a picture is in which names stand in the legend beside a box, pixels, but for very long names.
+int WidthWithLegend(const Box& box, const std::vector<std::string>& names);
+
 /// Curves in a box with a grid.
 class Plot {
  public:

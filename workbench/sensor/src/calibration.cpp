@@ -11,6 +11,7 @@
 #include "workbench/fits/memory_fits.hpp"
 #include "workbench/fits/staged_file.hpp"
 #include "workbench/sensor/displacements.hpp"
+#include "workbench/sensor/matrix_file.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
 #include "workbench/sensor/zernike.hpp"
 
@@ -20,7 +21,6 @@ namespace {
 using quen::basesim::kNumRois;
 using quen::basesim::kNumSlopes;
 using quen::common::Fits::Handle;
-using quen::common::Fits::WriteImgPriv;
 using quen::shssim::kNumRoisUsed;
 
 constexpr const char* kCommand = "calibrate";
@@ -42,8 +42,7 @@ std::string MatrixFile(const Calibration& calibration, const Matrix& matrix, con
                        const std::string& title) {
   MemoryFits fits;
   const Handle& file = fits.Image();
-  WriteImgPriv(file, matrix.data(), static_cast<std::size_t>(matrix.size()), DOUBLE_IMG, TDOUBLE,
-               {static_cast<std::size_t>(matrix.cols()), static_cast<std::size_t>(matrix.rows())});
+  WriteMatrix(file, matrix);
   WriteKey(file, "BUNIT", unit, "unit of the elements");
   WriteKey(file, "CONTENT", title, "what this is");
   WriteKey(file, "BASIS", calibration.basis, "modes, in this order");
@@ -110,12 +109,7 @@ Calibration WithMatrix(Calibration calibration, const Matrix& m2s, const std::st
 }
 
 void RefuseToReplace(const std::string& folder, bool force) {
-  if (force) return;
-  for (const std::string& path : CalibrationNames(folder)) {
-    if (std::filesystem::exists(std::filesystem::symlink_status(path))) {
-      throw std::runtime_error(path + " exists already; use --force to replace the calibration there");
-    }
-  }
+  if (!force) RequireNew(CalibrationNames(folder), "give --force to replace the calibration");
 }
 
 std::vector<std::string> CalibrationNames(const std::string& folder) {

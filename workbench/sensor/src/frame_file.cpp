@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <stdexcept>
 
@@ -13,52 +14,57 @@
 namespace quen::workbench {
 namespace {
 
-using quen::common::Fits::Handle;
+constexpr double kLowestSigned = std::numeric_limits<std::int16_t>::min();
+constexpr double kHighestSigned = std::numeric_limits<std::int16_t>::max();
+constexpr double kHighestUnsigned = std::numeric_limits<std::uint16_t>::max();
 
-void ReadPixels(const Handle& image, int type, const std::string& name, Frame& frame) {
-  try {
-    quen::common::Fits::ReadImgPriv(image, frame.pixels.data(), frame.pixels.size(), SHORT_IMG, type, std::nullopt);
-  } catch (const std::runtime_error&) {
-    fits_clear_errmsg();
-    throw std::runtime_error(name + ": its pixels cannot be read; the file may be cut short");
-  }
+/// @throws std::runtime_error  a pixel is no whole number in this range
+void RequirePixels(const std::string& name, const std::vector<double>& pixels, std::size_t width, double lowest,
+                   double highest) {
+  const auto is_wrong = [&](double pixel) {
+    return !(pixel >= lowest && pixel <= highest) || pixel != std::rint(pixel);
+  };
+  const auto wrong = std::ranges::find_if(pixels, is_wrong);
+  if (wrong == pixels.end()) return;
+  const auto index = static_cast<std::size_t>(wrong - pixels.begin());
+  throw std::runtime_error(
+      fmt::format("{}: expected pixels that are whole numbers from {:.0f} to {:.0f}, found {:g} at column {}, row {}",
+                  name, lowest, highest, *wrong, index % width, index / width));
 }
 
 }  // namespace
 
-Frame ReadFrame(const InputFile& file) {
-  return Reading(file, [&] {
-    const Handle image = OpenFits(file, std::nullopt);
-    const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(image);
-    if (axes.size() != 2 || bitpix != SHORT_IMG) {
-      throw std::runtime_error(
-          fmt::format("{}: expected an image of two axes with BITPIX 16, found {} axes with BITPIX {}", file.Name(),
-                      axes.size(), bitpix));
-    }
-    constexpr double kUnsigned = 32768.0;
-    const double scale = NumberKey(file, image, "BSCALE", 1.0);
-    const double zero = NumberKey(file, image, "BZERO", 0.0);
-    if (scale != 1.0 || (zero != 0.0 && zero != kUnsigned)) {
-      throw std::runtime_error(fmt::format(
-          "{}: expected BSCALE 1 and BZERO 0 or 32768, found {:g} and {:g}; write the frame as 16-bit integers",
-          file.Name(), scale, zero));
-    }
-    Frame frame = {axes[0], axes[1], std::vector<std::uint16_t>(axes[0] * axes[1]), zero == kUnsigned};
-    ReadPixels(image, frame.is_unsigned ? TUSHORT : TSHORT, file.Name(), frame);
-    return frame;
-  });
+FrameReader::FrameReader(const InputFile& file, const std::string& extension)
+    : file_(file), image_(OpenImage(file, extension)) {
+  axes_ = Reading(file, [&] { return quen::common::Fits::ReadImgParams(image_).first; });
+  if (axes_.size() == 2 || axes_.size() == 3) return;
+  throw std::runtime_error(
+      fmt::format("{}: expected a frame, an image of two axes, or a cube of frames, of three; "
+                  "found {} axes",
+                  file.Name(), axes_.size()));
 }
 
-void RequireSignedRange(const InputFile& file, const Frame& frame) {
-  constexpr double kBrightest = std::numeric_limits<std::int16_t>::max();
-  const auto bright =
-      std::ranges::find_if(frame.pixels, [&](std::uint16_t pixel) { return frame.Value(pixel) > kBrightest; });
-  if (bright == frame.pixels.end()) return;
-  const auto index = static_cast<std::size_t>(bright - frame.pixels.begin());
-  throw std::runtime_error(fmt::format(
-      "{}: expected pixels up to {}, found {} at column {}, row {}; engines take pixels for signed numbers: scale the "
-      "frame down, or subtract its background",
-      file.Name(), kBrightest, *bright, index % frame.width, index / frame.width));
+Frame FrameReader::Read(std::size_t number) const {
+  std::vector<double> pixels(Width() * Height());
+  const std::optional<std::size_t> plane = axes_.size() == 3 ? std::optional(number) : std::nullopt;
+  ReadElements(file_, image_, plane, pixels);
+  constexpr double kUnsigned = 32768.0;
+  const bool is_unsigned = NumberKey(file_, image_, "BZERO", 0.0) == kUnsigned ||
+                           std::ranges::any_of(pixels, [](double pixel) { return pixel > kHighestSigned; });
+  RequirePixels(file_.Name(), pixels, Width(), is_unsigned ? 0.0 : kLowestSigned,
+                is_unsigned ? kHighestUnsigned : kHighestSigned);
+  Frame frame = {Width(), Height(), std::vector<std::uint16_t>(pixels.size()), is_unsigned};
+  std::ranges::transform(pixels, frame.pixels.begin(),
+                         [](double pixel) { return static_cast<std::uint16_t>(static_cast<std::int32_t>(pixel)); });
+  return frame;
+}
+
+Frame ReadFrame(const InputFile& file) {
+  const FrameReader frames(file, "");
+  if (frames.Count() != 1) {
+    throw std::runtime_error(fmt::format("{}: expected one frame, found {}", file.Name(), frames.Count()));
+  }
+  return frames.Read(0);
 }
 
 std::string FrameFile(const Camera& camera, const Exposure& exposure) {

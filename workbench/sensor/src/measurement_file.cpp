@@ -6,6 +6,7 @@
 #include "common/fits/fits.hpp"
 #include "shssim/truncation.hpp"
 #include "workbench/fits/content.hpp"
+#include "workbench/fits/header.hpp"
 #include "workbench/sensor/geometry.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
 
@@ -55,19 +56,31 @@ MeasuredField ReadField(const InputFile& file) {
   return field;
 }
 
-std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator) {
-  std::vector<RegionRow> regions;
-  regions.reserve(kNumRois);
-  for (const Roi& roi : simulator.Rois()) regions.push_back(RowOf(roi));
+std::vector<SlopeRow> MeasuredSlopes(const quen::shssim::ShsSimulator& simulator) {
   std::vector<SlopeRow> slopes;
   slopes.reserve(kNumRois);
   for (std::size_t i = 0; i < kNumRois; ++i) {
     slopes.push_back({simulator.Flux()[i], simulator.XSlopes()[i], simulator.YSlopes()[i]});
   }
+  return slopes;
+}
+
+std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator) {
+  return MeasurementFile(simulator, {MeasuredSlopes(simulator)});
+}
+
+std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator,
+                            const std::vector<std::vector<SlopeRow>>& frames) {
+  std::vector<RegionRow> regions;
+  regions.reserve(kNumRois);
+  for (const Roi& roi : simulator.Rois()) regions.push_back(RowOf(roi));
   MemoryFits fits;
   AppendRegions(fits, std::move(regions), false);
   AppendFlags(fits, kMeasuredFlagTable, simulator.RoisUsed());
-  AppendSlopes(fits, slopes);
+  for (std::size_t number = 1; number <= frames.size(); ++number) {
+    const quen::common::Fits::Handle& table = AppendSlopes(fits, frames[number - 1]);
+    if (frames.size() > 1) WriteKey(table, "EXTVER", static_cast<long>(number), "number of the frame, from 1");
+  }
   return fits.Bytes();
 }
 

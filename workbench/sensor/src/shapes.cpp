@@ -14,36 +14,36 @@
 namespace quen::workbench {
 namespace {
 
-struct Named {
+struct ZernikeShape {
   const char* name;
   int zernike;  // in Noll's order
 };
 
-constexpr std::array<Named, 11> kShapes = {{{"flat", 1},
-                                            {"tip", 2},
-                                            {"tilt", 3},
-                                            {"defocus", 4},
-                                            {"oblique-astigmatism", 5},
-                                            {"astigmatism", 6},
-                                            {"vertical-coma", 7},
-                                            {"horizontal-coma", 8},
-                                            {"vertical-trefoil", 9},
-                                            {"oblique-trefoil", 10},
-                                            {"spherical", 11}}};
+constexpr std::array<ZernikeShape, 11> kShapes = {{{"flat", 1},
+                                                   {"tip", 2},
+                                                   {"tilt", 3},
+                                                   {"defocus", 4},
+                                                   {"oblique-astigmatism", 5},
+                                                   {"astigmatism", 6},
+                                                   {"vertical-coma", 7},
+                                                   {"horizontal-coma", 8},
+                                                   {"vertical-trefoil", 9},
+                                                   {"oblique-trefoil", 10},
+                                                   {"spherical", 11}}};
 
 }  // namespace
 
 std::vector<std::string> ShapeNames() {
   std::vector<std::string> names;
   names.reserve(kShapes.size());
-  for (const Named& shape : kShapes) names.emplace_back(shape.name);
+  for (const ZernikeShape& shape : kShapes) names.emplace_back(shape.name);
   return names;
 }
 
 NamedShape ParseShape(const std::string& text) {
   const std::size_t colon = text.find(':');
   const std::string name = text.substr(0, colon);
-  if (std::ranges::find(kShapes, name, &Named::name) == kShapes.end()) {
+  if (std::ranges::find(kShapes, name, &ZernikeShape::name) == kShapes.end()) {
     throw std::invalid_argument(fmt::format("expected one of {}, found {}", fmt::join(ShapeNames(), ", "), name));
   }
   const auto pixels = colon == std::string::npos ? std::nullopt : ParseNumber(text.substr(colon + 1));
@@ -52,7 +52,7 @@ NamedShape ParseShape(const std::string& text) {
 }
 
 Displacements Shape(const NamedShape& named, const quen::shssim::ShsSimulator& simulator) {
-  const Zernike zernike(std::ranges::find(kShapes, named.name, &Named::name)->zernike);
+  const Zernike zernike(std::ranges::find(kShapes, named.name, &ZernikeShape::name)->zernike);
   const auto& rois = simulator.Rois();
   const std::vector<std::size_t> used = UsedIndices(simulator.RoisUsed());
   double centre_x = 0.0;

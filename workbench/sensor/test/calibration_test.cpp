@@ -144,7 +144,7 @@ TEST(WriteCalibration, RefusesToReplaceAnyOfItsFiles) {
     const TempDir folder;
     std::filesystem::create_directory(folder / "data");
     quen::testing::WriteText(folder / name, "precious");
-    ExpectThrows<std::runtime_error>((folder / name) + " exists already; use --force to replace the calibration there",
+    ExpectThrows<std::runtime_error>((folder / name) + ": is there already; give --force to replace the calibration",
                                      [&] { WriteCalibration(folder.Path(), false); });
     EXPECT_EQ(quen::testing::EntriesBelow(folder / "data"), 1U);
     EXPECT_EQ(quen::testing::Bytes(folder / name).size(), 8U);

@@ -29,10 +29,10 @@ using quen::testing::WriteImage;
 using quen::testing::WriteText;
 using quen::workbench::Displacements;
 using quen::workbench::Frame;
+using quen::workbench::FrameReader;
 using quen::workbench::InputFile;
 using quen::workbench::ReadDisplacements;
 using quen::workbench::ReadFrame;
-using quen::workbench::RequireSignedRange;
 
 // --- Displacements
 
@@ -156,37 +156,75 @@ TEST(FrameFile, UnsignedPixelsAreThoseOfBzero) {
             (std::vector<std::uint16_t>{0, 1, 32767, 32767, 0, 5, 32766, 32765, 32764, 32763, 32762, 32761}));
 }
 
-TEST(FrameFile, PixelsThatEnginesWouldTakeForDarkAreRefused) {
+TEST(FrameFile, PixelsAbove32767AreUnsigned) {
   const TempDir folder;
-  const std::string path = folder / "f.fits";
-  WriteFrame(path, {-1, -1, -1, -1, -1, -1, 0, -1, -1, -1, -1, -1}, 32768.0);
-  ExpectThrows<std::runtime_error>(
-      path +
-          ": expected pixels up to 32767, found 32768 at column 2, row 1; engines take pixels for signed numbers: "
-          "scale the frame down, or subtract its background",
-      [&] { RequireSignedRange(InputFile(path), ReadFrame(InputFile(path))); });
+  WriteFrame(folder / "f.fits", {-1, -1, -1, -1, -1, -1, 0, -1, -1, -1, -1, 32767}, 32768.0);
+  const Frame frame = ReadFrame(InputFile(folder / "f.fits"));
+  EXPECT_TRUE(frame.is_unsigned);
+  EXPECT_EQ(frame.pixels[5], 32767);
+  EXPECT_EQ(frame.pixels[6], 32768);
+  EXPECT_EQ(frame.Value(frame.pixels[11]), 65535.0);
+}
+
+TEST(FrameFile, NumbersOfAnyTypeAreTakenIfTheyAreWhole) {
+  const TempDir folder;
+  for (const int bitpix : {BYTE_IMG, LONG_IMG, LONGLONG_IMG, FLOAT_IMG, DOUBLE_IMG}) {
+    WriteImage(folder / "f.fits", bitpix, {4, 3}, Ramp(12, 0.0));
+    const Frame frame = ReadFrame(InputFile(folder / "f.fits"));
+    EXPECT_EQ(frame.pixels, (std::vector<std::uint16_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11})) << bitpix;
+    EXPECT_FALSE(frame.is_unsigned);
+  }
+  WriteImage(folder / "u.fits", LONG_IMG, {2, 1}, {65535, 0});
+  EXPECT_EQ(ReadFrame(InputFile(folder / "u.fits")).pixels, (std::vector<std::uint16_t>{65535, 0}));
+  WriteImage(folder / "s.fits", LONG_IMG, {2, 1}, {-32768, 32767});
+  EXPECT_EQ(ReadFrame(InputFile(folder / "s.fits")).pixels, (std::vector<std::uint16_t>{32768, 32767}));
+  WriteFrame(folder / "scaled.fits", Ramp(12, 0.0), 0.0, 2.0);
+  EXPECT_EQ(ReadFrame(InputFile(folder / "scaled.fits")).pixels[11], 22);
+}
+
+TEST(FrameFile, PixelsThatAreNoWholeNumbersOf16BitsAreRefused) {
+  const TempDir folder;
+  struct Case {
+    std::vector<double> pixels;
+    const char* complaint;
+  };
+  const std::vector<Case> cases = {{{0.0, 0.5}, "-32768 to 32767, found 0.5 at column 1, row 0"},
+                                   {{-32769.0, 0.0}, "-32768 to 32767, found -32769 at column 0, row 0"},
+                                   {{1.0, 65536.0}, "0 to 65535, found 65536 at column 1, row 0"},
+                                   {{-1.0, 40000.0}, "0 to 65535, found -1 at column 0, row 0"},
+                                   {{0.0, kNan}, "-32768 to 32767, found nan at column 1, row 0"}};
+  for (const Case& wrong : cases) {
+    const std::string path = folder / "f.fits";
+    WriteImage(path, DOUBLE_IMG, {2, 1}, wrong.pixels);
+    ExpectThrows<std::runtime_error>(path + ": expected pixels that are whole numbers from " + wrong.complaint,
+                                     [&] { ReadFrame(InputFile(path)); });
+  }
 }
 
 TEST(FrameFile, OtherImagesAreRefused) {
   const TempDir folder;
-  WriteImage(folder / "d.fits", DOUBLE_IMG, {4, 3}, Ramp(12));
+  WriteImage(folder / "row.fits", SHORT_IMG, {4}, Ramp(4));
   ExpectThrows<std::runtime_error>(
-      (folder / "d.fits") + ": expected an image of two axes with BITPIX 16, found 2 axes with BITPIX -64",
-      [&] { ReadFrame(InputFile(folder / "d.fits")); });
-  WriteImage(folder / "cube.fits", SHORT_IMG, {2, 3, 2}, Ramp(12));
-  ExpectThrows<std::runtime_error>(
-      (folder / "cube.fits") + ": expected an image of two axes with BITPIX 16, found 3 axes with BITPIX 16",
-      [&] { ReadFrame(InputFile(folder / "cube.fits")); });
-  WriteFrame(folder / "scaled.fits", Ramp(12), 0.0, 2.0);
-  ExpectThrows<std::runtime_error>((folder / "scaled.fits") +
-                                       ": expected BSCALE 1 and BZERO 0 or 32768, found 2 and 0; write the frame as "
-                                       "16-bit integers",
-                                   [&] { ReadFrame(InputFile(folder / "scaled.fits")); });
-  WriteFrame(folder / "zero.fits", Ramp(12), 100.0);
-  EXPECT_THROW(ReadFrame(InputFile(folder / "zero.fits")), std::runtime_error);
+      (folder / "row.fits") + ": expected a frame, an image of two axes, or a cube of frames, of three; found 1 axes",
+      [&] { ReadFrame(InputFile(folder / "row.fits")); });
+  WriteImage(folder / "cube.fits", SHORT_IMG, {2, 3, 2}, Ramp(12, 0.0));
+  ExpectThrows<std::runtime_error>((folder / "cube.fits") + ": expected one frame, found 2",
+                                   [&] { ReadFrame(InputFile(folder / "cube.fits")); });
   WriteText(folder / "text", "no FITS");
   ExpectThrows<std::runtime_error>((folder / "text") + ": expected a FITS file, found something else",
                                    [&] { ReadFrame(InputFile(folder / "text")); });
+}
+
+TEST(FrameFile, FramesOfACubeAreItsPlanes) {
+  const TempDir folder;
+  WriteImage(folder / "cube.fits", SHORT_IMG, {2, 3, 2}, Ramp(12, 0.0));
+  const InputFile file(folder / "cube.fits");
+  const FrameReader frames(file, "");
+  EXPECT_EQ(frames.Width(), 2U);
+  EXPECT_EQ(frames.Height(), 3U);
+  ASSERT_EQ(frames.Count(), 2U);
+  EXPECT_EQ(frames.Read(0).pixels, (std::vector<std::uint16_t>{0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(frames.Read(1).pixels, (std::vector<std::uint16_t>{6, 7, 8, 9, 10, 11}));
 }
 
 // --- Slopes

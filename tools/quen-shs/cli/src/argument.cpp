@@ -67,6 +67,11 @@ std::function<void(const std::string&)> TakesAName(std::string& variable) {
 
 }  // namespace
 
+std::vector<Argument> OnlyWith(const std::string& other, std::vector<Argument> arguments) {
+  for (Argument& argument : arguments) argument.only_with = other;
+  return arguments;
+}
+
 std::string Argument::Description() const {
   std::string text = what;
   if (!unit.empty()) text += ", " + unit;

@@ -64,6 +64,7 @@ void AddArgument(CLI::App& app, const Argument& argument, const std::string& des
 CLI::App* AddVerb(CLI::App& app, const Verb& verb) {
   CLI::App* const subcommand = app.add_subcommand(verb.name, verb.summary);
   subcommand->footer(Footer(verb))->group("Verbs");
+  subcommand->set_help_flag(kHelp.name, kHelp.what);
   for (const Argument& argument : verb.arguments) AddArgument(*subcommand, argument, verb.DescriptionOf(argument));
   return subcommand;
 }
@@ -71,9 +72,11 @@ CLI::App* AddVerb(CLI::App& app, const Verb& verb) {
 void SetWords(CLI::App& app) {
   constexpr std::size_t kColumn = 34;
   app.name(kToolName);
-  app.set_version_flag("--version", [] {
-    return fmt::format("{} {} ({})", kToolName, QUEN_VERSION, common::simd::Name(common::simd::Best()));
-  });
+  app.set_help_flag(kHelp.name, kHelp.what);
+  app.set_version_flag(
+      kVersion.name,
+      [] { return fmt::format("{} {} ({})", kToolName, QUEN_VERSION, common::simd::Name(common::simd::Best())); },
+      kVersion.what);
   app.get_formatter()->column_width(kColumn);
   app.get_formatter()->label("SUBCOMMAND", "VERB");
   app.get_formatter()->label("Positionals", "Arguments");
@@ -141,6 +144,15 @@ void RequireOneOfAlternatives(const CLI::App& subcommand, const Verb& verb) {
   }
 }
 
+/// @throws CLI::ValidationError  an argument is given that would do nothing
+void RequireWhatArgumentsNeed(const CLI::App& subcommand, const Verb& verb) {
+  for (const Argument& argument : verb.arguments) {
+    if (argument.only_with.empty() || subcommand.count(argument.name) == 0) continue;
+    if (subcommand.count(argument.only_with) > 0) continue;
+    throw CLI::ValidationError(argument.name, fmt::format("expected {} with it, found none", argument.only_with));
+  }
+}
+
 }  // namespace
 
 std::vector<std::string> ToolExamples() {
@@ -153,8 +165,10 @@ std::string Verb::DescriptionOf(const Argument& argument) const {
     if (std::ranges::find(names, argument.name) == names.end()) continue;
     std::ranges::remove_copy(names, std::back_inserter(others), argument.name);
   }
-  if (others.empty()) return argument.Description();
-  return fmt::format("{}; not with {}", argument.Description(), fmt::join(others, ", "));
+  std::string text = argument.Description();
+  if (!argument.only_with.empty()) text += "; only with " + argument.only_with;
+  if (!others.empty()) text += fmt::format("; not with {}", fmt::join(others, ", "));
+  return text;
 }
 
 int CommandLine::Run(int argc, char** argv) const {
@@ -165,7 +179,10 @@ int CommandLine::Run(int argc, char** argv) const {
   for (const Verb& verb : verbs_) subcommands.push_back(AddVerb(app, verb));
   try {
     app.parse(argc, argv);
-    for (std::size_t k = 0; k < verbs_.size(); ++k) RequireOneOfAlternatives(*subcommands[k], verbs_[k]);
+    for (std::size_t k = 0; k < verbs_.size(); ++k) {
+      RequireOneOfAlternatives(*subcommands[k], verbs_[k]);
+      RequireWhatArgumentsNeed(*subcommands[k], verbs_[k]);
+    }
   } catch (const CLI::Success& asked) {
     std::ostringstream text;
     app.exit(asked, text);

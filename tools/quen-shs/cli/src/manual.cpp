@@ -74,7 +74,7 @@ std::string Description(const Verb& verb) {
 }
 
 std::string Options(const Verb& verb) {
-  std::string text = Section("OPTIONS") + Entry(Bold("-h,--help"), "Print the help and exit");
+  std::string text = Section("OPTIONS") + Entry(Bold(kHelp.name), kHelp.what);
   for (const Argument& argument : verb.arguments) {
     const std::string names = argument.name + (argument.alias.empty() ? "" : "," + argument.alias);
     text += Entry(Bold(names) + (argument.value.empty() ? "" : " " + Italic(argument.value)),
@@ -97,9 +97,8 @@ std::string ToolPage(const CommandLine& line) {
   for (const Verb& verb : line.Verbs()) {
     text += Entry(".BR " + Escaped(PageName(verb)) + " (1)", Escaped(verb.summary));
   }
-  return text + Section("OPTIONS") + Entry(Bold("-h,--help"), "Print the help and exit") +
-         Entry(Bold("--version"), "Print the version, and the instructions used, and exit") + Section("ENVIRONMENT") +
-         Escaped(kEnvironment) + "\n" + ExamplesSection(ToolExamples()) + ExitStatus();
+  return text + Section("OPTIONS") + Entry(Bold(kHelp.name), kHelp.what) + Entry(Bold(kVersion.name), kVersion.what) +
+         Section("ENVIRONMENT") + Escaped(kEnvironment) + "\n" + ExamplesSection(ToolExamples()) + ExitStatus();
 }
 
 // --- Bash

@@ -76,6 +76,11 @@ void AddCalibrate(CommandLine& line) {
   const auto command = std::make_shared<CalibrateArguments>();
   workbench::Geometry& geometry = command->geometry;
   workbench::PokeOptions& poke = command->poke;
+  Argument spider_width =
+      Number("--spider-width", "Width of a vane over the diameter of the pupil", "", 0.0, 0.5, geometry.spider_width);
+  spider_width.only_with = "--spider-angle";
+  const Argument poke_amplitude = Number("--poke-amplitude", "Largest displacement of a spot", "pixels", 1e-3,
+                                         workbench::kSlopeLimit, poke.amplitude);
   line.Add(
       {.name = "calibrate",
        .summary = "Write a complete synthetic calibration",
@@ -100,15 +105,13 @@ pushed and pulled through the simulator instead, and the slopes are those that t
              Number("--obscuration", "Inner over outer diameter of the pupil", "", 0.0, 0.99, geometry.obscuration),
              Number("--spider-angle", "Angle of a spider: a cross of four vanes before the pupil", "degrees", -180.0,
                     180.0, "no vanes", geometry.spider_angle),
-             Number("--spider-width", "Width of a vane over the diameter of the pupil", "", 0.0, 0.5,
-                    geometry.spider_width),
+             spider_width,
              OneOf("--basis", "Modes of the wavefront", {workbench::kZernikeWord, workbench::kKarhunenLoeveWord},
                    command->basis),
-             Flag("--measured", "Measure the matrix instead of computing it", command->is_measured),
-             Engine(poke.engine),
-             Number("--poke-amplitude", "Largest displacement of a spot when measuring", "pixels", 1e-3, 12.0,
-                    poke.amplitude)},
-            ExposureArguments(poke.exposure.noise, poke.exposure.seed, command->detector),
+             Flag("--measured", "Measure the matrix instead of computing it", command->is_measured)},
+            OnlyWith("--measured",
+                     Joined({{Engine(poke.engine), poke_amplitude},
+                             ExposureArguments(poke.exposure.noise, poke.exposure.seed, command->detector)})),
             {JsonFlag(command->json)}}),
        .alternatives = WithExposure({}),
        .action = [command] { Calibrate(*command); }});

@@ -86,7 +86,6 @@ void AddPicture(const CheckArguments& command, const workbench::Examination& exa
 void AddCorrected(const CheckArguments& command, const workbench::Examination& examination, Outputs& outputs,
                   Report& report) {
   std::ranges::move(CorrectedFiles(command, examination), std::back_inserter(outputs.contents));
-  workbench::RefuseToReplace(command.fix, false);
   std::ranges::move(workbench::CalibrationNames(command.fix), std::back_inserter(outputs.names));
   for (const workbench::Finding& finding : examination.findings) {
     if (workbench::IsWrong(finding)) report.AddLine("put right: " + finding.advice);
@@ -116,6 +115,9 @@ workbench::Examination ExaminationOf(const CheckArguments& command) {
 }
 
 void Check(const CheckArguments& command) {
+  if (!command.fix.empty()) {
+    workbench::RequireNew(workbench::CalibrationNames(command.fix), "give --fix the name of another folder");
+  }
   const workbench::Examination examination = ExaminationOf(command);
   const workbench::Findings& findings = examination.findings;
   const auto wrong = std::ranges::count(findings, workbench::Verdict::kWrong, &workbench::Finding::verdict);
@@ -150,9 +152,9 @@ fine; or good. The exit code is 1 where something is wrong, with --strict also w
 
 The slopes of any smooth wavefront are a gradient: that tells a wrong layout from the right one without knowing the
 modes. It does not tell a flipped sign from a list in mirrored order, which are the same for a mirrored wavefront; both
-are named. Of single modes it tells those that are another layout's, and those of noise: how noisy each mode is, its finest
-details say. If both matrices have the wrong sign throughout, this does not show. A control matrix that leaves modes out,
-or gives back less of them, is a choice: it is told, and no mistake.
+are named. Single modes in another layout are told from those of noise, which is measured in each mode's finest details.
+If both matrices have the wrong sign throughout, this does not show. That a control matrix leaves modes out, or gives
+back less of them, is a choice: it is said, and is no mistake.
 
 With --png the findings are drawn, each as things stand and as its corrections would have them. With --fix the corrected
 calibration is written to another folder, if what is wrong leaves no choice.)",

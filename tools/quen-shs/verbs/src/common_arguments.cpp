@@ -31,8 +31,9 @@ Argument CalibrationFolder(std::string& folder) {
 }
 
 Argument Noise(double& noise) {
-  return Number("--noise", "Half-width of the pixel noise; a spot's peak is 4096", "units of pixel values", 0.0, 1e6,
-                noise);
+  return Number("--noise",
+                fmt::format("Half-width of the pixel noise (a spot's peak is {:g})", quen::shssim::kSpotPeak),
+                "pixel values", 0.0, 1e6, noise);
 }
 
 Argument Seed(std::uint32_t& seed) {

@@ -48,21 +48,13 @@ std::string MapNameFor(const std::string& description, const std::string& what) 
   return (path.parent_path() / (path.stem().string() + "_" + what + ".fits")).string();
 }
 
-void RequireNew(const std::vector<std::string>& names, bool force) {
-  for (const std::string& name : names) {
-    if (!force && std::filesystem::exists(std::filesystem::symlink_status(name))) {
-      throw std::runtime_error(name + ": is there already; give --force to replace it");
-    }
-  }
-}
-
 void WriteNew(const DetectorVerbArguments& command) {
   const std::string& description = command.detector.file;
   const std::string flat = MapNameFor(description, "flat");
   const std::string states = MapNameFor(description, "bad_pixels");
   const std::string levels = MapNameFor(description, "bad_pixel_levels");
   const std::vector<std::string> names = {description, flat, states, levels};
-  RequireNew(names, command.force);
+  if (!command.force) workbench::RequireNew(names, "give --force to replace it");
   workbench::StagedFiles files(names);
 
   quen::detector::DetectorConfig config = UsualCamera();
@@ -128,21 +120,22 @@ void AddDetector(CommandLine& line) {
   line.Add({.name = "detector",
             .summary = "Write a detector's description, or measure one",
             .details = R"(
-With --new, writes a description with all that can be said of a detector, and maps of its pixels beside it: their
-response, and hot pixels. Edit what is yours, and give it to 'frame', 'score', 'loop' and 'calibrate --measured' by
---detector.
+With --new, writes a description with all that can be said of a detector, and beside it maps of its pixels: their
+response, and which are hot. Edit it to say what your detector is, and give it to 'frame', 'score', 'loop' and
+'calibrate --measured' by --detector.
 
-Else exposes pairs of flat frames to a detector that is described, from less than an electron to beyond saturation, and
-prints what the photon transfer tells: its gain, its noise without light, and where it saturates.)",
+Without --new, exposes the detector that FILE describes to pairs of flat frames, from less than an electron to beyond
+saturation, and prints what the photon transfer tells: its gain, its noise without light, and where it saturates.)",
             .examples = {"quen-shs detector camera.json --new", "quen-shs detector camera.json --png transfer.png"},
             .arguments = Joined(
                 {{Positional("FILE", "JSON file that describes the detector", command->detector.file),
-                  Flag("--new", "Write FILE and its maps", command->is_new),
-                  Flag("--force", "Replace files that are there already", command->force),
-                  Number("--non-uniformity", "Of the response from pixel to pixel, in a new one", "RMS", 0.0, 1.0,
-                         command->non_uniformity),
-                  Number("--hot-pixels", "Hot pixels in a new one", "in a million", 0.0, 1e6, command->hot_pixels),
-                  Number("--hot-level", "Their mean level", "electrons per frame", 0.0, 1e7, command->hot_level)},
+                  Flag("--new", "Write FILE and its maps", command->is_new)},
+                 OnlyWith("--new", {Flag("--force", "Replace files that are there already", command->force),
+                                    Number("--non-uniformity", "How much the pixels' responses differ",
+                                           "RMS over their mean", 0.0, 1.0, command->non_uniformity),
+                                    Number("--hot-pixels", "Hot pixels", "in a million", 0.0, 1e6, command->hot_pixels),
+                                    Number("--hot-level", "Mean level of the hot pixels", "electrons per frame", 0.0,
+                                           1e7, command->hot_level)}),
                  DetectorParameters(command->detector),
                  {Seed(command->seed), File("--png", "PNG file for the photon-transfer curve", "none", command->png),
                   JsonFlag(command->json)}}),

@@ -53,6 +53,16 @@ workbench::Displacements DisplacementsFor(const FrameArguments& command,
   return {};
 }
 
+/// @throws std::runtime_error  a displacement is not finite, as those of modes may be
+void RequireFinite(const workbench::Displacements& displacements) {
+  for (std::size_t i = 0; i < displacements.x.size(); ++i) {
+    if (std::isfinite(displacements.x[i]) && std::isfinite(displacements.y[i])) continue;
+    throw std::runtime_error(fmt::format(
+        "expected finite displacements, found ({:g}, {:g}) pixels for sub-aperture {} (counted from 0); is M2S finite?",
+        displacements.x[i], displacements.y[i], i));
+  }
+}
+
 /// The longest displacement.
 double Longest(const workbench::Displacements& displacements) {
   double longest = 0.0;
@@ -84,6 +94,7 @@ void RenderFrame(FrameArguments& command) {
 
   auto camera = workbench::MakeSimulator<workbench::Camera>();
   const workbench::Displacements displacements = DisplacementsFor(command, given, camera);
+  RequireFinite(displacements);
   camera.Use(command.exposure);
   camera.Draw(displacements);
   files.Give(output, workbench::FrameFile(camera, command.exposure));
@@ -105,11 +116,13 @@ void AddFrame(CommandLine& line) {
   const auto command = std::make_shared<FrameArguments>();
   line.Add({.name = "frame",
             .summary = "Render one frame",
-            .details = R"(
+            .details = fmt::format(R"(
 Draws a spot per sub-aperture. A file, modal coefficients or a named shape displace the spots from their references; if
 none of these is given, each spot is on its reference. The file is FITS, with a table "slopes" of columns x and y, or
-text, with a line "dx,dy" for each of the 1089 sub-apertures, in pixels.)",
-            .list = fmt::format("Shapes: {}\n", fmt::join(workbench::ShapeNames(), ", ")),
+text, with a line "dx,dy" for each of the 1089 sub-apertures, in pixels.
+
+Shapes are {}.)",
+                                   fmt::join(workbench::ShapeNames(), ", ")),
             .examples = {"quen-shs frame sensor --shape defocus:2 --png defocus.png",
                          "quen-shs frame sensor --modes 0=1.5,2=-0.5 --noise 0 --output modal.fits --truth truth.fits"},
             .arguments = Joined(

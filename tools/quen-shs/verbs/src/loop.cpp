@@ -226,7 +226,7 @@ image of doubles, 52 modes x frames, in radians.)",
        .arguments = Joined(
            {{CalibrationFolder(command->folder),
              Number("--frames", "Number of frames", "", 10, 100000, command->frames),
-             Number("--gain", "Gain of the integrator", "", 0.0, 2.0, options.gain),
+             Number("--gain", "Gain of the integrator", "", 0.0, workbench::kHighestGain, options.gain),
              Number("--leak", "Fraction of the correction that is forgotten in each frame", "", 0.0, 1.0, options.leak),
              Number("--delay", "Time from a measurement to the first frame that its correction acts on", "frames", 1, 9,
                     options.delay),

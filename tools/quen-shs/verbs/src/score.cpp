@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <memory>
 
 #include "centroiders/score.hpp"
@@ -11,6 +13,7 @@
 #include "workbench/fits/staged_file.hpp"
 #include "workbench/pictures/errors_picture.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/displacements.hpp"
 
 namespace quen::tool {
 namespace {
@@ -78,6 +81,11 @@ void Score(ScoreArguments& command) {
 
 void AddScore(CommandLine& line) {
   const auto command = std::make_shared<ScoreArguments>();
+  const auto ends = [](const std::vector<double>& places) {
+    return fmt::format("{:.0f} to {:.0f}", places.front(), places.back());
+  };
+  const std::vector<double> noises = workbench::CurvePlaces(workbench::Abscissa::kNoise);
+  const std::vector<double> lights = workbench::CurvePlaces(workbench::Abscissa::kLight);
   line.Add(
       {.name = "score",
        .summary = "Score centroiding engines against the truth",
@@ -93,12 +101,13 @@ The files then hold errors against the light of a spot instead of the noise.)",
        .arguments = Joined(
            {{CalibrationFolder(command->folder), Engines(command->engines)},
             ExposureArguments(command->conditions.options.noise, command->conditions.options.seed, command->detector),
-            {Number("--range", "Displacements are within this range", "pixels", 0.0, 12.0,
+            {Number("--range", "Displacements are within this range", "pixels", 0.0, workbench::kSlopeLimit,
                     command->conditions.options.range),
              Number("--frames", "Number of frames", "", 1, 100000, command->conditions.options.frames),
-             File("--output", "FITS file for the scores at noises from 1 to 1000, or lights from 30 to 1000000", "none",
-                  command->output),
-             File("--png", "PNG file for the errors against the noise, 1 to 1000, or the light", "none", command->png),
+             File("--output",
+                  fmt::format("FITS file for the scores at noises of {}, or lights of {}", ends(noises), ends(lights)),
+                  "none", command->output),
+             File("--png", "PNG file for the errors against the noise, or the light", "none", command->png),
              JsonFlag(command->json)}}),
        .alternatives = WithExposure({}),
        .action = [command] { Score(*command); }});

@@ -24,6 +24,7 @@
 #include "workbench/pictures/sweep_picture.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/geometry.hpp"
+#include "workbench/sensor/matrix_file.hpp"
 #include "workbench/sensor/measurement_file.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
 
@@ -69,7 +70,7 @@ std::string FileName(const workbench::InputFile& file) {
 std::optional<workbench::Overlay> FrameOverlay(const ViewArguments& command, const Inputs& inputs) {
   std::optional<workbench::Overlay> overlay;
   if (inputs.slopes) {
-    workbench::RequireTable(*inputs.slopes, "slopes");
+    workbench::RequireTable(*inputs.slopes, workbench::kSlopeTable);
     overlay = workbench::ReadField(*inputs.slopes).overlay;
   }
   if (!command.calibration.empty()) {
@@ -94,19 +95,10 @@ std::string FramePicture(const ViewArguments& command, const Inputs& inputs) {
       fmt::format("{}, row 0 at the bottom, {} stretch", FileName(inputs.file), command.stretch));
 }
 
-workbench::Matrix ReadMatrix(const workbench::InputFile& file, const std::vector<std::size_t>& axes) {
-  const auto image = workbench::OpenFits(file, std::nullopt);
-  workbench::Matrix matrix(static_cast<Eigen::Index>(axes[1]), static_cast<Eigen::Index>(axes[0]));
-  workbench::Reading(file, [&] {
-    quen::common::Fits::ReadImgPriv(image, matrix.data(), static_cast<std::size_t>(matrix.size()), DOUBLE_IMG, TDOUBLE,
-                                    std::nullopt);
-  });
-  return matrix;
-}
-
 std::string MatrixPicture(const workbench::InputFile& file, const std::vector<std::size_t>& axes) {
-  return workbench::DrawMatrix(ReadMatrix(file, axes), fmt::format("{}: NAXIS1 = {} to the right, NAXIS2 = {} downward",
-                                                                   FileName(file), axes[0], axes[1]));
+  return workbench::DrawMatrix(
+      workbench::ReadMatrix(file),
+      fmt::format("{}: NAXIS1 = {} to the right, NAXIS2 = {} downward", FileName(file), axes[0], axes[1]));
 }
 
 /// The sub-apertures whose slopes a calibration's matrix holds, and where they are from, in words.
@@ -156,7 +148,8 @@ Content MatrixContent(const ViewArguments& command, Inputs& inputs, const std::v
   const workbench::InputFile& file = inputs.file;
   if (!is_m2s && !is_cm) return {"matrix", [&file, axes] { return MatrixPicture(file, axes); }};
   const Sensor sensor = SensorOf(command, inputs);
-  return {"matrix", [&file, axes, sensor] { return ModePicture(file, ReadMatrix(file, axes), sensor); }, sensor.words};
+  return {"matrix", [&file, axes, sensor] { return ModePicture(file, workbench::ReadMatrix(file), sensor); },
+          sensor.words};
 }
 
 std::string FieldPicture(const workbench::InputFile& file) {
@@ -167,14 +160,14 @@ std::string FieldPicture(const workbench::InputFile& file) {
 Content ContentOf(const ViewArguments& command, Inputs& inputs) {
   const workbench::InputFile& file = inputs.file;
   workbench::RequireFits(file);
-  if (workbench::HasTable(file, "telemetry"))
+  if (workbench::HasTable(file, workbench::kTelemetryTable))
     return {"telemetry", [&file] { return workbench::DrawTelemetry(workbench::ReadTelemetry(file)); }};
   if (workbench::HasTable(file, "sweep"))
     return {"sweep", [&file] { return workbench::DrawSweep(workbench::ReadSweep(file)); }};
   if (workbench::HasTable(file, "scores"))
     return {"scores", [&file] { return workbench::DrawErrors(workbench::ReadScores(file)); }};
-  if (workbench::HasTable(file, "slopes")) return {"slopes", [&file] { return FieldPicture(file); }};
-  if (workbench::HasTable(file, "rois"))
+  if (workbench::HasTable(file, workbench::kSlopeTable)) return {"slopes", [&file] { return FieldPicture(file); }};
+  if (workbench::HasTable(file, workbench::kRegionTable))
     return {"regions", [&file] { return workbench::DrawRegions(workbench::ReadField(file).overlay); }};
   const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(workbench::OpenFits(file, std::nullopt));
   if (axes.size() == 2 && bitpix == SHORT_IMG) {
@@ -186,8 +179,7 @@ Content ContentOf(const ViewArguments& command, Inputs& inputs) {
   }
   throw std::runtime_error(
       fmt::format("{}: expected a frame (16 bits), a matrix (doubles), or a table \"slopes\", \"rois\", \"telemetry\", "
-                  "\"sweep\" or "
-                  "\"scores\"; found an image of {} axes with BITPIX {}",
+                  "\"sweep\" or \"scores\"; found an image of {} axes with BITPIX {}",
                   file.Name(), axes.size(), bitpix));
 }
 

@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "testing/environment.hpp"
+#include "testing/process.hpp"
+#include "testing/second_reader.hpp"
+#include "tools/quen-shs/test/quen_shs.hpp"
+#include "workbench/sensor/calibration.hpp"
+
+// Frames as the software of cameras writes them: of other types, in extensions, compressed, in cubes, on a pedestal.
+
+namespace {
+
+using quen::testing::ColumnReadByAstropy;
+using quen::testing::Outcome;
+using quen::testing::QuenShs;
+using quen::testing::TempDir;
+
+class CameraFrames : public ::testing::Test {
+ protected:
+  CameraFrames() {
+    quen::workbench::WriteCalibration(folder_.Path(), false);
+    EXPECT_EQ(QuenShs("frame --shape tip:1 --noise 0 " + folder_.Path()).exit_code, 0);
+    Measured(File("frame.fits") + " --output " + File("a.fits"));
+  }
+
+  [[nodiscard]] std::string File(const std::string& name) const { return folder_ / name; }
+
+  /// Makes camera.fits of `d`, the pixels of frame.fits.
+  void MakeCamera(const std::string& python) {
+    const Outcome made = quen::testing::Run(
+        QUEN_PYTHON " -c 'from astropy.io import fits; import numpy; d = fits.getdata(\"" + File("frame.fits") +
+        "\").astype(numpy.int32); " + python + ".writeto(\"" + File("camera.fits") + "\", overwrite=True)'");
+    ASSERT_EQ(made.exit_code, 0) << made.err;
+  }
+
+  /// What "quen-shs measure DIR ARGUMENTS" prints.
+  std::string Measured(const std::string& arguments) {
+    const Outcome outcome = QuenShs("measure " + folder_.Path() + " " + arguments);
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    EXPECT_EQ(outcome.err, "");
+    return outcome.out;
+  }
+
+  void ExpectFailure(const std::string& arguments, int exit_code, const std::string& sentence) {
+    const Outcome outcome = QuenShs("measure " + folder_.Path() + " " + arguments);
+    EXPECT_EQ(outcome.exit_code, exit_code);
+    EXPECT_EQ(outcome.err, sentence + "\n");
+  }
+
+  /// Largest difference of the displacements in a.fits and b.fits.
+  [[nodiscard]] double LargestDifference() const {
+    double largest = 0.0;
+    for (const char* const axis : {"x", "y"}) {
+      const auto a = ColumnReadByAstropy(File("a.fits"), "slopes", axis);
+      const auto b = ColumnReadByAstropy(File("b.fits"), "slopes", axis);
+      for (std::size_t i = 0; i < 1089; ++i) largest = std::max(largest, std::abs(a.at(i) - b.at(i)));
+    }
+    return largest;
+  }
+
+  TempDir folder_;
+};
+
+TEST_F(CameraFrames, OfAllUnsigned16Bits) {
+  MakeCamera("fits.PrimaryHDU((d + 60000).astype(numpy.uint16))");
+  const std::string report =
+      Measured(File("camera.fits") + " --engine centre-of-gravity:pedestal=60000 --output " + File("b.fits"));
+  EXPECT_NE(report.find("pixels                  60000 to 63847, read as unsigned numbers\n"), std::string::npos)
+      << report;
+  EXPECT_LT(LargestDifference(), 1e-9);
+}
+
+TEST_F(CameraFrames, OfAnyTypeInAnyExtension) {
+  const std::vector<std::pair<std::string, std::string>> kinds = {
+      {"fits.PrimaryHDU(d)", ""},
+      {"fits.PrimaryHDU(d.astype(numpy.float32))", ""},
+      {"fits.HDUList([fits.PrimaryHDU(), fits.ImageHDU(d.astype(numpy.int16))])", ""},
+      {"fits.HDUList([fits.PrimaryHDU(), fits.CompImageHDU(d.astype(numpy.int16))])", ""},
+      {"fits.HDUList([fits.PrimaryHDU(d * 0), fits.ImageHDU(d * 0), fits.ImageHDU(d, name=\"SCIENCE\")])",
+       " --extension science"},
+      {"fits.HDUList([fits.PrimaryHDU(d * 0), fits.ImageHDU(d * 0), fits.ImageHDU(d)])", " --extension 2"}};
+  for (const auto& [python, option] : kinds) {
+    MakeCamera(python);
+    const std::string report = Measured(File("camera.fits") + option + " --output " + File("b.fits"));
+    EXPECT_NE(report.find("pixels                  0 to 3847, read as signed numbers\n"), std::string::npos) << report;
+    EXPECT_EQ(LargestDifference(), 0.0) << python;
+  }
+}
+
+TEST_F(CameraFrames, OfACubeHaveATableEach) {
+  MakeCamera("fits.PrimaryHDU(numpy.stack([d * 0, d, d[:, ::-1]]).astype(numpy.int16))");
+  const std::string report = Measured(File("camera.fits") + " --output " + File("b.fits"));
+  EXPECT_NE(report.find("\nframes                  3\n"), std::string::npos) << report;
+  EXPECT_NE(report.find(" of 1821 spots"), std::string::npos) << report;
+  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(File("b.fits")), "");
+  const Outcome same = quen::testing::Run(
+      QUEN_PYTHON " -c 'from astropy.io import fits; a = fits.open(\"" + File("a.fits") + "\"); b = fits.open(\"" +
+      File("b.fits") +
+      "\"); print([(h.name, h.ver) for h in b[1:]], (a[\"slopes\"].data == b[\"slopes\", 2].data).all(), "
+      "abs(b[\"slopes\", 3].data[\"x\"] - b[\"slopes\", 2].data[\"x\"]).max() > 1)'");
+  EXPECT_EQ(same.out, "[('rois', 1), ('rois_use', 1), ('slopes', 1), ('slopes', 2), ('slopes', 3)] True True\n")
+      << same.err;
+}
+
+TEST_F(CameraFrames, OnAPedestalThatAnEngineTakesForLightAreWarnedOf) {
+  MakeCamera("fits.PrimaryHDU((d + 200).astype(numpy.uint16))");
+  const std::string camera = File("camera.fits");
+  EXPECT_NE(Measured(camera).find("\nwarning: pixels between the spots have 200 counts, together 1.1 times the light "
+                                  "of the spots, which centre-of-gravity takes for light: give it the option "
+                                  "pedestal=200 or subtract=border\n"),
+            std::string::npos);
+  for (const std::string engine :
+       {"centre-of-gravity:pedestal=200", "centre-of-gravity:subtract=border", "centre-of-gravity:background=200",
+        "centre-of-gravity:threshold=300", "maximum-likelihood"}) {
+    EXPECT_EQ(Measured(camera + " --engine " + engine).find("warning"), std::string::npos) << engine;
+  }
+  EXPECT_EQ(Measured(File("frame.fits")).find("warning"), std::string::npos);
+}
+
+TEST_F(CameraFrames, ThatAreNoneAreRefused) {
+  const std::string camera = File("camera.fits");
+  MakeCamera(
+      "fits.HDUList([fits.PrimaryHDU(), fits.BinTableHDU.from_columns([fits.Column(\"a\", \"I\", array=[1])])])");
+  ExpectFailure(camera, 1,
+                "quen-shs: " + camera + ": expected an image, found a table; name the extension of the image");
+  ExpectFailure(camera + " --extension ''", 2,
+                "--extension: expected a name or a number, found none\nRun with --help for more information.");
+  MakeCamera("fits.PrimaryHDU(numpy.zeros((1, 3, 3)))");
+  ExpectFailure(camera, 1,
+                "quen-shs: " + camera + ": expected a frame of 840 x 816 pixels (columns x rows), found 3 x 3");
+  MakeCamera("fits.PrimaryHDU(numpy.zeros((0, 816, 840)))");
+  ExpectFailure(camera, 1, "quen-shs: " + camera + ": expected frames, found a cube of none");
+  MakeCamera("fits.PrimaryHDU(d + 0.5)");
+  ExpectFailure(camera, 1,
+                "quen-shs: " + camera +
+                    ": expected pixels that are whole numbers from -32768 to 32767, found 0.5 at column 0, row 0");
+}
+
+}  // namespace

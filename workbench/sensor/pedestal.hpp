@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "quen_image_processing/roi/roi.hpp"
+#include "workbench/sensor/frame_file.hpp"
+
+namespace quen::workbench {
+
+/// How bright a frame is where no spot is.
+struct Pedestal {
+  double counts = 0.0;  ///< median of the regions' borders: of the medians of their outermost pixels
+  double share = 0.0;   ///< what it adds to the regions, over the spots' own light; infinite if there is none
+};
+
+/// Looks at the regions that are used. Those that are empty or reach out of the frame do not count.
+Pedestal PedestalOf(const Frame& frame, const std::vector<quen::image_processing::Roi>& rois,
+                    const std::vector<std::uint8_t>& used);
+
+}  // namespace quen::workbench

@@ -1,0 +1,61 @@
+#include "workbench/sensor/pedestal.hpp"
+
+#include <algorithm>
+#include <limits>
+
+#include "workbench/sensor/overlay.hpp"
+
+namespace quen::workbench {
+namespace {
+
+using quen::image_processing::Roi;
+
+/// The lower one of the two in the middle of an even number; 0 of none.
+double LowerMedian(std::vector<double>& values) {
+  if (values.empty()) return 0.0;
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>((values.size() - 1) / 2);
+  std::ranges::nth_element(values, middle);
+  return *middle;
+}
+
+struct RegionLight {
+  double border = 0.0;  ///< median of the outermost pixels
+  double sum = 0.0;     ///< of all
+};
+
+RegionLight LightOf(const Frame& frame, const Roi& roi) {
+  std::vector<double> border;
+  RegionLight light;
+  for (std::size_t row = roi.y_low; row < roi.y_up; ++row) {
+    for (std::size_t column = roi.x_low; column < roi.x_up; ++column) {
+      const double value = frame.Value(frame.pixels[row * frame.width + column]);
+      light.sum += value;
+      const bool is_inside = row > roi.y_low && row + 1 < roi.y_up && column > roi.x_low && column + 1 < roi.x_up;
+      if (!is_inside) border.push_back(value);
+    }
+  }
+  light.border = LowerMedian(border);
+  return light;
+}
+
+}  // namespace
+
+Pedestal PedestalOf(const Frame& frame, const std::vector<Roi>& rois, const std::vector<std::uint8_t>& used) {
+  std::vector<double> borders;
+  double sum = 0.0;
+  double pixels = 0.0;
+  for (const std::size_t i : UsedIndices(used)) {
+    const Roi& roi = rois[i];
+    if (roi.x_low >= roi.x_up || roi.y_low >= roi.y_up || roi.x_up > frame.width || roi.y_up > frame.height) continue;
+    const RegionLight light = LightOf(frame, roi);
+    borders.push_back(light.border);
+    sum += light.sum;
+    pixels += static_cast<double>(roi.x_up - roi.x_low) * static_cast<double>(roi.y_up - roi.y_low);
+  }
+  Pedestal pedestal = {LowerMedian(borders), 0.0};
+  const double added = pedestal.counts * pixels;
+  if (added != 0.0) pedestal.share = sum > added ? added / (sum - added) : std::numeric_limits<double>::infinity();
+  return pedestal;
+}
+
+}  // namespace quen::workbench
