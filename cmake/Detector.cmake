@@ -1,5 +1,6 @@
 # The detector: an optional library, a stage after the simulator. Needs no simulator.
-find_path(QUEN_RANDOM123 Random123/philox.h REQUIRED) # Debian's librandom123-dev: headers alone, and in no header of ours
+# Debian's librandom123-dev: headers alone, and in no header of ours.
+find_path(QUEN_RANDOM123 Random123/philox.h REQUIRED)
 
 add_library(quen_detector_objects OBJECT)
 target_sources(

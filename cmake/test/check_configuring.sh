@@ -1,5 +1,6 @@
 #!/bin/sh
-# Configures with all packages and with the library's own alone, and looks what becomes of the host tool. Builds nothing.
+# Configures with all packages and with the library's own alone, and looks what becomes of the host tool. Builds
+# nothing.
 #     check_configuring.sh SOURCE_FOLDER COMPILER
 set -eu
 source=$1

@@ -2,10 +2,10 @@
 
     run_guide.py GUIDE FOLDER_OF_THE_TOOL [--update]
 
-A block ```console holds commands, each after "$ ", and what they print; their exit codes must be 0, or the one in a last
-line "[exit code N]". A block ```python NAME is a file. The folder that all of it runs in is called /home/you. Text must
-be the same; numbers may differ in their third digit, and those that follow from the machine's speed or from rounding may
-differ altogether. With --update the guide is written anew, to be read again.
+A block ```console holds commands, each after "$ ", and what they print; their exit codes must be 0, or the one in a
+last line "[exit code N]". A block ```python NAME is a file. The folder that all of it runs in is called /home/you. Text
+must be the same; numbers may differ in their third digit, and those that follow from the machine's speed or from
+rounding may differ altogether. With --update the guide is written anew, to be read again.
 """
 
 import os

@@ -115,7 +115,9 @@ TEST_F(CameraFrames, OnAPedestalThatAnEngineTakesForLightAreWarnedOf) {
   for (const std::string engine :
        {"centre-of-gravity:pedestal=200", "centre-of-gravity:subtract=border", "centre-of-gravity:background=200",
         "centre-of-gravity:threshold=300", "maximum-likelihood"}) {
-    EXPECT_EQ(Measured(camera + " --engine " + engine).find("warning"), std::string::npos) << engine;
+    std::string arguments = camera;
+    arguments.append(" --engine ").append(engine);
+    EXPECT_EQ(Measured(arguments).find("warning"), std::string::npos) << engine;
   }
   EXPECT_EQ(Measured(File("frame.fits")).find("warning"), std::string::npos);
 }

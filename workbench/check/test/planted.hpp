@@ -79,7 +79,7 @@ std::vector<Choice> Choices();
 /// Good calibrations that differ in more than the control matrix: other units, other lists.
 struct Variation {
   std::string name;
-  std::function<void(CalibrationContent&)> Apply;
+  std::function<void(CalibrationContent&)> apply;
 };
 std::vector<Variation> Variations();
 
