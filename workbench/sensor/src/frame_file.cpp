@@ -14,6 +14,8 @@
 namespace quen::workbench {
 namespace {
 
+using quen::common::Fits::Handle;
+
 constexpr double kLowestSigned = std::numeric_limits<std::int16_t>::min();
 constexpr double kHighestSigned = std::numeric_limits<std::int16_t>::max();
 constexpr double kHighestUnsigned = std::numeric_limits<std::uint16_t>::max();
@@ -32,11 +34,14 @@ void RequirePixels(const std::string& name, const std::vector<double>& pixels, s
                   name, lowest, highest, *wrong, index % width, index / width));
 }
 
+std::vector<std::size_t> AxesOf(const InputFile& file, const Handle& image) {
+  return Reading(file, [&] { return quen::common::Fits::ReadImgParams(image).first; });
+}
+
 }  // namespace
 
 FrameReader::FrameReader(const InputFile& file, const std::string& extension)
-    : file_(file), image_(OpenImage(file, extension)) {
-  axes_ = Reading(file, [&] { return quen::common::Fits::ReadImgParams(image_).first; });
+    : file_(file), image_(OpenImage(file, extension)), axes_(AxesOf(file, image_)) {
   if (axes_.size() == 2 || axes_.size() == 3) return;
   throw std::runtime_error(
       fmt::format("{}: expected a frame, an image of two axes, or a cube of frames, of three; "
