@@ -192,10 +192,9 @@ void TakePlaces(std::vector<StagedFile>& files) {
 }  // namespace
 
 void RequireNew(const std::vector<std::string>& names, const std::string& otherwise) {
+  const std::string reason = ": is there already; " + otherwise;
   for (const std::string& name : names) {
-    if (std::filesystem::exists(std::filesystem::symlink_status(name))) {
-      throw std::runtime_error(name + ": is there already; " + otherwise);
-    }
+    if (std::filesystem::exists(std::filesystem::symlink_status(name))) throw std::runtime_error(name + reason);
   }
 }
 

@@ -113,6 +113,7 @@ std::vector<SweepPoint> ReadSweep(const InputFile& file) {
     throw std::runtime_error(fmt::format("{}: expected {:.0f} rows at most in its table \"sweep\", found {}",
                                          file.Name(), kMostGains, rows.size()));
   }
+  points.reserve(rows.size());
   for (const SweepRow& row : rows) {
     points.push_back(
         {row.gain, row.residual_rms, row.disturbance_rms, FramesOf(file.Name(), points.size(), row.frames)});
