@@ -240,9 +240,7 @@ TEST_P(RenderFrameTest, PixelsOfWhichStdExpDoesNotGiveTheNearestDouble) {
     if (i % 3 == 1) rois.emplace_back(400, 401, 400, 402, 840, 816, x, 400.5);
     if (i % 3 == 2) rois.emplace_back(400, 402, 400, 401, 840, 816, 400.5, x);
   }
-  for (const Roi& roi : rois) {
-    for (const double noise : {0.0, 1e-300}) ExpectTheFormula({roi}, noise, 21);
-  }
+  for (std::size_t i = 0; i < rois.size(); ++i) ExpectTheFormula({rois[i]}, i % 2 == 0 ? 0.0 : 1e-300, 21);
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, RenderFrameTest, ::testing::ValuesIn(quen::common::simd::kLevels),
