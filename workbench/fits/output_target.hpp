@@ -19,6 +19,8 @@ struct OutputTarget {
   std::string path;          ///< the same after all symbolic links, which stay what they are
   std::optional<FileId> id;  ///< of what is there
   mode_t mode = 0;           ///< permissions of that
+  uid_t owner = 0;           ///< of that
+  gid_t group = 0;           ///< of that
   mode_t type = 0;           ///< what it is, for S_ISREG() and its like
   bool is_stream = false;    ///< a pipe, a device, or what the process has open: written to, never replaced
   int own_descriptor = -1;   ///< its number if it is the standard output or the standard error of the process

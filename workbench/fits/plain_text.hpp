@@ -12,7 +12,8 @@ namespace quen::workbench {
 /// No sentence is longer, in bytes.
 inline constexpr std::size_t kLongestSentence = 800;
 
-/// The text as UTF-8 without control characters: these, and bytes that are not UTF-8, become question marks.
+/// The text as UTF-8 without control characters: these, line and paragraph separators, what changes the direction of
+/// writing, and bytes that are not UTF-8, become question marks.
 std::string Plain(std::string_view text);
 
 /// The same, shortened in the middle to the longest sentence.

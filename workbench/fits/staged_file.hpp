@@ -12,8 +12,8 @@
 /// The files that a command writes. They are claimed before any work, given their content, and committed together:
 ///
 /// - A name leads to the file of that name, after symbolic links, which stay. What is there is replaced by a
-///   rename when the new file is whole, and keeps its mode. Pipes, devices and what the process has open already, its
-///   standard output above all, are written to.
+///   rename when the new file is whole, and keeps its mode, and its owner where the user may give files away. Pipes,
+///   devices and what the process has open already, its standard output above all, are written to.
 /// - A file is whole when it has been written, the disk has said so, and it has been read back.
 /// - Of several files either all take their places or none does, as long as the file system can exchange two files;
 ///   where it cannot, the message says which files have changed.
@@ -51,6 +51,7 @@ class StagedFile {
   enum class Place { kBeside, kExchanged, kNew, kReplaced };
 
   void MakeBeside();
+  void BecomeLikeTarget(const struct stat& status) const;
 
   OutputTarget target_;
   std::string path_;  ///< beside the target; empty if nothing is there

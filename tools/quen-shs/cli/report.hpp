@@ -27,7 +27,7 @@ class Report {
   /// the standard error.
   void AddFiles(const workbench::StagedFiles& files);
 
-  /// @throws std::runtime_error  the output that it goes to takes no more
+  /// @throws std::runtime_error  the output that it goes to takes no more; the message says so if files are written
   /// @throws Interrupted         a signal has come while it waited for that output
   void Print(bool as_json) const;
 

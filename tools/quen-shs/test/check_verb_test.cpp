@@ -153,6 +153,15 @@ TEST(CheckVerb, DrawsOverNoFileOfTheCalibration) {
   EXPECT_EQ(quen::testing::Bytes(folder / "sensor/data/CM.fits"), before);
 }
 
+TEST(CheckVerb, LooksAtItsTargetsBeforeTheCalibration) {
+  const TempDir folder;
+  for (const char* const option : {" --png ", " --fix "}) {
+    const Outcome outcome = QuenShs("check " + (folder / "none") + option + "/dev/null/x");
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_EQ(outcome.err.find("quen-shs: cannot make /dev/null"), 0U) << outcome.err;
+  }
+}
+
 TEST(CheckVerb, GivesThePictureOnStandardOutputAlone) {
   const DamagedCalibration folder([](auto&) {});
   const Outcome outcome =

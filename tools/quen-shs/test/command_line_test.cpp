@@ -272,6 +272,15 @@ TEST(CommandLine, ResultThatCannotBePrintedIsAFailure) {
   EXPECT_EQ(outcome.err, "quen-shs: the result cannot be printed: standard output takes no more\n");
 }
 
+TEST(CommandLine, ResultThatCannotBePrintedLeavesFilesThatTheMessageTellsOf) {
+  const TempDir folder;
+  const Outcome outcome = QuenShs("calibrate " + folder.Path() + " > /dev/full");
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.err,
+            "quen-shs: the result cannot be printed: standard output takes no more; the files are written\n");
+  EXPECT_EQ(quen::testing::EntriesBelow(folder.Path()), 4U);
+}
+
 TEST(CommandLine, TextsThatCannotBePrintedAreFailures) {
   for (const char* const arguments : {"--help", "--version", "loop --help", "manual", "completion"}) {
     const Outcome outcome = QuenShs(std::string(arguments) + " > /dev/full");

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <limits>
 
 #include "testing/calibration.hpp"
 #include "testing/environment.hpp"
@@ -425,6 +427,18 @@ TEST_F(Verbs, LoopRefusesADisturbanceBeyondAllSense) {
   Fails("loop " + folder_.Path() + " --frames 10 --disturbance " + File("modes.fits"), 1,
         "quen-shs: " + File("modes.fits") +
             ": expected modes up to 1e+100 radians, found 1e+308 in frame 1, mode 1 (counted from 0)");
+}
+
+TEST_F(Verbs, FrameRefusesDisplacementsThatAreNone) {
+  std::vector<double> matrix(52U * 1214U, 0.0);
+  matrix[52U * 607U] = std::numeric_limits<double>::quiet_NaN();  // of the first used sub-aperture's x, mode 0
+  quen::testing::WriteImage(File("data/M2S.fits"), DOUBLE_IMG, {52, 1214}, matrix);
+  const auto used = ColumnReadByAstropy(File("data/shs_rois.fits"), "rois_used", "is_used");
+  const auto first = std::ranges::find(used, 1.0) - used.begin();
+  Fails("frame " + folder_.Path() + " --modes 0=1", 1,
+        "quen-shs: expected finite displacements, found (nan, 0) pixels for sub-aperture " + std::to_string(first) +
+            " (counted from 0); is M2S finite?");
+  EXPECT_FALSE(std::filesystem::exists(File("frame.fits")));
 }
 
 TEST_F(Verbs, LoopSweepsItsGain) {

@@ -131,11 +131,17 @@ Json ParseObject(const std::string& name, const std::string& text) {
   return object;
 }
 
-/// Where a map is, seen from the description.
-std::string MapName(const std::string& description, const Json& value) {
+/// Where names in a description begin: in its folder, or where the user is if it comes from a stream.
+std::filesystem::path FolderOf(const InputFile& description) {
+  const std::string& name = description.Name();
+  const bool is_descriptor = name == "/dev/stdin" || name.starts_with("/dev/fd/") || name.starts_with("/proc/");
+  return description.IsRegular() && !is_descriptor ? std::filesystem::path(name).parent_path() : "";
+}
+
+std::string MapName(const InputFile& description, const Json& value) {
   const std::string name = value.is_string() ? value.get<std::string>() : "";
   if (name.empty() || name.find('\0') != std::string::npos) Refuse("the name of a FITS file", value);
-  return (std::filesystem::path(description).parent_path() / name).string();
+  return (FolderOf(description) / name).string();
 }
 
 void Take(const std::string& name, const Json& value, DetectorDescription& detector) {
@@ -146,7 +152,7 @@ void Take(const std::string& name, const Json& value, DetectorDescription& detec
   }
   const auto* const map = std::ranges::find(kMaps, std::string_view(name), &Map::name);
   if (map == kMaps.end()) throw std::invalid_argument("is no parameter of a detector; expected one of " + AllNames());
-  const InputFile& file = detector.files.emplace_back(MapName(detector.files.front().Name(), value));
+  const InputFile& file = detector.files.emplace_back(MapName(detector.files.front(), value));
   map->read(file, detector.config);
   detector.maps.push_back({name, value.get<std::string>()});
 }

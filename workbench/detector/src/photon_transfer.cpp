@@ -5,6 +5,8 @@
 #include <limits>
 #include <stdexcept>
 
+#include "workbench/fits/interruption.hpp"
+
 namespace quen::workbench {
 namespace {
 
@@ -31,6 +33,7 @@ class FlatField {
   }
 
   TransferPoint ExposePair(double electrons) {
+    ThrowIfInterrupted();
     std::ranges::fill(values_, electrons / electrons_per_unit_);
     detector_.Expose(values_, frame_number_++, first_);
     detector_.Expose(values_, frame_number_++, second_);

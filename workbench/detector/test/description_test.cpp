@@ -1,8 +1,12 @@
 #include "workbench/detector/description.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <array>
 #include <cmath>
+#include <csignal>
 
 #include "testing/environment.hpp"
 #include "testing/exceptions.hpp"
@@ -10,6 +14,7 @@
 #include "testing/second_reader.hpp"
 #include "workbench/detector/map_file.hpp"
 #include "workbench/detector/photon_transfer.hpp"
+#include "workbench/fits/interruption.hpp"
 #include "workbench/fits/memory_fits.hpp"
 
 // Detectors as users describe them.
@@ -99,6 +104,20 @@ TEST_F(Description, FindsItsMapsBesideIt) {
   EXPECT_EQ(detector.maps[0].member, "flat_map");
   EXPECT_EQ(detector.maps[0].file, "flat.fits");
   EXPECT_EQ(detector.files.size(), 6U);
+}
+
+TEST_F(Description, FromAStreamHasItsMapsInTheCurrentFolder) {
+  WriteText(File("flat.fits"), MapFile(std::vector<double>(kPixels, 0.25), "response"));
+  WriteText(File("camera.json"), R"({"flat_map": "flat.fits"})");
+  std::array<int, 2> pipe_ends = {};
+  ASSERT_EQ(pipe2(pipe_ends.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(write(pipe_ends[1], R"({"flat_map": "flat.fits"})", 25), 25);
+  close(pipe_ends[1]);
+  const quen::testing::ScopedCurrentDirectory here(folder_.Path());
+  for (const int stream : {open("camera.json", O_RDONLY | O_CLOEXEC), pipe_ends[0]}) {
+    EXPECT_EQ(ReadDetector("/dev/fd/" + std::to_string(stream)).config.flat_map.front(), 0.25);
+    close(stream);
+  }
 }
 
 TEST_F(Description, InFullIsReadBack) {
@@ -234,6 +253,20 @@ TEST(PhotonTransfer, LeavesBadPixelsOut) {
   const auto transfer = quen::workbench::MeasurePhotonTransfer(config);
   EXPECT_NEAR(transfer.dark.mean, 100.0, 0.05);
   EXPECT_NEAR(transfer.gain, 1.0, 0.005);
+}
+
+TEST(PhotonTransferDeathTest, EndsAtTheNextFrameWhenASignalHasCome) {
+  const auto interrupt = [] {
+    quen::workbench::NoteInterruptions();
+    static_cast<void>(raise(SIGTERM));
+    try {
+      quen::workbench::MeasurePhotonTransfer({});
+    } catch (const quen::workbench::Interrupted&) {
+      _exit(0);
+    }
+    _exit(1);
+  };
+  EXPECT_EXIT(interrupt(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(PhotonTransfer, IsNoneWithoutLightOrItsNoise) {

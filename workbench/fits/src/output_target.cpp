@@ -102,6 +102,8 @@ OutputTarget FindTarget(const std::string& name) {
     if (code == 0) {
       target.id = IdOf(status);
       target.mode = status.st_mode & ALLPERMS;
+      target.owner = status.st_uid;
+      target.group = status.st_gid;
       target.type = status.st_mode;
       target.own_descriptor = OwnDescriptor(*target.id);
       target.is_stream = !S_ISREG(status.st_mode) || destination.is_open_file || target.own_descriptor >= 0;

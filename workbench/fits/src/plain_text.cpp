@@ -20,11 +20,22 @@ std::size_t CharacterLength(std::string_view text) {
   return length;
 }
 
-/// Whether a character is one of the two ranges of control characters, or DEL.
+/// The number of a character of two or three bytes; 0 for others.
+unsigned CodePoint(std::string_view character) {
+  const auto bits = [&](std::size_t k, unsigned mask) { return static_cast<unsigned char>(character[k]) & mask; };
+  if (character.size() == 2) return bits(0, 0x1F) << 6U | bits(1, 0x3F);
+  if (character.size() == 3) return bits(0, 0x0F) << 12U | bits(1, 0x3F) << 6U | bits(2, 0x3F);
+  return 0;
+}
+
+/// Whether a character is one of the two ranges of control characters, or DEL, or ends the line, or changes the
+/// direction in which those around it are shown.
 bool IsControl(std::string_view character) {
-  const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(character[k]); };
-  if (character.size() == 1) return byte(0) < 0x20 || byte(0) == 0x7F;
-  return character.size() == 2 && byte(0) == 0xC2 && byte(1) < 0xA0;
+  if (character.size() == 1) return static_cast<unsigned char>(character[0]) < 0x20 || character[0] == 0x7F;
+  const unsigned code = CodePoint(character);
+  const auto is_from_to = [code](unsigned first, unsigned last) { return first <= code && code <= last; };
+  return is_from_to(0x80, 0x9F) || code == 0x061C || code == 0x200E || code == 0x200F || is_from_to(0x2028, 0x202E) ||
+         is_from_to(0x2066, 0x2069);
 }
 
 /// Whether a character begins here, in UTF-8.

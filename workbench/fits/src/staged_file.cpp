@@ -126,13 +126,23 @@ void StagedFile::Write(std::string_view bytes) {
     if (static_cast<std::size_t>(status.st_size) != bytes.size()) {
       throw std::system_error(EIO, std::generic_category());
     }
-    const bool keeps_mode = !target_.Exists() || (status.st_mode & ALLPERMS) == target_.mode;
-    if (!keeps_mode && fchmod(file_.Number(), target_.mode) != 0) RefuseToWrite(target_.name, errno);
+    if (target_.Exists()) BecomeLikeTarget(status);
   } catch (const std::system_error& error) {
     if (error.code().value() != EIO) RefuseToWrite(target_.name, error.code().value());
     throw std::runtime_error("cannot write " + target_.name +
                              ": read back, it is not whole; look after the disk and run this again");
   }
+}
+
+void StagedFile::BecomeLikeTarget(const struct stat& status) const {
+  constexpr mode_t kPermissions = ACCESSPERMS;  // without what makes programs run as the owner or the group
+  const bool is_others = status.st_uid != target_.owner || status.st_gid != target_.group;
+  const bool is_given_away = is_others && fchown(file_.Number(), target_.owner, target_.group) == 0;
+  // Most users may not give files away: it is theirs then.
+  if (is_others && !is_given_away && errno != EPERM) RefuseToWrite(target_.name, errno);
+  const mode_t mode = is_others && !is_given_away ? target_.mode & kPermissions : target_.mode;
+  const bool has_mode = !is_others && (status.st_mode & ALLPERMS) == mode;
+  if (!has_mode && fchmod(file_.Number(), mode) != 0) RefuseToWrite(target_.name, errno);
 }
 
 void StagedFile::TakePlace() {

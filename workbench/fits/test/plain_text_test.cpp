@@ -28,6 +28,17 @@ TEST(PlainText, HasNoControlCharacters) {
             "?2J\xC2\xA0");  // the one-character form of ESC [, and the first that is none
 }
 
+TEST(PlainText, IsShownInTheOrderThatItHas) {
+  for (const char* const mark : {"\xD8\x9C", "\xE2\x80\x8E", "\xE2\x80\x8F", "\xE2\x80\xA8", "\xE2\x80\xAA",
+                                 "\xE2\x80\xAE", "\xE2\x81\xA6", "\xE2\x81\xA9"}) {
+    EXPECT_EQ(Plain(std::string("a") + mark + "stif.b"), "a?stif.b");
+  }
+  // Their neighbours are ordinary: a joiner, a dash, a narrow space.
+  for (const char* const other : {"\xE2\x80\x8D", "\xE2\x80\x90", "\xE2\x80\xA7", "\xE2\x80\xAF", "\xE2\x81\xA5"}) {
+    EXPECT_EQ(Plain(other), other);
+  }
+}
+
 TEST(PlainText, IsUtf8WhateverItWas) {
   EXPECT_EQ(Plain("caf\xE9"), "caf?");
   EXPECT_EQ(Plain("\xC0\xAF"), "??");            // longer than need be

@@ -100,6 +100,38 @@ TEST_F(Staged, ModeOfAnExistingFileIsKeptAndTheUmaskIsForNewOnes) {
   umask(before);
 }
 
+TEST_F(Staged, OwnerOfAnExistingFileIsKeptWhereTheUserMayGiveFilesAway) {
+  WriteText(File("a"), "old");
+  if (chown(File("a").c_str(), 1234, 5678) != 0) GTEST_SKIP() << "this user may not";
+  chmod(File("a").c_str(), 04751);
+  WriteAll({File("a")});
+  struct stat status {};
+  stat(File("a").c_str(), &status);
+  EXPECT_EQ(status.st_uid, 1234U);
+  EXPECT_EQ(status.st_gid, 5678U);
+  EXPECT_EQ(Mode(File("a")), 04751U);
+}
+
+using StagedDeathTest = Staged;
+
+TEST_F(StagedDeathTest, FileOfAnotherOwnerIsTheUsersWhoMayNotGiveItAway) {
+  WriteText(File("a"), "old");
+  chmod(File("a").c_str(), 06755);
+  chmod(folder_.Path().c_str(), 0777);
+  if (geteuid() != 0) GTEST_SKIP() << "only root becomes another user";
+  const auto as_another = [&] {
+    if (setgid(5678) != 0 || setuid(1234) != 0) _exit(1);
+    WriteAll({File("a")});
+    _exit(0);
+  };
+  EXPECT_EXIT(as_another(), ::testing::ExitedWithCode(0), "");
+  struct stat status {};
+  stat(File("a").c_str(), &status);
+  EXPECT_EQ(status.st_uid, 1234U);
+  EXPECT_EQ(Mode(File("a")), 0755U);  // its programs would run as somebody else
+  EXPECT_EQ(Text(File("a")), "new");
+}
+
 TEST_F(Staged, WhatIsThereIsWrittenToIfItIsNoFile) {
   ASSERT_EQ(mkfifo(File("pipe").c_str(), 0600), 0);
   const int reader = open(File("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);

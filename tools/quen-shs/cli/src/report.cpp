@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <sstream>
+#include <stdexcept>
 
 #include "tools/quen-shs/cli/output.hpp"
 #include "workbench/fits/plain_text.hpp"
@@ -35,10 +36,12 @@ void Report::AddFiles(const workbench::StagedFiles& files) {
 void Report::Print(bool as_json) const {
   // Not finite numbers become null, and bytes that are no UTF-8 a mark for such.
   const std::string text = as_json ? json_.dump(2, ' ', false, Json::error_handler_t::replace) + "\n" : text_;
-  if (goes_to_standard_error_) {
-    PrintAside(text);
-  } else {
-    quen::tool::Print(text);
+  const auto print = goes_to_standard_error_ ? &PrintAside : &quen::tool::Print;
+  try {
+    print(text);
+  } catch (const std::runtime_error& error) {
+    if (!json_.contains("files")) throw;
+    throw std::runtime_error(std::string(error.what()) + "; the files are written");
   }
 }
 

@@ -66,6 +66,13 @@ std::vector<std::string> CorrectedFiles(const CheckArguments& command, const wor
   return workbench::CorrectedBytes(*corrected);
 }
 
+/// The files that are asked for.
+std::vector<std::string> OutputNames(const CheckArguments& command) {
+  std::vector<std::string> names = {command.png};
+  if (!command.fix.empty()) std::ranges::move(workbench::CalibrationNames(command.fix), std::back_inserter(names));
+  return names;
+}
+
 /// Files and what they are to hold.
 struct Outputs {
   std::vector<std::string> names;
@@ -118,6 +125,7 @@ void Check(const CheckArguments& command) {
   if (!command.fix.empty()) {
     workbench::RequireNew(workbench::CalibrationNames(command.fix), "give --fix the name of another folder");
   }
+  static_cast<void>(workbench::StagedFiles(OutputNames(command)));  // refuses what cannot be written, before any work
   const workbench::Examination examination = ExaminationOf(command);
   const workbench::Findings& findings = examination.findings;
   const auto wrong = std::ranges::count(findings, workbench::Verdict::kWrong, &workbench::Finding::verdict);
