@@ -137,8 +137,11 @@ if(CMAKE_BUILD_TYPE STREQUAL Debug AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   add_test(NAME BinaryInterface.OfTheCentroidersIsTheDescribedOne
            COMMAND abi/test/check_abi.sh $<TARGET_FILE:quen_centroiders> abi/libquen_centroiders.abi
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  add_test(NAME BinaryInterface.OfTheDetectorIsTheDescribedOne
+           COMMAND abi/test/check_abi.sh $<TARGET_FILE:quen_detector> abi/libquen_detector.abi
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(BinaryInterface.IsTheDescribedOne BinaryInterface.OfTheCentroidersIsTheDescribedOne
-                       PROPERTIES LABELS abi)
+                       BinaryInterface.OfTheDetectorIsTheDescribedOne PROPERTIES LABELS abi)
 endif()
 if(CMAKE_BUILD_TYPE STREQUAL Release)
   add_test(NAME VectorCode.OfTheSimulatorUsesItsLevelsRegisters
