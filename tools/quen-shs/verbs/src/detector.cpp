@@ -116,6 +116,7 @@ void MeasureDetector(const DetectorVerbArguments& command) {
 }  // namespace
 
 void AddDetector(CommandLine& line) {
+  using quen::detector::MapLimits;
   const auto command = std::make_shared<DetectorVerbArguments>();
   line.Add({.name = "detector",
             .summary = "Write a detector's description, or measure one",
@@ -132,10 +133,11 @@ saturation, and prints what the photon transfer tells: its gain, its noise witho
                   Flag("--new", "Write FILE and its maps", command->is_new)},
                  OnlyWith("--new", {Flag("--force", "Replace files that are there already", command->force),
                                     Number("--non-uniformity", "How much the pixels' responses differ",
-                                           "RMS over their mean", 0.0, 1.0, command->non_uniformity),
-                                    Number("--hot-pixels", "Hot pixels", "in a million", 0.0, 1e6, command->hot_pixels),
-                                    Number("--hot-level", "Mean level of the hot pixels", "electrons per frame", 0.0,
-                                           1e7, command->hot_level)}),
+                                           "RMS over their mean", MapLimits::kFlatRms, command->non_uniformity),
+                                    Number("--hot-pixels", "Hot pixels", "in a million", MapLimits::kHotPixels,
+                                           command->hot_pixels),
+                                    Number("--hot-level", "Mean level of the hot pixels", "electrons per frame",
+                                           MapLimits::kHotLevel, command->hot_level)}),
                  DetectorParameters(command->detector),
                  {Seed(command->seed), File("--png", "PNG file for the photon-transfer curve", "none", command->png),
                   JsonFlag(command->json)}}),

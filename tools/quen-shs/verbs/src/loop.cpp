@@ -202,8 +202,8 @@ void Loop(LoopArguments& command) {
 void AddLoop(CommandLine& line) {
   const auto command = std::make_shared<LoopArguments>();
   workbench::LoopOptions& options = command->options;
-  Argument strength = Number("--d-over-r0", "Strength of the turbulence: diameter over Fried parameter", "", 0.0,
-                             1000.0, command->d_over_r0);
+  Argument strength = Number("--d-over-r0", "Strength of the turbulence: diameter over Fried parameter", "",
+                             {0.0, 1000.0}, command->d_over_r0);
   strength.alias = "--amplitude";
   line.Add(
       {.name = "loop",
@@ -226,8 +226,9 @@ image of doubles, 52 modes x frames, in radians.)",
        .arguments = Joined(
            {{CalibrationFolder(command->folder),
              Number("--frames", "Number of frames", "", 10, 100000, command->frames),
-             Number("--gain", "Gain of the integrator", "", 0.0, workbench::kHighestGain, options.gain),
-             Number("--leak", "Fraction of the correction that is forgotten in each frame", "", 0.0, 1.0, options.leak),
+             Number("--gain", "Gain of the integrator", "", {0.0, workbench::kHighestGain}, options.gain),
+             Number("--leak", "Fraction of the correction that is forgotten in each frame", "", {0.0, 1.0},
+                    options.leak),
              Number("--delay", "Time from a measurement to the first frame that its correction acts on", "frames", 1, 9,
                     options.delay),
              strength,

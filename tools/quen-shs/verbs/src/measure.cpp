@@ -232,7 +232,8 @@ each frame, whose EXTVER is its number.)",
        .arguments =
            {CalibrationFolder(command->folder), Positional("FRAME", "FITS file with the frame", command->frame),
             Extension(command->extension), Engine(command->engine),
-            Number("--limit", "Largest displacement; larger ones are cut to it", "pixels", 0.0, 1000.0, command->limit),
+            Number("--limit", "Largest displacement; larger ones are cut to it", "pixels", {0.0, 1000.0},
+                   command->limit),
             File("--truth", "File with the true displacements, as for 'frame --displacements'", "none", command->truth),
             File("--output", "FITS file for the slopes", "DIR/slopes.fits", command->output), JsonFlag(command->json)},
        .action = [command] { Measure(*command); }});
