@@ -97,7 +97,7 @@ TEST_F(DetectorVerb, SaysWhatIsWrong) {
   const Outcome both = QuenShs("frame x --noise 1 --read-noise 2");
   EXPECT_EQ(both.exit_code, 2);
   EXPECT_EQ(both.err,
-            "--noise, --read-noise: expected one of them, found all\nRun with --help for more information.\n");
+            "--noise, --read-noise: expected one of the two, found both\nRun with --help for more information.\n");
 }
 
 TEST_F(DetectorVerb, IsNamedAsJsonCan) {

@@ -166,7 +166,7 @@ TEST_F(Verbs, FrameSaysWhatIsWrong) {
             std::string(kHint));
   Fails("frame x --modes 60=1", 2, "--modes: expected a mode from 0 to 51, found 60" + std::string(kHint));
   Fails("frame x --modes 1=1 --shape tip:1", 2,
-        "--modes, --shape: expected one of them, found all" + std::string(kHint));
+        "--modes, --shape: expected one of the two, found both" + std::string(kHint));
   Fails("frame " + folder_.Path() + " --displacements " + File("none"), 1,
         "quen-shs: " + File("none") + ": cannot be read: No such file or directory");
   EXPECT_FALSE(std::filesystem::exists(File("frame.fits")));
@@ -441,7 +441,7 @@ TEST_F(Verbs, LoopSweepsItsGain) {
   EXPECT_EQ(lost.err, "quen-shs: the loop diverges with every gain; try lower ones, or a shorter delay\n");
   Fails("loop x --sweep gain=1:2", 2, "--sweep: expected gain=FIRST:LAST:STEP, found gain=1:2" + std::string(kHint));
   Fails("loop x --sweep gain=1:2:1 --gain 1", 2,
-        "--gain, --sweep: expected one of them, found all" + std::string(kHint));
+        "--gain, --sweep: expected one of the two, found both" + std::string(kHint));
 }
 
 TEST_F(Verbs, LoopGivesItsResultAsJson) {
