@@ -73,11 +73,9 @@ std::vector<SweepPoint> RunSweep(Camera& camera, const Series& disturbance, cons
   for (const double gain : gains) {
     with_gain.gain = gain;
     const LoopRun run = RunLoop(camera, disturbance, with_gain, after_frame);
-    const std::size_t frames = run.records.size();
-    points.push_back({gain,
-                      run.has_diverged ? std::numeric_limits<double>::infinity()
-                                       : Rms(run.records, &FrameRecord::residual, frames / 2, frames),
-                      Rms(run.records, &FrameRecord::disturbance, frames / 2, frames), frames});
+    const LoopSummary summary = SummaryOf(run, options.delay);
+    points.push_back({gain, run.has_diverged ? std::numeric_limits<double>::infinity() : summary.after,
+                      summary.disturbance, run.records.size()});
   }
   return points;
 }

@@ -17,7 +17,6 @@ namespace {
 using quen::common::Fits::Handle;
 
 constexpr double kLowestSigned = std::numeric_limits<std::int16_t>::min();
-constexpr double kHighestSigned = std::numeric_limits<std::int16_t>::max();
 constexpr double kHighestUnsigned = std::numeric_limits<std::uint16_t>::max();
 
 /// @throws std::runtime_error  a pixel is no whole number in this range

@@ -1,6 +1,7 @@
 #include "workbench/sensor/pedestal.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "workbench/sensor/overlay.hpp"
@@ -39,6 +40,11 @@ RegionLight LightOf(const Frame& frame, const Roi& roi) {
 }
 
 }  // namespace
+
+bool Pedestal::IsNoticeable() const {
+  constexpr double kNoticed = 0.05;  // by which the mean of a region loses gain
+  return std::abs(share) >= kNoticed;
+}
 
 Pedestal PedestalOf(const Frame& frame, const std::vector<Roi>& rois, const std::vector<std::uint8_t>& used) {
   std::vector<double> borders;

@@ -36,20 +36,6 @@ struct LoopArguments {
   bool json = false;
 };
 
-/// Mean residual before the first correction acted, and over the second half of the run, against the disturbance there.
-struct Summary {
-  Summary(const std::vector<workbench::FrameRecord>& records, int delay)
-      : before(workbench::Rms(records, &workbench::FrameRecord::residual, 0,
-                              std::min(static_cast<std::size_t>(delay), records.size()))),
-        after(workbench::Rms(records, &workbench::FrameRecord::residual, records.size() / 2, records.size())),
-        disturbance(workbench::Rms(records, &workbench::FrameRecord::disturbance, records.size() / 2, records.size())) {
-  }
-
-  double before;
-  double after;
-  double disturbance;
-};
-
 /// Where the disturbance is from, in words.
 std::string Source(const LoopArguments& command) {
   return command.disturbance.empty() ? fmt::format("D/r0 {:g}", command.d_over_r0) : command.disturbance;
@@ -91,7 +77,8 @@ void AddOptions(Report& report, const LoopArguments& command) {
   report.Add("engine", options.engine);
 }
 
-Report SummaryReport(const LoopArguments& command, const Summary& summary, std::size_t frames, double rate) {
+Report SummaryReport(const LoopArguments& command, const workbench::LoopSummary& summary, std::size_t frames,
+                     double rate) {
   const workbench::LoopOptions& options = command.options;
   Report report;
   report.Add("frames", frames, "frames",
@@ -111,7 +98,7 @@ Report SummaryReport(const LoopArguments& command, const Summary& summary, std::
 }
 
 /// @throws std::runtime_error  the loop has diverged, or is no better than none
-void RequireConvergence(const workbench::LoopRun& run, const Summary& summary) {
+void RequireConvergence(const workbench::LoopRun& run, const workbench::LoopSummary& summary) {
   if (run.has_diverged) {
     throw std::runtime_error(
         fmt::format("the loop diverges: in frame {} its residual is {:.3g} rad RMS, more than {:g} times the "
@@ -138,7 +125,7 @@ void RunOne(const LoopArguments& command, workbench::Camera& camera, const workb
                  workbench::DrawLoop(camera, run.records)});
   files.Commit();
 
-  const Summary summary(run.records, command.options.delay);
+  const workbench::LoopSummary summary = workbench::SummaryOf(run, command.options.delay);
   Report report = SummaryReport(command, summary, run.records.size(), rate);
   report.Add("diverged", run.has_diverged);
   report.AddFiles(files);
