@@ -4,13 +4,19 @@
 #include <optional>
 
 #include "centroiders/pixel_engine.hpp"
+#include "common/checks/limits.hpp"
 
 namespace quen::centroiders {
 
-/// Exactly one of the two.
+struct BrightestPixelsLimits {
+  static constexpr common::Limits kNumber = {2, 1'000'000};
+  static constexpr common::Limits kFraction = {0.0, 1.0, true};
+};
+
+/// Exactly one of the two, within BrightestPixelsLimits.
 struct BrightestPixelsConfig {
-  std::optional<std::size_t> number = {};  ///< of pixels, 2 to 1 000 000; all where the region has fewer
-  std::optional<double> fraction = {};     ///< of the region's pixels, above 0 to 1; rounded, and at least 2 pixels
+  std::optional<std::size_t> number = {};  ///< of pixels; all where the region has fewer
+  std::optional<double> fraction = {};     ///< of the region's pixels; rounded, and at least 2 pixels
 };
 
 /// The centre of gravity of the brightest pixels: the dimmest of them is taken for no light and subtracted, so that

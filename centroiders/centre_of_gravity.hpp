@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "centroiders/pixel_engine.hpp"
+#include "common/checks/limits.hpp"
 
 namespace quen::centroiders {
 
@@ -12,10 +13,16 @@ enum class Thresholding {
   kCut        ///< all light of a pixel above the threshold counts: p − background
 };
 
+struct CentreOfGravityLimits {
+  static constexpr common::Limits kBackground = {-32768.0, 32767.0};
+  static constexpr common::Limits kThreshold = {0.0, 65535.0};
+};
+
+/// Numbers are within CentreOfGravityLimits.
 struct CentreOfGravityConfig {
-  double background = 0.0;               ///< subtracted from every pixel, −32768 to 32767
-  std::optional<double> threshold = {};  ///< above the background, 0 to 65535; pixels up to it count nothing. Without
-                                         ///< one every pixel counts, those below the background with negative light
+  double background = 0.0;               ///< subtracted from every pixel
+  std::optional<double> threshold = {};  ///< above the background; pixels up to it count nothing. Without one every
+                                         ///< pixel counts, those below the background with negative light
   Thresholding thresholding = Thresholding::kSubtract;
 };
 

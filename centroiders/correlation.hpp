@@ -4,11 +4,16 @@
 #include <vector>
 
 #include "centroiders/pixel_engine.hpp"
+#include "common/checks/limits.hpp"
 
 namespace quen::centroiders {
 
+struct CorrelationLimits {
+  static constexpr common::Limits kSize = {3, 63};
+};
+
 struct CorrelationConfig {
-  /// Side of the template, pixels: odd, 3 to 63.
+  /// Side of the template, pixels: odd, within CorrelationLimits.
   std::size_t size = 21;
   /// The template, row by row, size · size finite numbers, not all zero, of a spot whose centre is on the middle pixel.
   /// If empty, the drawn spot with height 1.

@@ -5,14 +5,21 @@
 
 #include "centroiders/drawn_spot.hpp"
 #include "centroiders/pixel_engine.hpp"
+#include "common/checks/limits.hpp"
 
 namespace quen::centroiders {
 
 class Gaussian;
 
+struct GaussianFitLimits {
+  static constexpr common::Limits kFwhm = {1.0, 100.0};
+  static constexpr common::Limits kSteps = {1, 100};
+};
+
+/// Within GaussianFitLimits.
 struct GaussianFitConfig {
-  double fwhm = kSpotFwhm;  ///< of the spot, pixels, 1 to 100
-  int steps = 4;            ///< of Gauss-Newton, 1 to 100
+  double fwhm = kSpotFwhm;  ///< of the spot, pixels
+  int steps = 4;            ///< of Gauss-Newton
 };
 
 /// The Gaussian of given width, with free height and position, that is closest to the pixels in the sense of least

@@ -6,6 +6,7 @@
 
 #include "centroiders/drawn_spot.hpp"
 #include "centroiders/pixel_reading.hpp"
+#include "common/checks/limits.hpp"
 #include "defs/export.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
 
@@ -25,17 +26,28 @@ enum class SpotBackground {
   kSlope,     ///< level and slopes along both axes are fitted
 };
 
+struct MaximumLikelihoodLimits {
+  static constexpr common::Limits kGain = {0.0, 1e6, true};
+  static constexpr common::Limits kReadNoise = {0.0, 1e6};
+  static constexpr common::Limits kFwhm = {1.0, 100.0};
+  static constexpr common::Limits kBackground = {0.0, 1e9};
+  static constexpr common::Limits kSteps = {2, 1000};
+  static constexpr common::Limits kTolerance = {1e-9, 1.0};
+  static constexpr common::Limits kSignificance = {0.0, 1000.0};
+};
+
+/// Numbers are within MaximumLikelihoodLimits.
 struct MaximumLikelihoodConfig {
   PixelReading reading = {};
-  double gain = 1.0;        ///< counts per electron, above 0 and at most 10⁶
-  double read_noise = 5.0;  ///< electrons RMS, 0 to 10⁶; for frames of the simulator, their noise / √3
+  double gain = 1.0;        ///< counts per electron
+  double read_noise = 5.0;  ///< electrons RMS; for frames of the simulator, their noise / √3
   SpotShape shape = SpotShape::kGiven;
-  double fwhm = kSpotFwhm;  ///< of the spot, pixels, 1 to 100; where a width is fitted, the search starts with it
+  double fwhm = kSpotFwhm;  ///< of the spot, pixels; where a width is fitted, the search starts with it
   SpotBackground background_model = SpotBackground::kConstant;
-  double background = 0.0;    ///< electrons per pixel, where it is given; 0 to 10⁹
-  int steps = 50;             ///< at most, 2 to 1000
-  double tolerance = 1e-3;    ///< pixels, 10⁻⁹ to 1; a smaller step than this one is the last
-  double significance = 4.0;  ///< least light of a spot, in units of its own standard error; 0 to 1000
+  double background = 0.0;    ///< electrons per pixel, where it is given
+  int steps = 50;             ///< at most
+  double tolerance = 1e-3;    ///< pixels; a smaller step than this one is the last
+  double significance = 4.0;  ///< least light of a spot, in units of its own standard error
 };
 
 /// The Gaussian spot on a background that makes the pixels most likely, with the noise of photons and of the read-out:

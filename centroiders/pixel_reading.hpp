@@ -4,6 +4,8 @@
 #include <optional>
 #include <vector>
 
+#include "common/checks/limits.hpp"
+
 /// @file
 /// How a camera's counts are read as light, before an engine sees them:
 ///
@@ -22,14 +24,22 @@ enum class PixelSign {
   kUnsigned,  ///< 0 to 65535: a camera's, or the detector's
 };
 
+struct PixelReadingLimits {
+  static constexpr common::Limits kPedestal = {-65535.0, 65535.0};
+  static constexpr common::Limits kCeiling = {-32768.0, 65535.0};
+  static constexpr common::Limits kDark = kPedestal;
+  static constexpr common::Limits kResponse = {0.0, 1000.0};
+};
+
+/// Numbers are within PixelReadingLimits.
 /// A map is empty, which is none, or has an element for each pixel of the frame: column c of row r is element
 /// c + r · width. A frame of another size ends the process, as one does that is too small for its region.
 struct PixelReading {
   PixelSign sign = PixelSign::kSigned;
-  double pedestal = 0.0;                      ///< counts without any light, −65535 to 65535
-  std::optional<double> ceiling = {};         ///< counts that are saturated, from this one up; −32768 to 65535
-  std::vector<double> dark_map = {};          ///< counts, −65535 to 65535
-  std::vector<double> flat_map = {};          ///< relative response, 0 to 1000
+  double pedestal = 0.0;                      ///< counts without any light
+  std::optional<double> ceiling = {};         ///< counts that are saturated, from this one up
+  std::vector<double> dark_map = {};          ///< counts, each within kDark
+  std::vector<double> flat_map = {};          ///< relative response, each within kResponse
   std::vector<std::uint8_t> bad_pixels = {};  ///< other than 0 is a bad pixel
 };
 

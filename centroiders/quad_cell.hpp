@@ -5,12 +5,17 @@
 #include <optional>
 
 #include "centroiders/pixel_engine.hpp"
+#include "common/checks/limits.hpp"
 
 namespace quen::centroiders {
 
+struct QuadCellLimits {
+  static constexpr common::Limits kGain = {0.0, 1000.0, true};
+};
+
 struct QuadCellConfig {
-  std::optional<double> gain = {};  ///< pixels, above 0 to 1000; if not given, the one for small displacements of the
-                                    ///< drawn spot
+  std::optional<double> gain = {};  ///< pixels, within QuadCellLimits; if not given, the one for small
+                                    ///< displacements of the drawn spot
 };
 
 /// The light of the region's two halves, left and right of the reference point, below and above it:

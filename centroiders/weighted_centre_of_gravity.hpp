@@ -6,15 +6,21 @@
 
 #include "centroiders/drawn_spot.hpp"
 #include "centroiders/pixel_engine.hpp"
+#include "common/checks/limits.hpp"
 
 namespace quen::centroiders {
 
 class Gaussian;
 
+struct WeightedCentreOfGravityLimits {
+  static constexpr common::Limits kFwhm = {1.0, 100.0};
+  static constexpr common::Limits kGain = {0.0, 100.0, true};
+};
+
+/// Within WeightedCentreOfGravityLimits.
 struct WeightedCentreOfGravityConfig {
-  double fwhm = kSpotFwhm;  ///< full width at half maximum of the weight, pixels, 1 to 100
-  std::optional<double> gain =
-      {};  ///< factor on the displacements, above 0 to 100; if not given, the one for the drawn spot
+  double fwhm = kSpotFwhm;          ///< full width at half maximum of the weight, pixels
+  std::optional<double> gain = {};  ///< factor on the displacements; if not given, the one for the drawn spot
 };
 
 /// The centre of gravity with a Gaussian weight w around the reference point:

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "centroiders/pixel_engine.hpp"
+#include "common/checks/limits.hpp"
 
 namespace quen::centroiders {
 
@@ -11,9 +12,13 @@ enum class WindowCentre {
   kBrightestPixel,  ///< the brightest pixel; the mean position of the brightest ones where several are equal
 };
 
+struct WindowedCentreOfGravityLimits {
+  static constexpr common::Limits kHalfWidth = {0.5, 1000.0};
+};
+
 struct WindowedCentreOfGravityConfig {
   WindowCentre around = WindowCentre::kBrightestPixel;
-  double half_width = 6.0;  ///< pixels, 0.5 to 1000
+  double half_width = 6.0;  ///< pixels, within WindowedCentreOfGravityLimits
 };
 
 /// The centre of gravity of those pixels whose column and row are at most `half_width` from the window's centre. The

@@ -17,7 +17,8 @@ set(engines_headers
     centroiders/pixel_reading.hpp
     centroiders/quad_cell.hpp
     centroiders/weighted_centre_of_gravity.hpp
-    centroiders/windowed_centre_of_gravity.hpp)
+    centroiders/windowed_centre_of_gravity.hpp
+    common/checks/limits.hpp)
 
 add_library(quen_engines_objects OBJECT)
 target_sources(

@@ -26,8 +26,8 @@ target_link_libraries(quen_detector_level_objects PUBLIC PkgConfig::log4cplus)
 
 add_library(quen_detector SHARED)
 add_library(quen::detector ALIAS quen_detector)
-target_sources(quen_detector PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES defs/export.hpp
-                                    detector/detector.hpp detector/maps.hpp)
+target_sources(quen_detector PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES common/checks/limits.hpp
+                                    defs/export.hpp detector/detector.hpp detector/maps.hpp)
 target_link_libraries(
   quen_detector PRIVATE $<BUILD_INTERFACE:quen_detector_objects> $<BUILD_INTERFACE:quen_detector_level_objects>
                         PkgConfig::log4cplus

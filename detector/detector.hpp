@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "common/checks/limits.hpp"
 #include "defs/export.hpp"
 
 /// @file
@@ -51,27 +52,38 @@ enum class PixelState : std::uint8_t {
   kStuck = 3,  ///< always gives the same count, its level
 };
 
-/// A detector's parameters. A map is empty, which is none, or has 685 440 elements.
+struct DetectorLimits {
+  static constexpr common::Limits kElectronsPerUnit = {0.0, 1e6};
+  static constexpr common::Limits kElectrons = {0.0, 1e9};  ///< of a pixel: light, dark, or both
+  static constexpr common::Limits kEmGain = {1.0, 1e4};
+  static constexpr common::Limits kReadNoise = {0.0, 1e6};
+  static constexpr common::Limits kFullWell = {0.0, kElectrons.highest, true};
+  static constexpr common::Limits kGain = {0.0, 1e6, true};
+  static constexpr common::Limits kOffset = {-65535.0, 65535.0};
+  static constexpr common::Limits kBits = {1, 16};
+  static constexpr common::Limits kResponse = {0.0, 1000.0};
+};
+
+/// A detector's parameters, within DetectorLimits. A map is empty, which is none, or has 685 440 elements.
 struct DetectorConfig {
-  double electrons_per_unit = 1.0;            ///< mean photo-electrons for a value of 1, quantum efficiency included;
-                                              ///< 0 to 10⁶
-  double background = 0.0;                    ///< mean electrons per pixel and frame, light: 0 to 10⁹
-  double dark = 0.0;                          ///< the same, not light: 0 to 10⁹
+  double electrons_per_unit = 1.0;            ///< mean photo-electrons for a value of 1, quantum efficiency included
+  double background = 0.0;                    ///< mean electrons per pixel and frame, light: within kElectrons
+  double dark = 0.0;                          ///< the same, not light: within kElectrons
   bool photon_noise = true;                   ///< Poisson statistics of all electrons, the dark ones included
-  double em_gain = 1.0;                       ///< electron multiplication, 1 to 10⁴; 1 is none
-  double read_noise = 0.0;                    ///< electrons RMS, Gaussian, 0 to 10⁶
-  std::optional<double> full_well = {};       ///< electrons, above 0 and at most 10⁹; without one there is no limit
-  double gain = 1.0;                          ///< counts per electron, above 0 and at most 10⁶
-  double offset = 0.0;                        ///< pedestal, counts, −65535 to 65535
-  int bits = 16;                              ///< of the converter, 1 to 16
-  std::vector<double> flat_map = {};          ///< relative response, 0 to 1000
-  std::vector<double> dark_map = {};          ///< electrons per frame, 0 to 10⁹
-  std::vector<double> offset_map = {};        ///< counts, −65535 to 65535
+  double em_gain = 1.0;                       ///< electron multiplication; 1 is none
+  double read_noise = 0.0;                    ///< electrons RMS, Gaussian
+  std::optional<double> full_well = {};       ///< electrons; without one there is no limit
+  double gain = 1.0;                          ///< counts per electron
+  double offset = 0.0;                        ///< pedestal, counts
+  int bits = 16;                              ///< of the converter
+  std::vector<double> flat_map = {};          ///< relative response, within kResponse
+  std::vector<double> dark_map = {};          ///< electrons per frame, within kElectrons
+  std::vector<double> offset_map = {};        ///< counts, within kOffset
   std::vector<PixelState> bad_pixels = {};    ///< at least one of them good
-  std::vector<double> bad_pixel_levels = {};  ///< of hot pixels electrons per frame, 0 to 10⁹; of stuck ones counts, 0
-                                              ///< to 2^bits − 1, rounded as others; others are not looked at. Needed
-                                              ///< where there are such pixels
-  std::uint64_t seed = 1;  ///< of all noise; any number
+  std::vector<double> bad_pixel_levels = {};  ///< of hot pixels electrons per frame, within kElectrons; of stuck ones
+                                              ///< counts, 0 to 2^bits − 1, rounded as others; others are not looked
+                                              ///< at. Needed where there are such pixels
+  std::uint64_t seed = 1;                     ///< of all noise; any number
 };
 
 /// A detector that exposes frames. Copies share what was made of the configuration.

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/checks/limits.hpp"
 #include "defs/export.hpp"
 #include "detector/detector.hpp"
 
@@ -12,15 +13,22 @@
 
 namespace quen::detector {
 
+/// Of what maps are drawn from.
+struct MapLimits {
+  static constexpr common::Limits kFlatRms = {0.0, 1.0};
+  static constexpr common::Limits kHotPixels = {0.0, 1e6};
+  static constexpr common::Limits kHotLevel = {0.0, 1e7};
+};
+
 /// Relative responses: 1 + rms · Normal(0, 1), but at least 0.
-/// @param rms  0 to 1
+/// @param rms  within kFlatRms
 /// @throws std::invalid_argument  `rms` is out of its range
 QUEN_EXPORT std::vector<double> DrawFlatMap(std::uint64_t seed, double rms);
 
 /// Makes pixels hot that are good: each with the same probability, and with a level of its own, exponentially
 /// distributed.
-/// @param per_million  hot pixels expected in a million, 0 to 10⁶
-/// @param mean_level   electrons per frame, 0 to 10⁷
+/// @param per_million  hot pixels expected in a million, within kHotPixels
+/// @param mean_level   electrons per frame, within kHotLevel
 /// @param config       whose bad_pixels and bad_pixel_levels get them; both get their full size
 /// @throws std::invalid_argument  a parameter is out of its range, or a map has another size; `config` is untouched
 /// then

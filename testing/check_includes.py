@@ -11,7 +11,7 @@ import sys
 # From the bottom to the top. Modules in one line do not know each other; a folder that is not listed is its parent's.
 ORDER = [
     ["defs"],
-    ["pim", "common/checks", "common/logging"],
+    ["pim", "common/checks", "common/logging", "common/statistics"],
     ["common/simd"],
     ["common/filesystem", "common/random"],
     ["common/fits"],

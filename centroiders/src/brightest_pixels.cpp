@@ -10,8 +10,7 @@
 namespace quen::centroiders {
 namespace {
 
-constexpr std::size_t kFewest = 2;
-constexpr std::size_t kMost = 1'000'000;
+constexpr auto kFewest = static_cast<std::size_t>(BrightestPixelsLimits::kNumber.lowest);
 
 /// How many of a region's pixels to take.
 std::size_t Number(const BrightestPixelsConfig& config, std::size_t pixels) {
@@ -28,8 +27,9 @@ BrightestPixels::BrightestPixels(const BrightestPixelsConfig& config) : config_(
     throw std::invalid_argument("BrightestPixels: exactly one of number and fraction must be given, found " +
                                 std::string(config.number ? "both" : "none"));
   }
-  if (config.number) RequireInRange("BrightestPixels: number", static_cast<double>(*config.number), kFewest, kMost);
-  if (config.fraction) RequireAboveZero("BrightestPixels: fraction", *config.fraction, 1.0);
+  using Limits = BrightestPixelsLimits;
+  if (config.number) RequireWithin("BrightestPixels: number", static_cast<double>(*config.number), Limits::kNumber);
+  if (config.fraction) RequireWithin("BrightestPixels: fraction", *config.fraction, Limits::kFraction);
 }
 
 void BrightestPixels::Measure(const Pixels& pixels, const Point& reference) {

@@ -8,9 +8,9 @@
 namespace quen::centroiders {
 
 CentreOfGravity::CentreOfGravity(const CentreOfGravityConfig& config) : cut_(kEveryPixel), zero_(config.background) {
-  RequireInRange("CentreOfGravity: background", config.background, -32768.0, 32767.0);
+  RequireWithin("CentreOfGravity: background", config.background, CentreOfGravityLimits::kBackground);
   if (!config.threshold) return;
-  RequireInRange("CentreOfGravity: threshold", *config.threshold, 0.0, 65535.0);
+  RequireWithin("CentreOfGravity: threshold", *config.threshold, CentreOfGravityLimits::kThreshold);
   // Pixels are whole numbers: one is above a limit when it is above the limit's whole part.
   const double limit = config.background + *config.threshold;
   cut_ = static_cast<std::int32_t>(std::floor(limit));

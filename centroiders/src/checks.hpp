@@ -5,7 +5,6 @@
 namespace quen::centroiders {
 
 using common::InDigits;
-using common::RequireAboveZero;
-using common::RequireInRange;
+using common::RequireWithin;
 
 }  // namespace quen::centroiders

@@ -80,7 +80,7 @@ Correlation::Correlation(const CorrelationConfig& config) : Correlation(config, 
 
 Correlation::Correlation(const CorrelationConfig& config, CorrelationTop top)
     : size_(static_cast<std::uint32_t>(config.size)), top_(top), template_(config.template_values) {
-  RequireInRange("Correlation: size", static_cast<double>(config.size), 3.0, 63.0);
+  RequireWithin("Correlation: size", static_cast<double>(config.size), CorrelationLimits::kSize);
   if (size_ % 2 == 0) throw std::invalid_argument("Correlation: size must be odd, found " + std::to_string(size_));
   if (template_.empty()) template_ = DrawnSpot(size_);
   const std::size_t count = std::size_t{size_} * size_;

@@ -54,8 +54,8 @@ std::optional<Solution> Solve(const Norms& nx, const Norms& ny, const WeightedSu
 }  // namespace
 
 GaussianFit::GaussianFit(const GaussianFitConfig& config) : steps_(config.steps) {
-  RequireInRange("GaussianFit: fwhm", config.fwhm, 1.0, 100.0);
-  RequireInRange("GaussianFit: steps", config.steps, 1.0, 100.0);
+  RequireWithin("GaussianFit: fwhm", config.fwhm, GaussianFitLimits::kFwhm);
+  RequireWithin("GaussianFit: steps", config.steps, GaussianFitLimits::kSteps);
   shape_ = std::make_shared<const Gaussian>(config.fwhm);
 }
 

@@ -1,6 +1,5 @@
 #include "centroiders/light_engine.hpp"
 
-#include <algorithm>
 #include <cmath>
 #include <gsl/assert>
 #include <limits>
@@ -10,19 +9,12 @@
 
 #include "centroiders/src/checks.hpp"
 #include "centroiders/src/pixel_reader.hpp"
+#include "common/statistics/quantile.hpp"
 
 namespace quen::centroiders {
 namespace {
 
 using Pixel = std::numeric_limits<std::int16_t>;
-
-/// The value that a part of the others are not above; 0 where there are none. Sorts them, in part.
-double QuantileOf(std::vector<double>& values, double part) {
-  if (values.empty()) return 0.0;
-  const auto rank = static_cast<std::ptrdiff_t>(part * static_cast<double>(values.size() - 1));
-  std::ranges::nth_element(values, values.begin() + rank);
-  return values[static_cast<std::size_t>(rank)];
-}
 
 double MeanOf(const std::vector<double>& values) {
   if (values.empty()) return 0.0;
@@ -45,7 +37,7 @@ class LightEngine::Light {
  public:
   explicit Light(const LightConfig& config)
       : reader_("LightEngine", config.reading), estimate_(config.background), quantile_(config.quantile) {
-    RequireInRange("LightEngine: quantile", quantile_, 0.0, 1.0);
+    RequireWithin("LightEngine: quantile", quantile_, {0.0, 1.0});
     sample_.reserve(Patch::kUsualPixels);
     pixels_.reserve(Patch::kUsualPixels);
   }
@@ -74,7 +66,8 @@ class LightEngine::Light {
       }
     }
     if (estimate_ == BackgroundEstimate::kBorderMean) return MeanOf(sample_);
-    return QuantileOf(sample_, estimate_ == BackgroundEstimate::kQuantile ? quantile_ : 0.5);
+    if (estimate_ == BackgroundEstimate::kBorderMedian) return common::LowerMedian(sample_);
+    return common::Quantile(sample_, quantile_);
   }
 
   /// @return  whether all pixels fit

@@ -16,13 +16,14 @@ namespace quen::centroiders {
 namespace {
 
 MaximumLikelihoodConfig Checked(const MaximumLikelihoodConfig& config) {
-  RequireAboveZero("MaximumLikelihoodFit: gain", config.gain, 1e6);
-  RequireInRange("MaximumLikelihoodFit: read_noise", config.read_noise, 0.0, 1e6);
-  RequireInRange("MaximumLikelihoodFit: fwhm", config.fwhm, 1.0, 100.0);
-  RequireInRange("MaximumLikelihoodFit: background", config.background, 0.0, 1e9);
-  RequireInRange("MaximumLikelihoodFit: steps", config.steps, 2.0, 1000.0);
-  RequireInRange("MaximumLikelihoodFit: tolerance", config.tolerance, 1e-9, 1.0);
-  RequireInRange("MaximumLikelihoodFit: significance", config.significance, 0.0, 1000.0);
+  using Limits = MaximumLikelihoodLimits;
+  RequireWithin("MaximumLikelihoodFit: gain", config.gain, Limits::kGain);
+  RequireWithin("MaximumLikelihoodFit: read_noise", config.read_noise, Limits::kReadNoise);
+  RequireWithin("MaximumLikelihoodFit: fwhm", config.fwhm, Limits::kFwhm);
+  RequireWithin("MaximumLikelihoodFit: background", config.background, Limits::kBackground);
+  RequireWithin("MaximumLikelihoodFit: steps", config.steps, Limits::kSteps);
+  RequireWithin("MaximumLikelihoodFit: tolerance", config.tolerance, Limits::kTolerance);
+  RequireWithin("MaximumLikelihoodFit: significance", config.significance, Limits::kSignificance);
   return config;
 }
 

@@ -11,10 +11,10 @@
 namespace quen::centroiders {
 namespace {
 
-void RequireMapInRange(const std::string& field, const std::vector<double>& map, double lowest, double highest) {
+void RequireMapWithin(const std::string& field, const std::vector<double>& map, const common::Limits& limits) {
   for (std::size_t k = 0; k < map.size(); ++k) {
-    if (map[k] >= lowest && map[k] <= highest) continue;
-    RequireInRange(field + "[" + std::to_string(k) + "]", map[k], lowest, highest);
+    if (map[k] >= limits.lowest && map[k] <= limits.highest) continue;
+    RequireWithin(field + "[" + std::to_string(k) + "]", map[k], limits);
   }
 }
 
@@ -78,10 +78,11 @@ void Patch::Resize(std::size_t new_width, std::size_t new_height) {
 
 PixelReader::PixelReader(const std::string& engine, PixelReading reading)
     : reading_(std::move(reading)), ceiling_(reading_.ceiling.value_or(std::numeric_limits<double>::infinity())) {
-  RequireInRange(engine + ": pedestal", reading_.pedestal, -65535.0, 65535.0);
-  if (reading_.ceiling) RequireInRange(engine + ": ceiling", *reading_.ceiling, -32768.0, 65535.0);
-  RequireMapInRange(engine + ": dark_map", reading_.dark_map, -65535.0, 65535.0);
-  RequireMapInRange(engine + ": flat_map", reading_.flat_map, 0.0, 1000.0);
+  using Limits = PixelReadingLimits;
+  RequireWithin(engine + ": pedestal", reading_.pedestal, Limits::kPedestal);
+  if (reading_.ceiling) RequireWithin(engine + ": ceiling", *reading_.ceiling, Limits::kCeiling);
+  RequireMapWithin(engine + ": dark_map", reading_.dark_map, Limits::kDark);
+  RequireMapWithin(engine + ": flat_map", reading_.flat_map, Limits::kResponse);
   const SizeOfMap dark = {"dark_map", reading_.dark_map.size()};
   const SizeOfMap flat = {"flat_map", reading_.flat_map.size()};
   const SizeOfMap bad = {"bad_pixels", reading_.bad_pixels.size()};

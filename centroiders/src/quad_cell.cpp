@@ -37,7 +37,7 @@ std::pair<double, double> ZeroAndGainForTheDrawnSpot(double line) {
 }  // namespace
 
 QuadCell::QuadCell(const QuadCellConfig& config) {
-  if (config.gain) RequireAboveZero("QuadCell: gain", *config.gain, 1000.0);
+  if (config.gain) RequireWithin("QuadCell: gain", *config.gain, QuadCellLimits::kGain);
   for (std::size_t k = 0; k <= kSteps; ++k) {
     const auto [zero, gain] = ZeroAndGainForTheDrawnSpot(0.5 * static_cast<double>(k) / kSteps);
     responses_.at(k) = config.gain ? Response{0.0, *config.gain} : Response{zero, gain};

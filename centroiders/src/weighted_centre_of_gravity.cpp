@@ -16,8 +16,9 @@ double GainForTheDrawnSpot(double weight_sigma) {
 }  // namespace
 
 WeightedCentreOfGravity::WeightedCentreOfGravity(const WeightedCentreOfGravityConfig& config) {
-  RequireInRange("WeightedCentreOfGravity: fwhm", config.fwhm, 1.0, 100.0);
-  if (config.gain) RequireAboveZero("WeightedCentreOfGravity: gain", *config.gain, 100.0);
+  using Limits = WeightedCentreOfGravityLimits;
+  RequireWithin("WeightedCentreOfGravity: fwhm", config.fwhm, Limits::kFwhm);
+  if (config.gain) RequireWithin("WeightedCentreOfGravity: gain", *config.gain, Limits::kGain);
   weight_ = std::make_shared<const Gaussian>(config.fwhm);
   gain_ = config.gain.value_or(GainForTheDrawnSpot(weight_->Sigma()));
 }

@@ -27,7 +27,7 @@ Range Around(double centre, double half_width, std::size_t size) {
 }  // namespace
 
 WindowedCentreOfGravity::WindowedCentreOfGravity(const WindowedCentreOfGravityConfig& config) : config_(config) {
-  RequireInRange("WindowedCentreOfGravity: half_width", config.half_width, 0.5, 1000.0);
+  RequireWithin("WindowedCentreOfGravity: half_width", config.half_width, WindowedCentreOfGravityLimits::kHalfWidth);
 }
 
 void WindowedCentreOfGravity::Measure(const Pixels& pixels, const Point& reference) {

@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/checks/limits.hpp"
+
 /// @file
 /// The checks of configurations. Their texts have one grammar, which those that a class writes itself follow:
 ///
@@ -23,17 +25,12 @@ inline std::string InDigits(double value) {
 }
 
 /// @param field  "Class: field"
-/// @throws std::invalid_argument  a value outside [lowest, highest], NaN included
-inline void RequireInRange(const std::string& field, double value, double lowest, double highest) {
-  if (value >= lowest && value <= highest) return;
-  throw std::invalid_argument(field + " must be from " + InDigits(lowest) + " to " + InDigits(highest) + ", found " +
-                              InDigits(value));
-}
-
-/// @throws std::invalid_argument  a value outside (0, highest], NaN included
-inline void RequireAboveZero(const std::string& field, double value, double highest) {
-  if (value > 0.0 && value <= highest) return;
-  throw std::invalid_argument(field + " must be above 0 and at most " + InDigits(highest) + ", found " +
+/// @throws std::invalid_argument  a value that is not within the limits, NaN included
+inline void RequireWithin(const std::string& field, double value, const Limits& limits) {
+  const bool is_high_enough = limits.is_above ? value > limits.lowest : value >= limits.lowest;
+  if (is_high_enough && value <= limits.highest) return;
+  throw std::invalid_argument(field + " must be " + (limits.is_above ? "above " : "from ") + InDigits(limits.lowest) +
+                              (limits.is_above ? " and at most " : " to ") + InDigits(limits.highest) + ", found " +
                               InDigits(value));
 }
 

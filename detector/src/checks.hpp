@@ -12,8 +12,7 @@
 
 namespace quen::detector {
 
-using common::RequireAboveZero;
-using common::RequireInRange;
+using common::RequireWithin;
 
 /// @throws std::invalid_argument  another number of elements than a frame has. Allocates nothing otherwise
 inline void RequireLength(std::string_view field, std::size_t size) {

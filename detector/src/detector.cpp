@@ -9,12 +9,11 @@
 #include "detector/src/checks.hpp"
 #include "detector/src/exposure.hpp"
 #include "detector/src/plan.hpp"
-#include "detector/src/poisson.hpp"
 
 namespace quen::detector {
 namespace {
 
-constexpr double kFarthestOffset = 65535.0;  // counts
+using Limits = DetectorLimits;
 
 double HighestCount(const DetectorConfig& config) { return std::ldexp(1.0, config.bits) - 1.0; }
 
@@ -26,11 +25,11 @@ double ElementOr(const std::vector<double>& map, std::size_t pixel, double other
   return map.empty() ? otherwise : map[pixel];
 }
 
-void RequireMap(const std::string& name, const std::vector<double>& map, double lowest, double highest) {
+void RequireMap(const std::string& name, const std::vector<double>& map, const common::Limits& limits) {
   RequireSize("Detector: " + name, map.size());
   for (std::size_t pixel = 0; pixel < map.size(); ++pixel) {
-    if (map[pixel] >= lowest && map[pixel] <= highest) continue;
-    RequireInRange("Detector: " + name + PlaceOf(pixel), map[pixel], lowest, highest);
+    if (map[pixel] >= limits.lowest && map[pixel] <= limits.highest) continue;
+    RequireWithin("Detector: " + name + PlaceOf(pixel), map[pixel], limits);
   }
 }
 
@@ -51,25 +50,25 @@ void CheckBadPixels(const DetectorConfig& config) {
       throw std::invalid_argument("Detector: bad_pixel_levels must have " + std::to_string(kPixels) +
                                   " elements where a pixel is hot or stuck, found 0");
     }
-    const double highest = state == PixelState::kHot ? kMostElectrons : HighestCount(config);
-    RequireInRange("Detector: bad_pixel_levels" + PlaceOf(pixel), config.bad_pixel_levels[pixel], 0.0, highest);
+    RequireWithin("Detector: bad_pixel_levels" + PlaceOf(pixel), config.bad_pixel_levels[pixel],
+                  state == PixelState::kHot ? Limits::kElectrons : common::Limits{0.0, HighestCount(config)});
   }
   if (!has_good) throw std::invalid_argument("Detector: bad_pixels must leave a good pixel, found none");
 }
 
 void Check(const DetectorConfig& config) {
-  RequireInRange("Detector: electrons_per_unit", config.electrons_per_unit, 0.0, 1e6);
-  RequireInRange("Detector: background", config.background, 0.0, kMostElectrons);
-  RequireInRange("Detector: dark", config.dark, 0.0, kMostElectrons);
-  RequireInRange("Detector: em_gain", config.em_gain, 1.0, 1e4);
-  RequireInRange("Detector: read_noise", config.read_noise, 0.0, 1e6);
-  if (config.full_well) RequireAboveZero("Detector: full_well", *config.full_well, kMostElectrons);
-  RequireAboveZero("Detector: gain", config.gain, 1e6);
-  RequireInRange("Detector: offset", config.offset, -kFarthestOffset, kFarthestOffset);
-  RequireInRange("Detector: bits", config.bits, 1.0, 16.0);
-  RequireMap("flat_map", config.flat_map, 0.0, 1000.0);
-  RequireMap("dark_map", config.dark_map, 0.0, kMostElectrons);
-  RequireMap("offset_map", config.offset_map, -kFarthestOffset, kFarthestOffset);
+  RequireWithin("Detector: electrons_per_unit", config.electrons_per_unit, Limits::kElectronsPerUnit);
+  RequireWithin("Detector: background", config.background, Limits::kElectrons);
+  RequireWithin("Detector: dark", config.dark, Limits::kElectrons);
+  RequireWithin("Detector: em_gain", config.em_gain, Limits::kEmGain);
+  RequireWithin("Detector: read_noise", config.read_noise, Limits::kReadNoise);
+  if (config.full_well) RequireWithin("Detector: full_well", *config.full_well, Limits::kFullWell);
+  RequireWithin("Detector: gain", config.gain, Limits::kGain);
+  RequireWithin("Detector: offset", config.offset, Limits::kOffset);
+  RequireWithin("Detector: bits", config.bits, Limits::kBits);
+  RequireMap("flat_map", config.flat_map, Limits::kResponse);
+  RequireMap("dark_map", config.dark_map, Limits::kElectrons);
+  RequireMap("offset_map", config.offset_map, Limits::kOffset);
   CheckBadPixels(config);
 }
 

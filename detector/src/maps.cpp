@@ -10,7 +10,7 @@
 namespace quen::detector {
 
 std::vector<double> DrawFlatMap(std::uint64_t seed, double rms) {
-  RequireInRange("DrawFlatMap: rms", rms, 0.0, 1.0);
+  RequireWithin("DrawFlatMap: rms", rms, MapLimits::kFlatRms);
   std::vector<double> map(kPixels);
   for (std::uint32_t pixel = 0; pixel < kPixels; ++pixel) {
     const Words words = Draw({seed, 0}, Stage::kFlatMap, pixel);
@@ -21,8 +21,8 @@ std::vector<double> DrawFlatMap(std::uint64_t seed, double rms) {
 }
 
 void AddHotPixels(std::uint64_t seed, double per_million, double mean_level, DetectorConfig& config) {
-  RequireInRange("AddHotPixels: per_million", per_million, 0.0, 1e6);
-  RequireInRange("AddHotPixels: mean_level", mean_level, 0.0, 1e7);
+  RequireWithin("AddHotPixels: per_million", per_million, MapLimits::kHotPixels);
+  RequireWithin("AddHotPixels: mean_level", mean_level, MapLimits::kHotLevel);
   RequireSize("AddHotPixels: bad_pixels", config.bad_pixels.size());
   RequireSize("AddHotPixels: bad_pixel_levels", config.bad_pixel_levels.size());
   config.bad_pixels.resize(kPixels, PixelState::kGood);

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "common/simd/level.hpp"
+#include "detector/detector.hpp"
 #include "detector/src/philox.hpp"
 
 /// @file
@@ -27,7 +28,7 @@ namespace quen::detector {
 inline constexpr double kLargeMean = 8.0;
 
 /// The largest mean; greater ones are drawn as this one.
-inline constexpr double kMostElectrons = 1e9;
+inline constexpr double kMostElectrons = DetectorLimits::kElectrons.highest;
 
 /// Beyond this many deviations the margin does not hold.
 constexpr double FarthestDeviation(double lambda) { return lambda < 1000.0 ? 4.0 : 9.0; }

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "centroiders/pixel_reading.hpp"
 #include "common/fits/fits.hpp"
 #include "detector/detector.hpp"
 #include "workbench/fits/input_file.hpp"
@@ -33,6 +35,11 @@ struct DetectorDescription {
   std::vector<MapSource> maps;   ///< that it has
   std::vector<InputFile> files;  ///< that it was read from: the description, then the maps
 };
+
+/// Of the pixels of a detector's frames, or of the simulator's where there is none: a detector counts from 0 on.
+inline quen::centroiders::PixelSign SignOf(const std::shared_ptr<const DetectorDescription>& detector) {
+  return detector ? quen::centroiders::PixelSign::kUnsigned : quen::centroiders::PixelSign::kSigned;
+}
 
 /// Reads a description and its maps.
 /// @throws std::runtime_error  a file cannot be read, is no such object, has a member that a detector has not, or a

@@ -7,6 +7,8 @@
 
 namespace quen::workbench {
 
+inline constexpr const char* kScoreTable = "scores";
+
 /// A FITS file with a binary table "scores". A row holds the score of one engine at one noise, or light, and both of
 /// these. Displacements are in pixels.
 std::string ScoreFile(const ErrorCurves& curves, const ScoreConditions& conditions);

@@ -83,6 +83,16 @@ class ControlLoop {
   std::unique_ptr<State> state_;
 };
 
+/// Mean residuals of a run, and the disturbance that the second one is of; rad RMS.
+struct LoopSummary {
+  double before;       ///< before the first correction acted
+  double after;        ///< over the second half of the run
+  double disturbance;  ///< there
+};
+
+/// @param delay  that the loop had
+LoopSummary SummaryOf(const LoopRun& run, int delay);
+
 /// RMS over the frames [first, last) of a record's vector.
 double Rms(const std::vector<FrameRecord>& records, Eigen::VectorXd FrameRecord::*vector, std::size_t first,
            std::size_t last);

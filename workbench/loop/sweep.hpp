@@ -33,6 +33,8 @@ std::optional<SweepPoint> Best(const std::vector<SweepPoint>& points);
 std::vector<SweepPoint> RunSweep(Camera& camera, const Series& disturbance, const LoopOptions& options,
                                  const std::vector<double>& gains, const std::function<void()>& after_frame);
 
+inline constexpr const char* kSweepTable = "sweep";
+
 /// A FITS file with a binary table "sweep", a row per gain.
 std::string SweepFile(const LoopOptions& options, const std::string& disturbance,
                       const std::vector<SweepPoint>& points);

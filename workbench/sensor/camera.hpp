@@ -20,10 +20,7 @@ struct Exposure {
   std::uint32_t seed = 1;  ///< of either
   std::shared_ptr<const DetectorDescription> detector = {};
 
-  /// Of the frame's pixels: a detector counts from 0 on.
-  [[nodiscard]] quen::centroiders::PixelSign Sign() const {
-    return detector ? quen::centroiders::PixelSign::kUnsigned : quen::centroiders::PixelSign::kSigned;
-  }
+  [[nodiscard]] quen::centroiders::PixelSign Sign() const { return SignOf(detector); }  ///< of the frame's pixels
 };
 
 /// Noise or detector, and the seed, in the header that the file stands on.

@@ -9,6 +9,8 @@
 
 namespace quen::workbench {
 
+inline constexpr double kHighestSigned = 32767.0;  ///< of signed numbers of 16 bits
+
 /// Pixels of a detector, row-major: signed 16-bit numbers, as ShsSimulator::Frame() has them, or counts from 0 on.
 struct Frame {
   std::size_t width;
@@ -31,6 +33,7 @@ class FrameReader {
   /// @throws std::runtime_error  there is no such image, or it has other than two or three axes
   FrameReader(const InputFile& file, const std::string& extension);
 
+  [[nodiscard]] const std::string& Name() const { return file_.Name(); }  ///< of the file
   [[nodiscard]] std::size_t Width() const { return axes_[0]; }
   [[nodiscard]] std::size_t Height() const { return axes_[1]; }
   [[nodiscard]] std::size_t Count() const { return axes_.size() == 3 ? axes_[2] : 1; }

@@ -27,4 +27,11 @@ inline Eigen::Map<const Eigen::VectorXd> SlopesOf(const quen::shssim::ShsSimulat
   return {simulator.Slopes().data(), quen::basesim::kNumSlopes};
 }
 
+/// A vector over its length, whose square may be more than a number holds; zeros stay.
+template <typename Vector>
+typename Vector::PlainObject OfLengthOne(const Eigen::MatrixBase<Vector>& vector) {
+  if (vector.isZero(0.0)) return vector;
+  return vector.stableNormalized();
+}
+
 }  // namespace quen::workbench

@@ -12,6 +12,9 @@ namespace quen::workbench {
 struct Pedestal {
   double counts = 0.0;  ///< median of the regions' borders: of the medians of their outermost pixels
   double share = 0.0;   ///< what it adds to the regions, over the spots' own light; infinite if there is none
+
+  /// Whether an engine that takes it for light would lose some hundredths of its gain.
+  [[nodiscard]] bool IsNoticeable() const;
 };
 
 /// Looks at the regions that are used. Those that are empty or reach out of the frame do not count.

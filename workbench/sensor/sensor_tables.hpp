@@ -46,6 +46,14 @@ const quen::common::Fits::Handle& AppendSlopes(MemoryFits& fits, const std::vect
 /// A table of slopes without light, with units.
 const quen::common::Fits::Handle& AppendDisplacements(MemoryFits& fits, const Displacements& displacements);
 
+/// Names of the columns of a calibration's two tables.
+std::vector<std::string> RegionColumnNames();
+std::vector<std::string> FlagColumnNames();
+
+/// Regions without their reference points, of a table of any number of rows.
+/// @throws std::runtime_error  the table or one of these columns is missing, or cannot be read
+std::vector<RegionRow> ReadBounds(const InputFile& file);
+
 /// @throws std::runtime_error  a table is missing, cannot be read, or is not 1089 rows long
 std::vector<quen::image_processing::Roi> ReadRegions(const InputFile& file);
 std::vector<std::uint8_t> ReadFlags(const InputFile& file, const char* name);

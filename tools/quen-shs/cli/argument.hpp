@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "common/checks/limits.hpp"
+
 /// @file
 /// An argument of a verb, defined once: the parser, the help, the manual pages and the completion read the same words,
 /// ranges and defaults.
@@ -56,13 +58,14 @@ Argument OneOf(const std::string& name, const std::string& what, const std::vect
 Argument Checked(const std::string& name, const std::string& what, const std::string& value,
                  const std::function<void(const std::string&)>& check, std::string& variable);
 
-/// A number from `lowest` to `highest`, in decimal digits; NaN is refused.
-/// @param unit  may be empty
-Argument Number(const std::string& name, const std::string& what, const std::string& unit, double lowest,
-                double highest, double& variable);
+/// A number, in decimal digits; NaN is refused.
+/// @param unit    may be empty
+/// @param limits  both of which are allowed
+Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
+                double& variable);
 /// @param otherwise  what holds where it is not given
-Argument Number(const std::string& name, const std::string& what, const std::string& unit, double lowest,
-                double highest, const std::string& otherwise, std::optional<double>& variable);
+Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
+                const std::string& otherwise, std::optional<double>& variable);
 
 /// A whole number.
 Argument Number(const std::string& name, const std::string& what, const std::string& unit, int lowest, int highest,

@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "testing/environment.hpp"
 #include "testing/process.hpp"
 #include "testing/second_reader.hpp"
 #include "tools/quen-shs/test/quen_shs.hpp"
-#include "workbench/sensor/calibration.hpp"
 
 // Frames as the software of cameras writes them: of other types, in extensions, compressed, in cubes, on a pedestal.
 
@@ -15,18 +13,13 @@ namespace {
 
 using quen::testing::ColumnReadByAstropy;
 using quen::testing::Outcome;
-using quen::testing::QuenShs;
-using quen::testing::TempDir;
 
-class CameraFrames : public ::testing::Test {
+class CameraFrames : public quen::testing::SensorToolTest {
  protected:
   CameraFrames() {
-    quen::workbench::WriteCalibration(folder_.Path(), false);
-    EXPECT_EQ(QuenShs("frame --shape tip:1 --noise 0 " + folder_.Path()).exit_code, 0);
+    Do("frame", "--shape tip:1 --noise 0");
     Measured(File("frame.fits") + " --output " + File("a.fits"));
   }
-
-  [[nodiscard]] std::string File(const std::string& name) const { return folder_ / name; }
 
   /// Makes camera.fits of `d`, the pixels of frame.fits.
   void MakeCamera(const std::string& python) {
@@ -37,17 +30,10 @@ class CameraFrames : public ::testing::Test {
   }
 
   /// What "quen-shs measure DIR ARGUMENTS" prints.
-  std::string Measured(const std::string& arguments) {
-    const Outcome outcome = QuenShs("measure " + folder_.Path() + " " + arguments);
-    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
-    EXPECT_EQ(outcome.err, "");
-    return outcome.out;
-  }
+  std::string Measured(const std::string& arguments) { return Do("measure", arguments); }
 
-  void ExpectFailure(const std::string& arguments, int exit_code, const std::string& sentence) {
-    const Outcome outcome = QuenShs("measure " + folder_.Path() + " " + arguments);
-    EXPECT_EQ(outcome.exit_code, exit_code);
-    EXPECT_EQ(outcome.err, sentence + "\n");
+  void ExpectRefusal(const std::string& arguments, int exit_code, const std::string& sentence) {
+    ExpectFailure("measure " + folder_.Path() + " " + arguments, exit_code, sentence);
   }
 
   /// Largest difference of the displacements in a.fits and b.fits.
@@ -60,8 +46,6 @@ class CameraFrames : public ::testing::Test {
     }
     return largest;
   }
-
-  TempDir folder_;
 };
 
 TEST_F(CameraFrames, OfAllUnsigned16Bits) {
@@ -126,17 +110,17 @@ TEST_F(CameraFrames, ThatAreNoneAreRefused) {
   const std::string camera = File("camera.fits");
   MakeCamera(
       "fits.HDUList([fits.PrimaryHDU(), fits.BinTableHDU.from_columns([fits.Column(\"a\", \"I\", array=[1])])])");
-  ExpectFailure(camera, 1,
+  ExpectRefusal(camera, 1,
                 "quen-shs: " + camera + ": expected an image, found a table; name the extension of the image");
-  ExpectFailure(camera + " --extension ''", 2,
+  ExpectRefusal(camera + " --extension ''", 2,
                 "--extension: expected a name or a number, found none\nRun with --help for more information.");
   MakeCamera("fits.PrimaryHDU(numpy.zeros((1, 3, 3)))");
-  ExpectFailure(camera, 1,
+  ExpectRefusal(camera, 1,
                 "quen-shs: " + camera + ": expected a frame of 840 x 816 pixels (columns x rows), found 3 x 3");
   MakeCamera("fits.PrimaryHDU(numpy.zeros((0, 816, 840)))");
-  ExpectFailure(camera, 1, "quen-shs: " + camera + ": expected frames, found a cube of none");
+  ExpectRefusal(camera, 1, "quen-shs: " + camera + ": expected frames, found a cube of none");
   MakeCamera("fits.PrimaryHDU(d + 0.5)");
-  ExpectFailure(camera, 1,
+  ExpectRefusal(camera, 1,
                 "quen-shs: " + camera +
                     ": expected pixels that are whole numbers from -32768 to 32767, found 0.5 at column 0, row 0");
 }

@@ -18,27 +18,14 @@ using quen::testing::ImageReadByAstropy;
 using quen::testing::KeywordReadByAstropy;
 using quen::testing::Outcome;
 using quen::testing::QuenShs;
-using quen::testing::TempDir;
 using quen::testing::WriteText;
 
-class DetectorVerb : public ::testing::Test {
+class DetectorVerb : public quen::testing::ToolTest {
  protected:
-  [[nodiscard]] std::string File(const std::string& name) const { return folder_ / name; }
-
-  static std::string Done(const std::string& arguments) {
-    const Outcome outcome = QuenShs(arguments);
-    EXPECT_EQ(outcome.exit_code, 0) << arguments << outcome.err;
-    return outcome.out;
-  }
-
   /// @param reason  after "quen-shs: "
-  static void ExpectFailure(const std::string& arguments, const std::string& reason) {
-    const Outcome outcome = QuenShs(arguments);
-    EXPECT_EQ(outcome.exit_code, 1) << arguments;
-    EXPECT_EQ(outcome.err, "quen-shs: " + reason + "\n") << arguments;
+  static void ExpectRefusal(const std::string& arguments, const std::string& reason) {
+    ExpectFailure(arguments, 1, "quen-shs: " + reason);
   }
-
-  TempDir folder_;
 };
 
 TEST_F(DetectorVerb, WritesADescriptionThatItMeasures) {
@@ -68,28 +55,28 @@ TEST_F(DetectorVerb, WritesADescriptionThatItMeasures) {
 TEST_F(DetectorVerb, ReplacesNothingUnlessForced) {
   const std::string camera = File("camera.json");
   WriteText(File("camera_flat.fits"), "mine");
-  ExpectFailure("detector --new " + camera,
+  ExpectRefusal("detector --new " + camera,
                 File("camera_flat.fits") + ": is there already; give --force to replace it");
   EXPECT_FALSE(std::filesystem::exists(camera));
   EXPECT_EQ(std::filesystem::file_size(File("camera_flat.fits")), 4U);
   Done("detector --new --force " + camera);
   EXPECT_GT(std::filesystem::file_size(File("camera_flat.fits")), 5000000U);
   const std::string before = quen::testing::Run("cat " + camera).out;
-  ExpectFailure("detector " + camera + " --png " + camera, "cannot write " + camera + ": it is the same file as " +
+  ExpectRefusal("detector " + camera + " --png " + camera, "cannot write " + camera + ": it is the same file as " +
                                                                camera +
                                                                ", which is read; give the output another name");
   EXPECT_EQ(quen::testing::Run("cat " + camera).out, before);
 }
 
 TEST_F(DetectorVerb, SaysWhatIsWrong) {
-  ExpectFailure("detector " + File("none.json"), File("none.json") + ": cannot be read: No such file or directory");
+  ExpectRefusal("detector " + File("none.json"), File("none.json") + ": cannot be read: No such file or directory");
   WriteText(File("camera.json"), "{\"read_noise\": -3}");
-  ExpectFailure("frame x --detector " + File("camera.json"),
+  ExpectRefusal("frame x --detector " + File("camera.json"),
                 "no calibration in x: x/data/M2S.fits is missing; 'quen-shs calibrate x' makes a synthetic one");
-  ExpectFailure("detector " + File("camera.json"),
+  ExpectRefusal("detector " + File("camera.json"),
                 File("camera.json") + ": read_noise must be from 0 to 1000000, found -3");
   WriteText(File("camera.json"), "{\"photon_noise\": false}");
-  ExpectFailure(
+  ExpectRefusal(
       "detector " + File("camera.json"),
       File("camera.json") +
           ": the variance of its frames does not grow with the light, so that its gain cannot be measured; is "
@@ -97,11 +84,11 @@ TEST_F(DetectorVerb, SaysWhatIsWrong) {
   const Outcome both = QuenShs("frame x --noise 1 --read-noise 2");
   EXPECT_EQ(both.exit_code, 2);
   EXPECT_EQ(both.err,
-            "--noise, --read-noise: expected one of them, found all\nRun with --help for more information.\n");
+            "--noise, --read-noise: expected one of the two, found both\nRun with --help for more information.\n");
 }
 
 TEST_F(DetectorVerb, IsNamedAsJsonCan) {
-  ExpectFailure("detector --new " + File("a\xff.json"),
+  ExpectRefusal("detector --new " + File("a\xff.json"),
                 "a?_flat.fits: expected a name in UTF-8, which is all that JSON can hold");
 }
 
@@ -140,7 +127,7 @@ TEST_F(FramesOfDetector, StandOverWhatADescriptionSays) {
   const std::vector<double> pixels = ImageReadByAstropy(File("sensor/frame.fits"));
   EXPECT_EQ(pixels[0], 300.0);
   EXPECT_EQ(KeywordReadByAstropy(File("sensor/frame.fits"), 0, "DETBITS"), "14");
-  ExpectFailure("frame " + File("sensor") + " --detector " + File("camera.json") + " --output " + File("camera.json"),
+  ExpectRefusal("frame " + File("sensor") + " --detector " + File("camera.json") + " --output " + File("camera.json"),
                 "cannot write " + File("camera.json") + ": it is the same file as " + File("camera.json") +
                     ", which is read; give the output another name");
 }

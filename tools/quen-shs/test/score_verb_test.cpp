@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 #include "workbench/engines/engines.hpp"
 
@@ -11,14 +10,8 @@ namespace {
 
 using quen::testing::Outcome;
 using quen::testing::QuenShs;
-using quen::testing::TempDir;
 
-class ScoreVerb : public ::testing::Test {
- protected:
-  ScoreVerb() { EXPECT_EQ(QuenShs("calibrate " + folder_.Path()).exit_code, 0); }
-
-  TempDir folder_;
-};
+using ScoreVerb = quen::testing::SensorToolTest;
 
 TEST_F(ScoreVerb, PrintsARowPerEngineAndTheBound) {
   const Outcome outcome = QuenShs("score --frames 1 " + folder_.Path());
@@ -44,10 +37,10 @@ TEST_F(ScoreVerb, TakesEnginesWithOptions) {
 
 TEST_F(ScoreVerb, DrawsThePicture) {
   const Outcome outcome =
-      QuenShs("score --frames 1 --engine weighted --png " + (folder_ / "errors.png") + " " + folder_.Path());
+      QuenShs("score --frames 1 --engine weighted --png " + File("errors.png") + " " + folder_.Path());
   EXPECT_EQ(outcome.exit_code, 0);
-  EXPECT_NE(outcome.out.find("\nwrote " + (folder_ / "errors.png") + "\n"), std::string::npos);
-  const std::vector<char> picture = quen::testing::Bytes(folder_ / "errors.png");
+  EXPECT_NE(outcome.out.find("\nwrote " + File("errors.png") + "\n"), std::string::npos);
+  const std::vector<char> picture = quen::testing::Bytes(File("errors.png"));
   ASSERT_GT(picture.size(), 1000U);
   EXPECT_EQ(std::string(picture.begin() + 1, picture.begin() + 4), "PNG");
 }
@@ -64,17 +57,17 @@ TEST_F(ScoreVerb, SaysWhatIsWrong) {
     EXPECT_EQ(outcome.exit_code, 2) << arguments;
     EXPECT_EQ(outcome.err, reason + "\nRun with --help for more information.\n");
   }
-  quen::testing::WriteText(folder_ / "file", "");
+  quen::testing::WriteText(File("file"), "");
   const Outcome unwritable =
-      QuenShs("score --frames 1 --engine weighted --png " + (folder_ / "file/a.png") + " " + folder_.Path());
+      QuenShs("score --frames 1 --engine weighted --png " + File("file/a.png") + " " + folder_.Path());
   EXPECT_EQ(unwritable.exit_code, 1);
-  EXPECT_EQ(unwritable.err, "quen-shs: cannot make " + (folder_ / "file") + ": Not a directory\n");
+  EXPECT_EQ(unwritable.err, "quen-shs: cannot make " + File("file") + ": Not a directory\n");
 }
 
 TEST_F(ScoreVerb, TheLoopTakesAnEngineToo) {
   const Outcome outcome = QuenShs("loop --frames 20 --engine gaussian-fit:steps=3 " + folder_.Path());
   EXPECT_EQ(outcome.exit_code, 0);
-  const std::vector<char> telemetry = quen::testing::Bytes(folder_ / "loop/telemetry.fits");
+  const std::vector<char> telemetry = quen::testing::Bytes(File("loop/telemetry.fits"));
   EXPECT_NE(std::string(telemetry.begin(), telemetry.end()).find("ENGINE  = 'gaussian-fit:steps=3'"),
             std::string::npos);
   EXPECT_EQ(QuenShs("loop --engine best " + folder_.Path()).exit_code, 2);

@@ -7,7 +7,7 @@
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/process.hpp"
-#include "workbench/sensor/calibration.hpp"
+#include "tools/quen-shs/test/quen_shs.hpp"
 
 // The tool on a terminal, which script(1) gives it: progress, Ctrl-C, completion, manual pages.
 
@@ -19,16 +19,12 @@ using quen::testing::TempDir;
 
 Outcome Shell(const std::string& command) { return quen::testing::Run(command); }
 
-class Terminal : public ::testing::Test {
+class Terminal : public quen::testing::SensorToolTest {
  protected:
-  Terminal() { quen::workbench::WriteCalibration(folder_.Path(), false); }
-
   /// Runs a command on a terminal; `keys` are shell commands whose output is typed.
   Outcome OnTerminal(const std::string& command, const std::string& keys = ":") {
     return Shell("(" + keys + ") | script -qec " + quen::testing::Quoted(command) + " " + (folder_ / "typescript"));
   }
-
-  TempDir folder_;
 };
 
 TEST_F(Terminal, ProgressTellsFrameTimeAndRate) {

@@ -25,28 +25,8 @@ using quen::testing::Outcome;
 using quen::testing::QuenShs;
 using quen::testing::TempDir;
 
-class Verbs : public ::testing::Test {
+class Verbs : public quen::testing::SensorToolTest {
  protected:
-  Verbs() { quen::workbench::WriteCalibration(folder_.Path(), false); }
-
-  [[nodiscard]] std::string File(const std::string& name) const { return folder_ / name; }
-
-  /// Runs "quen-shs VERB DIR ARGUMENTS", which must succeed.
-  Outcome Do(const std::string& verb, const std::string& arguments) {
-    Outcome outcome = QuenShs(verb + " " + folder_.Path() + " " + arguments);
-    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
-    EXPECT_EQ(outcome.err, "");
-    return outcome;
-  }
-
-  /// That a command fails with this sentence.
-  static void Fails(const std::string& command, int exit_code, const std::string& sentence) {
-    const Outcome outcome = QuenShs(command);
-    EXPECT_EQ(outcome.exit_code, exit_code) << command;
-    EXPECT_EQ(outcome.err, sentence + "\n") << command;
-    EXPECT_EQ(outcome.out, "") << command;
-  }
-
   /// An element of the JSON that a command prints, as Python shows it.
   std::string Json(const std::string& verb, const std::string& arguments, const std::string& element) {
     const Outcome outcome = quen::testing::Run(
@@ -55,8 +35,6 @@ class Verbs : public ::testing::Test {
     EXPECT_EQ(outcome.err, "");
     return outcome.out;
   }
-
-  TempDir folder_;
 };
 
 constexpr const char* kHint = "\nRun with --help for more information.";
@@ -91,14 +69,14 @@ TEST_F(Verbs, CalibrateMeasures) {
 }
 
 TEST_F(Verbs, CalibrateSaysWhatIsWrong) {
-  Fails("calibrate x --basis fourier", 2,
-        "--basis: expected one of zernike, karhunen-loeve, found fourier" + std::string(kHint));
-  Fails(
+  ExpectFailure("calibrate x --basis fourier", 2,
+                "--basis: expected one of zernike, karhunen-loeve, found fourier" + std::string(kHint));
+  ExpectFailure(
       "calibrate " + File("new") + " --pitch 26", 1,
       "quen-shs: the grid does not fit on the frame: its columns go from -8 to 847, the frame's from 0 to 839; change "
       "the pitch, the size or the offset");
-  Fails("calibrate " + File("new") + " --obscuration 0.9", 1,
-        "quen-shs: only 216 sub-apertures are lit, and 607 must be; choose a smaller obscuration or spider");
+  ExpectFailure("calibrate " + File("new") + " --obscuration 0.9", 1,
+                "quen-shs: only 216 sub-apertures are lit, and 607 must be; choose a smaller obscuration or spider");
   EXPECT_FALSE(std::filesystem::exists(File("new")));
   const auto before = quen::testing::Bytes(File("data/CM.fits"));
   EXPECT_EQ(QuenShs("calibrate --measured " + folder_.Path()).exit_code, 1);
@@ -153,24 +131,24 @@ TEST_F(Verbs, FrameTakesDisplacementsFromAFile) {
 }
 
 TEST_F(Verbs, FrameDrawsAndTellsItsFiles) {
-  const Outcome outcome = Do("frame", "--shape defocus:2 --png " + File("new/frame.png"));
-  EXPECT_EQ(outcome.out, "longest displacement    2 pixels\nnoise                   10 (seed 1)\nwrote " +
-                             File("frame.fits") + "\nwrote " + File("new/frame.png") + "\n");
+  const std::string out = Do("frame", "--shape defocus:2 --png " + File("new/frame.png"));
+  EXPECT_EQ(out, "longest displacement    2 pixels\nnoise                   10 (seed 1)\nwrote " + File("frame.fits") +
+                     "\nwrote " + File("new/frame.png") + "\n");
   EXPECT_TRUE(std::filesystem::exists(File("new/frame.png")));
   EXPECT_EQ(Json("frame", "--seed 7", "d[\"seed\"], d[\"noise\"], d[\"longest_displacement\"], len(d[\"files\"])"),
             "7 10.0 0.0 1\n");
 }
 
 TEST_F(Verbs, FrameSaysWhatIsWrong) {
-  Fails("frame x --shape dent:1", 2,
-        "--shape: expected one of flat, tip, tilt, defocus, oblique-astigmatism, astigmatism, vertical-coma, "
-        "horizontal-coma, vertical-trefoil, oblique-trefoil, spherical, found dent" +
-            std::string(kHint));
-  Fails("frame x --modes 60=1", 2, "--modes: expected a mode from 0 to 51, found 60" + std::string(kHint));
-  Fails("frame x --modes 1=1 --shape tip:1", 2,
-        "--modes, --shape: expected one of them, found all" + std::string(kHint));
-  Fails("frame " + folder_.Path() + " --displacements " + File("none"), 1,
-        "quen-shs: " + File("none") + ": cannot be read: No such file or directory");
+  ExpectFailure("frame x --shape dent:1", 2,
+                "--shape: expected one of flat, tip, tilt, defocus, oblique-astigmatism, astigmatism, vertical-coma, "
+                "horizontal-coma, vertical-trefoil, oblique-trefoil, spherical, found dent" +
+                    std::string(kHint));
+  ExpectFailure("frame x --modes 60=1", 2, "--modes: expected a mode from 0 to 51, found 60" + std::string(kHint));
+  ExpectFailure("frame x --modes 1=1 --shape tip:1", 2,
+                "--modes, --shape: expected one of the two, found both" + std::string(kHint));
+  ExpectFailure("frame " + folder_.Path() + " --displacements " + File("none"), 1,
+                "quen-shs: " + File("none") + ": cannot be read: No such file or directory");
   EXPECT_FALSE(std::filesystem::exists(File("frame.fits")));
   std::filesystem::create_directories(File("blocked/in_the_way"));
   EXPECT_EQ(QuenShs("frame " + folder_.Path() + " --output " + File("blocked")).exit_code, 1);
@@ -181,10 +159,10 @@ TEST_F(Verbs, FrameSaysWhatIsWrong) {
 
 TEST_F(Verbs, MeasureComparesWithTheTruth) {
   Do("frame", "--shape horizontal-coma:2 --noise 0 --truth " + File("truth.fits"));
-  const Outcome outcome = Do("measure", File("frame.fits") + " --engine gaussian-fit --truth " + File("truth.fits"));
-  EXPECT_NE(outcome.out.find("engine                  gaussian-fit\n"), std::string::npos) << outcome.out;
-  EXPECT_NE(outcome.out.find("at the limit            0 of 607 spots (12 pixels)\nerror x  "), std::string::npos);
-  EXPECT_NE(outcome.out.find("\nwrote " + File("slopes.fits") + "\n"), std::string::npos);
+  const std::string out = Do("measure", File("frame.fits") + " --engine gaussian-fit --truth " + File("truth.fits"));
+  EXPECT_NE(out.find("engine                  gaussian-fit\n"), std::string::npos) << out;
+  EXPECT_NE(out.find("at the limit            0 of 607 spots (12 pixels)\nerror x  "), std::string::npos);
+  EXPECT_NE(out.find("\nwrote " + File("slopes.fits") + "\n"), std::string::npos);
   EXPECT_EQ(ComplaintsOfFitsverify(File("slopes.fits")), "");
   const auto x = ColumnReadByAstropy(File("slopes.fits"), "slopes", "x");
   const auto truth = ColumnReadByAstropy(File("truth.fits"), "slopes", "x");
@@ -226,17 +204,18 @@ TEST_F(Verbs, MeasureCutsAtItsLimitAndCountsIt) {
 
 TEST_F(Verbs, MeasureSaysWhatIsWrong) {
   quen::testing::WriteImage(File("small.fits"), SHORT_IMG, {10, 20}, {});
-  Fails("measure " + folder_.Path() + " " + File("small.fits"), 1,
-        "quen-shs: " + File("small.fits") + ": expected a frame of 840 x 816 pixels (columns x rows), found 10 x 20");
-  Fails("measure " + folder_.Path(), 2, "FRAME: expected a name, found none" + std::string(kHint));
+  ExpectFailure(
+      "measure " + folder_.Path() + " " + File("small.fits"), 1,
+      "quen-shs: " + File("small.fits") + ": expected a frame of 840 x 816 pixels (columns x rows), found 10 x 20");
+  ExpectFailure("measure " + folder_.Path(), 2, "FRAME: expected a name, found none" + std::string(kHint));
   EXPECT_FALSE(std::filesystem::exists(File("slopes.fits")));
-  Fails("measure " + folder_.Path() + " " + File("none.fits"), 1,
-        "quen-shs: " + File("none.fits") + ": cannot be read: No such file or directory");
+  ExpectFailure("measure " + folder_.Path() + " " + File("none.fits"), 1,
+                "quen-shs: " + File("none.fits") + ": cannot be read: No such file or directory");
   Do("frame", "");
-  Fails("measure " + folder_.Path() + " " + File("frame.fits") + " --truth " + File("frame.fits"), 1,
-        "quen-shs: " + File("frame.fits") + ": expected a table \"slopes\", found none");
-  Fails("measure " + folder_.Path() + " " + File("frame.fits") + " --output " + File("frame.fits/slopes.fits"), 1,
-        "quen-shs: cannot make " + File("frame.fits") + ": Not a directory");
+  ExpectFailure("measure " + folder_.Path() + " " + File("frame.fits") + " --truth " + File("frame.fits"), 1,
+                "quen-shs: " + File("frame.fits") + ": expected a table \"slopes\", found none");
+  ExpectFailure("measure " + folder_.Path() + " " + File("frame.fits") + " --output " + File("frame.fits/slopes.fits"),
+                1, "quen-shs: cannot make " + File("frame.fits") + ": Not a directory");
 }
 
 // --- view
@@ -303,41 +282,42 @@ TEST_F(Verbs, ViewTakesThePlacesOfSlopesFromTheCalibrationThatAMatrixIsIn) {
 TEST_F(Verbs, ViewDrawsOverNoFileOfTheCalibration) {
   for (const char* const file : {"data/M2S.fits", "data/shs_rois.fits"}) {
     const auto before = quen::testing::Bytes(File(file));
-    Fails("view " + File("data/M2S.fits") + " --png " + File(file), 1,
-          "quen-shs: cannot write " + File(file) + ": it is the same file as " + File(file) +
-              ", which is read; give the output another name");
+    ExpectFailure("view " + File("data/M2S.fits") + " --png " + File(file), 1,
+                  "quen-shs: cannot write " + File(file) + ": it is the same file as " + File(file) +
+                      ", which is read; give the output another name");
     EXPECT_EQ(quen::testing::Bytes(File(file)), before);
   }
 }
 
 TEST_F(Verbs, ViewSaysWhatIsWrong) {
   quen::testing::WriteText(File("text"), "no FITS");
-  Fails("view " + File("text"), 1, "quen-shs: " + File("text") + ": expected a FITS file, found something else");
-  Fails("view " + File("none.fits"), 1,
-        "quen-shs: " + File("none.fits") + ": cannot be read: No such file or directory");
+  ExpectFailure("view " + File("text"), 1,
+                "quen-shs: " + File("text") + ": expected a FITS file, found something else");
+  ExpectFailure("view " + File("none.fits"), 1,
+                "quen-shs: " + File("none.fits") + ": cannot be read: No such file or directory");
   Do("frame", "");
   for (const char* const slopes : {"none.fits", "text", "frame.fits"}) {
     EXPECT_EQ(QuenShs("view " + File("frame.fits") + " --slopes " + File(slopes)).exit_code, 1) << slopes;
   }
   EXPECT_FALSE(std::filesystem::exists(File("frame.png")));
   std::filesystem::resize_file(File("frame.fits"), 5760);
-  Fails("view " + File("frame.fits"), 1,
-        "quen-shs: " + File("frame.fits") +
-            ": expected 1373760 bytes, as its header declares, found 5760; the file may be cut short");
+  ExpectFailure("view " + File("frame.fits"), 1,
+                "quen-shs: " + File("frame.fits") +
+                    ": expected 1373760 bytes, as its header declares, found 5760; the file may be cut short");
   quen::testing::WriteImage(File("cube.fits"), SHORT_IMG, {4, 3, 2}, {});
-  Fails("view " + File("cube.fits"), 1,
-        "quen-shs: " + File("cube.fits") +
-            ": expected a frame (16 bits), a matrix (doubles), or a table \"slopes\", \"rois\", \"telemetry\", "
-            "\"sweep\" or "
-            "\"scores\"; found an image of 3 axes with BITPIX 16");
-  Fails("view " + File("data/M2S.fits") + " --stretch cube", 2,
-        "--stretch: expected one of log, zscale, sqrt, linear, found cube" + std::string(kHint));
+  ExpectFailure("view " + File("cube.fits"), 1,
+                "quen-shs: " + File("cube.fits") +
+                    ": expected a frame (16 bits), a matrix (doubles), or a table \"slopes\", \"rois\", \"telemetry\", "
+                    "\"sweep\" or "
+                    "\"scores\"; found an image of 3 axes with BITPIX 16");
+  ExpectFailure("view " + File("data/M2S.fits") + " --stretch cube", 2,
+                "--stretch: expected one of log, zscale, sqrt, linear, found cube" + std::string(kHint));
 }
 
 TEST_F(Verbs, ViewRefusesFramesThatNobodyCouldSee) {
   quen::testing::WriteImage(File("line.fits"), SHORT_IMG, {100000, 1}, {});
-  Fails("view " + File("line.fits"), 1,
-        "quen-shs: " + File("line.fits") + ": expected 1 to 8000 pixels along either axis, found 100000 x 1");
+  ExpectFailure("view " + File("line.fits"), 1,
+                "quen-shs: " + File("line.fits") + ": expected 1 to 8000 pixels along either axis, found 100000 x 1");
 }
 
 TEST_F(Verbs, ViewDrawsALongDisturbance) {
@@ -358,9 +338,10 @@ TEST_F(Verbs, FrameRefusesAShapeWithoutACircle) {
   quen::testing::Calibration calibration;
   calibration.rois["x_ref"][300] = std::nan("");
   calibration.Write(File("odd"));
-  Fails("frame " + File("odd") + " --shape defocus:2", 1,
-        "quen-shs: the references of the used sub-apertures are at one point, or not finite: a shape needs a circle "
-        "around them; 'quen-shs check' tells more of the calibration");
+  ExpectFailure(
+      "frame " + File("odd") + " --shape defocus:2", 1,
+      "quen-shs: the references of the used sub-apertures are at one point, or not finite: a shape needs a circle "
+      "around them; 'quen-shs check' tells more of the calibration");
 }
 
 TEST(ViewVerb, AsksNobodyForLettersAndWritesNothingElse) {
@@ -415,18 +396,19 @@ TEST_F(Verbs, LoopTakesADisturbanceFromAFile) {
   EXPECT_TRUE(std::equal(again.begin(), again.end(), disturbance.begin()));
   EXPECT_EQ(quen::testing::KeywordReadByAstropy(File("replay/telemetry.fits"), 1, "DISTURB"),
             File("loop/telemetry.fits"));
-  Fails("loop " + folder_.Path() + " --disturbance " + File("loop/telemetry.fits") + " --folder " + File("longer"), 1,
-        "quen-shs: " + File("loop/telemetry.fits") +
-            ": expected a disturbance of 1000 frames at least, found 30; give --frames 30");
+  ExpectFailure(
+      "loop " + folder_.Path() + " --disturbance " + File("loop/telemetry.fits") + " --folder " + File("longer"), 1,
+      "quen-shs: " + File("loop/telemetry.fits") +
+          ": expected a disturbance of 1000 frames at least, found 30; give --frames 30");
 }
 
 TEST_F(Verbs, LoopRefusesADisturbanceBeyondAllSense) {
   std::vector<double> modes(520, 1.0);
   modes[53] = 1e308;
   quen::testing::WriteImage(File("modes.fits"), DOUBLE_IMG, {52, 10}, modes);
-  Fails("loop " + folder_.Path() + " --frames 10 --disturbance " + File("modes.fits"), 1,
-        "quen-shs: " + File("modes.fits") +
-            ": expected modes up to 1e+100 radians, found 1e+308 in frame 1, mode 1 (counted from 0)");
+  ExpectFailure("loop " + folder_.Path() + " --frames 10 --disturbance " + File("modes.fits"), 1,
+                "quen-shs: " + File("modes.fits") +
+                    ": expected modes up to 1e+100 radians, found 1e+308 in frame 1, mode 1 (counted from 0)");
 }
 
 TEST_F(Verbs, FrameRefusesDisplacementsThatAreNone) {
@@ -442,10 +424,10 @@ TEST_F(Verbs, FrameRefusesDisplacementsThatAreNone) {
 }
 
 TEST_F(Verbs, LoopSweepsItsGain) {
-  const Outcome outcome = Do("loop", "--frames 30 --delay 2 --sweep gain=0.2:2:0.6 --folder " + File("s"));
-  EXPECT_EQ(outcome.out.find("    gain   residual, rad RMS\n     0.2   "), 0U) << outcome.out;
-  EXPECT_NE(outcome.out.find("\n       2   diverged in frame "), std::string::npos) << outcome.out;
-  EXPECT_NE(outcome.out.find("\nbest gain               0.2 (residual "), std::string::npos) << outcome.out;
+  const std::string out = Do("loop", "--frames 30 --delay 2 --sweep gain=0.2:2:0.6 --folder " + File("s"));
+  EXPECT_EQ(out.find("    gain   residual, rad RMS\n     0.2   "), 0U) << out;
+  EXPECT_NE(out.find("\n       2   diverged in frame "), std::string::npos) << out;
+  EXPECT_NE(out.find("\nbest gain               0.2 (residual "), std::string::npos) << out;
   EXPECT_EQ(quen::testing::EntriesBelow(File("s")), 2U);
   EXPECT_EQ(Json("loop", "--frames 30 --delay 2 --sweep gain=0.2:2:0.6",
                  "d[\"best_gain\"], [p[\"diverged\"] for p in d[\"sweep\"]][-1], len(d[\"sweep\"])"),
@@ -453,9 +435,10 @@ TEST_F(Verbs, LoopSweepsItsGain) {
   const Outcome lost = QuenShs("loop " + folder_.Path() + " --frames 200 --delay 5 --sweep gain=1.9:2:0.1");
   EXPECT_EQ(lost.exit_code, 1);
   EXPECT_EQ(lost.err, "quen-shs: the loop diverges with every gain; try lower ones, or a shorter delay\n");
-  Fails("loop x --sweep gain=1:2", 2, "--sweep: expected gain=FIRST:LAST:STEP, found gain=1:2" + std::string(kHint));
-  Fails("loop x --sweep gain=1:2:1 --gain 1", 2,
-        "--gain, --sweep: expected one of them, found all" + std::string(kHint));
+  ExpectFailure("loop x --sweep gain=1:2", 2,
+                "--sweep: expected gain=FIRST:LAST:STEP, found gain=1:2" + std::string(kHint));
+  ExpectFailure("loop x --sweep gain=1:2:1 --gain 1", 2,
+                "--gain, --sweep: expected one of the two, found both" + std::string(kHint));
 }
 
 TEST_F(Verbs, LoopGivesItsResultAsJson) {

@@ -112,15 +112,13 @@ std::optional<std::string> MissingColumn(const InputFile& file, const char* tabl
 
 /// The first region that is not on the frame.
 std::optional<std::string> RegionOffTheFrame(const InputFile& file) {
-  const auto handle = OpenFits(file, kRegionTable);
-  for (const auto& [axis, pixels, name] :
-       {std::tuple("x", kFrameWidth, "columns"), std::tuple("y", kFrameHeight, "rows")}) {
-    const auto low = quen::common::Fits::ReadColumnOrThrow<std::uint16_t>(handle, fmt::format("{}_low", axis));
-    const auto up = quen::common::Fits::ReadColumnOrThrow<std::uint16_t>(handle, fmt::format("{}_up", axis));
-    for (std::size_t i = 0; i < low.size(); ++i) {
-      if (low[i] <= up[i] && up[i] <= pixels) continue;
-      return fmt::format("region {} (counted from 0) has {} from {} up to {}, the frame has {}", i, name, low[i], up[i],
-                         pixels);
+  const std::vector<RegionRow> rows = ReadBounds(file);
+  for (const auto& [low, up, pixels, name] : {std::tuple(&RegionRow::x_low, &RegionRow::x_up, kFrameWidth, "columns"),
+                                              std::tuple(&RegionRow::y_low, &RegionRow::y_up, kFrameHeight, "rows")}) {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      if (rows[i].*low <= rows[i].*up && rows[i].*up <= pixels) continue;
+      return fmt::format("region {} (counted from 0) has {} from {} up to {}, the frame has {}", i, name, rows[i].*low,
+                         rows[i].*up, pixels);
     }
   }
   return std::nullopt;
@@ -131,9 +129,9 @@ Finding CheckRoisFile(const InputFile& file) {
   constexpr const char* kName = "shs_rois.fits";
   constexpr const char* kRewrite = "write it again, with the two tables as the library reads them";
   return Looked(kKey, kName, file, kRewrite, [&]() -> std::optional<Finding> {
-    auto wrong = MissingColumn(file, kRegionTable, {"x_low", "x_up", "x_ref", "y_low", "y_up", "y_ref"});
-    if (!wrong) wrong = MissingColumn(file, kFlagTable, {"is_used"});
-    if (!wrong) wrong = Reading(file, [&] { return RegionOffTheFrame(file); });
+    auto wrong = MissingColumn(file, kRegionTable, RegionColumnNames());
+    if (!wrong) wrong = MissingColumn(file, kFlagTable, FlagColumnNames());
+    if (!wrong) wrong = RegionOffTheFrame(file);
     if (!wrong) return std::nullopt;
     return Finding{Verdict::kWrong, kKey, kName, fmt::format("{}: {}", PathOf(file), *wrong), kRewrite, {}};
   });

@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "common/statistics/quantile.hpp"
 #include "workbench/sensor/calibration.hpp"
 
 namespace quen::workbench {
@@ -80,8 +81,7 @@ struct Assignment {
   [[nodiscard]] double TypicalGain() const {
     std::vector<double> sizes;
     for (const double gain : gains) sizes.push_back(std::abs(gain));
-    std::ranges::nth_element(sizes, sizes.begin() + static_cast<std::ptrdiff_t>(sizes.size() / 2));
-    return sizes[sizes.size() / 2];
+    return quen::common::UpperMedian(std::move(sizes));
   }
   static double Size(double gain) { return std::abs(gain); }
 

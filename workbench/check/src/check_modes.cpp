@@ -9,34 +9,29 @@
 #include <optional>
 #include <utility>
 
+#include "common/statistics/quantile.hpp"
 #include "workbench/check/src/check_inverse.hpp"
+#include "workbench/sensor/matrices.hpp"
 
 namespace quen::workbench {
 namespace {
 
 using Modes = std::vector<Eigen::Index>;
 
-double MedianOf(const Eigen::VectorXd& values) {
-  std::vector<double> sorted(values.begin(), values.end());
-  const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
-  std::ranges::nth_element(sorted, middle);
-  return *middle;
-}
+double MedianOf(const Eigen::VectorXd& values) { return quen::common::UpperMedian({values.begin(), values.end()}); }
 
 // --- Shares of the modes' mean squares
 
-/// Each mode's slopes over their length, whose square may be more than a number holds; zeros stay.
-Matrix OfLengthOne(const Matrix& m2s) {
-  Matrix slopes = m2s;
-  for (Eigen::Index mode = 0; mode < slopes.cols(); ++mode) {
-    if (!m2s.col(mode).isZero(0.0)) slopes.col(mode) = m2s.col(mode).stableNormalized();
-  }
+/// Each mode's slopes over their length; zeros stay.
+Matrix ModesOfLengthOne(const Matrix& m2s) {
+  Matrix slopes(m2s.rows(), m2s.cols());
+  for (Eigen::Index mode = 0; mode < slopes.cols(); ++mode) slopes.col(mode) = OfLengthOne(m2s.col(mode));
   return slopes;
 }
 
 /// What of the slopes changes smoothly along either axis, each by itself.
 Eigen::VectorXd SmoothShares(const Matrix& m2s, const SlopeSpace& surfaces) {
-  const Matrix slopes = OfLengthOne(m2s);
+  const Matrix slopes = ModesOfLengthOne(m2s);
   const Eigen::Index half = slopes.rows() / 2;
   const auto smooth = [&](const Matrix& block) -> Eigen::VectorXd {
     return surfaces.Shares(block).cwiseProduct(block.colwise().squaredNorm().transpose());
@@ -175,7 +170,7 @@ void AddSubapertures(const Matrix& m2s, const std::vector<std::size_t>& used, Fi
 Eigen::VectorXd NoiseShares(const Matrix& m2s, const Lattice& lattice, const std::vector<std::size_t>& used) {
   constexpr std::array<double, 9> kWeights = {1.0, -2.0, 1.0, -2.0, 4.0, -2.0, 1.0, -2.0, 1.0};
   constexpr double kSquares = 36.0;
-  const Matrix slopes = OfLengthOne(m2s);
+  const Matrix slopes = ModesOfLengthOne(m2s);
   const Eigen::Index half = slopes.rows() / 2;
   const std::vector<Block> blocks = BlocksOf(lattice, used);
   if (blocks.empty()) return Eigen::VectorXd::Zero(slopes.cols());

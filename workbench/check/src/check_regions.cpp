@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "common/statistics/quantile.hpp"
 #include "workbench/check/check.hpp"
 #include "workbench/check/src/lattice.hpp"
 #include "workbench/sensor/displacements.hpp"
@@ -97,10 +98,8 @@ struct Offsets {
   double scatter;  ///< RMS
 };
 
-Offsets Summary(std::vector<double> offsets) {
-  const auto middle = offsets.begin() + static_cast<std::ptrdiff_t>(offsets.size() / 2);
-  std::ranges::nth_element(offsets, middle);
-  const double median = *middle;
+Offsets Summary(const std::vector<double>& offsets) {
+  const double median = quen::common::UpperMedian(offsets);
   double squares = 0.0;
   for (const double offset : offsets) squares += (offset - median) * (offset - median);
   return {median, std::sqrt(squares / static_cast<double>(offsets.size()))};

@@ -9,6 +9,8 @@
 #include <set>
 #include <utility>
 
+#include "common/statistics/quantile.hpp"
+
 namespace quen::workbench {
 namespace {
 
@@ -19,12 +21,6 @@ std::vector<Point> References(const std::vector<quen::image_processing::Roi>& ro
   points.reserve(rois.size());
   for (const auto& roi : rois) points.emplace_back(roi.x_ref, roi.y_ref);
   return points;
-}
-
-double Median(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::ranges::nth_element(values, middle);
-  return *middle;
 }
 
 /// From each point to the nearest of the others.
@@ -38,7 +34,7 @@ double TypicalDistance(const std::vector<Point>& points) {
     }
     nearest.push_back(std::sqrt(least));
   }
-  return Median(std::move(nearest));
+  return quen::common::UpperMedian(std::move(nearest));
 }
 
 /// The mean step from one point to its neighbour along an axis; zero if there is none.

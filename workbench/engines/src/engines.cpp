@@ -19,12 +19,14 @@
 #include "centroiders/quad_cell.hpp"
 #include "centroiders/weighted_centre_of_gravity.hpp"
 #include "centroiders/windowed_centre_of_gravity.hpp"
+#include "common/checks/checks.hpp"
 #include "workbench/fits/numbers.hpp"
 
 namespace quen::workbench {
 namespace {
 
 using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all engines
+using quen::common::Limits;
 
 /// What stands after an engine's name. Each option is taken by the engine that knows it.
 class Options {
@@ -167,12 +169,14 @@ std::unique_ptr<Engine> MakeGaussianFit(const Options& options) {
 
 struct Option {
   std::string name;
-  std::string what;  ///< and, in brackets, what holds where it is not given
+  std::string what;
+  std::optional<Limits> limits;  ///< of a number, as the engine checks them
+  std::string otherwise = {};    ///< what holds where it is not given; empty if that needs no word
 };
 
 /// An option whose default is a number of the engine's configuration.
-Option WithDefault(const std::string& name, const std::string& what, double otherwise) {
-  return {name, fmt::format("{} [{:.3g}]", what, otherwise)};
+Option WithDefault(const std::string& name, const std::string& what, const Limits& limits, double otherwise) {
+  return {name, what, limits, fmt::format("{:.3g}", otherwise)};
 }
 
 struct Kind {
@@ -185,11 +189,16 @@ struct Kind {
 /// Those that say what is no light.
 constexpr std::array<const char*, 4> kOptionsOfPedestals = {"pedestal", "subtract", "background", "threshold"};
 
+Option PixelsOption() { return {"pixels", "signed or unsigned", {}, "as the frame is"}; }
+
+Option PedestalOption() {
+  return WithDefault("pedestal", "counts without light", PixelReadingLimits::kPedestal, PixelReading().pedestal);
+}
+
 /// What engines take that do not.
 const std::vector<Option>& OptionsOfReading() {
-  static const std::vector<Option> options = {{"pixels", "signed or unsigned [as the frame is]"},
-                                              WithDefault("pedestal", "counts without light", PixelReading().pedestal),
-                                              {"subtract", "border, for the median of the region's, or none [none]"}};
+  static const std::vector<Option> options = {
+      PixelsOption(), PedestalOption(), {"subtract", "border, for the median of the region's, or none", {}, "none"}};
   return options;
 }
 
@@ -219,39 +228,48 @@ const std::vector<Kind>& Kinds() {
   const MaximumLikelihoodConfig likelihood;
   static const std::vector<Kind> kinds = {
       {"centre-of-gravity",
-       {WithDefault("background", "pixel value that is no light", gravity.background),
-        {"threshold", "above it; dimmer pixels do not count [none]"},
-        {"thresholding", "subtract or cut [subtract]"}},
+       {WithDefault("background", "pixel value that is no light", CentreOfGravityLimits::kBackground,
+                    gravity.background),
+        {"threshold", "above it; dimmer pixels do not count", CentreOfGravityLimits::kThreshold, "none"},
+        {"thresholding", "subtract or cut", {}, "subtract"}},
        MakeCentreOfGravity},
       {"windowed",
-       {{"around", "brightest or reference [brightest]"}, WithDefault("half-width", "pixels", windowed.half_width)},
+       {{"around", "brightest or reference", {}, "brightest"},
+        WithDefault("half-width", "pixels", WindowedCentreOfGravityLimits::kHalfWidth, windowed.half_width)},
        MakeWindowed},
       {"weighted",
-       {WithDefault("fwhm", "of the weight, pixels", weighted.fwhm), {"gain", "[for the drawn spot]"}},
+       {WithDefault("fwhm", "of the weight, pixels", WeightedCentreOfGravityLimits::kFwhm, weighted.fwhm),
+        {"gain", "factor on the displacements", WeightedCentreOfGravityLimits::kGain, "for the drawn spot"}},
        MakeWeighted},
       {"brightest",
-       {WithDefault("number", "of pixels", kUsualNumber), {"fraction", "of the pixels, instead"}},
+       {WithDefault("number", "of pixels", BrightestPixelsLimits::kNumber, kUsualNumber),
+        {"fraction", "of the pixels, instead", BrightestPixelsLimits::kFraction}},
        MakeBrightest},
-      {"quad-cell", {{"gain", "pixels [for the drawn spot]"}}, MakeQuadCell},
+      {"quad-cell", {{"gain", "pixels", QuadCellLimits::kGain, "for the drawn spot"}}, MakeQuadCell},
       {"correlation",
-       {WithDefault("size", "of the drawn spot's template, odd", static_cast<double>(correlation.size)),
-        {"top", "of parabolas, or of a surface [parabolas]"}},
+       {WithDefault("size", "of the drawn spot's template, odd", CorrelationLimits::kSize,
+                    static_cast<double>(correlation.size)),
+        {"top", "of parabolas, or of a surface", {}, "parabolas"}},
        MakeCorrelation},
       {"gaussian-fit",
-       {WithDefault("fwhm", "of the spot, pixels", fit.fwhm), WithDefault("steps", "of Gauss-Newton", fit.steps)},
+       {WithDefault("fwhm", "of the spot, pixels", GaussianFitLimits::kFwhm, fit.fwhm),
+        WithDefault("steps", "of Gauss-Newton", GaussianFitLimits::kSteps, fit.steps)},
        MakeGaussianFit},
       {"maximum-likelihood",
-       {WithDefault("gain", "counts per electron", likelihood.gain),
-        WithDefault("read-noise", "electrons RMS", likelihood.read_noise),
-        {"shape", "given, round or oval: what of it is fitted [given]"},
-        WithDefault("fwhm", "of the spot, or where the search starts, pixels", likelihood.fwhm),
-        {"background", "constant or slope, which are fitted, or electrons per pixel [constant]"},
-        {"pixels", "signed or unsigned [as the frame is]"},
-        WithDefault("pedestal", "counts without light", likelihood.reading.pedestal),
-        {"ceiling", "counts that are saturated, from this one up [none]"},
-        WithDefault("steps", "at most", likelihood.steps),
-        WithDefault("tolerance", "of the last step, pixels", likelihood.tolerance),
-        WithDefault("significance", "least light of a spot, standard errors", likelihood.significance)},
+       {WithDefault("gain", "counts per electron", MaximumLikelihoodLimits::kGain, likelihood.gain),
+        WithDefault("read-noise", "electrons RMS", MaximumLikelihoodLimits::kReadNoise, likelihood.read_noise),
+        {"shape", "given, round or oval: what of it is fitted", {}, "given"},
+        WithDefault("fwhm", "of the spot, or where the search starts, pixels", MaximumLikelihoodLimits::kFwhm,
+                    likelihood.fwhm),
+        {"background", "constant or slope, which are fitted, or electrons per pixel",
+         MaximumLikelihoodLimits::kBackground, "constant"},
+        PixelsOption(),
+        PedestalOption(),
+        {"ceiling", "counts that are saturated, from this one up", PixelReadingLimits::kCeiling, "none"},
+        WithDefault("steps", "at most", MaximumLikelihoodLimits::kSteps, likelihood.steps),
+        WithDefault("tolerance", "of the last step, pixels", MaximumLikelihoodLimits::kTolerance, likelihood.tolerance),
+        WithDefault("significance", "least light of a spot, standard errors", MaximumLikelihoodLimits::kSignificance,
+                    likelihood.significance)},
        MakeMaximumLikelihood,
        true},
   };
@@ -265,12 +283,18 @@ std::string Listed(const Range& range) {
   return text;
 }
 
+std::string InWords(const Limits& limits) {
+  using quen::common::InDigits;
+  return (limits.is_above ? "above " : "") + InDigits(limits.lowest) + " to " + InDigits(limits.highest);
+}
+
 std::string Described(const std::vector<Option>& options) {
   std::string text;
   for (const Option& option : options) {
-    std::string name = option.name;
-    name.resize(14, ' ');
-    text += "    " + name + option.what + "\n";
+    text += fmt::format("    {:<14}{}", option.name, option.what);
+    if (option.limits) text += ", " + InWords(*option.limits);
+    if (!option.otherwise.empty()) text += " [" + option.otherwise + "]";
+    text += "\n";
   }
   return text;
 }

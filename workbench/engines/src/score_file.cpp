@@ -20,7 +20,6 @@ struct ScoreRow {
   quen::centroiders::Score score = {};
 };
 
-constexpr const char* kTable = "scores";
 constexpr std::array<Column<ScoreRow>, 14> kScoreColumns = {{
     {"engine", "", "", &ScoreRow::engine},
     {"bias_x", "", "", [](ScoreRow& row) -> double& { return row.score.x.bias; }},
@@ -62,7 +61,7 @@ std::string ScoreFile(const ErrorCurves& curves, const ScoreConditions& conditio
   const quen::centroiders::ScoreOptions& options = conditions.options;
   MemoryFits fits;
   const std::vector<Column<ScoreRow>> columns = ColumnsFor(curves.abscissa);
-  const Handle& table = AppendRows<ScoreRow>(fits, kTable, columns, std::move(rows));
+  const Handle& table = AppendRows<ScoreRow>(fits, kScoreTable, columns, std::move(rows));
   WriteKey(table, "RANGE", options.range, "[pix] displacements are within this");
   WriteKey(table, "FRAMES", static_cast<long>(options.frames), "per noise, or light");
   WriteKey(table, "SEED", static_cast<long>(options.seed), "of displacements and noise");
@@ -73,11 +72,11 @@ std::string ScoreFile(const ErrorCurves& curves, const ScoreConditions& conditio
 
 ErrorCurves ReadScores(const InputFile& file) {
   ErrorCurves curves;
-  const Handle table = OpenFits(file, kTable);
+  const Handle table = OpenFits(file, kScoreTable);
   curves.range = NumberKey(file, table, "RANGE", 0.0);
   curves.abscissa = TextKey(file, table, "TTYPE2") == "photons" ? Abscissa::kLight : Abscissa::kNoise;
   const std::vector<Column<ScoreRow>> columns = ColumnsFor(curves.abscissa);
-  for (const ScoreRow& row : ReadRows<ScoreRow>(file, kTable, columns)) {
+  for (const ScoreRow& row : ReadRows<ScoreRow>(file, kScoreTable, columns)) {
     if (curves.places.empty() || row.place != curves.places.back()) {
       curves.places.push_back(row.place);
       curves.least_rms.push_back(curves.abscissa == Abscissa::kLight ? row.least_rms

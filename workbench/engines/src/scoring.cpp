@@ -12,7 +12,6 @@
 namespace quen::workbench {
 
 using quen::centroiders::ErrorBound;
-using quen::centroiders::PixelSign;
 using quen::centroiders::ScoreOptions;
 
 double NamedScore::Rms() const { return std::hypot(score.x.rms, score.y.rms) / std::sqrt(2.0); }
@@ -24,7 +23,7 @@ std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const
   std::vector<std::unique_ptr<Engine>> made;
   std::vector<std::reference_wrapper<Engine>> references;
   references.reserve(engines.size());
-  const auto sign = conditions.detector ? PixelSign::kUnsigned : PixelSign::kSigned;  // a detector counts from 0 on
+  const quen::centroiders::PixelSign sign = SignOf(conditions.detector);
   for (const std::string& text : engines) references.emplace_back(*made.emplace_back(MakeEngine(text, sign)));
   const auto scores = conditions.detector
                           ? ScoreEngines(simulator, references, conditions.options, conditions.detector->config)

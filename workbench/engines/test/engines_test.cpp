@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <regex>
+#include <sstream>
 
 #include "centroiders/brightest_pixels.hpp"
 #include "centroiders/centre_of_gravity.hpp"
@@ -120,6 +122,40 @@ TEST(Engines, EveryNameIsThatOfAnEngine) {
     EXPECT_NE(quen::workbench::EngineHelp().find(name), std::string::npos);
   }
   EXPECT_EQ(quen::workbench::EngineNames().front(), quen::workbench::kDefaultEngine);
+}
+
+/// Calls `act` with NAME:OPTION and the two ends of the range, for each option of which the help says one.
+template <typename Act>
+void ForEachRange(const Act& act) {
+  const std::regex option_line(R"(    ([a-z-]+) .*, (above )?(\S+) to (\d+)( \[.*\])?)");
+  std::istringstream help(quen::workbench::EngineHelp());
+  std::string engine;
+  for (std::string line; std::getline(help, line);) {
+    std::smatch parts;
+    if (std::regex_match(line, parts, option_line)) {
+      act(engine + ":" + parts[1].str(), parts[2].matched, parts[3].str(), parts[4].str());
+    } else if (line.starts_with("  ") && line[2] != ' ') {
+      engine = line.starts_with("  all but") ? "windowed" : line.substr(2);
+    }
+  }
+}
+
+TEST(Engines, TakeTheRangesThatTheHelpSays) {
+  constexpr int kRanges = 21;
+  int count = 0;
+  ForEachRange([&](const std::string& option, bool is_above, const std::string& lowest, const std::string& highest) {
+    ++count;
+    const std::string field = ": " + option.substr(option.find(':') + 1) + " must be ";
+    const std::string range =
+        is_above ? field + "above " + lowest + " and at most " + highest : field + "from " + lowest + " to " + highest;
+    const std::string engine = option.substr(0, option.find(':'));
+    ExpectThrows<std::invalid_argument>(engine + range + ", found " + highest + "0",
+                                        [&] { MakeEngine(option + "=" + highest + "0"); });
+    EXPECT_NE(MakeEngine(option + "=" + highest), nullptr);
+    if (is_above) return;
+    EXPECT_NE(MakeEngine(option + "=" + lowest), nullptr);
+  });
+  EXPECT_EQ(count, kRanges);
 }
 
 TEST(Engines, SayWhatIsWrongWithAText) {

@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "workbench/fits/src/cfitsio_status.hpp"
+
 namespace quen::workbench {
 namespace {
 
@@ -34,9 +36,7 @@ void RequireData(const Handle& handle, const InputFile& file) {
   fits_get_hduaddrll(handle->file, nullptr, nullptr, &end, &status);
   if (handle->hdu_type != IMAGE_HDU) fits_get_num_rowsll(handle->file, &rows, &status);
   fits_clear_errmsg();
-  if (status != 0) {
-    throw std::runtime_error(fmt::format("{}: its header cannot be read (CFITSIO status {})", file.Name(), status));
-  }
+  RequireSuccess(status, file.Name() + ": its header cannot be read");
   // The last block may be cut, which its reading tells. Rows may be declared to be empty, any number of them.
   const bool is_image = handle->hdu_type == IMAGE_HDU && fits_is_compressed_image(handle->file, &status) == 0;
   const bool has_pixels = !is_image || ImageSize(handle) <= static_cast<double>(size);
@@ -95,11 +95,10 @@ bool IsEmptyBeforeOthers(const InputFile& file, const Handle& image) {
 /// Whether a keyword is there and has a value.
 /// @throws std::runtime_error  that cannot be told
 bool IsThere(const InputFile& file, const char* key, int status) {
-  if (status == 0) return true;
-  fits_clear_errmsg();
-  if (status == KEY_NO_EXIST || status == VALUE_UNDEFINED) return false;
-  throw std::runtime_error(
-      fmt::format("{}: its keyword {} cannot be read (CFITSIO status {})", file.Name(), key, status));
+  const bool is_missing = status == KEY_NO_EXIST || status == VALUE_UNDEFINED;
+  if (is_missing) fits_clear_errmsg();
+  if (!is_missing) RequireSuccess(status, fmt::format("{}: its keyword {} cannot be read", file.Name(), key));
+  return !is_missing;
 }
 
 }  // namespace

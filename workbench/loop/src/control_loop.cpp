@@ -119,6 +119,13 @@ LoopRun RunLoop(Camera& camera, const Series& disturbance, const LoopOptions& op
   return loop.Take();
 }
 
+LoopSummary SummaryOf(const LoopRun& run, int delay) {
+  const std::size_t frames = run.records.size();
+  return {Rms(run.records, &FrameRecord::residual, 0, std::min(static_cast<std::size_t>(delay), frames)),
+          Rms(run.records, &FrameRecord::residual, frames / 2, frames),
+          Rms(run.records, &FrameRecord::disturbance, frames / 2, frames)};
+}
+
 double Rms(const std::vector<FrameRecord>& records, Eigen::VectorXd FrameRecord::*vector, std::size_t first,
            std::size_t last) {
   double sum = 0.0;

@@ -24,7 +24,6 @@ struct SweepRow {
   double frames = 0.0;
 };
 
-constexpr const char* kTable = "sweep";
 constexpr std::array<Column<SweepRow>, 4> kSweepColumns = {
     {{"gain", "", "", &SweepRow::gain},
      {"residual_rms", "rad", "second half of the run; infinite: diverged", &SweepRow::residual_rms},
@@ -51,7 +50,8 @@ std::vector<double> ParseSweep(const std::string& text) {
   if (!first || !last || !step) refuse(", three numbers");
   if (!(*first >= 0.0 && *last <= kHighestGain && *first <= *last))
     refuse(fmt::format(" with 0 <= FIRST <= LAST <= {:g}", kHighestGain));
-  if (!(*step > 0.0 && (*last - *first) / *step < kMostGains)) refuse(" with a STEP above 0 and 1000 gains at most");
+  if (!(*step > 0.0 && (*last - *first) / *step < kMostGains))
+    refuse(fmt::format(" with a STEP above 0 and {:g} gains at most", kMostGains));
 
   constexpr double kRounding = 1e-9;  // of a step
   const auto steps = static_cast<int>(std::floor((*last - *first) / *step + kRounding));
@@ -73,11 +73,9 @@ std::vector<SweepPoint> RunSweep(Camera& camera, const Series& disturbance, cons
   for (const double gain : gains) {
     with_gain.gain = gain;
     const LoopRun run = RunLoop(camera, disturbance, with_gain, after_frame);
-    const std::size_t frames = run.records.size();
-    points.push_back({gain,
-                      run.has_diverged ? std::numeric_limits<double>::infinity()
-                                       : Rms(run.records, &FrameRecord::residual, frames / 2, frames),
-                      Rms(run.records, &FrameRecord::disturbance, frames / 2, frames), frames});
+    const LoopSummary summary = SummaryOf(run, options.delay);
+    points.push_back({gain, run.has_diverged ? std::numeric_limits<double>::infinity() : summary.after,
+                      summary.disturbance, run.records.size()});
   }
   return points;
 }
@@ -90,7 +88,7 @@ std::string SweepFile(const LoopOptions& options, const std::string& disturbance
     rows.push_back({point.gain, point.residual, point.disturbance, static_cast<double>(point.frames)});
   }
   MemoryFits fits;
-  WriteLoopKeys(AppendRows<SweepRow>(fits, kTable, kSweepColumns, std::move(rows)), options, disturbance);
+  WriteLoopKeys(AppendRows<SweepRow>(fits, kSweepTable, kSweepColumns, std::move(rows)), options, disturbance);
   return fits.Bytes();
 }
 
@@ -100,25 +98,27 @@ namespace {
 std::size_t FramesOf(const std::string& path, std::size_t row, double frames) {
   constexpr double kMost = 1e9;
   if (frames >= 0.0 && frames <= kMost) return static_cast<std::size_t>(frames);
-  throw std::runtime_error(fmt::format("{}: expected 0 to {:g} frames in its table \"sweep\", found {:g} in row {}",
-                                       path, kMost, frames, row + 1));
+  throw std::runtime_error(fmt::format("{}: expected 0 to {:g} frames in its table \"{}\", found {:g} in row {}", path,
+                                       kMost, kSweepTable, frames, row + 1));
 }
 
 }  // namespace
 
 std::vector<SweepPoint> ReadSweep(const InputFile& file) {
   std::vector<SweepPoint> points;
-  const std::vector<SweepRow> rows = ReadRows<SweepRow>(file, kTable, kSweepColumns);
+  const std::vector<SweepRow> rows = ReadRows<SweepRow>(file, kSweepTable, kSweepColumns);
   if (static_cast<double>(rows.size()) > kMostGains) {
-    throw std::runtime_error(fmt::format("{}: expected {:.0f} rows at most in its table \"sweep\", found {}",
-                                         file.Name(), kMostGains, rows.size()));
+    throw std::runtime_error(fmt::format("{}: expected {:.0f} rows at most in its table \"{}\", found {}", file.Name(),
+                                         kMostGains, kSweepTable, rows.size()));
   }
   points.reserve(rows.size());
   for (const SweepRow& row : rows) {
     points.push_back(
         {row.gain, row.residual_rms, row.disturbance_rms, FramesOf(file.Name(), points.size(), row.frames)});
   }
-  if (points.empty()) throw std::runtime_error(file.Name() + ": its table \"sweep\": expected rows, found none");
+  if (points.empty()) {
+    throw std::runtime_error(fmt::format("{}: its table \"{}\": expected rows, found none", file.Name(), kSweepTable));
+  }
   return points;
 }
 

@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "workbench/sensor/geometry.hpp"
+#include "workbench/sensor/matrices.hpp"
 
 namespace quen::workbench {
 namespace {
@@ -69,8 +70,7 @@ void ArrowAround(cairo_t* cr, const Eigen::Vector2d& middle, const Eigen::Vector
   constexpr double kHeadWidth = 0.45;  // half of it, over its length
   constexpr double kDot = 1.0;
   const double length = std::max(arrow.norm(), kDot);
-  Eigen::Vector2d along = arrow;
-  if (!arrow.isZero(0.0)) along = arrow.stableNormalized();
+  const Eigen::Vector2d along = OfLengthOne(arrow);
   const Eigen::Vector2d across(-along.y(), along.x());
   const Eigen::Vector2d tail = middle - 0.5 * length * along;
   const Eigen::Vector2d tip = middle + 0.5 * length * along;

@@ -9,6 +9,7 @@
 #include "workbench/fits/content.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/displacements.hpp"
+#include "workbench/sensor/sensor_tables.hpp"
 
 namespace {
 
@@ -58,7 +59,7 @@ std::span<const quen::workbench::InputFile> quen::workbench::CalibrationFiles() 
 void quen::workbench::RequireSoundCalibration() {
   for (const InputFile& file : Files()) {
     static_cast<void>(OpenFits(file, std::nullopt));
-    for (const char* const table : {"rois", "rois_used"}) {
+    for (const char* const table : {kRegionTable, kFlagTable}) {
       if (HasTable(file, table)) static_cast<void>(OpenFits(file, table));
     }
   }

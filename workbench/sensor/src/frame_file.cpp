@@ -14,10 +14,12 @@
 namespace quen::workbench {
 namespace {
 
+using quen::basesim::kFrameHeight;
+using quen::basesim::kFrameWidth;
+using quen::centroiders::PixelSign;
 using quen::common::Fits::Handle;
 
 constexpr double kLowestSigned = std::numeric_limits<std::int16_t>::min();
-constexpr double kHighestSigned = std::numeric_limits<std::int16_t>::max();
 constexpr double kHighestUnsigned = std::numeric_limits<std::uint16_t>::max();
 
 /// @throws std::runtime_error  a pixel is no whole number in this range
@@ -74,16 +76,16 @@ Frame ReadFrame(const InputFile& file) {
 
 std::string FrameFile(const Camera& camera, const Exposure& exposure) {
   MemoryFits fits;
-  const Frame frame = FrameOf(camera, exposure);
-  quen::common::Fits::WriteImgPriv(fits.Image(), frame.pixels.data(), frame.pixels.size(),
-                                   frame.is_unsigned ? USHORT_IMG : SHORT_IMG, frame.is_unsigned ? TUSHORT : TSHORT,
-                                   {frame.width, frame.height});
-  if (frame.is_unsigned) WriteExposureKeys(fits.Image(), exposure);
+  const std::vector<std::uint16_t>& pixels = camera.Frame();
+  const bool is_unsigned = exposure.Sign() == PixelSign::kUnsigned;
+  quen::common::Fits::WriteImgPriv(fits.Image(), pixels.data(), pixels.size(), is_unsigned ? USHORT_IMG : SHORT_IMG,
+                                   is_unsigned ? TUSHORT : TSHORT, {kFrameWidth, kFrameHeight});
+  if (is_unsigned) WriteExposureKeys(fits.Image(), exposure);
   return fits.Bytes();
 }
 
 Frame FrameOf(const Camera& camera, const Exposure& exposure) {
-  return {quen::basesim::kFrameWidth, quen::basesim::kFrameHeight, camera.Frame(), exposure.detector != nullptr};
+  return {kFrameWidth, kFrameHeight, camera.Frame(), exposure.Sign() == PixelSign::kUnsigned};
 }
 
 }  // namespace quen::workbench

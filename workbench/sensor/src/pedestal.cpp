@@ -1,22 +1,16 @@
 #include "workbench/sensor/pedestal.hpp"
 
-#include <algorithm>
+#include <cmath>
 #include <limits>
 
+#include "common/statistics/quantile.hpp"
 #include "workbench/sensor/overlay.hpp"
 
 namespace quen::workbench {
 namespace {
 
+using quen::common::LowerMedian;
 using quen::image_processing::Roi;
-
-/// The lower one of the two in the middle of an even number; 0 of none.
-double LowerMedian(std::vector<double>& values) {
-  if (values.empty()) return 0.0;
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>((values.size() - 1) / 2);
-  std::ranges::nth_element(values, middle);
-  return *middle;
-}
 
 struct RegionLight {
   double border = 0.0;  ///< median of the outermost pixels
@@ -39,6 +33,11 @@ RegionLight LightOf(const Frame& frame, const Roi& roi) {
 }
 
 }  // namespace
+
+bool Pedestal::IsNoticeable() const {
+  constexpr double kNoticed = 0.05;  // by which the mean of a region loses gain
+  return std::abs(share) >= kNoticed;
+}
 
 Pedestal PedestalOf(const Frame& frame, const std::vector<Roi>& rois, const std::vector<std::uint8_t>& used) {
   std::vector<double> borders;

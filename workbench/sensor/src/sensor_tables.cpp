@@ -21,12 +21,14 @@ using Columns = std::array<Column<Row>, kCount>;
 constexpr const char* kPixels = "pix";
 constexpr const char* kIntegers = "pixel centres are at integers, from 0";
 
-constexpr Columns<RegionRow, 6> kRegions = {{{"x_low", kPixels, kIntegers, &RegionRow::x_low},
-                                             {"x_up", kPixels, kIntegers, &RegionRow::x_up},
-                                             {"x_ref", kPixels, kIntegers, &RegionRow::x_ref},
-                                             {"y_low", kPixels, kIntegers, &RegionRow::y_low},
-                                             {"y_up", kPixels, kIntegers, &RegionRow::y_up},
-                                             {"y_ref", kPixels, kIntegers, &RegionRow::y_ref}}};
+constexpr Column<RegionRow> kXLow = {"x_low", kPixels, kIntegers, &RegionRow::x_low};
+constexpr Column<RegionRow> kXUp = {"x_up", kPixels, kIntegers, &RegionRow::x_up};
+constexpr Column<RegionRow> kXRef = {"x_ref", kPixels, kIntegers, &RegionRow::x_ref};
+constexpr Column<RegionRow> kYLow = {"y_low", kPixels, kIntegers, &RegionRow::y_low};
+constexpr Column<RegionRow> kYUp = {"y_up", kPixels, kIntegers, &RegionRow::y_up};
+constexpr Column<RegionRow> kYRef = {"y_ref", kPixels, kIntegers, &RegionRow::y_ref};
+constexpr Columns<RegionRow, 6> kRegions = {kXLow, kXUp, kXRef, kYLow, kYUp, kYRef};
+constexpr Columns<RegionRow, 4> kRegionBounds = {kXLow, kXUp, kYLow, kYUp};
 constexpr Columns<FlagRow, 1> kFlags = {{{"is_used", "", "", &FlagRow::is_used}}};
 constexpr Columns<SlopeRow, 3> kSlopes = {
     {{"flux", "", "", &SlopeRow::flux}, {"x", "", "", &SlopeRow::x}, {"y", "", "", &SlopeRow::y}}};
@@ -38,6 +40,13 @@ template <typename Row, std::size_t kCount>
 Columns<Row, kCount> WithoutUnits(Columns<Row, kCount> columns) {
   for (Column<Row>& column : columns) column.unit = "";
   return columns;
+}
+
+template <typename Row, std::size_t kCount>
+std::vector<std::string> NamesOf(const Columns<Row, kCount>& columns) {
+  std::vector<std::string> names;
+  for (const Column<Row>& column : columns) names.emplace_back(column.name);
+  return names;
 }
 
 /// Rows of a table that has one for each sub-aperture.
@@ -71,6 +80,13 @@ const Handle& AppendDisplacements(MemoryFits& fits, const Displacements& displac
   rows.reserve(kNumRois);
   for (std::size_t i = 0; i < kNumRois; ++i) rows.push_back({0.0, displacements.x[i], displacements.y[i]});
   return AppendRows<SlopeRow>(fits, kSlopeTable, kDisplacements, std::move(rows));
+}
+
+std::vector<std::string> RegionColumnNames() { return NamesOf(kRegions); }
+std::vector<std::string> FlagColumnNames() { return NamesOf(kFlags); }
+
+std::vector<RegionRow> ReadBounds(const InputFile& file) {
+  return ReadRows<RegionRow>(file, kRegionTable, kRegionBounds);
 }
 
 std::vector<Roi> ReadRegions(const InputFile& file) {

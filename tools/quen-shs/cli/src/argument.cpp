@@ -124,14 +124,14 @@ Argument Checked(const std::string& name, const std::string& what, const std::st
           }};
 }
 
-Argument Number(const std::string& name, const std::string& what, const std::string& unit, double lowest,
-                double highest, double& variable) {
-  return Ranged(name, what, unit, lowest, highest, fmt::format("{:g}", variable), variable);
+Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
+                double& variable) {
+  return Ranged(name, what, unit, limits.lowest, limits.highest, fmt::format("{:g}", variable), variable);
 }
 
-Argument Number(const std::string& name, const std::string& what, const std::string& unit, double lowest,
-                double highest, const std::string& otherwise, std::optional<double>& variable) {
-  return Ranged(name, what, unit, lowest, highest, otherwise, variable);
+Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
+                const std::string& otherwise, std::optional<double>& variable) {
+  return Ranged(name, what, unit, limits.lowest, limits.highest, otherwise, variable);
 }
 
 Argument Number(const std::string& name, const std::string& what, const std::string& unit, int lowest, int highest,

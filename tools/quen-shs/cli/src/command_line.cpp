@@ -139,7 +139,9 @@ void RequireOneOfAlternatives(const CLI::App& subcommand, const Verb& verb) {
     std::ranges::copy_if(names, std::back_inserter(given),
                          [&](const std::string& name) { return subcommand.count(name) > 0; });
     if (given.size() > 1) {
-      throw CLI::ValidationError(fmt::format("{}", fmt::join(given, ", ")), "expected one of them, found all");
+      throw CLI::ValidationError(fmt::format("{}", fmt::join(given, ", ")), given.size() == 2
+                                                                                ? "expected one of the two, found both"
+                                                                                : "expected one of them, found all");
     }
   }
 }

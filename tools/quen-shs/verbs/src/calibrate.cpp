@@ -77,10 +77,10 @@ void AddCalibrate(CommandLine& line) {
   workbench::Geometry& geometry = command->geometry;
   workbench::PokeOptions& poke = command->poke;
   Argument spider_width =
-      Number("--spider-width", "Width of a vane over the diameter of the pupil", "", 0.0, 0.5, geometry.spider_width);
+      Number("--spider-width", "Width of a vane over the diameter of the pupil", "", {0.0, 0.5}, geometry.spider_width);
   spider_width.only_with = "--spider-angle";
-  const Argument poke_amplitude = Number("--poke-amplitude", "Largest displacement of a spot", "pixels", 1e-3,
-                                         workbench::kSlopeLimit, poke.amplitude);
+  const Argument poke_amplitude = Number("--poke-amplitude", "Largest displacement of a spot", "pixels",
+                                         {1e-3, workbench::kSlopeLimit}, poke.amplitude);
   line.Add(
       {.name = "calibrate",
        .summary = "Write a complete synthetic calibration",
@@ -96,15 +96,15 @@ pushed and pulled through the simulator instead, and the slopes are those that t
        .arguments = Joined(
            {{Positional("DIR", "Folder to write to; made if missing", command->folder),
              Flag("--force", "Replace a calibration that is there already", command->force),
-             Number("--pitch", "Distance from one sub-aperture to the next", "pixels", 1.0, 26.0, geometry.pitch),
+             Number("--pitch", "Distance from one sub-aperture to the next", "pixels", {1.0, 26.0}, geometry.pitch),
              Number("--size", "Width and height of a region", "pixels", 1, 200, geometry.size),
-             Number("--offset-x", "Columns from the middle of the frame to that of the grid", "pixels", -500.0, 500.0,
+             Number("--offset-x", "Columns from the middle of the frame to that of the grid", "pixels", {-500.0, 500.0},
                     geometry.offset_x),
-             Number("--offset-y", "Rows from the middle of the frame to that of the grid", "pixels", -500.0, 500.0,
+             Number("--offset-y", "Rows from the middle of the frame to that of the grid", "pixels", {-500.0, 500.0},
                     geometry.offset_y),
-             Number("--obscuration", "Inner over outer diameter of the pupil", "", 0.0, 0.99, geometry.obscuration),
-             Number("--spider-angle", "Angle of a spider: a cross of four vanes before the pupil", "degrees", -180.0,
-                    180.0, "no vanes", geometry.spider_angle),
+             Number("--obscuration", "Inner over outer diameter of the pupil", "", {0.0, 0.99}, geometry.obscuration),
+             Number("--spider-angle", "Angle of a spider: a cross of four vanes before the pupil", "degrees",
+                    {-180.0, 180.0}, "no vanes", geometry.spider_angle),
              spider_width,
              OneOf("--basis", "Modes of the wavefront", {workbench::kZernikeWord, workbench::kKarhunenLoeveWord},
                    command->basis),

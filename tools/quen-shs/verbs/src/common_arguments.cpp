@@ -33,7 +33,7 @@ Argument CalibrationFolder(std::string& folder) {
 Argument Noise(double& noise) {
   return Number("--noise",
                 fmt::format("Half-width of the pixel noise (a spot's peak is {:g})", quen::shssim::kSpotPeak),
-                "pixel values", 0.0, 1e6, noise);
+                "pixel values", {0.0, 1e6}, noise);
 }
 
 Argument Seed(std::uint32_t& seed) {
@@ -68,13 +68,15 @@ Argument Engines(std::vector<std::string>& engines) {
 }
 
 std::vector<Argument> DetectorParameters(DetectorArguments& detector) {
+  using Limits = quen::detector::DetectorLimits;
   const std::string otherwise = "what the detector has";
-  return {Number("--photons", "Light of a whole spot", "photo-electrons", 0.0, 1e9, otherwise, detector.photons),
-          Number("--background", "Light between the spots", "electrons per pixel", 0.0, 1e9, otherwise,
+  return {Number("--photons", "Light of a whole spot", "photo-electrons", {0.0, 1e9}, otherwise, detector.photons),
+          Number("--background", "Light between the spots", "electrons per pixel", Limits::kElectrons, otherwise,
                  detector.background),
-          Number("--em-gain", "Electron multiplication", "", 1.0, 1e4, otherwise, detector.em_gain),
-          Number("--read-noise", "Noise of reading a pixel", "electrons RMS", 0.0, 1e6, otherwise, detector.read_noise),
-          Number("--pedestal", "Counts of a pixel without electrons", "counts", -65535.0, 65535.0, otherwise,
+          Number("--em-gain", "Electron multiplication", "", Limits::kEmGain, otherwise, detector.em_gain),
+          Number("--read-noise", "Noise of reading a pixel", "electrons RMS", Limits::kReadNoise, otherwise,
+                 detector.read_noise),
+          Number("--pedestal", "Counts of a pixel without electrons", "counts", Limits::kOffset, otherwise,
                  detector.pedestal)};
 }
 

@@ -36,20 +36,6 @@ struct LoopArguments {
   bool json = false;
 };
 
-/// Mean residual before the first correction acted, and over the second half of the run, against the disturbance there.
-struct Summary {
-  Summary(const std::vector<workbench::FrameRecord>& records, int delay)
-      : before(workbench::Rms(records, &workbench::FrameRecord::residual, 0,
-                              std::min(static_cast<std::size_t>(delay), records.size()))),
-        after(workbench::Rms(records, &workbench::FrameRecord::residual, records.size() / 2, records.size())),
-        disturbance(workbench::Rms(records, &workbench::FrameRecord::disturbance, records.size() / 2, records.size())) {
-  }
-
-  double before;
-  double after;
-  double disturbance;
-};
-
 /// Where the disturbance is from, in words.
 std::string Source(const LoopArguments& command) {
   return command.disturbance.empty() ? fmt::format("D/r0 {:g}", command.d_over_r0) : command.disturbance;
@@ -91,7 +77,8 @@ void AddOptions(Report& report, const LoopArguments& command) {
   report.Add("engine", options.engine);
 }
 
-Report SummaryReport(const LoopArguments& command, const Summary& summary, std::size_t frames, double rate) {
+Report SummaryReport(const LoopArguments& command, const workbench::LoopSummary& summary, std::size_t frames,
+                     double rate) {
   const workbench::LoopOptions& options = command.options;
   Report report;
   report.Add("frames", frames, "frames",
@@ -111,7 +98,7 @@ Report SummaryReport(const LoopArguments& command, const Summary& summary, std::
 }
 
 /// @throws std::runtime_error  the loop has diverged, or is no better than none
-void RequireConvergence(const workbench::LoopRun& run, const Summary& summary) {
+void RequireConvergence(const workbench::LoopRun& run, const workbench::LoopSummary& summary) {
   if (run.has_diverged) {
     throw std::runtime_error(
         fmt::format("the loop diverges: in frame {} its residual is {:.3g} rad RMS, more than {:g} times the "
@@ -138,7 +125,7 @@ void RunOne(const LoopArguments& command, workbench::Camera& camera, const workb
                  workbench::DrawLoop(camera, run.records)});
   files.Commit();
 
-  const Summary summary(run.records, command.options.delay);
+  const workbench::LoopSummary summary = workbench::SummaryOf(run, command.options.delay);
   Report report = SummaryReport(command, summary, run.records.size(), rate);
   report.Add("diverged", run.has_diverged);
   report.AddFiles(files);
@@ -202,8 +189,8 @@ void Loop(LoopArguments& command) {
 void AddLoop(CommandLine& line) {
   const auto command = std::make_shared<LoopArguments>();
   workbench::LoopOptions& options = command->options;
-  Argument strength = Number("--d-over-r0", "Strength of the turbulence: diameter over Fried parameter", "", 0.0,
-                             1000.0, command->d_over_r0);
+  Argument strength = Number("--d-over-r0", "Strength of the turbulence: diameter over Fried parameter", "",
+                             {0.0, 1000.0}, command->d_over_r0);
   strength.alias = "--amplitude";
   line.Add(
       {.name = "loop",
@@ -226,8 +213,9 @@ image of doubles, 52 modes x frames, in radians.)",
        .arguments = Joined(
            {{CalibrationFolder(command->folder),
              Number("--frames", "Number of frames", "", 10, 100000, command->frames),
-             Number("--gain", "Gain of the integrator", "", 0.0, workbench::kHighestGain, options.gain),
-             Number("--leak", "Fraction of the correction that is forgotten in each frame", "", 0.0, 1.0, options.leak),
+             Number("--gain", "Gain of the integrator", "", {0.0, workbench::kHighestGain}, options.gain),
+             Number("--leak", "Fraction of the correction that is forgotten in each frame", "", {0.0, 1.0},
+                    options.leak),
              Number("--delay", "Time from a measurement to the first frame that its correction acts on", "frames", 1, 9,
                     options.delay),
              strength,

@@ -101,7 +101,7 @@ The files then hold errors against the light of a spot instead of the noise.)",
        .arguments = Joined(
            {{CalibrationFolder(command->folder), Engines(command->engines)},
             ExposureArguments(command->conditions.options.noise, command->conditions.options.seed, command->detector),
-            {Number("--range", "Displacements are within this range", "pixels", 0.0, workbench::kSlopeLimit,
+            {Number("--range", "Displacements are within this range", "pixels", {0.0, workbench::kSlopeLimit},
                     command->conditions.options.range),
              Number("--frames", "Number of frames", "", 1, 100000, command->conditions.options.frames),
              File("--output",

@@ -162,9 +162,9 @@ Content ContentOf(const ViewArguments& command, Inputs& inputs) {
   workbench::RequireFits(file);
   if (workbench::HasTable(file, workbench::kTelemetryTable))
     return {"telemetry", [&file] { return workbench::DrawTelemetry(workbench::ReadTelemetry(file)); }};
-  if (workbench::HasTable(file, "sweep"))
+  if (workbench::HasTable(file, workbench::kSweepTable))
     return {"sweep", [&file] { return workbench::DrawSweep(workbench::ReadSweep(file)); }};
-  if (workbench::HasTable(file, "scores"))
+  if (workbench::HasTable(file, workbench::kScoreTable))
     return {"scores", [&file] { return workbench::DrawErrors(workbench::ReadScores(file)); }};
   if (workbench::HasTable(file, workbench::kSlopeTable)) return {"slopes", [&file] { return FieldPicture(file); }};
   if (workbench::HasTable(file, workbench::kRegionTable))
@@ -178,9 +178,10 @@ Content ContentOf(const ViewArguments& command, Inputs& inputs) {
     return MatrixContent(command, inputs, axes);
   }
   throw std::runtime_error(
-      fmt::format("{}: expected a frame (16 bits), a matrix (doubles), or a table \"slopes\", \"rois\", \"telemetry\", "
-                  "\"sweep\" or \"scores\"; found an image of {} axes with BITPIX {}",
-                  file.Name(), axes.size(), bitpix));
+      fmt::format("{}: expected a frame (16 bits), a matrix (doubles), or a table \"{}\", \"{}\", \"{}\", \"{}\" or "
+                  "\"{}\"; found an image of {} axes with BITPIX {}",
+                  file.Name(), workbench::kSlopeTable, workbench::kRegionTable, workbench::kTelemetryTable,
+                  workbench::kSweepTable, workbench::kScoreTable, axes.size(), bitpix));
 }
 
 /// Where the picture goes: beside the file where nothing else is said.

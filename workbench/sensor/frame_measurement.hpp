@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstddef>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "workbench/sensor/camera.hpp"
+#include "workbench/sensor/displacements.hpp"
+#include "workbench/sensor/frame_file.hpp"
+#include "workbench/sensor/pedestal.hpp"
+#include "workbench/sensor/sensor_tables.hpp"
+
+/// @file
+/// Frames of a file, measured with a calibration.
+
+namespace quen::workbench {
+
+/// Mean and root mean square of values that are finite.
+class Moments {
+ public:
+  void Add(double value);
+
+  [[nodiscard]] double Mean() const { return Over(sum_); }
+  [[nodiscard]] double Rms() const;
+  [[nodiscard]] double Largest() const { return largest_; }  ///< magnitude
+  [[nodiscard]] std::size_t Lost() const { return lost_; }   ///< values that are not finite
+
+ private:
+  [[nodiscard]] double Over(double sum) const { return count_ > 0 ? sum / static_cast<double>(count_) : 0.0; }
+
+  double sum_ = 0.0;
+  double square_ = 0.0;
+  double largest_ = 0.0;
+  std::size_t count_ = 0;
+  std::size_t lost_ = 0;
+};
+
+/// Values of pixels.
+struct PixelRange {
+  double lowest = std::numeric_limits<double>::infinity();
+  double highest = -std::numeric_limits<double>::infinity();
+
+  /// As engines read them: signed, which costs nothing, if that is the same.
+  [[nodiscard]] quen::centroiders::PixelSign Sign() const;
+};
+
+/// What was measured in all frames together, at used sub-apertures.
+struct MeasuredFrames {
+  PixelRange pixels;
+  Pedestal pedestal;  ///< of the frame that has the largest
+  Moments flux;
+  Moments x;
+  Moments y;
+  Moments error_x;  ///< against the truth, if there is one
+  Moments error_y;
+  std::size_t at_limit = 0;                   ///< spots
+  std::size_t spots = 0;                      ///< all of them
+  std::vector<std::vector<SlopeRow>> slopes;  ///< of each frame, all sub-apertures
+};
+
+/// Measures all frames of an image; each is read as PixelRange::Sign says of it.
+/// @param engine  as MakeEngine takes it
+/// @param limit   largest displacement, pixels; larger ones are cut to it
+/// @throws std::runtime_error  there is no frame, they are not of 840 × 816 pixels, or one cannot be read
+/// @throws Interrupted         a signal has come
+MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const std::string& engine, double limit,
+                             const std::optional<Displacements>& truth);
+
+}  // namespace quen::workbench

@@ -1,0 +1,93 @@
+#include "workbench/sensor/frame_measurement.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <stdexcept>
+
+#include "workbench/engines/engines.hpp"
+#include "workbench/fits/interruption.hpp"
+#include "workbench/sensor/measurement_file.hpp"
+
+namespace quen::workbench {
+namespace {
+
+using quen::basesim::kFrameHeight;
+using quen::basesim::kFrameWidth;
+using quen::centroiders::PixelSign;
+
+void RequireSensorSize(const FrameReader& frames) {
+  if (frames.Count() == 0) throw std::runtime_error(frames.Name() + ": expected frames, found a cube of none");
+  if (frames.Width() == kFrameWidth && frames.Height() == kFrameHeight) return;
+  throw std::runtime_error(fmt::format("{}: expected a frame of {} x {} pixels (columns x rows), found {} x {}",
+                                       frames.Name(), kFrameWidth, kFrameHeight, frames.Width(), frames.Height()));
+}
+
+PixelRange RangeOf(const Frame& frame) {
+  PixelRange range;
+  for (const std::uint16_t pixel : frame.pixels) {
+    range.lowest = std::min(range.lowest, frame.Value(pixel));
+    range.highest = std::max(range.highest, frame.Value(pixel));
+  }
+  return range;
+}
+
+void AddSpots(const Camera& camera, double limit, const std::optional<Displacements>& truth, MeasuredFrames& measured) {
+  for (const std::size_t i : UsedIndices(camera.RoisUsed())) {
+    const double spot_x = camera.XSlopes()[i];
+    const double spot_y = camera.YSlopes()[i];
+    measured.flux.Add(camera.Flux()[i]);
+    measured.x.Add(spot_x);
+    measured.y.Add(spot_y);
+    if (std::abs(spot_x) == limit || std::abs(spot_y) == limit) ++measured.at_limit;
+    ++measured.spots;
+    if (!truth) continue;
+    measured.error_x.Add(spot_x - truth->x[i]);
+    measured.error_y.Add(spot_y - truth->y[i]);
+  }
+}
+
+}  // namespace
+
+void Moments::Add(double value) {
+  if (!std::isfinite(value)) {
+    ++lost_;
+    return;
+  }
+  sum_ += value;
+  square_ += value * value;
+  largest_ = std::max(largest_, std::abs(value));
+  ++count_;
+}
+
+double Moments::Rms() const { return std::sqrt(Over(square_)); }
+
+PixelSign PixelRange::Sign() const { return highest > kHighestSigned ? PixelSign::kUnsigned : PixelSign::kSigned; }
+
+MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const std::string& engine, double limit,
+                             const std::optional<Displacements>& truth) {
+  RequireSensorSize(frames);
+  std::map<PixelSign, std::unique_ptr<Engine>> engines;
+  MeasuredFrames measured;
+  for (std::size_t number = 0; number < frames.Count(); ++number) {
+    ThrowIfInterrupted();
+    const Frame frame = frames.Read(number);
+    const PixelRange range = RangeOf(frame);
+    measured.pixels.lowest = std::min(measured.pixels.lowest, range.lowest);
+    measured.pixels.highest = std::max(measured.pixels.highest, range.highest);
+    const Pedestal pedestal = PedestalOf(frame, camera.Rois(), camera.RoisUsed());
+    if (std::abs(pedestal.share) > std::abs(measured.pedestal.share)) measured.pedestal = pedestal;
+
+    std::unique_ptr<Engine>& centroiding = engines[range.Sign()];
+    if (!centroiding) centroiding = MakeEngine(engine, range.Sign());
+    camera.Load(frame.pixels);
+    camera.ComputeSlopes(*centroiding, limit, std::nullopt);
+    AddSpots(camera, limit, truth, measured);
+    measured.slopes.push_back(MeasuredSlopes(camera));
+  }
+  return measured;
+}
+
+}  // namespace quen::workbench
