@@ -110,6 +110,20 @@ std::string Primary(const std::vector<std::string>& more) {
   return Header(cards);
 }
 
+std::string TableOfDoubles(const std::string& rows, const std::vector<std::string>& more) {
+  std::vector<std::string> cards = {"XTENSION= 'BINTABLE'",
+                                    "BITPIX  =                    8",
+                                    "NAXIS   =                    2",
+                                    "NAXIS1  =                    8",
+                                    "NAXIS2  = " + rows,
+                                    "PCOUNT  =                    0",
+                                    "GCOUNT  =                    1",
+                                    "TFIELDS =                    1",
+                                    "TFORM1  = 'D       '"};
+  cards.insert(cards.end(), more.begin(), more.end());
+  return Header(cards);
+}
+
 void WriteText(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 
 }  // namespace quen::testing

@@ -44,6 +44,10 @@ std::string Header(const std::vector<std::string>& cards);
 /// The header of an empty primary image, with more cards.
 std::string Primary(const std::vector<std::string>& more = {});
 
+/// The header of a table with one column of doubles, with more cards.
+/// @param rows  the value of NAXIS2
+std::string TableOfDoubles(const std::string& rows, const std::vector<std::string>& more = {});
+
 /// Makes a file of these characters.
 void WriteText(const std::string& path, const std::string& text);
 

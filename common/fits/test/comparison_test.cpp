@@ -513,22 +513,12 @@ std::string Image(const std::vector<std::string>& axes, const std::vector<std::s
   return Header(cards);
 }
 
-/// One column of doubles.
+/// One column of doubles, in the table "rois".
 std::string Table(const std::string& rows, const std::vector<std::string>& more = {},
                   const std::string& name = "TTYPE1  = 'x       '") {
-  std::vector<std::string> cards = {"XTENSION= 'BINTABLE'",
-                                    "BITPIX  =                    8",
-                                    "NAXIS   =                    2",
-                                    "NAXIS1  =                    8",
-                                    "NAXIS2  = " + rows,
-                                    "PCOUNT  =                    0",
-                                    "GCOUNT  =                    1",
-                                    "TFIELDS =                    1",
-                                    name,
-                                    "TFORM1  = 'D       '",
-                                    "EXTNAME = 'rois    '"};
+  std::vector<std::string> cards = {name, "EXTNAME = 'rois    '"};
   cards.insert(cards.end(), more.begin(), more.end());
-  return Header(cards);
+  return quen::testing::TableOfDoubles(rows, cards);
 }
 
 /// A compressed image of 6 by 4 pixels.

@@ -29,22 +29,9 @@ using quen::common::Fits::WriteImgPriv;
 using quen::common::Fits::WriteTable;
 using quen::testing::Header;
 using quen::testing::Primary;
+using quen::testing::TableOfDoubles;
 using quen::testing::TempDir;
 using quen::testing::WriteText;
-
-std::string Table(const std::string& rows, const std::vector<std::string>& more = {}) {
-  std::vector<std::string> cards = {"XTENSION= 'BINTABLE'",
-                                    "BITPIX  =                    8",
-                                    "NAXIS   =                    2",
-                                    "NAXIS1  =                    8",
-                                    "NAXIS2  = " + rows,
-                                    "PCOUNT  =                    0",
-                                    "GCOUNT  =                    1",
-                                    "TFIELDS =                    1",
-                                    "TFORM1  = 'D       '"};
-  cards.insert(cards.end(), more.begin(), more.end());
-  return Header(cards);
-}
 
 /// What is found on the way to an HDU of a file with this content, as "status: reason"; "stuck" where it is not to be
 /// gone through for writing; empty for nothing.
@@ -64,11 +51,11 @@ const std::string kData(2880, '\0');
 
 TEST(HeaderCheck, GoodFilesPass) {
   EXPECT_EQ(Verdict(Primary()), "");
-  EXPECT_EQ(Verdict(Primary() + Table("1") + kData), "");
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("1") + kData), "");
 }
 
 TEST(HeaderCheck, OtherFilesAreNotItsBusiness) {
-  const std::string damaged = Table("1", {kLongName});
+  const std::string damaged = TableOfDoubles("1", {kLongName});
   EXPECT_EQ(Verdict(""), "");
   EXPECT_EQ(Verdict("SIMPLE"), "");
   EXPECT_EQ(Verdict("text" + damaged), "");
@@ -82,7 +69,8 @@ TEST(HeaderCheck, OtherFilesAreNotItsBusiness) {
 }
 
 TEST(HeaderCheck, WayEndsAtTheHduAskedFor) {
-  const std::string content = Primary() + Table("1", {"EXTNAME = 'first'"}) + kData + Table("1", {kLongName}) + kData;
+  const std::string content =
+      Primary() + TableOfDoubles("1", {"EXTNAME = 'first'"}) + kData + TableOfDoubles("1", {kLongName}) + kData;
   for (const char* const before : {"", "[0]", "[1]", "+1", "[first]", "[FIRST]"}) {
     EXPECT_EQ(Verdict(content, before), "") << before;
   }
@@ -95,7 +83,7 @@ TEST(HeaderCheck, WayToATableOverlooksImagesOfItsName) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
   const std::string image = Header({"XTENSION= 'IMAGE'", "BITPIX  = 8", "NAXIS   = 0", "EXTNAME = 'rois'"});
-  WriteText(path, Primary() + image + Table("1", {kLongName}));
+  WriteText(path, Primary() + image + TableOfDoubles("1", {kLongName}));
   EXPECT_EQ(WayTo(path + "[rois]").status, 0);
   EXPECT_EQ(WayToTable(path, "rois").status, NO_QUOTE);
   EXPECT_EQ(WayFrom(path, 2L * 2880).status, NO_QUOTE);
@@ -111,7 +99,7 @@ TEST(HeaderCheck, ParsingAnOddNameLeavesTheMessagesOfOthers) {
 }
 
 TEST(HeaderCheck, NamesOfColumnsLongerThanTheirRoomAreRefused) {
-  const auto table = [](const std::string& card) { return Verdict(Primary() + Table("1", {card}) + kData); };
+  const auto table = [](const std::string& card) { return Verdict(Primary() + TableOfDoubles("1", {card}) + kData); };
   const std::string digits(70, '7');
   EXPECT_EQ(table("TTYPE1  = " + digits), kTooLong);
   EXPECT_EQ(table("TTYPE1  = (" + digits.substr(2) + ")"), kTooLong);
@@ -150,7 +138,7 @@ TEST(HeaderCheck, TilesAtWhichCfitsioBreaksAreRefused) {
     std::vector<std::string> cards = {
         "ZIMAGE  = T", "ZCMPTYPE= '" + compression + "'", "ZBITPIX = 16", "ZNAXIS  = 2", "ZNAXIS1 = 6", "ZNAXIS2 = 4"};
     cards.insert(cards.end(), more.begin(), more.end());
-    return Verdict(Primary() + Table("4", cards) + kData);
+    return Verdict(Primary() + TableOfDoubles("4", cards) + kData);
   };
   const auto none = [](const std::string& keyword) {
     return "213: " + keyword + " in the header is no size of a tile.";
@@ -184,13 +172,13 @@ TEST(HeaderCheck, DataThatLeadBackAreRefused) {
 }
 
 TEST(HeaderCheck, FilesThatLackMuchOrAddUpToNothingAreNotGoneThroughForWriting) {
-  EXPECT_EQ(Verdict(Primary() + Table("12000000")), "");  // 96 MB
-  EXPECT_EQ(Verdict(Primary() + Table("13000000")), "stuck");
-  EXPECT_EQ(Verdict(Primary() + Table("13000000"), "[1]"), "");  // nothing is left there
-  EXPECT_EQ(Verdict(Primary() + Table("1", {"PCOUNT  = 9223372036854775807"})), "stuck");
-  EXPECT_EQ(Verdict(Primary() + Table("1", {"THEAP   = -9000"})), "stuck");
-  EXPECT_EQ(Verdict(Primary() + Table("1", {"THEAP   = -8000"}) + kData), "");
-  EXPECT_EQ(Verdict(Primary() + Table("1", {"THEAP   = 200000000"})), "stuck");
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("12000000")), "");  // 96 MB
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("13000000")), "stuck");
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("13000000"), "[1]"), "");  // nothing is left there
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("1", {"PCOUNT  = 9223372036854775807"})), "stuck");
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("1", {"THEAP   = -9000"})), "stuck");
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("1", {"THEAP   = -8000"}) + kData), "");
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("1", {"THEAP   = 200000000"})), "stuck");
   EXPECT_EQ(Verdict(Header({"SIMPLE  = T", "BITPIX  = 32", "NAXIS   = 2", "NAXIS1  = 0", "NAXIS2  = 100000000",
                             "GROUPS  = T", "GCOUNT  = 1"})),
             "stuck");
@@ -199,21 +187,22 @@ TEST(HeaderCheck, FilesThatLackMuchOrAddUpToNothingAreNotGoneThroughForWriting) 
 TEST(HeaderCheck, HeadersBehindDataAndHeadersWithoutEndAreLookedThrough) {
   std::string card = kLongName;
   card.resize(80, ' ');
-  EXPECT_EQ(Verdict(Primary() + Table("361") + kData + kData + Table("1", {card})), kTooLong);  // 361 * 8: two blocks
-  EXPECT_EQ(Verdict(Primary() + Table("1", {card}).substr(0, 10UL * 80)), kTooLong);
-  EXPECT_EQ(Verdict(Primary() + Table("1", {card}).substr(0, 10UL * 80 - 1)), "");
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("361") + kData + kData + TableOfDoubles("1", {card})),
+            kTooLong);  // 361 * 8: two blocks
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("1", {card}).substr(0, 10UL * 80)), kTooLong);
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("1", {card}).substr(0, 10UL * 80 - 1)), "");
   // Data are not taken for cards.
-  const std::string text_as_data = Table("1", {card}) + kData;
-  EXPECT_EQ(Verdict(Primary() + Table("361") + text_as_data + Table("1") + kData), "");
+  const std::string text_as_data = TableOfDoubles("1", {card}) + kData;
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("361") + text_as_data + TableOfDoubles("1") + kData), "");
   std::vector<std::string> many(40, "COMMENT");
   many.push_back(card);
-  EXPECT_EQ(Verdict(Primary() + Table("1", many)), kTooLong);
+  EXPECT_EQ(Verdict(Primary() + TableOfDoubles("1", many)), kTooLong);
 }
 
 TEST(HeaderCheck, RefusalIsAFailureToOpen) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
-  WriteText(path, Primary() + Table("1", {kLongName}));
+  WriteText(path, Primary() + TableOfDoubles("1", {kLongName}));
   quen::testing::ClearMessages();
   quen::testing::ExpectThrows<std::runtime_error>(
       "Fits: Could not open " + path +
@@ -227,7 +216,7 @@ TEST(HeaderCheck, RefusalIsAFailureToOpen) {
 TEST(HeaderCheck, FileToBeWrittenToIsOpenedAllTheSame) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
-  WriteText(path, Primary() + Table("1", {kLongName, "EXTNAME = 'rois'"}) + kData);
+  WriteText(path, Primary() + TableOfDoubles("1", {kLongName, "EXTNAME = 'rois'"}) + kData);
   const std::vector<char> before = quen::testing::Bytes(path);
   for (const char* const extension : {"rois", "new"}) {
     const Handle file = FitsFileWrite(path, false, extension);
@@ -252,7 +241,7 @@ TEST(MissingData, FileThatLacksGigabytesIsOpenedForWritingAndStaysAsItIs) {
   const std::string path = folder / "a.fits";
   const std::string lacking = "The file lacks more than 100 MB of the data that it declares.";
   for (const char* const rows : {"250000000", "9000000000000000"}) {
-    WriteText(path, Primary() + Table(rows, {"TTYPE1  = 'x'", "EXTNAME = 'rois'"}));
+    WriteText(path, Primary() + TableOfDoubles(rows, {"TTYPE1  = 'x'", "EXTNAME = 'rois'"}));
     const std::vector<char> before = quen::testing::Bytes(path);
     for (const char* const extension : {"rois", "new"}) {
       const Handle file = FitsFileWrite(path, false, extension);
@@ -363,7 +352,7 @@ TEST(MissingData, TableWithoutRowsLacksNothing) {
 TEST(MissingData, FileThatLacksItsLastBlockIsMadeWhole) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
-  WriteText(path, Primary() + Table("1", {"TTYPE1  = 'x'", "EXTNAME = 'rois'"}));
+  WriteText(path, Primary() + TableOfDoubles("1", {"TTYPE1  = 'x'", "EXTNAME = 'rois'"}));
   FitsFileWrite(path, false, "rois").reset();
   EXPECT_EQ(quen::testing::Bytes(path).size(), 3U * 2880);
   const Handle file = FitsFile(path, "rois");
@@ -381,7 +370,7 @@ TEST(MissingData, FileThatLacksItsLastBlockIsMadeWhole) {
 TEST(FitsTable, RowsThatNoMemoryHoldsEndInBadAlloc) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
-  WriteText(path, Primary() + Table("1000000", {"TTYPE1  = 'x       '", "EXTNAME = 'rois    '"}));
+  WriteText(path, Primary() + TableOfDoubles("1000000", {"TTYPE1  = 'x       '", "EXTNAME = 'rois    '"}));
   const Handle file = FitsFile(path, "rois");
   const quen::testing::ScarceMemory scarce(1'000'000);
   EXPECT_THROW(quen::common::Fits::ReadColumnOrThrow<double>(file, "x"), std::bad_alloc);
@@ -390,7 +379,7 @@ TEST(FitsTable, RowsThatNoMemoryHoldsEndInBadAlloc) {
 TEST(FitsTable, RowsThatTheFileDoesNotHaveAreAReadError) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
-  WriteText(path, Primary() + Table("10000", {"TTYPE1  = 'x       '", "EXTNAME = 'rois    '"}));
+  WriteText(path, Primary() + TableOfDoubles("10000", {"TTYPE1  = 'x       '", "EXTNAME = 'rois    '"}));
   const Handle file = FitsFile(path, "rois");
   quen::testing::ClearMessages();
   quen::testing::ExpectThrowsWithDetails<std::runtime_error>(
@@ -416,7 +405,7 @@ TEST(FitsTable, ColumnsOfNoWidthAreRead) {
 TEST(FitsTable, HeaderThatBreaksOffIsReportedByEachCall) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
-  WriteText(path, Primary() + Table("1", {"TTYPE1  = 'x       '"}).substr(0, 9UL * 80));
+  WriteText(path, Primary() + TableOfDoubles("1", {"TTYPE1  = 'x       '"}).substr(0, 9UL * 80));
   const Handle file = FitsFileWrite(path, false, "rois");
   const double value = 1.0;
   file->hdu_type = BINARY_TBL;
