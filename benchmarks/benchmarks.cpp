@@ -20,6 +20,7 @@
 #include "workbench/engines/engines.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/camera.hpp"
 
 // Names are GROUP/ROW; scripts/bench prints each row's time and its ratio to the first row of its group.
 
@@ -41,7 +42,7 @@ struct Scene {
     quen::common::random::FillUniform(random, -2.0, 2.0, dy);
   }
 
-  quen::shssim::ShsSimulator simulator;
+  quen::workbench::Camera simulator;
   std::vector<double> dx = std::vector<double>(1089);
   std::vector<double> dy = std::vector<double>(1089);
   std::vector<double> values = std::vector<double>(685440);
