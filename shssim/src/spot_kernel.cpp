@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "basesim/base_simulator.hpp"
+#include "common/simd/fused.hpp"
 #include "common/simd/mask.hpp"
 #include "common/simd/vector_memory.hpp"
 #include "shssim/spot.hpp"
@@ -51,6 +52,7 @@ namespace quen::shssim {
 namespace {
 
 using basesim::kFrameWidth;
+using common::simd::AddProduct;
 using common::simd::Level;
 using common::simd::Load;
 using common::simd::Store;
@@ -69,16 +71,6 @@ struct Vectors {
   using Truncated __attribute__((vector_size(4 * W))) = std::int32_t;
   using Pixels __attribute__((vector_size(2 * W))) = std::uint16_t;
 };
-
-/// sum + a · b with one rounding.
-template <typename Doubles>
-QUEN_ALWAYS_INLINE void AddProduct(Doubles& sum, const Doubles& a, const Doubles& b) {
-  for (std::size_t j = 0; j < sizeof(sum) / sizeof(double); ++j) sum[j] = __builtin_fma(a[j], b[j], sum[j]);
-}
-template <typename Doubles>
-QUEN_ALWAYS_INLINE void AddProduct(Doubles& sum, const Doubles& a, double b) {
-  for (std::size_t j = 0; j < sizeof(sum) / sizeof(double); ++j) sum[j] = __builtin_fma(a[j], b, sum[j]);
-}
 
 /// first + second · t + … of any degree, each step fused.
 template <typename Doubles>
