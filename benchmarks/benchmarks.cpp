@@ -165,7 +165,8 @@ void AddEngines(Scene& scene) {
   Add("engines/centre of gravity, plain loop", [&scene] { MeasureBare(scene, plain); });
   for (const char* const name :
        {"centre-of-gravity", "centre-of-gravity:threshold=30", "windowed", "windowed:around=reference", "weighted",
-        "brightest", "quad-cell", "correlation", "gaussian-fit"}) {
+        "brightest", "quad-cell", "correlation", "gaussian-fit", "maximum-likelihood", "maximum-likelihood:shape=round",
+        "maximum-likelihood:shape=oval"}) {
     const std::shared_ptr<quen::workbench::Engine> engine = quen::workbench::MakeEngine(name);
     for (const Level level : kLevels) {
       if (!quen::common::simd::IsAvailable(level)) continue;
