@@ -79,9 +79,9 @@ QUEN_ALWAYS_INLINE void Cap(const Search& s, std::size_t x) {
     n.all = n.beside;
     Raise<W>(n.all, n.pixel);
   };
-  Neighbours above;
-  Neighbours here;
-  Neighbours below;
+  Neighbours above{};
+  Neighbours here{};
+  Neighbours below{};
   read(0, above);
   read(1, here);
   for (std::size_t y = 1; y + 1 < s.patch.height; ++y) {

@@ -145,9 +145,10 @@ QUEN_ALWAYS_INLINE void SumColumns(const Patch& patch, const SpotModel& model, d
   V wrg_sums[S + 1] = {};
   const double* light_at = patch.light.data() + rows.first * patch.stride + x;
   const double* response_at = patch.response.data() + rows.first * patch.stride + x;
-  double y = static_cast<double>(rows.first);
-  for (std::size_t row = 0; row < rows.end - rows.first; ++row, y += 1.0) {
+  auto y = static_cast<double>(rows.first);
+  for (std::size_t row = 0; row < rows.end - rows.first; ++row) {
     const double v = y - model.centre.y;
+    y += 1.0;
     V g;
     if constexpr (kOval) {
       Exponential<W>(exponent_of_u + v * (slope_of_u - 0.5 * model.p.yy * v), g);
@@ -281,8 +282,9 @@ QUEN_ALWAYS_INLINE void SumEqually(const Patch& patch, const SpotModel& model, S
     V rg_sums[S + 1] = {};
     const double* light_at = patch.light.data() + x;
     double y = 0.0;
-    for (std::size_t row = 0; row < rows.end; ++row, y += 1.0) {
+    for (std::size_t row = 0; row < rows.end; ++row) {
       const double v = y - model.centre.y;
+      y += 1.0;
       V light;
       Load(light, light_at + row * patch.stride);
       const V r = light - model.background;
