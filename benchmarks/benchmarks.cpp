@@ -20,6 +20,7 @@
 #include "workbench/engines/engines.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/camera.hpp"
 
 // Names are GROUP/ROW; scripts/bench prints each row's time and its ratio to the first row of its group.
 
@@ -41,7 +42,7 @@ struct Scene {
     quen::common::random::FillUniform(random, -2.0, 2.0, dy);
   }
 
-  quen::shssim::ShsSimulator simulator;
+  quen::workbench::Camera simulator;
   std::vector<double> dx = std::vector<double>(1089);
   std::vector<double> dy = std::vector<double>(1089);
   std::vector<double> values = std::vector<double>(685440);
@@ -164,7 +165,8 @@ void AddEngines(Scene& scene) {
   Add("engines/centre of gravity, plain loop", [&scene] { MeasureBare(scene, plain); });
   for (const char* const name :
        {"centre-of-gravity", "centre-of-gravity:threshold=30", "windowed", "windowed:around=reference", "weighted",
-        "brightest", "quad-cell", "correlation", "gaussian-fit"}) {
+        "brightest", "quad-cell", "correlation", "gaussian-fit", "maximum-likelihood", "maximum-likelihood:shape=round",
+        "maximum-likelihood:shape=oval"}) {
     const std::shared_ptr<quen::workbench::Engine> engine = quen::workbench::MakeEngine(name);
     for (const Level level : kLevels) {
       if (!quen::common::simd::IsAvailable(level)) continue;

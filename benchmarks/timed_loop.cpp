@@ -19,8 +19,8 @@ double Seconds(Action action) {
 
 }  // namespace
 
-TimedLoop::TimedLoop(quen::shssim::ShsSimulator& simulator, const std::string& engine)
-    : simulator_(simulator),
+TimedLoop::TimedLoop(quen::workbench::Camera& camera, const std::string& engine)
+    : camera_(camera),
       disturbance_(quen::workbench::TurbulentSeries(kFrames, quen::workbench::ZernikeBasis().variances,
                                                     /*d_over_r0=*/20.0, /*seed=*/1)) {
   options_.engine = engine;
@@ -28,7 +28,7 @@ TimedLoop::TimedLoop(quen::shssim::ShsSimulator& simulator, const std::string& e
 
 std::array<double, TimedLoop::kParts.size()> TimedLoop::Iterate() {
   if (!loop_ || frame_ == kFrames) {
-    loop_.emplace(simulator_, std::size_t{kFrames}, options_);
+    loop_.emplace(camera_, std::size_t{kFrames}, options_);
     frame_ = 0;
   }
   std::array<double, kParts.size()> seconds{};

@@ -16,13 +16,13 @@ class TimedLoop {
   static constexpr std::array<const char*, 6> kParts = {
       "an iteration", "disturbance to displacements", "frame", "centroids", "control matrix", "bookkeeping"};
 
-  TimedLoop(quen::shssim::ShsSimulator& simulator, const std::string& engine);
+  TimedLoop(quen::workbench::Camera& camera, const std::string& engine);
 
   /// One iteration, and how long its parts take, in seconds.
   std::array<double, kParts.size()> Iterate();
 
  private:
-  quen::shssim::ShsSimulator& simulator_;
+  quen::workbench::Camera& camera_;
   quen::workbench::LoopOptions options_;
   quen::workbench::Series disturbance_;
   Eigen::Index frame_ = 0;

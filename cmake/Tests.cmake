@@ -50,9 +50,11 @@ quen_add_test(
           shssim/test/compute_frame_test.cpp
           shssim/test/compute_slopes_test.cpp
           shssim/test/render_frame_test.cpp
+          shssim/test/spot_exponential_test.cpp
           shssim/test/spot_test.cpp
           testing/allocations.cpp
   LIBRARIES quen_shssim_static)
+target_compile_options(unit_test PRIVATE -ffp-contract=off) # it has some of the kernel compiled anew
 quen_add_test(statistics_test LABEL statistics SOURCES shssim/test/noise_statistics_test.cpp
               LIBRARIES quen_shssim_static)
 quen_add_test(soak_test LABEL soak SOURCES shssim/test/soak_test.cpp LIBRARIES quen_shssim_static)

@@ -1,12 +1,11 @@
 #pragma once
 
-#include <immintrin.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
 
+#include "common/simd/fused.hpp"
 #include "common/simd/level.hpp"
 
 /// @file
@@ -89,13 +88,13 @@ struct Avx2Block {
     low *= other.low;
     high *= other.high;
   }
-  QUEN_TARGET_AVX2 void AddProduct(const Avx2Block& other, double factor) {
-    low = _mm256_fmadd_pd(other.low, _mm256_set1_pd(factor), low);
-    high = _mm256_fmadd_pd(other.high, _mm256_set1_pd(factor), high);
+  QUEN_ALWAYS_INLINE void AddProduct(const Avx2Block& other, double factor) {
+    common::simd::AddProduct(low, other.low, factor);
+    common::simd::AddProduct(high, other.high, factor);
   }
-  QUEN_TARGET_AVX2 void AddProduct(const Avx2Block& other, const Avx2Block& factors) {
-    low = _mm256_fmadd_pd(other.low, factors.low, low);
-    high = _mm256_fmadd_pd(other.high, factors.high, high);
+  QUEN_ALWAYS_INLINE void AddProduct(const Avx2Block& other, const Avx2Block& factors) {
+    common::simd::AddProduct(low, other.low, factors.low);
+    common::simd::AddProduct(high, other.high, factors.high);
   }
   [[nodiscard]] QUEN_ALWAYS_INLINE double Total() const {
     const Half sum = low + high;
@@ -124,11 +123,11 @@ struct Avx512Block {
   QUEN_ALWAYS_INLINE void Store(double* values) const { std::memcpy(values, &all, sizeof(all)); }
   QUEN_ALWAYS_INLINE void Add(const Avx512Block& other) { all += other.all; }
   QUEN_ALWAYS_INLINE void Multiply(const Avx512Block& other) { all *= other.all; }
-  QUEN_TARGET_AVX512 void AddProduct(const Avx512Block& other, double factor) {
-    all = _mm512_fmadd_pd(other.all, _mm512_set1_pd(factor), all);
+  QUEN_ALWAYS_INLINE void AddProduct(const Avx512Block& other, double factor) {
+    common::simd::AddProduct(all, other.all, factor);
   }
-  QUEN_TARGET_AVX512 void AddProduct(const Avx512Block& other, const Avx512Block& factors) {
-    all = _mm512_fmadd_pd(other.all, factors.all, all);
+  QUEN_ALWAYS_INLINE void AddProduct(const Avx512Block& other, const Avx512Block& factors) {
+    common::simd::AddProduct(all, other.all, factors.all);
   }
   [[nodiscard]] QUEN_ALWAYS_INLINE double Total() const {
     return ((all[0] + all[4]) + (all[1] + all[5])) + ((all[2] + all[6]) + (all[3] + all[7]));

@@ -79,14 +79,15 @@ class MaximumLikelihoodFit::Fit {
 
   /// What is expected of the region after the last step; nothing where the fit fails.
   std::optional<SpotModel> Measure(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
-    constexpr std::size_t kFewest = 3;     // columns or rows
-    constexpr double kEqualWeights = 1.0;  // as are those of any noise where no spot is expected yet
+    constexpr std::size_t kFewest = 3;  // columns or rows
     reader_.Read(frame, roi, patch_);
     if (std::min(patch_.width, patch_.height) < kFewest) return std::nullopt;
     SpotModel model = Start();
-    if (!TakeStep(kEqualWeights, model)) return std::nullopt;
+    const common::simd::Level level = common::simd::Best();
+    const Extent& extent = terms_.SumsNeeded();
+    if (!TakeStep(SumBeforeTheSpot(level, patch_, model, extent), model)) return std::nullopt;
     for (int step = 1; step < config_.steps; ++step) {
-      const std::optional<Step> taken = TakeStep(noise_, model);
+      const std::optional<Step> taken = TakeStep(SumSpotMoments(level, patch_, model, noise_, extent), model);
       if (!taken) return std::nullopt;
       if (!(taken->length <= config_.tolerance)) continue;
       if (model.height < config_.significance * taken->height_error) return std::nullopt;
@@ -113,10 +114,9 @@ class MaximumLikelihoodFit::Fit {
   }
 
   /// @return  nothing where the pixels do not tell what step to take, and where it ends at what is no spot
-  std::optional<Step> TakeStep(double noise, SpotModel& model) const {
+  std::optional<Step> TakeStep(const SpotMoments& sums, SpotModel& model) const {
     constexpr double kMostOfShape = 0.5;  // of the eigenvalues of P
-    const std::optional<Coefficients> solution =
-        Solve(SumSpotMoments(common::simd::Best(), patch_, model, noise, terms_.SumsNeeded()), terms_);
+    const std::optional<Coefficients> solution = Solve(sums, terms_);
     if (!solution) return std::nullopt;
     const double* const c = solution->of.data();
     const double* const of_background = c + terms_.FirstOfBackground();

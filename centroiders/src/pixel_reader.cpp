@@ -100,11 +100,20 @@ PixelReader::PixelReader(const std::string& engine, PixelReading reading)
 void PixelReader::ReadRow(const Pixels& pixels, std::size_t y, std::size_t first, double* light,
                           double* response) const {
   const std::int16_t* row = pixels.Row(y);
-  const bool is_signed = reading_.sign == PixelSign::kSigned;
-  for (std::size_t x = 0; x < pixels.width; ++x) {
-    const double count = is_signed ? row[x] : static_cast<std::uint16_t>(row[x]);
-    light[x] = count - reading_.pedestal;
-    response[x] = count < ceiling_ ? 1.0 : 0.0;
+  const double pedestal = reading_.pedestal;  // for all the compiler knows, what is written might change the members
+  const double ceiling = ceiling_;
+  const auto read = [&](auto count_of) {
+    for (std::size_t x = 0; x < pixels.width; ++x) light[x] = count_of(row[x]) - pedestal;
+    if (!reading_.ceiling) {
+      std::fill(response, response + pixels.width, 1.0);
+      return;
+    }
+    for (std::size_t x = 0; x < pixels.width; ++x) response[x] = count_of(row[x]) < ceiling ? 1.0 : 0.0;
+  };
+  if (reading_.sign == PixelSign::kSigned) {
+    read([](std::int16_t pixel) { return static_cast<double>(pixel); });
+  } else {
+    read([](std::int16_t pixel) { return static_cast<double>(static_cast<std::uint16_t>(pixel)); });
   }
   if (!reading_.dark_map.empty()) {
     for (std::size_t x = 0; x < pixels.width; ++x) light[x] -= reading_.dark_map[first + x];
@@ -128,11 +137,15 @@ void PixelReader::Read(gsl::span<const std::uint16_t> frame, const image_process
     Expects(size == 0 || size == frame.size());
   }
   patch.Resize(pixels.width, pixels.height);
+  patch.counts_everywhere = reading_.flat_map.empty() && reading_.bad_pixels.empty();
   for (std::size_t y = 0; y < pixels.height; ++y) {
     const std::size_t first = roi.x_low + pixels.stride * (roi.y_low + y);
     double* light = patch.light.data() + y * patch.stride;
     double* response = patch.response.data() + y * patch.stride;
     ReadRow(pixels, y, first, light, response);
+    if (reading_.ceiling && std::find(response, response + pixels.width, 0.0) != response + pixels.width) {
+      patch.counts_everywhere = false;
+    }
     std::fill(light + pixels.width, light + patch.stride, 0.0);
     std::fill(response + pixels.width, response + patch.stride, 0.0);
   }

@@ -19,9 +19,10 @@ struct Patch {
 
   std::size_t width = 0;
   std::size_t height = 0;
-  std::size_t stride = 0;        ///< from row to row
-  std::vector<double> light;     ///< counts
-  std::vector<double> response;  ///< that of the flat map; 0 where the pixel does not count
+  std::size_t stride = 0;          ///< from row to row
+  std::vector<double> light;       ///< counts
+  std::vector<double> response;    ///< that of the flat map; 0 where the pixel does not count
+  bool counts_everywhere = false;  ///< every response is known to be 1
 };
 
 /// Reads regions as a PixelReading says.

@@ -49,6 +49,7 @@ std::optional<Coefficients> Solve(const SpotMoments& moments, const Terms& terms
   const std::size_t n = terms.Number();
   std::array<std::array<double, Terms::kMost>, Terms::kMost> l{};
   std::array<double, Terms::kMost> scale{};
+  std::array<double, Terms::kMost> inverse{};  // of L's diagonal
   Coefficients solution{};
   auto& z = solution.of;
   for (std::size_t i = 0; i < n; ++i) {
@@ -59,18 +60,19 @@ std::optional<Coefficients> Solve(const SpotMoments& moments, const Terms& terms
       double rest = scale[i] * scale[j] * Information(moments, terms[i], terms[j]);
       for (std::size_t k = 0; k < j; ++k) rest -= l[i][k] * l[j][k];
       if (i == j && !(rest > kSingular)) return std::nullopt;
-      l[i][j] = i == j ? std::sqrt(rest) : rest / l[j][j];
+      if (i == j) inverse[i] = 1.0 / std::sqrt(rest);
+      l[i][j] = rest * inverse[j];
     }
     z[i] = scale[i] * ScoreOf(moments, terms[i]);
     for (std::size_t k = 0; k < i; ++k) z[i] -= l[i][k] * z[k];
-    z[i] /= l[i][i];
+    z[i] *= inverse[i];
   }
   for (std::size_t i = n; i-- > 0;) {
     for (std::size_t k = i + 1; k < n; ++k) z[i] -= l[k][i] * z[k];
-    z[i] /= l[i][i];
+    z[i] *= inverse[i];
   }
   for (std::size_t i = 0; i < n; ++i) z[i] *= scale[i];
-  const double last = scale[n - 1] / l[n - 1][n - 1];
+  const double last = scale[n - 1] * inverse[n - 1];
   solution.height_variance = last * last;
   return solution;
 }

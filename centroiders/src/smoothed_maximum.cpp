@@ -55,91 +55,111 @@ struct Search {
   std::size_t side = 0;
   float* light = nullptr;
   float* capped = nullptr;
-  float* columns = nullptr;
+  float* sums = nullptr;
   float* most = nullptr;
   float* row = nullptr;
 };
 
-/// Pixels from x on in row y, no brighter than the brightest of their neighbours.
+/// Pixels of the columns from x on, no brighter than the brightest of their neighbours.
 template <std::size_t W>
-QUEN_ALWAYS_INLINE void Cap(const Search& s, std::size_t x, std::size_t y) {
-  const std::size_t stride = s.patch.stride;
-  const float* here = s.light + y * stride + x;
-  Floats<W> most;
-  Floats<W> pixel;
-  Load(most, here - 1);
-  for (const float* neighbour : {here + 1, here - stride - 1, here - stride, here - stride + 1, here + stride - 1,
-                                 here + stride, here + stride + 1}) {
-    Load(pixel, neighbour);
-    Raise<W>(most, pixel);
+QUEN_ALWAYS_INLINE void Cap(const Search& s, std::size_t x) {
+  /// What a row's pixels are to those above and below, and to each other.
+  struct Neighbours {
+    Floats<W> pixel;
+    Floats<W> beside;  ///< the brighter one of the two
+    Floats<W> all;     ///< the brightest one of the three
+  };
+  const auto read = [&](std::size_t y, Neighbours & n) __attribute__((always_inline)) {
+    const float* here = s.light + y * s.patch.stride + x;
+    Floats<W> right;
+    Load(n.beside, here - 1);
+    Load(n.pixel, here);
+    Load(right, here + 1);
+    Raise<W>(n.beside, right);
+    n.all = n.beside;
+    Raise<W>(n.all, n.pixel);
+  };
+  Neighbours above{};
+  Neighbours here{};
+  Neighbours below{};
+  read(0, above);
+  read(1, here);
+  for (std::size_t y = 1; y + 1 < s.patch.height; ++y) {
+    read(y + 1, below);
+    Floats<W> most = here.beside;
+    Raise<W>(most, above.all);
+    Raise<W>(most, below.all);
+    const Floats<W> capped = here.pixel < most ? here.pixel : most;
+    Store(capped, s.capped + y * s.patch.stride + x);
+    above = here;
+    here = below;
   }
-  Load(pixel, here);
-  pixel = pixel < most ? pixel : most;
-  Store(pixel, s.capped + y * stride + x);
 }
 
-/// Adds a row to the sums of the columns, with this sign.
+/// Sums of as many pixels as a square has columns, from each on.
 template <std::size_t W>
-QUEN_ALWAYS_INLINE void AddRow(const Search& s, std::size_t y, float sign) {
-  for (std::size_t x = 0; x < s.patch.stride; x += W) {
-    Floats<W> sum;
-    Floats<W> pixels;
-    Load(sum, s.columns + x);
-    Load(pixels, s.capped + y * s.patch.stride + x);
-    sum += sign * pixels;
-    Store(sum, s.columns + x);
-  }
-}
-
-/// Compares squares that begin in row y with those above.
-template <std::size_t W>
-QUEN_ALWAYS_INLINE void Compare(const Search& s, std::size_t y) {
-  for (std::size_t x = 0; x < s.patch.stride; x += W) {
-    Floats<W> square = {};
+QUEN_ALWAYS_INLINE void SumAlongRows(const Search& s) {
+  const std::size_t end = s.patch.stride * (s.patch.height - 1);
+  for (std::size_t pixel = s.patch.stride; pixel < end; pixel += W) {
+    Floats<W> sum = {};
     for (std::size_t k = 0; k < s.side; ++k) {
-      Floats<W> column;
-      Load(column, s.columns + x + k);
-      square += column;
+      Floats<W> pixels;
+      Load(pixels, s.capped + pixel + k);
+      sum += pixels;
     }
-    Floats<W> most;
-    Floats<W> row;
-    Load(most, s.most + x);
-    Load(row, s.row + x);
-    row = square > most ? Floats<W>{} + static_cast<float>(y) : row;
-    Raise<W>(most, square);
-    Store(most, s.most + x);
-    Store(row, s.row + x);
+    Store(sum, s.sums + pixel);
   }
 }
 
-/// The region's light, less a plane, in single precision.
+/// The largest of the squares that begin in a column, for those from x on.
+template <std::size_t W>
+QUEN_ALWAYS_INLINE void Compare(const Search& s, std::size_t x) {
+  const auto add = [&](std::size_t y, float sign, Floats<W>& square) __attribute__((always_inline)) {
+    Floats<W> sum;
+    Load(sum, s.sums + y * s.patch.stride + x);
+    square += sign * sum;
+  };
+  Floats<W> square = {};
+  for (std::size_t y = 1; y < s.side; ++y) add(y, 1.0F, square);
+  Floats<W> most = Floats<W>{} - std::numeric_limits<float>::infinity();
+  Floats<W> row = {};
+  Floats<W> here = {};
+  for (std::size_t y = 1; y + s.side < s.patch.height; ++y) {
+    here += 1.0F;
+    add(y + s.side - 1, 1.0F, square);
+    row = square > most ? here : row;
+    Raise<W>(most, square);
+    add(y, -1.0F, square);
+  }
+  Store(most, s.most + x);
+  Store(row, s.row + x);
+}
+
+/// The region's light, less a plane, in single precision; half as many at a time, for doubles take twice the room.
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void SubtractPlane(const Search& s) {
   Doubles<W> plane_of_x;
+  for (std::size_t lane = 0; lane < W; ++lane) plane_of_x[lane] = s.slopes.x * static_cast<double>(lane);
   for (std::size_t x = 0; x < s.patch.stride; x += W) {
-    for (std::size_t lane = 0; lane < W; ++lane) plane_of_x[lane] = s.slopes.x * static_cast<double>(x + lane);
-    for (std::size_t y = 0; y < s.patch.height; ++y) {
+    Doubles<W> plane = plane_of_x;
+    for (std::size_t k = x; k < s.patch.light.size(); k += s.patch.stride) {
       Doubles<W> light;
-      Load(light, s.patch.light.data() + x + s.patch.stride * y);
-      light -= plane_of_x + s.slopes.y * static_cast<double>(y);
+      Load(light, s.patch.light.data() + k);
+      light -= plane;
       const Floats<W> rounded = __builtin_convertvector(light, Floats<W>);
-      Store(rounded, s.light + x + s.patch.stride * y);
+      Store(rounded, s.light + k);
+      plane += s.slopes.y;
     }
+    plane_of_x += s.slopes.x * static_cast<double>(W);
   }
 }
 
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void FindSquares(const Search& s) {
-  SubtractPlane<W>(s);
-  for (std::size_t y = 1; y + 1 < s.patch.height; ++y) {
-    for (std::size_t x = 0; x < s.patch.stride; x += W) Cap<W>(s, x, y);
-  }
-  for (std::size_t y = 1; y < s.side; ++y) AddRow<W>(s, y, 1.0F);
-  for (std::size_t y = 1; y + s.side < s.patch.height; ++y) {
-    AddRow<W>(s, y + s.side - 1, 1.0F);
-    Compare<W>(s, y);
-    AddRow<W>(s, y, -1.0F);
-  }
+  SubtractPlane<W / 2>(s);
+  for (std::size_t x = 0; x < s.patch.stride; x += W) Cap<W>(s, x);
+  SumAlongRows<W>(s);
+  for (std::size_t x = 0; x < s.patch.stride; x += W) Compare<W>(s, x);
 }
 
 void FindPlain(const Search& search) { FindSquares<4>(search); }
@@ -150,7 +170,7 @@ QUEN_TARGET_AVX2 void FindAvx2(const Search& search) { FindSquares<8>(search); }
 SmoothedMaximum::SmoothedMaximum() {
   light_.reserve(Patch::kUsualPixels + 2 * kMargin);
   capped_.reserve(Patch::kUsualPixels);
-  columns_.reserve(Patch::kUsualPixels);  // a region has three rows at the least
+  sums_.reserve(Patch::kUsualPixels);
   most_.reserve(Patch::kUsualPixels);
   row_.reserve(Patch::kUsualPixels);
 }
@@ -159,12 +179,12 @@ Point SmoothedMaximum::Find(Level level, const Patch& patch, std::size_t side, b
   side = std::min(side, (std::min(patch.width, patch.height) - 3) / 2 * 2 + 1);
   light_.resize(patch.light.size() + 2 * kMargin);
   capped_.resize(patch.light.size());
-  columns_.assign(2 * patch.stride + kMargin, 0.0F);
-  most_.assign(patch.stride, -std::numeric_limits<float>::infinity());
-  row_.assign(patch.stride, 1.0F);
+  sums_.resize(patch.light.size());
+  most_.resize(patch.stride);
+  row_.resize(patch.stride);
   common::simd::Pick(level, FindPlain, FindAvx2,
                      FindAvx2)({patch, levelled ? SlopesOf(patch) : Slopes{}, side, light_.data() + kMargin,
-                                capped_.data(), columns_.data(), most_.data(), row_.data()});
+                                capped_.data(), sums_.data(), most_.data(), row_.data()});
   const auto first = most_.begin() + 1;
   const auto end = most_.begin() + static_cast<std::ptrdiff_t>(patch.width - side);
   const auto column = static_cast<std::size_t>(std::max_element(first, end) - most_.begin());

@@ -25,9 +25,9 @@ class SmoothedMaximum {
  private:
   std::vector<float> light_;
   std::vector<float> capped_;
-  std::vector<float> columns_;  ///< sums over the rows of a square
-  std::vector<float> most_;     ///< the largest square that begins in a column
-  std::vector<float> row_;      ///< and its first row
+  std::vector<float> sums_;  ///< of as many pixels as a square has columns
+  std::vector<float> most_;  ///< the largest square that begins in a column
+  std::vector<float> row_;   ///< and its first row
 };
 
 }  // namespace quen::centroiders

@@ -1,5 +1,7 @@
 #include "centroiders/src/spot_moments.hpp"
 
+#include <immintrin.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -31,26 +33,21 @@ QUEN_ALWAYS_INLINE void Exponential(const Doubles<W>& x, Doubles<W>& result) {
   constexpr double kLn2High = 0x1.62e42fefa0000p-1;
   constexpr double kLn2Low = 0x1.cf79abc9e3b3ap-40;
   constexpr double kLowest = -230.0;
-  constexpr double kInverseFactorials[] = {1.0 / 6227020800.0,
-                                           1.0 / 479001600.0,
-                                           1.0 / 39916800.0,
-                                           1.0 / 3628800.0,
-                                           1.0 / 362880.0,
-                                           1.0 / 40320.0,
-                                           1.0 / 5040.0,
-                                           1.0 / 720.0,
-                                           1.0 / 120.0,
-                                           1.0 / 24.0,
-                                           1.0 / 6.0,
-                                           1.0 / 2.0,
-                                           1.0,
-                                           1.0};
+  constexpr double kInverseFactorials[] = {1.0 / 2.0,       1.0 / 6.0,        1.0 / 24.0,        1.0 / 120.0,
+                                           1.0 / 720.0,     1.0 / 5040.0,     1.0 / 40320.0,     1.0 / 362880.0,
+                                           1.0 / 3628800.0, 1.0 / 39916800.0, 1.0 / 479001600.0, 1.0 / 6227020800.0};
   const Doubles<W> limited = x > kLowest ? x : Doubles<W>{} + kLowest;
   const Doubles<W> shifted = limited * 1.4426950408889634 + kRounding;
   const Doubles<W> n = shifted - kRounding;
   const Doubles<W> r = (limited - n * kLn2High) - n * kLn2Low;
-  Doubles<W> sum = {};
-  for (const double coefficient : kInverseFactorials) sum = sum * r + coefficient;
+  // from r² on pairs of terms, then pairs of those: a chain would wait for each of its links
+  Doubles<W> pairs[6];
+  for (std::size_t k = 0; k < 6; ++k) pairs[k] = kInverseFactorials[2 * k] + kInverseFactorials[2 * k + 1] * r;
+  const Doubles<W> r2 = r * r;
+  const Doubles<W> r4 = r2 * r2;
+  const Doubles<W> low = (pairs[0] + r2 * pairs[1]) + r4 * (pairs[2] + r2 * pairs[3]);
+  const Doubles<W> high = pairs[4] + r2 * pairs[5];
+  const Doubles<W> sum = 1.0 + (r + r2 * (low + (r4 * r4) * high));
   Words<W> bits;
   Words<W> exponent;
   std::memcpy(&bits, &sum, sizeof(bits));
@@ -62,7 +59,8 @@ QUEN_ALWAYS_INLINE void Exponential(const Doubles<W>& x, Doubles<W>& result) {
 /// Whole numbers from `first` on.
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void Count(std::size_t first, Doubles<W>& numbers) {
-  for (std::size_t lane = 0; lane < W; ++lane) numbers[lane] = static_cast<double>(first + lane);
+  for (std::size_t lane = 0; lane < W; ++lane) numbers[lane] = static_cast<double>(lane);
+  numbers += static_cast<double>(first);
 }
 
 /// At most kTile columns or rows, and the part of g that depends on them alone.
@@ -138,7 +136,7 @@ QUEN_ALWAYS_INLINE void SumColumns(const Patch& patch, const SpotModel& model, d
   Load(column_g, columns.g.data() + (x - columns.first));
   const V exponent_of_u = -0.5 * model.p.xx * (u * u);
   const V slope_of_u = -model.p.xy * u;
-  const V background_of_u = model.background + model.slope_x * u;
+  const V background_of_u = B == 1 ? model.background + model.slope_x * u : V{} + model.background;
 
   V w_sums[2 * B + 1] = {};
   V wg_sums[S + B + 1] = {};
@@ -147,8 +145,10 @@ QUEN_ALWAYS_INLINE void SumColumns(const Patch& patch, const SpotModel& model, d
   V wrg_sums[S + 1] = {};
   const double* light_at = patch.light.data() + rows.first * patch.stride + x;
   const double* response_at = patch.response.data() + rows.first * patch.stride + x;
+  auto y = static_cast<double>(rows.first);
   for (std::size_t row = 0; row < rows.end - rows.first; ++row) {
-    const double v = static_cast<double>(rows.first + row) - model.centre.y;
+    const double v = y - model.centre.y;
+    y += 1.0;
     V g;
     if constexpr (kOval) {
       Exponential<W>(exponent_of_u + v * (slope_of_u - 0.5 * model.p.yy * v), g);
@@ -159,7 +159,8 @@ QUEN_ALWAYS_INLINE void SumColumns(const Patch& patch, const SpotModel& model, d
     V w;
     Load(light, light_at + row * patch.stride);
     Load(w, response_at + row * patch.stride);
-    const V mu = (background_of_u + model.slope_y * v) + model.height * g;
+    V mu = background_of_u + model.height * g;
+    if constexpr (B == 1) mu = (background_of_u + model.slope_y * v) + model.height * g;
     w /= (mu > 0.0 ? mu : V{}) + noise;
     const V wr = w * (light - mu);
     const V wg = w * g;
@@ -206,8 +207,116 @@ QUEN_ALWAYS_INLINE void SumPatch(const Patch& patch, const SpotModel& model, dou
   Collapse(totals.wrg, moments.score[1]);
 }
 
+// --- Equal weights: sums over pixels of products of a function of u and one of v are products of sums
+
+/// Of one axis' elements, [n][j]: Σ gⁿ · d^j, over every eighth one.
+template <std::size_t S, std::size_t B>
+struct AxisTotals {
+  alignas(64) double of[3][2 * S + 1][kBlock] = {};
+
+  /// The highest power of d with gⁿ.
+  static constexpr std::size_t Degree(std::size_t n) { return n == 0 ? 2 * B : n == 1 ? S + B : 2 * S; }
+  [[nodiscard]] double Sum(std::size_t n, std::size_t j) const {
+    const double* t = of[n][j];
+    return ((t[0] + t[1]) + (t[2] + t[3])) + ((t[4] + t[5]) + (t[6] + t[7]));
+  }
+};
+
+/// 1 for each of the first `end` numbers, and 0.
+template <std::size_t W>
+QUEN_ALWAYS_INLINE void CountUpTo(std::size_t first, std::size_t end, Doubles<W>& counts) {
+  Count<W>(first, counts);
+  counts = counts < static_cast<double>(end) ? Doubles<W>{} + 1.0 : Doubles<W>{};
+}
+
+template <std::size_t S, std::size_t B, std::size_t W>
+QUEN_ALWAYS_INLINE void SumAxis(const Axis& axis, double centre, AxisTotals<S, B>& totals) {
+  for (std::size_t k = 0; k < axis.end; k += W) {
+    Doubles<W> d;
+    Count<W>(k, d);
+    d -= centre;
+    Doubles<W> g;
+    Load(g, axis.g.data() + k);
+    Doubles<W> function;
+    CountUpTo<W>(k, axis.end, function);
+    for (std::size_t n = 0; n < 3; ++n) {
+      Doubles<W> power = function;
+      for (std::size_t j = 0; j <= AxisTotals<S, B>::Degree(n); ++j) {
+        Doubles<W> total;
+        Load(total, totals.of[n][j] + k % kBlock);
+        total += power;
+        Store(total, totals.of[n][j] + k % kBlock);
+        power *= d;
+      }
+      function *= g;
+    }
+  }
+}
+
+template <std::size_t S, std::size_t B, std::size_t W>
+QUEN_ALWAYS_INLINE void SumEqually(const Patch& patch, const SpotModel& model, SpotMoments& moments) {
+  using V = Doubles<W>;
+  Axis columns;
+  Axis rows;
+  columns.first = rows.first = 0;
+  columns.end = patch.width;
+  rows.end = patch.height;
+  Fill<W>(model.centre.x, model.p.xx, columns);
+  Fill<W>(model.centre.y, model.p.yy, rows);
+  AxisTotals<S, B> of_columns;
+  AxisTotals<S, B> of_rows;
+  SumAxis<S, B, W>(columns, model.centre.x, of_columns);
+  SumAxis<S, B, W>(rows, model.centre.y, of_rows);
+  for (std::size_t n = 0; n < 3; ++n) {
+    const std::size_t degree = AxisTotals<S, B>::Degree(n);
+    for (std::size_t j = 0; j <= degree; ++j) {
+      const double of_u = of_columns.Sum(n, j);
+      for (std::size_t k = 0; j + k <= degree; ++k) moments.information[n][j][k] = of_u * of_rows.Sum(n, k);
+    }
+  }
+
+  Totals<B + 1> r_totals;
+  Totals<S + 1> rg_totals;
+  for (std::size_t x = 0; x < columns.end; x += W) {
+    V r_sums[B + 1] = {};
+    V rg_sums[S + 1] = {};
+    const double* light_at = patch.light.data() + x;
+    double y = 0.0;
+    for (std::size_t row = 0; row < rows.end; ++row) {
+      const double v = y - model.centre.y;
+      y += 1.0;
+      V light;
+      Load(light, light_at + row * patch.stride);
+      const V r = light - model.background;
+      const V rg = r * rows.g[row];
+      double power = 1.0;
+      for (std::size_t k = 0; k < S + 1; ++k) {
+        if (k < B + 1) r_sums[k] += r * power;
+        rg_sums[k] += rg * power;
+        power *= v;
+      }
+    }
+    V u;
+    Count<W>(x, u);
+    u -= model.centre.x;
+    V counts;
+    CountUpTo<W>(x, columns.end, counts);
+    V g;
+    Load(g, columns.g.data() + x);
+    g *= counts;
+    for (V& sum : r_sums) sum *= counts;
+    for (V& sum : rg_sums) sum *= g;
+    AddColumns<B + 1, W>(r_sums, u, x % kBlock, r_totals);
+    AddColumns<S + 1, W>(rg_sums, u, x % kBlock, rg_totals);
+  }
+  Collapse(r_totals, moments.score[0]);
+  Collapse(rg_totals, moments.score[1]);
+}
+
 // NOLINTEND(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
 
+/// Each zeroes the registers' upper halves by itself: g++ 12 forgets it on some ways through the larger ones,
+/// and all code without vectors that runs after them would be slow.
 template <std::size_t S, std::size_t B, bool kOval>
 struct Forms {
   static void SpotSumsPlain(const Patch& patch, const SpotModel& model, double noise, SpotMoments& moments) {
@@ -216,10 +325,28 @@ struct Forms {
   QUEN_TARGET_AVX2 static void SpotSumsAvx2(const Patch& patch, const SpotModel& model, double noise,
                                             SpotMoments& moments) {
     SumPatch<S, B, kOval, 4>(patch, model, noise, moments);
+    _mm256_zeroupper();
   }
   QUEN_TARGET_AVX512 static void SpotSumsAvx512(const Patch& patch, const SpotModel& model, double noise,
                                                 SpotMoments& moments) {
     SumPatch<S, B, kOval, 8>(patch, model, noise, moments);
+    _mm256_zeroupper();
+  }
+};
+
+/// As above.
+template <std::size_t S, std::size_t B>
+struct EqualForms {
+  static void EqualSumsPlain(const Patch& patch, const SpotModel& model, SpotMoments& moments) {
+    SumEqually<S, B, 2>(patch, model, moments);
+  }
+  QUEN_TARGET_AVX2 static void EqualSumsAvx2(const Patch& patch, const SpotModel& model, SpotMoments& moments) {
+    SumEqually<S, B, 4>(patch, model, moments);
+    _mm256_zeroupper();
+  }
+  QUEN_TARGET_AVX512 static void EqualSumsAvx512(const Patch& patch, const SpotModel& model, SpotMoments& moments) {
+    SumEqually<S, B, 8>(patch, model, moments);
+    _mm256_zeroupper();
   }
 };
 
@@ -231,6 +358,14 @@ SpotMoments SumForm(Level level, const Patch& patch, const SpotModel& model, dou
   return moments;
 }
 
+template <std::size_t S, std::size_t B>
+SpotMoments SumEqualForm(Level level, const Patch& patch, const SpotModel& model) {
+  using F = EqualForms<S, B>;
+  SpotMoments moments;
+  common::simd::Pick(level, F::EqualSumsPlain, F::EqualSumsAvx2, F::EqualSumsAvx512)(patch, model, moments);
+  return moments;
+}
+
 }  // namespace
 
 SpotMoments SumSpotMoments(Level level, const Patch& patch, const SpotModel& model, double noise,
@@ -239,6 +374,16 @@ SpotMoments SumSpotMoments(Level level, const Patch& patch, const SpotModel& mod
   if (extent.spot_degree == 1) return (slope ? SumForm<1, 1, false> : SumForm<1, 0, false>)(level, patch, model, noise);
   if (extent.is_oval) return (slope ? SumForm<2, 1, true> : SumForm<2, 0, true>)(level, patch, model, noise);
   return (slope ? SumForm<2, 1, false> : SumForm<2, 0, false>)(level, patch, model, noise);
+}
+
+SpotMoments SumBeforeTheSpot(Level level, const Patch& patch, const SpotModel& model, const Extent& extent) {
+  constexpr double kEqualWeights = 1.0;  // as are those of any noise
+  if (!patch.counts_everywhere || patch.width > kTile || patch.height > kTile) {
+    return SumSpotMoments(level, patch, model, kEqualWeights, {extent.spot_degree, extent.background_degree, false});
+  }
+  const bool slope = extent.background_degree == 1;
+  if (extent.spot_degree == 1) return (slope ? SumEqualForm<1, 1> : SumEqualForm<1, 0>)(level, patch, model);
+  return (slope ? SumEqualForm<2, 1> : SumEqualForm<2, 0>)(level, patch, model);
 }
 
 }  // namespace quen::centroiders

@@ -17,13 +17,16 @@ struct Precision {
   double yy;
 
   [[nodiscard]] double Determinant() const { return xx * yy - xy * xy; }
-  [[nodiscard]] double LeastEigenvalue() const { return 0.5 * (xx + yy) - std::hypot(0.5 * (xx - yy), xy); }
-  [[nodiscard]] double LargestEigenvalue() const { return 0.5 * (xx + yy) + std::hypot(0.5 * (xx - yy), xy); }
+  [[nodiscard]] double LeastEigenvalue() const { return 0.5 * (xx + yy) - HalfTheGap(); }
+  [[nodiscard]] double LargestEigenvalue() const { return 0.5 * (xx + yy) + HalfTheGap(); }
   [[nodiscard]] double LargestDeviation() const { return 1.0 / std::sqrt(LeastEigenvalue()); }
   /// The vector whose product with this matrix is b.
   [[nodiscard]] Point Solve(Point b) const {
     return {(yy * b.x - xy * b.y) / Determinant(), (xx * b.y - xy * b.x) / Determinant()};
   }
+
+ private:
+  [[nodiscard]] double HalfTheGap() const { return std::sqrt(0.25 * (xx - yy) * (xx - yy) + xy * xy); }
 };
 
 /// What a region's light is expected to be, in counts:
@@ -58,5 +61,10 @@ struct SpotMoments {
 /// The same bits at all levels.
 SpotMoments SumSpotMoments(common::simd::Level level, const Patch& patch, const SpotModel& model, double noise,
                            const Extent& extent);
+
+/// The sums of a step that begins without a spot, at a height of 0, at a round p and without slopes: all pixels have
+/// the same variance, whatever it is: the step is the same. The same bits at all levels.
+SpotMoments SumBeforeTheSpot(common::simd::Level level, const Patch& patch, const SpotModel& model,
+                             const Extent& extent);
 
 }  // namespace quen::centroiders

@@ -117,6 +117,20 @@ TEST_F(Reading, PixelsWithoutResponseAreBadWithoutAMapOfThose) {
   EXPECT_EQ(Response(2, 2), 1.0);
 }
 
+TEST_F(Reading, SaysWhereEveryPixelCounts) {
+  Read({});
+  EXPECT_TRUE(patch_.counts_everywhere);
+  Read({.ceiling = 101.0});
+  EXPECT_TRUE(patch_.counts_everywhere);
+  Count(4, 3) = 101;
+  Read({.ceiling = 101.0});
+  EXPECT_FALSE(patch_.counts_everywhere);
+  Read({.flat_map = std::vector<double>(frame_.size(), 1.5)});
+  EXPECT_FALSE(patch_.counts_everywhere);
+  Read({.bad_pixels = std::vector<std::uint8_t>(frame_.size(), 1)});
+  EXPECT_FALSE(patch_.counts_everywhere);
+}
+
 TEST_F(Reading, NothingCountsBeyondTheColumns) {
   PixelReader("Engine", {}).Read(frame_, Roi(0, kWide, 0, kHigh, kWide, kHigh, 3, 2), patch_);
   Read({});
@@ -183,7 +197,8 @@ std::vector<ModelAndExtent> ModelsOfAllForms(std::size_t width, std::size_t heig
 constexpr double kNoise = 7.0;
 
 /// The formula.
-double SumOf(const LightPatch& patch, const SpotModel& m, int n, std::size_t j, std::size_t k, bool of_residuals) {
+double SumOf(const LightPatch& patch, const SpotModel& m, double noise, int n, std::size_t j, std::size_t k,
+             bool of_residuals) {
   double sum = 0.0;
   for (std::size_t row = 0; row < patch.height; ++row) {
     for (std::size_t column = 0; column < patch.width; ++column) {
@@ -192,7 +207,7 @@ double SumOf(const LightPatch& patch, const SpotModel& m, int n, std::size_t j, 
       const double g = std::exp(-0.5 * (m.p.xx * u * u + 2.0 * m.p.xy * u * v + m.p.yy * v * v));
       const double mu = m.background + m.slope_x * u + m.slope_y * v + m.height * g;
       const std::size_t pixel = column + patch.stride * row;
-      const double w = patch.response[pixel] / (std::max(mu, 0.0) + kNoise);
+      const double w = patch.response[pixel] / (std::max(mu, 0.0) + noise);
       const double function = std::pow(g, n) * std::pow(u, j) * std::pow(v, k);
       sum += w * (of_residuals ? patch.light[pixel] - mu : 1.0) * function;
     }
@@ -200,37 +215,73 @@ double SumOf(const LightPatch& patch, const SpotModel& m, int n, std::size_t j, 
   return sum;
 }
 
-TEST_P(SumsOfTheFit, AreTheFormulas) {
+/// Of all the sums that are wanted.
+void ExpectTheFormulas(const SpotMoments& sums, const LightPatch& patch, const SpotModel& model, double noise,
+                       const Extent& extent) {
   constexpr double kRelative = 1e-10;  // of sums whose terms have both signs
+  const auto powers = [degrees = std::array{extent.background_degree, extent.spot_degree}](
+                          std::size_t a, std::size_t b) { return degrees.at(a) + degrees.at(b); };
+  const auto expect = [&](double found, int n, std::size_t j, std::size_t k, bool of_residuals) {
+    const double expected = SumOf(patch, model, noise, n, j, k, of_residuals);
+    const double terms = SumOf(patch, model, noise, n, 2 * ((j + 1) / 2), 2 * ((k + 1) / 2), false);
+    EXPECT_NEAR(found, expected, kRelative * (std::abs(expected) + 3000.0 * terms)) << n << ' ' << j << ' ' << k;
+  };
+  for (const auto& [n, degree] :
+       {std::pair(0U, powers(0, 0)), std::pair(1U, powers(0, 1)), std::pair(2U, powers(1, 1))}) {
+    for (std::size_t j = 0; j <= degree; ++j) {
+      for (std::size_t k = 0; j + k <= degree; ++k) {
+        expect(sums.information.at(n).at(j).at(k), static_cast<int>(n), j, k, false);
+      }
+    }
+  }
+  for (const auto& [n, degree] : {std::pair(0U, extent.background_degree), std::pair(1U, extent.spot_degree)}) {
+    for (std::size_t j = 0; j <= degree; ++j) {
+      for (std::size_t k = 0; j + k <= degree; ++k) {
+        expect(sums.score.at(n).at(j).at(k), static_cast<int>(n), j, k, true);
+      }
+    }
+  }
+}
+
+TEST_P(SumsOfTheFit, AreTheFormulas) {
   std::mt19937 random(2);
   for (const auto& [width, height] : {std::pair(24, 24), std::pair(3, 17), std::pair(70, 5), std::pair(9, 66)}) {
     const LightPatch patch = RandomPatch(static_cast<std::size_t>(width), static_cast<std::size_t>(height), random);
-    for (const ModelAndExtent& form : ModelsOfAllForms(patch.width, patch.height)) {
-      const SpotModel& model = form.model;
-      const Extent& extent = form.extent;
+    for (const auto& [model, extent] : ModelsOfAllForms(patch.width, patch.height)) {
       const SpotMoments sums = SumSpotMoments(GetParam(), patch, model, kNoise, extent);
-      const auto powers = [&, degrees = std::array{extent.background_degree, extent.spot_degree}](
-                              std::size_t a, std::size_t b) { return degrees.at(a) + degrees.at(b); };
-      const auto expect = [&](double found, int n, std::size_t j, std::size_t k, bool of_residuals) {
-        const double expected = SumOf(patch, model, n, j, k, of_residuals);
-        const double terms = SumOf(patch, model, n, 2 * ((j + 1) / 2), 2 * ((k + 1) / 2), false);
-        EXPECT_NEAR(found, expected, kRelative * (std::abs(expected) + 3000.0 * terms)) << n << ' ' << j << ' ' << k;
-      };
-      for (const auto& [n, degree] :
-           {std::pair(0U, powers(0, 0)), std::pair(1U, powers(0, 1)), std::pair(2U, powers(1, 1))}) {
-        for (std::size_t j = 0; j <= degree; ++j) {
-          for (std::size_t k = 0; j + k <= degree; ++k) {
-            expect(sums.information.at(n).at(j).at(k), static_cast<int>(n), j, k, false);
-          }
-        }
-      }
-      for (const auto& [n, degree] : {std::pair(0U, extent.background_degree), std::pair(1U, extent.spot_degree)}) {
-        for (std::size_t j = 0; j <= degree; ++j) {
-          for (std::size_t k = 0; j + k <= degree; ++k) {
-            expect(sums.score.at(n).at(j).at(k), static_cast<int>(n), j, k, true);
-          }
-        }
-      }
+      ExpectTheFormulas(sums, patch, model, kNoise, extent);
+    }
+  }
+}
+
+/// As before the first step.
+SpotModel WithoutASpot(SpotModel model, double background) {
+  model.p.xy = 0.0;
+  model.height = model.slope_x = model.slope_y = 0.0;
+  model.background = background;
+  return model;
+}
+
+TEST_P(SumsOfTheFit, BeforeTheSpotAreTheFormulas) {
+  constexpr double kEqualWeights = 1.0;
+  constexpr double kSome = 20.0;
+  std::mt19937 random(5);
+  for (const auto& [width, height] :
+       {std::pair(24, 24), std::pair(3, 17), std::pair(64, 7), std::pair(70, 5), std::pair(9, 66)}) {
+    LightPatch patch = RandomPatch(static_cast<std::size_t>(width), static_cast<std::size_t>(height), random);
+    for (const auto& [form, extent] : ModelsOfAllForms(patch.width, patch.height)) {
+      const SpotModel model = WithoutASpot(form, kSome);
+      ExpectTheFormulas(SumBeforeTheSpot(GetParam(), patch, model, extent), patch, model, kEqualWeights, extent);
+    }
+    for (std::size_t k = 0; k < patch.response.size(); ++k) {
+      patch.response[k] = k % patch.stride < patch.width ? 1.0 : 0.0;
+    }
+    patch.counts_everywhere = true;
+    const bool is_large = std::max(width, height) > 64;
+    for (const auto& [form, extent] : ModelsOfAllForms(patch.width, patch.height)) {
+      const SpotModel model = WithoutASpot(form, kSome);
+      ExpectTheFormulas(SumBeforeTheSpot(GetParam(), patch, model, extent), patch, model,
+                        is_large ? kEqualWeights : kEqualWeights - kSome, extent);  // of variance 1
     }
   }
 }
@@ -243,6 +294,15 @@ TEST_P(SumsOfTheFit, AreThePlainOnes) {
       for (const auto& [model, extent] : ModelsOfAllForms(width, height)) {
         const SpotMoments fast = SumSpotMoments(GetParam(), patch, model, kNoise, extent);
         const SpotMoments plain = SumSpotMoments(Level::kPlain, patch, model, kNoise, extent);
+        EXPECT_EQ(fast.information, plain.information) << width << " x " << height;
+        EXPECT_EQ(fast.score, plain.score) << width << " x " << height;
+      }
+      LightPatch full = patch;
+      full.counts_everywhere = true;
+      for (const auto& [form, extent] : ModelsOfAllForms(width, height)) {
+        const SpotModel model = WithoutASpot(form, 20.0);
+        const SpotMoments fast = SumBeforeTheSpot(GetParam(), full, model, extent);
+        const SpotMoments plain = SumBeforeTheSpot(Level::kPlain, full, model, extent);
         EXPECT_EQ(fast.information, plain.information) << width << " x " << height;
         EXPECT_EQ(fast.score, plain.score) << width << " x " << height;
       }

@@ -8,9 +8,11 @@
 #include <cmath>
 
 #include "basesim/base_simulator.hpp"
+#include "common/simd/fused.hpp"
 #include "common/simd/mask.hpp"
 #include "common/simd/vector_memory.hpp"
 #include "shssim/spot.hpp"
+#include "shssim/src/spot_exponential.hpp"
 
 // Why the bits are those of the formula.
 //
@@ -21,8 +23,8 @@
 // Dividing by 8 is exact, and done at once: from here on p, q and s are the formula's divided by 8.
 //
 // (1) p and q belong to a column and a row. Each is rounded to a multiple of 2⁻⁴³, p' and q'. The exponentials
-//     P = e^(−p') and Q = e^(−q') are computed as a sum high + low of two doubles, to better than 2⁻⁶³·⁵ (see
-//     FillAxis).
+//     P = e^(−p') and Q = e^(−q') are computed as a sum high + low of two doubles, to better than kAxisError, 2⁻⁶³·⁵
+//     (see FillAxis).
 // (2) p' + q' is exact, being below 2¹⁰, and so is its difference from the formula's sum, d = (p' + q') − s, save for
 //     2⁻⁹⁵ where s is tiny. Hence the exact value of what std::exp computes is
 //
@@ -30,7 +32,7 @@
 //
 // (3) That product is evaluated with fused multiply-adds, one of which gives the rounding error of high · high exactly.
 //     The result is a sum g + l, g the double nearest to it. Nearly all its error is that of (1), twice: it is within
-//     2⁻⁶² of E, or 2⁻⁹ of a unit, which is the gap between the two doubles on either side of E.
+//     kPixelError of E, 2⁻⁶², or 2⁻⁹ of a unit, which is the gap between the two doubles on either side of E.
 // (4) std::exp errs by less than kExpErrorBound = 0.512 units; a test holds the machine's library to a little less,
 //     which makes up for the error in (3). Where E is closer to g than 0.488 units, every other double is farther from
 //     it than 0.512: std::exp returns g. Elsewhere it returns g or the double on the other side of E. The sum
@@ -51,47 +53,14 @@ namespace quen::shssim {
 namespace {
 
 using basesim::kFrameWidth;
+using common::simd::AddProduct;
 using common::simd::Level;
 using common::simd::Load;
 using common::simd::Store;
 
 static_assert(kSpotExponent == -1.0 / 8 && kSpotPeak == 0x1p12);  // as said above
 
-constexpr std::size_t kMaxSide = 64;
-constexpr double kFarthest = 48.0;
 constexpr double kLargestSpan = 0x1p31;  // of the noise: every value then fits into 32 bits
-constexpr double kSureness = 1.0 / (2.0 * (1.0 - kExpErrorBound));
-
-/// Vectors of W elements.
-template <std::size_t W>
-struct Vectors {
-  using Doubles __attribute__((vector_size(8 * W))) = double;
-  using Truncated __attribute__((vector_size(4 * W))) = std::int32_t;
-  using Pixels __attribute__((vector_size(2 * W))) = std::uint16_t;
-};
-
-/// sum + a · b with one rounding.
-template <typename Doubles>
-QUEN_ALWAYS_INLINE void AddProduct(Doubles& sum, const Doubles& a, const Doubles& b) {
-  for (std::size_t j = 0; j < sizeof(sum) / sizeof(double); ++j) sum[j] = __builtin_fma(a[j], b[j], sum[j]);
-}
-template <typename Doubles>
-QUEN_ALWAYS_INLINE void AddProduct(Doubles& sum, const Doubles& a, double b) {
-  for (std::size_t j = 0; j < sizeof(sum) / sizeof(double); ++j) sum[j] = __builtin_fma(a[j], b, sum[j]);
-}
-
-/// first + second · t + … of any degree, each step fused.
-template <typename Doubles>
-QUEN_ALWAYS_INLINE void Polynomial(Doubles& result, const Doubles& /*t*/, double last) {
-  result = Doubles{} + last;
-}
-template <typename Doubles, typename... Others>
-QUEN_ALWAYS_INLINE void Polynomial(Doubles& result, const Doubles& t, double first, Others... others) {
-  Doubles rest;
-  Polynomial(rest, t, others...);
-  result = Doubles{} + first;
-  AddProduct(result, rest, t);
-}
 
 /// A bit for each element in which a and b differ.
 QUEN_TARGET_AVX2 inline std::uint64_t Differing(const Vectors<4>::Doubles& a, const Vectors<4>::Doubles& b) {
@@ -104,130 +73,9 @@ QUEN_TARGET_AVX512 inline std::uint64_t Differing(const Vectors<8>::Doubles& a, 
 // Plain arrays: loops over checked ones would not be vectorised. Scratch memory is written before it is read.
 // NOLINTBEGIN(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
 
-// --- Columns and rows ----------------------------------------------------------------------------------------------
-//
-// e^(−p') is taken from a table of e^(−a²/8), a multiple of 1/64 pixel, the one nearest to the distance from the
-// centre, and corrected by e^t, t = a²/8 − p'. Neighbouring pixels are 64 steps apart: the table is laid out so that
-// their entries are neighbours, and a vector of them is one load.
-
-constexpr std::int64_t kSteps = 64;      // to a pixel
-constexpr std::int64_t kLeftmost = -49;  // whole pixels: a little farther than kFarthest
-constexpr std::size_t kReach = 112;      // on to the last element of a vector that begins at kFarthest
-
-/// e^(−a²/8) for a = kLeftmost + column + row / kSteps, as high + low.
-struct Table {
-  double high[kSteps][kReach];
-  double low[kSteps][kReach];
-};
-
-struct TwoDoubles {
-  double high;
-  double low;
-};
-
-TwoDoubles Product(const TwoDoubles& a, const TwoDoubles& b) {
-  const double product = a.high * b.high;
-  const double rest = std::fma(a.high, b.high, -product) + (a.high * b.low + a.low * b.high);
-  const double high = product + rest;
-  return {high, rest - (high - product)};
-}
-
-/// By repeated multiplication: with n = 64 a, e^(−(n+1)²/2¹⁵) = e^(−n²/2¹⁵) · e^(−(2n+1)/2¹⁵). Errors add up to less
-/// than 2⁻⁷⁵.
-Table MakeTable() {
-  Table table{};
-  TwoDoubles value = {1.0, 0.0};
-  TwoDoubles factor = {0x1.fffc0003fffd5p-1, 0x1.55aaaa888893fp-55};            // e^(−1/2¹⁵)
-  constexpr TwoDoubles kStep = {0x1.fff8000fffeabp-1, -0x1.50000444416c2p-55};  // e^(−2/2¹⁵)
-  constexpr std::int64_t kLast = (kLeftmost + static_cast<std::int64_t>(kReach)) * kSteps;
-  for (std::int64_t n = 0; n < kLast; ++n) {
-    for (const std::int64_t entry : {n, -n}) {
-      const std::int64_t column = (entry >> 6) - kLeftmost;
-      if (column < 0) continue;
-      table.high[entry & 63][column] = value.high;
-      table.low[entry & 63][column] = value.low;
-    }
-    value = Product(value, factor);
-    factor = Product(factor, kStep);
-  }
-  return table;
-}
-
-/// Of each column or row of a region: p, p', and e^(−p') as high + low.
-struct Axis {
-  alignas(64) double square[kMaxSide];
-  alignas(64) double coarse[kMaxSide];
-  alignas(64) double high[kMaxSide];
-  alignas(64) double low[kMaxSide];
-};
-
-/// Fills whole vectors: beyond the region's last column or row too.
-///
-/// The error of high + low: a is within 1/128 of the distance, so |t| < 48 · 2 / 128 / 8 + 2⁻¹⁶ < 0.0938. The powers of
-/// t from the third on add up to less than 2⁻¹²·⁷, with four roundings at the most: 2⁻⁶³·⁷. Whatever else is rounded or
-/// left out is kept in the lower double or below 2⁻⁶⁹.
-template <std::size_t W>
-QUEN_ALWAYS_INLINE void FillAxis(std::size_t first, std::size_t count, double centre, const Table& table, Axis& axis) {
-  using Doubles = typename Vectors<W>::Doubles;
-  constexpr double kToMultiple = 0x1p9;  // its last place is 2⁻⁴³, and stays so with a square added
-  const auto nearest = static_cast<std::int64_t>(std::floor(centre * kSteps + 0.5));
-  const std::int64_t n = static_cast<std::int64_t>(first) * kSteps - nearest;
-  const double* const entry = &table.high[n & 63][(n >> 6) - kLeftmost];
-  const double* const entry_low = &table.low[n & 63][(n >> 6) - kLeftmost];
-  Doubles steps;
-  for (std::size_t j = 0; j < W; ++j) steps[j] = static_cast<double>(j);
-
-  for (std::size_t block = 0; block < count; block += W) {
-    const Doubles distance = (steps + static_cast<double>(first + block)) - centre;
-    const Doubles square = -kSpotExponent * (distance * distance);
-    const Doubles coarse = (square + kToMultiple) - kToMultiple;
-    const Doubles a = steps + (static_cast<double>(n) / kSteps + static_cast<double>(block));
-    Doubles t = -coarse;
-    AddProduct(t, a, -kSpotExponent * a);  // exact
-
-    // e^t − 1 = m + m_low: t²/2 with its rounding error, then the powers from t³ on, then t
-    const Doubles half = 0.5 * t;
-    const Doubles square_half = t * half;
-    Doubles square_half_low = -square_half;
-    AddProduct(square_half_low, t, half);
-    Doubles powers;
-    Polynomial(powers, t, 2.0 / 6, 2.0 / 24, 2.0 / 120, 2.0 / 720, 2.0 / 5040, 2.0 / 40320, 2.0 / 362880, 2.0 / 3628800,
-               2.0 / 39916800);
-    const Doubles cube = t * square_half;
-    Doubles tail = square_half;
-    AddProduct(tail, cube, powers);
-    Doubles tail_low = square_half - tail;
-    AddProduct(tail_low, cube, powers);
-    const Doubles m = t + tail;
-    const Doubles m_low = (tail - (m - t)) + (tail_low + square_half_low);
-
-    // times the entry of the table
-    Doubles power;
-    Doubles power_low;
-    Load(power, entry + block);
-    Load(power_low, entry_low + block);
-    Doubles high = power;
-    AddProduct(high, power, m);
-    Doubles low = power - high;
-    AddProduct(low, power, m);
-    AddProduct(low, power, m_low);
-    low += power_low;
-    AddProduct(low, power_low, m);
-    Store(square, axis.square + block);
-    Store(coarse, axis.coarse + block);
-    Store(high, axis.high + block);
-    Store(low, axis.low + block);
-  }
-}
-
-// --- Pixels --------------------------------------------------------------------------------------------------------
-
 /// What a row of pixels is drawn from.
 struct Row {
-  double square;  // q
-  double coarse;  // q'
-  double high;    // Q
-  double low;
+  OnAxis at;
   const double* u;  // canonical values: the noise is u · span + least
   double span;
   double least;
@@ -239,28 +87,11 @@ template <std::size_t W, bool kWithNoise>
 QUEN_ALWAYS_INLINE std::uint64_t DrawVector(const Axis& columns, const Row& row, std::size_t first, double* values,
                                             std::uint16_t* pixels) {
   using Doubles = typename Vectors<W>::Doubles;
-  Doubles p;
-  Doubles coarse;
-  Doubles high;
-  Doubles low;
-  Load(p, columns.square + first);
-  Load(coarse, columns.coarse + first);
-  Load(high, columns.high + first);
-  Load(low, columns.low + first);
-
-  // P · Q · (1 + d) = g + l
-  const Doubles s = p + row.square;
-  const Doubles d = (coarse + row.coarse) - s;
-  const Doubles product = high * row.high;
-  Doubles rest = -product;
-  AddProduct(rest, high, row.high);
-  AddProduct(rest, high, row.low);
-  AddProduct(rest, low, row.high);
-  AddProduct(rest, product, d);
-  const Doubles g = product + rest;
-  const Doubles l = rest - (g - product);
-  Doubles candidate = g;
-  AddProduct(candidate, l, kSureness);
+  Doubles g;
+  Doubles l;
+  Multiply(columns, row.at, first, g, l);
+  Doubles other;
+  SetOther(g, l, other);
 
   Doubles value;
   std::uint64_t unsure = 0;
@@ -271,11 +102,11 @@ QUEN_ALWAYS_INLINE std::uint64_t DrawVector(const Axis& columns, const Row& row,
     value = noise;
     AddProduct(value, g, kSpotPeak);
     Doubles other_value = noise;
-    AddProduct(other_value, candidate, kSpotPeak);
+    AddProduct(other_value, other, kSpotPeak);
     unsure = Differing(value, other_value);
   } else {
     value = kSpotPeak * g;
-    unsure = Differing(g, candidate);
+    unsure = Differing(g, other);
   }
   const auto pixel = __builtin_convertvector(__builtin_convertvector(value, typename Vectors<W>::Truncated),
                                              typename Vectors<W>::Pixels);
@@ -341,8 +172,10 @@ QUEN_ALWAYS_INLINE void DrawRows(const Spot& spot, const Axis& columns, const Ax
     const auto offset = [&](std::size_t r) { return spot.x_low + kFrameWidth * (spot.y_low + r); };
     Unsure unsure;
     for (std::size_t r = begin; r < end; ++r) {
-      const Row row = {rows.square[r], rows.coarse[r], rows.high[r], rows.low[r], u + (r - begin) * spot.width,
-                       noise.Span(),   noise.Low()};
+      const Row row = {{rows.square[r], rows.coarse[r], rows.high[r], rows.low[r]},
+                       u + (r - begin) * spot.width,
+                       noise.Span(),
+                       noise.Low()};
       unsure.Add(r, DrawRow<W, kWithNoise>(columns, row, spot.width, values + offset(r), pixels + offset(r)));
     }
     for (const std::size_t position : unsure) {
