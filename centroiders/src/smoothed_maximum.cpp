@@ -138,7 +138,7 @@ QUEN_ALWAYS_INLINE void Compare(const Search& s, std::size_t x) {
 /// The region's light, less a plane, in single precision; half as many at a time, for doubles take twice the room.
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void SubtractPlane(const Search& s) {
-  Doubles<W> plane_of_x;
+  Doubles<W> plane_of_x = {};
   for (std::size_t lane = 0; lane < W; ++lane) plane_of_x[lane] = s.slopes.x * static_cast<double>(lane);
   for (std::size_t x = 0; x < s.patch.stride; x += W) {
     Doubles<W> plane = plane_of_x;

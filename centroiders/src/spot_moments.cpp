@@ -136,7 +136,8 @@ QUEN_ALWAYS_INLINE void SumColumns(const Patch& patch, const SpotModel& model, d
   Load(column_g, columns.g.data() + (x - columns.first));
   const V exponent_of_u = -0.5 * model.p.xx * (u * u);
   const V slope_of_u = -model.p.xy * u;
-  const V background_of_u = B == 1 ? model.background + model.slope_x * u : V{} + model.background;
+  V background_of_u = V{} + model.background;
+  if constexpr (B == 1) background_of_u += model.slope_x * u;
 
   V w_sums[2 * B + 1] = {};
   V wg_sums[S + B + 1] = {};

@@ -83,10 +83,12 @@ class SpotExponential : public ::testing::TestWithParam<Level> {
   }
 
   /// Around a random centre that is near all of them.
-  void Fill(Axis& axis) {
+  Axis RandomAxis() {
     constexpr double kLast = kFirst + kMaxSide - 1;
     const double centre = std::uniform_real_distribution(kLast - kFarthest, kFirst + kFarthest)(random_);
+    Axis axis{};
     (GetParam() == Level::kAvx512 ? FillAvx512 : FillAvx2)(kFirst, centre, *table_, axis);
+    return axis;
   }
 
   static void Row(const Axis& columns, const OnAxis& row, Pixels& pixels) {
@@ -103,9 +105,8 @@ INSTANTIATE_TEST_SUITE_P(Levels, SpotExponential, ::testing::Values(Level::kAvx2
 TEST_P(SpotExponential, OfAnAxisErrsByNoMoreThanIsClaimed) {
   constexpr int kCentres = 1000;
   double worst = 0.0;
-  Axis axis{};
   for (int centre = 0; centre < kCentres; ++centre) {
-    Fill(axis);
+    const Axis axis = RandomAxis();
     for (std::size_t k = 0; k < kMaxSide; ++k) {
       EXPECT_LE(std::abs(axis.square[k] - axis.coarse[k]), 0x1p-44);
       EXPECT_EQ(axis.coarse[k], std::nearbyint(axis.coarse[k] * 0x1p43) * 0x1p-43);
@@ -119,13 +120,11 @@ TEST_P(SpotExponential, OfAnAxisErrsByNoMoreThanIsClaimed) {
 TEST_P(SpotExponential, OfAPixelErrsByNoMoreThanIsClaimed) {
   constexpr int kRows = 3000;
   double worst = 0.0;
-  Axis columns{};
-  Axis rows{};
   Pixels pixels{};
   for (int row = 0; row < kRows; ++row) {
     const auto r = static_cast<std::size_t>(row) % kMaxSide;
-    Fill(columns);
-    Fill(rows);
+    const Axis columns = RandomAxis();
+    const Axis rows = RandomAxis();
     Row(columns, {rows.square[r], rows.coarse[r], rows.high[r], rows.low[r]}, pixels);
     for (std::size_t k = 0; k < kMaxSide; ++k) {
       const Pixel& pixel = pixels.at(k);
@@ -142,13 +141,11 @@ TEST_P(SpotExponential, WhatStdExpMayReturnAreTheCandidatesAndNoOther) {
   constexpr int kRows = 3000;
   constexpr double kOwnError = 1.0 / 512;  // of g + l, in units
   std::size_t candidates = 0;
-  Axis columns{};
-  Axis rows{};
   Pixels pixels{};
   for (int row = 0; row < kRows; ++row) {
     const auto r = static_cast<std::size_t>(row) % kMaxSide;
-    Fill(columns);
-    Fill(rows);
+    const Axis columns = RandomAxis();
+    const Axis rows = RandomAxis();
     Row(columns, {rows.square[r], rows.coarse[r], rows.high[r], rows.low[r]}, pixels);
     for (std::size_t k = 0; k < kMaxSide; ++k) {
       const Pixel& pixel = pixels.at(k);
