@@ -44,6 +44,7 @@ quen_add_test(
           common/random/test/random_test.cpp
           common/random/test/uniform_stream_test.cpp
           common/simd/test/level_test.cpp
+          common/statistics/test/quantile_test.cpp
           defs/test/camera_test.cpp
           pim/test/helper_test.cpp
           quen_image_processing/roi/test/roi_test.cpp
@@ -152,6 +153,7 @@ if(CMAKE_BUILD_TYPE STREQUAL Release)
   add_test(NAME VectorCode.OfTheCentroidersUsesItsLevelsRegisters
            COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_centroiders> SumAvx512:zmm SumAvx2:ymm
                    AroundAvx512:zmm AroundAvx2:ymm TileAvx2:ymm CountAboveAvx2:ymm SpotSumsAvx512:zmm SpotSumsAvx2:ymm
+                   EqualSumsAvx512:zmm EqualSumsAvx2:ymm
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   add_test(NAME VectorCode.OfTheDetectorUsesItsLevelsRegisters
            COMMAND testing/check_vector_code.sh $<TARGET_FILE:quen_detector>

@@ -11,9 +11,6 @@
 /// @file
 /// Eight pixels at a time, for the kernels above the plain level. Vectors go by reference: functions that are compiled
 /// for any processor must not take or return them.
-///
-/// AddProduct rounds once, not twice: a fused step, which every level above the plain one has. Functions with
-/// instructions of a level are inline without being forced to be, for only a caller of that level can take them in.
 
 namespace quen::centroiders {
 

@@ -42,8 +42,8 @@ Terms::Terms(SpotShape shape, SpotBackground background)
   Add({1, 0, 0});
 }
 
-/// By Cholesky's decomposition L · Lᵀ of the information, scaled so that its diagonal is one: what of a function's one
-/// is left, when those before it are taken out, tells whether it is one of its own.
+/// By Cholesky's decomposition L · Lᵀ of the information, scaled so that its diagonal is one: a pivot, which is what is
+/// left of that one, tells whether a function depends on those before it.
 std::optional<Coefficients> Solve(const SpotMoments& moments, const Terms& terms) {
   constexpr double kSingular = 1e-10;
   const std::size_t n = terms.Number();

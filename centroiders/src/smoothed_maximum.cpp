@@ -7,7 +7,7 @@
 #include "centroiders/src/lanes.hpp"
 #include "common/simd/vector_memory.hpp"
 
-// One source for all levels: four or eight columns at a time, whose sums are the same in whatever company they are.
+// One source for all levels: two, four or eight columns at a time, each of which is the same in whatever company it is.
 // Rows are padded to whole blocks; what is read and made beyond a row's end is in no square that counts.
 
 namespace quen::centroiders {
@@ -63,7 +63,7 @@ struct Search {
 /// Pixels of the columns from x on, no brighter than the brightest of their neighbours.
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void Cap(const Search& s, std::size_t x) {
-  /// What a row's pixels are to those above and below, and to each other.
+  /// A row's pixels, and what their neighbours need of them.
   struct Neighbours {
     Floats<W> pixel;
     Floats<W> beside;  ///< the brighter one of the two
@@ -138,10 +138,10 @@ QUEN_ALWAYS_INLINE void Compare(const Search& s, std::size_t x) {
 /// The region's light, less a plane, in single precision; half as many at a time, for doubles take twice the room.
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void SubtractPlane(const Search& s) {
-  Doubles<W> plane_of_x = {};
-  for (std::size_t lane = 0; lane < W; ++lane) plane_of_x[lane] = s.slopes.x * static_cast<double>(lane);
   for (std::size_t x = 0; x < s.patch.stride; x += W) {
-    Doubles<W> plane = plane_of_x;
+    Doubles<W> plane;
+    Count<W>(x, plane);
+    plane *= s.slopes.x;
     for (std::size_t k = x; k < s.patch.light.size(); k += s.patch.stride) {
       Doubles<W> light;
       Load(light, s.patch.light.data() + k);
@@ -150,7 +150,6 @@ QUEN_ALWAYS_INLINE void SubtractPlane(const Search& s) {
       Store(rounded, s.light + k);
       plane += s.slopes.y;
     }
-    plane_of_x += s.slopes.x * static_cast<double>(W);
   }
 }
 

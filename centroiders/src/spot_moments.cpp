@@ -26,7 +26,7 @@ using common::simd::Store;
 
 /// exp(max(x, −230)), x at most 1, with an error of less than 2·10⁻¹⁶ of it: 2ⁿ · exp(r), where n is the whole number
 /// nearest to x / ln 2, and exp(r), |r| ≤ ln 2 / 2, the sum of its series up to r¹³ / 13!. The least value, 10⁻¹⁰⁰, is
-/// still a number whose square is one.
+/// still a number whose square is one; the product of two, which a round spot's g may be, is one too, and its square 0.
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void Exponential(const Doubles<W>& x, Doubles<W>& result) {
   constexpr double kRounding = 0x1.8p52;  // pushes out the digits behind the point
@@ -40,7 +40,8 @@ QUEN_ALWAYS_INLINE void Exponential(const Doubles<W>& x, Doubles<W>& result) {
   const Doubles<W> shifted = limited * 1.4426950408889634 + kRounding;
   const Doubles<W> n = shifted - kRounding;
   const Doubles<W> r = (limited - n * kLn2High) - n * kLn2Low;
-  // from r² on pairs of terms, then pairs of those: a chain would wait for each of its links
+  // From r² on, terms are added in pairs, and then pairs of those: in Horner's chain each step waits for the one
+  // before.
   Doubles<W> pairs[6];
   for (std::size_t k = 0; k < 6; ++k) pairs[k] = kInverseFactorials[2 * k] + kInverseFactorials[2 * k + 1] * r;
   const Doubles<W> r2 = r * r;
@@ -54,13 +55,6 @@ QUEN_ALWAYS_INLINE void Exponential(const Doubles<W>& x, Doubles<W>& result) {
   std::memcpy(&exponent, &shifted, sizeof(exponent));
   bits += exponent << 52;
   std::memcpy(&result, &bits, sizeof(result));
-}
-
-/// Whole numbers from `first` on.
-template <std::size_t W>
-QUEN_ALWAYS_INLINE void Count(std::size_t first, Doubles<W>& numbers) {
-  for (std::size_t lane = 0; lane < W; ++lane) numbers[lane] = static_cast<double>(lane);
-  numbers += static_cast<double>(first);
 }
 
 /// At most kTile columns or rows, and the part of g that depends on them alone.
@@ -208,7 +202,14 @@ QUEN_ALWAYS_INLINE void SumPatch(const Patch& patch, const SpotModel& model, dou
   Collapse(totals.wrg, moments.score[1]);
 }
 
-// --- Equal weights: sums over pixels of products of a function of u and one of v are products of sums
+// --- Equal weights. Where p_xy is 0, g = g_x · g_y is a function of u times one of v, and so is each product of two
+// functions of the model:
+//
+//     Σ gⁿ · u^j · v^k  =  (Σ_x g_xⁿ · u^j) · (Σ_y g_yⁿ · v^k)
+//
+// The pixels are no such product. With r = l − b, their sums go down each column first:
+//
+//     Σ r · gⁿ · u^j · v^k  =  Σ_x g_xⁿ · u^j · (Σ_y r · g_yⁿ · v^k)
 
 /// Of one axis' elements, [n][j]: Σ gⁿ · d^j, over every eighth one.
 template <std::size_t S, std::size_t B>
@@ -316,8 +317,8 @@ QUEN_ALWAYS_INLINE void SumEqually(const Patch& patch, const SpotModel& model, S
 
 // NOLINTEND(cppcoreguidelines-avoid-c-arrays,cppcoreguidelines-pro-type-member-init)
 
-/// Each zeroes the registers' upper halves by itself: g++ 12 forgets it on some ways through the larger ones,
-/// and all code without vectors that runs after them would be slow.
+/// Each zeroes the registers' upper halves by itself: g++ 12 forgets it on some paths through the larger functions, and
+/// all code without vectors that runs after them would be slow.
 template <std::size_t S, std::size_t B, bool kOval>
 struct Forms {
   static void SpotSumsPlain(const Patch& patch, const SpotModel& model, double noise, SpotMoments& moments) {
@@ -335,7 +336,7 @@ struct Forms {
   }
 };
 
-/// As above.
+/// For equal weights; they zero the upper halves too.
 template <std::size_t S, std::size_t B>
 struct EqualForms {
   static void EqualSumsPlain(const Patch& patch, const SpotModel& model, SpotMoments& moments) {
@@ -378,9 +379,9 @@ SpotMoments SumSpotMoments(Level level, const Patch& patch, const SpotModel& mod
 }
 
 SpotMoments SumBeforeTheSpot(Level level, const Patch& patch, const SpotModel& model, const Extent& extent) {
-  constexpr double kEqualWeights = 1.0;  // as are those of any noise
+  constexpr double kAnyNoise = 1.0;  // the weights are equal with each
   if (!patch.counts_everywhere || patch.width > kTile || patch.height > kTile) {
-    return SumSpotMoments(level, patch, model, kEqualWeights, {extent.spot_degree, extent.background_degree, false});
+    return SumSpotMoments(level, patch, model, kAnyNoise, {extent.spot_degree, extent.background_degree, false});
   }
   const bool slope = extent.background_degree == 1;
   if (extent.spot_degree == 1) return (slope ? SumEqualForm<1, 1> : SumEqualForm<1, 0>)(level, patch, model);

@@ -62,8 +62,9 @@ struct SpotMoments {
 SpotMoments SumSpotMoments(common::simd::Level level, const Patch& patch, const SpotModel& model, double noise,
                            const Extent& extent);
 
-/// The sums of a step that begins without a spot, at a height of 0, at a round p and without slopes: all pixels have
-/// the same variance, whatever it is: the step is the same. The same bits at all levels.
+/// The sums of a first step, from a model without spot and slopes: height, b_x, b_y and p_xy are 0. All pixels have the
+/// same variance, so that the step does not depend on it, and the weights of these sums have a common factor that is
+/// left open: of what Solve() makes of them, variances mean nothing. The same bits at all levels.
 SpotMoments SumBeforeTheSpot(common::simd::Level level, const Patch& patch, const SpotModel& model,
                              const Extent& extent);
 

@@ -375,6 +375,28 @@ TEST_P(SumsOfTheFit, TheStartIsTheMiddleOfTheLargestSquare) {
   }
 }
 
+TEST_P(SumsOfTheFit, TheLevelledStartIsThePlainOne) {
+  std::mt19937 random(5);
+  SmoothedMaximum start;
+  for (const std::size_t width : {3U, 5U, 8U, 9U, 24U, 33U}) {
+    for (const std::size_t height : {3U, 4U, 24U, 70U}) {
+      for (const double scale : {1.0, 3.0, 7.0}) {
+        LightPatch ramp = RandomPatch(width, height, random);
+        for (std::size_t k = 0; k < ramp.light.size(); ++k) {
+          const std::size_t row = k / ramp.stride;
+          ramp.light[k] = (17.0 * static_cast<double>(k % ramp.stride) + 30.0 * static_cast<double>(row)) / scale;
+        }
+        for (const LightPatch& patch : {RandomPatch(width, height, random), ramp}) {
+          const quen::centroiders::Point fast = start.Find(GetParam(), patch, 5, true);
+          const quen::centroiders::Point plain = start.Find(Level::kPlain, patch, 5, true);
+          EXPECT_EQ(fast.x, plain.x) << width << " x " << height;
+          EXPECT_EQ(fast.y, plain.y) << width << " x " << height;
+        }
+      }
+    }
+  }
+}
+
 LightPatch PatchWithASpot(double x, double y) {
   LightPatch patch;
   patch.Resize(24, 24);
