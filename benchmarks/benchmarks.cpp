@@ -42,7 +42,7 @@ struct Scene {
     quen::common::random::FillUniform(random, -2.0, 2.0, dy);
   }
 
-  quen::workbench::Camera simulator;
+  quen::workbench::Camera camera;
   std::vector<double> dx = std::vector<double>(1089);
   std::vector<double> dy = std::vector<double>(1089);
   std::vector<double> values = std::vector<double>(685440);
@@ -51,12 +51,12 @@ struct Scene {
 };
 
 void Plain(Scene& scene, double noise) {
-  quen_benchmarks::PlainLoop(scene.simulator.Rois(), scene.dx, scene.dy, noise, scene.generator, scene.values,
+  quen_benchmarks::PlainLoop(scene.camera.Rois(), scene.dx, scene.dy, noise, scene.generator, scene.values,
                              scene.pixels);
 }
 
 void Rendered(Scene& scene, Level level, double noise) {
-  RenderFrame(level, scene.simulator.Rois(), scene.dx, scene.dy, noise, scene.generator, {scene.values, scene.pixels});
+  RenderFrame(level, scene.camera.Rois(), scene.dx, scene.dy, noise, scene.generator, {scene.values, scene.pixels});
 }
 
 /// Nothing is timed that does not give the plain loop's bits.
@@ -80,13 +80,13 @@ bool Verified() {
 /// The plain centre of gravity and the library's agree, in all sums exactly.
 bool EnginesVerified() {
   Scene scene;
-  scene.simulator.ComputeFrame(scene.dx, scene.dy, 10.0, std::nullopt);
+  scene.camera.ComputeFrame(scene.dx, scene.dy, 10.0, std::nullopt);
   quen_benchmarks::PlainCentreOfGravity plain;
   quen::centroiders::CentreOfGravity engine;
   constexpr double kRounding = 1e-12;  // of the plain loop's absolute coordinates
-  return std::ranges::all_of(scene.simulator.Rois(), [&](const quen::image_processing::Roi& roi) {
-    plain.Compute(scene.simulator.Frame(), roi);
-    engine.Compute(scene.simulator.Frame(), roi);
+  return std::ranges::all_of(scene.camera.Rois(), [&](const quen::image_processing::Roi& roi) {
+    plain.Compute(scene.camera.Frame(), roi);
+    engine.Compute(scene.camera.Frame(), roi);
     return plain.flux == engine.flux && std::abs(plain.x - engine.x) < kRounding &&
            std::abs(plain.y - engine.y) < kRounding;
   });
@@ -147,17 +147,17 @@ class AtLevel {
 void MeasureBare(const Scene& scene, quen::workbench::Engine& engine) {
   std::size_t used = 0;
   for (std::size_t i = 0; used < 607; ++i) {
-    if (scene.simulator.RoisUsed()[i] == 0) continue;
-    engine.Compute(scene.simulator.Frame(), scene.simulator.Rois()[i]);
+    if (scene.camera.RoisUsed()[i] == 0) continue;
+    engine.Compute(scene.camera.Frame(), scene.camera.Rois()[i]);
     ++used;
   }
 }
 
 void AddSlopes(Scene& scene) {
   static quen::centroiders::CentreOfGravity engine;
-  scene.simulator.ComputeFrame(scene.dx, scene.dy, 10.0, std::nullopt);
+  scene.camera.ComputeFrame(scene.dx, scene.dy, 10.0, std::nullopt);
   Add("slopes/bare calls of the engine", [&scene] { MeasureBare(scene, engine); });
-  Add("slopes/ComputeSlopes", [&scene] { scene.simulator.ComputeSlopes(engine, kSlopeLimit, std::nullopt); });
+  Add("slopes/ComputeSlopes", [&scene] { scene.camera.ComputeSlopes(engine, kSlopeLimit, std::nullopt); });
 }
 
 void AddEngines(Scene& scene) {
@@ -191,14 +191,14 @@ quen::detector::Detector MakeDetector() {
 /// All levels expose the same frame.
 bool DetectorVerified() {
   Scene scene;
-  scene.simulator.ComputeFrame(scene.dx, scene.dy, 0.0);
+  scene.camera.ComputeFrame(scene.dx, scene.dy, 0.0);
   const quen::detector::Detector detector = MakeDetector();
   Counts plain(scene.pixels.size());
   Counts fast(scene.pixels.size());
   for (const Level level : kLevels) {
     if (!quen::common::simd::IsAvailable(level)) continue;
     const AtLevel at_level(level);
-    detector.Expose(scene.simulator.FrameValues(), 1, level == Level::kPlain ? plain : fast);
+    detector.Expose(scene.camera.FrameValues(), 1, level == Level::kPlain ? plain : fast);
     if (level != Level::kPlain && plain != fast) return false;
   }
   return true;
@@ -206,8 +206,8 @@ bool DetectorVerified() {
 
 /// The same with the standard library's distributions, and at each level.
 void AddDetector(Scene& scene) {
-  scene.simulator.ComputeFrame(scene.dx, scene.dy, 0.0);
-  static const std::vector<double> values = scene.simulator.FrameValues();
+  scene.camera.ComputeFrame(scene.dx, scene.dy, 0.0);
+  static const std::vector<double> values = scene.camera.FrameValues();
   static const quen::detector::Detector detector = MakeDetector();
   const std::string group = "detector, photons and read noise/";
   Add(group + "the standard library's distributions", [&scene] {
@@ -256,16 +256,16 @@ void AddFiles(Scene& scene, const std::string& folder) {
   Add("files/load the calibration", [] { benchmark::DoNotOptimize(quen::shssim::ShsSimulator()); });
   Add("files/ComputeSlopes with its file", [&scene, path = folder + "/slopes.fits"] {
     std::filesystem::remove(path);
-    scene.simulator.ComputeSlopes(engine, kSlopeLimit, path);
+    scene.camera.ComputeSlopes(engine, kSlopeLimit, path);
   });
   Add("files/ComputeFrame with its file",
-      [&scene, path = folder + "/frame.fits"] { scene.simulator.ComputeFrame(scene.dx, scene.dy, 10.0, path); });
+      [&scene, path = folder + "/frame.fits"] { scene.camera.ComputeFrame(scene.dx, scene.dy, 10.0, path); });
 }
 
 void AddLoop(Scene& scene) {
   for (const char* const engine : {"centre-of-gravity", "weighted"}) {
     const std::string group = std::string("closed loop, ") + engine + "/";
-    const auto loop = std::make_shared<quen_benchmarks::TimedLoop>(scene.simulator, engine);
+    const auto loop = std::make_shared<quen_benchmarks::TimedLoop>(scene.camera, engine);
     for (std::size_t part = 0; part < quen_benchmarks::TimedLoop::kParts.size(); ++part) {
       benchmark::RegisterBenchmark((group + quen_benchmarks::TimedLoop::kParts.at(part)).c_str(),
                                    [loop, part](benchmark::State& state) {

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "centroiders/pixel_reading.hpp"
+#include "common/checks/limits.hpp"
 #include "defs/export.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
 
@@ -19,10 +20,14 @@ enum class BackgroundEstimate {
   kQuantile,      ///< a quantile of the light of all its pixels
 };
 
+struct LightLimits {
+  static constexpr common::Limits kQuantile = {0.0, 1.0};
+};
+
 struct LightConfig {
   PixelReading reading = {};
   BackgroundEstimate background = BackgroundEstimate::kNone;
-  double quantile = 0.25;  ///< for kQuantile: 0 is the dimmest pixel, 1 the brightest
+  double quantile = 0.25;  ///< for kQuantile, within LightLimits: 0 is the dimmest pixel, 1 the brightest
 };
 
 /// Puts a region's light in the place of its counts, and has another engine measure that:

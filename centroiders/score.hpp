@@ -4,6 +4,7 @@
 #include <functional>
 #include <vector>
 
+#include "common/checks/limits.hpp"
 #include "detector/detector.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
 #include "shssim/shs_simulator.hpp"
@@ -14,11 +15,18 @@
 
 namespace quen::centroiders {
 
+struct ScoreLimits {
+  static constexpr common::Limits kNoise = {0.0, 1e9};
+  static constexpr common::Limits kRange = {0.0, 100.0};
+  static constexpr common::Limits kFrames = {1.0, 1e9};
+};
+
+/// Numbers are within ScoreLimits.
 struct ScoreOptions {
-  double noise = 10.0;      ///< half-width of the pixel noise, units of pixel values, 0 to 10⁹
-  double range = 2.0;       ///< displacements are uniform in [−range, range] along either axis, pixels, 0 to 100
-  std::size_t frames = 20;  ///< at least 1
-  std::uint32_t seed = 1;   ///< of displacements and noise; equal options give equal scores, but for the time
+  double noise = 10.0;  ///< half-width of the pixel noise, units of pixel values
+  double range = 2.0;   ///< displacements are uniform in [−range, range] along either axis, pixels
+  std::size_t frames = 20;
+  std::uint32_t seed = 1;  ///< of displacements and noise; equal options give equal scores, but for the time
   std::function<void()> after_frame = {};  ///< called, if there is one, after each frame; may throw
 };
 

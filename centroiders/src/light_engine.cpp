@@ -37,7 +37,7 @@ class LightEngine::Light {
  public:
   explicit Light(const LightConfig& config)
       : reader_("LightEngine", config.reading), estimate_(config.background), quantile_(config.quantile) {
-    RequireWithin("LightEngine: quantile", quantile_, {0.0, 1.0});
+    RequireWithin("LightEngine: quantile", quantile_, LightLimits::kQuantile);
     sample_.reserve(Patch::kUsualPixels);
     pixels_.reserve(Patch::kUsualPixels);
   }

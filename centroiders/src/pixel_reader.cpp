@@ -13,7 +13,7 @@ namespace {
 
 void RequireMapWithin(const std::string& field, const std::vector<double>& map, const common::Limits& limits) {
   for (std::size_t k = 0; k < map.size(); ++k) {
-    if (map[k] >= limits.lowest && map[k] <= limits.highest) continue;
+    if (limits.Contain(map[k])) continue;
     RequireWithin(field + "[" + std::to_string(k) + "]", map[k], limits);
   }
 }

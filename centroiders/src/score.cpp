@@ -201,9 +201,9 @@ class ExposedFrames {
 };
 
 void CheckOptions(const ScoreOptions& options) {
-  RequireWithin("ScoreEngines: noise", options.noise, {0.0, 1e9});
-  RequireWithin("ScoreEngines: range", options.range, {0.0, 100.0});
-  RequireWithin("ScoreEngines: frames", static_cast<double>(options.frames), {1.0, 1e9});
+  RequireWithin("ScoreEngines: noise", options.noise, ScoreLimits::kNoise);
+  RequireWithin("ScoreEngines: range", options.range, ScoreLimits::kRange);
+  RequireWithin("ScoreEngines: frames", static_cast<double>(options.frames), ScoreLimits::kFrames);
 }
 
 template <typename Frames>

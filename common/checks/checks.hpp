@@ -27,11 +27,10 @@ inline std::string InDigits(double value) {
 /// @param field  "Class: field"
 /// @throws std::invalid_argument  a value that is not within the limits, NaN included
 inline void RequireWithin(const std::string& field, double value, const Limits& limits) {
-  const bool is_high_enough = limits.is_above ? value > limits.lowest : value >= limits.lowest;
-  if (is_high_enough && value <= limits.highest) return;
-  throw std::invalid_argument(field + " must be " + (limits.is_above ? "above " : "from ") + InDigits(limits.lowest) +
-                              (limits.is_above ? " and at most " : " to ") + InDigits(limits.highest) + ", found " +
-                              InDigits(value));
+  if (limits.Contain(value)) return;
+  throw std::invalid_argument(field + " must be " + (limits.excludes_lowest ? "above " : "from ") +
+                              InDigits(limits.lowest) + (limits.excludes_lowest ? " and at most " : " to ") +
+                              InDigits(limits.highest) + ", found " + InDigits(value));
 }
 
 }  // namespace quen::common

@@ -6,7 +6,12 @@ namespace quen::common {
 struct Limits {
   double lowest = 0.0;
   double highest = 0.0;
-  bool is_above = false;  ///< whether `lowest` itself is not among them
+  bool excludes_lowest = false;  ///< whether `lowest` itself is not among them
+
+  /// NaN is within no limits.
+  [[nodiscard]] constexpr bool Contain(double value) const {
+    return (excludes_lowest ? value > lowest : value >= lowest) && value <= highest;
+  }
 };
 
 }  // namespace quen::common

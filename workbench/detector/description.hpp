@@ -17,7 +17,7 @@
 ///     {
 ///       "electrons_per_unit": 0.01,  // mean photo-electrons for a frame value of 1
 ///       "read_noise": 3,             // electrons RMS
-///       "flat_map": "flat.fits"      // from this file's folder on; from the current one if this comes from a pipe
+///       "flat_map": "flat.fits"      // from this file's folder on; from the current one if this is a stream
 ///     }
 ///
 /// The seed is not among them: it belongs to a run.

@@ -83,7 +83,7 @@ class ControlLoop {
   std::unique_ptr<State> state_;
 };
 
-/// Mean residuals of a run, and the disturbance that the second one is of; rad RMS.
+/// Mean residuals of a run, and the disturbance over its second half; rad RMS.
 struct LoopSummary {
   double before;       ///< before the first correction acted
   double after;        ///< over the second half of the run

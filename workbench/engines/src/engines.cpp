@@ -285,7 +285,7 @@ std::string Listed(const Range& range) {
 
 std::string InWords(const Limits& limits) {
   using quen::common::InDigits;
-  return (limits.is_above ? "above " : "") + InDigits(limits.lowest) + " to " + InDigits(limits.highest);
+  return (limits.excludes_lowest ? "above " : "") + InDigits(limits.lowest) + " to " + InDigits(limits.highest);
 }
 
 std::string Described(const std::vector<Option>& options) {

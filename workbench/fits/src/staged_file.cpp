@@ -138,8 +138,7 @@ void StagedFile::BecomeLikeTarget(const struct stat& status) const {
   constexpr mode_t kPermissions = ACCESSPERMS;  // without what makes programs run as the owner or the group
   const bool is_others = status.st_uid != target_.owner || status.st_gid != target_.group;
   const bool is_given_away = is_others && fchown(file_.Number(), target_.owner, target_.group) == 0;
-  // Most users may not give files away: it is theirs then.
-  if (is_others && !is_given_away && errno != EPERM) RefuseToWrite(target_.name, errno);
+  // Most users may not give files away, and some file systems know no owners: it is theirs then.
   const mode_t mode = is_others && !is_given_away ? target_.mode & kPermissions : target_.mode;
   const bool has_mode = !is_others && (status.st_mode & ALLPERMS) == mode;
   if (!has_mode && fchmod(file_.Number(), mode) != 0) RefuseToWrite(target_.name, errno);
