@@ -91,8 +91,19 @@ class SpotExponential : public ::testing::TestWithParam<Level> {
     return axis;
   }
 
-  static void Row(const Axis& columns, const OnAxis& row, Pixels& pixels) {
-    (GetParam() == Level::kAvx512 ? RowAvx512 : RowAvx2)(columns, row, pixels);
+  /// Calls `act` with each pixel of some thousand rows, and its exact value.
+  template <typename Act>
+  void ForEachPixel(const Act& act) {
+    constexpr std::size_t kRows = 3000;
+    Pixels pixels{};
+    for (std::size_t row = 0; row < kRows; ++row) {
+      const std::size_t r = row % kMaxSide;
+      const Axis columns = RandomAxis();
+      const Axis rows = RandomAxis();
+      const OnAxis on_axis = {rows.square[r], rows.coarse[r], rows.high[r], rows.low[r]};
+      (GetParam() == Level::kAvx512 ? RowAvx512 : RowAvx2)(columns, on_axis, pixels);
+      for (std::size_t k = 0; k < kMaxSide; ++k) act(pixels.at(k), Exact(columns.square[k] + rows.square[r]));
+    }
   }
 
  private:
@@ -118,48 +129,28 @@ TEST_P(SpotExponential, OfAnAxisErrsByNoMoreThanIsClaimed) {
 }
 
 TEST_P(SpotExponential, OfAPixelErrsByNoMoreThanIsClaimed) {
-  constexpr int kRows = 3000;
   double worst = 0.0;
-  Pixels pixels{};
-  for (int row = 0; row < kRows; ++row) {
-    const auto r = static_cast<std::size_t>(row) % kMaxSide;
-    const Axis columns = RandomAxis();
-    const Axis rows = RandomAxis();
-    Row(columns, {rows.square[r], rows.coarse[r], rows.high[r], rows.low[r]}, pixels);
-    for (std::size_t k = 0; k < kMaxSide; ++k) {
-      const Pixel& pixel = pixels.at(k);
-      const Quad exact = Exact(columns.square[k] + rows.square[r]);
-      worst = std::max(worst, RelativeError(Wide(pixel.g) + Wide(pixel.l), exact));
-      EXPECT_EQ(pixel.g, pixel.g + pixel.l);
-    }
-  }
+  ForEachPixel([&](const Pixel& pixel, const Quad& exact) {
+    worst = std::max(worst, RelativeError(Wide(pixel.g) + Wide(pixel.l), exact));
+    EXPECT_EQ(pixel.g, pixel.g + pixel.l);
+  });
   RecordProperty("worst", std::to_string(worst / kPixelError));
   EXPECT_LT(worst, kPixelError);
 }
 
 TEST_P(SpotExponential, WhatStdExpMayReturnAreTheCandidatesAndNoOther) {
-  constexpr int kRows = 3000;
   constexpr double kOwnError = 1.0 / 512;  // of g + l, in units
   std::size_t candidates = 0;
-  Pixels pixels{};
-  for (int row = 0; row < kRows; ++row) {
-    const auto r = static_cast<std::size_t>(row) % kMaxSide;
-    const Axis columns = RandomAxis();
-    const Axis rows = RandomAxis();
-    Row(columns, {rows.square[r], rows.coarse[r], rows.high[r], rows.low[r]}, pixels);
-    for (std::size_t k = 0; k < kMaxSide; ++k) {
-      const Pixel& pixel = pixels.at(k);
-      const Quad exact = Exact(columns.square[k] + rows.square[r]);
-      const double neighbour = std::nextafter(pixel.g, exact > Wide(pixel.g) ? kInfinity : 0.0);
-      const double units = std::abs(static_cast<double>((Wide(neighbour) - exact) / Wide(neighbour - pixel.g)));
-      if (units < kExpErrorBound - kOwnError) {
-        EXPECT_EQ(pixel.other, neighbour) << units;
-        ++candidates;
-      } else if (units > kExpErrorBound + kOwnError) {
-        EXPECT_EQ(pixel.other, pixel.g) << units;
-      }
+  ForEachPixel([&](const Pixel& pixel, const Quad& exact) {
+    const double neighbour = std::nextafter(pixel.g, exact > Wide(pixel.g) ? kInfinity : 0.0);
+    const double units = std::abs(static_cast<double>((Wide(neighbour) - exact) / Wide(neighbour - pixel.g)));
+    if (units < kExpErrorBound - kOwnError) {
+      EXPECT_EQ(pixel.other, neighbour) << units;
+      ++candidates;
+    } else if (units > kExpErrorBound + kOwnError) {
+      EXPECT_EQ(pixel.other, pixel.g) << units;
     }
-  }
+  });
   EXPECT_GT(candidates, 100U);
 }
 
