@@ -98,13 +98,13 @@ QUEN_ALWAYS_INLINE void AddColumns(const Doubles<W>* sums, const Doubles<W>& u, 
   }
 }
 
+/// Of sums over every eighth column or row.
+double SumOfEight(const double* t) { return ((t[0] + t[1]) + (t[2] + t[3])) + ((t[4] + t[5]) + (t[6] + t[7])); }
+
 template <std::size_t P, typename Sums>
 void Collapse(const Totals<P>& totals, Sums& sums) {
   for (std::size_t j = 0; j < P; ++j) {
-    for (std::size_t k = 0; j + k < P; ++k) {
-      const double* t = totals.of[j][k];
-      sums[j][k] = ((t[0] + t[1]) + (t[2] + t[3])) + ((t[4] + t[5]) + (t[6] + t[7]));
-    }
+    for (std::size_t k = 0; j + k < P; ++k) sums[j][k] = SumOfEight(totals.of[j][k]);
   }
 }
 
@@ -218,10 +218,7 @@ struct AxisTotals {
 
   /// The highest power of d with gⁿ.
   static constexpr std::size_t Degree(std::size_t n) { return n == 0 ? 2 * B : n == 1 ? S + B : 2 * S; }
-  [[nodiscard]] double Sum(std::size_t n, std::size_t j) const {
-    const double* t = of[n][j];
-    return ((t[0] + t[1]) + (t[2] + t[3])) + ((t[4] + t[5]) + (t[6] + t[7]));
-  }
+  [[nodiscard]] double Sum(std::size_t n, std::size_t j) const { return SumOfEight(of[n][j]); }
 };
 
 /// 1 for each of the first `end` numbers, and 0.
