@@ -1,5 +1,9 @@
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -50,10 +54,30 @@ __attribute__((no_sanitize("address", "undefined"))) void ExpectWant() { std::se
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): its section can be written to.
 __attribute__((section(".preinit_array"), used)) void (*before_libraries)() = &ExpectWant;
 
+constexpr std::size_t kStack = 512UL * 1024UL;  // bytes: the deepest calls, of products of matrices, take 300 KB
+
+[[gnu::noinline]] void TouchStack() {
+  constexpr std::size_t kPage = 4096;
+  std::array<volatile char, kStack> room;  // NOLINT(cppcoreguidelines-pro-type-member-init): touched page by page
+  for (std::size_t end = room.size(); end > 0; end -= kPage) room[end - 1] = 0;
+}
+
+/// The stack grows as it is used, and a process that has no memory left for that ends without a word. So it is made as
+/// large as it will be while that can still be told, unless it was given a small one.
+void ClaimStack() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_STACK, &limit) != 0 || limit.rlim_cur < 2 * kStack) return;
+  void* const as_much = mmap(nullptr, kStack, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (as_much == MAP_FAILED) throw std::bad_alloc();
+  munmap(as_much, kStack);
+  TouchStack();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
+    ClaimStack();
     quen::workbench::OccupyStandardDescriptors();
     quen::workbench::NoteInterruptions();
     quen::tool::CommandLine line;

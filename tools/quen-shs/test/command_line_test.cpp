@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <numeric>
 #include <utility>
 
 #include "testing/environment.hpp"
@@ -323,6 +324,25 @@ TEST(CommandLine, LittleMemoryIsASentence) {
     }
   }
   EXPECT_GT(failed, 18U) << "the limits are too wide to show anything";
+}
+
+/// The heap may leave nothing for the stack to grow into.
+TEST(CommandLine, LastOfTheMemoryIsASentence) {
+  const TempDir folder;
+  ASSERT_EQ(QuenShs("calibrate " + (folder / "s")).exit_code, 0);
+  const auto check = [&](int kilobytes) {
+    return "ulimit -v " + std::to_string(kilobytes) + " && " + QUEN_SHS + " check " + (folder / "s");
+  };
+  int too_little = 40000;
+  int enough = 400000;
+  while (enough - too_little > 1) {
+    const int kilobytes = std::midpoint(too_little, enough);
+    (quen::testing::Run(check(kilobytes)).exit_code == 0 ? enough : too_little) = kilobytes;
+  }
+  constexpr int kStep = 37;
+  for (int kilobytes = too_little; kilobytes > enough - 60 * kStep; kilobytes -= kStep) {
+    ExpectSentenceOrSuccess(quen::testing::Run(check(kilobytes)), check(kilobytes));
+  }
 }
 
 TEST(CommandLine, FewDescriptorsAreASentence) {
