@@ -31,7 +31,7 @@ using quen::common::simd::kLevels;
 using quen::common::simd::Level;
 using quen::shssim::RenderFrame;
 
-constexpr std::size_t kPixels = 1089 * 24 * 24;
+constexpr std::size_t kPixels = std::size_t{1089} * 24 * 24;
 constexpr double kSlopeLimit = 12.0;
 
 /// The synthetic calibration's regions, random displacements within ±2 pixels, and both frames.
