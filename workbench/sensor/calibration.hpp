@@ -36,9 +36,6 @@ struct Calibration {
 /// the y displacement of the k-th used sub-aperture, row 607 + k its x displacement.
 Matrix ModesToSlopes(const std::vector<std::uint8_t>& used, const Basis& basis);
 
-/// The control matrix of a modes-to-slopes matrix, or the reverse.
-Matrix PseudoInverse(const Matrix& matrix);
-
 /// The calibration that follows from a geometry and a basis.
 /// @throws std::invalid_argument  the geometry is not one of a sensor: off the frame, or too little light
 Calibration MakeCalibration(const Geometry& geometry = {}, const Basis& basis = ZernikeBasis());

@@ -5,7 +5,8 @@
 #include "shssim/shs_simulator.hpp"
 
 /// @file
-/// A simulator's matrices and slopes for linear algebra, without a copy: good as long as the simulator is.
+/// A simulator's matrices and slopes for linear algebra, without a copy: good as long as the simulator is. And what
+/// takes matrices apart: Eigen's decompositions take the compiler so long that each is compiled once, here.
 
 namespace quen::workbench {
 
@@ -26,6 +27,19 @@ inline Eigen::Map<const Matrix> CmOf(const quen::shssim::ShsSimulator& simulator
 inline Eigen::Map<const Eigen::VectorXd> SlopesOf(const quen::shssim::ShsSimulator& simulator) {
   return {simulator.Slopes().data(), quen::basesim::kNumSlopes};
 }
+
+/// The control matrix of a modes-to-slopes matrix, or the reverse.
+Matrix PseudoInverse(const Matrix& matrix);
+
+/// Of a symmetric matrix.
+struct Eigensystem {
+  Eigen::VectorXd values;   ///< ascending
+  Eigen::MatrixXd vectors;  ///< columns, of length 1
+};
+Eigensystem EigensystemOf(const Eigen::MatrixXd& symmetric);
+
+/// Of any square matrix, in no order.
+Eigen::VectorXcd EigenvaluesOf(const Matrix& square);
 
 /// A vector over its length, whose square may be more than a number holds; zeros stay.
 template <typename Vector>

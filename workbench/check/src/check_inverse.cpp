@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "common/statistics/quantile.hpp"
-#include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/matrices.hpp"
 
 namespace quen::workbench {
 namespace {
@@ -95,7 +95,7 @@ struct Assignment {
 double ConditionNumber(const Matrix& m2s) {
   const Matrix scaled = m2s / m2s.cwiseAbs().maxCoeff();  // squares of what a file holds may be no numbers
   const Eigen::MatrixXd products = scaled.transpose() * scaled;
-  const Eigen::VectorXd squares = Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd>(products).eigenvalues();
+  const Eigen::VectorXd squares = EigensystemOf(products).values;
   constexpr double kRounding = 1e-15;
   const double most = squares(squares.size() - 1);
   return squares(0) > kRounding * most ? std::sqrt(most / squares(0)) : std::numeric_limits<double>::infinity();
@@ -244,7 +244,7 @@ void AddSizes(const Response& response, const Assignment& modes, double worst, d
 /// @return  their mean; none if they are not
 std::optional<double> FilteredShare(const Matrix& response) {
   constexpr double kSlack = 0.05;
-  const Eigen::VectorXcd values = Eigen::EigenSolver<Eigen::MatrixXd>(response, false).eigenvalues();
+  const Eigen::VectorXcd values = EigenvaluesOf(response);
   for (const auto& value : values) {
     if (std::abs(value.imag()) > kSlack || value.real() < -kSlack || value.real() > 1.0 + kSlack) return std::nullopt;
   }

@@ -146,7 +146,8 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Eigen::MatrixXd& y, c
   Eigen::Matrix2d scaled;  // by the blocks' own sizes
   const double both = b / (std::sqrt(y_square) * std::sqrt(x_square));
   scaled << a / y_square, both, both, c / x_square;
-  const Eigen::SelfAdjointEigenSolver<Eigen::Matrix2d> solver(scaled);
+  Eigen::SelfAdjointEigenSolver<Eigen::Matrix2d> solver;
+  solver.computeDirect(scaled);  // by formula: the steps for larger ones take the compiler ten seconds
   const Eigen::Vector2d best = solver.eigenvectors().col(1);
   if (best(0) == 0.0 || best(1) == 0.0) return candidates;  // one axis alone says nothing of the other's unit
   const double ratio = best(1) / best(0) * std::sqrt(y_square / x_square);

@@ -5,6 +5,7 @@
 #include "basesim/base_simulator.hpp"
 #include "common/fits/fits.hpp"
 #include "workbench/fits/content.hpp"
+#include "workbench/sensor/matrices.hpp"
 #include "workbench/sensor/zernike.hpp"
 
 namespace quen::workbench {
@@ -44,13 +45,13 @@ Eigen::MatrixXd Covariance(const std::vector<int>& family) {
 void AppendFunctions(int n, std::vector<Function>& functions) {
   std::vector<std::vector<int>> families = {Family(n, true), Family(n, false)};
   if (n == 2) families.insert(families.begin(), Family(0, true));
-  const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(Covariance(families.front()));
-  for (Eigen::Index k = 0; k < solver.eigenvalues().size(); ++k) {
-    Eigen::VectorXd vector = solver.eigenvectors().col(k);
+  const Eigensystem eigen = EigensystemOf(Covariance(families.front()));
+  for (Eigen::Index k = 0; k < eigen.values.size(); ++k) {
+    Eigen::VectorXd vector = eigen.vectors.col(k);
     Eigen::Index largest = 0;
     vector.cwiseAbs().maxCoeff(&largest);
     if (vector(largest) < 0.0) vector = -vector;
-    for (const std::vector<int>& family : families) functions.push_back({solver.eigenvalues()(k), family, vector});
+    for (const std::vector<int>& family : families) functions.push_back({eigen.values(k), family, vector});
   }
 }
 

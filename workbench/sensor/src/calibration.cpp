@@ -90,8 +90,6 @@ Matrix ModesToSlopes(const std::vector<std::uint8_t>& used, const Basis& basis) 
   return zernikes_to_slopes * basis.coefficients;
 }
 
-Matrix PseudoInverse(const Matrix& matrix) { return matrix.completeOrthogonalDecomposition().pseudoInverse(); }
-
 Calibration MakeCalibration(const Geometry& geometry, const Basis& basis) {
   CheckFits(geometry);
   Calibration calibration;

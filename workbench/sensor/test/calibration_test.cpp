@@ -64,12 +64,7 @@ TEST_F(SyntheticCalibration, HeadersCarryUnitsAndOrigin) {
 
 TEST_F(SyntheticCalibration, RegionsAreTheGrids) {
   const std::string path = File("data/shs_rois.fits");
-  const auto x_low = ColumnReadByAstropy(path, "rois", "x_low");
-  const auto x_up = ColumnReadByAstropy(path, "rois", "x_up");
-  const auto x_ref = ColumnReadByAstropy(path, "rois", "x_ref");
-  const auto y_low = ColumnReadByAstropy(path, "rois", "y_low");
-  const auto y_up = ColumnReadByAstropy(path, "rois", "y_up");
-  const auto y_ref = ColumnReadByAstropy(path, "rois", "y_ref");
+  const auto [x_low, x_up, x_ref, y_low, y_up, y_ref] = quen::testing::RegionsReadByAstropy(path);
   for (std::size_t i = 0; i < 1089; ++i) {
     const std::size_t column = i % 33;
     const std::size_t row = i / 33;
