@@ -83,6 +83,9 @@ class StagedFiles {
   /// Gives a file its content.
   /// @param name  one of those claimed
   void Give(const std::string& name, std::string bytes);
+  /// A file that is not written after all.
+  /// @param name  one of those claimed
+  void GiveUp(const std::string& name);
   /// Gives all files their contents, in their order.
   void GiveAll(std::vector<std::string> contents);
 

@@ -237,6 +237,10 @@ void StagedFiles::Give(const std::string& name, std::string bytes) {
   std::ranges::find(outputs_, name, [](const Output& output) { return output.target.name; })->bytes = std::move(bytes);
 }
 
+void StagedFiles::GiveUp(const std::string& name) {
+  std::erase_if(outputs_, [&](const Output& output) { return output.target.name == name; });
+}
+
 void StagedFiles::GiveAll(std::vector<std::string> contents) {
   for (std::size_t k = 0; k < outputs_.size(); ++k) outputs_[k].bytes = std::move(contents[k]);
 }

@@ -3,8 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "tools/quen-shs/cli/report.hpp"
 #include "tools/quen-shs/verbs/src/common_arguments.hpp"
@@ -73,41 +77,34 @@ std::vector<std::string> OutputNames(const CheckArguments& command) {
   return names;
 }
 
-/// Files and what they are to hold.
-struct Outputs {
-  std::vector<std::string> names;
-  std::vector<std::string> contents;
-};
-
-void AddPicture(const CheckArguments& command, const workbench::Examination& examination, Outputs& outputs,
-                Report& report) {
+void GivePicture(const CheckArguments& command, const workbench::Examination& examination,
+                 workbench::StagedFiles& files, Report& report) {
   if (!examination.content) {
+    files.GiveUp(command.png);
     report.AddLine("no picture: the library does not load the calibration");
     return;
   }
-  outputs.names.push_back(command.png);
-  outputs.contents.push_back(
-      workbench::DrawFindings(*examination.content, examination.findings, "check " + command.folder));
+  files.Give(command.png,
+             workbench::DrawFindings(*examination.content, examination.findings, "check " + command.folder));
 }
 
-void AddCorrected(const CheckArguments& command, const workbench::Examination& examination, Outputs& outputs,
-                  Report& report) {
-  std::ranges::move(CorrectedFiles(command, examination), std::back_inserter(outputs.contents));
-  std::ranges::move(workbench::CalibrationNames(command.fix), std::back_inserter(outputs.names));
+void GiveCorrected(const CheckArguments& command, const workbench::Examination& examination,
+                   workbench::StagedFiles& files, Report& report) {
+  std::vector<std::string> contents = CorrectedFiles(command, examination);
+  const std::vector<std::string> names = workbench::CalibrationNames(command.fix);
+  for (std::size_t k = 0; k < names.size(); ++k) files.Give(names[k], std::move(contents[k]));
   for (const workbench::Finding& finding : examination.findings) {
     if (workbench::IsWrong(finding)) report.AddLine("put right: " + finding.advice);
   }
 }
 
 /// Writes the picture and the corrected calibration, as far as they are asked for.
-void WriteFiles(const CheckArguments& command, const workbench::Examination& examination, Report& report) {
-  Outputs outputs;
-  if (!command.png.empty()) AddPicture(command, examination, outputs, report);
-  if (!command.fix.empty()) AddCorrected(command, examination, outputs, report);
-  if (outputs.names.empty()) return;
-  workbench::StagedFiles files(outputs.names);
+void WriteFiles(const CheckArguments& command, const workbench::Examination& examination, workbench::StagedFiles& files,
+                Report& report) {
+  if (!command.png.empty()) GivePicture(command, examination, files, report);
+  if (!command.fix.empty()) GiveCorrected(command, examination, files, report);
+  if (files.Names().empty()) return;
   files.RefuseToReplace(workbench::CalibrationFiles());
-  files.GiveAll(std::move(outputs.contents));
   files.Commit();
   report.AddFiles(files);
 }
@@ -125,7 +122,7 @@ void Check(const CheckArguments& command) {
   if (!command.fix.empty()) {
     workbench::RequireNew(workbench::CalibrationNames(command.fix), "give --fix the name of another folder");
   }
-  static_cast<void>(workbench::StagedFiles(OutputNames(command)));  // refuses what cannot be written, before any work
+  workbench::StagedFiles files(OutputNames(command));
   const workbench::Examination examination = ExaminationOf(command);
   const workbench::Findings& findings = examination.findings;
   const auto wrong = std::ranges::count(findings, workbench::Verdict::kWrong, &workbench::Finding::verdict);
@@ -136,7 +133,7 @@ void Check(const CheckArguments& command) {
   report.Add("doubtful", doubtful);
   report.AddLine(
       fmt::format("{}: {} things checked, {} wrong, {} doubtful", command.folder, findings.size(), wrong, doubtful));
-  WriteFiles(command, examination, report);
+  WriteFiles(command, examination, files, report);
   report.Print(command.json);
   if (!command.fix.empty()) return;
   if (wrong > 0) throw std::runtime_error("the calibration in " + command.folder + " is not to be trusted");
