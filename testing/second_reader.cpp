@@ -50,6 +50,11 @@ std::vector<double> ColumnReadByAstropy(const std::string& path, const std::stri
   return Numbers(Astropy("column " + Quoted(path) + " " + Quoted(extension) + " " + Quoted(column)));
 }
 
+RegionColumns RegionsReadByAstropy(const std::string& path) {
+  const auto column = [&](const char* name) { return ColumnReadByAstropy(path, "rois", name); };
+  return {column("x_low"), column("x_up"), column("x_ref"), column("y_low"), column("y_up"), column("y_ref")};
+}
+
 std::string KeywordReadByAstropy(const std::string& path, int hdu, const std::string& key) {
   std::string text = Astropy("keyword " + Quoted(path) + " " + std::to_string(hdu) + " " + Quoted(key));
   if (!text.empty()) text.pop_back();

@@ -20,6 +20,12 @@ std::vector<double> ImageReadByAstropy(const std::string& path, int hdu = 0);
 std::vector<double> ColumnReadByAstropy(const std::string& path, const std::string& extension,
                                         const std::string& column);
 
+/// A table of regions.
+struct RegionColumns {
+  std::vector<double> x_low, x_up, x_ref, y_low, y_up, y_ref;
+};
+RegionColumns RegionsReadByAstropy(const std::string& path);
+
 /// The value of a header keyword, as text.
 std::string KeywordReadByAstropy(const std::string& path, int hdu, const std::string& key);
 

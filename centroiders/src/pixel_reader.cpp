@@ -34,6 +34,7 @@ void RequireSameSize(const std::string& engine, const SizeOfMap& first, const Si
 std::size_t WholeBlocks(std::size_t width) { return (width + kBlock - 1) / kBlock * kBlock; }
 
 constexpr double kLeastResponse = 0.001;
+constexpr double kNoCeiling = std::numeric_limits<double>::infinity();
 constexpr double kBad = -1.0;  // response of a bad pixel, until it is mended
 
 /// The mean light of the pixels around (x, y) that are not bad; 0 where there is none.
@@ -77,7 +78,7 @@ void Patch::Resize(std::size_t new_width, std::size_t new_height) {
 }
 
 PixelReader::PixelReader(const std::string& engine, PixelReading reading)
-    : reading_(std::move(reading)), ceiling_(reading_.ceiling.value_or(std::numeric_limits<double>::infinity())) {
+    : reading_(std::move(reading)), ceiling_(reading_.ceiling.value_or(kNoCeiling)) {
   using Limits = PixelReadingLimits;
   RequireWithin(engine + ": pedestal", reading_.pedestal, Limits::kPedestal);
   if (reading_.ceiling) RequireWithin(engine + ": ceiling", *reading_.ceiling, Limits::kCeiling);
@@ -104,7 +105,7 @@ void PixelReader::ReadRow(const Pixels& pixels, std::size_t y, std::size_t first
   const double ceiling = ceiling_;
   const auto read = [&](auto count_of) {
     for (std::size_t x = 0; x < pixels.width; ++x) light[x] = count_of(row[x]) - pedestal;
-    if (!reading_.ceiling) {
+    if (ceiling == kNoCeiling) {
       std::fill(response, response + pixels.width, 1.0);
       return;
     }
@@ -143,7 +144,7 @@ void PixelReader::Read(gsl::span<const std::uint16_t> frame, const image_process
     double* light = patch.light.data() + y * patch.stride;
     double* response = patch.response.data() + y * patch.stride;
     ReadRow(pixels, y, first, light, response);
-    if (reading_.ceiling && std::find(response, response + pixels.width, 0.0) != response + pixels.width) {
+    if (ceiling_ != kNoCeiling && std::find(response, response + pixels.width, 0.0) != response + pixels.width) {
       patch.counts_everywhere = false;
     }
     std::fill(light + pixels.width, light + patch.stride, 0.0);

@@ -40,7 +40,7 @@ class PixelReader {
   void ReadRow(const Pixels& pixels, std::size_t y, std::size_t first, double* light, double* response) const;
 
   PixelReading reading_;  ///< whose bad pixels are also those without response
-  double ceiling_;
+  double ceiling_;        ///< infinity for none
 };
 
 }  // namespace quen::centroiders

@@ -257,12 +257,7 @@ TEST_F(ComputeSlopes, FileHoldsGeometryFlagsAndResults) {
             "1 table 'rois' 1089 x_low:I x_up:I x_ref:D y_low:I y_up:I y_ref:D\n"
             "2 table 'rois_use' 1089 is_used:B\n"
             "3 table 'slopes' 1089 flux:D x:D y:D\n");
-  const auto x_low = ColumnReadByAstropy(path, "rois", "x_low");
-  const auto x_up = ColumnReadByAstropy(path, "rois", "x_up");
-  const auto x_ref = ColumnReadByAstropy(path, "rois", "x_ref");
-  const auto y_low = ColumnReadByAstropy(path, "rois", "y_low");
-  const auto y_up = ColumnReadByAstropy(path, "rois", "y_up");
-  const auto y_ref = ColumnReadByAstropy(path, "rois", "y_ref");
+  const auto [x_low, x_up, x_ref, y_low, y_up, y_ref] = quen::testing::RegionsReadByAstropy(path);
   const auto is_used = ColumnReadByAstropy(path, "rois_use", "is_used");
   ASSERT_EQ(y_ref.size(), 1089U);
   for (std::size_t i = 0; i < 1089; ++i) {
