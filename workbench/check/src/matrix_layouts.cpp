@@ -165,15 +165,19 @@ MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& g
 }
 
 std::optional<std::vector<std::uint8_t>> FlagsOfAnotherPupil(const CalibrationContent& content) {
-  constexpr int kCoarse = 8;  // degree: enough to tell one pupil from another
+  constexpr int kCoarse = 8;        // degree: enough to tell one pupil from another
+  constexpr int kMostPercent = 43;  // of the pupil, obscured: with more, too few sub-apertures have light
   const Fields sample = Sample(M2sFields(content.m2s, false));
   const auto share = [&](const std::vector<std::uint8_t>& flags) {
     return SlopeSpace::OfGradients(content.rois, UsedIndices(flags), kCoarse).Share(sample);
   };
   std::optional<std::vector<std::uint8_t>> best;
   double most = share(content.used);
-  for (const double obscuration : {0.0, 0.1, 0.14, 0.2, 0.25, 0.28, 0.3, 0.35, 0.4}) {
-    std::vector<std::uint8_t> flags = UsedFlags({.obscuration = obscuration});
+  std::vector<std::uint8_t> tried;
+  for (int percent = 0; percent <= kMostPercent; ++percent) {
+    std::vector<std::uint8_t> flags = UsedFlags({.obscuration = 0.01 * percent});
+    if (flags == tried) continue;
+    tried = flags;
     const double with_flags = share(flags);
     if (!(1.0 - with_flags < 0.7 * (1.0 - most))) continue;
     most = with_flags;

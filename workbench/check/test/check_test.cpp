@@ -10,11 +10,13 @@
 #include <iterator>
 #include <limits>
 #include <random>
+#include <utility>
 
 #include "testing/calibration.hpp"
 #include "testing/environment.hpp"
 #include "testing/exceptions.hpp"
 #include "testing/process.hpp"
+#include "workbench/check/correct.hpp"
 #include "workbench/check/src/check_inverse.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
@@ -401,6 +403,22 @@ TEST(Check, NamesTheFirstValueThatIsNotFinite) {
   calibration.m2s.values[3 + kModes * 17] = std::numeric_limits<double>::quiet_NaN();
   calibration.cm.values[5 + kSlopes * 2] = std::numeric_limits<double>::infinity();
   ExpectWrong(calibration, {{"M2S values", "slope 17, mode 3 is nan"}, {"CM values", "mode 2, slope 5 is inf"}});
+}
+
+TEST(Check, NamesFlagsOfAPupilWithAnotherObscuration) {
+  for (const double obscuration : {0.05, 0.17, 0.23, 0.33, 0.42}) {
+    const TempDir folder;
+    quen::workbench::Calibration made =
+        quen::workbench::MakeCalibration({.obscuration = obscuration}, quen::workbench::ZernikeBasis());
+    const std::vector<std::uint8_t> right = std::exchange(made.used, quen::workbench::UsedFlags({}));
+    ASSERT_NE(made.used, right);
+    WriteCalibration(folder.Path(), false, made);
+    const auto examination = CheckCalibration(folder.Path());
+    EXPECT_NE(std::ranges::find(examination.findings, "flags.pupil", &Finding::key), examination.findings.end());
+    const auto corrected = quen::workbench::Corrected(*examination.content, examination.findings);
+    ASSERT_TRUE(corrected) << obscuration;
+    EXPECT_EQ(corrected->used, right) << obscuration;
+  }
 }
 
 TEST(Check, NamesShiftedReferences) {
