@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <variant>
@@ -116,9 +117,14 @@ Json ParseObject(const std::string& name, const std::string& text) {
     throw std::runtime_error(
         fmt::format("{}: expected a JSON object of {} bytes at most, found {}", name, kLongest, text.size()));
   }
+  std::set<std::string> fields;
+  const auto require_once = [&](int depth, Json::parse_event_t event, const Json& value) {
+    if (depth != 1 || event != Json::parse_event_t::key || fields.insert(value.get<std::string>()).second) return true;
+    throw std::runtime_error(fmt::format("{}: expected {} once, found it twice", name, value.get<std::string>()));
+  };
   Json object;
   try {
-    object = Json::parse(text, nullptr, true, true);
+    object = Json::parse(text, require_once, true, true);
   } catch (const Json::parse_error& error) {
     throw std::runtime_error(
         fmt::format("{}: expected a JSON object, found something else at {}", name, PlaceIn(text, error.byte)));

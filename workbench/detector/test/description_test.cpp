@@ -154,6 +154,7 @@ TEST_F(Description, SaysWhatIsWrong) {
                 "quantum_efficiency is no parameter of a detector; expected one of electrons_per_unit, background, "
                 "dark, photon_noise, em_gain, read_noise, full_well, gain, offset, bits, flat_map, dark_map, "
                 "offset_map, bad_pixels, bad_pixel_levels");
+  ExpectRefused(R"({"gain": 2, "bits": 12, "gain": 3})", "expected gain once, found it twice");
   ExpectRefused(R"({"read_noise": "3"})", "read_noise must be a number, found \"3\"");
   ExpectRefused(R"({"full_well": true})", "full_well must be a number, or null, found true");
   ExpectRefused(R"({"bits": 12.5})", "bits must be a whole number, found 12.5");
