@@ -36,6 +36,7 @@ struct FrameRecord {
 /// What a loop leaves behind: a record per frame, up to the one in which it diverged.
 struct LoopRun {
   std::vector<FrameRecord> records;
+  std::size_t lost_spots = 0;  ///< in all frames: those that the engine gave no displacement
   bool has_diverged = false;
 };
 
@@ -47,8 +48,9 @@ inline constexpr double kDivergence = 10.0;
 ///
 ///     residual e = d − c  →  displacements M2S · e  →  frame  →  slopes s  →  c ← (1 − leak) · c + gain · CM · s,
 ///
-/// where the new correction c acts `delay` frames later. Equal arguments give equal records. Stops where the loop
-/// diverges. The camera then holds the last frame and its measurement.
+/// where the new correction c acts `delay` frames later. A spot whose slopes are not finite, which the engine has not
+/// found, has slopes of 0 in that product: it says nothing of the modes. Equal arguments give equal records. Stops
+/// where the loop diverges. The camera then holds the last frame and its measurement.
 ///
 /// @param disturbance  d, a row per frame
 /// @param after_frame  called after each frame

@@ -22,6 +22,19 @@ void Multiply(const Eigen::Map<const Matrix>& matrix, const Eigen::Ref<const Eig
   result.noalias() = matrix * vector;
 }
 
+/// Puts 0 in the place of both slopes of a spot of which one is not finite.
+/// @return  how many spots these are
+std::size_t LeaveOutLost(Eigen::VectorXd& slopes) {
+  const Eigen::Index half = slopes.size() / 2;
+  std::size_t lost = 0;
+  for (Eigen::Index spot = 0; spot < half; ++spot) {
+    if (std::isfinite(slopes(spot)) && std::isfinite(slopes(half + spot))) continue;
+    slopes(spot) = slopes(half + spot) = 0.0;
+    ++lost;
+  }
+  return lost;
+}
+
 }  // namespace
 
 struct ControlLoop::State {
@@ -60,6 +73,7 @@ struct ControlLoop::State {
   std::vector<Eigen::VectorXd> corrections;  ///< still to act, the next frame's first
   Displacements displacements;
   Eigen::VectorXd slopes = Eigen::VectorXd::Zero(kNumSlopes);  ///< that the residual makes
+  Eigen::VectorXd found = Eigen::VectorXd::Zero(kNumSlopes);   ///< slopes of the spots that were found
   Eigen::VectorXd measured = NoModes();
   LoopRun run;
   std::size_t frames = 0;  ///< so far
@@ -91,7 +105,9 @@ void ControlLoop::Draw() { state_->camera.Draw(state_->displacements); }
 void ControlLoop::Measure() { state_->camera.ComputeSlopes(*state_->centroiding, kSlopeLimit, std::nullopt); }
 
 void ControlLoop::Correct() {
-  Multiply(state_->cm, SlopesOf(state_->camera), state_->measured);
+  state_->found = SlopesOf(state_->camera);
+  state_->run.lost_spots += LeaveOutLost(state_->found);
+  Multiply(state_->cm, state_->found, state_->measured);
   // The correction that has acted makes room for the newest one.
   std::vector<Eigen::VectorXd>& corrections = state_->corrections;
   corrections.front() = (1.0 - state_->options.leak) * corrections.back() + state_->options.gain * state_->measured;

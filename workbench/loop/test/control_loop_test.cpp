@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
+#include "shssim/spot.hpp"
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/malloc_calls.hpp"
@@ -192,6 +195,33 @@ TEST_F(ControlLoop, ResidualThatIsNotANumberIsDivergence) {
   const LoopRun run = RunAll(disturbance, {});
   EXPECT_TRUE(run.has_diverged);
   EXPECT_EQ(run.records.size(), 3U);
+}
+
+TEST_F(ControlLoop, SpotsThatAreNotFoundSayNothing) {
+  const Series disturbance = quen::workbench::TurbulentSeries(20, quen::workbench::ZernikeBasis().variances, 10.0, 1);
+  LoopOptions picky;
+  picky.engine = "maximum-likelihood:significance=1000";  // no spot is as clear as that
+  const LoopRun none = RunAll(disturbance, picky);
+  EXPECT_FALSE(none.has_diverged);
+  EXPECT_EQ(none.lost_spots, 20U * 607U);
+  for (const FrameRecord& record : none.records) EXPECT_EQ(record.residual, record.disturbance);
+  EXPECT_EQ(RunAll(disturbance, {}).lost_spots, 0U);
+}
+
+TEST_F(ControlLoop, SpotsThatAreNotFoundLeaveTheOthersTheirSay) {
+  auto dim = std::make_shared<quen::workbench::DetectorDescription>();
+  dim->config.electrons_per_unit = 150.0 / quen::shssim::kSpotFlux;
+  dim->config.read_noise = 3.0;
+  const Series disturbance = quen::workbench::TurbulentSeries(60, quen::workbench::ZernikeBasis().variances, 10.0, 1);
+  LoopOptions options;
+  options.exposure.detector = dim;
+  options.engine = "maximum-likelihood:read-noise=3";
+  const LoopRun run = RunAll(disturbance, options);
+  EXPECT_FALSE(run.has_diverged);
+  EXPECT_GT(run.lost_spots, 60U * 6U);
+  EXPECT_LT(run.lost_spots, 60U * 300U);
+  EXPECT_LT(Rms(run.records, &FrameRecord::residual, 30, 60),
+            0.5 * Rms(run.records, &FrameRecord::disturbance, 30, 60));
 }
 
 TEST_F(ControlLoop, WithoutDisturbanceNoiseIsNoDivergence) {

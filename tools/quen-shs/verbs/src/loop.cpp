@@ -127,6 +127,11 @@ void RunOne(const LoopArguments& command, workbench::Camera& camera, const workb
 
   const workbench::LoopSummary summary = workbench::SummaryOf(run, command.options.delay);
   Report report = SummaryReport(command, summary, run.records.size(), rate);
+  report.Add("lost_spots", run.lost_spots);
+  if (run.lost_spots > 0) {
+    report.AddLine(fmt::format("spots not found         {} of {}, which say nothing of the modes", run.lost_spots,
+                               run.records.size() * quen::shssim::kNumRoisUsed));
+  }
   report.Add("diverged", run.has_diverged);
   report.AddFiles(files);
   report.Print(command.json);
@@ -197,7 +202,8 @@ void AddLoop(CommandLine& line) {
        .summary = "Close an integrator loop on a calibration",
        .details = R"(
 For each frame: residual = disturbance - correction; the residual displaces the spots of the frame; the engine measures
-its slopes; correction = (1 - leak) * correction + gain * CM * slopes, which acts after the delay.
+its slopes; correction = (1 - leak) * correction + gain * CM * slopes, which acts after the delay. A spot that the
+engine has not found has slopes of 0 there.
 
 Writes frame.fits and slopes.fits (the last frame and its measurement), telemetry.fits (a row per frame) and loop.png
 into the folder of results, replacing those of an earlier run; with --sweep, sweep.fits and sweep.png instead. A loop
