@@ -2,11 +2,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "centroiders/pixel_reading.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
+#include "workbench/engines/spot_template.hpp"
 
 /// @file
 /// Centroiding engines by name, as arguments give them: NAME or NAME:OPTION=VALUE,OPTION=VALUE.
@@ -24,10 +26,16 @@ std::vector<std::string> EngineNames();
 std::string EngineHelp();
 
 /// @param sign  of the pixels, where the text says nothing of it
+/// @param spot  what it looks for, if it is an engine that takes a template; others leave it aside
 /// @throws std::invalid_argument  no such engine, no such option, a value that is not what the option takes, or one out
 ///                                of its range
 std::unique_ptr<Engine> MakeEngine(const std::string& text,
-                                   quen::centroiders::PixelSign sign = quen::centroiders::PixelSign::kSigned);
+                                   quen::centroiders::PixelSign sign = quen::centroiders::PixelSign::kSigned,
+                                   const std::optional<SpotTemplate>& spot = std::nullopt);
+
+/// Whether an engine, as its text gives it, looks for a template.
+/// @throws std::invalid_argument  no such engine
+bool TakesTemplate(const std::string& text);
 
 /// Whether an engine, as its text gives it, knows of counts that are no light: it fits them, or an option tells it.
 /// @throws std::invalid_argument  as MakeEngine

@@ -48,6 +48,9 @@ class FrameReader {
   std::vector<std::size_t> axes_;
 };
 
+/// @throws std::runtime_error  there is no frame, or they are not of 840 × 816 pixels
+void RequireSensorSize(const FrameReader& frames);
+
 /// Reads the frame in a file's primary image.
 /// @throws std::runtime_error  as FrameReader; there is more than one
 Frame ReadFrame(const InputFile& file);

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "workbench/engines/engines.hpp"
+#include "workbench/engines/spot_template.hpp"
 #include "workbench/sensor/camera.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/frame_file.hpp"
@@ -46,6 +48,13 @@ struct PixelRange {
   [[nodiscard]] quen::centroiders::PixelSign Sign() const;
 };
 
+struct MeasureOptions {
+  std::string engine = kDefaultEngine;  ///< as MakeEngine takes it
+  std::optional<SpotTemplate> spot;     ///< the engine's template, which it takes if TakesTemplate says so
+  double limit = kSlopeLimit;           ///< largest displacement, pixels; larger ones are cut to it
+  std::optional<Displacements> truth;   ///< to compare with
+};
+
 /// What was measured in all frames together, at used sub-apertures.
 struct MeasuredFrames {
   PixelRange pixels;
@@ -61,11 +70,8 @@ struct MeasuredFrames {
 };
 
 /// Measures all frames of an image; each is read as PixelRange::Sign says of it.
-/// @param engine  as MakeEngine takes it
-/// @param limit   largest displacement, pixels; larger ones are cut to it
 /// @throws std::runtime_error  there is no frame, they are not of 840 × 816 pixels, or one cannot be read
 /// @throws Interrupted         a signal has come
-MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const std::string& engine, double limit,
-                             const std::optional<Displacements>& truth);
+MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const MeasureOptions& options);
 
 }  // namespace quen::workbench

@@ -106,6 +106,52 @@ TEST_F(CameraFrames, OnAPedestalThatAnEngineTakesForLightAreWarnedOf) {
   EXPECT_EQ(Measured(File("frame.fits")).find("warning"), std::string::npos);
 }
 
+TEST_F(CameraFrames, AreMeasuredWithASpotOfTheirOwn) {
+  constexpr double kMean = 2e-3;  // pixels, of a template that is the mean of the frame's own spots
+  const std::string frame = File("frame.fits");
+  Measured(frame + " --engine correlation --output " + File("a.fits"));
+  MakeCamera(
+      "x, y = numpy.meshgrid(numpy.arange(21) - 10, numpy.arange(21) - 10); "
+      "fits.PrimaryHDU(numpy.exp(-(x * x + y * y) / 8))");
+  Measured(frame + " --engine correlation --template " + File("camera.fits") + " --output " + File("b.fits"));
+  EXPECT_LT(LargestDifference(), 1e-12);
+  Measured(frame + " --engine correlation --template-from " + frame + " --output " + File("b.fits"));
+  EXPECT_LT(LargestDifference(), kMean);
+  MakeCamera("fits.PrimaryHDU(numpy.eye(3)[:, ::-1])");
+  Measured(frame + " --engine correlation --template " + File("camera.fits") + " --output " + File("b.fits"));
+  EXPECT_GT(LargestDifference(), kMean);
+}
+
+TEST_F(CameraFrames, TemplatesThatAreNoneAreRefused) {
+  const std::string camera = File("camera.fits");
+  const std::string with = File("frame.fits") + " --engine correlation --template " + camera;
+  const std::string expected =
+      "quen-shs: " + camera + ": expected a template of equal, odd sides from 3 to 63 pixels, found ";
+  MakeCamera("fits.PrimaryHDU(numpy.ones((4, 4)))");
+  ExpectRefusal(with, 1, expected + "4 x 4");
+  MakeCamera("fits.PrimaryHDU(numpy.ones((3, 5)))");
+  ExpectRefusal(with, 1, expected + "5 x 3");
+  MakeCamera("fits.PrimaryHDU(numpy.ones((65, 65)))");
+  ExpectRefusal(with, 1, expected + "65 x 65");
+  MakeCamera("fits.PrimaryHDU(numpy.ones((2, 3, 3)))");
+  ExpectRefusal(with, 1, expected + "an image of 3 axes");
+  MakeCamera("fits.PrimaryHDU(numpy.zeros((3, 3)))");
+  ExpectRefusal(with, 1, "quen-shs: " + camera + ": expected the picture of a spot as a template, found zeros only");
+  MakeCamera("fits.PrimaryHDU(numpy.diag([1, numpy.nan, 1]))");
+  ExpectRefusal(with, 1,
+                "quen-shs: " + camera + ": expected finite numbers in a template, found nan at column 1, row 1");
+  MakeCamera("fits.PrimaryHDU(numpy.ones((3, 3)))");
+
+  ExpectRefusal(File("frame.fits") + " --engine correlation:size=5 --template " + camera, 1,
+                "quen-shs: correlation: size: expected none beside a template, found 5");
+  ExpectRefusal(File("frame.fits") + " --template-from " + File("frame.fits"), 1,
+                "quen-shs: --template-from: expected --engine correlation, which looks for a template, found "
+                "centre-of-gravity");
+  ExpectRefusal(with + " --output " + camera, 1,
+                "quen-shs: cannot write " + camera + ": it is the same file as " + camera +
+                    ", which is read; give the output another name");
+}
+
 TEST_F(CameraFrames, ThatAreNoneAreRefused) {
   const std::string camera = File("camera.fits");
   MakeCamera(

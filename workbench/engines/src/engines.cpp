@@ -32,10 +32,13 @@ using quen::common::Limits;
 class Options {
  public:
   /// @param sign  of the pixels, where the values say nothing of it
-  Options(std::string engine, std::map<std::string, std::string> values, PixelSign sign)
-      : engine_(std::move(engine)), values_(std::move(values)), sign_(sign) {}
+  /// @param spot  what a correlation looks for, if it is not the drawn spot
+  Options(std::string engine, std::map<std::string, std::string> values, PixelSign sign,
+          std::optional<SpotTemplate> spot)
+      : engine_(std::move(engine)), values_(std::move(values)), sign_(sign), spot_(std::move(spot)) {}
 
   [[nodiscard]] PixelSign Sign() const { return sign_; }
+  [[nodiscard]] const std::optional<SpotTemplate>& Spot() const { return spot_; }
 
   [[nodiscard]] bool Has(const std::string& name) const { return values_.contains(name); }
 
@@ -76,6 +79,7 @@ class Options {
   std::string engine_;
   std::map<std::string, std::string> values_;
   PixelSign sign_;
+  std::optional<SpotTemplate> spot_;
 };
 
 std::unique_ptr<Engine> MakeCentreOfGravity(const Options& options) {
@@ -118,6 +122,17 @@ std::unique_ptr<Engine> MakeQuadCell(const Options& options) {
 std::unique_ptr<Engine> MakeCorrelation(const Options& options) {
   CorrelationConfig config;
   if (const std::optional<long> size = options.WholeNumber("size")) config.size = static_cast<std::size_t>(*size);
+  if (const std::optional<double> fwhm = options.Number("fwhm")) {
+    RequireWithin("Correlation: size", static_cast<double>(config.size), CorrelationLimits::kSize);
+    RequireWithin("Correlation: fwhm", *fwhm, SpotTemplateLimits::kFwhm);
+    config.template_values = GaussianTemplate(config.size, *fwhm).values;
+  }
+  if (options.Spot()) {
+    for (const char* const name : {"size", "fwhm"}) {
+      if (options.Has(name)) options.Refuse(name, "none beside a template");
+    }
+    config = {options.Spot()->size, options.Spot()->values};
+  }
   const bool of_surface = options.IsSecond("top", "parabolas", "surface");
   return std::make_unique<Correlation>(config, of_surface ? CorrelationTop::kOfSurface : CorrelationTop::kOfParabolas);
 }
@@ -247,8 +262,9 @@ const std::vector<Kind>& Kinds() {
        MakeBrightest},
       {"quad-cell", {{"gain", "pixels", QuadCellLimits::kGain, "for the drawn spot"}}, MakeQuadCell},
       {"correlation",
-       {WithDefault("size", "of the drawn spot's template, odd", CorrelationLimits::kSize,
+       {WithDefault("size", "of the template, odd, pixels", CorrelationLimits::kSize,
                     static_cast<double>(correlation.size)),
+        {"fwhm", "of the template's Gaussian, pixels", SpotTemplateLimits::kFwhm, "the drawn spot's"},
         {"top", "of parabolas, or of a surface", {}, "parabolas"}},
        MakeCorrelation},
       {"gaussian-fit",
@@ -358,10 +374,10 @@ std::string EngineHelp() {
   return text + "  all but maximum-likelihood, which has its own\n" + Described(OptionsOfReading());
 }
 
-std::unique_ptr<Engine> MakeEngine(const std::string& text, PixelSign sign) {
+std::unique_ptr<Engine> MakeEngine(const std::string& text, PixelSign sign, const std::optional<SpotTemplate>& spot) {
   const Request request = RequestOf(text);
   try {
-    return MakeReading(*request.kind, Options(request.kind->name, Parse(*request.kind, request.options), sign));
+    return MakeReading(*request.kind, Options(request.kind->name, Parse(*request.kind, request.options), sign, spot));
   } catch (const std::invalid_argument& error) {
     throw std::invalid_argument(InWordsOfTheUser(*request.kind, error.what()));
   }
@@ -373,5 +389,7 @@ bool TakesPedestalAway(const std::string& text) {
   return request.kind->reads ||
          std::ranges::any_of(kOptionsOfPedestals, [&](const char* name) { return values.contains(name); });
 }
+
+bool TakesTemplate(const std::string& text) { return RequestOf(text).kind->make == MakeCorrelation; }
 
 }  // namespace quen::workbench

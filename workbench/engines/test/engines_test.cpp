@@ -15,6 +15,7 @@
 #include "centroiders/quad_cell.hpp"
 #include "centroiders/weighted_centre_of_gravity.hpp"
 #include "centroiders/windowed_centre_of_gravity.hpp"
+#include "shssim/spot.hpp"
 #include "testing/exceptions.hpp"
 
 namespace {
@@ -23,6 +24,7 @@ using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all
 using quen::image_processing::Roi;
 using quen::testing::ExpectThrows;
 using quen::workbench::MakeEngine;
+using quen::workbench::SpotTemplate;
 
 struct Result {
   double flux;
@@ -124,6 +126,31 @@ TEST(Engines, EveryNameIsThatOfAnEngine) {
   EXPECT_EQ(quen::workbench::EngineNames().front(), quen::workbench::kDefaultEngine);
 }
 
+TEST(Engines, CorrelationLooksForASpotOfAnyWidth) {
+  CorrelationConfig config = {.size = 31};
+  for (int y = -15; y <= 15; ++y) {
+    for (int x = -15; x <= 15; ++x) {
+      const double u = x / (6.0 / quen::shssim::kFwhmPerSigma);
+      const double v = y / (6.0 / quen::shssim::kFwhmPerSigma);
+      config.template_values.push_back(std::exp(-0.5 * (u * u + v * v)));
+    }
+  }
+  ExpectSame("correlation:fwhm=6,size=31", Correlation(config));
+  EXPECT_NE(Measure(*MakeEngine("correlation:fwhm=6")), Measure(*MakeEngine("correlation")));
+}
+
+TEST(Engines, CorrelationLooksForATemplate) {
+  const SpotTemplate spot = {3, {0.0, 1.0, 0.0, 1.0, 2.0, 1.0, 0.0, 1.0, 0.5}};
+  Correlation correlation({spot.size, spot.values});
+  EXPECT_EQ(Measure(*MakeEngine("correlation", PixelSign::kSigned, spot)), Measure(correlation));
+  EXPECT_TRUE(quen::workbench::TakesTemplate("correlation:top=surface"));
+  EXPECT_FALSE(quen::workbench::TakesTemplate("gaussian-fit"));
+  for (const std::string name : {"size", "fwhm"}) {
+    ExpectThrows<std::invalid_argument>("correlation: " + name + ": expected none beside a template, found 5",
+                                        [&] { MakeEngine("correlation:" + name + "=5", PixelSign::kSigned, spot); });
+  }
+}
+
 /// Calls `act` with NAME:OPTION and the two ends of the range, for each option of which the help says one.
 template <typename Act>
 void ForEachRange(const Act& act) {
@@ -141,7 +168,7 @@ void ForEachRange(const Act& act) {
 }
 
 TEST(Engines, TakeTheRangesThatTheHelpSays) {
-  constexpr int kRanges = 21;
+  constexpr int kRanges = 22;
   int count = 0;
   ForEachRange([&](const std::string& option, bool is_above, const std::string& lowest, const std::string& highest) {
     ++count;
@@ -182,7 +209,9 @@ TEST(Engines, SayWhatIsWrongWithAText) {
       {"brightest:number=9,fraction=0.1", "brightest: exactly one of number and fraction must be given, found both"},
       {"windowed:half-width=0", "windowed: half-width must be from 0.5 to 1000, found 0"},
       {"weighted:fwhm=nan", "weighted: fwhm: expected a number, found nan"},
-      {"correlation:size=8", "correlation: size must be odd, found 8"}};
+      {"correlation:size=8", "correlation: size must be odd, found 8"},
+      {"correlation:size=8,fwhm=5", "correlation: size must be odd, found 8"},
+      {"correlation:size=900000000,fwhm=5", "correlation: size must be from 3 to 63, found 900000000"}};
   for (const auto& [text, reason] : cases) {
     ExpectThrows<std::invalid_argument>(reason, [&, engine = text] { MakeEngine(engine); });
   }

@@ -66,6 +66,13 @@ Frame FrameReader::Read(std::size_t number) const {
   return frame;
 }
 
+void RequireSensorSize(const FrameReader& frames) {
+  if (frames.Count() == 0) throw std::runtime_error(frames.Name() + ": expected frames, found a cube of none");
+  if (frames.Width() == kFrameWidth && frames.Height() == kFrameHeight) return;
+  throw std::runtime_error(fmt::format("{}: expected a frame of {} x {} pixels (columns x rows), found {} x {}",
+                                       frames.Name(), kFrameWidth, kFrameHeight, frames.Width(), frames.Height()));
+}
+
 Frame ReadFrame(const InputFile& file) {
   const FrameReader frames(file, "");
   if (frames.Count() != 1) {

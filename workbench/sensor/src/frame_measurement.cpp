@@ -1,11 +1,8 @@
 #include "workbench/sensor/frame_measurement.hpp"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <stdexcept>
 
 #include "workbench/engines/engines.hpp"
 #include "workbench/fits/interruption.hpp"
@@ -14,16 +11,7 @@
 namespace quen::workbench {
 namespace {
 
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
 using quen::centroiders::PixelSign;
-
-void RequireSensorSize(const FrameReader& frames) {
-  if (frames.Count() == 0) throw std::runtime_error(frames.Name() + ": expected frames, found a cube of none");
-  if (frames.Width() == kFrameWidth && frames.Height() == kFrameHeight) return;
-  throw std::runtime_error(fmt::format("{}: expected a frame of {} x {} pixels (columns x rows), found {} x {}",
-                                       frames.Name(), kFrameWidth, kFrameHeight, frames.Width(), frames.Height()));
-}
 
 PixelRange RangeOf(const Frame& frame) {
   PixelRange range;
@@ -34,18 +22,18 @@ PixelRange RangeOf(const Frame& frame) {
   return range;
 }
 
-void AddSpots(const Camera& camera, double limit, const std::optional<Displacements>& truth, MeasuredFrames& measured) {
+void AddSpots(const Camera& camera, const MeasureOptions& options, MeasuredFrames& measured) {
   for (const std::size_t i : UsedIndices(camera.RoisUsed())) {
     const double spot_x = camera.XSlopes()[i];
     const double spot_y = camera.YSlopes()[i];
     measured.flux.Add(camera.Flux()[i]);
     measured.x.Add(spot_x);
     measured.y.Add(spot_y);
-    if (std::abs(spot_x) == limit || std::abs(spot_y) == limit) ++measured.at_limit;
+    if (std::abs(spot_x) == options.limit || std::abs(spot_y) == options.limit) ++measured.at_limit;
     ++measured.spots;
-    if (!truth) continue;
-    measured.error_x.Add(spot_x - truth->x[i]);
-    measured.error_y.Add(spot_y - truth->y[i]);
+    if (!options.truth) continue;
+    measured.error_x.Add(spot_x - options.truth->x[i]);
+    measured.error_y.Add(spot_y - options.truth->y[i]);
   }
 }
 
@@ -66,8 +54,7 @@ double Moments::Rms() const { return std::sqrt(Over(square_)); }
 
 PixelSign PixelRange::Sign() const { return highest > kHighestSigned ? PixelSign::kUnsigned : PixelSign::kSigned; }
 
-MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const std::string& engine, double limit,
-                             const std::optional<Displacements>& truth) {
+MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const MeasureOptions& options) {
   RequireSensorSize(frames);
   std::map<PixelSign, std::unique_ptr<Engine>> engines;
   MeasuredFrames measured;
@@ -81,10 +68,10 @@ MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const st
     if (std::abs(pedestal.share) > std::abs(measured.pedestal.share)) measured.pedestal = pedestal;
 
     std::unique_ptr<Engine>& centroiding = engines[range.Sign()];
-    if (!centroiding) centroiding = MakeEngine(engine, range.Sign());
+    if (!centroiding) centroiding = MakeEngine(options.engine, range.Sign(), options.spot);
     camera.Load(frame.pixels);
-    camera.ComputeSlopes(*centroiding, limit, std::nullopt);
-    AddSpots(camera, limit, truth, measured);
+    camera.ComputeSlopes(*centroiding, options.limit, std::nullopt);
+    AddSpots(camera, options, measured);
     measured.slopes.push_back(MeasuredSlopes(camera));
   }
   return measured;

@@ -14,6 +14,7 @@
 #include "workbench/sensor/displacement_file.hpp"
 #include "workbench/sensor/frame_file.hpp"
 #include "workbench/sensor/frame_measurement.hpp"
+#include "workbench/sensor/mean_spot.hpp"
 #include "workbench/sensor/measurement_file.hpp"
 
 namespace quen::tool {
@@ -23,10 +24,11 @@ struct MeasureArguments {
   std::string folder;
   std::string frame;
   std::string extension;  ///< name or number; if empty, of the first image
-  std::string engine = workbench::kDefaultEngine;
-  double limit = workbench::kSlopeLimit;
-  std::string truth;   ///< file with the true displacements; none if empty
-  std::string output;  ///< file; DIR/slopes.fits if empty
+  workbench::MeasureOptions options;
+  std::string spot;            ///< file with the engine's template; none if empty
+  std::string frames_of_spot;  ///< file with frames of whose spots the template is made; none if empty
+  std::string truth;           ///< file with the true displacements; none if empty
+  std::string output;          ///< file; DIR/slopes.fits if empty
   bool json = false;
 };
 
@@ -60,7 +62,28 @@ void AddPixels(Report& report, const workbench::MeasuredFrames& measured, const 
                   counts, share, engine, counts));
 }
 
+/// What the engine is to look for, if anything is said of it.
+std::optional<workbench::SpotTemplate> SpotOf(const MeasureArguments& command, workbench::Camera& camera,
+                                              const workbench::StagedFiles& files) {
+  const std::string& name = command.spot.empty() ? command.frames_of_spot : command.spot;
+  if (name.empty()) return std::nullopt;
+  const workbench::InputFile file(name);
+  files.RefuseToReplace(file);
+  return command.spot.empty() ? workbench::MeanSpot(workbench::FrameReader(file, ""), camera)
+                              : workbench::ReadTemplate(file);
+}
+
+/// @throws std::runtime_error  a template is given, and the engine looks for none
+void RequireUseOfTemplate(const MeasureArguments& command) {
+  if ((command.spot.empty() && command.frames_of_spot.empty()) || workbench::TakesTemplate(command.options.engine))
+    return;
+  throw std::runtime_error(std::string(command.spot.empty() ? "--template-from" : "--template") +
+                           ": expected --engine correlation, which looks for a template, found " +
+                           command.options.engine);
+}
+
 void Measure(const MeasureArguments& command) {
+  RequireUseOfTemplate(command);
   const std::string output =
       command.output.empty() ? (std::filesystem::path(command.folder) / "slopes.fits").string() : command.output;
   workbench::StagedFiles files({output});
@@ -68,32 +91,33 @@ void Measure(const MeasureArguments& command) {
   files.RefuseToReplace(workbench::CalibrationFiles());
   const workbench::InputFile file(command.frame);
   files.RefuseToReplace(file);
-  std::optional<workbench::Displacements> truth;
+  workbench::MeasureOptions options = command.options;
+  options.spot = SpotOf(command, camera, files);
+  static_cast<void>(workbench::MakeEngine(options.engine, {}, options.spot));  // refuses options that do not go with it
   if (!command.truth.empty()) {
     const workbench::InputFile truth_file(command.truth);
     files.RefuseToReplace(truth_file);
-    truth.emplace(workbench::ReadDisplacements(truth_file));
+    options.truth.emplace(workbench::ReadDisplacements(truth_file));
   }
   const workbench::FrameReader frames(file, command.extension);
-  const workbench::MeasuredFrames measured =
-      workbench::MeasureFrames(frames, camera, command.engine, command.limit, truth);
+  const workbench::MeasuredFrames measured = workbench::MeasureFrames(frames, camera, options);
   files.Give(output, workbench::MeasurementFile(camera, measured.slopes));
   files.Commit();
 
   Report report;
-  report.Add("engine", command.engine, "engine", command.engine);
+  report.Add("engine", options.engine, "engine", options.engine);
   if (frames.Count() > 1) report.Add("frames", frames.Count(), "frames", std::to_string(frames.Count()));
   report.Add("flux", {{"mean", measured.flux.Mean()}, {"largest", measured.flux.Largest()}}, "flux",
              fmt::format("{:.0f} mean, {:.0f} at most", measured.flux.Mean(), measured.flux.Largest()));
   AddAxis(report, "x", measured.x);
   AddAxis(report, "y", measured.y);
   report.Add("at_limit", measured.at_limit, "at the limit",
-             fmt::format("{} of {} spots ({:g} pixels)", measured.at_limit, measured.spots, command.limit));
-  if (truth) {
+             fmt::format("{} of {} spots ({:g} pixels)", measured.at_limit, measured.spots, options.limit));
+  if (options.truth) {
     AddError(report, "x", measured.error_x);
     AddError(report, "y", measured.error_y);
   }
-  AddPixels(report, measured, command.engine);
+  AddPixels(report, measured, options.engine);
   report.AddFiles(files);
   report.Print(command.json);
 }
@@ -122,17 +146,26 @@ such frames. Its tiles may be compressed, and its pixels may have any type, if t
 32767 or from 0 to 65535. Engines read them as signed numbers if all of them are, otherwise as unsigned ones, unless
 their option says so.
 
+With --template the engine correlation looks for a spot of your own: its centre is the middle of the image, whose sides
+are odd. With --template-from it looks for the mean of all used spots of other frames, or of the same ones, each
+resampled around its centre of gravity.
+
 Writes the tables that the library writes: rois, rois_use, and slopes with flux, x and y; of a cube a table slopes for
 each frame, whose EXTVER is its number.)",
        .list = workbench::EngineHelp(),
        .examples = {"quen-shs measure sensor frame.fits --engine weighted --truth truth.fits --output slopes.fits"},
        .arguments =
            {CalibrationFolder(command->folder), Positional("FRAME", "FITS file with the frame", command->frame),
-            Extension(command->extension), Engine(command->engine),
+            Extension(command->extension), Engine(command->options.engine),
+            File("--template", "FITS image of the spot that the engine correlation looks for", "the drawn spot",
+                 command->spot),
+            File("--template-from", "Frames, as FRAME, whose mean spot it looks for instead", "none",
+                 command->frames_of_spot),
             Number("--limit", "Largest displacement; larger ones are cut to it", "pixels", {0.0, 1000.0},
-                   command->limit),
+                   command->options.limit),
             File("--truth", "File with the true displacements, as for 'frame --displacements'", "none", command->truth),
             File("--output", "FITS file for the slopes", "DIR/slopes.fits", command->output), JsonFlag(command->json)},
+       .alternatives = {{"--template", "--template-from"}},
        .action = [command] { Measure(*command); }});
 }
 

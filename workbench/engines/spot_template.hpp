@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "common/checks/limits.hpp"
+#include "workbench/fits/input_file.hpp"
+
+/// @file
+/// The spot that a correlation looks for.
+
+namespace quen::workbench {
+
+/// A spot whose centre is on the middle pixel.
+struct SpotTemplate {
+  std::size_t size = 0;        ///< side, pixels: odd, within quen::centroiders::CorrelationLimits
+  std::vector<double> values;  ///< row by row; finite, not all of them 0
+};
+
+struct SpotTemplateLimits {
+  static constexpr common::Limits kFwhm = {1.0, 100.0};
+};
+
+/// A Gaussian of height 1.
+/// @param fwhm  full width at half maximum, pixels
+SpotTemplate GaussianTemplate(std::size_t size, double fwhm);
+
+/// Reads the template in a file's primary image, of numbers of any type.
+/// @throws std::runtime_error  the file cannot be read, or its image is no template
+SpotTemplate ReadTemplate(const InputFile& file);
+
+}  // namespace quen::workbench

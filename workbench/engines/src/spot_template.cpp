@@ -1,0 +1,73 @@
+#include "workbench/engines/spot_template.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <string>
+
+#include "centroiders/correlation.hpp"
+#include "common/fits/fits.hpp"
+#include "shssim/spot.hpp"
+#include "workbench/fits/content.hpp"
+
+namespace quen::workbench {
+namespace {
+
+constexpr quen::common::Limits kSize = quen::centroiders::CorrelationLimits::kSize;
+
+std::string SizeWords(const std::vector<std::size_t>& axes) {
+  if (axes.size() != 2) return fmt::format("an image of {} axes", axes.size());
+  return fmt::format("{} x {}", axes[0], axes[1]);
+}
+
+bool IsSizeOfTemplate(const std::vector<std::size_t>& axes) {
+  return axes.size() == 2 && axes[0] == axes[1] && axes[0] % 2 == 1 && kSize.Contain(static_cast<double>(axes[0]));
+}
+
+void RequireSpot(const InputFile& file, const SpotTemplate& spot) {
+  const auto infinite = std::ranges::find_if(spot.values, [](double value) { return !std::isfinite(value); });
+  if (infinite != spot.values.end()) {
+    const auto k = static_cast<std::size_t>(infinite - spot.values.begin());
+    throw std::runtime_error(fmt::format("{}: expected finite numbers in a template, found {:g} at column {}, row {}",
+                                         file.Name(), *infinite, k % spot.size, k / spot.size));
+  }
+  if (std::ranges::count(spot.values, 0.0) == std::ssize(spot.values)) {
+    throw std::runtime_error(file.Name() + ": expected the picture of a spot as a template, found zeros only");
+  }
+}
+
+}  // namespace
+
+SpotTemplate GaussianTemplate(std::size_t size, double fwhm) {
+  const double sigma = fwhm / quen::shssim::kFwhmPerSigma;
+  const double middle = 0.5 * static_cast<double>(size - 1);
+  SpotTemplate spot = {size, {}};
+  for (std::size_t y = 0; y < size; ++y) {
+    for (std::size_t x = 0; x < size; ++x) {
+      const double u = (static_cast<double>(x) - middle) / sigma;
+      const double v = (static_cast<double>(y) - middle) / sigma;
+      spot.values.push_back(std::exp(-0.5 * (u * u + v * v)));
+    }
+  }
+  return spot;
+}
+
+SpotTemplate ReadTemplate(const InputFile& file) {
+  return Reading(file, [&] {
+    const quen::common::Fits::Handle image = OpenFits(file, std::nullopt);
+    const std::vector<std::size_t> axes = quen::common::Fits::ReadImgParams(image).first;
+    if (!IsSizeOfTemplate(axes)) {
+      throw std::runtime_error(
+          fmt::format("{}: expected a template of equal, odd sides from {:g} to {:g} pixels, found {}", file.Name(),
+                      kSize.lowest, kSize.highest, SizeWords(axes)));
+    }
+    SpotTemplate spot = {axes[0], std::vector<double>(axes[0] * axes[0])};
+    ReadElements(file, image, std::nullopt, spot.values);
+    RequireSpot(file, spot);
+    return spot;
+  });
+}
+
+}  // namespace quen::workbench

@@ -1,0 +1,151 @@
+#include "workbench/sensor/mean_spot.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+#include "centroiders/correlation.hpp"
+#include "workbench/engines/engines.hpp"
+#include "workbench/fits/interruption.hpp"
+#include "workbench/sensor/displacements.hpp"
+#include "workbench/sensor/overlay.hpp"
+#include "workbench/sensor/pedestal.hpp"
+
+namespace quen::workbench {
+namespace {
+
+using quen::image_processing::Roi;
+
+/// In pixels of the frame, or of a template from its middle.
+struct Place {
+  double x = 0.0;
+  double y = 0.0;
+};
+
+struct Spot {
+  std::size_t region;
+  Place centre;
+};
+
+std::vector<Spot> SpotsIn(const Frame& frame, Camera& camera) {
+  using quen::centroiders::PixelSign;
+  const auto sign = frame.is_unsigned ? PixelSign::kUnsigned : PixelSign::kSigned;
+  const std::unique_ptr<Engine> engine = MakeEngine("correlation:top=surface,subtract=border", sign);
+  camera.Load(frame.pixels);
+  camera.ComputeSlopes(*engine, kSlopeLimit, std::nullopt);
+  std::vector<Spot> spots;
+  for (const std::size_t i : UsedIndices(camera.RoisUsed())) {
+    const double x = camera.XSlopes()[i];
+    const double y = camera.YSlopes()[i];
+    const bool is_within = std::abs(x) < kSlopeLimit && std::abs(y) < kSlopeLimit;
+    if (is_within && camera.Flux()[i] > 0.0)
+      spots.push_back({i, {camera.Rois()[i].x_ref + x, camera.Rois()[i].y_ref + y}});
+  }
+  return spots;
+}
+
+/// Weight of a pixel in cubic convolution.
+double Cubic(double distance) {
+  const double d = std::abs(distance);
+  if (d < 1.0) return (1.5 * d - 2.5) * d * d + 1.0;
+  return d < 2.0 ? ((-0.5 * d + 2.5) * d - 4.0) * d + 2.0 : 0.0;
+}
+
+/// The frame's value at a place between its pixels; none where not all pixels around it are in the region.
+std::optional<double> ValueAt(const Frame& frame, const Roi& roi, const Place& place) {
+  constexpr double kReach = 2.0;  // of the convolution
+  const double first_column = std::floor(place.x) + 1.0 - kReach;
+  const double first_row = std::floor(place.y) + 1.0 - kReach;
+  if (!(first_column >= roi.x_low && first_column + 2.0 * kReach <= roi.x_up)) return std::nullopt;
+  if (!(first_row >= roi.y_low && first_row + 2.0 * kReach <= roi.y_up)) return std::nullopt;
+  double sum = 0.0;
+  for (double row = first_row; row < first_row + 2.0 * kReach; ++row) {
+    for (double column = first_column; column < first_column + 2.0 * kReach; ++column) {
+      const auto pixel = static_cast<std::size_t>(column) + frame.width * static_cast<std::size_t>(row);
+      sum += Cubic(place.x - column) * Cubic(place.y - row) * frame.Value(frame.pixels[pixel]);
+    }
+  }
+  return sum;
+}
+
+/// Spots, added up around their centres.
+class Stack {
+ public:
+  explicit Stack(std::size_t size) : size_(size), sums_(size * size), counts_(size * size) {}
+
+  void Add(const Frame& frame, const Roi& roi, const Place& centre, double pedestal) {
+    for (std::size_t k = 0; k < sums_.size(); ++k) {
+      const Place off = OffMiddle(k);
+      if (const auto value = ValueAt(frame, roi, {centre.x + off.x, centre.y + off.y})) {
+        sums_[k] += *value - pedestal;
+        counts_[k] += 1.0;
+      }
+    }
+  }
+
+  [[nodiscard]] SpotTemplate Mean() const {
+    SpotTemplate spot = {size_, sums_};
+    for (std::size_t k = 0; k < sums_.size(); ++k) spot.values[k] /= std::max(1.0, counts_[k]);
+    return spot;
+  }
+
+  /// Centre of gravity of the mean, from the middle pixel.
+  [[nodiscard]] Place CentreOfGravity() const {
+    const SpotTemplate mean = Mean();
+    Place moment;
+    double light = 0.0;
+    for (std::size_t k = 0; k < mean.values.size(); ++k) {
+      const Place off = OffMiddle(k);
+      light += mean.values[k];
+      moment.x += mean.values[k] * off.x;
+      moment.y += mean.values[k] * off.y;
+    }
+    return light > 0.0 ? Place{moment.x / light, moment.y / light} : Place{};
+  }
+
+ private:
+  [[nodiscard]] Place OffMiddle(std::size_t k) const {
+    const double middle = 0.5 * static_cast<double>(size_ - 1);
+    return {static_cast<double>(k % size_) - middle, static_cast<double>(k / size_) - middle};
+  }
+
+  std::size_t size_;
+  std::vector<double> sums_;
+  std::vector<double> counts_;
+};
+
+/// All spots of all frames, each shifted by as much.
+Stack Stacked(const FrameReader& frames, Camera& camera, const Place& shift) {
+  Stack stack(quen::centroiders::CorrelationConfig().size);
+  for (std::size_t number = 0; number < frames.Count(); ++number) {
+    ThrowIfInterrupted();
+    const Frame frame = frames.Read(number);
+    const double pedestal = PedestalOf(frame, camera.Rois(), camera.RoisUsed()).counts;
+    for (const auto& [region, centre] : SpotsIn(frame, camera)) {
+      stack.Add(frame, camera.Rois()[region], {centre.x + shift.x, centre.y + shift.y}, pedestal);
+    }
+  }
+  return stack;
+}
+
+}  // namespace
+
+SpotTemplate MeanSpot(const FrameReader& frames, Camera& camera) {
+  RequireSensorSize(frames);
+  constexpr int kSteps = 2;  // the second one is for what regions cut off differently once the first is done
+  Place shift;
+  for (int step = 0; step < kSteps; ++step) {
+    const Place off = Stacked(frames, camera, shift).CentreOfGravity();
+    shift = {shift.x + off.x, shift.y + off.y};
+  }
+  SpotTemplate spot = Stacked(frames, camera, shift).Mean();
+  const double height = std::ranges::max(spot.values);
+  if (!(height > 0.0)) throw std::runtime_error(frames.Name() + ": there is no spot in it to make a template of");
+  for (double& value : spot.values) value /= height;
+  return spot;
+}
+
+}  // namespace quen::workbench
