@@ -66,6 +66,8 @@ class Folder(unittest.TestCase):
         start = ["SIMPLE  =                    T", "BITPIX  =                   16", "NAXIS   =                    2"]
         with open(os.path.join(cls.sample, "small.fits"), "wb") as file:
             file.write(header(*start, "NAXIS1  =                   48", "NAXIS2  =                   60") + bytes(5760))
+        with open(os.path.join(cls.sample, "spot.fits"), "wb") as file:
+            file.write(header(*start, "NAXIS1  =                    3", "NAXIS2  =                    3") + b"\0\1" * 1440)
 
     @classmethod
     def tearDownClass(cls):
@@ -173,6 +175,10 @@ class Names(Folder):
                 for file, arguments in (("truth.fits", ["frame", "s", f"--displacements={name}", "--output=made"]),
                                         ("truth.fits", ["measure", "s", "s/frame.fits", f"--truth={name}",
                                                         "--output=made"]),
+                                        ("spot.fits", ["measure", "s", "s/frame.fits", "--engine=correlation",
+                                                       f"--template={name}", "--output=made"]),
+                                        ("s/frame.fits", ["measure", "s", "s/frame.fits", "--engine=correlation",
+                                                          f"--template-from={name}", "--output=made"]),
                                         ("s/slopes.fits", ["view", "small.fits", f"--slopes={name}",
                                                            "--png=made"]),
                                         ("s/loop/sweep.fits", ["view", "--png=made", "--", name]),

@@ -56,16 +56,17 @@ double Cubic(double distance) {
 
 /// The frame's value at a place between its pixels; none where not all pixels around it are in the region.
 std::optional<double> ValueAt(const Frame& frame, const Roi& roi, const Place& place) {
-  constexpr double kReach = 2.0;  // of the convolution
-  const double first_column = std::floor(place.x) + 1.0 - kReach;
-  const double first_row = std::floor(place.y) + 1.0 - kReach;
-  if (!(first_column >= roi.x_low && first_column + 2.0 * kReach <= roi.x_up)) return std::nullopt;
-  if (!(first_row >= roi.y_low && first_row + 2.0 * kReach <= roi.y_up)) return std::nullopt;
+  constexpr std::ptrdiff_t kReach = 2;  // of the convolution
+  const auto first_column = static_cast<std::ptrdiff_t>(std::floor(place.x)) + 1 - kReach;
+  const auto first_row = static_cast<std::ptrdiff_t>(std::floor(place.y)) + 1 - kReach;
+  if (first_column < roi.x_low || first_column + 2 * kReach > roi.x_up) return std::nullopt;
+  if (first_row < roi.y_low || first_row + 2 * kReach > roi.y_up) return std::nullopt;
   double sum = 0.0;
-  for (double row = first_row; row < first_row + 2.0 * kReach; ++row) {
-    for (double column = first_column; column < first_column + 2.0 * kReach; ++column) {
+  for (std::ptrdiff_t row = first_row; row < first_row + 2 * kReach; ++row) {
+    const double weight = Cubic(place.y - static_cast<double>(row));
+    for (std::ptrdiff_t column = first_column; column < first_column + 2 * kReach; ++column) {
       const auto pixel = static_cast<std::size_t>(column) + frame.width * static_cast<std::size_t>(row);
-      sum += Cubic(place.x - column) * Cubic(place.y - row) * frame.Value(frame.pixels[pixel]);
+      sum += weight * Cubic(place.x - static_cast<double>(column)) * frame.Value(frame.pixels[pixel]);
     }
   }
   return sum;
@@ -109,7 +110,9 @@ class Stack {
  private:
   [[nodiscard]] Place OffMiddle(std::size_t k) const {
     const double middle = 0.5 * static_cast<double>(size_ - 1);
-    return {static_cast<double>(k % size_) - middle, static_cast<double>(k / size_) - middle};
+    const std::size_t column = k % size_;
+    const std::size_t row = k / size_;
+    return {static_cast<double>(column) - middle, static_cast<double>(row) - middle};
   }
 
   std::size_t size_;

@@ -107,8 +107,9 @@ double Comet(double u, double v) {
 double LargestDifference(const SpotTemplate& spot, const std::function<double(double, double)>& light) {
   double largest = 0.0;
   for (std::size_t k = 0; k < spot.values.size(); ++k) {
+    const std::size_t row = k / kSize;
     const double u = static_cast<double>(k % kSize) - 10.0;
-    const double v = static_cast<double>(k / kSize) - 10.0;
+    const double v = static_cast<double>(row) - 10.0;
     largest = std::max(largest, std::abs(spot.values[k] - light(u, v) / light(0.0, 0.0)));
   }
   return largest;
@@ -132,9 +133,10 @@ TEST_F(MeanSpotTest, HasItsCentreOfGravityInTheMiddle) {
   double x = 0.0;
   double y = 0.0;
   for (std::size_t k = 0; k < spot.values.size(); ++k) {
+    const std::size_t row = k / kSize;
     light += spot.values[k];
     x += spot.values[k] * (static_cast<double>(k % kSize) - 10.0);
-    y += spot.values[k] * (static_cast<double>(k / kSize) - 10.0);
+    y += spot.values[k] * (static_cast<double>(row) - 10.0);
   }
   EXPECT_NEAR(x / light, 0.0, kNear);
   EXPECT_NEAR(y / light, 0.0, kNear);
