@@ -141,7 +141,6 @@ TEST_F(CameraFrames, TemplatesThatAreNoneAreRefused) {
   ExpectRefusal(with, 1,
                 "quen-shs: " + camera + ": expected finite numbers in a template, found nan at column 1, row 1");
   MakeCamera("fits.PrimaryHDU(numpy.ones((3, 3)))");
-
   ExpectRefusal(File("frame.fits") + " --engine correlation:size=5 --template " + camera, 1,
                 "quen-shs: correlation: size: expected none beside a template, found 5");
   ExpectRefusal(File("frame.fits") + " --template-from " + File("frame.fits"), 1,

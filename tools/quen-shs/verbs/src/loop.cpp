@@ -97,6 +97,14 @@ Report SummaryReport(const LoopArguments& command, const workbench::LoopSummary&
   return report;
 }
 
+/// For scripts always, for a person where there are any.
+void AddLostSpots(Report& report, const workbench::LoopRun& run) {
+  if (run.lost_spots == 0) return report.Add("lost_spots", run.lost_spots);
+  report.Add("lost_spots", run.lost_spots, "spots not found",
+             fmt::format("{} of {}, which say nothing of the modes", run.lost_spots,
+                         run.records.size() * quen::shssim::kNumRoisUsed));
+}
+
 /// @throws std::runtime_error  the loop has diverged, or is no better than none
 void RequireConvergence(const workbench::LoopRun& run, const workbench::LoopSummary& summary) {
   if (run.has_diverged) {
@@ -127,11 +135,7 @@ void RunOne(const LoopArguments& command, workbench::Camera& camera, const workb
 
   const workbench::LoopSummary summary = workbench::SummaryOf(run, command.options.delay);
   Report report = SummaryReport(command, summary, run.records.size(), rate);
-  report.Add("lost_spots", run.lost_spots);
-  if (run.lost_spots > 0) {
-    report.AddLine(fmt::format("spots not found         {} of {}, which say nothing of the modes", run.lost_spots,
-                               run.records.size() * quen::shssim::kNumRoisUsed));
-  }
+  AddLostSpots(report, run);
   report.Add("diverged", run.has_diverged);
   report.AddFiles(files);
   report.Print(command.json);

@@ -93,7 +93,6 @@ void Measure(const MeasureArguments& command) {
   files.RefuseToReplace(file);
   workbench::MeasureOptions options = command.options;
   options.spot = SpotOf(command, camera, files);
-  static_cast<void>(workbench::MakeEngine(options.engine, {}, options.spot));  // refuses options that do not go with it
   if (!command.truth.empty()) {
     const workbench::InputFile truth_file(command.truth);
     files.RefuseToReplace(truth_file);
