@@ -8,9 +8,9 @@
 #include "testing/calibration.hpp"
 #include "testing/exceptions.hpp"
 
+namespace quen::basesim {
 namespace {
 
-using quen::basesim::BaseSimulator;
 using quen::testing::Calibration;
 using quen::testing::CalibrationFolder;
 using quen::testing::ClearMessages;
@@ -44,11 +44,11 @@ std::string NotFound(const std::string& name) {
 }
 
 TEST(BaseSimulator, ConstantsAreTheSensors) {
-  EXPECT_EQ(quen::basesim::kNumRois, 1089U);
-  EXPECT_EQ(quen::basesim::kFrameWidth, 840U);
-  EXPECT_EQ(quen::basesim::kFrameHeight, 816U);
-  EXPECT_EQ(quen::basesim::kNumModes, 52U);
-  EXPECT_EQ(quen::basesim::kNumSlopes, 1214U);
+  EXPECT_EQ(kNumRois, 1089U);
+  EXPECT_EQ(kFrameWidth, 840U);
+  EXPECT_EQ(kFrameHeight, 816U);
+  EXPECT_EQ(kNumModes, 52U);
+  EXPECT_EQ(kNumSlopes, 1214U);
 }
 
 TEST(BaseSimulator, LoadsEverythingInFileOrder) {
@@ -294,3 +294,4 @@ TEST(BaseSimulator, CopiesAreIndependentValues) {
 }
 
 }  // namespace
+}  // namespace quen::basesim

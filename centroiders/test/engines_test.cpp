@@ -10,12 +10,9 @@
 
 // What all engines have in common.
 
+namespace quen::centroiders {
 namespace {
 
-using quen::centroiders::Engine;
-using quen::centroiders::EngineCase;
-using quen::centroiders::EngineCases;
-using quen::centroiders::WithoutLight;
 using quen::image_processing::Roi;
 
 constexpr std::size_t kWidth = 90;
@@ -32,7 +29,7 @@ struct Result {
 };
 
 /// A region's pixels, row by row, and its reference point from the first of them.
-struct Patch {
+struct Cutout {
   std::vector<std::int16_t> pixels = std::vector<std::int16_t>(std::size_t{kSide} * kSide, 0);
   double x_ref = 11.25;
   double y_ref = 10.625;
@@ -41,36 +38,36 @@ struct Patch {
 };
 
 /// A spot with noise, whose pixels are all different from their neighbours.
-Patch Spot(double dx, double dy, double noise = 12.0, double height = 3000.0) {
-  Patch patch;
+Cutout Spot(double dx, double dy, double noise = 12.0, double height = 3000.0) {
+  Cutout cutout;
   std::mt19937 random(5);
   std::uniform_real_distribution<double> uniform(-noise, noise);
   for (std::size_t y = 0; y < kSide; ++y) {
     for (std::size_t x = 0; x < kSide; ++x) {
-      const double u = static_cast<double>(x) - patch.x_ref - dx;
-      const double v = static_cast<double>(y) - patch.y_ref - dy;
-      patch.At(x, y) = static_cast<std::int16_t>(std::lround(
-          height * std::exp(quen::shssim::kSpotExponent * (u * u + v * v)) + (noise > 0.0 ? uniform(random) : 0.0)));
+      const double u = static_cast<double>(x) - cutout.x_ref - dx;
+      const double v = static_cast<double>(y) - cutout.y_ref - dy;
+      cutout.At(x, y) = static_cast<std::int16_t>(std::lround(
+          height * std::exp(shssim::kSpotExponent * (u * u + v * v)) + (noise > 0.0 ? uniform(random) : 0.0)));
     }
   }
-  return patch;
+  return cutout;
 }
 
-/// Measures a patch at a place in a frame whose other pixels are bright.
-Result Measure(Engine& engine, Patch patch, std::size_t x_low, std::size_t y_low) {
+/// Measures a cutout at a place in a frame whose other pixels are bright.
+Result Measure(Engine& engine, Cutout cutout, std::size_t x_low, std::size_t y_low) {
   std::vector<std::uint16_t> frame(kWidth * kHeight, 31000);
   for (std::size_t y = 0; y < kSide; ++y) {
     for (std::size_t x = 0; x < kSide; ++x) {
-      frame[x_low + x + kWidth * (y_low + y)] = static_cast<std::uint16_t>(patch.At(x, y));
+      frame[x_low + x + kWidth * (y_low + y)] = static_cast<std::uint16_t>(cutout.At(x, y));
     }
   }
   const Roi roi(static_cast<std::uint16_t>(x_low), static_cast<std::uint16_t>(x_low + kSide),
                 static_cast<std::uint16_t>(y_low), static_cast<std::uint16_t>(y_low + kSide), kWidth, kHeight,
-                static_cast<double>(x_low) + patch.x_ref, static_cast<double>(y_low) + patch.y_ref);
+                static_cast<double>(x_low) + cutout.x_ref, static_cast<double>(y_low) + cutout.y_ref);
   const std::vector<std::uint16_t> before = frame;
-  const std::size_t allocations = quen::testing::Allocations();
+  const std::size_t allocations = testing::Allocations();
   engine.Compute(frame, roi);
-  EXPECT_EQ(quen::testing::Allocations(), allocations) << "Compute allocates";
+  EXPECT_EQ(testing::Allocations(), allocations) << "Compute allocates";
   EXPECT_EQ(frame, before) << "Compute changes the frame";
   return {engine.flux, engine.x, engine.y};
 }
@@ -102,29 +99,29 @@ TEST_P(EveryEngine, FollowsTheSpotAlongTheRightAxisAndSign) {
 }
 
 TEST_P(EveryEngine, OnlyTheRegionsPixelsCountWhereverItLies) {
-  const Patch patch = Spot(0.6, -0.4);
-  const Result here = Measure(*engine_, patch, 30, 20);
-  EXPECT_EQ(Measure(*engine_, patch, 0, 0), here);
-  EXPECT_EQ(Measure(*engine_, patch, kWidth - kSide, kHeight - kSide), here);
-  EXPECT_EQ(Measure(*engine_, patch, 31, 33), here);
+  const Cutout cutout = Spot(0.6, -0.4);
+  const Result here = Measure(*engine_, cutout, 30, 20);
+  EXPECT_EQ(Measure(*engine_, cutout, 0, 0), here);
+  EXPECT_EQ(Measure(*engine_, cutout, kWidth - kSide, kHeight - kSide), here);
+  EXPECT_EQ(Measure(*engine_, cutout, 31, 33), here);
 }
 
 TEST_P(EveryEngine, ResultsDependOnNoEarlierCall) {
-  const Patch patch = Spot(0.6, -0.4);
-  const Result fresh = Measure(*engine_, patch, 30, 20);
+  const Cutout cutout = Spot(0.6, -0.4);
+  const Result fresh = Measure(*engine_, cutout, 30, 20);
   Measure(*engine_, Spot(-1.0, 1.0, 200.0, 20000.0), 30, 20);
-  EXPECT_EQ(Measure(*engine_, patch, 30, 20), fresh);
+  EXPECT_EQ(Measure(*engine_, cutout, 30, 20), fresh);
 }
 
 TEST_P(EveryEngine, MirroredPixelsGiveMirroredResults) {
   constexpr double kRounding = 1e-10;
-  Patch patch = Spot(0.7, -0.3);
-  Patch mirrored = patch;
+  Cutout cutout = Spot(0.7, -0.3);
+  Cutout mirrored = cutout;
   for (std::size_t y = 0; y < kSide; ++y) {
-    for (std::size_t x = 0; x < kSide; ++x) mirrored.At(kSide - 1 - x, y) = patch.At(x, y);
+    for (std::size_t x = 0; x < kSide; ++x) mirrored.At(kSide - 1 - x, y) = cutout.At(x, y);
   }
-  mirrored.x_ref = kSide - 1 - patch.x_ref;
-  const Result straight = Measure(*engine_, patch, 30, 20);
+  mirrored.x_ref = kSide - 1 - cutout.x_ref;
+  const Result straight = Measure(*engine_, cutout, 30, 20);
   const Result result = Measure(*engine_, mirrored, 30, 20);
   EXPECT_NEAR(result.x, -straight.x, kRounding);
   EXPECT_NEAR(result.y, straight.y, kRounding);
@@ -133,13 +130,13 @@ TEST_P(EveryEngine, MirroredPixelsGiveMirroredResults) {
 
 TEST_P(EveryEngine, ExchangedAxesGiveExchangedResults) {
   constexpr double kRounding = 1e-10;
-  Patch patch = Spot(0.7, -0.3);
-  Patch exchanged = patch;
+  Cutout cutout = Spot(0.7, -0.3);
+  Cutout exchanged = cutout;
   for (std::size_t y = 0; y < kSide; ++y) {
-    for (std::size_t x = 0; x < kSide; ++x) exchanged.At(y, x) = patch.At(x, y);
+    for (std::size_t x = 0; x < kSide; ++x) exchanged.At(y, x) = cutout.At(x, y);
   }
   std::swap(exchanged.x_ref, exchanged.y_ref);
-  const Result straight = Measure(*engine_, patch, 30, 20);
+  const Result straight = Measure(*engine_, cutout, 30, 20);
   const Result result = Measure(*engine_, exchanged, 30, 20);
   EXPECT_NEAR(result.x, straight.y, kRounding);
   EXPECT_NEAR(result.y, straight.x, kRounding);
@@ -157,25 +154,25 @@ INSTANTIATE_TEST_SUITE_P(Engines, EngineFreeOfTheReference, ::testing::ValuesIn(
                          [](const auto& engine) { return engine.param.name; });
 
 TEST_P(EngineFreeOfTheReference, IsShiftedByItAndNoMore) {
-  Patch patch = Spot(0.7, -0.3);
-  const Result here = Measure(*engine_, patch, 30, 20);
-  patch.x_ref -= 2.5;
-  patch.y_ref += 1.25;
-  const Result there = Measure(*engine_, patch, 30, 20);
+  Cutout cutout = Spot(0.7, -0.3);
+  const Result here = Measure(*engine_, cutout, 30, 20);
+  cutout.x_ref -= 2.5;
+  cutout.y_ref += 1.25;
+  const Result there = Measure(*engine_, cutout, 30, 20);
   EXPECT_EQ(there.flux, here.flux);
   EXPECT_NEAR(there.x, here.x + 2.5, 1e-12);
   EXPECT_NEAR(there.y, here.y - 1.25, 1e-12);
 }
 
 TEST_P(EveryEngine, NoLightIsNoDisplacement) {
-  Patch dark;
+  Cutout dark;
   std::ranges::fill(dark.pixels, std::int16_t{-7});
   if (tells_of_failures_) {
-    ExpectFailure(Measure(*engine_, Patch(), 30, 20));
+    ExpectFailure(Measure(*engine_, Cutout(), 30, 20));
     ExpectFailure(Measure(*engine_, dark, 30, 20));
     return;
   }
-  EXPECT_EQ(Measure(*engine_, Patch(), 30, 20), (Result{0.0, 0.0, 0.0}));
+  EXPECT_EQ(Measure(*engine_, Cutout(), 30, 20), (Result{0.0, 0.0, 0.0}));
   const Result result = Measure(*engine_, dark, 30, 20);
   EXPECT_LE(result.flux, 0.0);
   EXPECT_EQ(result.x, 0.0);
@@ -184,10 +181,10 @@ TEST_P(EveryEngine, NoLightIsNoDisplacement) {
 
 TEST_P(EveryEngine, DarkPixelsAreNegative) {
   // Where they were read as unsigned, the wrapped pixels would be the brightest.
-  Patch patch = Spot(0.5, 0.25, 0.0);
-  const Result clean = Measure(*engine_, patch, 30, 20);
-  for (std::size_t x = 0; x < kSide; ++x) patch.At(x, 0) = -1;
-  const Result result = Measure(*engine_, patch, 30, 20);
+  Cutout cutout = Spot(0.5, 0.25, 0.0);
+  const Result clean = Measure(*engine_, cutout, 30, 20);
+  for (std::size_t x = 0; x < kSide; ++x) cutout.At(x, 0) = -1;
+  const Result result = Measure(*engine_, cutout, 30, 20);
   EXPECT_NEAR(result.x, clean.x, 0.01);
   EXPECT_NEAR(result.y, clean.y, 0.01);
   EXPECT_NEAR(result.flux, clean.flux, 25.0);
@@ -206,10 +203,10 @@ TEST_P(EveryEngine, EmptyRegionsHaveNeitherLightNorDisplacement) {
 }
 
 TEST_P(EveryEngine, AnUnknownReferenceGivesAnUnknownDisplacement) {
-  Patch patch = Spot(0.5, 0.25);
-  const Result known = Measure(*engine_, patch, 30, 20);
-  patch.x_ref = kNaN;
-  const Result result = Measure(*engine_, patch, 30, 20);
+  Cutout cutout = Spot(0.5, 0.25);
+  const Result known = Measure(*engine_, cutout, 30, 20);
+  cutout.x_ref = kNaN;
+  const Result result = Measure(*engine_, cutout, 30, 20);
   EXPECT_TRUE(std::isnan(result.x));
   if (GetParam().needs_reference) {
     EXPECT_TRUE(std::isnan(result.y));
@@ -218,13 +215,13 @@ TEST_P(EveryEngine, AnUnknownReferenceGivesAnUnknownDisplacement) {
     EXPECT_EQ(result.y, known.y);
     EXPECT_EQ(result.flux, known.flux);
   }
-  patch.y_ref = kNaN;
-  EXPECT_TRUE(std::isnan(Measure(*engine_, patch, 30, 20).y));
+  cutout.y_ref = kNaN;
+  EXPECT_TRUE(std::isnan(Measure(*engine_, cutout, 30, 20).y));
 }
 
 TEST_P(EveryEngine, AnUnknownReferenceWithoutLightIsTold) {
   // As the table in centroiders/pixel_engine.hpp says.
-  Patch dark;
+  Cutout dark;
   dark.x_ref = kNaN;
   const Result result = Measure(*engine_, dark, 30, 20);
   EXPECT_EQ(result.flux, 0.0);
@@ -275,3 +272,4 @@ TEST_P(EveryEngineDeathTest, AFrameTooSmallForItsRegionEndsTheProcess) {
 }
 
 }  // namespace
+}  // namespace quen::centroiders

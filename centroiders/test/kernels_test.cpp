@@ -7,13 +7,13 @@
 #include "centroiders/src/gaussian.hpp"
 #include "centroiders/src/moments.hpp"
 #include "shssim/spot.hpp"
+#include "testing/levels.hpp"
 
 // Each kernel at every level against its plain twin.
 
+namespace quen::centroiders {
 namespace {
 
-using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): internals
-using quen::common::simd::IsAvailable;
 using quen::common::simd::kLevels;
 using quen::common::simd::Level;
 
@@ -36,15 +36,9 @@ void ForRectangles(std::int32_t lowest, std::int32_t highest, F f) {
   }
 }
 
-class Kernels : public ::testing::TestWithParam<Level> {
- protected:
-  void SetUp() override {
-    if (!IsAvailable(GetParam())) GTEST_SKIP() << "not on this processor";
-  }
-};
+class Kernels : public testing::AtLevel {};
 
-INSTANTIATE_TEST_SUITE_P(Levels, Kernels, ::testing::ValuesIn(kLevels),
-                         [](const auto& level) { return Name(level.param); });
+INSTANTIATE_TEST_SUITE_P(Levels, Kernels, ::testing::ValuesIn(kLevels), testing::kNameOfLevel);
 
 TEST_P(Kernels, MomentsAreThePlainOnes) {
   for (const std::int32_t cut : {kEveryPixel, -32768, -1, 0, 20000, 32766, 32767, 98302}) {
@@ -275,7 +269,7 @@ AxisWeights Filled(Level level, double sigma, double centre, std::size_t first, 
   AxisWeights weights{};
   weights.even.fill(-1.0);
   weights.odd.fill(-1.0);
-  Gaussian(sigma * quen::shssim::kFwhmPerSigma).Fill(level, centre, first, count, weights);
+  Gaussian(sigma * shssim::kFwhmPerSigma).Fill(level, centre, first, count, weights);
   return weights;
 }
 
@@ -318,3 +312,4 @@ TEST_P(Kernels, GaussianWeightsAreTheSameAtAllLevelsAboveThePlainOne) {
 }
 
 }  // namespace
+}  // namespace quen::centroiders

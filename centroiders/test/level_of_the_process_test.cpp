@@ -9,6 +9,7 @@
 
 // The simulator's library and the engines are two binaries here, as in most hosts; the level is decided once for both.
 
+namespace quen::centroiders {
 namespace {
 
 using quen::testing::LogListener;
@@ -17,10 +18,10 @@ using quen::testing::ScopedVariable;
 /// Draws and measures in a process that wishes for a level that there is not. Ends with 0 if that made one record.
 void ExitWhetherWarnedOnce() {
   const ScopedVariable variable("QUEN_SIMD", "avx1024");
-  const LogListener log(quen::common::GetLogger());
-  quen::shssim::ShsSimulator simulator;
-  const std::vector<double> zeros(quen::basesim::kNumRois, 0.0);
-  quen::centroiders::CentreOfGravity engine;
+  const LogListener log(common::GetLogger());
+  shssim::ShsSimulator simulator;
+  const std::vector<double> zeros(basesim::kNumRois, 0.0);
+  CentreOfGravity engine;
   for (int k = 0; k < 2; ++k) {
     simulator.ComputeFrame(zeros, zeros, 10.0);
     simulator.ComputeSlopes(engine, 12.0);
@@ -33,8 +34,9 @@ void ExitWhetherWarnedOnce() {
 
 TEST(LevelOfTheProcessDeathTest, UnknownWordIsWarnedOfOnceThoughThereAreTwoLibraries) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const quen::testing::CalibrationFolder folder;
+  const testing::CalibrationFolder folder;
   EXPECT_EXIT(ExitWhetherWarnedOnce(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
+}  // namespace quen::centroiders

@@ -12,16 +12,9 @@
 
 // What the engines are given in place of counts.
 
+namespace quen::centroiders {
 namespace {
 
-using quen::centroiders::BackgroundEstimate;
-using quen::centroiders::CentreOfGravity;
-using quen::centroiders::Engine;
-using quen::centroiders::EngineCase;
-using quen::centroiders::EngineCases;
-using quen::centroiders::LightConfig;
-using quen::centroiders::LightEngine;
-using quen::centroiders::PixelSign;
 using quen::image_processing::Roi;
 using quen::testing::ExpectThrows;
 using quen::testing::kNan;
@@ -76,9 +69,9 @@ TEST_P(EveryEngineOnLight, GivesTheSameWhereLightIsTheCounts) {
   const auto plain = GetParam().make();
   LightEngine engine({}, GetParam().make());
   plain->Compute(frame, AroundTheSpot());
-  const std::size_t allocations = quen::testing::Allocations();
+  const std::size_t allocations = testing::Allocations();
   engine.Compute(frame, AroundTheSpot());
-  EXPECT_EQ(quen::testing::Allocations(), allocations);
+  EXPECT_EQ(testing::Allocations(), allocations);
   EXPECT_EQ(engine.flux, plain->flux);
   EXPECT_EQ(engine.x, plain->x);
   EXPECT_EQ(engine.y, plain->y);
@@ -189,3 +182,4 @@ TEST(LightEngine, ItsConfigurationIsChecked) {
 TEST(LightEngineDeathTest, NeedsAnEngine) { EXPECT_DEATH(LightEngine({}, nullptr), ""); }
 
 }  // namespace
+}  // namespace quen::centroiders

@@ -8,26 +8,16 @@
 #include "centroiders/src/scoring_step.hpp"
 #include "centroiders/src/smoothed_maximum.hpp"
 #include "centroiders/src/spot_moments.hpp"
+#include "testing/levels.hpp"
 
 // What the fit is made of: how pixels are read, where it starts, and the sums of its steps, at every level.
 
+namespace quen::centroiders {
 namespace {
 
-using quen::centroiders::Extent;
-using quen::centroiders::PixelReader;
-using quen::centroiders::PixelReading;
-using quen::centroiders::PixelSign;
-using quen::centroiders::SmoothedMaximum;
-using quen::centroiders::SpotBackground;
-using quen::centroiders::SpotModel;
-using quen::centroiders::SpotMoments;
-using quen::centroiders::SpotShape;
-using quen::centroiders::Terms;
-using quen::common::simd::IsAvailable;
 using quen::common::simd::kLevels;
 using quen::common::simd::Level;
 using quen::image_processing::Roi;
-using LightPatch = quen::centroiders::Patch;
 
 // --- Reading
 
@@ -49,7 +39,7 @@ class Reading : public ::testing::Test {
   }
 
   std::vector<std::uint16_t> frame_ = std::vector<std::uint16_t>(std::size_t{kWide} * kHigh, 100);
-  LightPatch patch_;
+  Patch patch_;
 };
 
 TEST_F(Reading, CountsAreSignedUnlessToldOtherwise) {
@@ -144,19 +134,13 @@ TEST_F(Reading, NothingCountsBeyondTheColumns) {
 
 // --- Sums
 
-class SumsOfTheFit : public ::testing::TestWithParam<Level> {
- protected:
-  void SetUp() override {
-    if (!IsAvailable(GetParam())) GTEST_SKIP() << "not on this processor";
-  }
-};
-INSTANTIATE_TEST_SUITE_P(Levels, SumsOfTheFit, ::testing::ValuesIn(kLevels),
-                         [](const auto& level) { return Name(level.param); });
+class SumsOfTheFit : public testing::AtLevel {};
+INSTANTIATE_TEST_SUITE_P(Levels, SumsOfTheFit, ::testing::ValuesIn(kLevels), testing::kNameOfLevel);
 
-LightPatch RandomPatch(std::size_t width, std::size_t height, std::mt19937& random) {
+Patch RandomPatch(std::size_t width, std::size_t height, std::mt19937& random) {
   std::uniform_real_distribution<double> light(-20.0, 3000.0);
   std::uniform_real_distribution<double> response(0.5, 1.5);
-  LightPatch patch;
+  Patch patch;
   patch.Resize(width, height);
   std::ranges::fill(patch.light, 0.0);
   std::ranges::fill(patch.response, 0.0);
@@ -197,7 +181,7 @@ std::vector<ModelAndExtent> ModelsOfAllForms(std::size_t width, std::size_t heig
 constexpr double kNoise = 7.0;
 
 /// The formula.
-double SumOf(const LightPatch& patch, const SpotModel& m, double noise, int n, std::size_t j, std::size_t k,
+double SumOf(const Patch& patch, const SpotModel& m, double noise, int n, std::size_t j, std::size_t k,
              bool of_residuals) {
   double sum = 0.0;
   for (std::size_t row = 0; row < patch.height; ++row) {
@@ -216,7 +200,7 @@ double SumOf(const LightPatch& patch, const SpotModel& m, double noise, int n, s
 }
 
 /// Of all the sums that are wanted.
-void ExpectTheFormulas(const SpotMoments& sums, const LightPatch& patch, const SpotModel& model, double noise,
+void ExpectTheFormulas(const SpotMoments& sums, const Patch& patch, const SpotModel& model, double noise,
                        const Extent& extent) {
   constexpr double kRelative = 1e-10;  // of sums whose terms have both signs
   const auto powers = [degrees = std::array{extent.background_degree, extent.spot_degree}](
@@ -246,7 +230,7 @@ void ExpectTheFormulas(const SpotMoments& sums, const LightPatch& patch, const S
 TEST_P(SumsOfTheFit, AreTheFormulas) {
   std::mt19937 random(2);
   for (const auto& [width, height] : {std::pair(24, 24), std::pair(3, 17), std::pair(70, 5), std::pair(9, 66)}) {
-    const LightPatch patch = RandomPatch(static_cast<std::size_t>(width), static_cast<std::size_t>(height), random);
+    const Patch patch = RandomPatch(static_cast<std::size_t>(width), static_cast<std::size_t>(height), random);
     for (const auto& [model, extent] : ModelsOfAllForms(patch.width, patch.height)) {
       const SpotMoments sums = SumSpotMoments(GetParam(), patch, model, kNoise, extent);
       ExpectTheFormulas(sums, patch, model, kNoise, extent);
@@ -268,7 +252,7 @@ TEST_P(SumsOfTheFit, BeforeTheSpotAreTheFormulas) {
   std::mt19937 random(5);
   for (const auto& [width, height] :
        {std::pair(24, 24), std::pair(3, 17), std::pair(64, 7), std::pair(70, 5), std::pair(9, 66)}) {
-    LightPatch patch = RandomPatch(static_cast<std::size_t>(width), static_cast<std::size_t>(height), random);
+    Patch patch = RandomPatch(static_cast<std::size_t>(width), static_cast<std::size_t>(height), random);
     for (const auto& [form, extent] : ModelsOfAllForms(patch.width, patch.height)) {
       const SpotModel model = WithoutASpot(form, kSome);
       ExpectTheFormulas(SumBeforeTheSpot(GetParam(), patch, model, extent), patch, model, kEqualWeights, extent);
@@ -290,14 +274,14 @@ TEST_P(SumsOfTheFit, AreThePlainOnes) {
   std::mt19937 random(3);
   for (const std::size_t width : {3U, 4U, 7U, 8U, 9U, 15U, 16U, 24U, 33U, 63U, 64U, 65U, 129U}) {
     for (const std::size_t height : {3U, 8U, 24U, 63U, 64U, 65U}) {
-      const LightPatch patch = RandomPatch(width, height, random);
+      const Patch patch = RandomPatch(width, height, random);
       for (const auto& [model, extent] : ModelsOfAllForms(width, height)) {
         const SpotMoments fast = SumSpotMoments(GetParam(), patch, model, kNoise, extent);
         const SpotMoments plain = SumSpotMoments(Level::kPlain, patch, model, kNoise, extent);
         EXPECT_EQ(fast.information, plain.information) << width << " x " << height;
         EXPECT_EQ(fast.score, plain.score) << width << " x " << height;
       }
-      LightPatch full = patch;
+      Patch full = patch;
       full.counts_everywhere = true;
       for (const auto& [form, extent] : ModelsOfAllForms(width, height)) {
         const SpotModel model = WithoutASpot(form, 20.0);
@@ -313,7 +297,7 @@ TEST_P(SumsOfTheFit, AreThePlainOnes) {
 TEST(StepOfTheFit, NeedsAsManyPixelsAsTerms) {
   // Two for the centre, one for the background and one for the height.
   const Terms terms(SpotShape::kGiven, SpotBackground::kConstant);
-  LightPatch patch;
+  Patch patch;
   patch.Resize(8, 8);
   SpotModel model{};
   model.centre = {3.3, 3.6};
@@ -330,7 +314,7 @@ TEST(StepOfTheFit, NeedsAsManyPixelsAsTerms) {
 // --- The start
 
 /// What the search is to find, pixel by pixel; column by column, where several are equal.
-quen::centroiders::Point LargestSquare(const LightPatch& patch, std::size_t side) {
+Point LargestSquare(const Patch& patch, std::size_t side) {
   side = std::min(side, (std::min(patch.width, patch.height) - 3) / 2 * 2 + 1);
   const auto at = [&](std::size_t x, std::size_t y) { return patch.light[x + patch.stride * y]; };
   const auto capped = [&](std::size_t x, std::size_t y) {
@@ -343,7 +327,7 @@ quen::centroiders::Point LargestSquare(const LightPatch& patch, std::size_t side
     return std::min(at(x, y), most);
   };
   double largest = -1e300;
-  quen::centroiders::Point found{};
+  Point found{};
   for (std::size_t x = 1; x + side < patch.width; ++x) {
     for (std::size_t y = 1; y + side < patch.height; ++y) {
       double sum = 0.0;
@@ -365,9 +349,9 @@ TEST_P(SumsOfTheFit, TheStartIsTheMiddleOfTheLargestSquare) {
   for (const std::size_t width : {3U, 4U, 5U, 8U, 9U, 24U, 33U}) {
     for (const std::size_t height : {3U, 4U, 7U, 24U, 70U}) {
       for (const std::size_t side : {1U, 3U, 5U, 85U}) {
-        const LightPatch patch = RandomPatch(width, height, random);
-        const quen::centroiders::Point expected = LargestSquare(patch, side);
-        const quen::centroiders::Point found = start.Find(GetParam(), patch, side, false);
+        const Patch patch = RandomPatch(width, height, random);
+        const Point expected = LargestSquare(patch, side);
+        const Point found = start.Find(GetParam(), patch, side, false);
         EXPECT_EQ(found.x, expected.x) << width << " x " << height << ", " << side;
         EXPECT_EQ(found.y, expected.y) << width << " x " << height << ", " << side;
       }
@@ -381,14 +365,14 @@ TEST_P(SumsOfTheFit, TheLevelledStartIsThePlainOne) {
   for (const std::size_t width : {3U, 5U, 8U, 9U, 24U, 33U}) {
     for (const std::size_t height : {3U, 4U, 24U, 70U}) {
       for (const double scale : {1.0, 3.0, 7.0}) {
-        LightPatch ramp = RandomPatch(width, height, random);
+        Patch ramp = RandomPatch(width, height, random);
         for (std::size_t k = 0; k < ramp.light.size(); ++k) {
           const std::size_t row = k / ramp.stride;
           ramp.light[k] = (17.0 * static_cast<double>(k % ramp.stride) + 30.0 * static_cast<double>(row)) / scale;
         }
-        for (const LightPatch& patch : {RandomPatch(width, height, random), ramp}) {
-          const quen::centroiders::Point fast = start.Find(GetParam(), patch, 5, true);
-          const quen::centroiders::Point plain = start.Find(Level::kPlain, patch, 5, true);
+        for (const Patch& patch : {RandomPatch(width, height, random), ramp}) {
+          const Point fast = start.Find(GetParam(), patch, 5, true);
+          const Point plain = start.Find(Level::kPlain, patch, 5, true);
           EXPECT_EQ(fast.x, plain.x) << width << " x " << height;
           EXPECT_EQ(fast.y, plain.y) << width << " x " << height;
         }
@@ -397,8 +381,8 @@ TEST_P(SumsOfTheFit, TheLevelledStartIsThePlainOne) {
   }
 }
 
-LightPatch PatchWithASpot(double x, double y) {
-  LightPatch patch;
+Patch PatchWithASpot(double x, double y) {
+  Patch patch;
   patch.Resize(24, 24);
   for (std::size_t row = 0; row < 24; ++row) {
     for (std::size_t column = 0; column < 24; ++column) {
@@ -413,16 +397,16 @@ LightPatch PatchWithASpot(double x, double y) {
 TEST_P(SumsOfTheFit, NoSinglePixelDrawsTheStartAway) {
   SmoothedMaximum start;
   for (std::size_t pixel = 0; pixel < std::size_t{24} * 24; ++pixel) {
-    LightPatch patch = PatchWithASpot(9.0, 13.0);
+    Patch patch = PatchWithASpot(9.0, 13.0);
     patch.light[pixel] = 1e6;
-    const quen::centroiders::Point found = start.Find(GetParam(), patch, 5, false);
+    const Point found = start.Find(GetParam(), patch, 5, false);
     EXPECT_NEAR(found.x, 9.0, 1.0) << pixel;
     EXPECT_NEAR(found.y, 13.0, 1.0) << pixel;
   }
 }
 
 TEST_P(SumsOfTheFit, NoSlopeDrawsALevelledStartAway) {
-  LightPatch patch = PatchWithASpot(9.0, 13.0);
+  Patch patch = PatchWithASpot(9.0, 13.0);
   for (std::size_t k = 0; k < patch.light.size(); ++k) {
     const std::size_t row = k / 24;
     patch.light[k] += 20.0 * static_cast<double>(k % 24) - 30.0 * static_cast<double>(row);
@@ -434,3 +418,4 @@ TEST_P(SumsOfTheFit, NoSlopeDrawsALevelledStartAway) {
 }
 
 }  // namespace
+}  // namespace quen::centroiders

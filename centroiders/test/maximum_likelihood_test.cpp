@@ -14,9 +14,9 @@
 
 // The fit on frames of a detector, against the least error that its parameters allow, and where it gives up.
 
+namespace quen::centroiders {
 namespace {
 
-using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all of them
 using quen::detector::Detector;
 using quen::detector::DetectorConfig;
 using quen::image_processing::Roi;
@@ -24,8 +24,8 @@ using quen::testing::ExpectThrows;
 using quen::testing::kNan;
 
 constexpr std::size_t kRegionSide = 24;  // of a region
-constexpr std::size_t kRegionsAcross = quen::detector::kWidth / kRegionSide;
-constexpr std::size_t kRegionsDown = quen::detector::kHeight / kRegionSide;
+constexpr std::size_t kRegionsAcross = detector::kWidth / kRegionSide;
+constexpr std::size_t kRegionsDown = detector::kHeight / kRegionSide;
 constexpr double kReference = 11.5;  // where a region's reference is
 
 /// Variances along x and y, and the covariance.
@@ -168,8 +168,8 @@ class Frames {
             static_cast<std::uint16_t>(x + kRegionSide),
             y,
             static_cast<std::uint16_t>(y + kRegionSide),
-            quen::detector::kWidth,
-            quen::detector::kHeight,
+            detector::kWidth,
+            detector::kHeight,
             x + kReference,
             y + kReference};
   }
@@ -181,7 +181,7 @@ class Frames {
       for (std::size_t x = 0; x < kRegionSide; ++x) {
         const auto column = static_cast<double>(x);
         const auto row = static_cast<double>(y);
-        double& value = values_[roi.x_low + x + quen::detector::kWidth * (roi.y_low + y)];
+        double& value = values_[roi.x_low + x + detector::kWidth * (roi.y_low + y)];
         value =
             case_.scene.Spot(column - places_[region].x, row - places_[region].y) + case_.scene.Background(column, row);
         if (x == HotColumn(region) && y == HotRow(region)) value += case_.scene.hot;
@@ -193,8 +193,8 @@ class Frames {
   Detector detector_;
   std::mt19937 random_{3};
   std::vector<Place> places_ = std::vector<Place>(kRegionsAcross * kRegionsDown);
-  std::vector<double> values_ = std::vector<double>(quen::detector::kPixels, 0.0);
-  std::vector<std::uint16_t> frame_ = std::vector<std::uint16_t>(quen::detector::kPixels);
+  std::vector<double> values_ = std::vector<double>(detector::kPixels, 0.0);
+  std::vector<std::uint16_t> frame_ = std::vector<std::uint16_t>(detector::kPixels);
 };
 
 /// A case whose engine reads what the detector makes.
@@ -248,11 +248,11 @@ std::vector<Case> Cases() {
   cases.push_back(saturated);
   for (const double n : {300.0, 3000.0}) {
     Case hot = Matched("HotPixel", {.electrons = n, .background = 1.0, .hot = 5000.0}, 1.0, 100.0);
-    hot.engine.reading.bad_pixels.resize(quen::detector::kPixels);
+    hot.engine.reading.bad_pixels.resize(detector::kPixels);
     for (std::size_t region = 0; region < kRegionsAcross * kRegionsDown; ++region) {
       const Roi roi = Frames::Region(region);
-      hot.engine.reading
-          .bad_pixels[roi.x_low + HotColumn(region) + quen::detector::kWidth * (roi.y_low + HotRow(region))] = 1;
+      hot.engine.reading.bad_pixels[roi.x_low + HotColumn(region) + detector::kWidth * (roi.y_low + HotRow(region))] =
+          1;
     }
     cases.push_back(hot);
     cases.push_back(Matched("FarOut", {.electrons = n, .background = 1.0, .shift = 8.0}, 1.0, 100.0));
@@ -570,9 +570,9 @@ TEST(MaximumLikelihoodFit, MakesRoomForAWiderRegionOnceAndNoMore) {
   const Roi roi(0, kWide, 0, kWide, kWide, kWide, 100.0, 100.0);
   MaximumLikelihoodFit engine;
   engine.Compute(frame, roi);
-  const std::size_t allocations = quen::testing::Allocations();
+  const std::size_t allocations = testing::Allocations();
   engine.Compute(frame, roi);
-  EXPECT_EQ(quen::testing::Allocations(), allocations);
+  EXPECT_EQ(testing::Allocations(), allocations);
 }
 
 TEST(MaximumLikelihoodFitDeathTest, AMapOfAnotherSizeThanTheFrameEndsTheProcess) {
@@ -634,3 +634,4 @@ TEST(MaximumLikelihoodFit, TheLimitsOfItsConfigurationAreAllowed) {
 }
 
 }  // namespace
+}  // namespace quen::centroiders

@@ -13,9 +13,9 @@
 
 // What each engine does differently, on small frames whose results can be told by hand.
 
+namespace quen::centroiders {
 namespace {
 
-using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all of them
 using quen::image_processing::Roi;
 using quen::testing::ExpectThrows;
 using Invalid = std::invalid_argument;
@@ -375,6 +375,27 @@ TEST_F(SmallFrame, CorrelationIsExactForTheDrawnSpot) {
   }
 }
 
+TEST(GaussianTemplate, IsAGaussianRowByRow) {
+  const std::vector<double> spot = GaussianTemplate(5, 3.0);
+  ASSERT_EQ(spot.size(), 25U);
+  for (int y = -2; y <= 2; ++y) {
+    for (int x = -2; x <= 2; ++x) {
+      const auto k = static_cast<std::size_t>(5 * (y + 2) + x + 2);
+      EXPECT_NEAR(spot[k], std::exp2(-4.0 * (x * x + y * y) / 9.0), 1e-15) << x << ", " << y;
+    }
+  }
+}
+
+TEST_F(SmallFrame, CorrelationLooksForTheDrawnSpotUnlessATemplateIsGiven) {
+  Draw(12.3, 11.8, 32000.0);
+  Correlation drawn;
+  Correlation given({.template_values = GaussianTemplate(21, shssim::kSpotFwhm)});
+  Measure(drawn);
+  Measure(given);
+  EXPECT_EQ(drawn.x, given.x);
+  EXPECT_EQ(drawn.y, given.y);
+}
+
 TEST_F(SmallFrame, CorrelationFindsAGivenTemplate) {
   // An L whose middle pixel is its corner.
   const std::vector<double> shape = {0, 4, 0, 0, 9, 3, 0, 0, 0};
@@ -626,7 +647,7 @@ TEST_F(SmallFrame, FitsStepIsThatOfTheWholeLeastSquaresProblem) {
       const Eigen::Index row = k / kSide;
       const double u = static_cast<double>(k % kSide) - start_x;
       const double v = static_cast<double>(row) - start_y;
-      const double g = std::exp(quen::shssim::kSpotExponent * (u * u + v * v));
+      const double g = std::exp(shssim::kSpotExponent * (u * u + v * v));
       functions.row(k) << g, u * g, v * g;
       pixels(k) = frame_[static_cast<std::size_t>(k)];
     }
@@ -650,7 +671,7 @@ TEST(GaussianFit, IsExactInRegionsOfManyTiles) {
         const double u = static_cast<double>(column) - x;
         const double v = static_cast<double>(row) - y;
         frame[column + kWide * row] =
-            static_cast<std::uint16_t>(std::lround(32000.0 * std::exp(quen::shssim::kSpotExponent * (u * u + v * v))));
+            static_cast<std::uint16_t>(std::lround(32000.0 * std::exp(shssim::kSpotExponent * (u * u + v * v))));
       }
     }
     engine.Compute(frame, Roi(0, kWide, 0, kWide, kWide, kWide, 75.0, 75.0));
@@ -746,6 +767,8 @@ TEST(Configuration, IsCheckedFieldByField) {
                         [] { QuadCell engine({.gain = -1.0}); });
   ExpectThrows<Invalid>("Correlation: size must be from 3 to 63, found 1", [] { Correlation engine({.size = 1}); });
   ExpectThrows<Invalid>("Correlation: size must be odd, found 20", [] { Correlation engine({.size = 20}); });
+  ExpectThrows<Invalid>("Correlation: size must be odd, found 20", [] { GaussianTemplate(20, 4.0); });
+  ExpectThrows<Invalid>("Correlation: fwhm must be from 1 to 100, found 0.5", [] { GaussianTemplate(21, 0.5); });
   ExpectThrows<Invalid>("Correlation: template_values must be 9 numbers, found 4; size is its side", [] {
     Correlation engine({.size = 3, .template_values = {1, 2, 3, 4}});
   });
@@ -777,3 +800,4 @@ TEST(Configuration, LimitsAreAllowed) {
 }
 
 }  // namespace
+}  // namespace quen::centroiders

@@ -17,9 +17,9 @@
 // Four frames have 2428 spots. An RMS then scatters by 1/√(2 · 2428) = 1.4 %; kScatter leaves room for more than three
 // times that. Seeds are fixed: the tests either always pass or always fail.
 
+namespace quen::centroiders {
 namespace {
 
-using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all of them
 using quen::shssim::kSpotPeak;
 using quen::shssim::ShsSimulator;
 using quen::testing::ExpectThrows;
@@ -35,7 +35,7 @@ class Scores : public ::testing::Test {
     return Of(engine, {.noise = noise, .range = range, .frames = kFrames, .seed = 3});
   }
 
-  quen::testing::CalibrationFolder calibration_;
+  testing::CalibrationFolder calibration_;
   ShsSimulator simulator_;
 };
 
@@ -44,7 +44,7 @@ class Scores : public ::testing::Test {
 /// What the fit measures, on a straight line of its own; NaN or far off for a number of spots each frame.
 class Distorted : public Engine {
  public:
-  void Compute(gsl::span<const std::uint16_t> frame, const quen::image_processing::Roi& roi) override {
+  void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override {
     fit_.Compute(frame, roi);
     flux = light * kSpotFlux;
     x = gain * fit_.x + offset;
@@ -126,7 +126,7 @@ TEST_F(Scores, AreTheSameForTheSameSeedAndEngineByEngine) {
 }
 
 TEST_F(Scores, PutTheThreadsGeneratorBack) {
-  std::mt19937& generator = quen::common::random::detail::MersenneTwisterEngine();
+  std::mt19937& generator = common::random::detail::MersenneTwisterEngine();
   generator.seed(77);
   CentreOfGravity centre;
   Of(centre, 10.0, 1.0);
@@ -163,7 +163,7 @@ TEST(ErrorBound, IsTheSumOverThePixels) {
 
 TEST(ErrorBound, OfADetectorHasTheTextbooksForms) {
   constexpr double kPhotons = 1000.0;
-  quen::detector::DetectorConfig config;
+  detector::DetectorConfig config;
   config.electrons_per_unit = kPhotons / kSpotFlux;
   config.gain = 1e6;  // no rounding
   EXPECT_NEAR(ErrorBound(config), 2.0 / std::sqrt(kPhotons), 1e-6);
@@ -183,14 +183,14 @@ TEST(ErrorBound, OfADetectorHasTheTextbooksForms) {
 }
 
 TEST(ErrorBound, OfADetectorHasThatOfUniformNoiseAsACase) {
-  quen::detector::DetectorConfig config;
+  detector::DetectorConfig config;
   config.photon_noise = false;
   config.read_noise = 10.0 / std::sqrt(3.0);  // and rounding has the variance of truncation
   EXPECT_NEAR(ErrorBound(config), ErrorBound(10.0), 1e-12);
 }
 
 TEST_F(Scores, OfTheCentreOfGravityOnPhotonsReachTheBound) {
-  quen::detector::DetectorConfig config;
+  detector::DetectorConfig config;
   config.electrons_per_unit = 2000.0 / kSpotFlux;
   CentreOfGravity engine;
   const Score score = ScoreEngines(simulator_, {engine}, {.range = 1.0, .frames = kFrames, .seed = 3}, config).front();
@@ -202,7 +202,7 @@ TEST_F(Scores, OfTheCentreOfGravityOnPhotonsReachTheBound) {
 }
 
 TEST_F(Scores, OfTheCentreOfGravityOnReadNoiseCountWithTheSquareOfTheirDistance) {
-  quen::detector::DetectorConfig config;
+  detector::DetectorConfig config;
   config.electrons_per_unit = 1e5 / kSpotFlux;
   config.photon_noise = false;
   config.read_noise = 20.0;
@@ -218,7 +218,7 @@ TEST_F(Scores, OfTheCentreOfGravityOnReadNoiseCountWithTheSquareOfTheirDistance)
 }
 
 TEST_F(Scores, OnADetectorDependOnTheSeedAndLeaveTheSimulatorsFrame) {
-  quen::detector::DetectorConfig config;
+  detector::DetectorConfig config;
   config.electrons_per_unit = 0.01;
   CentreOfGravity engine;
   const auto rms = [&](std::uint32_t seed) {
@@ -474,3 +474,4 @@ TEST_F(Scores, ShowThatASetOfWholePixelsIsNotQuiteRound) {
 }
 
 }  // namespace
+}  // namespace quen::centroiders

@@ -6,10 +6,8 @@
 #include <utility>
 #include <vector>
 
+namespace quen::defs {
 namespace {
-
-using quen::defs::Camera;
-using quen::defs::kCameraByName;
 
 static_assert(std::is_same_v<std::underlying_type_t<Camera>, std::int32_t>);
 
@@ -35,9 +33,10 @@ TEST(Camera, LookUpsAreExact) {
 }
 
 TEST(ModuleNames, AreTheProductsOwn) {
-  EXPECT_EQ(quen::defs::kModuleApp, "app");
-  EXPECT_EQ(quen::defs::kModulePimSm, "pim.sm");
-  EXPECT_EQ(quen::defs::kModulePim, "pim");
+  EXPECT_EQ(kModuleApp, "app");
+  EXPECT_EQ(kModulePimSm, "pim.sm");
+  EXPECT_EQ(kModulePim, "pim");
 }
 
 }  // namespace
+}  // namespace quen::defs

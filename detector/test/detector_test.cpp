@@ -16,18 +16,15 @@
 #include "testing/exceptions.hpp"
 #include "testing/values.hpp"
 
+namespace quen::detector {
 namespace {
 
-using quen::detector::Detector;
-using quen::detector::DetectorConfig;
-using quen::detector::kPixels;
-using quen::detector::PixelState;
 using quen::testing::ExpectThrows;
 using quen::testing::kInfinity;
 using quen::testing::kNan;
 
-static_assert(quen::detector::kWidth == quen::basesim::kFrameWidth);
-static_assert(quen::detector::kHeight == quen::basesim::kFrameHeight);
+static_assert(kWidth == basesim::kFrameWidth);
+static_assert(kHeight == basesim::kFrameHeight);
 
 using Counts = std::vector<std::uint16_t>;
 
@@ -345,19 +342,19 @@ TEST(Detector, CopiesExposeTheSameFrames) {
 
 TEST(Detector, ExposingAllocatesNothing) {
   DetectorConfig config = WithAllNoise();
-  quen::detector::AddHotPixels(1, 1000.0, 100.0, config);
+  AddHotPixels(1, 1000.0, 100.0, config);
   const Detector detector(config);
   const std::vector<double> values(kPixels, 30.0);
   Counts counts(kPixels);
-  const std::size_t before = quen::testing::Allocations();
+  const std::size_t before = testing::Allocations();
   detector.Expose(values, 0, counts);
-  EXPECT_EQ(quen::testing::Allocations(), before);
+  EXPECT_EQ(testing::Allocations(), before);
 }
 
 // --- Maps ----------------------------------------------------------------------------------------------------------
 
 TEST(DetectorMaps, FlatHasTheResponsesThatAreAskedFor) {
-  const std::vector<double> map = quen::detector::DrawFlatMap(3, 0.02);
+  const std::vector<double> map = DrawFlatMap(3, 0.02);
   ASSERT_EQ(map.size(), kPixels);
   double sum = 0.0;
   double squares = 0.0;
@@ -368,9 +365,9 @@ TEST(DetectorMaps, FlatHasTheResponsesThatAreAskedFor) {
   const auto n = static_cast<double>(kPixels);
   EXPECT_NEAR(sum / n, 0.0, 5.0 * 0.02 / std::sqrt(n));
   EXPECT_NEAR(squares / n, 4e-4, 5.0 * 4e-4 * std::sqrt(2.0 / n));
-  EXPECT_EQ(map, quen::detector::DrawFlatMap(3, 0.02));
-  EXPECT_NE(map, quen::detector::DrawFlatMap(4, 0.02));
-  const std::vector<double> widest = quen::detector::DrawFlatMap(3, 1.0);
+  EXPECT_EQ(map, DrawFlatMap(3, 0.02));
+  EXPECT_NE(map, DrawFlatMap(4, 0.02));
+  const std::vector<double> widest = DrawFlatMap(3, 1.0);
   EXPECT_EQ(*std::ranges::min_element(widest), 0.0);
 }
 
@@ -378,7 +375,7 @@ TEST(DetectorMaps, HotPixelsAreAsManyAndAsHotAsAskedFor) {
   DetectorConfig config;
   config.bad_pixels.assign(kPixels, PixelState::kDead);
   std::fill_n(config.bad_pixels.begin(), kPixels - 100, PixelState::kGood);
-  quen::detector::AddHotPixels(8, 1000.0, 250.0, config);
+  AddHotPixels(8, 1000.0, 250.0, config);
   double number = 0.0;
   double sum = 0.0;
   for (std::size_t pixel = 0; pixel < kPixels; ++pixel) {
@@ -393,18 +390,18 @@ TEST(DetectorMaps, HotPixelsAreAsManyAndAsHotAsAskedFor) {
 }
 
 TEST(DetectorMaps, RefuseWhatIsOutOfItsRange) {
-  ExpectThrows<std::invalid_argument>("DrawFlatMap: rms must be from 0 to 1, found 2",
-                                      [] { quen::detector::DrawFlatMap(1, 2.0); });
+  ExpectThrows<std::invalid_argument>("DrawFlatMap: rms must be from 0 to 1, found 2", [] { DrawFlatMap(1, 2.0); });
   DetectorConfig config;
   ExpectThrows<std::invalid_argument>("AddHotPixels: per_million must be from 0 to 1000000, found -1",
-                                      [&] { quen::detector::AddHotPixels(1, -1.0, 1.0, config); });
+                                      [&] { AddHotPixels(1, -1.0, 1.0, config); });
   ExpectThrows<std::invalid_argument>("AddHotPixels: mean_level must be from 0 to 10000000, found nan",
-                                      [&] { quen::detector::AddHotPixels(1, 1.0, kNan, config); });
+                                      [&] { AddHotPixels(1, 1.0, kNan, config); });
   config.bad_pixels.resize(2);
   ExpectThrows<std::invalid_argument>("AddHotPixels: bad_pixels must have 685440 elements or none, found 2",
-                                      [&] { quen::detector::AddHotPixels(1, 1.0, 1.0, config); });
+                                      [&] { AddHotPixels(1, 1.0, 1.0, config); });
   EXPECT_EQ(config.bad_pixels.size(), 2U);
   EXPECT_TRUE(config.bad_pixel_levels.empty());
 }
 
 }  // namespace
+}  // namespace quen::detector

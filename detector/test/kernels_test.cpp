@@ -12,34 +12,28 @@
 #include "detector/src/exposure.hpp"
 #include "detector/src/poisson.hpp"
 #include "detector/src/vectors.hpp"
+#include "testing/levels.hpp"
 #include "testing/values.hpp"
 
 // Each stage at every level against its plain form, with memory beyond the chunk that nothing may write.
 
+namespace quen::detector {
 namespace {
 
-using namespace quen::detector;  // NOLINT(google-build-using-namespace): internals
-using quen::common::simd::IsAvailable;
 using quen::common::simd::kLevels;
 using quen::common::simd::Level;
 using quen::testing::kInfinity;
 using quen::testing::kNan;
 using quen::testing::kSentinel;
 
-class DetectorKernels : public ::testing::TestWithParam<Level> {
- protected:
-  void SetUp() override {
-    if (!IsAvailable(GetParam())) GTEST_SKIP() << "not on this processor";
-  }
-};
+class DetectorKernels : public testing::AtLevel {};
 
-INSTANTIATE_TEST_SUITE_P(Levels, DetectorKernels, ::testing::ValuesIn(kLevels),
-                         [](const auto& level) { return Name(level.param); });
+INSTANTIATE_TEST_SUITE_P(Levels, DetectorKernels, ::testing::ValuesIn(kLevels), testing::kNameOfLevel);
 
 class DetectorVectors : public DetectorKernels {};
 
 INSTANTIATE_TEST_SUITE_P(Levels, DetectorVectors, ::testing::Values(Level::kAvx2, Level::kAvx512),
-                         [](const auto& level) { return Name(level.param); });
+                         testing::kNameOfLevel);
 
 using Values = std::vector<double>;
 
@@ -294,3 +288,4 @@ TEST_P(DetectorVectors, WordsAreThoseOfThePackagedGenerator) {
 // NOLINTEND(cppcoreguidelines-avoid-c-arrays)
 
 }  // namespace
+}  // namespace quen::detector

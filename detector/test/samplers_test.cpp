@@ -12,9 +12,8 @@
 
 // What random numbers are made with, against long doubles of the C library.
 
+namespace quen::detector {
 namespace {
-
-using namespace quen::detector;  // NOLINT(google-build-using-namespace): internals
 
 // Grids of numbers, whose ends do not matter.
 // NOLINTBEGIN(cert-flp30-c,clang-analyzer-security.FloatLoopCounter)
@@ -203,3 +202,4 @@ TEST(Poisson, SmallMeansAddUpTheirProbabilities) {
 // NOLINTEND(cert-flp30-c,clang-analyzer-security.FloatLoopCounter)
 
 }  // namespace
+}  // namespace quen::detector

@@ -19,9 +19,9 @@
 // hundred events are counted the scores are not normal ones; but the seeds are fixed.) Every check is also shown
 // numbers with a fault that it must catch.
 
+namespace quen::detector {
 namespace {
 
-using namespace quen::detector;  // NOLINT(google-build-using-namespace): internals
 using quen::common::simd::Best;
 
 constexpr double kAlarm = 5.0;
@@ -371,3 +371,4 @@ TEST(DetectorStatistics, PhotonTransferRecoversGainReadNoiseAndFullWell) {
 }
 
 }  // namespace
+}  // namespace quen::detector

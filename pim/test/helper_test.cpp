@@ -6,6 +6,7 @@
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 
+namespace pim {
 namespace {
 
 using quen::testing::ScopedVariable;
@@ -14,7 +15,7 @@ using quen::testing::WriteText;
 
 TEST(FrameworkLookup, WithoutCfgpathFindsNothing) {
   const ScopedVariable cfgpath("CFGPATH", std::nullopt);
-  EXPECT_EQ(pim::Helper::FindFile("etc"), "");
+  EXPECT_EQ(Helper::FindFile("etc"), "");
 }
 
 TEST(FrameworkLookup, FirstDirectoryThatHoldsTheNameWins) {
@@ -24,8 +25,8 @@ TEST(FrameworkLookup, FirstDirectoryThatHoldsTheNameWins) {
     WriteText(folder / sub + "/data/x", "");
   }
   const ScopedVariable cfgpath("CFGPATH", folder / "a" + ":" + (folder / "b") + ":" + (folder / "c"));
-  EXPECT_EQ(pim::Helper::FindFile("data/x"), folder / "b/data/x");
-  EXPECT_EQ(pim::Helper::FindFile("data/y"), "");
+  EXPECT_EQ(Helper::FindFile("data/x"), folder / "b/data/x");
+  EXPECT_EQ(Helper::FindFile("data/y"), "");
 }
 
 TEST(FrameworkLookup, EmptyEntriesAreNotTheCurrentDirectory) {
@@ -33,19 +34,20 @@ TEST(FrameworkLookup, EmptyEntriesAreNotTheCurrentDirectory) {
   WriteText(folder / "x", "");
   const quen::testing::ScopedCurrentDirectory current(folder.Path());
   const ScopedVariable cfgpath("CFGPATH", "::");
-  EXPECT_EQ(pim::Helper::FindFile("x"), "");
+  EXPECT_EQ(Helper::FindFile("x"), "");
 }
 
 TEST(FrameworkLookup, EmptyNameIsNowhere) {
   const ScopedVariable cfgpath("CFGPATH", "/");
-  EXPECT_EQ(pim::Helper::FindFile(""), "");
+  EXPECT_EQ(Helper::FindFile(""), "");
 }
 
 TEST(FrameworkLookup, DirectoryThatCannotBeSearchedIsSkipped) {
   const TempDir folder;
   WriteText(folder / "x", "");
   const ScopedVariable cfgpath("CFGPATH", "/" + std::string(300, 'x') + ":" + folder.Path());
-  EXPECT_EQ(pim::Helper::FindFile("x"), folder / "x");
+  EXPECT_EQ(Helper::FindFile("x"), folder / "x");
 }
 
 }  // namespace
+}  // namespace pim

@@ -13,12 +13,11 @@
 #include "testing/second_reader.hpp"
 #include "testing/values.hpp"
 
+namespace quen::shssim {
 namespace {
 
 using quen::common::random::detail::MersenneTwisterEngine;
 using quen::image_processing::Roi;
-using quen::shssim::TruncateToInt32;
-using quen::shssim::TruncateToPixel;
 using quen::testing::CalibrationFolder;
 using quen::testing::ExpectThrows;
 using quen::testing::ExpectThrowsWithDetails;
@@ -64,7 +63,7 @@ TEST(ShsSimulator, FailuresOfTheBasePassUnchanged) {
   ExpectThrows<std::runtime_error>(
       "Simulator can not initialize: FileSystem: Path or file data/CM.fits not found, searched in:\n/\n./\n"
       "$CFGPATH ()\n",
-      [] { quen::shssim::ShsSimulator(); });
+      [] { ShsSimulator(); });
 }
 
 TEST_F(ComputeFrame, FreshSimulatorHoldsZeros) {
@@ -77,7 +76,7 @@ TEST_F(ComputeFrame, FreshSimulatorHoldsZeros) {
   EXPECT_EQ(simulator_.XSlopesUsed(), std::vector<double>(607));
   EXPECT_EQ(simulator_.YSlopes(), std::vector<double>(1089));
   EXPECT_EQ(simulator_.YSlopesUsed(), std::vector<double>(607));
-  static_assert(quen::shssim::kNumRoisUsed == 607 && quen::shssim::kSpotPeak == 4096.0);
+  static_assert(kNumRoisUsed == 607 && kSpotPeak == 4096.0);
 }
 
 TEST_F(ComputeFrame, EqualsTheFormula) {
@@ -268,21 +267,21 @@ TEST_F(ComputeFrame, MinusZeroIsGoodNoise) { ExpectAsTheFormula(-0.0, 48); }
 
 TEST_F(ComputeFrame, AllocatesNothingWithoutAPath) {
   MersenneTwisterEngine();
-  const std::size_t before = quen::testing::Allocations();
+  const std::size_t before = testing::Allocations();
   simulator_.ComputeFrame(dx_, dy_, 10.0, std::nullopt);
   simulator_.ComputeFrame(dx_, dy_, 0.0, std::nullopt);
-  EXPECT_EQ(quen::testing::Allocations(), before);
+  EXPECT_EQ(testing::Allocations(), before);
 }
 
 TEST_F(ComputeFrame, AllocationsAreCounted) {
-  const std::size_t before = quen::testing::Allocations();
+  const std::size_t before = testing::Allocations();
   simulator_.ComputeFrame(dx_, dy_, 0.0, folder_ / "frame.fits");
-  EXPECT_GT(quen::testing::Allocations(), before);
+  EXPECT_GT(testing::Allocations(), before);
 }
 
 TEST_F(ComputeFrame, WithoutPathTheFileSystemIsUntouched) {
   simulator_.ComputeFrame(dx_, dy_, 10.0, std::nullopt);
-  EXPECT_EQ(quen::testing::EntriesBelow(folder_.Path()), 4U);  // the calibration and its folder
+  EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 4U);  // the calibration and its folder
 }
 
 TEST_F(ComputeFrame, FileHoldsThePixelsAsSignedNumbers) {
@@ -290,9 +289,9 @@ TEST_F(ComputeFrame, FileHoldsThePixelsAsSignedNumbers) {
   const std::size_t descriptors = OpenDescriptors();
   simulator_.ComputeFrame(dx_, dy_, 40000.0, path);
   EXPECT_EQ(OpenDescriptors(), descriptors);
-  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
-  EXPECT_EQ(quen::testing::DescribedByAstropy(path), "0 image '' 16 840x816\n");
-  const std::vector<double> pixels = quen::testing::ImageReadByAstropy(path);
+  EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
+  EXPECT_EQ(testing::DescribedByAstropy(path), "0 image '' 16 840x816\n");
+  const std::vector<double> pixels = testing::ImageReadByAstropy(path);
   ASSERT_EQ(pixels.size(), 685440U);
   bool negative = false;
   for (std::size_t i = 0; i < pixels.size(); ++i) {
@@ -304,20 +303,20 @@ TEST_F(ComputeFrame, FileHoldsThePixelsAsSignedNumbers) {
 
 TEST_F(ComputeFrame, FileIsReplacedWhateverItWas) {
   const std::string path = folder_ / "frame.fits";
-  quen::testing::AppendTable(path, "table", 1, {{"a", "D", {1}}});
+  testing::AppendTable(path, "table", 1, {{"a", "D", {1}}});
   simulator_.ComputeFrame(dx_, dy_, 0.0, path);
-  EXPECT_EQ(quen::testing::DescribedByAstropy(path), "0 image '' 16 840x816\n");
-  quen::testing::WriteText(path, "no FITS file");
+  EXPECT_EQ(testing::DescribedByAstropy(path), "0 image '' 16 840x816\n");
+  testing::WriteText(path, "no FITS file");
   simulator_.ComputeFrame(dy_, dx_, 0.0, path);
-  const std::vector<double> pixels = quen::testing::ImageReadByAstropy(path);
+  const std::vector<double> pixels = testing::ImageReadByAstropy(path);
   ASSERT_EQ(pixels.size(), 685440U);
   for (std::size_t i = 0; i < pixels.size(); ++i) ASSERT_EQ(pixels[i], simulator_.frame[i]) << i;
 }
 
 TEST_F(ComputeFrame, FailedWriteKeepsTheNewFrame) {
-  quen::testing::WriteText(folder_ / "file", "");
+  testing::WriteText(folder_ / "file", "");
   std::filesystem::create_directory(folder_ / "taken.fits");
-  quen::testing::WriteText(folder_ / "taken.fits/inside", "");
+  testing::WriteText(folder_ / "taken.fits/inside", "");
   const std::size_t descriptors = OpenDescriptors();
   ExpectThrowsWithDetails<std::runtime_error>("Fits: Could not open/create " + (folder_ / "taken.fits") + ", details: ",
                                               [&] { simulator_.ComputeFrame(dx_, dy_, 0.0, folder_ / "taken.fits"); });
@@ -325,7 +324,7 @@ TEST_F(ComputeFrame, FailedWriteKeepsTheNewFrame) {
   plain_.Render(simulator_.rois, dx_, dy_, 0.0, generator);
   EXPECT_EQ(simulator_.frame_values, plain_.values);
   EXPECT_EQ(simulator_.frame, plain_.pixels);
-  EXPECT_NE(quen::testing::TextOfThrown<std::filesystem::filesystem_error>(
+  EXPECT_NE(testing::TextOfThrown<std::filesystem::filesystem_error>(
                 [&] { simulator_.ComputeFrame(dy_, dx_, 0.0, folder_ / "file/frame.fits"); }),
             "");
   EXPECT_NE(simulator_.frame_values, plain_.values);
@@ -333,3 +332,4 @@ TEST_F(ComputeFrame, FailedWriteKeepsTheNewFrame) {
 }
 
 }  // namespace
+}  // namespace quen::shssim

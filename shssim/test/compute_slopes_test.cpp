@@ -11,6 +11,7 @@
 #include "testing/second_reader.hpp"
 #include "testing/values.hpp"
 
+namespace quen::shssim {
 namespace {
 
 using quen::image_processing::Centroiding;
@@ -232,14 +233,14 @@ TEST_F(ComputeSlopes, InputsAreReadOnly) {
 }
 
 TEST_F(ComputeSlopes, AllocatesNothingWithoutAPath) {
-  const std::size_t before = quen::testing::Allocations();
+  const std::size_t before = testing::Allocations();
   simulator_.ComputeSlopes(numbered_, 1.0, std::nullopt);
-  EXPECT_EQ(quen::testing::Allocations(), before);
+  EXPECT_EQ(testing::Allocations(), before);
 }
 
 TEST_F(ComputeSlopes, WithoutPathTheFileSystemIsUntouched) {
   simulator_.ComputeSlopes(numbered_, 1.0, std::nullopt);
-  EXPECT_EQ(quen::testing::EntriesBelow(folder_.Path()), 4U);  // the calibration and its folder
+  EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 4U);  // the calibration and its folder
 }
 
 TEST_F(ComputeSlopes, FileHoldsGeometryFlagsAndResults) {
@@ -251,13 +252,13 @@ TEST_F(ComputeSlopes, FileHoldsGeometryFlagsAndResults) {
   const std::size_t descriptors = OpenDescriptors();
   simulator_.ComputeSlopes(numbered_, 0.5, path);
   EXPECT_EQ(OpenDescriptors(), descriptors);
-  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
-  EXPECT_EQ(quen::testing::DescribedByAstropy(path),
+  EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
+  EXPECT_EQ(testing::DescribedByAstropy(path),
             "0 image '' 8\n"
             "1 table 'rois' 1089 x_low:I x_up:I x_ref:D y_low:I y_up:I y_ref:D\n"
             "2 table 'rois_use' 1089 is_used:B\n"
             "3 table 'slopes' 1089 flux:D x:D y:D\n");
-  const auto [x_low, x_up, x_ref, y_low, y_up, y_ref] = quen::testing::RegionsReadByAstropy(path);
+  const auto [x_low, x_up, x_ref, y_low, y_up, y_ref] = testing::RegionsReadByAstropy(path);
   const auto is_used = ColumnReadByAstropy(path, "rois_use", "is_used");
   ASSERT_EQ(y_ref.size(), 1089U);
   for (std::size_t i = 0; i < 1089; ++i) {
@@ -297,12 +298,12 @@ TEST_F(ComputeSlopes, ExistingFileGetsThreeMoreTables) {
   const std::string path = folder_ / "slopes.fits";
   simulator_.ComputeSlopes(numbered_, 0.5, path);
   simulator_.ComputeSlopes(numbered_, 0.5, path);
-  const std::string description = quen::testing::DescribedByAstropy(path);
+  const std::string description = testing::DescribedByAstropy(path);
   EXPECT_EQ(std::ranges::count(description, '\n'), 7) << description;
 }
 
 TEST_F(ComputeSlopes, FailedWriteLeavesTheResultsComplete) {
-  quen::testing::WriteText(folder_ / "taken.fits", "no FITS file");
+  testing::WriteText(folder_ / "taken.fits", "no FITS file");
   const std::size_t descriptors = OpenDescriptors();
   ExpectThrowsWithDetails<std::runtime_error>(
       "Fits: Could not open/create " + (folder_ / "taken.fits") + ", details: ",
@@ -312,3 +313,4 @@ TEST_F(ComputeSlopes, FailedWriteLeavesTheResultsComplete) {
 }
 
 }  // namespace
+}  // namespace quen::shssim

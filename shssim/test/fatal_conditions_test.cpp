@@ -13,6 +13,7 @@
 #error "this test stands for a host without assertions"
 #endif
 
+namespace quen::shssim {
 namespace {
 
 using quen::image_processing::Centroiding;
@@ -35,7 +36,7 @@ class FatalConditionsDeathTest : public ::testing::Test {
   void Render(double noise) { simulator_.ComputeFrame(zeros_, zeros_, noise, std::nullopt); }
   void Measure(double slope_limit) { simulator_.ComputeSlopes(still_, slope_limit, std::nullopt); }
 
-  quen::testing::CalibrationFolder folder_;
+  testing::CalibrationFolder folder_;
   SimulatorUnderTest simulator_;
   std::vector<double> zeros_ = std::vector<double>(1089);
   Still still_;
@@ -114,3 +115,4 @@ TEST_F(FatalConditionsDeathTest, RegionsThatEndBeforeThe607thUsedOne) {
 }
 
 }  // namespace
+}  // namespace quen::shssim

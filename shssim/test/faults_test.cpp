@@ -22,10 +22,10 @@
 // Every path of the library to and from a file, with the disk failing at every call that it gets: a documented
 // exception or none, no descriptor left, and the next call as if nothing had been.
 
+namespace quen::shssim {
 namespace {
 
 using namespace quen::common::Fits;
-using quen::shssim::ShsSimulator;
 using quen::testing::BytesWithoutChecksums;
 using quen::testing::CalibrationFolder;
 using quen::testing::Fault;
@@ -80,9 +80,9 @@ std::string Outcome(const Path& path, const std::string& file) {
 }
 
 /// Reports the place of the reference as measured.
-class Still : public quen::image_processing::Centroiding<std::uint16_t> {
+class Still : public image_processing::Centroiding<std::uint16_t> {
  public:
-  void Compute(gsl::span<const std::uint16_t> /*frame*/, const quen::image_processing::Roi& /*roi*/) override {
+  void Compute(gsl::span<const std::uint16_t> /*frame*/, const image_processing::Roi& /*roi*/) override {
     flux = 1.0;
     x = 0.25;
     y = -0.25;
@@ -140,7 +140,7 @@ TEST_P(WritingFault, EveryWriteMayFail) {
   }
   const std::vector<char> good = BytesWithoutChecksums(folder / "good.fits");
   ASSERT_GT(writes, 0U);
-  ASSERT_EQ(quen::testing::ComplaintsOfFitsverify(folder / "good.fits"), "");
+  ASSERT_EQ(testing::ComplaintsOfFitsverify(folder / "good.fits"), "");
   const std::size_t descriptors = OpenDescriptors();
   for (std::size_t nth = 1; nth <= writes; ++nth) {
     const std::string file = folder / ("fault" + std::to_string(nth) + ".fits");
@@ -218,8 +218,8 @@ TEST(FullDevice, IsReportedForAFrame) {
   Simulator();
   const TempDir folder;
   const ScopedFileSizeLimit full(100'000);
-  quen::testing::ClearMessages();
-  quen::testing::ExpectThrowsWithDetails<std::runtime_error>(kWriteImage, [&] { WriteFrame(folder / "a.fits"); });
+  testing::ClearMessages();
+  testing::ExpectThrowsWithDetails<std::runtime_error>(kWriteImage, [&] { WriteFrame(folder / "a.fits"); });
 }
 
 /// Without the superuser's rights while it lives, if this process has them.
@@ -250,7 +250,7 @@ TEST(WritingFault, ReadOnlyFolderIsReported) {
   WriteSlopes(folder / "there.fits");
   fs::permissions(folder / "there.fits", fs::perms::owner_read | fs::perms::others_read);
   fs::permissions(folder.Path(), fs::perms(0555));
-  const std::vector<char> before = quen::testing::Bytes(folder / "there.fits");
+  const std::vector<char> before = testing::Bytes(folder / "there.fits");
   const std::size_t descriptors = OpenDescriptors();
   {
     const ScopedOrdinaryUser user;
@@ -261,7 +261,7 @@ TEST(WritingFault, ReadOnlyFolderIsReported) {
   }
   fs::permissions(folder.Path(), fs::perms::owner_all);
   EXPECT_EQ(OpenDescriptors(), descriptors);
-  EXPECT_EQ(quen::testing::Bytes(folder / "there.fits"), before);
+  EXPECT_EQ(testing::Bytes(folder / "there.fits"), before);
 }
 
 /// Where not even the superuser can make a file.
@@ -273,11 +273,11 @@ TEST(WritingFault, FolderThatTakesNoFilesIsReported) {
 
 TEST(WritingFault, ParentThatIsAFileIsReported) {
   const TempDir folder;
-  quen::testing::WriteText(folder / "file", "kept");
+  testing::WriteText(folder / "file", "kept");
   for (const Path& path : Writing()) {
     EXPECT_THROW(path.action(folder / "file/a.fits"), std::filesystem::filesystem_error) << path;
   }
-  EXPECT_EQ(quen::testing::Bytes(folder / "file"), (std::vector<char>{'k', 'e', 'p', 't'}));
+  EXPECT_EQ(testing::Bytes(folder / "file"), (std::vector<char>{'k', 'e', 'p', 't'}));
 }
 
 TEST(WritingFault, FileRemovedWhileOpenStaysRemoved) {
@@ -295,21 +295,21 @@ TEST(WritingFault, FileRemovedWhileOpenStaysRemoved) {
 
 TEST(WritingFault, FileReplacedWhileOpenIsLeftAlone) {
   const TempDir folder;
-  quen::testing::WriteText(folder / "new", "new");
+  testing::WriteText(folder / "new", "new");
   {
     const Handle file = FitsFileWrite(folder / "a.fits", true, "t");
     std::filesystem::rename(folder / "new", folder / "a.fits");
     WriteTable(file, {{"value", "D"}});
   }
-  EXPECT_EQ(quen::testing::Bytes(folder / "a.fits"), (std::vector<char>{'n', 'e', 'w'}));
+  EXPECT_EQ(testing::Bytes(folder / "a.fits"), (std::vector<char>{'n', 'e', 'w'}));
 }
 
 /// Between two of its tables the slope file is closed and opened again by name.
 TEST(WritingFault, SlopeFileReplacedByOtherThingsIsReported) {
   const TempDir folder;
-  quen::testing::WriteText(folder / "a.fits", "no FITS");
+  testing::WriteText(folder / "a.fits", "no FITS");
   EXPECT_EQ(Outcome(Writing()[1], folder / "a.fits"), kCreate);
-  EXPECT_EQ(quen::testing::Bytes(folder / "a.fits").size(), 7U);
+  EXPECT_EQ(testing::Bytes(folder / "a.fits").size(), 7U);
 }
 
 // --- Descriptors ---------------------------------------------------------------------------------------------------
@@ -325,12 +325,12 @@ TEST(DescriptorLimit, IsReportedAndNothingIsLost) {
   const CalibrationFolder calibration;
   const TempDir folder;
   WriteSlopes(folder / "there.fits");
-  const std::vector<char> before = quen::testing::Bytes(folder / "there.fits");
+  const std::vector<char> before = testing::Bytes(folder / "there.fits");
   const std::size_t descriptors = OpenDescriptors();
   std::vector<std::exception_ptr> thrown;
   std::exception_ptr thrown_there;
   std::exception_ptr thrown_by_reading;
-  quen::testing::ClearMessages();
+  testing::ClearMessages();
   {
     const ScopedLimit none(
         RLIMIT_NOFILE, LowestFreeDescriptor());  // looking at an exception may take a descriptor: the sanitizer's does
@@ -344,8 +344,8 @@ TEST(DescriptorLimit, IsReportedAndNothingIsLost) {
   EXPECT_EQ(Start(thrown_there, Writing()[1]), kCreate);
   EXPECT_EQ(Start(thrown_by_reading, {"reading", {}, {kOpen}}), kOpen);
   EXPECT_EQ(OpenDescriptors(), descriptors);
-  EXPECT_EQ(quen::testing::Bytes(folder / "there.fits"), before);
-  const quen::basesim::BaseSimulator works_again;
+  EXPECT_EQ(testing::Bytes(folder / "there.fits"), before);
+  const basesim::BaseSimulator works_again;
   for (const Path& path : Writing()) EXPECT_EQ(Outcome(path, folder / (std::string(path.name) + ".fits")), "");
 }
 
@@ -374,8 +374,8 @@ void ReadTable(const std::string& path) {
 }
 
 void Load(const std::string& /*path*/) {
-  const quen::basesim::BaseSimulator simulator;
-  const quen::testing::Calibration made;
+  const basesim::BaseSimulator simulator;
+  const testing::Calibration made;
   EXPECT_EQ(simulator.M2s(), made.m2s.values);
   EXPECT_EQ(simulator.Cm(), made.cm.values);
   EXPECT_EQ(simulator.Rois().back().x_ref, made.rois.columns[2].values.back());
@@ -400,8 +400,8 @@ TEST_P(ReadingFault, EveryReadMayFail) {
   const auto& [path, fault] = GetParam();
   const CalibrationFolder folder;
   const std::string file = folder / "input.fits";
-  quen::testing::WriteImage(file, DOUBLE_IMG, {100, 100, 6}, Ramp(60'000));
-  quen::testing::AppendTable(file, "values", 3'000, {{"value", "D", Ramp(3'000)}});
+  testing::WriteImage(file, DOUBLE_IMG, {100, 100, 6}, Ramp(60'000));
+  testing::AppendTable(file, "values", 3'000, {{"value", "D", Ramp(3'000)}});
   std::size_t reads = 0;
   {
     const FaultyDisk disk(fault, 0);
@@ -429,3 +429,4 @@ INSTANTIATE_TEST_SUITE_P(AllPaths, ReadingFault,
                                             ::testing::Values(Fault::kReadError, Fault::kShortRead)));
 
 }  // namespace
+}  // namespace quen::shssim

@@ -16,6 +16,7 @@
 // of the scores below (about 50) would give a false alarm in 3·10⁻⁵ of the runs. Every check is also shown noise with a
 // fault that it must catch.
 
+namespace quen::shssim {
 namespace {
 
 using quen::common::random::detail::MersenneTwisterEngine;
@@ -30,8 +31,8 @@ using Sample = std::vector<double>;  ///< in the order of the draws
 
 /// Frames of nothing but noise.
 std::vector<Sample> Draw(std::size_t frames, std::uint32_t seed) {
-  const quen::testing::CalibrationFolder calibration;
-  quen::testing::SimulatorUnderTest simulator;
+  const testing::CalibrationFolder calibration;
+  testing::SimulatorUnderTest simulator;
   const std::vector<double> far(1089, 1e6);
   MersenneTwisterEngine().seed(seed);
   std::vector<Sample> samples(frames);
@@ -40,7 +41,7 @@ std::vector<Sample> Draw(std::size_t frames, std::uint32_t seed) {
     sample.reserve(kDraws);
     for (const auto& roi : simulator.Rois()) {
       for (std::size_t y = roi.y_low; y < roi.y_up; ++y) {
-        const auto row = simulator.FrameValues().begin() + static_cast<std::ptrdiff_t>(quen::testing::Index(0, y));
+        const auto row = simulator.FrameValues().begin() + static_cast<std::ptrdiff_t>(testing::Index(0, y));
         sample.insert(sample.end(), row + roi.x_low, row + roi.x_up);
       }
     }
@@ -144,8 +145,8 @@ TEST(NoiseStatistics, HistogramIsFlat) {
 }
 
 TEST(NoiseStatistics, PixelsAreTheNoiseWithoutItsFraction) {
-  const quen::testing::CalibrationFolder calibration;
-  quen::testing::SimulatorUnderTest simulator;
+  const testing::CalibrationFolder calibration;
+  testing::SimulatorUnderTest simulator;
   const std::vector<double> far(1089, 1e6);
   MersenneTwisterEngine().seed(20262);
   std::array<double, 19> counts{};  // −9 … 9; towards zero, so that 0 gets both sides of it
@@ -154,7 +155,7 @@ TEST(NoiseStatistics, PixelsAreTheNoiseWithoutItsFraction) {
     for (const auto& roi : simulator.Rois()) {
       for (std::size_t y = roi.y_low; y < roi.y_up; ++y) {
         for (std::size_t x = roi.x_low; x < roi.x_up; ++x) {
-          const auto pixel = static_cast<std::int16_t>(simulator.Frame()[quen::testing::Index(x, y)]);
+          const auto pixel = static_cast<std::int16_t>(simulator.Frame()[testing::Index(x, y)]);
           ++counts.at(static_cast<std::size_t>(pixel + 9));
         }
       }
@@ -214,7 +215,7 @@ TEST(NoiseStatistics, ThreadsAreIndependent) {
   threads.reserve(kThreads);
   for (Sample& sample : samples) {
     threads.emplace_back(
-        [&sample] { quen::common::random::FillUniform(MersenneTwisterEngine(), -kAmplitude, kAmplitude, sample); });
+        [&sample] { common::random::FillUniform(MersenneTwisterEngine(), -kAmplitude, kAmplitude, sample); });
   }
   for (std::thread& thread : threads) thread.join();
   for (std::size_t a = 0; a < kThreads; ++a) {
@@ -226,3 +227,4 @@ TEST(NoiseStatistics, ThreadsAreIndependent) {
 }
 
 }  // namespace
+}  // namespace quen::shssim

@@ -10,19 +10,18 @@
 
 #include "shssim/src/spot_kernel.hpp"
 #include "shssim/test/simulator_under_test.hpp"
+#include "testing/levels.hpp"
 #include "testing/values.hpp"
 
 // Every level against the formula written down a second time: the same bits in both frames, the same generator after.
 
+namespace quen::shssim {
 namespace {
 
 using quen::common::simd::IsAvailable;
 using quen::common::simd::Level;
 using quen::common::simd::Name;
 using quen::image_processing::Roi;
-using quen::shssim::Noise;
-using quen::shssim::RenderFrame;
-using quen::shssim::RenderReport;
 using quen::testing::kInfinity;
 using quen::testing::kNan;
 using quen::testing::kSentinel;
@@ -43,12 +42,8 @@ std::vector<Roi> Grid() {
   return rois;
 }
 
-class RenderFrameTest : public ::testing::TestWithParam<Level> {
+class RenderFrameTest : public testing::AtLevel {
  protected:
-  void SetUp() override {
-    if (!IsAvailable(GetParam())) GTEST_SKIP() << "no " << Name(GetParam()) << " here";
-  }
-
   /// Renders both ways, from the same generator, over whatever equal frames were there before.
   RenderReport ExpectTheFormula(const std::vector<Roi>& rois, const std::vector<double>& dx,
                                 const std::vector<double>& dy, double noise, std::uint32_t seed,
@@ -243,8 +238,7 @@ TEST_P(RenderFrameTest, PixelsOfWhichStdExpDoesNotGiveTheNearestDouble) {
   for (std::size_t i = 0; i < rois.size(); ++i) ExpectTheFormula({rois[i]}, i % 2 == 0 ? 0.0 : 1e-300, 21);
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, RenderFrameTest, ::testing::ValuesIn(quen::common::simd::kLevels),
-                         [](const auto& info) { return std::string(Name(info.param)); });
+INSTANTIATE_TEST_SUITE_P(Levels, RenderFrameTest, ::testing::ValuesIn(common::simd::kLevels), testing::kNameOfLevel);
 
 TEST(Noise, LeavesTheGeneratorWhereDrawingPixelByPixelDoes) {
   static_assert(!std::is_copy_constructible_v<Noise> && !std::is_move_constructible_v<Noise>);
@@ -252,7 +246,7 @@ TEST(Noise, LeavesTheGeneratorWhereDrawingPixelByPixelDoes) {
     std::mt19937 generator(21);
     std::mt19937 expected = generator;
     {
-      Noise noise(quen::common::simd::Best(), generator, half_width);
+      Noise noise(common::simd::Best(), generator, half_width);
       noise.Take(Noise::kMaxTake);
       noise.Take(700 - Noise::kMaxTake);
     }
@@ -282,18 +276,19 @@ TEST(StdExp, ErrsByLessThanTheKernelReliesOn) {
     worst = std::max(worst, std::abs(error) / unit);
   }
   RecordProperty("worst", std::to_string(worst));
-  EXPECT_LT(worst, quen::shssim::kExpErrorBound - kReserve);
+  EXPECT_LT(worst, kExpErrorBound - kReserve);
   EXPECT_GT(worst, 0.5);  // samples near the midpoints between doubles were among them
 }
 
 TEST(Levels, BestIsTheHighestThatIsAvailable) {
-  using quen::common::simd::Best;
+  using common::simd::Best;
   EXPECT_TRUE(IsAvailable(Level::kPlain));
   EXPECT_TRUE(IsAvailable(Best()));
-  for (const Level level : quen::common::simd::kLevels) {
+  for (const Level level : common::simd::kLevels) {
     EXPECT_TRUE(!IsAvailable(level) || level <= Best()) << Name(level);
   }
   RecordProperty("best", Name(Best()));
 }
 
 }  // namespace
+}  // namespace quen::shssim

@@ -19,10 +19,10 @@
 // The simulator at full speed for as long as QUEN_SOAK_SECONDS says, five seconds if it says nothing: memory,
 // descriptors and results at the end as at the start. And many simulators at once.
 
+namespace quen::shssim {
 namespace {
 
 using quen::common::random::detail::MersenneTwisterEngine;
-using quen::shssim::ShsSimulator;
 using quen::testing::CalibrationFolder;
 using quen::testing::OpenDescriptors;
 using quen::testing::RandomNumbers;
@@ -59,15 +59,15 @@ std::size_t ResidentMemory() {
 }
 
 /// Light and centre of gravity, over all pixels of the region.
-class CentreOfGravity : public quen::image_processing::Centroiding<std::uint16_t> {
+class CentreOfGravity : public image_processing::Centroiding<std::uint16_t> {
  public:
-  void Compute(gsl::span<const std::uint16_t> frame, const quen::image_processing::Roi& roi) override {
+  void Compute(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) override {
     double sum = 0.0;
     double sum_x = 0.0;
     double sum_y = 0.0;
     for (std::size_t row = roi.y_low; row < roi.y_up; ++row) {
       for (std::size_t column = roi.x_low; column < roi.x_up; ++column) {
-        const auto light = static_cast<double>(static_cast<std::int16_t>(frame[quen::testing::Index(column, row)]));
+        const auto light = static_cast<double>(static_cast<std::int16_t>(frame[testing::Index(column, row)]));
         sum += light;
         sum_x += light * static_cast<double>(column);
         sum_y += light * static_cast<double>(row);
@@ -176,7 +176,7 @@ bool IsWellFormed(const std::string& text, const std::string& start) {
 /// other threads may be in it.
 bool FailsWell(const std::string& path) {
   try {
-    quen::common::Fits::FitsFile(path, std::nullopt);
+    common::Fits::FitsFile(path, std::nullopt);
   } catch (const std::runtime_error& error) {
     return IsWellFormed(error.what(), "Fits: Could not open " + path + ", details: could not open the named file, ");
   }
@@ -193,7 +193,7 @@ TEST(Soak, ManySimulatorsInManyThreadsGiveWhatOneGives) {
     const std::string own = folder / std::to_string(k);
     std::filesystem::create_directory(own);
     expected.push_back(Round(own, 1000 * k));
-    frames.push_back(quen::testing::BytesWithoutChecksums(own + "/frame.fits"));
+    frames.push_back(testing::BytesWithoutChecksums(own + "/frame.fits"));
   }
   const std::size_t descriptors = OpenDescriptors();
 
@@ -208,7 +208,7 @@ TEST(Soak, ManySimulatorsInManyThreadsGiveWhatOneGives) {
       const std::string own = folder / std::to_string(k);
       do {
         if (Round(own, 1000 * k) != expected[k]) ++wrong;
-        if (quen::testing::BytesWithoutChecksums(own + "/frame.fits") != frames[k]) ++wrong;
+        if (testing::BytesWithoutChecksums(own + "/frame.fits") != frames[k]) ++wrong;
         for (int failure = 0; failure < 20; ++failure) {
           if (!FailsWell(own + "/none.fits")) ++wrong;
         }
@@ -244,3 +244,4 @@ TEST(Soak, FailuresOfTheSameMomentHaveWellFormedTexts) {
 }
 
 }  // namespace
+}  // namespace quen::shssim

@@ -8,17 +8,16 @@
 #include <memory>
 #include <random>
 
+#include "testing/levels.hpp"
 #include "testing/values.hpp"
 
 // The kernel's exponentials against exact ones, held to what their comments claim: frames would be those of the formula
 // with errors a good deal larger, but for a pixel here and there.
 
+namespace quen::shssim {
 namespace {
 
-using namespace quen::shssim;  // NOLINT(google-build-using-namespace): most of them
-using quen::common::simd::IsAvailable;
 using quen::common::simd::Level;
-using quen::common::simd::Name;
 using quen::testing::kInfinity;
 
 __extension__ using Quad = __float128;
@@ -74,13 +73,9 @@ QUEN_TARGET_AVX512 void RowAvx512(const Axis& columns, const OnAxis& row, Pixels
   MakeRow<8>(columns, row, pixels);
 }
 
-class SpotExponential : public ::testing::TestWithParam<Level> {
+class SpotExponential : public testing::AtLevel {
  protected:
   static constexpr std::size_t kFirst = 400;  // of 64 columns or rows
-
-  void SetUp() override {
-    if (!IsAvailable(GetParam())) GTEST_SKIP() << "no " << Name(GetParam()) << " here";
-  }
 
   /// Around a random centre that is near all of them.
   Axis RandomAxis() {
@@ -111,7 +106,7 @@ class SpotExponential : public ::testing::TestWithParam<Level> {
   std::unique_ptr<Table> table_ = std::make_unique<Table>(MakeTable());
 };
 INSTANTIATE_TEST_SUITE_P(Levels, SpotExponential, ::testing::Values(Level::kAvx2, Level::kAvx512),
-                         [](const auto& level) { return Name(level.param); });
+                         testing::kNameOfLevel);
 
 TEST_P(SpotExponential, OfAnAxisErrsByNoMoreThanIsClaimed) {
   constexpr int kCentres = 1000;
@@ -155,3 +150,4 @@ TEST_P(SpotExponential, WhatStdExpMayReturnAreTheCandidatesAndNoOther) {
 }
 
 }  // namespace
+}  // namespace quen::shssim

@@ -4,9 +4,8 @@
 
 #include <cmath>
 
+namespace quen::shssim {
 namespace {
-
-using namespace quen::shssim;  // NOLINT(google-build-using-namespace): the spot's numbers
 
 TEST(Spot, HasThePeakAndTheWidthThatHostsKnow) {
   static_assert(kSpotPeak == 4096.0 && kSpotSigma == 2.0);
@@ -33,3 +32,4 @@ TEST(Spot, HasTheLightThatItsPixelsAddUpTo) {
 }
 
 }  // namespace
+}  // namespace quen::shssim

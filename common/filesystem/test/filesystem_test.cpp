@@ -8,10 +8,9 @@
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 
+namespace quen::common::FileSystem {
 namespace {
 
-using quen::common::FileSystem::FindFile;
-using quen::common::FileSystem::FindFileOrThrow;
 using quen::testing::ExpectThrows;
 using quen::testing::ScopedCurrentDirectory;
 using quen::testing::ScopedVariable;
@@ -171,3 +170,4 @@ TEST_F(FindFileTest, MessageShowsDirectoriesAsTheyAreGiven) {
 }
 
 }  // namespace
+}  // namespace quen::common::FileSystem

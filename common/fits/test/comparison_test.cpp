@@ -35,6 +35,7 @@ extern "C" time_t time(time_t* result) noexcept {
   return kNow;
 }
 
+namespace quen::common::Fits {
 namespace {
 
 /// Sets the stack below to zeros. CFITSIO goes by variables that it has not set where a file could not be read, which
@@ -103,8 +104,7 @@ FROM_ZEROS(ffpcl,
 
 namespace {
 
-namespace library = quen::common::Fits;
-using quen::common::Fits::Handle;
+namespace library = Fits;
 using quen::fuzz::Bytes;
 using quen::testing::Header;
 using quen::testing::Plain;
@@ -218,7 +218,7 @@ void SayFiles(const std::string& folder, Transcript& transcript) {
     const std::string path = entry.path().string();
     std::string line = path.substr(folder.size());
     if (entry.is_regular_file()) {
-      const std::vector<char> bytes = quen::testing::Bytes(path);
+      const std::vector<char> bytes = testing::Bytes(path);
       line += " " + std::to_string(bytes.size()) + " " + Sum(bytes.data(), bytes.size());
     }
     lines.insert(line);
@@ -306,7 +306,7 @@ void ReadTable(const Layer& layer, const Handle& file, Transcript& transcript) {
 }
 
 void WriteIntoTable(const Layer& layer, const Handle& file, Transcript& transcript) {
-  const std::vector<double> ramp = quen::testing::Ramp(5);
+  const std::vector<double> ramp = testing::Ramp(5);
   for (const int column : {1, 2, 3, 0}) {
     for (const int as : {TDOUBLE, TSHORT, 999}) {
       transcript.Try("write " + std::to_string(column),
@@ -320,7 +320,7 @@ void WriteIntoTable(const Layer& layer, const Handle& file, Transcript& transcri
 }
 
 void WriteImage(const Layer& layer, const Handle& file, Transcript& transcript) {
-  const std::vector<double> ramp = quen::testing::Ramp(24);
+  const std::vector<double> ramp = testing::Ramp(24);
   transcript.Try("write image", [&] { layer.write_image(file, ramp.data(), 24, DOUBLE_IMG, TDOUBLE, {6, 4}); });
 }
 
@@ -415,7 +415,7 @@ std::string RunOperation(const Layer& layer, const Case& each, const Operation& 
   std::filesystem::remove_all(folder);
   std::filesystem::create_directory(folder);
   std::filesystem::current_path(folder);  // where a bare name in brackets is
-  std::ofstream(folder + "/a.fits", std::ios::binary) << quen::fuzz::Text(each.content);
+  std::ofstream(folder + "/a.fits", std::ios::binary) << fuzz::Text(each.content);
   Transcript transcript;
   operation(layer, PathOf(folder, each), transcript);
   SayMessages(transcript);
@@ -518,7 +518,7 @@ std::string Table(const std::string& rows, const std::vector<std::string>& more 
                   const std::string& name = "TTYPE1  = 'x       '") {
   std::vector<std::string> cards = {name, "EXTNAME = 'rois    '"};
   cards.insert(cards.end(), more.begin(), more.end());
-  return quen::testing::TableOfDoubles(rows, cards);
+  return testing::TableOfDoubles(rows, cards);
 }
 
 /// A compressed image of 6 by 4 pixels.
@@ -549,14 +549,14 @@ Bytes Made(const std::function<void(fitsfile*, int*)>& steps) {
   steps(file, &status);
   fits_close_file(file, &status);
   Need(status);
-  const std::vector<char> bytes = quen::testing::Bytes(path);
+  const std::vector<char> bytes = testing::Bytes(path);
   return {bytes.begin(), bytes.end()};
 }
 
 Bytes MadeImage(int bitpix, std::vector<long> axes) {
   return Made([&](fitsfile* file, int* status) {
     fits_create_img(file, bitpix, static_cast<int>(axes.size()), axes.data(), status);
-    std::vector<double> ramp = quen::testing::Ramp(24);
+    std::vector<double> ramp = testing::Ramp(24);
     fits_write_img(file, TDOUBLE, 1, 24, ramp.data(), status);
     fits_write_key_str(file, "OBJECT", "a ramp", "of numbers", status);
     fits_write_chksum(file, status);
@@ -574,7 +574,7 @@ void AddTable(fitsfile* file, int type, std::vector<std::string> names, std::vec
   std::vector<char*> format_list = pointers(formats);
   fits_create_tbl(file, type, 0, static_cast<int>(names.size()), name_list.data(), format_list.data(), nullptr, name,
                   status);
-  std::vector<double> ramp = quen::testing::Ramp(7);
+  std::vector<double> ramp = testing::Ramp(7);
   for (int column = 1; column <= static_cast<int>(names.size()); ++column) {
     fits_write_col(file, TDOUBLE, column, 1, 1, 7, ramp.data(), status);
   }
@@ -698,7 +698,7 @@ std::vector<File> OddFiles() {
 Bytes With(const std::string& name, std::string card) {
   Bytes file = std::ranges::find(HealthyFiles(), name, &File::name)->content;
   card.resize(80, ' ');
-  const std::size_t at = quen::fuzz::Text(file).rfind(card.substr(0, 9));
+  const std::size_t at = fuzz::Text(file).rfind(card.substr(0, 9));
   std::ranges::copy(card, file.begin() + static_cast<std::ptrdiff_t>(at));
   return file;
 }
@@ -911,12 +911,13 @@ TEST_F(FitsComparison, FilesWithADamagedCard) {
   for (const File& file : HealthyFiles()) {
     const std::size_t start = first++ % step;  // other damages of each file
     if (!only.empty() && file.name != only) continue;
-    const std::size_t count = quen::fuzz::CountDamages(file.content);
+    const std::size_t count = fuzz::CountDamages(file.content);
     for (std::size_t which = start; which < count; which += step) {
-      cases.push_back(DamagedCase(file.name, file.content, quen::fuzz::Damaged(file.content, which)));
+      cases.push_back(DamagedCase(file.name, file.content, fuzz::Damaged(file.content, which)));
     }
   }
   Compare(cases, true);
 }
 
 }  // namespace
+}  // namespace quen::common::Fits

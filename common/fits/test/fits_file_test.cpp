@@ -11,14 +11,9 @@
 #include "testing/fits_files.hpp"
 #include "testing/second_reader.hpp"
 
+namespace quen::common::Fits {
 namespace {
 
-using quen::common::ReadStatus;
-using quen::common::Fits::CppToFits;
-using quen::common::Fits::FitsFile;
-using quen::common::Fits::FitsFileWrite;
-using quen::common::Fits::Handle;
-using quen::common::Fits::HandleType;
 using quen::testing::AppendTable;
 using quen::testing::Bytes;
 using quen::testing::ClearMessages;
@@ -32,6 +27,13 @@ using quen::testing::WriteImage;
 using quen::testing::WriteText;
 
 constexpr const char* kNewFile = "0 image '' 8\n";
+
+/// Counted from 1, the primary HDU.
+int CurrentHdu(const Handle& handle) {
+  int number = 0;
+  fits_get_hdu_num(handle->file, &number);
+  return number;
+}
 
 TEST(CppToFits, FormatsAreTheTableLetters) {
   EXPECT_STREQ(CppToFits<unsigned char>::format, "B");
@@ -192,7 +194,7 @@ TEST(FitsFileWrite, NewFileHoldsOneEmptyImageWithChecksums) {
       EXPECT_EQ(handle->extension, "later");
     }
     EXPECT_EQ(DescribedByAstropy(path), kNewFile);
-    EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
+    EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
   }
 }
 
@@ -213,7 +215,7 @@ TEST(FitsFileWrite, MakesMissingParentDirectories) {
 
 TEST(FitsFileWrite, BareFileNameNeedsNoParent) {
   const TempDir folder;
-  const quen::testing::ScopedCurrentDirectory current(folder.Path());
+  const testing::ScopedCurrentDirectory current(folder.Path());
   FitsFileWrite("a.fits", false, std::nullopt);
   EXPECT_TRUE(std::filesystem::exists(folder / "a.fits"));
 }
@@ -236,9 +238,7 @@ TEST(FitsFileWrite, WithoutOverwriteOpensAnExistingFileAndKeepsIt) {
   int status = 0;
   fits_get_num_hdus(handle->file, &hdus, &status);
   EXPECT_EQ(hdus, 2);
-  int current = 0;
-  fits_get_hdu_num(handle->file, &current);
-  EXPECT_EQ(current, 1);
+  EXPECT_EQ(CurrentHdu(handle), 1);
 }
 
 TEST(FitsFileWrite, WithoutOverwriteMovesToAnExistingTable) {
@@ -248,9 +248,7 @@ TEST(FitsFileWrite, WithoutOverwriteMovesToAnExistingTable) {
   AppendTable(path, "second", 1, {{"a", "D", {1}}});
   const Handle handle = FitsFileWrite(path, false, "second");
   EXPECT_EQ(handle->hdu_type, 2);
-  int current = 0;
-  fits_get_hdu_num(handle->file, &current);
-  EXPECT_EQ(current, 3);
+  EXPECT_EQ(CurrentHdu(handle), 3);
 }
 
 TEST(FitsFileWrite, MissingExtensionIsNoFailure) {
@@ -260,9 +258,7 @@ TEST(FitsFileWrite, MissingExtensionIsNoFailure) {
   const Handle handle = FitsFileWrite(path, false, "second");
   EXPECT_EQ(handle->hdu_type, -1);
   EXPECT_EQ(handle->extension, "second");
-  int current = 0;
-  fits_get_hdu_num(handle->file, &current);
-  EXPECT_EQ(current, 1);
+  EXPECT_EQ(CurrentHdu(handle), 1);
 }
 
 TEST(FitsFileWrite, AsciiTableOfTheNameIsNotTaken) {
@@ -310,11 +306,12 @@ TEST(FitsFileWrite, ReleaseRefreshesTheChecksumsOfTheCurrentHdu) {
   const std::string path = folder / "a.fits";
   {
     const Handle handle = FitsFileWrite(path, true, "table");
-    quen::common::Fits::WriteTable(handle, {{"a", "D"}});
+    WriteTable(handle, {{"a", "D"}});
     const double value = 2.5;
-    quen::common::Fits::WriteColumnPriv(handle, &value, 1, TDOUBLE, 1, 1);
+    WriteColumnPriv(handle, &value, 1, TDOUBLE, 1, 1);
   }
   EXPECT_EQ(DescribedByAstropy(path), std::string(kNewFile) + "1 table 'table' 1 a:D\n");
 }
 
 }  // namespace
+}  // namespace quen::common::Fits

@@ -11,16 +11,9 @@
 #include "testing/second_reader.hpp"
 #include "testing/values.hpp"
 
+namespace quen::common::Fits {
 namespace {
 
-using quen::common::Fits::FitsFile;
-using quen::common::Fits::FitsFileWrite;
-using quen::common::Fits::Handle;
-using quen::common::Fits::ReadImgHeaderPriv;
-using quen::common::Fits::ReadImgParams;
-using quen::common::Fits::ReadImgPriv;
-using quen::common::Fits::ReadImgSlicePriv;
-using quen::common::Fits::WriteImgPriv;
 using quen::testing::AppendTable;
 using quen::testing::ClearMessages;
 using quen::testing::ExpectThrows;
@@ -253,11 +246,11 @@ TEST(ReadImgSlicePriv, TruncatedDataIsReported) {
 TEST(WriteImgPriv, WritesThePrimaryImageWhereverTheFileWasOpened) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
-  quen::testing::AppendTable(path, "rois", 1, {{"x", "D", {7}}});
+  testing::AppendTable(path, "rois", 1, {{"x", "D", {7}}});
   const std::vector<double> values = {1, 2, 3};
   WriteImgPriv(FitsFileWrite(path + "[1]", false, std::nullopt), values.data(), 3, DOUBLE_IMG, TDOUBLE, {3});
-  EXPECT_EQ(quen::testing::ImageReadByAstropy(path), values);
-  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "rois", "x"), std::vector<double>{7});
+  EXPECT_EQ(testing::ImageReadByAstropy(path), values);
+  EXPECT_EQ(testing::ColumnReadByAstropy(path, "rois", "x"), std::vector<double>{7});
 }
 
 TEST(WriteImgPriv, WritesThePrimaryImageWithChecksums) {
@@ -270,9 +263,9 @@ TEST(WriteImgPriv, WritesThePrimaryImageWithChecksums) {
     WriteImgPriv(handle, frame.data(), frame.size(), 16, 21, {840, 816});
     EXPECT_EQ(handle->hdu_type, 0);
   }
-  EXPECT_EQ(quen::testing::DescribedByAstropy(path), "0 image '' 16 840x816\n");
-  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
-  const std::vector<double> pixels = quen::testing::ImageReadByAstropy(path);
+  EXPECT_EQ(testing::DescribedByAstropy(path), "0 image '' 16 840x816\n");
+  EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
+  const std::vector<double> pixels = testing::ImageReadByAstropy(path);
   ASSERT_EQ(pixels.size(), frame.size());
   for (std::size_t i = 0; i < frame.size(); ++i) {
     ASSERT_EQ(pixels[i], static_cast<double>(static_cast<std::int16_t>(frame[i]))) << i;
@@ -369,3 +362,4 @@ TEST(ReadImgHeaderPriv, RefusesTablesAndUnknownHdus) {
 }
 
 }  // namespace
+}  // namespace quen::common::Fits

@@ -10,17 +10,9 @@
 #include "testing/second_reader.hpp"
 #include "testing/values.hpp"
 
+namespace quen::common::Fits {
 namespace {
 
-using quen::common::Fits::FitsFile;
-using quen::common::Fits::FitsFileWrite;
-using quen::common::Fits::Handle;
-using quen::common::Fits::ReadColumnOrThrow;
-using quen::common::Fits::ReadColumnPriv;
-using quen::common::Fits::ReadTableParams;
-using quen::common::Fits::TableParams;
-using quen::common::Fits::WriteColumnPriv;
-using quen::common::Fits::WriteTable;
 using quen::testing::AppendTable;
 using quen::testing::ClearMessages;
 using quen::testing::ColumnData;
@@ -221,11 +213,11 @@ TEST(WriteTable, NewTableIsReadByASecondReader) {
     EXPECT_EQ(WriteColumnPriv(handle, words.data(), 3, 21, "word", 1), 3U);
     EXPECT_EQ(WriteColumnPriv(handle, reals.data(), 3, 82, "real", 1), 3U);
   }
-  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
-  EXPECT_EQ(quen::testing::DescribedByAstropy(path), "0 image '' 8\n1 table 'new' 3 byte:B word:I real:D\n");
-  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "new", "byte"), (std::vector<double>{1, 2, 255}));
-  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "new", "word"), (std::vector<double>{3, 4, 32767}));
-  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "new", "real"), reals);
+  EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
+  EXPECT_EQ(testing::DescribedByAstropy(path), "0 image '' 8\n1 table 'new' 3 byte:B word:I real:D\n");
+  EXPECT_EQ(testing::ColumnReadByAstropy(path, "new", "byte"), (std::vector<double>{1, 2, 255}));
+  EXPECT_EQ(testing::ColumnReadByAstropy(path, "new", "word"), (std::vector<double>{3, 4, 32767}));
+  EXPECT_EQ(testing::ColumnReadByAstropy(path, "new", "real"), reals);
 }
 
 TEST(WriteTable, IsAppendedAfterTheTablesOfAnExistingFile) {
@@ -347,3 +339,4 @@ TEST(WriteColumnByName, WritesFromAnyRow) {
 }
 
 }  // namespace
+}  // namespace quen::common::Fits

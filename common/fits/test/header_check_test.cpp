@@ -13,20 +13,9 @@
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 
+namespace quen::common::Fits {
 namespace {
 
-using quen::common::ReadStatus;
-using quen::common::Fits::FitsFile;
-using quen::common::Fits::FitsFileWrite;
-using quen::common::Fits::Handle;
-using quen::common::Fits::ReadImgPriv;
-using quen::common::Fits::Way;
-using quen::common::Fits::WayFrom;
-using quen::common::Fits::WayTo;
-using quen::common::Fits::WayToTable;
-using quen::common::Fits::WriteColumnPriv;
-using quen::common::Fits::WriteImgPriv;
-using quen::common::Fits::WriteTable;
 using quen::testing::Header;
 using quen::testing::Primary;
 using quen::testing::TableOfDoubles;
@@ -91,7 +80,7 @@ TEST(HeaderCheck, WayToATableOverlooksImagesOfItsName) {
 }
 
 TEST(HeaderCheck, ParsingAnOddNameLeavesTheMessagesOfOthers) {
-  quen::testing::ClearMessages();
+  testing::ClearMessages();
   fits_write_errmsg("first");
   fits_write_errmsg("second");
   for (const char* const name : {"a.fits[1", "a.fits[rois][x", "nothing://a.fits", "a.fits[1,2,3,4]"}) WayTo(name);
@@ -203,8 +192,8 @@ TEST(HeaderCheck, RefusalIsAFailureToOpen) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
   WriteText(path, Primary() + TableOfDoubles("1", {kLongName}));
-  quen::testing::ClearMessages();
-  quen::testing::ExpectThrows<std::runtime_error>(
+  testing::ClearMessages();
+  testing::ExpectThrows<std::runtime_error>(
       "Fits: Could not open " + path +
           ", details: string missing closing quote, TTYPE1 in the header has too long a value.",
       [&] { FitsFile(path, "rois"); });
@@ -217,20 +206,20 @@ TEST(HeaderCheck, FileToBeWrittenToIsOpenedAllTheSame) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
   WriteText(path, Primary() + TableOfDoubles("1", {kLongName, "EXTNAME = 'rois'"}) + kData);
-  const std::vector<char> before = quen::testing::Bytes(path);
+  const std::vector<char> before = testing::Bytes(path);
   for (const char* const extension : {"rois", "new"}) {
     const Handle file = FitsFileWrite(path, false, extension);
     EXPECT_NE(file->file, nullptr);
     EXPECT_EQ(file->hdu_type, -1);
-    quen::testing::ClearMessages();
-    quen::testing::ExpectThrows<std::runtime_error>(
+    testing::ClearMessages();
+    testing::ExpectThrows<std::runtime_error>(
         "Fits: Could not create table, details: string missing closing quote, TTYPE1 in the header has too long a "
         "value.",
         [&] {
           WriteTable(file, {{"x", "D"}});
         });
   }
-  EXPECT_EQ(quen::testing::Bytes(path).size(), before.size());
+  EXPECT_EQ(testing::Bytes(path).size(), before.size());
 }
 
 // --- Data that are not there ---------------------------------------------------------------------------------------
@@ -242,21 +231,21 @@ TEST(MissingData, FileThatLacksGigabytesIsOpenedForWritingAndStaysAsItIs) {
   const std::string lacking = "The file lacks more than 100 MB of the data that it declares.";
   for (const char* const rows : {"250000000", "9000000000000000"}) {
     WriteText(path, Primary() + TableOfDoubles(rows, {"TTYPE1  = 'x'", "EXTNAME = 'rois'"}));
-    const std::vector<char> before = quen::testing::Bytes(path);
+    const std::vector<char> before = testing::Bytes(path);
     for (const char* const extension : {"rois", "new"}) {
       const Handle file = FitsFileWrite(path, false, extension);
       EXPECT_EQ(file->hdu_type, extension == std::string("rois") ? BINARY_TBL : -1);
       const double value = 1.0;
-      quen::testing::ClearMessages();
+      testing::ClearMessages();
       EXPECT_THROW(WriteTable(file, {{"x", "D"}}), std::runtime_error);
       if (file->hdu_type != BINARY_TBL || extension == std::string("new")) continue;
-      quen::testing::ClearMessages();
-      quen::testing::ExpectThrows<std::runtime_error>(
+      testing::ClearMessages();
+      testing::ExpectThrows<std::runtime_error>(
           "Fits: Error writing column 1: tried to move past end of file, " + lacking,
           [&] { WriteColumnPriv(file, &value, 1, TDOUBLE, 1, 1); });
     }
     EXPECT_NE(FitsFileWrite(path, false, std::nullopt)->file, nullptr);
-    EXPECT_EQ(quen::testing::Bytes(path).size(), before.size());
+    EXPECT_EQ(testing::Bytes(path).size(), before.size());
   }
 }
 
@@ -274,31 +263,31 @@ TEST(MissingData, RowsOfListsThatAreNotThereAreNotGoneOver) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
   WriteText(path, lists("9000000000000", "8", "1PD") + kData);
-  const std::vector<char> before = quen::testing::Bytes(path);
+  const std::vector<char> before = testing::Bytes(path);
   FitsFile(path, "rois");  // would take hours
   FitsFileWrite(path, false, "rois");
-  EXPECT_EQ(quen::testing::Bytes(path), before);
+  EXPECT_EQ(testing::Bytes(path), before);
 }
 
 /// The parameters and the number of "random groups" stay in the header, and count for the new image.
 TEST(MissingData, ImageIsNotWrittenWhereTheHeaderMultipliesIt) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
-  const std::vector<double> ramp = quen::testing::Ramp(24);
+  const std::vector<double> ramp = testing::Ramp(24);
   for (const char* const card : {"PCOUNT  = 2147483647", "PCOUNT  = 4611686018427387904", "GCOUNT  = 2147483647"}) {
     WriteText(path, Header({"SIMPLE  = T", "BITPIX  = 16", "NAXIS   = 2", "NAXIS1  = 0", "NAXIS2  = 6", "GROUPS  = T",
                             card[0] == 'G' ? "PCOUNT  = 2" : "GCOUNT  = 3", card}) +
                         kData);
-    const std::vector<char> before = quen::testing::Bytes(path);
-    quen::testing::ClearMessages();
-    quen::testing::ExpectThrows<std::runtime_error>(
+    const std::vector<char> before = testing::Bytes(path);
+    testing::ClearMessages();
+    testing::ExpectThrows<std::runtime_error>(
         "Fits: Error writing image: tried to move past end of file, The file lacks more than 100 MB of the data that "
         "it "
         "declares.",
         [&] {
           WriteImgPriv(FitsFileWrite(path, false, std::nullopt), ramp.data(), ramp.size(), DOUBLE_IMG, TDOUBLE, {6, 4});
         });
-    EXPECT_EQ(quen::testing::Bytes(path).size(), before.size()) << card;
+    EXPECT_EQ(testing::Bytes(path).size(), before.size()) << card;
   }
 }
 
@@ -306,7 +295,7 @@ TEST(MissingData, ImageIsWrittenOverOneThatLacksGigabytes) {
   const TempDir folder;
   const std::string path = folder / "a.fits";
   WriteText(path, Header({"SIMPLE  = T", "BITPIX  = -64", "NAXIS   = 2", "NAXIS1  = 100000", "NAXIS2  = 100000"}));
-  const std::vector<double> ramp = quen::testing::Ramp(24);
+  const std::vector<double> ramp = testing::Ramp(24);
   WriteImgPriv(FitsFileWrite(path, false, std::nullopt), ramp.data(), ramp.size(), DOUBLE_IMG, TDOUBLE, {6, 4});
   std::vector<double> found(24);
   ReadImgPriv(FitsFile(path, std::nullopt), found.data(), found.size(), DOUBLE_IMG, TDOUBLE, {{6, 4}});
@@ -319,11 +308,11 @@ TEST(MissingData, ImageIsNotWrittenOverALargerOneThatLacksGigabytes) {
   const std::string path = folder / "a.fits";
   WriteText(path, Header({"SIMPLE  = T", "BITPIX  = -64", "NAXIS   = 2", "NAXIS1  = 100000", "NAXIS2  = 100000"}) +
                       kData + kData);
-  const std::vector<double> ramp = quen::testing::Ramp(24);
+  const std::vector<double> ramp = testing::Ramp(24);
   EXPECT_THROW(
       WriteImgPriv(FitsFileWrite(path, false, std::nullopt), ramp.data(), ramp.size(), DOUBLE_IMG, TDOUBLE, {6, 4}),
       std::runtime_error);
-  EXPECT_EQ(quen::testing::Bytes(path).size(), 3U * 2880);
+  EXPECT_EQ(testing::Bytes(path).size(), 3U * 2880);
 }
 
 /// CFITSIO takes the data of a table without rows for none, whatever its heap is to hold.
@@ -335,17 +324,17 @@ TEST(MissingData, TableWithoutRowsLacksNothing) {
               "PCOUNT  = 2147483647", "GCOUNT  = 1", "TFIELDS = 1", "TFORM1  = 'D'", "EXTNAME = 'rois'"});
   WriteText(path, Primary() + table);
   FitsFileWrite(path, false, "rois");
-  const std::vector<char> bytes = quen::testing::Bytes(path);
+  const std::vector<char> bytes = testing::Bytes(path);
   EXPECT_NE(std::string(bytes.begin(), bytes.end()).find("CHECKSUM"), std::string::npos);
-  quen::testing::ClearMessages();
-  quen::testing::ExpectThrows<std::runtime_error>(
+  testing::ClearMessages();
+  testing::ExpectThrows<std::runtime_error>(
       "Fits: Could not create table, details: tried to move past end of file, The file lacks more than 100 MB of the "
       "data "
       "that it declares.",
       [&] {
         WriteTable(FitsFileWrite(path, false, "new"), {{"x", "D"}});
       });
-  EXPECT_EQ(quen::testing::Bytes(path).size(), bytes.size());
+  EXPECT_EQ(testing::Bytes(path).size(), bytes.size());
 }
 
 /// What the file lacks is filled up where that is little.
@@ -354,7 +343,7 @@ TEST(MissingData, FileThatLacksItsLastBlockIsMadeWhole) {
   const std::string path = folder / "a.fits";
   WriteText(path, Primary() + TableOfDoubles("1", {"TTYPE1  = 'x'", "EXTNAME = 'rois'"}));
   FitsFileWrite(path, false, "rois").reset();
-  EXPECT_EQ(quen::testing::Bytes(path).size(), 3U * 2880);
+  EXPECT_EQ(testing::Bytes(path).size(), 3U * 2880);
   const Handle file = FitsFile(path, "rois");
   int data = 0;
   int hdu = 0;
@@ -372,8 +361,8 @@ TEST(FitsTable, RowsThatNoMemoryHoldsEndInBadAlloc) {
   const std::string path = folder / "a.fits";
   WriteText(path, Primary() + TableOfDoubles("1000000", {"TTYPE1  = 'x       '", "EXTNAME = 'rois    '"}));
   const Handle file = FitsFile(path, "rois");
-  const quen::testing::ScarceMemory scarce(1'000'000);
-  EXPECT_THROW(quen::common::Fits::ReadColumnOrThrow<double>(file, "x"), std::bad_alloc);
+  const testing::ScarceMemory scarce(1'000'000);
+  EXPECT_THROW(ReadColumnOrThrow<double>(file, "x"), std::bad_alloc);
 }
 
 TEST(FitsTable, RowsThatTheFileDoesNotHaveAreAReadError) {
@@ -381,10 +370,10 @@ TEST(FitsTable, RowsThatTheFileDoesNotHaveAreAReadError) {
   const std::string path = folder / "a.fits";
   WriteText(path, Primary() + TableOfDoubles("10000", {"TTYPE1  = 'x       '", "EXTNAME = 'rois    '"}));
   const Handle file = FitsFile(path, "rois");
-  quen::testing::ClearMessages();
-  quen::testing::ExpectThrowsWithDetails<std::runtime_error>(
+  testing::ClearMessages();
+  testing::ExpectThrowsWithDetails<std::runtime_error>(
       "Fits: Error reading column \"x\": error reading from FITS file, ",
-      [&] { quen::common::Fits::ReadColumnOrThrow<double>(file, "x"); });
+      [&] { ReadColumnOrThrow<double>(file, "x"); });
 }
 
 /// As many bytes as the file has, or more: no element of the column takes one.
@@ -394,11 +383,10 @@ TEST(FitsTable, ColumnsOfNoWidthAreRead) {
   WriteText(path, Primary() + Header({"XTENSION= 'BINTABLE'", "BITPIX  = 8", "NAXIS   = 2", "NAXIS1  = 0",
                                       "NAXIS2  = 100000", "PCOUNT  = 0", "GCOUNT  = 1", "TFIELDS = 1", "TFORM1  = '0D'",
                                       "TTYPE1  = 'x'", "EXTNAME = 'rois'"}));
-  quen::testing::ClearMessages();
+  testing::ClearMessages();
   const Handle file = FitsFile(path, "rois");
-  quen::testing::ExpectThrowsWithDetails<std::runtime_error>(
-      "Fits: Error reading column \"x\": bad first element number, ",
-      [&] { quen::common::Fits::ReadColumnOrThrow<double>(file, "x"); });
+  testing::ExpectThrowsWithDetails<std::runtime_error>("Fits: Error reading column \"x\": bad first element number, ",
+                                                       [&] { ReadColumnOrThrow<double>(file, "x"); });
 }
 
 /// CFITSIO goes on after a header that breaks off, without knowing the columns that it counts.
@@ -410,11 +398,12 @@ TEST(FitsTable, HeaderThatBreaksOffIsReportedByEachCall) {
   const double value = 1.0;
   file->hdu_type = BINARY_TBL;
   for (int again = 0; again < 2; ++again) {
-    quen::testing::ExpectThrowsWithDetails<std::runtime_error>(
-        "Fits: Error writing column 1: ", [&] { WriteColumnPriv(file, &value, 1, TDOUBLE, 1, 1); });
-    quen::testing::ExpectThrowsWithDetails<std::runtime_error>(
-        "Fits: Error getting table params: ", [&] { WriteColumnPriv(file, &value, 1, TDOUBLE, "x", 1); });
+    testing::ExpectThrowsWithDetails<std::runtime_error>("Fits: Error writing column 1: ",
+                                                         [&] { WriteColumnPriv(file, &value, 1, TDOUBLE, 1, 1); });
+    testing::ExpectThrowsWithDetails<std::runtime_error>("Fits: Error getting table params: ",
+                                                         [&] { WriteColumnPriv(file, &value, 1, TDOUBLE, "x", 1); });
   }
 }
 
 }  // namespace
+}  // namespace quen::common::Fits

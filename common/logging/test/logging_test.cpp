@@ -4,9 +4,8 @@
 
 #include "testing/recording_appender.hpp"
 
+namespace quen::common {
 namespace {
-
-using quen::common::GetLogger;
 
 TEST(GetLogger, IsTheOneNamedQuen) {
   EXPECT_EQ(GetLogger().getName(), "quen");
@@ -22,10 +21,11 @@ TEST(GetLogger, WithoutAnyConfigurationNothingIsPrinted) {
 }
 
 TEST(GetLogger, RecordsReachTheRootsAppenders) {
-  const quen::testing::LogListener log(log4cplus::Logger::getRoot());
+  const testing::LogListener log(log4cplus::Logger::getRoot());
   GetLogger().forcedLog(log4cplus::ERROR_LOG_LEVEL, "heard");
   ASSERT_EQ(log.Records().size(), 1U);
   EXPECT_EQ(log.Records()[0].message, "heard");
 }
 
 }  // namespace
+}  // namespace quen::common

@@ -5,10 +5,11 @@
 
 #include "common/random/random.hpp"
 
+namespace quen::common::random {
 namespace {
 
-using quen::common::random::detail::MersenneTwisterEngine;
-using quen::common::random::detail::s_random;
+using detail::MersenneTwisterEngine;
+using detail::s_random;
 
 TEST(Random, GeneratorIsTheThreadsOwnVariable) {
   EXPECT_EQ(&MersenneTwisterEngine(), &s_random);
@@ -53,3 +54,4 @@ TEST(Random, HostMayAssignTheGenerator) {
 }
 
 }  // namespace
+}  // namespace quen::common::random

@@ -9,22 +9,15 @@
 #include <vector>
 
 #include "common/random/random.hpp"
+#include "testing/levels.hpp"
 
+namespace quen::common::random {
 namespace {
 
-using quen::common::random::FillUniform;
-using quen::common::random::UniformStream;
-using quen::common::simd::IsAvailable;
-using quen::common::simd::Level;
-using quen::common::simd::Name;
+using simd::Level;
 
 /// Each level that this processor can run.
-class UniformStreamTest : public ::testing::TestWithParam<Level> {
- protected:
-  void SetUp() override {
-    if (!IsAvailable(GetParam())) GTEST_SKIP() << "no " << Name(GetParam()) << " here";
-  }
-};
+class UniformStreamTest : public testing::AtLevel {};
 
 double Canonical(std::mt19937& generator) { return std::generate_canonical<double, 53>(generator); }
 
@@ -192,8 +185,7 @@ TEST_P(UniformStreamTest, TheGeneratorsTextIsWhatTheLayoutSays) {
   EXPECT_TRUE(reread == generator);
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, UniformStreamTest, ::testing::ValuesIn(quen::common::simd::kLevels),
-                         [](const auto& info) { return std::string(Name(info.param)); });
+INSTANTIATE_TEST_SUITE_P(Levels, UniformStreamTest, ::testing::ValuesIn(simd::kLevels), testing::kNameOfLevel);
 
 TEST(FillUniform, EqualsTheDistributionInALoop) {
   for (const auto& [low, high] : {std::pair(-10.0, 10.0), std::pair(0.0, 1.0), std::pair(3.0, 3.0),
@@ -220,3 +212,4 @@ TEST(FillUniform, OfNothingDoesNothing) {
 }
 
 }  // namespace
+}  // namespace quen::common::random

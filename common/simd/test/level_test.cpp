@@ -4,14 +4,8 @@
 
 #include "testing/environment.hpp"
 
+namespace quen::common::simd {
 namespace {
-
-using quen::common::simd::Best;
-using quen::common::simd::Choose;
-using quen::common::simd::kLevels;
-using quen::common::simd::Level;
-using quen::common::simd::Name;
-using quen::common::simd::Pick;
 
 TEST(SimdLevel, WithoutAWishItIsTheHighest) {
   for (const Level highest : kLevels) {
@@ -53,7 +47,7 @@ TEST(SimdLevel, PickGivesEachLevelItsForm) {
 
 /// Ends with the process's level as its exit code.
 void ExitWithLevel(const char* wish) {
-  const quen::testing::ScopedVariable variable("QUEN_SIMD", wish);
+  const testing::ScopedVariable variable("QUEN_SIMD", wish);
   std::exit(static_cast<int>(Best()));
 }
 
@@ -66,3 +60,4 @@ TEST(SimdLevelDeathTest, VariableForcesTheProcess) {
 }
 
 }  // namespace
+}  // namespace quen::common::simd

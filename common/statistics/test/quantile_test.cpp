@@ -2,11 +2,9 @@
 
 #include <gtest/gtest.h>
 
+namespace quen::common {
 namespace {
 
-using quen::common::LowerMedian;
-using quen::common::Quantile;
-using quen::common::UpperMedian;
 using Values = std::vector<double>;
 
 double LowerMedianOf(Values values) { return LowerMedian(values); }
@@ -31,3 +29,4 @@ TEST(Quantile, MediansOfAnEvenNumberAreTheTwoInTheMiddle) {
 }
 
 }  // namespace
+}  // namespace quen::common

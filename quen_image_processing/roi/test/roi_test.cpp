@@ -10,9 +10,9 @@
 #include "testing/recording_appender.hpp"
 #include "testing/values.hpp"
 
+namespace quen::image_processing {
 namespace {
 
-using quen::image_processing::Roi;
 using quen::testing::ExpectThrows;
 using quen::testing::kNan;
 using quen::testing::LogListener;
@@ -143,7 +143,7 @@ TEST(RoiEnlarge, ByNothingIsACopy) {
 }
 
 TEST(RoiLog, RefusalIsRecordedWithItsSource) {
-  const LogListener log(quen::common::GetLogger());
+  const LogListener log(common::GetLogger());
   EXPECT_THROW(Roi(10, 5, 0, 20, 840, 816, 0, 0), std::invalid_argument);
   EXPECT_THROW(Roi(0, 1, 0, 1, 840, 816, -1, 12.5), std::invalid_argument);
   ASSERT_EQ(log.Records().size(), 2U);
@@ -161,7 +161,7 @@ TEST(RoiLog, RefusalIsRecordedWithItsSource) {
 }
 
 TEST(RoiLog, NothingIsRecordedWhenErrorIsDisabledAndTheExceptionStays) {
-  LogListener log(quen::common::GetLogger());
+  LogListener log(common::GetLogger());
   log.SetLevel(log4cplus::FATAL_LOG_LEVEL);
   ExpectThrows<std::invalid_argument>("Roi: invalid coordinates: (10..5),(0..20)",
                                       [] { Roi(10, 5, 0, 20, 840, 816, 0, 0); });
@@ -169,9 +169,10 @@ TEST(RoiLog, NothingIsRecordedWhenErrorIsDisabledAndTheExceptionStays) {
 }
 
 TEST(RoiLog, ValidRegionsAreNotRecorded) {
-  const LogListener log(quen::common::GetLogger());
+  const LogListener log(common::GetLogger());
   EXPECT_EQ(Roi(0, 1, 0, 1, 840, 816, 0, 0).Enlarge(1).n_pixels, 4U);
   EXPECT_TRUE(log.Records().empty());
 }
 
 }  // namespace
+}  // namespace quen::image_processing

@@ -106,6 +106,48 @@ TEST_F(CameraFrames, OnAPedestalThatAnEngineTakesForLightAreWarnedOf) {
   EXPECT_EQ(Measured(File("frame.fits")).find("warning"), std::string::npos);
 }
 
+TEST_F(CameraFrames, AreCorrectedForTheMapsOfTheCamera) {
+  const auto map = [&](const std::string& name) { return "fits.writeto(\"" + File(name) + "\", "; };
+  MakeCamera("y, x = numpy.indices(d.shape); dark = (7 * x + 3 * y) % 50; flat = 1.0 + (x // 4 + y // 6) % 2; " +
+             map("dark.fits") + "dark); " + map("flat.fits") +
+             "flat); fits.PrimaryHDU((d * flat + dark).astype(numpy.int16))");
+  const std::string maps = " --dark-map " + File("dark.fits") + " --flat-map " + File("flat.fits");
+  const std::string to_b = " --output " + File("b.fits");
+  Measured(File("camera.fits") + maps + to_b);
+  EXPECT_EQ(LargestDifference(), 0.0);
+  Measured(File("camera.fits") + " --dark-map " + File("dark.fits") + to_b);
+  EXPECT_GT(LargestDifference(), 1e-3);
+
+  constexpr double kDarkNeighbours = 0.01;  // pixels, by those that are not quite dark
+  MakeCamera("y, x = numpy.indices(d.shape); hot = (d == 0) & ((31 * x + 17 * y) % 97 == 0); " + map("bad.fits") +
+             "hot.astype(numpy.uint8)); fits.PrimaryHDU((d + 9000 * hot).astype(numpy.int16))");
+  Measured(File("camera.fits") + " --bad-pixels " + File("bad.fits") + to_b);
+  EXPECT_LT(LargestDifference(), kDarkNeighbours);
+  Measured(File("camera.fits") + to_b);
+  EXPECT_GT(LargestDifference(), 1.0);
+}
+
+TEST_F(CameraFrames, MapsThatAreNoneAreRefused) {
+  MakeCamera("d = d * 1.0; d[3, 2] = -1; fits.PrimaryHDU(d)");
+  const std::string frame = File("frame.fits");
+  const std::string camera = File("camera.fits");
+  ExpectRefusal(frame + " --flat-map " + camera, 1,
+                "quen-shs: " + camera + ": expected a map of numbers from 0 to 1000, found -1 at column 2, row 3");
+  MakeCamera("d = d * 1.0; d[3, 2] = numpy.nan; fits.PrimaryHDU(d)");
+  ExpectRefusal(
+      frame + " --dark-map " + camera, 1,
+      "quen-shs: " + camera + ": expected a map of numbers from -65535 to 65535, found nan at column 2, row 3");
+  MakeCamera("fits.PrimaryHDU(d[1:])");
+  ExpectRefusal(frame + " --bad-pixels " + camera, 1,
+                "quen-shs: " + camera + ": expected a map of 840 x 816 pixels (columns x rows), found 840 x 815");
+  ExpectRefusal(frame + " --bad-pixels " + File("none.fits"), 1,
+                "quen-shs: " + File("none.fits") + ": cannot be read: No such file or directory");
+  MakeCamera("fits.PrimaryHDU(d * 0)");
+  ExpectRefusal(frame + " --bad-pixels " + camera + " --output " + camera, 1,
+                "quen-shs: cannot write " + camera + ": it is the same file as " + camera +
+                    ", which is read; give the output another name");
+}
+
 TEST_F(CameraFrames, AreMeasuredWithASpotOfTheirOwn) {
   constexpr double kMean = 2e-3;  // pixels, of a template that is the mean of the frame's own spots
   const std::string frame = File("frame.fits");

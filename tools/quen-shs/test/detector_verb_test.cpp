@@ -68,6 +68,40 @@ TEST_F(DetectorVerb, ReplacesNothingUnlessForced) {
   EXPECT_EQ(quen::testing::Run("cat " + camera).out, before);
 }
 
+/// The first number of a name in JSON.
+double NumberIn(const std::string& json, const std::string& name) {
+  const std::string key = "\"" + name + "\": ";
+  return std::stod(json.substr(json.find(key) + key.size()));
+}
+
+TEST_F(DetectorVerb, EnginesMayKnowItsMaps) {
+  const std::string sensor = File("sensor");
+  const std::string camera = File("camera.json");
+  const std::string with_camera = sensor + " --detector " + camera;
+  Done("calibrate " + sensor);
+  Done("detector --new " + camera + " --hot-pixels 3000");
+  const std::string score = "score --json --frames 1 --engine gaussian-fit:pedestal=101 " + with_camera;
+  const std::string unaware = Done(score);
+  const std::string aware = Done(score + " --use-maps");
+  EXPECT_GT(NumberIn(unaware, "failed"), 0.3);
+  EXPECT_EQ(NumberIn(aware, "failed"), 0.0);
+  EXPECT_LT(NumberIn(aware, "rms"), 0.25 * NumberIn(unaware, "rms"));
+  EXPECT_NE(aware.find("\"engines_know_maps\": true"), std::string::npos) << aware;
+  EXPECT_EQ(unaware.find("engines_know_maps"), std::string::npos) << unaware;
+
+  const std::string told = Done("loop --frames 10 --engine weighted:pedestal=101 --use-maps " + with_camera);
+  EXPECT_NE(told.find(", maps known to the engines"), std::string::npos) << told;
+  EXPECT_EQ(KeywordReadByAstropy(File("sensor/loop/frame.fits"), 0, "ENGMAPS"), "known");
+  Done("calibrate --measured --engine weighted:pedestal=101 --use-maps --detector " + camera + " " + File("measured"));
+  const std::string method = KeywordReadByAstropy(File("measured/data/M2S.fits"), 0, "METHOD");
+  EXPECT_NE(method.find(", maps known to the engines,"), std::string::npos) << method;
+
+  WriteText(File("plain.json"), "{}");
+  ExpectRefusal("score " + sensor + " --use-maps", "--use-maps: expected a detector with maps, found no --detector");
+  ExpectRefusal("score " + sensor + " --use-maps --detector " + File("plain.json"),
+                "--use-maps: expected a detector with maps, found " + File("plain.json") + " without any");
+}
+
 TEST_F(DetectorVerb, SaysWhatIsWrong) {
   ExpectRefusal("detector " + File("none.json"), File("none.json") + ": cannot be read: No such file or directory");
   WriteText(File("camera.json"), "{\"read_noise\": -3}");

@@ -22,32 +22,26 @@
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/poke.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::TempDir;
-using quen::workbench::Basis;
-using quen::workbench::CheckCalibration;
-using quen::workbench::Finding;
-using quen::workbench::Findings;
-using quen::workbench::Geometry;
-using quen::workbench::Matrix;
-using quen::workbench::Verdict;
 
 constexpr std::size_t kHalf = 607;
 constexpr std::size_t kSlopes = 1214;
 constexpr std::size_t kModes = 52;
 
 /// A good calibration in memory, to be damaged.
-quen::testing::Calibration Good() {
-  const quen::workbench::Calibration made = quen::workbench::MakeCalibration();
-  quen::testing::Calibration calibration;
+testing::Calibration Good() {
+  const Calibration made = MakeCalibration();
+  testing::Calibration calibration;
   calibration.m2s.values.assign(made.m2s.data(), made.m2s.data() + made.m2s.size());
   calibration.cm.values.assign(made.cm.data(), made.cm.data() + made.cm.size());
   calibration.rois_used["is_used"].assign(made.used.begin(), made.used.end());
   return calibration;
 }
 
-Findings Check(const quen::testing::Calibration& calibration) {
+Findings Check(const testing::Calibration& calibration) {
   const TempDir folder;
   calibration.Write(folder.Path());
   return CheckCalibration(folder.Path()).findings;
@@ -77,7 +71,7 @@ void ExpectFindings(const Findings& findings, Verdict verdict,
   }
 }
 
-void ExpectWrong(const quen::testing::Calibration& calibration,
+void ExpectWrong(const testing::Calibration& calibration,
                  const std::vector<std::pair<std::string, std::string>>& expected) {
   ExpectFindings(Check(calibration), Verdict::kWrong, expected);
 }
@@ -125,7 +119,7 @@ Values YFlipped(const Values& m2s) { return Flipped(m2s, 0); }
 
 /// Used sub-apertures column by column.
 Values ByColumns(const Values& m2s) {
-  const auto flags = quen::workbench::UsedFlags({});
+  const auto flags = UsedFlags({});
   std::vector<std::size_t> by_rows;
   for (std::size_t i = 0; i < flags.size(); ++i) {
     if (flags[i] != 0) by_rows.push_back(i);
@@ -140,12 +134,12 @@ Values ByColumns(const Values& m2s) {
 
 TEST(Check, FindsNothingWrongInWhatCalibrateWrites) {
   const std::vector<std::pair<Geometry, Basis>> made = {
-      {{}, quen::workbench::ZernikeBasis()},
-      {{}, quen::workbench::KarhunenLoeveBasis()},
-      {{.pitch = 23.7, .size = 20, .offset_x = 5.3, .offset_y = -3.8}, quen::workbench::ZernikeBasis()},
-      {{.size = 23}, quen::workbench::ZernikeBasis()},
-      {{.obscuration = 0.0}, quen::workbench::ZernikeBasis()},
-      {{.obscuration = 0.35, .spider_angle = 30.0, .spider_width = 0.02}, quen::workbench::KarhunenLoeveBasis()}};
+      {{}, ZernikeBasis()},
+      {{}, KarhunenLoeveBasis()},
+      {{.pitch = 23.7, .size = 20, .offset_x = 5.3, .offset_y = -3.8}, ZernikeBasis()},
+      {{.size = 23}, ZernikeBasis()},
+      {{.obscuration = 0.0}, ZernikeBasis()},
+      {{.obscuration = 0.35, .spider_angle = 30.0, .spider_width = 0.02}, KarhunenLoeveBasis()}};
   for (const auto& [geometry, basis] : made) {
     const TempDir folder;
     WriteCalibration(folder.Path(), false, MakeCalibration(geometry, basis));
@@ -158,12 +152,12 @@ TEST(Check, FindsNothingWrongInWhatCalibrateWrites) {
 
 TEST(Check, FindsNothingWrongInAMeasuredMatrix) {
   const TempDir folder;
-  const quen::workbench::Calibration made = quen::workbench::MakeCalibration();
+  const Calibration made = MakeCalibration();
   WriteCalibration(folder.Path(), false, made);
-  auto camera = quen::workbench::LoadSimulator<quen::workbench::Camera>(folder.Path());
+  auto camera = LoadSimulator<Camera>(folder.Path());
   for (const auto& [engine, noise] : {std::pair("centre-of-gravity", 10.0), std::pair("weighted", 300.0)}) {
-    const Matrix m2s = quen::workbench::MeasuredModesToSlopes(
-        camera, {.engine = engine, .amplitude = 1.0, .exposure = {.noise = noise}}, [] {});
+    const Matrix m2s =
+        MeasuredModesToSlopes(camera, {.engine = engine, .amplitude = 1.0, .exposure = {.noise = noise}}, [] {});
     WriteCalibration(folder.Path(), true, WithMatrix(made, m2s, "measured"));
     const Findings findings = CheckCalibration(folder.Path()).findings;
     ExpectFindings(findings, Verdict::kWrong, {});
@@ -172,7 +166,7 @@ TEST(Check, FindsNothingWrongInAMeasuredMatrix) {
 }
 
 TEST(Check, FindsNothingWrongInAListByColumnsThroughout) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.m2s.values = ByColumns(calibration.m2s.values);
   calibration.cm.values = InCm(calibration.cm.values, ByColumns);
   for (const char* const name : {"x_low", "x_up", "x_ref", "y_low", "y_up", "y_ref"}) {
@@ -184,7 +178,7 @@ TEST(Check, FindsNothingWrongInAListByColumnsThroughout) {
 
 TEST(Check, NamesTheFilesItFound) {
   const TempDir folder;
-  quen::workbench::WriteCalibration(folder.Path(), false);
+  WriteCalibration(folder.Path(), false);
   const Findings findings = CheckCalibration(folder.Path()).findings;
   EXPECT_EQ(findings[0].text, std::filesystem::canonical(folder / "data/M2S.fits"));
   EXPECT_EQ(findings[1].text, std::filesystem::canonical(folder / "data/CM.fits"));
@@ -194,7 +188,7 @@ TEST(Check, NamesTheFilesItFound) {
 // --- Mistakes in the layout
 
 TEST(Check, NamesATransposedFile) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   std::swap(calibration.m2s.dims[0], calibration.m2s.dims[1]);
   ExpectWrong(calibration, {{"M2S.fits", "is transposed: its axes are 1214 x 52, expected 52 x 1214"}});
   calibration = Good();
@@ -203,14 +197,14 @@ TEST(Check, NamesATransposedFile) {
 }
 
 TEST(Check, NamesAFileThatIsNoSuchMatrix) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.m2s.bitpix = -32;
   ExpectWrong(calibration,
               {{"M2S.fits", "expected 52 x 1214 doubles (BITPIX -64), found 52 x 1214 elements with BITPIX -32"}});
 }
 
 TEST(Check, NamesAMatrixThatIsTransposedInMemory) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.m2s.values = Transposed(calibration.m2s.values, kSlopes, kModes);
   ExpectWrong(calibration, {{"M2S layout", "it is transposed in memory"}});
   calibration = Good();
@@ -219,7 +213,7 @@ TEST(Check, NamesAMatrixThatIsTransposedInMemory) {
 }
 
 TEST(Check, NamesExchangedBlocks) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.m2s.values = Exchanged(calibration.m2s.values);
   ExpectWrong(calibration, {{"M2S layout", "its x and y blocks are exchanged: the y block must come first"}});
   calibration.cm.values = InCm(calibration.cm.values, Exchanged);
@@ -229,7 +223,7 @@ TEST(Check, NamesExchangedBlocks) {
 
 TEST(Check, NamesPairsInPlaceOfBlocks) {
   const auto pairs = [](std::size_t first, std::size_t second) {
-    quen::testing::Calibration calibration = Good();
+    testing::Calibration calibration = Good();
     calibration.m2s.values =
         Rearranged(calibration.m2s.values, [=](std::size_t s) { return s / 2 + (s % 2 == 0 ? first : second); });
     return calibration;
@@ -239,7 +233,7 @@ TEST(Check, NamesPairsInPlaceOfBlocks) {
 }
 
 TEST(Check, NamesAFlippedSign) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.m2s.values = XFlipped(calibration.m2s.values);
   ExpectWrong(calibration, {{"M2S layout", "the sign of its x block is flipped"}});
   calibration = Good();
@@ -250,13 +244,13 @@ TEST(Check, NamesAFlippedSign) {
 }
 
 TEST(Check, NamesASignThatIsFlippedInAllOfOneMatrix) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.m2s.values = XFlipped(YFlipped(calibration.m2s.values));
   ExpectWrong(calibration, {{"CM * M2S", "the sign of one of the two is flipped throughout"}});
 }
 
 TEST(Check, NamesSlopesTurnedByARightAngle) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.m2s.values = XFlipped(Exchanged(calibration.m2s.values));
   calibration.cm.values = InCm(calibration.cm.values, [](const Values& cm) { return XFlipped(Exchanged(cm)); });
   const std::string name = "its x and y blocks are exchanged: the y block must come first, and the sign of its x block";
@@ -264,7 +258,7 @@ TEST(Check, NamesSlopesTurnedByARightAngle) {
 }
 
 TEST(Check, NamesAMatrixInTheOtherOrder) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.m2s.values = ByColumns(calibration.m2s.values);
   calibration.cm.values = InCm(calibration.cm.values, ByColumns);
   const std::string name =
@@ -275,12 +269,12 @@ TEST(Check, NamesAMatrixInTheOtherOrder) {
 
 TEST(Check, NamesAGridWithRowsAndColumnsExchanged) {
   const std::string name = "x and y are exchanged in shs_rois.fits";
-  quen::testing::Calibration by_columns = Good();
+  testing::Calibration by_columns = Good();
   for (const char* const column : {"x_low", "x_up", "x_ref", "y_low", "y_up", "y_ref"}) {
     by_columns.rois[column] = Transposed(by_columns.rois[column], 33, 33);
   }
   ExpectWrong(by_columns, {{"M2S layout", name}, {"CM layout", name}});
-  quen::testing::Calibration exchanged = Good();
+  testing::Calibration exchanged = Good();
   for (const char* const column : {"low", "up", "ref"}) {
     std::swap(exchanged.rois["x_" + std::string(column)], exchanged.rois["y_" + std::string(column)]);
   }
@@ -288,21 +282,20 @@ TEST(Check, NamesAGridWithRowsAndColumnsExchanged) {
 }
 
 TEST(Check, TakesNoiseOfAllModesForNoFaultOfOne) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   std::mt19937 random(2);
   Eigen::Map<Matrix> m2s(calibration.m2s.values.data(), kSlopes, kModes);
   for (Eigen::Index mode = 0; mode < m2s.cols(); ++mode) {
     std::normal_distribution<double> noise(0.0, 0.75 * m2s.col(mode).norm() / std::sqrt(1214.0));
     for (double& value : m2s.col(mode)) value += noise(random);
   }
-  const Matrix cm = quen::workbench::PseudoInverse(m2s);
+  const Matrix cm = PseudoInverse(m2s);
   calibration.cm.values.assign(cm.data(), cm.data() + cm.size());
   const Findings findings = Check(calibration);
   EXPECT_TRUE(std::ranges::none_of(findings, [](const Finding& f) { return f.key == "m2s.noise"; })) << Told(findings);
 }
 
 TEST(Check, CountsModesUpInWords) {
-  using quen::workbench::ModeWords;
   EXPECT_EQ(ModeWords({3}), "mode 3");
   EXPECT_EQ(ModeWords({0, 1}), "modes 0 and 1");
   EXPECT_EQ(ModeWords({1, 5, 7, 8, 9}), "modes 1, 5 and 7 to 9");
@@ -310,15 +303,13 @@ TEST(Check, CountsModesUpInWords) {
 }
 
 /// A calibration whose M2S has another column, and the inverse of that for CM.
-quen::testing::Calibration WithMode(std::size_t mode,
-                                    const std::function<double(std::size_t slope, double was)>& slopes) {
-  quen::testing::Calibration calibration = Good();
+testing::Calibration WithMode(std::size_t mode, const std::function<double(std::size_t slope, double was)>& slopes) {
+  testing::Calibration calibration = Good();
   for (std::size_t s = 0; s < kSlopes; ++s) {
     double& value = calibration.m2s.values[mode + kModes * s];
     value = slopes(s, value);
   }
-  const Matrix cm =
-      quen::workbench::PseudoInverse(Eigen::Map<const Matrix>(calibration.m2s.values.data(), kSlopes, kModes));
+  const Matrix cm = PseudoInverse(Eigen::Map<const Matrix>(calibration.m2s.values.data(), kSlopes, kModes));
   calibration.cm.values.assign(cm.data(), cm.data() + cm.size());
   return calibration;
 }
@@ -339,7 +330,7 @@ TEST(Check, NamesANoisyModeAndHowNoisyItIs) {
 
 TEST(Check, NamesTheOrderOfModes) {
   const auto with_rows_from = [](const std::function<std::size_t(std::size_t)>& from) {
-    quen::testing::Calibration calibration = Good();
+    testing::Calibration calibration = Good();
     const Values before = calibration.cm.values;
     for (std::size_t mode = 0; mode < kModes; ++mode) {
       const auto row = before.begin() + static_cast<std::ptrdiff_t>(kSlopes * from(mode));
@@ -356,20 +347,20 @@ TEST(Check, NamesTheOrderOfModes) {
 }
 
 TEST(Check, RefusesSlopesOfNoWavefront) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   std::mt19937 random(1);
   for (double& value : calibration.m2s.values) value = std::generate_canonical<double, 53>(random) - 0.5;
   ExpectWrong(calibration, {{"M2S layout", "slopes without order"}, {"CM * M2S", "not the identity in any order"}});
 }
 
 TEST(Check, DoubtsAControlMatrixThatFiltersModes) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   for (std::size_t s = 0; s < kSlopes; ++s) calibration.cm.values[s] *= 0.9;
   ExpectFindings(Check(calibration), Verdict::kDoubtful, {{"CM * M2S", "identity to 0.1"}});
 }
 
 TEST(Check, DoubtsReferencesWithoutAGrid) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   std::swap(calibration.rois["x_ref"][0], calibration.rois["x_ref"][1]);
   calibration.rois["x_ref"][1] = calibration.rois["x_ref"][0];
   const Findings findings = Check(calibration);
@@ -378,7 +369,7 @@ TEST(Check, DoubtsReferencesWithoutAGrid) {
 
 TEST(Check, TellsLayoutsWhateverTheUnits) {
   for (const double unit : {1e-300, 1e200, 1e300}) {
-    quen::testing::Calibration calibration = Good();
+    testing::Calibration calibration = Good();
     for (double& value : calibration.m2s.values) value *= unit;
     for (double& value : calibration.cm.values) value /= unit;
     const Findings findings = Check(calibration);
@@ -393,13 +384,13 @@ TEST(Check, TellsLayoutsWhateverTheUnits) {
 // --- Mistakes in values
 
 TEST(Check, TellsThatAMatrixIsZero) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   std::ranges::fill(calibration.m2s.values, 0.0);
   ExpectWrong(calibration, {{"M2S values", "all zeros"}});
 }
 
 TEST(Check, NamesTheFirstValueThatIsNotFinite) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.m2s.values[3 + kModes * 17] = std::numeric_limits<double>::quiet_NaN();
   calibration.cm.values[5 + kSlopes * 2] = std::numeric_limits<double>::infinity();
   ExpectWrong(calibration, {{"M2S values", "slope 17, mode 3 is nan"}, {"CM values", "mode 2, slope 5 is inf"}});
@@ -408,14 +399,13 @@ TEST(Check, NamesTheFirstValueThatIsNotFinite) {
 TEST(Check, NamesFlagsOfAPupilWithAnotherObscuration) {
   for (const double obscuration : {0.05, 0.17, 0.23, 0.33, 0.42}) {
     const TempDir folder;
-    quen::workbench::Calibration made =
-        quen::workbench::MakeCalibration({.obscuration = obscuration}, quen::workbench::ZernikeBasis());
-    const std::vector<std::uint8_t> right = std::exchange(made.used, quen::workbench::UsedFlags({}));
+    Calibration made = MakeCalibration({.obscuration = obscuration}, ZernikeBasis());
+    const std::vector<std::uint8_t> right = std::exchange(made.used, UsedFlags({}));
     ASSERT_NE(made.used, right);
     WriteCalibration(folder.Path(), false, made);
     const auto examination = CheckCalibration(folder.Path());
     EXPECT_NE(std::ranges::find(examination.findings, "flags.pupil", &Finding::key), examination.findings.end());
-    const auto corrected = quen::workbench::Corrected(*examination.content, examination.findings);
+    const auto corrected = Corrected(*examination.content, examination.findings);
     ASSERT_TRUE(corrected) << obscuration;
     EXPECT_EQ(corrected->used, right) << obscuration;
   }
@@ -429,7 +419,7 @@ TEST(Check, NamesShiftedReferences) {
       {-1.0, "one pixel too low"}};
   for (const auto& [shift, name] : shifts) {
     for (const std::string axis : {"x_ref", "y_ref"}) {
-      quen::testing::Calibration calibration = Good();
+      testing::Calibration calibration = Good();
       for (double& value : calibration.rois[axis]) value += shift;
       ExpectWrong(calibration, {{axis, name}});
     }
@@ -437,7 +427,7 @@ TEST(Check, NamesShiftedReferences) {
 }
 
 TEST(Check, DoubtsReferencesThatAreFarOff) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   for (double& value : calibration.rois["x_ref"]) value -= 3.0;
   const Findings findings = Check(calibration);
   ExpectFindings(findings, Verdict::kWrong, {});
@@ -447,7 +437,7 @@ TEST(Check, DoubtsReferencesThatAreFarOff) {
 }
 
 TEST(Check, NamesAPixelThatIsMissingOfEachRegion) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   for (double& value : calibration.rois["x_up"]) value -= 1.0;
   for (double& value : calibration.rois["y_low"]) value += 1.0;
   const Findings findings = Check(calibration);
@@ -457,14 +447,14 @@ TEST(Check, NamesAPixelThatIsMissingOfEachRegion) {
 }
 
 TEST(Check, NamesAShiftThatScatters) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   std::vector<double>& x_ref = calibration.rois["x_ref"];
   for (std::size_t i = 0; i < x_ref.size(); ++i) x_ref[i] += 0.4 + 0.1 * static_cast<double>(i % 3);
   ExpectWrong(calibration, {{"x_ref", "+0.50 pixels from the middle of the regions, scattered by 0.08 RMS; half a"}});
 }
 
 TEST(Check, NamesAReferenceOutsideItsRegion) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.rois["y_ref"][34] = 70.0;
   ExpectWrong(calibration, {{"references",
                              "that of sub-aperture 34 is at (59.5, 70), outside its columns 48 to 71, rows 36 to 59"}});
@@ -478,7 +468,7 @@ TEST(Check, NamesAReferenceOutsideItsRegion) {
 }
 
 TEST(Check, TellsOverlapsAndGaps) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.rois["x_up"][40] += 2.0;
   ExpectFindings(Check(calibration), Verdict::kDoubtful, {{"regions", "; 48 pixels are in more than one region"}});
   calibration = Good();
@@ -491,7 +481,7 @@ TEST(Check, TellsOverlapsAndGaps) {
 }
 
 TEST(Check, TellsThatNoRegionHasAPixel) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   for (const char* const column : {"x_low", "x_up", "y_low", "y_up", "x_ref", "y_ref"}) {
     std::ranges::fill(calibration.rois[column], 0.0);
   }
@@ -500,24 +490,24 @@ TEST(Check, TellsThatNoRegionHasAPixel) {
 }
 
 TEST(Check, TellsWhatTheSimulatorDoesWithTheFlags) {
-  quen::testing::Calibration fewer = Good();
+  testing::Calibration fewer = Good();
   *std::ranges::find(fewer.rois_used["is_used"], 1.0) = 0.0;
   ExpectWrong(fewer, {{"usage flags",
                        "606 of 1089 are set, expected 607 of 1089: the last 1 elements of either block of "
                        "the slope vector stay 0"}});
-  quen::testing::Calibration more = Good();
+  testing::Calibration more = Good();
   more.rois_used["is_used"][1088] = 1.0;
   ExpectWrong(more, {{"usage flags", "608 of 1089 are set, expected 607 of 1089: sub-apertures after 1"}});
-  quen::testing::Calibration shorter = Good();
+  testing::Calibration shorter = Good();
   shorter.rois_used.Resize(500);
   ExpectWrong(shorter, {{"usage flags", "expected 607 of 1089: ComputeSlopes ends the process where they end"}});
-  quen::testing::Calibration longer = Good();
+  testing::Calibration longer = Good();
   longer.rois_used.Resize(1100);
   ExpectFindings(Check(longer), Verdict::kDoubtful, {{"usage flags", "607 of 1100 are set, expected 607 of 1089"}});
 }
 
 TEST(Check, TellsWhyTheLibraryRefusesIt) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.rois["x_up"][5] = 841.0;
   ExpectWrong(calibration,
               {{"shs_rois.fits", "region 5 (counted from 0) has columns from 144 up to 841, the frame has 840"}});
@@ -530,7 +520,7 @@ TEST(Check, TellsWhyTheLibraryRefusesIt) {
 }
 
 TEST(Check, NamesTablesThatTheLibraryDoesNotRead) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   calibration.rois.Resize(1088);
   ExpectWrong(calibration, {{"shs_rois.fits", "the table rois has 1088 rows, expected 1089"}});
   calibration = Good();
@@ -542,7 +532,7 @@ TEST(Check, NamesTablesThatTheLibraryDoesNotRead) {
 }
 
 TEST(Check, NamesSwappedBytesAndPutsThemRight) {
-  quen::testing::Calibration calibration = Good();
+  testing::Calibration calibration = Good();
   for (double& value : calibration.m2s.values) {
     auto bytes = std::bit_cast<std::array<char, sizeof(double)>>(value);
     std::ranges::reverse(bytes);
@@ -552,20 +542,21 @@ TEST(Check, NamesSwappedBytesAndPutsThemRight) {
   ExpectFindings(findings, Verdict::kWrong, {{"M2S values", "the bytes of its numbers are in the wrong order"}});
   const auto found = std::ranges::find(findings, "m2s.values", &Finding::key);
   ASSERT_EQ(found->corrections.size(), 1U);
-  quen::workbench::CalibrationContent content;
+  CalibrationContent content;
   content.m2s = Eigen::Map<const Matrix>(calibration.m2s.values.data(), kSlopes, kModes);
   found->corrections.front().apply(content);
-  EXPECT_EQ(content.m2s, quen::workbench::MakeCalibration().m2s);
+  EXPECT_EQ(content.m2s, MakeCalibration().m2s);
 }
 
 TEST(Check, NamesACompressedFile) {
   const TempDir folder;
-  quen::workbench::WriteCalibration(folder.Path(), false);
-  ASSERT_EQ(quen::testing::Run("gzip " + (folder / "data/CM.fits") + " && mv " + (folder / "data/CM.fits.gz") + " " +
-                               (folder / "data/CM.fits"))
+  WriteCalibration(folder.Path(), false);
+  ASSERT_EQ(testing::Run("gzip " + (folder / "data/CM.fits") + " && mv " + (folder / "data/CM.fits.gz") + " " +
+                         (folder / "data/CM.fits"))
                 .exit_code,
             0);
   ExpectFindings(CheckCalibration(folder.Path()).findings, Verdict::kWrong, {{"CM.fits", "it is compressed"}});
 }
 
 }  // namespace
+}  // namespace quen::workbench

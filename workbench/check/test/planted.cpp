@@ -11,16 +11,16 @@
 #include <random>
 #include <tuple>
 
+#include "workbench/sensor/dimensions.hpp"
+
 namespace quen::workbench::planted {
 namespace {
 
 using Eigen::Index;
 using Eigen::Vector2d;
-using quen::image_processing::Roi;
 
 constexpr Index kAcross = 33;
 constexpr Index kCells = kAcross * kAcross;
-constexpr Index kUsed = 607;
 constexpr Index kModes = 52;
 constexpr double kDegree = std::numbers::pi / 180.0;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Eigen/Core>
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,6 +15,8 @@
 /// same calibration.
 
 namespace quen::workbench::planted {
+
+inline constexpr Eigen::Index kUsed = 607;  ///< sub-apertures, and elements of either block of the slope vector
 
 // --- Calibrations
 

@@ -9,24 +9,11 @@
 
 // That what is planted is what it is said to be.
 
+namespace quen::workbench::planted {
 namespace {
 
 using Eigen::Index;
-using quen::workbench::CalibrationContent;
-using quen::workbench::Matrix;
-using quen::workbench::planted::AllMistakes;
-using quen::workbench::planted::AreSame;
-using quen::workbench::planted::AreSameButForSign;
-using quen::workbench::planted::kParts;
-using quen::workbench::planted::LensletArrays;
-using quen::workbench::planted::Made;
-using quen::workbench::planted::Mistake;
-using quen::workbench::planted::Modes;
-using quen::workbench::planted::Pupils;
-using quen::workbench::planted::Recipe;
-using quen::workbench::planted::SameParts;
 
-constexpr Index kBlock = 607;
 constexpr double kRounding = 1e-9;  // of sums of some thousand products
 
 std::vector<Recipe> PlantedRecipes() {
@@ -50,10 +37,10 @@ std::vector<std::size_t> UsedPlaces(const CalibrationContent& content) {
 TEST(PlantedCalibration, HasTheSizesOfACalibration) {
   for (const Recipe& recipe : PlantedRecipes()) {
     const CalibrationContent& content = Made(recipe);
-    EXPECT_EQ(content.m2s.rows(), 2 * kBlock);
+    EXPECT_EQ(content.m2s.rows(), 2 * kUsed);
     EXPECT_EQ(content.m2s.cols(), 52);
     EXPECT_EQ(content.cm.rows(), 52);
-    EXPECT_EQ(content.cm.cols(), 2 * kBlock);
+    EXPECT_EQ(content.cm.cols(), 2 * kUsed);
     EXPECT_EQ(content.rois.size(), 1089U);
     EXPECT_EQ(content.used.size(), 1089U);
     EXPECT_EQ(UsedPlaces(content).size(), 607U) << Name(recipe);
@@ -76,7 +63,7 @@ TEST(PlantedCalibration, HasTheGradientsOfTiltAndDefocus) {
     double per_pixel = 0.0;
     for (std::size_t k = 0; k < places.size(); ++k) {
       const auto y = static_cast<Index>(k);
-      const Index x = kBlock + y;
+      const Index x = kUsed + y;
       EXPECT_NEAR(content.m2s(x, 0), 2.0 * kPixels, kRounding);  // 2 r cos
       EXPECT_NEAR(content.m2s(y, 0), 0.0, kRounding);
       EXPECT_NEAR(content.m2s(x, 1), 0.0, kRounding);
@@ -110,7 +97,7 @@ double CurlOf(const CalibrationContent& content) {
     if (i % 33 == 32 || a < 0 || b < 0 || c < 0 || d < 0) continue;
     const auto row = [&](Index s) { return content.m2s.row(s); };
     const Eigen::RowVectorXd around =
-        row(kBlock + a) + row(kBlock + b) + row(b) + row(c) - row(kBlock + c) - row(kBlock + d) - row(d) - row(a);
+        row(kUsed + a) + row(kUsed + b) + row(b) + row(c) - row(kUsed + c) - row(kUsed + d) - row(d) - row(a);
     sum += around.squaredNorm();
     count += 8.0;
   }
@@ -122,7 +109,7 @@ TEST(PlantedCalibration, HasSlopesThatAreGradients) {
     if (recipe.noise > 0.0 || recipe.lenslets.turn != 0.0) continue;  // a square of turned slopes is not one of these
     EXPECT_LT(CurlOf(Made(recipe)), 0.01) << Name(recipe);
     CalibrationContent mistaken = Made(recipe);
-    mistaken.m2s.topRows(kBlock) *= -1.0;
+    mistaken.m2s.topRows(kUsed) *= -1.0;
     EXPECT_GT(CurlOf(mistaken), 5.0 * CurlOf(Made(recipe))) << Name(recipe);
   }
 }
@@ -176,7 +163,7 @@ TEST(PlantedMistake, ChangesTheCalibrationAndIsUndone) {
 }
 
 TEST(PlantedMistake, InBothMatricesLeavesThemInverse) {
-  for (const Mistake& mistake : LayoutMistakes(quen::workbench::planted::Place::kBoth)) {
+  for (const Mistake& mistake : LayoutMistakes(Place::kBoth)) {
     if (mistake.word == "transposed_in_memory") continue;
     CalibrationContent content = Made({.modes = Modes::kFourier});
     mistake.Plant(content);
@@ -211,7 +198,7 @@ TEST(PlantedComparison, SeesASmallDifference) {
 
 TEST(PlantedComparison, SeesThatAnotherOrderOfAllListsIsTheSame) {
   const CalibrationContent& good = Made({});
-  for (const auto& variation : quen::workbench::planted::Variations()) {
+  for (const auto& variation : Variations()) {
     CalibrationContent content = good;
     variation.apply(content);
     EXPECT_EQ(AreSame(content, good), variation.name == "unchanged" || variation.name.starts_with("listed"))
@@ -220,3 +207,4 @@ TEST(PlantedComparison, SeesThatAnotherOrderOfAllListsIsTheSame) {
 }
 
 }  // namespace
+}  // namespace quen::workbench::planted

@@ -10,18 +10,17 @@
 #include <utility>
 
 #include "workbench/check/test/planted.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench::planted {
 namespace {
 
 using Content = CalibrationContent;
 using Eigen::Index;
-using quen::image_processing::Roi;
 using Permutation = std::vector<Index>;
 
 constexpr Index kWidth = 33;
-constexpr Index kBlock = 607;
-constexpr Index kSlopes = 2 * kBlock;
+constexpr Index kSlopes = 2 * kUsed;
 
 // --- Slopes in another order, and with other factors
 
@@ -74,20 +73,20 @@ Mistake OfSlopes(const std::string& word, const std::string& detail, Place place
 
 SlopeMap Blocks(double y_factor, double x_factor) {
   SlopeMap map = Identity();
-  map.factor.head(kBlock) *= y_factor;
-  map.factor.tail(kBlock) *= x_factor;
+  map.factor.head(kUsed) *= y_factor;
+  map.factor.tail(kUsed) *= x_factor;
   return map;
 }
 
 SlopeMap ExchangedBlocks() {
   SlopeMap map = Identity();
-  std::rotate(map.from.begin(), map.from.begin() + kBlock, map.from.end());
+  std::rotate(map.from.begin(), map.from.begin() + kUsed, map.from.end());
   return map;
 }
 
 SlopeMap Pairs(Index first_block, Index second_block) {
   SlopeMap map = Identity();
-  for (Index k = 0; k < kBlock; ++k) {
+  for (Index k = 0; k < kUsed; ++k) {
     map.from[static_cast<std::size_t>(2 * k)] = first_block + k;
     map.from[static_cast<std::size_t>(2 * k + 1)] = second_block + k;
   }
@@ -111,7 +110,7 @@ SlopeMap Listed(const Content& content, Key key) {
   SlopeMap map = Identity();
   for (std::size_t k = 0; k < order.size(); ++k) {
     map.from[k] = order[k];
-    map.from[k + kBlock] = kBlock + order[k];
+    map.from[k + kUsed] = kUsed + order[k];
   }
   return map;
 }
@@ -319,8 +318,8 @@ std::vector<Mistake> LayoutMistakes(Place place) {
       listed("serpentine", [](Index row, Index column) { return std::pair(row, row % 2 == 0 ? column : -column); }),
       listed("serpentine_columns",
              [](Index row, Index column) { return std::pair(column, column % 2 == 0 ? row : -row); }),
-      fixed("interleaved_yx", "", Pairs(0, kBlock)),
-      fixed("interleaved_xy", "", Pairs(kBlock, 0)),
+      fixed("interleaved_yx", "", Pairs(0, kUsed)),
+      fixed("interleaved_xy", "", Pairs(kUsed, 0)),
       fixed("x_unit", "x 2", Blocks(1.0, 2.0)),
       fixed("x_unit", "x 0.5", Blocks(1.0, 0.5)),
       fixed("x_unit", "x 24", Blocks(1.0, 24.0)),
@@ -405,11 +404,11 @@ std::vector<Mistake> MatrixMistakes() {
   constexpr Index kDead = 233;  // of the used ones
   const auto die = [](Content& c) {
     c.m2s.row(kDead).setZero();
-    c.m2s.row(kBlock + kDead).setZero();
+    c.m2s.row(kUsed + kDead).setZero();
   };
   const std::vector<std::string> place = {"233", "sub-aperture"};
   single("dead_subaperture", Place::kM2s, die, "m2s.subapertures", place);
-  single("dead_subaperture", Place::kBoth, WithItsInverse(die, {}, {kDead, kBlock + kDead}), "m2s.subapertures", place);
+  single("dead_subaperture", Place::kBoth, WithItsInverse(die, {}, {kDead, kUsed + kDead}), "m2s.subapertures", place);
 
   constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
   mistakes.push_back(Lost("all zero", Place::kM2s, [](Content& c) { c.m2s.setZero(); }, {"m2s.values"}, {"zero", "0"}));
@@ -424,11 +423,11 @@ std::vector<Mistake> MatrixMistakes() {
   const auto disturb = [](Content& c) { c.m2s.col(kFailed) += Noise(kSlopes, 1, Rms(c.m2s.col(kFailed)), 17); };
   single("mode_of_half_noise", Place::kM2s, disturb, "m2s.noise", number);
   single("mode_of_half_noise", Place::kBoth, WithItsInverse(disturb, {}, {}), "m2s.noise", number);
-  const auto flip = [](Content& c) { c.m2s.col(kFailed).tail(kBlock) *= -1.0; };
+  const auto flip = [](Content& c) { c.m2s.col(kFailed).tail(kUsed) *= -1.0; };
   single("mode_x_flipped", Place::kM2s, flip, "m2s.modes", number);
   single("mode_x_flipped", Place::kBoth, WithItsInverse(flip, {}, {}), "m2s.modes", number);
-  const auto lame = [](Content& c) { c.m2s.row(kBlock + kDead).setZero(); };
-  single("lame_subaperture", Place::kBoth, WithItsInverse(lame, {}, {kBlock + kDead}), "m2s.subapertures", place);
+  const auto lame = [](Content& c) { c.m2s.row(kUsed + kDead).setZero(); };
+  single("lame_subaperture", Place::kBoth, WithItsInverse(lame, {}, {kUsed + kDead}), "m2s.subapertures", place);
   return mistakes;
 }
 

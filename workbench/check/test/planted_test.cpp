@@ -17,28 +17,8 @@
 // Good calibrations are not called wrong, planted mistakes are named, and whoever follows the advice has the unspoiled
 // calibration again. A few hundred of them; all, in half an hour, with QUEN_PLANTED_ALL=1.
 
+namespace quen::workbench::planted {
 namespace {
-
-using quen::workbench::CalibrationContent;
-using quen::workbench::Correction;
-using quen::workbench::Examine;
-using quen::workbench::Finding;
-using quen::workbench::Findings;
-using quen::workbench::Verdict;
-using quen::workbench::planted::AreSame;
-using quen::workbench::planted::AreSameButForSign;
-using quen::workbench::planted::kParts;
-using quen::workbench::planted::LayoutMistakes;
-using quen::workbench::planted::LensletArrays;
-using quen::workbench::planted::Made;
-using quen::workbench::planted::MatrixMistakes;
-using quen::workbench::planted::Mistake;
-using quen::workbench::planted::Modes;
-using quen::workbench::planted::Place;
-using quen::workbench::planted::Pupils;
-using quen::workbench::planted::Recipe;
-using quen::workbench::planted::RegionMistakes;
-using quen::workbench::planted::SameParts;
 
 bool PlantAll() {
   const char* const all = std::getenv("QUEN_PLANTED_ALL");
@@ -157,7 +137,7 @@ std::vector<CalibrationContent> AllCorrected(const CalibrationContent& content, 
 double ToleranceOf(const Mistake& mistake, const Recipe& recipe) {
   const double measured = recipe.noise < 0.1 ? 0.05 : 0.1;
   const bool is_measured = mistake.word == "x_unit" || (mistake.word == "scaled" && recipe.has_cm_of_noiseless);
-  return is_measured ? measured : quen::workbench::planted::kRounded;
+  return is_measured ? measured : kRounded;
 }
 
 enum class Outcome { kRestored, kButForSign, kNot };
@@ -287,7 +267,7 @@ TEST(Planted, NoGoodCalibrationIsCalledWrong) {
 
 TEST(Planted, NoChoiceOfAControlMatrixIsCalledWrong) {
   Shares shares;
-  for (std::size_t number = 0; const auto& choice : quen::workbench::planted::Choices()) {
+  for (std::size_t number = 0; const auto& choice : Choices()) {
     for (const Recipe& recipe : RecipesFor(number++, 3)) {
       SCOPED_TRACE(Name(recipe));
       CalibrationContent content = Made(recipe);
@@ -300,7 +280,7 @@ TEST(Planted, NoChoiceOfAControlMatrixIsCalledWrong) {
 
 TEST(Planted, NoOtherUnitOrListIsCalledWrong) {
   Shares shares;
-  for (std::size_t number = 0; const auto& variation : quen::workbench::planted::Variations()) {
+  for (std::size_t number = 0; const auto& variation : Variations()) {
     for (const Recipe& recipe : RecipesFor(number++, 3)) {
       SCOPED_TRACE(Name(recipe));
       CalibrationContent content = Made(recipe);
@@ -363,7 +343,7 @@ void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
   const Outcome outcome = Follow(content, findings, good, tolerance);
   if (outcome == Outcome::kRestored) ++share.restored;
   EXPECT_EQ(outcome, Outcome::kRestored) << "not restored: " << told;
-  const auto corrected = quen::workbench::Corrected(content, findings);
+  const auto corrected = Corrected(content, findings);
   if (corrected && SameParts(*corrected, content) < kParts) {
     ++share.fixed;
     EXPECT_TRUE(AreSameButForSign(*corrected, good, tolerance) ||
@@ -509,3 +489,4 @@ TEST(Planted, MistakesOfEachMatrixAreNamedAndPutRight) {
 TEST(Planted, PairsOfKindsAreNamedAndPutRight) { PlantPairs(PairsOfKinds(), 79, 0.9, 0.9, "pairs of kinds"); }
 
 }  // namespace
+}  // namespace quen::workbench::planted

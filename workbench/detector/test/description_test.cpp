@@ -19,6 +19,7 @@
 
 // Detectors as users describe them.
 
+namespace quen::workbench {
 namespace {
 
 using quen::detector::DetectorConfig;
@@ -28,14 +29,6 @@ using quen::testing::ExpectThrows;
 using quen::testing::TempDir;
 using quen::testing::WriteImage;
 using quen::testing::WriteText;
-using quen::workbench::DescribedInFull;
-using quen::workbench::DetectorDescription;
-using quen::workbench::InputFile;
-using quen::workbench::MapFile;
-using quen::workbench::PixelStateFile;
-using quen::workbench::ReadDetector;
-using quen::workbench::ReadMap;
-using quen::workbench::ReadPixelStates;
 
 class Description : public ::testing::Test {
  protected:
@@ -113,7 +106,7 @@ TEST_F(Description, FromAStreamHasItsMapsInTheCurrentFolder) {
   ASSERT_EQ(pipe2(pipe_ends.data(), O_CLOEXEC), 0);
   ASSERT_EQ(write(pipe_ends[1], R"({"flat_map": "flat.fits"})", 25), 25);
   close(pipe_ends[1]);
-  const quen::testing::ScopedCurrentDirectory here(folder_.Path());
+  const testing::ScopedCurrentDirectory here(folder_.Path());
   for (const int stream : {open("camera.json", O_RDONLY | O_CLOEXEC), pipe_ends[0]}) {
     EXPECT_EQ(ReadDetector("/dev/fd/" + std::to_string(stream)).config.flat_map.front(), 0.25);
     close(stream);
@@ -202,15 +195,15 @@ TEST_F(Description, MapsAreReadByAstropy) {
   std::vector<double> map(kPixels);
   for (std::size_t pixel = 0; pixel < kPixels; ++pixel) map[pixel] = std::sqrt(static_cast<double>(pixel));
   WriteText(File("map.fits"), MapFile(map, "roots"));
-  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(File("map.fits")), "");
-  EXPECT_EQ(quen::testing::DescribedByAstropy(File("map.fits")), "0 image '' -64 840x816\n");
-  EXPECT_EQ(quen::testing::ImageReadByAstropy(File("map.fits")), map);
-  EXPECT_EQ(quen::testing::KeywordReadByAstropy(File("map.fits"), 0, "MAP"), "roots");
+  EXPECT_EQ(testing::ComplaintsOfFitsverify(File("map.fits")), "");
+  EXPECT_EQ(testing::DescribedByAstropy(File("map.fits")), "0 image '' -64 840x816\n");
+  EXPECT_EQ(testing::ImageReadByAstropy(File("map.fits")), map);
+  EXPECT_EQ(testing::KeywordReadByAstropy(File("map.fits"), 0, "MAP"), "roots");
   std::vector<PixelState> states(kPixels, PixelState::kGood);
   states[3] = PixelState::kStuck;
   WriteText(File("states.fits"), PixelStateFile(states));
-  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(File("states.fits")), "");
-  EXPECT_EQ(quen::testing::ImageReadByAstropy(File("states.fits"))[3], 3.0);
+  EXPECT_EQ(testing::ComplaintsOfFitsverify(File("states.fits")), "");
+  EXPECT_EQ(testing::ImageReadByAstropy(File("states.fits"))[3], 3.0);
 }
 
 // --- Photon transfer
@@ -225,7 +218,7 @@ TEST(PhotonTransfer, FindsGainNoiseAndSaturation) {
   config.flat_map = std::vector<double>(kPixels, 1.0);
   for (std::size_t pixel = 0; pixel < kPixels; pixel += 2)
     config.flat_map[pixel] = 0.95;  // is in neither frame's noise
-  const auto transfer = quen::workbench::MeasurePhotonTransfer(config);
+  const auto transfer = MeasurePhotonTransfer(config);
   EXPECT_NEAR(transfer.gain, 0.8, 0.002 * 0.8);
   EXPECT_NEAR(transfer.dark.mean, 100.0, 0.05);
   EXPECT_NEAR(transfer.dark_noise, std::hypot(5.0, std::sqrt(1.0 / 12.0) / 0.8), 0.03);
@@ -239,7 +232,7 @@ TEST(PhotonTransfer, HalvesTheVarianceThatMultiplicationDoubles) {
   config.read_noise = 30.0;
   config.gain = 0.05;
   config.offset = 200.0;
-  const auto transfer = quen::workbench::MeasurePhotonTransfer(config);
+  const auto transfer = MeasurePhotonTransfer(config);
   EXPECT_NEAR(transfer.gain, 5.0, 0.005 * 5.0);
   EXPECT_NEAR(transfer.saturation, (65535.0 - 200.0) / 5.0, 0.01 * 13067.0);
 }
@@ -251,18 +244,18 @@ TEST(PhotonTransfer, LeavesBadPixelsOut) {
   config.bad_pixels = std::vector<PixelState>(kPixels, PixelState::kGood);
   config.bad_pixel_levels = std::vector<double>(kPixels, 50000.0);
   for (std::size_t pixel = 0; pixel < kPixels; pixel += 10) config.bad_pixels[pixel] = PixelState::kHot;
-  const auto transfer = quen::workbench::MeasurePhotonTransfer(config);
+  const auto transfer = MeasurePhotonTransfer(config);
   EXPECT_NEAR(transfer.dark.mean, 100.0, 0.05);
   EXPECT_NEAR(transfer.gain, 1.0, 0.005);
 }
 
 TEST(PhotonTransferDeathTest, EndsAtTheNextFrameWhenASignalHasCome) {
   const auto interrupt = [] {
-    quen::workbench::NoteInterruptions();
+    NoteInterruptions();
     static_cast<void>(raise(SIGTERM));
     try {
-      quen::workbench::MeasurePhotonTransfer({});
-    } catch (const quen::workbench::Interrupted&) {
+      MeasurePhotonTransfer({});
+    } catch (const Interrupted&) {
       _exit(0);
     }
     _exit(1);
@@ -271,8 +264,9 @@ TEST(PhotonTransferDeathTest, EndsAtTheNextFrameWhenASignalHasCome) {
 }
 
 TEST(PhotonTransfer, IsNoneWithoutLightOrItsNoise) {
-  EXPECT_THROW(quen::workbench::MeasurePhotonTransfer({.electrons_per_unit = 0.0}), std::runtime_error);
-  EXPECT_TRUE(std::isnan(quen::workbench::MeasurePhotonTransfer({.photon_noise = false}).gain));
+  EXPECT_THROW(MeasurePhotonTransfer({.electrons_per_unit = 0.0}), std::runtime_error);
+  EXPECT_TRUE(std::isnan(MeasurePhotonTransfer({.photon_noise = false}).gain));
 }
 
 }  // namespace
+}  // namespace quen::workbench

@@ -17,14 +17,13 @@
 #include "centroiders/windowed_centre_of_gravity.hpp"
 #include "shssim/spot.hpp"
 #include "testing/exceptions.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all engines
-using quen::image_processing::Roi;
 using quen::testing::ExpectThrows;
-using quen::workbench::MakeEngine;
-using quen::workbench::SpotTemplate;
 
 struct Result {
   double flux;
@@ -34,7 +33,7 @@ struct Result {
   bool operator==(const Result&) const = default;
 };
 
-Result Measure(quen::workbench::Engine& engine) {
+Result Measure(Engine& engine) {
   std::vector<std::uint16_t> frame(400);
   for (std::size_t row = 0; row < 20; ++row) {
     for (std::size_t column = 0; column < 20; ++column) {
@@ -56,7 +55,7 @@ void ExpectSame(const std::string& text, E engine) {
 }
 
 /// That an engine is made which measures as this one does.
-void ExpectLike(const std::string& text, quen::workbench::Engine& engine) {
+void ExpectLike(const std::string& text, Engine& engine) {
   EXPECT_EQ(Measure(*MakeEngine(text)), Measure(engine)) << text;
 }
 
@@ -118,20 +117,20 @@ TEST(Engines, OthersReadLightIfTheyAreTold) {
 }
 
 TEST(Engines, EveryNameIsThatOfAnEngine) {
-  EXPECT_EQ(quen::workbench::EngineNames().size(), 8U);
-  for (const std::string& name : quen::workbench::EngineNames()) {
+  EXPECT_EQ(EngineNames().size(), 8U);
+  for (const std::string& name : EngineNames()) {
     EXPECT_NE(MakeEngine(name), nullptr);
-    EXPECT_NE(quen::workbench::EngineHelp().find(name), std::string::npos);
+    EXPECT_NE(EngineHelp().find(name), std::string::npos);
   }
-  EXPECT_EQ(quen::workbench::EngineNames().front(), quen::workbench::kDefaultEngine);
+  EXPECT_EQ(EngineNames().front(), kDefaultEngine);
 }
 
 TEST(Engines, CorrelationLooksForASpotOfAnyWidth) {
   CorrelationConfig config = {.size = 31};
   for (int y = -15; y <= 15; ++y) {
     for (int x = -15; x <= 15; ++x) {
-      const double u = x / (6.0 / quen::shssim::kFwhmPerSigma);
-      const double v = y / (6.0 / quen::shssim::kFwhmPerSigma);
+      const double u = x / (6.0 / shssim::kFwhmPerSigma);
+      const double v = y / (6.0 / shssim::kFwhmPerSigma);
       config.template_values.push_back(std::exp(-0.5 * (u * u + v * v)));
     }
   }
@@ -139,15 +138,51 @@ TEST(Engines, CorrelationLooksForASpotOfAnyWidth) {
   EXPECT_NE(Measure(*MakeEngine("correlation:fwhm=6")), Measure(*MakeEngine("correlation")));
 }
 
+TEST(Engines, KnowTheMapsOfACamera) {
+  PixelMaps maps = {.dark = std::vector<double>(400, 7.0), .flat = std::vector<double>(400, 0.5)};
+  maps.bad.resize(400);
+  maps.bad[10 + 20 * 9] = 1;
+  const PixelReading reading = {.dark_map = maps.dark, .flat_map = maps.flat, .bad_pixels = maps.bad};
+  LightEngine light({.reading = reading}, std::make_unique<CentreOfGravity>());
+  EXPECT_EQ(Measure(*MakeEngine("centre-of-gravity", {.maps = maps})), Measure(light));
+  MaximumLikelihoodFit fit({.reading = reading});
+  EXPECT_EQ(Measure(*MakeEngine("maximum-likelihood", {.maps = maps})), Measure(fit));
+  EXPECT_NE(Measure(*MakeEngine("centre-of-gravity")), Measure(light));
+}
+
+TEST(Engines, AreToldOfADetectorsMapsIfTheyKnowThem) {
+  using quen::detector::kPixels;
+  using quen::detector::PixelState;
+  auto detector = std::make_shared<DetectorDescription>();
+  detector->config = {.em_gain = 3.0, .gain = 0.5, .flat_map = std::vector<double>(kPixels, 0.9)};
+  detector->config.dark_map.resize(kPixels, 4.0);
+  detector->config.offset_map.resize(kPixels, -10.0);
+  detector->config.bad_pixels = std::vector<PixelState>(kPixels, PixelState::kGood);
+  detector->config.bad_pixels[5] = PixelState::kHot;
+  EXPECT_TRUE(InputsFor(detector).maps.AreEmpty());
+  detector->engines_know_maps = true;
+  const EngineInputs inputs = InputsFor(detector);
+  EXPECT_EQ(inputs.sign, PixelSign::kUnsigned);
+  EXPECT_EQ(inputs.maps.dark, std::vector<double>(kPixels, -4.0));  // 3 · 0.5 · 4 − 10 counts
+  EXPECT_EQ(inputs.maps.flat, std::vector<double>(kPixels, 0.9));
+  EXPECT_EQ(std::ranges::count(inputs.maps.bad, 0), std::ptrdiff_t{kPixels} - 1);
+  EXPECT_NE(inputs.maps.bad[5], 0);
+  detector->config.offset_map.clear();
+  EXPECT_EQ(InputsFor(detector).maps.dark, std::vector<double>(kPixels, 6.0));
+  detector->config.dark_map.clear();
+  EXPECT_TRUE(InputsFor(detector).maps.dark.empty());
+  EXPECT_TRUE(InputsFor(nullptr).maps.AreEmpty());
+}
+
 TEST(Engines, CorrelationLooksForATemplate) {
   const SpotTemplate spot = {3, {0.0, 1.0, 0.0, 1.0, 2.0, 1.0, 0.0, 1.0, 0.5}};
   Correlation correlation({spot.size, spot.values});
-  EXPECT_EQ(Measure(*MakeEngine("correlation", PixelSign::kSigned, spot)), Measure(correlation));
-  EXPECT_TRUE(quen::workbench::TakesTemplate("correlation:top=surface"));
-  EXPECT_FALSE(quen::workbench::TakesTemplate("gaussian-fit"));
+  EXPECT_EQ(Measure(*MakeEngine("correlation", {.spot = spot})), Measure(correlation));
+  EXPECT_TRUE(TakesTemplate("correlation:top=surface"));
+  EXPECT_FALSE(TakesTemplate("gaussian-fit"));
   for (const std::string name : {"size", "fwhm"}) {
     ExpectThrows<std::invalid_argument>("correlation: " + name + ": expected none beside a template, found 5",
-                                        [&] { MakeEngine("correlation:" + name + "=5", PixelSign::kSigned, spot); });
+                                        [&] { MakeEngine("correlation:" + name + "=5", {.spot = spot}); });
   }
 }
 
@@ -155,7 +190,7 @@ TEST(Engines, CorrelationLooksForATemplate) {
 template <typename Act>
 void ForEachRange(const Act& act) {
   const std::regex option_line(R"(    ([a-z-]+) .*, (above )?(\S+) to (\d+)( \[.*\])?)");
-  std::istringstream help(quen::workbench::EngineHelp());
+  std::istringstream help(EngineHelp());
   std::string engine;
   for (std::string line; std::getline(help, line);) {
     std::smatch parts;
@@ -218,3 +253,4 @@ TEST(Engines, SayWhatIsWrongWithAText) {
 }
 
 }  // namespace
+}  // namespace quen::workbench

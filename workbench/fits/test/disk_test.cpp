@@ -22,6 +22,7 @@
 // What happens between the making of a file and its taking its place: this program's fsync, flock and getrandom stand
 // in for the system's.
 
+namespace quen::workbench {
 namespace {
 
 /// What a test does to a file at the next such call; forgotten as it is called.
@@ -66,17 +67,17 @@ class Disk : public ::testing::Test {
   [[nodiscard]] std::string File(const std::string& name) const { return folder_ / name; }
 
   [[nodiscard]] std::string Text(const std::string& name) const {
-    const std::vector<char> bytes = quen::testing::Bytes(File(name));
+    const std::vector<char> bytes = testing::Bytes(File(name));
     return {bytes.begin(), bytes.end()};
   }
 
   void Replace(const std::string& name) const {
-    quen::workbench::StagedFiles files({File(name)});
+    StagedFiles files({File(name)});
     files.Give(File(name), "new");
     files.Commit();
   }
 
-  quen::testing::TempDir folder_;
+  testing::TempDir folder_;
 };
 
 TEST_F(Disk, IsAskedForItsWordWhileTheOldFileIsThere) {
@@ -98,11 +99,11 @@ TEST_F(Disk, FileThatComesBackOtherwiseTakesNoPlace) {
   };
   for (std::size_t k = 0; k < damages.size(); ++k) {
     g_meanwhile.synchronized = damages[k];
-    quen::testing::ExpectThrows<std::runtime_error>(
+    testing::ExpectThrows<std::runtime_error>(
         "cannot write " + File("a") + ": read back, it is not whole; look after the disk and run this again",
         [&] { Replace("a"); });
     EXPECT_EQ(Text("a"), "old") << k;
-    EXPECT_EQ(quen::testing::EntriesBelow(folder_.Path()), 1U) << k;
+    EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 1U) << k;
   }
 }
 
@@ -120,11 +121,11 @@ using DiskDeathTest = Disk;
 
 TEST_F(DiskDeathTest, SignalThatComesAtLastLeavesTheOldFile) {
   const auto interrupt = [&] {
-    quen::workbench::NoteInterruptions();
+    NoteInterruptions();
     g_meanwhile.synchronized = [](int) { static_cast<void>(raise(SIGINT)); };
     try {
       Replace("a");
-    } catch (const quen::workbench::Interrupted&) {
+    } catch (const Interrupted&) {
       _exit(Text("a") == "old" ? 0 : 1);
     }
     _exit(2);
@@ -149,8 +150,8 @@ TEST_F(Disk, NameThatSomebodyHasTakenIsNotWrittenTo) {
 TEST_F(Disk, FileThatIsTakenForALeftoverIsMadeAgain) {
   bool is_taken = false;
   g_meanwhile.locked = [&] {
-    quen::workbench::RemoveLeftovers(folder_.Path());
-    is_taken = quen::testing::EntriesBelow(folder_.Path()) == 1U;
+    RemoveLeftovers(folder_.Path());
+    is_taken = testing::EntriesBelow(folder_.Path()) == 1U;
   };
   Replace("a");
   EXPECT_TRUE(is_taken);
@@ -158,3 +159,4 @@ TEST_F(Disk, FileThatIsTakenForALeftoverIsMadeAgain) {
 }
 
 }  // namespace
+}  // namespace quen::workbench

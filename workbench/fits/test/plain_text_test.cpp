@@ -2,11 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace quen::workbench {
 namespace {
-
-using quen::workbench::kLongestSentence;
-using quen::workbench::Plain;
-using quen::workbench::Sentence;
 
 std::string Repeated(const std::string& text, std::size_t count) {
   std::string all;
@@ -72,3 +69,4 @@ TEST(PlainText, SentencesAreCutBetweenCharacters) {
 }
 
 }  // namespace
+}  // namespace quen::workbench

@@ -13,16 +13,15 @@
 #include "testing/fits_files.hpp"
 #include "workbench/fits/src/leftovers.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::ExpectThrows;
 using quen::testing::TempDir;
 using quen::testing::WriteText;
-using quen::workbench::InputFile;
-using quen::workbench::StagedFiles;
 
 std::string Text(const std::string& path) {
-  const std::vector<char> bytes = quen::testing::Bytes(path);
+  const std::vector<char> bytes = testing::Bytes(path);
   return {bytes.begin(), bytes.end()};
 }
 
@@ -50,11 +49,11 @@ TEST_F(Staged, FilesTakeTheirPlacesWhenCommitted) {
   StagedFiles files({File("a"), "", File("deep/er/b")});
   files.GiveAll({"new a", "new b"});
   EXPECT_EQ(Text(File("a")), "old");
-  EXPECT_EQ(quen::testing::EntriesBelow(folder_.Path()), 1U);
+  EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 1U);
   files.Commit();
   EXPECT_EQ(Text(File("a")), "new a");
   EXPECT_EQ(Text(File("deep/er/b")), "new b");
-  EXPECT_EQ(quen::testing::EntriesBelow(folder_.Path()), 4U);
+  EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 4U);
   EXPECT_EQ(files.Names(), (std::vector<std::string>{File("a"), File("deep/er/b")}));
 }
 
@@ -70,7 +69,7 @@ TEST_F(Staged, SymbolicLinksAreFollowedAndStay) {
   for (const char* const link : {"one", "two", "dangling"}) {
     EXPECT_TRUE(std::filesystem::is_symlink(File(link))) << link;
   }
-  EXPECT_EQ(quen::testing::EntriesBelow(folder_.Path()), 6U);
+  EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 6U);
   std::filesystem::create_symlink(File("round"), File("round"));
   ExpectThrows<std::runtime_error>("cannot write " + File("round") + ": Too many levels of symbolic links",
                                    [&] { StagedFiles({File("round")}); });
@@ -145,7 +144,7 @@ TEST_F(Staged, WhatIsThereIsWrittenToIfItIsNoFile) {
   ExpectThrows<std::runtime_error>("cannot write /dev/full: No space left on device", [&] {
     WriteAll({"/dev/full", File("a")});
   });
-  EXPECT_EQ(quen::testing::EntriesBelow(folder_.Path()), 1U);
+  EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 1U);
 }
 
 TEST_F(Staged, DescriptorOfTheProcessIsWrittenToWhereItLeads) {
@@ -175,7 +174,7 @@ TEST_F(Staged, NamesThatCannotBeWrittenAreRefusedBeforeAnyWork) {
   refuses({File("file/a")}, "cannot make " + File("file") + ": Not a directory");
   refuses({File("file/a/b")}, "cannot make " + File("file/a") + ": Not a directory");
   ExpectThrows<std::runtime_error>("expected the name of a file to write to, found an empty one",
-                                   [] { quen::workbench::FindTarget(""); });
+                                   [] { FindTarget(""); });
   for (const auto& [one, other] : std::vector<std::pair<std::string, std::string>>{{"new", "new"},
                                                                                    {"new", "folder/../new"},
                                                                                    {"file", "link"},
@@ -187,7 +186,7 @@ TEST_F(Staged, NamesThatCannotBeWrittenAreRefusedBeforeAnyWork) {
   refuses({File("new"), File("new")},
           "cannot write both " + File("new") + " and " + File("new") + ": give each output a file of its own");
   EXPECT_THROW(StagedFiles({File(std::string(300, 'x'))}), std::runtime_error);
-  EXPECT_EQ(quen::testing::EntriesBelow(folder_.Path()), 4U);
+  EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 4U);
 }
 
 TEST_F(Staged, InputIsNotReplacedUnderAnyName) {
@@ -222,7 +221,7 @@ TEST_F(Staged, FoldersMadeForFilesThatFailGoAgain) {
     files.GiveAll({"new", "new"});
     EXPECT_THROW(files.Commit(), std::runtime_error);
   }
-  EXPECT_EQ(quen::testing::EntriesBelow(folder_.Path()), 0U);
+  EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 0U);
 }
 
 // --- Leftovers
@@ -243,12 +242,12 @@ TEST_F(Staged, LeftoversOfKilledRunsAreRemovedAndNothingElse) {
   ASSERT_EQ(mkfifo(File(no_files[0]).c_str(), 0600), 0);
   std::filesystem::create_symlink("a", File(no_files[1]));
   std::filesystem::create_directory(File(no_files[2]));
-  quen::workbench::UnfinishedFile alive = quen::workbench::MakeUnfinished(folder_.Path(), 0600);
+  UnfinishedFile alive = MakeUnfinished(folder_.Path(), 0600);
   WriteAll({File("a")});
   EXPECT_FALSE(std::filesystem::exists(File(dead)));
   EXPECT_TRUE(std::filesystem::exists(alive.path)) << "somebody is at work on it";
   for (const std::string& name : others) EXPECT_TRUE(std::filesystem::exists(File(name))) << name;
-  alive.file = quen::workbench::Descriptor();
+  alive.file = Descriptor();
   WriteAll({File("a")});
   EXPECT_FALSE(std::filesystem::exists(alive.path));
   for (const std::string& name : no_files) EXPECT_TRUE(std::filesystem::exists(File(name))) << name;
@@ -256,21 +255,22 @@ TEST_F(Staged, LeftoversOfKilledRunsAreRemovedAndNothingElse) {
 
 TEST_F(Staged, WhatWasReplacedIsNoLeftoverAsLongAsItCanComeBack) {
   WriteText(File("a"), "old");
-  quen::workbench::StagedFile file(quen::workbench::FindTarget(File("a")));
+  StagedFile file(FindTarget(File("a")));
   file.Write("new");
   file.TakePlace();
   EXPECT_EQ(Text(File("a")), "new");
-  quen::workbench::RemoveLeftovers(folder_.Path());
+  RemoveLeftovers(folder_.Path());
   EXPECT_TRUE(file.Undo());
   EXPECT_EQ(Text(File("a")), "old");
 }
 
 TEST_F(Staged, UnfinishedFilesHaveNamesOfTheirOwn) {
-  const auto one = quen::workbench::MakeUnfinished(folder_.Path(), 0600);
-  const auto other = quen::workbench::MakeUnfinished(folder_.Path(), 0600);
+  const auto one = MakeUnfinished(folder_.Path(), 0600);
+  const auto other = MakeUnfinished(folder_.Path(), 0600);
   EXPECT_NE(one.path, other.path);
   EXPECT_EQ(Mode(one.path), 0600U);
-  EXPECT_FALSE(quen::workbench::Locked(one.path).IsOpen());
+  EXPECT_FALSE(Locked(one.path).IsOpen());
 }
 
 }  // namespace
+}  // namespace quen::workbench

@@ -10,14 +10,12 @@
 #include "testing/exceptions.hpp"
 #include "testing/fits_files.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::AppendTable;
 using quen::testing::ExpectThrows;
 using quen::testing::TempDir;
-using quen::workbench::Column;
-using quen::workbench::InputFile;
-using quen::workbench::ReadRows;
 
 struct Row {
   std::int32_t number = 0;
@@ -50,8 +48,8 @@ TEST(Table, RowsAreReadBackAsTheyWere) {
   const std::vector<Row> rows = {{-2147483647, 255, 32767, 1e300, std::string(300, 'x'), {1.0, 2.0}},
                                  {2147483647, 128, 0, -0.5, "short", {3.0, 4.0}},
                                  {0, 1, 1, 0.0, "a b", {-5.0, 6.0}}};
-  quen::workbench::MemoryFits fits;
-  quen::workbench::AppendRows<Row>(fits, "t", kColumns, rows);
+  MemoryFits fits;
+  AppendRows<Row>(fits, "t", kColumns, rows);
   const std::vector<Row> found = ReadRows<Row>(InputFile::InMemory("t", fits.Bytes()), "t", kColumns);
   ASSERT_EQ(found.size(), rows.size());
   for (std::size_t k = 0; k < rows.size(); ++k) {
@@ -67,18 +65,18 @@ TEST(Table, RowsAreReadBackAsTheyWere) {
 TEST(Table, TextsAreNotCut) {
   Row row;
   row.text = std::string(301, 'x');
-  quen::workbench::MemoryFits fits;
+  MemoryFits fits;
   ExpectThrows<std::runtime_error>(
       "the table \"t\": expected texts of 300 bytes at most, found one of 301: " + row.text,
-      [&] { quen::workbench::AppendRows<Row>(fits, "t", kColumns, {row}); });
+      [&] { AppendRows<Row>(fits, "t", kColumns, {row}); });
 }
 
 TEST(Table, PixelsBeyondSignedOnesAreNotWritten) {
   Row row;
   row.pixel = 32768;
-  quen::workbench::MemoryFits fits;
-  EXPECT_THROW(quen::workbench::AppendRows<Row>(fits, "t", kColumns, {row}), std::runtime_error);
-  quen::testing::ClearMessages();
+  MemoryFits fits;
+  EXPECT_THROW(AppendRows<Row>(fits, "t", kColumns, {row}), std::runtime_error);
+  testing::ClearMessages();
 }
 
 TEST(Table, OtherColumnsAreRefused) {
@@ -94,3 +92,4 @@ TEST(Table, OtherColumnsAreRefused) {
 }
 
 }  // namespace
+}  // namespace quen::workbench

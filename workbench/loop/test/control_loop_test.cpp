@@ -15,32 +15,24 @@
 #include "workbench/sensor/frame_file.hpp"
 #include "workbench/sensor/measurement_file.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::TempDir;
-using quen::workbench::FrameRecord;
-using quen::workbench::LoopOptions;
-using quen::workbench::LoopRun;
-using quen::workbench::Rms;
-using quen::workbench::RunLoop;
-using quen::workbench::Series;
 
 class ControlLoop : public ::testing::Test {
  protected:
   ControlLoop() {
-    quen::workbench::WriteCalibration(folder_.Path(), false);
-    quen::workbench::UseCalibration(folder_.Path());
+    WriteCalibration(folder_.Path(), false);
+    UseCalibration(folder_.Path());
   }
 
   static std::vector<FrameRecord> Run(int frames, const LoopOptions& options, double strength = 20.0) {
-    return RunAll(quen::workbench::TurbulentSeries(frames, quen::workbench::ZernikeBasis().variances, strength,
-                                                   options.exposure.seed),
-                  options)
-        .records;
+    return RunAll(TurbulentSeries(frames, ZernikeBasis().variances, strength, options.exposure.seed), options).records;
   }
 
   static LoopRun RunAll(const Series& disturbance, const LoopOptions& options) {
-    quen::workbench::Camera camera;
+    Camera camera;
     return RunLoop(camera, disturbance, options, [] {});
   }
 
@@ -54,12 +46,12 @@ TEST_F(ControlLoop, Converges) {
 }
 
 TEST_F(ControlLoop, IterationsAllocateNothing) {
-  if (!quen::testing::MallocCalls()) GTEST_SKIP() << "a sanitizer's malloc is not counted";
-  const Series disturbance = quen::workbench::TurbulentSeries(12, quen::workbench::ZernikeBasis().variances, 20.0, 1);
-  quen::workbench::Camera camera;
+  if (!testing::MallocCalls()) GTEST_SKIP() << "a sanitizer's malloc is not counted";
+  const Series disturbance = TurbulentSeries(12, ZernikeBasis().variances, 20.0, 1);
+  Camera camera;
   std::vector<std::size_t> calls;
   calls.reserve(12);
-  RunLoop(camera, disturbance, {.delay = 2}, [&] { calls.push_back(*quen::testing::MallocCalls()); });
+  RunLoop(camera, disturbance, {.delay = 2}, [&] { calls.push_back(*testing::MallocCalls()); });
   ASSERT_EQ(calls.size(), 12U);
   EXPECT_GT(calls[1], 0U);
   EXPECT_EQ(calls[11], calls[1]);  // the first frame makes the kernels' tables
@@ -99,7 +91,7 @@ TEST_F(ControlLoop, WithoutGainTheLoopIsOpen) {
 }
 
 TEST_F(ControlLoop, TellsEveryFrameAndLeavesTheLastInTheSimulator) {
-  quen::workbench::Camera camera;
+  Camera camera;
   int told = 0;
   std::vector<std::uint16_t> last;
   RunLoop(camera, Series::Zero(10, 52), {}, [&] {
@@ -111,17 +103,17 @@ TEST_F(ControlLoop, TellsEveryFrameAndLeavesTheLastInTheSimulator) {
 }
 
 TEST_F(ControlLoop, FilesOfFrameAndSlopesAreTheLibrarysOwn) {
-  quen::workbench::Camera camera;
-  const std::vector<double> displacements = quen::testing::Ramp(1089, -0.5);
+  Camera camera;
+  const std::vector<double> displacements = testing::Ramp(1089, -0.5);
   camera.ComputeFrame(displacements, displacements, 900.0, folder_ / "frame.fits");  // pixels below zero too
-  camera.ComputeSlopes(*quen::workbench::MakeEngine("weighted"), 12.0, folder_ / "slopes.fits");
-  quen::testing::WriteText(folder_ / "our_frame.fits", quen::workbench::FrameFile(camera, {}));
-  quen::testing::WriteText(folder_ / "our_slopes.fits", quen::workbench::MeasurementFile(camera));
+  camera.ComputeSlopes(*MakeEngine("weighted"), 12.0, folder_ / "slopes.fits");
+  testing::WriteText(folder_ / "our_frame.fits", FrameFile(camera, {}));
+  testing::WriteText(folder_ / "our_slopes.fits", MeasurementFile(camera));
   for (const std::string name : {"frame.fits", "slopes.fits"}) {
-    EXPECT_TRUE(quen::testing::BytesWithoutChecksums(folder_ / ("our_" + name)) ==
-                quen::testing::BytesWithoutChecksums(folder_ / name))
+    EXPECT_TRUE(testing::BytesWithoutChecksums(folder_ / ("our_" + name)) ==
+                testing::BytesWithoutChecksums(folder_ / name))
         << name;
-    EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(folder_ / ("our_" + name)), "");
+    EXPECT_EQ(testing::ComplaintsOfFitsverify(folder_ / ("our_" + name)), "");
   }
 }
 
@@ -131,16 +123,16 @@ TEST_F(ControlLoop, TelemetryHoldsTheRecords) {
   options.exposure.seed = 3;
   const auto records = Run(11, options);
   const std::string path = folder_ / "telemetry.fits";
-  quen::testing::WriteText(path, quen::workbench::TelemetryFile(options, "D/r0 20", records));
-  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
-  EXPECT_EQ(quen::testing::DescribedByAstropy(path),
+  testing::WriteText(path, TelemetryFile(options, "D/r0 20", records));
+  EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
+  EXPECT_EQ(testing::DescribedByAstropy(path),
             "0 image '' 8\n1 table 'telemetry' 11 frame:J disturbance_rms:D residual_rms:D disturbance:52D "
             "correction:52D residual:52D\n");
-  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "SEED"), "3");
-  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "LEAK"), "0.25");
-  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "DISTURB"), "D/r0 20");
-  const auto residual = quen::testing::ColumnReadByAstropy(path, "telemetry", "residual");
-  const auto rms = quen::testing::ColumnReadByAstropy(path, "telemetry", "residual_rms");
+  EXPECT_EQ(testing::KeywordReadByAstropy(path, 1, "SEED"), "3");
+  EXPECT_EQ(testing::KeywordReadByAstropy(path, 1, "LEAK"), "0.25");
+  EXPECT_EQ(testing::KeywordReadByAstropy(path, 1, "DISTURB"), "D/r0 20");
+  const auto residual = testing::ColumnReadByAstropy(path, "telemetry", "residual");
+  const auto rms = testing::ColumnReadByAstropy(path, "telemetry", "residual_rms");
   ASSERT_EQ(residual.size(), 11U * 52U);
   for (std::size_t frame = 0; frame < 11; ++frame) {
     EXPECT_EQ(rms[frame], records[frame].residual.norm());
@@ -152,8 +144,8 @@ TEST_F(ControlLoop, TelemetryHoldsTheRecords) {
 
 TEST_F(ControlLoop, TelemetryIsReadBackAsItWas) {
   const auto records = Run(11, {});
-  quen::testing::WriteText(folder_ / "t.fits", quen::workbench::TelemetryFile({}, "", records));
-  const auto read = quen::workbench::ReadTelemetry(quen::workbench::InputFile(folder_ / "t.fits"));
+  testing::WriteText(folder_ / "t.fits", TelemetryFile({}, "", records));
+  const auto read = ReadTelemetry(InputFile(folder_ / "t.fits"));
   ASSERT_EQ(read.size(), records.size());
   for (std::size_t frame = 0; frame < read.size(); ++frame) {
     EXPECT_EQ(read[frame].disturbance, records[frame].disturbance);
@@ -178,8 +170,8 @@ TEST_F(ControlLoop, LeakForgetsAShareOfTheCorrection) {
 }
 
 TEST_F(ControlLoop, StopsWhereItDiverges) {
-  quen::workbench::Camera camera;
-  const Series disturbance = quen::workbench::TurbulentSeries(500, quen::workbench::ZernikeBasis().variances, 20.0, 1);
+  Camera camera;
+  const Series disturbance = TurbulentSeries(500, ZernikeBasis().variances, 20.0, 1);
   const LoopRun run = RunLoop(camera, disturbance, {.gain = 1.9, .delay = 4}, [] {});
   ASSERT_TRUE(run.has_diverged);
   ASSERT_LT(run.records.size(), 500U);
@@ -198,7 +190,7 @@ TEST_F(ControlLoop, ResidualThatIsNotANumberIsDivergence) {
 }
 
 TEST_F(ControlLoop, SpotsThatAreNotFoundSayNothing) {
-  const Series disturbance = quen::workbench::TurbulentSeries(20, quen::workbench::ZernikeBasis().variances, 10.0, 1);
+  const Series disturbance = TurbulentSeries(20, ZernikeBasis().variances, 10.0, 1);
   LoopOptions picky;
   picky.engine = "maximum-likelihood:significance=1000";  // no spot is as clear as that
   const LoopRun none = RunAll(disturbance, picky);
@@ -209,10 +201,10 @@ TEST_F(ControlLoop, SpotsThatAreNotFoundSayNothing) {
 }
 
 TEST_F(ControlLoop, SpotsThatAreNotFoundLeaveTheOthersTheirSay) {
-  auto dim = std::make_shared<quen::workbench::DetectorDescription>();
-  dim->config.electrons_per_unit = 150.0 / quen::shssim::kSpotFlux;
+  auto dim = std::make_shared<DetectorDescription>();
+  dim->config.electrons_per_unit = 150.0 / shssim::kSpotFlux;
   dim->config.read_noise = 3.0;
-  const Series disturbance = quen::workbench::TurbulentSeries(60, quen::workbench::ZernikeBasis().variances, 10.0, 1);
+  const Series disturbance = TurbulentSeries(60, ZernikeBasis().variances, 10.0, 1);
   LoopOptions options;
   options.exposure.detector = dim;
   options.engine = "maximum-likelihood:read-noise=3";
@@ -229,3 +221,4 @@ TEST_F(ControlLoop, WithoutDisturbanceNoiseIsNoDivergence) {
 }
 
 }  // namespace
+}  // namespace quen::workbench

@@ -8,13 +8,12 @@
 #include "workbench/sensor/basis.hpp"
 #include "workbench/sensor/zernike.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::ExpectThrows;
-using quen::workbench::Disturbance;
-using quen::workbench::KolmogorovVariance;
 
-Eigen::VectorXd Variances() { return quen::workbench::ZernikeBasis().variances; }
+Eigen::VectorXd Variances() { return ZernikeBasis().variances; }
 
 TEST(Disturbance, IsRepeatableFromItsSeed) {
   Disturbance a(Variances(), 20, 0.9, 7);
@@ -74,9 +73,9 @@ TEST(Disturbance, IsCorrelatedFromFrameToFrame) {
 }
 
 TEST(TurbulentSeries, HasTheFramesOfTheDisturbance) {
-  const quen::workbench::Series series = quen::workbench::TurbulentSeries(5, Variances(), 20.0, 7);
+  const Series series = TurbulentSeries(5, Variances(), 20.0, 7);
   ASSERT_EQ(series.rows(), 5);
-  Disturbance disturbance(Variances(), 20.0, quen::workbench::kCorrelation, 7);
+  Disturbance disturbance(Variances(), 20.0, kCorrelation, 7);
   for (Eigen::Index frame = 0; frame < 5; ++frame) {
     EXPECT_EQ(series.row(frame).transpose(), disturbance.Modes()) << frame;
     disturbance.Advance();
@@ -84,12 +83,13 @@ TEST(TurbulentSeries, HasTheFramesOfTheDisturbance) {
 }
 
 TEST(Disturbance, IsRefusedWhereItIsBeyondAllSense) {
-  quen::workbench::Series series = quen::workbench::Series::Constant(12, 52, -quen::workbench::kLargestMode);
-  quen::workbench::RequireModerate(series, "file");
+  Series series = Series::Constant(12, 52, -kLargestMode);
+  RequireModerate(series, "file");
   series(7, 3) = -1e308;
   ExpectThrows<std::runtime_error>(
       "file: expected modes up to 1e+100 radians, found -1e+308 in frame 7, mode 3 (counted from 0)",
-      [&] { quen::workbench::RequireModerate(series, "file"); });
+      [&] { RequireModerate(series, "file"); });
 }
 
 }  // namespace
+}  // namespace quen::workbench

@@ -7,6 +7,7 @@
 #include "testing/fits_files.hpp"
 #include "testing/values.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::AppendTable;
@@ -15,13 +16,11 @@ using quen::testing::kNan;
 using quen::testing::Ramp;
 using quen::testing::TempDir;
 using quen::testing::WriteImage;
-using quen::workbench::InputFile;
-using quen::workbench::ReadSeries;
 
 TEST(SeriesFile, ImageHasModesAlongItsFirstAxis) {
   const TempDir folder;
   WriteImage(folder / "s.fits", DOUBLE_IMG, {52, 3}, Ramp(156));
-  const quen::workbench::Series series = ReadSeries(InputFile(folder / "s.fits"));
+  const Series series = ReadSeries(InputFile(folder / "s.fits"));
   ASSERT_EQ(series.rows(), 3);
   EXPECT_EQ(series(0, 0), 1.0);
   EXPECT_EQ(series(0, 51), 52.0);
@@ -31,7 +30,7 @@ TEST(SeriesFile, ImageHasModesAlongItsFirstAxis) {
 TEST(SeriesFile, TableIsThatOfTelemetry) {
   const TempDir folder;
   AppendTable(folder / "s.fits", "telemetry", 2, {{"other", "D", {1, 2}}, {"disturbance", "52D", Ramp(104)}});
-  const quen::workbench::Series series = ReadSeries(InputFile(folder / "s.fits"));
+  const Series series = ReadSeries(InputFile(folder / "s.fits"));
   ASSERT_EQ(series.rows(), 2);
   EXPECT_EQ(series(1, 0), 53.0);
   EXPECT_EQ(series(1, 51), 104.0);
@@ -61,3 +60,4 @@ TEST(SeriesFile, OtherContentIsRefused) {
 }
 
 }  // namespace
+}  // namespace quen::workbench

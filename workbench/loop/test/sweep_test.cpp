@@ -14,12 +14,12 @@
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::ExpectThrows;
 using quen::testing::kInfinity;
 using quen::testing::TempDir;
-using quen::workbench::ParseSweep;
 
 TEST(Sweep, GainsIncludeTheLast) {
   const std::vector<double> gains = ParseSweep("gain=0.1:0.9:0.1");
@@ -53,17 +53,16 @@ TEST(Sweep, SaysWhatIsWrong) {
 }
 
 TEST(Sweep, BestIsTheLeastResidualOfThoseThatDidNotDiverge) {
-  EXPECT_EQ(quen::workbench::Best({{0.1, 3.0, 5.0, 10}, {0.2, 2.0, 5.0, 10}, {0.3, kInfinity, 5.0, 4}})->gain, 0.2);
-  EXPECT_FALSE(quen::workbench::Best({{0.3, kInfinity, 5.0, 4}}));
+  EXPECT_EQ(Best({{0.1, 3.0, 5.0, 10}, {0.2, 2.0, 5.0, 10}, {0.3, kInfinity, 5.0, 4}})->gain, 0.2);
+  EXPECT_FALSE(Best({{0.3, kInfinity, 5.0, 4}}));
 }
 
 TEST(Sweep, IsOneLoopPerGainAndIsReadBack) {
   const TempDir folder;
-  quen::workbench::WriteCalibration(folder.Path(), false);
-  auto camera = quen::workbench::LoadSimulator<quen::workbench::Camera>(folder.Path());
-  const quen::workbench::Series disturbance =
-      quen::workbench::TurbulentSeries(40, quen::workbench::ZernikeBasis().variances, 20.0, 1);
-  quen::workbench::LoopOptions options;
+  WriteCalibration(folder.Path(), false);
+  auto camera = LoadSimulator<Camera>(folder.Path());
+  const Series disturbance = TurbulentSeries(40, ZernikeBasis().variances, 20.0, 1);
+  LoopOptions options;
   options.delay = 2;
   int frames = 0;
   const auto points = RunSweep(camera, disturbance, options, {0.0, 0.4, 2.0}, [&] { ++frames; });
@@ -73,18 +72,18 @@ TEST(Sweep, IsOneLoopPerGainAndIsReadBack) {
   EXPECT_TRUE(points[2].HasDiverged());
   EXPECT_LT(points[2].frames, 40U);
   EXPECT_EQ(static_cast<std::size_t>(frames), 80 + points[2].frames);
-  const auto alone = quen::workbench::RunLoop(camera, disturbance, {.gain = 0.4, .delay = 2}, [] {});
-  EXPECT_EQ(points[1].residual, Rms(alone.records, &quen::workbench::FrameRecord::residual, 20, 40));
+  const auto alone = RunLoop(camera, disturbance, {.gain = 0.4, .delay = 2}, [] {});
+  EXPECT_EQ(points[1].residual, Rms(alone.records, &FrameRecord::residual, 20, 40));
 
   const std::string path = folder / "sweep.fits";
-  quen::testing::WriteText(path, SweepFile(options, "D/r0 20", points));
-  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
-  EXPECT_EQ(quen::testing::DescribedByAstropy(path),
+  testing::WriteText(path, SweepFile(options, "D/r0 20", points));
+  EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
+  EXPECT_EQ(testing::DescribedByAstropy(path),
             "0 image '' 8\n1 table 'sweep' 3 gain:D residual_rms:D disturbance_rms:D frames:D\n");
-  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "sweep", "gain"), (std::vector<double>{0.0, 0.4, 2.0}));
-  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "sweep", "residual_rms")[2], kInfinity);
-  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "DELAY"), "2");
-  const auto read = quen::workbench::ReadSweep(quen::workbench::InputFile(path));
+  EXPECT_EQ(testing::ColumnReadByAstropy(path, "sweep", "gain"), (std::vector<double>{0.0, 0.4, 2.0}));
+  EXPECT_EQ(testing::ColumnReadByAstropy(path, "sweep", "residual_rms")[2], kInfinity);
+  EXPECT_EQ(testing::KeywordReadByAstropy(path, 1, "DELAY"), "2");
+  const auto read = ReadSweep(InputFile(path));
   ASSERT_EQ(read.size(), 3U);
   EXPECT_EQ(read[1].residual, points[1].residual);
   EXPECT_EQ(read[2].frames, points[2].frames);
@@ -94,11 +93,11 @@ TEST(Sweep, IsOneLoopPerGainAndIsReadBack) {
 TEST(Sweep, OfMoreGainsThanAnySweepHasIsRefused) {
   const TempDir folder;
   const std::string path = folder / "sweep.fits";
-  quen::testing::AppendTable(
+  testing::AppendTable(
       path, "sweep", 1001,
       {{"gain", "D", {}}, {"residual_rms", "D", {}}, {"disturbance_rms", "D", {}}, {"frames", "D", {}}});
   ExpectThrows<std::runtime_error>(path + ": expected 1000 rows at most in its table \"sweep\", found 1001",
-                                   [&] { quen::workbench::ReadSweep(quen::workbench::InputFile(path)); });
+                                   [&] { ReadSweep(InputFile(path)); });
 }
 
 TEST(Sweep, NumberOfFramesMustBeOne) {
@@ -106,15 +105,16 @@ TEST(Sweep, NumberOfFramesMustBeOne) {
        {std::pair(-1.0, "-1"), {1e300, "1e+300"}, {kInfinity, "inf"}, {std::nan(""), "nan"}}) {
     const TempDir folder;
     const std::string path = folder / "sweep.fits";
-    quen::testing::AppendTable(path, "sweep", 2,
-                               {{"gain", "D", {0.1, 0.2}},
-                                {"residual_rms", "D", {1.0, 1.0}},
-                                {"disturbance_rms", "D", {1.0, 1.0}},
-                                {"frames", "D", {100.0, frames}}});
+    testing::AppendTable(path, "sweep", 2,
+                         {{"gain", "D", {0.1, 0.2}},
+                          {"residual_rms", "D", {1.0, 1.0}},
+                          {"disturbance_rms", "D", {1.0, 1.0}},
+                          {"frames", "D", {100.0, frames}}});
     ExpectThrows<std::runtime_error>(
         path + ": expected 0 to 1e+09 frames in its table \"sweep\", found " + found + " in row 2",
-        [&] { quen::workbench::ReadSweep(quen::workbench::InputFile(path)); });
+        [&] { ReadSweep(InputFile(path)); });
   }
 }
 
 }  // namespace
+}  // namespace quen::workbench

@@ -12,32 +12,22 @@
 #include "workbench/pictures/test/looks_like.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 // Pictures of a calibration: arrow maps of its modes, and what is wrong with it.
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::ExpectDrawn;
 using quen::testing::ExpectLooksLike;
 using quen::testing::ExtremePairs;
-using quen::workbench::ContentOf;
-using quen::workbench::Examine;
-using quen::workbench::Finding;
-using quen::workbench::Findings;
-using quen::workbench::Matrix;
-using quen::workbench::Middle;
-using quen::workbench::Overlay;
-using quen::workbench::SlopeField;
-using quen::workbench::UsedFlags;
-using quen::workbench::UsedIndices;
-using quen::workbench::VectorField;
-using quen::workbench::Verdict;
-using Content = quen::workbench::CalibrationContent;
+using Content = CalibrationContent;
 
 Content SyntheticContent() {
-  const quen::testing::TempDir folder;
-  quen::workbench::WriteCalibration(folder.Path(), false);
-  return ContentOf(quen::workbench::LoadSimulator(folder.Path()));
+  const testing::TempDir folder;
+  WriteCalibration(folder.Path(), false);
+  return ContentOf(LoadSimulator(folder.Path()));
 }
 
 class CalibrationPictures : public ::testing::Test {
@@ -79,7 +69,7 @@ TEST_F(CalibrationPictures, ModesOfAnyFlags) {
     overlay.used.assign(flags, 1);
     ExpectDrawn([&] { return DrawModes(m2s, overlay, "", ""); });
   }
-  std::ranges::fill(overlay.rois, quen::image_processing::Roi(0, 0, 0, 0, 840, 816, 0.0, 0.0));
+  std::ranges::fill(overlay.rois, Roi(0, 0, 0, 0, 840, 816, 0.0, 0.0));
   ExpectDrawn([&] { return DrawModes(m2s, overlay, "", ""); });
 }
 
@@ -175,3 +165,4 @@ TEST_F(CalibrationPictures, FindingsOfAnyNumbersAreDrawn) {
 }
 
 }  // namespace
+}  // namespace quen::workbench

@@ -29,6 +29,7 @@
 
 // Each picture against one that was looked at.
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::Difference;
@@ -39,23 +40,19 @@ using quen::testing::kExtremes;
 using quen::testing::kTolerance;
 using quen::testing::Shades;
 using quen::testing::TempDir;
-using quen::workbench::Displacements;
-using quen::workbench::FrameRecord;
-using quen::workbench::Overlay;
-using quen::workbench::Stretch;
 
 // --- What is drawn
 
 class Pictures : public ::testing::Test {
  protected:
-  Pictures() { quen::workbench::WriteCalibration(folder_.Path(), false); }
+  Pictures() { WriteCalibration(folder_.Path(), false); }
 
-  [[nodiscard]] quen::shssim::ShsSimulator Load() const { return quen::workbench::LoadSimulator(folder_.Path()); }
+  [[nodiscard]] shssim::ShsSimulator Load() const { return LoadSimulator(folder_.Path()); }
 
   /// Coma on the synthetic sensor: no symmetry by which x and y, or signs, could be mistaken.
-  [[nodiscard]] static Overlay Coma(const quen::shssim::ShsSimulator& simulator) {
-    Displacements displacements = quen::workbench::Shape({"horizontal-coma", 2.0}, simulator);
-    const Displacements tilt = quen::workbench::Shape({"tilt", 0.6}, simulator);
+  [[nodiscard]] static Overlay Coma(const shssim::ShsSimulator& simulator) {
+    Displacements displacements = Shape({"horizontal-coma", 2.0}, simulator);
+    const Displacements tilt = Shape({"tilt", 0.6}, simulator);
     for (std::size_t i = 0; i < 1089; ++i) displacements.y[i] += tilt.y[i];
     return {simulator.Rois(), simulator.RoisUsed(), displacements};
   }
@@ -81,11 +78,9 @@ TEST_F(Pictures, Frame) {
   auto simulator = Load();
   const Overlay overlay = Coma(simulator);
   simulator.ComputeFrame(overlay.displacements->x, overlay.displacements->y, 0.0, std::nullopt);
-  const quen::workbench::Frame frame = {840, 816, simulator.Frame()};
-  ExpectLooksLike("frame", [&] { return DrawFrame(frame, quen::workbench::SpotStretch(), overlay, "A frame"); });
-  ExpectLooksLike("frame_alone", [&] {
-    return DrawFrame(frame, quen::workbench::LogarithmicStretch(frame), std::nullopt, "A frame");
-  });
+  const Frame frame = {840, 816, simulator.Frame()};
+  ExpectLooksLike("frame", [&] { return DrawFrame(frame, SpotStretch(), overlay, "A frame"); });
+  ExpectLooksLike("frame_alone", [&] { return DrawFrame(frame, LogarithmicStretch(frame), std::nullopt, "A frame"); });
 }
 
 TEST_F(Pictures, Field) {
@@ -105,27 +100,27 @@ TEST_F(Pictures, Regions) {
 
 TEST_F(Pictures, Loop) {
   auto simulator = Load();
-  const Displacements shape = quen::workbench::Shape({"defocus", 1.0}, simulator);
+  const Displacements shape = Shape({"defocus", 1.0}, simulator);
   simulator.ComputeFrame(shape.x, shape.y, 0.0, std::nullopt);
-  simulator.ComputeSlopes(*quen::workbench::MakeEngine("weighted"), 12.0, std::nullopt);
+  simulator.ComputeSlopes(*MakeEngine("weighted"), 12.0, std::nullopt);
   ExpectLooksLike("loop", [&] { return DrawLoop(simulator, Records()); });
 }
 
 TEST(Picture, Telemetry) {
-  ExpectLooksLike("telemetry", [] { return quen::workbench::DrawTelemetry(Records()); });
+  ExpectLooksLike("telemetry", [] { return DrawTelemetry(Records()); });
 }
 
 TEST(Picture, TelemetryOfALoopThatIsLost) {
   std::vector<FrameRecord> records = Records();
   records.back().residual(0) = std::numeric_limits<double>::infinity();
-  EXPECT_TRUE(quen::workbench::DrawTelemetry(records).starts_with("\x89PNG"));
+  EXPECT_TRUE(DrawTelemetry(records).starts_with("\x89PNG"));
 }
 
 TEST(Picture, TelemetryOfFramesThatAreNotFiniteLeavesThemOut) {
   std::vector<FrameRecord> records = Records();
   records[20].residual.setConstant(std::numeric_limits<double>::quiet_NaN());
   records[21].disturbance(3) = -std::numeric_limits<double>::infinity();
-  ExpectLooksLike("telemetry_not_finite", [&] { return quen::workbench::DrawTelemetry(records); });
+  ExpectLooksLike("telemetry_not_finite", [&] { return DrawTelemetry(records); });
 }
 
 TEST(Picture, TelemetryOfManyFrames) {
@@ -135,33 +130,33 @@ TEST(Picture, TelemetryOfManyFrames) {
     records.push_back(
         {Eigen::VectorXd::Constant(2, 5.0), Eigen::VectorXd::Zero(2), Eigen::VectorXd::Constant(2, size)});
   }
-  ExpectLooksLike("telemetry_many", [&] { return quen::workbench::DrawTelemetry(records); });
+  ExpectLooksLike("telemetry_many", [&] { return DrawTelemetry(records); });
 }
 
 TEST(Picture, MatrixOfManyRowsShowsTheLargestOfEachGroup) {
-  quen::workbench::Matrix matrix = quen::workbench::Matrix::Zero(40000, 4);
+  Matrix matrix = Matrix::Zero(40000, 4);
   matrix.col(0).setConstant(0.2);
   for (Eigen::Index row = 1; row < 40000; row += 5) matrix(row, 0) = -2.0;  // one of each five
   matrix.block(10000, 2, 10000, 1).setConstant(1.0);
   matrix(30000, 3) = std::numeric_limits<double>::infinity();
-  ExpectLooksLike("matrix_long", [&] { return quen::workbench::DrawMatrix(matrix, "A matrix"); });
+  ExpectLooksLike("matrix_long", [&] { return DrawMatrix(matrix, "A matrix"); });
 }
 
 TEST(Picture, MatrixOfAnyNumbers) {
   for (const auto& [one, other] : ExtremePairs()) {
-    quen::workbench::Matrix matrix = quen::workbench::Matrix::Constant(3, 2, one);
+    Matrix matrix = Matrix::Constant(3, 2, one);
     matrix(1, 1) = other;
-    ExpectDrawn([&] { return quen::workbench::DrawMatrix(matrix, ""); });
+    ExpectDrawn([&] { return DrawMatrix(matrix, ""); });
   }
 }
 
 TEST(Picture, SweepOfAnyNumbers) {
   for (const auto& [one, other] : ExtremePairs()) {
-    const std::vector<quen::workbench::SweepPoint> points = {
+    const std::vector<SweepPoint> points = {
         {one, other, 1.0, 10}, {0.5, one, other, 10}, {other, 1.0, one, 10}, {0.7, other, 2.0, 10}};
-    ExpectDrawn([&] { return quen::workbench::DrawSweep(points); });
-    const std::vector<quen::workbench::SweepPoint> single = {{one, one, one, 1}};
-    if (one == other) ExpectDrawn([&] { return quen::workbench::DrawSweep(single); });
+    ExpectDrawn([&] { return DrawSweep(points); });
+    const std::vector<SweepPoint> single = {{one, one, one, 1}};
+    if (one == other) ExpectDrawn([&] { return DrawSweep(single); });
   }
 }
 
@@ -170,16 +165,16 @@ TEST(Picture, TelemetryOfAnyNumbers) {
     std::vector<FrameRecord> records = {Records().front()};
     records.front().disturbance.setConstant(one);
     records.front().residual(7) = other;
-    ExpectDrawn([&] { return quen::workbench::DrawTelemetry(records); });
+    ExpectDrawn([&] { return DrawTelemetry(records); });
   }
 }
 
 /// Curves without scores.
-quen::workbench::ErrorCurves CurvesAlong(const std::vector<double>& noises, double range) {
-  quen::workbench::ErrorCurves curves;
+ErrorCurves CurvesAlong(const std::vector<double>& noises, double range) {
+  ErrorCurves curves;
   curves.range = range;
   curves.places = noises;
-  for (const double noise : noises) curves.least_rms.push_back(quen::centroiders::ErrorBound(noise));
+  for (const double noise : noises) curves.least_rms.push_back(centroiders::ErrorBound(noise));
   return curves;
 }
 
@@ -187,28 +182,28 @@ TEST(Picture, ErrorsOfAnyNumbers) {
   constexpr double kLargest = std::numeric_limits<double>::max();
   for (const auto& [least, most] :
        {std::pair(5e-324, 1e308), {1.0, kLargest}, {1e308, kLargest}, {1.0, std::nextafter(1.0, 2.0)}}) {
-    quen::workbench::ErrorCurves curves = CurvesAlong({least, most}, kLargest);
+    ErrorCurves curves = CurvesAlong({least, most}, kLargest);
     for (const double noise : curves.places) {
-      std::vector<quen::workbench::NamedScore> scores;
+      std::vector<NamedScore> scores;
       for (const double value : kExtremes) {
         scores.push_back({"engine", {}});
         scores.back().score.x.rms = scores.back().score.y.rms = noise < most ? value : -value;
       }
       curves.scores.push_back(scores);
     }
-    ExpectDrawn([&] { return quen::workbench::DrawErrors(curves); });
+    ExpectDrawn([&] { return DrawErrors(curves); });
   }
 }
 
 TEST(Picture, ErrorsAtManyNoises) {
   std::vector<double> noises(5000);
   std::iota(noises.begin(), noises.end(), 1.0);
-  quen::workbench::ErrorCurves curves = CurvesAlong(noises, 2.0);
+  ErrorCurves curves = CurvesAlong(noises, 2.0);
   for (int k = 1; k <= 5000; ++k) {
     curves.scores.push_back({{"one", {}}});
     curves.scores.back().front().score.x.rms = k < 2500 ? 1e-4 * k : std::numeric_limits<double>::quiet_NaN();
   }
-  ExpectLooksLike("errors_many", [&] { return quen::workbench::DrawErrors(curves); });
+  ExpectLooksLike("errors_many", [&] { return DrawErrors(curves); });
 }
 
 TEST_F(Pictures, FieldOfAnyNumbers) {
@@ -219,7 +214,7 @@ TEST_F(Pictures, FieldOfAnyNumbers) {
     overlay.displacements->y[500] = other;
     std::vector<double> flux(1089, one);
     flux[500] = other;
-    ExpectDrawn([&] { return quen::workbench::DrawField(overlay, flux); });
+    ExpectDrawn([&] { return DrawField(overlay, flux); });
   }
 }
 
@@ -227,14 +222,14 @@ TEST_F(Pictures, RegionsWithoutReferences) {
   const auto simulator = Load();
   Overlay overlay = {simulator.Rois(), simulator.RoisUsed(), std::nullopt};
   for (std::size_t i = 300; i < 700; ++i) overlay.rois[i].x_ref = std::numeric_limits<double>::quiet_NaN();
-  ExpectLooksLike("regions_without_references", [&] { return quen::workbench::DrawRegions(overlay); });
+  ExpectLooksLike("regions_without_references", [&] { return DrawRegions(overlay); });
 }
 
 TEST_F(Pictures, FieldTellsHowManyHaveNoArrow) {
   const auto simulator = Load();
   Overlay overlay = Coma(simulator);
   EXPECT_EQ(ArrowLegend(overlay), "4.91 times enlarged");
-  const std::vector<std::size_t> used = quen::workbench::UsedIndices(overlay.used);
+  const std::vector<std::size_t> used = UsedIndices(overlay.used);
   overlay.displacements->x[used[3]] = std::numeric_limits<double>::infinity();
   overlay.displacements->y[used[4]] = std::numeric_limits<double>::quiet_NaN();
   overlay.rois[used[5]].y_ref = std::numeric_limits<double>::quiet_NaN();
@@ -246,40 +241,40 @@ TEST_F(Pictures, FieldTellsHowManyHaveNoArrow) {
   std::ranges::fill(overlay.displacements->x, 5e-324);
   EXPECT_GT(ArrowMagnification(overlay), 0.0);
   EXPECT_TRUE(std::isfinite(ArrowMagnification(overlay)));
-  EXPECT_EQ(quen::workbench::ArrowLegend({overlay.rois, overlay.used, std::nullopt}), "1 times enlarged");
+  EXPECT_EQ(ArrowLegend({overlay.rois, overlay.used, std::nullopt}), "1 times enlarged");
 }
 
 TEST(Picture, TextOfAnyBytesIsDrawn) {
-  const quen::workbench::Matrix matrix = quen::workbench::Matrix::Identity(3, 3);
-  const auto drawn = [&](const std::string& title) { return quen::workbench::DrawMatrix(matrix, title); };
+  const Matrix matrix = Matrix::Identity(3, 3);
+  const auto drawn = [&](const std::string& title) { return DrawMatrix(matrix, title); };
   EXPECT_EQ(drawn("caf\xE9\x1B\n"), drawn("caf???"));
   EXPECT_NE(drawn("caf\xC3\xA9"), drawn("caf?"));
 }
 
 TEST(Picture, TooLargeIsASentence) {
-  const quen::workbench::Frame frame = {40000, 1, std::vector<std::uint16_t>(40000)};
+  const Frame frame = {40000, 1, std::vector<std::uint16_t>(40000)};
   try {
-    DrawFrame(frame, quen::workbench::SpotStretch(), std::nullopt, "");
+    DrawFrame(frame, SpotStretch(), std::nullopt, "");
     FAIL();
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(),
                  "cannot draw a picture of 40080 x 85 pixels: invalid value (typically too big) for the size of the "
                  "input (surface, pattern, etc.)");
   }
-  EXPECT_THROW(const quen::workbench::Image image(std::size_t{1} << 40U, 1), std::runtime_error);
+  EXPECT_THROW(const Image image(std::size_t{1} << 40U, 1), std::runtime_error);
 }
 
 TEST(Picture, ThatCouldNotBeDrawnIsNotWritten) {
-  const quen::workbench::Canvas canvas(100, 100);
+  const Canvas canvas(100, 100);
   cairo_restore(canvas.Cairo());  // nothing was saved
   EXPECT_THROW(static_cast<void>(canvas.Png()), std::runtime_error);
 }
 
 TEST(Typeface, IsThereWithoutAnyFont) {
-  const quen::workbench::FontFace built_in = quen::workbench::LoadTypeface(std::array{"/nowhere", "/etc/passwd"});
-  const quen::workbench::Canvas canvas(200, 50);
+  const FontFace built_in = LoadTypeface(std::array{"/nowhere", "/etc/passwd"});
+  const Canvas canvas(200, 50);
   cairo_set_font_face(canvas.Cairo(), built_in.get());
-  quen::workbench::WriteBefore(canvas.Cairo(), 150.0, 30.0, "Letters");
+  WriteBefore(canvas.Cairo(), 150.0, 30.0, "Letters");
   EXPECT_EQ(cairo_status(canvas.Cairo()), CAIRO_STATUS_SUCCESS);
   EXPECT_EQ(cairo_font_face_get_type(built_in.get()), CAIRO_FONT_TYPE_TOY);
   double x = 0.0;
@@ -288,40 +283,36 @@ TEST(Typeface, IsThereWithoutAnyFont) {
   EXPECT_NEAR(x, 150.0, 1.0) << "letters take no room";
 }
 
-TEST(Typeface, IsDejaVuWhereThatIsInstalled) {
-  EXPECT_EQ(cairo_font_face_get_type(quen::workbench::Typeface()), CAIRO_FONT_TYPE_FT);
-}
+TEST(Typeface, IsDejaVuWhereThatIsInstalled) { EXPECT_EQ(cairo_font_face_get_type(Typeface()), CAIRO_FONT_TYPE_FT); }
 
 TEST(Picture, Matrix) {
-  quen::workbench::Matrix matrix(20, 60);
+  Matrix matrix(20, 60);
   for (Eigen::Index row = 0; row < 20; ++row) {
     for (Eigen::Index column = 0; column < 60; ++column) {
       matrix(row, column) = static_cast<double>(column - 20) * static_cast<double>(row);
     }
   }
   matrix(3, 4) = std::numeric_limits<double>::quiet_NaN();
-  ExpectLooksLike("matrix", [&] { return quen::workbench::DrawMatrix(matrix, "A matrix"); });
-  ExpectLooksLike("matrix_upright", [&] { return quen::workbench::DrawMatrix(matrix.transpose(), "A matrix"); });
+  ExpectLooksLike("matrix", [&] { return DrawMatrix(matrix, "A matrix"); });
+  ExpectLooksLike("matrix_upright", [&] { return DrawMatrix(matrix.transpose(), "A matrix"); });
 }
 
 TEST(Picture, TextGoesOnInTheNextLine) {
-  const quen::workbench::Canvas canvas(10, 10);
-  const auto wrapped = [&](const std::string& text, double width) {
-    return quen::workbench::Wrapped(canvas.Cairo(), text, width);
-  };
+  const Canvas canvas(10, 10);
+  const auto wrapped = [&](const std::string& text, double width) { return Wrapped(canvas.Cairo(), text, width); };
   EXPECT_EQ(wrapped("one two three", 1000.0), (std::vector<std::string>{"one two three"}));
   EXPECT_EQ(wrapped("one two three", 70.0), (std::vector<std::string>{"one two", "three"}));
   EXPECT_EQ(wrapped("one two three", 1.0), (std::vector<std::string>{"one", "two", "three"}));
   EXPECT_EQ(wrapped("", 1.0), std::vector<std::string>());
-  EXPECT_EQ(quen::workbench::Shortened(canvas.Cairo(), "one two three", 1000.0), "one two three");
-  EXPECT_EQ(quen::workbench::Shortened(canvas.Cairo(), "one two three", 70.0), "one tw…");
+  EXPECT_EQ(Shortened(canvas.Cairo(), "one two three", 1000.0), "one two three");
+  EXPECT_EQ(Shortened(canvas.Cairo(), "one two three", 70.0), "one tw…");
 }
 
 // --- Colours
 
 /// L, a and b of a colour as the eye has it: whole, without the receptors for red, or without those for green
 /// (G. M. Machado, M. M. Oliveira, L. A. F. Fernandes, IEEE Trans. Vis. Comput. Graph. 15, 1291 (2009)).
-std::array<Eigen::Vector3d, 3> SeenBy(const quen::workbench::Colour& colour) {
+std::array<Eigen::Vector3d, 3> SeenBy(const Colour& colour) {
   Eigen::Matrix3d without_red;
   without_red << 0.152286, 1.052583, -0.204868, 0.114503, 0.786281, 0.099216, -0.003882, -0.048116, 1.051998;
   Eigen::Matrix3d without_green;
@@ -345,9 +336,9 @@ std::array<Eigen::Vector3d, 3> SeenBy(const quen::workbench::Colour& colour) {
 
 TEST(Picture, CurvesAreToldApartByAnyEye) {
   constexpr double kClearly = 15.0;  // of L, a and b; one is just seen of colours that touch
-  std::vector<quen::workbench::Colour> colours(quen::workbench::kCurves.begin(), quen::workbench::kCurves.end());
-  colours.push_back(quen::workbench::kInk);
-  colours.push_back(quen::workbench::kPaper);
+  std::vector<Colour> colours(kCurves.begin(), kCurves.end());
+  colours.push_back(kInk);
+  colours.push_back(kPaper);
   for (std::size_t i = 0; i < colours.size(); ++i) {
     for (std::size_t j = 0; j < i; ++j) {
       const auto one = SeenBy(colours[i]);
@@ -360,18 +351,18 @@ TEST(Picture, CurvesAreToldApartByAnyEye) {
 }
 
 TEST(Picture, Sweep) {
-  const std::vector<quen::workbench::SweepPoint> points = {{0.2, 3.0, 5.0, 100},
-                                                           {0.4, 1.0, 5.0, 100},
-                                                           {0.6, 1.5, 5.0, 100},
-                                                           {0.8, std::numeric_limits<double>::infinity(), 4.0, 30}};
+  const std::vector<SweepPoint> points = {{0.2, 3.0, 5.0, 100},
+                                          {0.4, 1.0, 5.0, 100},
+                                          {0.6, 1.5, 5.0, 100},
+                                          {0.8, std::numeric_limits<double>::infinity(), 4.0, 30}};
   ExpectLooksLike("sweep", [&] { return DrawSweep(points); });
 }
 
 TEST(Picture, Errors) {
-  quen::workbench::ErrorCurves curves = CurvesAlong({1.0, 10.0, 100.0}, 2.0);
+  ErrorCurves curves = CurvesAlong({1.0, 10.0, 100.0}, 2.0);
   for (const double noise : curves.places) {
-    quen::workbench::NamedScore one = {"one", {}};
-    quen::workbench::NamedScore other = {"other", {}};
+    NamedScore one = {"one", {}};
+    NamedScore other = {"other", {}};
     one.score.x.rms = one.score.y.rms = 2e-4 * noise;
     other.score.x.rms = other.score.y.rms = 3e-3 * std::sqrt(noise);
     curves.scores.push_back({one, other});
@@ -380,13 +371,13 @@ TEST(Picture, Errors) {
 }
 
 TEST(Picture, ErrorsAgainstLight) {
-  quen::workbench::ErrorCurves curves;
-  curves.abscissa = quen::workbench::Abscissa::kLight;
+  ErrorCurves curves;
+  curves.abscissa = Abscissa::kLight;
   curves.range = 2.0;
   for (const double photons : {100.0, 1e4, 1e6}) {
     curves.places.push_back(photons);
     curves.least_rms.push_back(2.0 / std::sqrt(photons));
-    quen::workbench::NamedScore one = {"one", {}};
+    NamedScore one = {"one", {}};
     one.score.x.rms = one.score.y.rms = 3.0 / std::sqrt(photons) + 0.01;
     curves.scores.push_back({one});
   }
@@ -394,7 +385,7 @@ TEST(Picture, ErrorsAgainstLight) {
 }
 
 TEST(Picture, PhotonTransfer) {
-  quen::workbench::PhotonTransfer transfer;
+  PhotonTransfer transfer;
   transfer.dark = {0.0, 100.0, 6.25};
   transfer.gain = 0.5;
   for (int doublings = 0; doublings < 19; ++doublings) {
@@ -420,12 +411,11 @@ std::vector<double> LimitsByAstropy(const std::vector<std::uint16_t>& pixels) {
   std::string list;
   for (const std::uint16_t pixel : pixels) list += std::to_string(static_cast<std::int16_t>(pixel)) + "\n";
   const TempDir folder;
-  quen::testing::WriteText(folder / "pixels", list);
-  const quen::testing::Outcome outcome =
-      quen::testing::Run(QUEN_PYTHON
-                         " -c 'import numpy; from astropy.visualization import ZScaleInterval; "
-                         "print(*ZScaleInterval().get_limits(numpy.loadtxt(\"" +
-                         (folder / "pixels") + "\")))'");
+  testing::WriteText(folder / "pixels", list);
+  const testing::Outcome outcome = testing::Run(QUEN_PYTHON
+                                                " -c 'import numpy; from astropy.visualization import ZScaleInterval; "
+                                                "print(*ZScaleInterval().get_limits(numpy.loadtxt(\"" +
+                                                (folder / "pixels") + "\")))'");
   std::istringstream stream(outcome.out);
   std::vector<double> limits(2);
   stream >> limits[0] >> limits[1];
@@ -437,7 +427,7 @@ TEST_F(Pictures, ZScaleIsThatOfAstropy) {
   const std::vector<double> zeros(1089, 0.0);
   for (const double noise : {10.0, 1000.0}) {
     simulator.ComputeFrame(zeros, zeros, noise, std::nullopt);
-    const Stretch stretch = quen::workbench::ZScaleStretch({840, 816, simulator.Frame()});
+    const Stretch stretch = ZScaleStretch({840, 816, simulator.Frame()});
     const std::vector<double> limits = LimitsByAstropy(simulator.Frame());
     EXPECT_NEAR(stretch.black, limits[0], 1e-6 * std::abs(limits[1] - limits[0])) << noise;
     EXPECT_NEAR(stretch.white, limits[1], 1e-6 * std::abs(limits[1] - limits[0])) << noise;
@@ -445,30 +435,31 @@ TEST_F(Pictures, ZScaleIsThatOfAstropy) {
 }
 
 TEST(Stretch, ZScaleOfFewOrEqualPixelsIsTheirRange) {
-  const Stretch few = quen::workbench::ZScaleStretch({3, 1, {3, 1, 65535}});
+  const Stretch few = ZScaleStretch({3, 1, {3, 1, 65535}});
   EXPECT_EQ(few.black, -1.0);
   EXPECT_EQ(few.white, 3.0);
-  const Stretch even = quen::workbench::ZScaleStretch({10, 10, std::vector<std::uint16_t>(100, 7)});
+  const Stretch even = ZScaleStretch({10, 10, std::vector<std::uint16_t>(100, 7)});
   EXPECT_EQ(even.Shade(7.0), 0.0);
   EXPECT_EQ(even.Shade(8.0), 1.0);
 }
 
 TEST(Stretch, GoesFromBlackToWhite) {
-  const quen::workbench::Frame frame = {2, 2, {0, 65535, 1000, 100}};
-  for (const std::string& word : quen::workbench::StretchWords()) {
-    const Stretch stretch = quen::workbench::StretchByWord(word, frame);
+  const Frame frame = {2, 2, {0, 65535, 1000, 100}};
+  for (const std::string& word : StretchWords()) {
+    const Stretch stretch = StretchByWord(word, frame);
     EXPECT_EQ(stretch.Shade(-5000.0), 0.0) << word;
     EXPECT_EQ(stretch.Shade(5000.0), 1.0) << word;
   }
-  EXPECT_EQ(quen::workbench::StretchByWord("linear", frame).Shade(250.0), 0.25);
-  EXPECT_EQ(quen::workbench::StretchByWord("sqrt", frame).Shade(250.0), 0.5);
-  EXPECT_NEAR(quen::workbench::StretchByWord("log", frame).Shade(250.0), std::log(251.0) / std::log(1001.0), 1e-12);
+  EXPECT_EQ(StretchByWord("linear", frame).Shade(250.0), 0.25);
+  EXPECT_EQ(StretchByWord("sqrt", frame).Shade(250.0), 0.5);
+  EXPECT_NEAR(StretchByWord("log", frame).Shade(250.0), std::log(251.0) / std::log(1001.0), 1e-12);
 }
 
 TEST(Stretch, CountsOfADetectorAreNotNegative) {
-  const quen::workbench::Frame frame = {2, 2, {0, 65535, 1000, 100}, true};
-  EXPECT_EQ(quen::workbench::StretchByWord("linear", frame).Shade(65535.0), 1.0);
-  EXPECT_NEAR(quen::workbench::StretchByWord("linear", frame).Shade(1000.0), 1000.0 / 65535.0, 1e-12);
+  const Frame frame = {2, 2, {0, 65535, 1000, 100}, true};
+  EXPECT_EQ(StretchByWord("linear", frame).Shade(65535.0), 1.0);
+  EXPECT_NEAR(StretchByWord("linear", frame).Shade(1000.0), 1000.0 / 65535.0, 1e-12);
 }
 
 }  // namespace
+}  // namespace quen::workbench

@@ -9,19 +9,14 @@
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/zernike.hpp"
 
+namespace quen::workbench {
 namespace {
-
-using quen::workbench::Basis;
-using quen::workbench::InputFile;
-using quen::workbench::KarhunenLoeveBasis;
-using quen::workbench::KolmogorovCovariance;
-using quen::workbench::ZernikeBasis;
 
 TEST(ZernikeBasis, IsOneZernikeModePerMode) {
   const Basis basis = ZernikeBasis();
   EXPECT_EQ(basis.coefficients, Eigen::MatrixXd::Identity(52, 52));
-  EXPECT_EQ(basis.variances(0), quen::workbench::KolmogorovVariance(2));
-  EXPECT_EQ(basis.variances(51), quen::workbench::KolmogorovVariance(53));
+  EXPECT_EQ(basis.variances(0), KolmogorovVariance(2));
+  EXPECT_EQ(basis.variances(51), KolmogorovVariance(53));
 }
 
 TEST(KarhunenLoeveBasis, IsOrthonormal) {
@@ -66,11 +61,11 @@ TEST(KarhunenLoeveBasis, EqualVariancesGoByAzimuthalOrderAndCosinesFirst) {
     const int before = largest(mode - 1);
     const int after = largest(mode);
     ++ties;
-    if (quen::workbench::NollOrders(before).m == quen::workbench::NollOrders(after).m) {
-      EXPECT_TRUE(quen::workbench::IsCosine(before) && !quen::workbench::IsCosine(after)) << mode;
+    if (NollOrders(before).m == NollOrders(after).m) {
+      EXPECT_TRUE(IsCosine(before) && !IsCosine(after)) << mode;
     } else {
-      EXPECT_EQ(quen::workbench::NollOrders(before).m, 0) << mode;
-      EXPECT_EQ(quen::workbench::NollOrders(after).m, 2) << mode;
+      EXPECT_EQ(NollOrders(before).m, 0) << mode;
+      EXPECT_EQ(NollOrders(after).m, 2) << mode;
     }
   }
   EXPECT_GT(ties, 25);  // every function with a cosine has its sine
@@ -84,21 +79,19 @@ TEST(KarhunenLoeveBasis, TakesMoreOfTheTurbulenceThanZernikeModes) {
 }
 
 TEST(BasisOfCalibration, IsTheOneItWasMadeWith) {
-  const quen::testing::TempDir folder;
-  quen::workbench::WriteCalibration(folder / "z", false);
-  quen::workbench::WriteCalibration(folder / "k", false, quen::workbench::MakeCalibration({}, KarhunenLoeveBasis()));
-  EXPECT_EQ(quen::workbench::BasisOfCalibration(InputFile(folder / "z/data/M2S.fits")).variances,
-            ZernikeBasis().variances);
-  EXPECT_EQ(quen::workbench::BasisOfCalibration(InputFile(folder / "k/data/M2S.fits")).variances,
-            KarhunenLoeveBasis().variances);
+  const testing::TempDir folder;
+  WriteCalibration(folder / "z", false);
+  WriteCalibration(folder / "k", false, MakeCalibration({}, KarhunenLoeveBasis()));
+  EXPECT_EQ(BasisOfCalibration(InputFile(folder / "z/data/M2S.fits")).variances, ZernikeBasis().variances);
+  EXPECT_EQ(BasisOfCalibration(InputFile(folder / "k/data/M2S.fits")).variances, KarhunenLoeveBasis().variances);
 }
 
 TEST(BasisOfCalibration, IsZernikeWhereItDoesNotSay) {
-  const quen::testing::TempDir folder;
+  const testing::TempDir folder;
   std::filesystem::create_directory(folder / "data");
-  quen::testing::WriteImage(folder / "data/M2S.fits", DOUBLE_IMG, {52, 1214}, {});
-  EXPECT_EQ(quen::workbench::BasisOfCalibration(InputFile(folder / "data/M2S.fits")).variances,
-            ZernikeBasis().variances);
+  testing::WriteImage(folder / "data/M2S.fits", DOUBLE_IMG, {52, 1214}, {});
+  EXPECT_EQ(BasisOfCalibration(InputFile(folder / "data/M2S.fits")).variances, ZernikeBasis().variances);
 }
 
 }  // namespace
+}  // namespace quen::workbench

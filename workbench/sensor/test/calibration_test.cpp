@@ -14,6 +14,7 @@
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/geometry.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::ColumnReadByAstropy;
@@ -22,8 +23,6 @@ using quen::testing::DescribedByAstropy;
 using quen::testing::ExpectThrows;
 using quen::testing::KeywordReadByAstropy;
 using quen::testing::TempDir;
-using quen::workbench::Matrix;
-using quen::workbench::WriteCalibration;
 
 /// A synthetic calibration, made once.
 class SyntheticCalibration : public ::testing::Test {
@@ -31,7 +30,7 @@ class SyntheticCalibration : public ::testing::Test {
   static void SetUpTestSuite() {
     folder_ = std::make_unique<TempDir>();
     WriteCalibration(folder_->Path(), false);
-    quen::workbench::UseCalibration(folder_->Path());
+    UseCalibration(folder_->Path());
   }
   static void TearDownTestSuite() { folder_.reset(); }
   static std::string File(const std::string& name) { return *folder_ / name; }
@@ -42,7 +41,7 @@ class SyntheticCalibration : public ::testing::Test {
 };
 
 TEST_F(SyntheticCalibration, FilesAreGoodFits) {
-  for (const char* const name : quen::workbench::kCalibrationFiles) EXPECT_EQ(ComplaintsOfFitsverify(File(name)), "");
+  for (const char* const name : kCalibrationFiles) EXPECT_EQ(ComplaintsOfFitsverify(File(name)), "");
   EXPECT_EQ(DescribedByAstropy(File("data/M2S.fits")), "0 image '' -64 52x1214\n");
   EXPECT_EQ(DescribedByAstropy(File("data/CM.fits")), "0 image '' -64 1214x52\n");
   EXPECT_EQ(DescribedByAstropy(File("data/shs_rois.fits")),
@@ -55,7 +54,7 @@ TEST_F(SyntheticCalibration, HeadersCarryUnitsAndOrigin) {
   EXPECT_EQ(KeywordReadByAstropy(File("data/M2S.fits"), 0, "BUNIT"), "pix/rad");
   EXPECT_EQ(KeywordReadByAstropy(File("data/CM.fits"), 0, "BUNIT"), "rad/pix");
   EXPECT_EQ(KeywordReadByAstropy(File("data/shs_rois.fits"), 1, "TUNIT3"), "pix");
-  const std::vector<char> regions = quen::testing::Bytes(File("data/shs_rois.fits"));
+  const std::vector<char> regions = testing::Bytes(File("data/shs_rois.fits"));
   EXPECT_NE(std::string(regions.begin(), regions.end()).find("/ pixel centres are at integers, from 0"),
             std::string::npos);
   EXPECT_EQ(KeywordReadByAstropy(File("data/M2S.fits"), 0, "CREATOR"), "quen-shs calibrate " QUEN_VERSION);
@@ -64,7 +63,7 @@ TEST_F(SyntheticCalibration, HeadersCarryUnitsAndOrigin) {
 
 TEST_F(SyntheticCalibration, RegionsAreTheGrids) {
   const std::string path = File("data/shs_rois.fits");
-  const auto [x_low, x_up, x_ref, y_low, y_up, y_ref] = quen::testing::RegionsReadByAstropy(path);
+  const auto [x_low, x_up, x_ref, y_low, y_up, y_ref] = testing::RegionsReadByAstropy(path);
   for (std::size_t i = 0; i < 1089; ++i) {
     const std::size_t column = i % 33;
     const std::size_t row = i / 33;
@@ -75,21 +74,21 @@ TEST_F(SyntheticCalibration, RegionsAreTheGrids) {
     ASSERT_EQ(x_ref[i], x_low[i] + 11.5);
     ASSERT_EQ(y_ref[i], y_low[i] + 11.5);
   }
-  const auto flags = quen::workbench::UsedFlags({});
+  const auto flags = UsedFlags({});
   EXPECT_EQ(ColumnReadByAstropy(path, "rois_used", "is_used"), std::vector<double>(flags.begin(), flags.end()));
 }
 
 TEST_F(SyntheticCalibration, ControlMatrixInvertsModesToSlopes) {
-  const quen::shssim::ShsSimulator simulator;
+  const shssim::ShsSimulator simulator;
   const Eigen::Map<const Matrix> m2s(simulator.M2s().data(), 1214, 52);
   const Eigen::Map<const Matrix> cm(simulator.Cm().data(), 52, 1214);
   EXPECT_LT((cm * m2s - Eigen::MatrixXd::Identity(52, 52)).cwiseAbs().maxCoeff(), 1e-12);
 }
 
 TEST_F(SyntheticCalibration, TipIsTheSameXDisplacementEverywhere) {
-  const Matrix m2s = quen::workbench::ModesToSlopes(quen::workbench::UsedFlags({}), quen::workbench::ZernikeBasis());
+  const Matrix m2s = ModesToSlopes(UsedFlags({}), ZernikeBasis());
   // Mode 2 is 2x: its gradient of 2 per pupil radius, over a pitch of 24 pixels of 348.
-  const double expected = 2.0 * 24.0 / 348.0 * quen::workbench::PixelsPerRadian();
+  const double expected = 2.0 * 24.0 / 348.0 * PixelsPerRadian();
   for (Eigen::Index k = 0; k < 607; ++k) {
     ASSERT_NEAR(m2s(k, 0), 0.0, 1e-15);
     ASSERT_NEAR(m2s(607 + k, 0), expected, 1e-14);
@@ -102,8 +101,8 @@ TEST_F(SyntheticCalibration, MeasuredModesAreTheMatrixs) {
   // One radian of a mode drawn without noise and measured gives its column of the matrix: no axis is swapped, no sign
   // flipped, nothing half a pixel off. The tolerance is the bias of truncated pixels and of spots cut by their region.
   constexpr double kTolerance = 0.01;
-  quen::shssim::ShsSimulator simulator;
-  quen::centroiders::CentreOfGravity engine;
+  shssim::ShsSimulator simulator;
+  centroiders::CentreOfGravity engine;
   const Eigen::Map<const Matrix> m2s(simulator.M2s().data(), 1214, 52);
   for (const Eigen::Index mode : {0, 1, 2, 3, 7, 51}) {
     std::vector<double> dx(1089, 0.0);
@@ -128,33 +127,32 @@ TEST(WriteCalibration, IsTheSameEveryTime) {
   const TempDir second;
   WriteCalibration(first.Path(), false);
   WriteCalibration(second.Path(), true);
-  for (const char* const name : quen::workbench::kCalibrationFiles) {
-    EXPECT_EQ(quen::testing::BytesWithoutChecksums(first / name), quen::testing::BytesWithoutChecksums(second / name))
-        << name;
+  for (const char* const name : kCalibrationFiles) {
+    EXPECT_EQ(testing::BytesWithoutChecksums(first / name), testing::BytesWithoutChecksums(second / name)) << name;
   }
 }
 
 TEST(WriteCalibration, RefusesToReplaceAnyOfItsFiles) {
-  for (const std::string name : quen::workbench::kCalibrationFiles) {
+  for (const std::string name : kCalibrationFiles) {
     const TempDir folder;
     std::filesystem::create_directory(folder / "data");
-    quen::testing::WriteText(folder / name, "precious");
+    testing::WriteText(folder / name, "precious");
     ExpectThrows<std::runtime_error>((folder / name) + ": is there already; give --force to replace the calibration",
                                      [&] { WriteCalibration(folder.Path(), false); });
-    EXPECT_EQ(quen::testing::EntriesBelow(folder / "data"), 1U);
-    EXPECT_EQ(quen::testing::Bytes(folder / name).size(), 8U);
+    EXPECT_EQ(testing::EntriesBelow(folder / "data"), 1U);
+    EXPECT_EQ(testing::Bytes(folder / name).size(), 8U);
   }
 }
 
 TEST(WriteCalibration, ForceReplacesAndLeavesNoOtherFile) {
   const TempDir folder;
   WriteCalibration(folder.Path(), false);
-  quen::testing::WriteText(folder / "data/CM.fits", "old");
+  testing::WriteText(folder / "data/CM.fits", "old");
   const std::vector<std::string> paths = WriteCalibration(folder.Path(), true);
   EXPECT_EQ(paths, (std::vector<std::string>{folder / "data/M2S.fits", folder / "data/CM.fits",
                                              folder / "data/shs_rois.fits"}));
   EXPECT_EQ(ComplaintsOfFitsverify(folder / "data/CM.fits"), "");
-  EXPECT_EQ(quen::testing::EntriesBelow(folder / "data"), 3U);
+  EXPECT_EQ(testing::EntriesBelow(folder / "data"), 3U);
 }
 
 TEST(WriteCalibration, FailureLeavesNothing) {
@@ -174,7 +172,8 @@ TEST(UseCalibration, NamesTheFirstMissingFileAndTheRemedy) {
   std::filesystem::remove(folder / "data/CM.fits");
   ExpectThrows<std::runtime_error>("no calibration in " + folder.Path() + ": " + (folder / "data/CM.fits") +
                                        " is missing; 'quen-shs calibrate " + folder.Path() + "' makes a synthetic one",
-                                   [&] { quen::workbench::UseCalibration(folder.Path()); });
+                                   [&] { UseCalibration(folder.Path()); });
 }
 
 }  // namespace
+}  // namespace quen::workbench

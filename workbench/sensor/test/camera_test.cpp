@@ -10,13 +10,11 @@
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/frame_file.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::KeywordReadByAstropy;
 using quen::testing::TempDir;
-using quen::workbench::Camera;
-using quen::workbench::DetectorDescription;
-using quen::workbench::Exposure;
 using Counts = std::vector<std::uint16_t>;
 
 std::shared_ptr<const DetectorDescription> SomeDetector() {
@@ -32,8 +30,8 @@ std::shared_ptr<const DetectorDescription> SomeDetector() {
 class CameraTest : public ::testing::Test {
  protected:
   CameraTest() {
-    quen::workbench::WriteCalibration(folder_.Path(), false);
-    quen::workbench::UseCalibration(folder_.Path());
+    WriteCalibration(folder_.Path(), false);
+    UseCalibration(folder_.Path());
   }
 
   Counts Drawn(Camera& camera) {
@@ -42,16 +40,16 @@ class CameraTest : public ::testing::Test {
   }
 
   TempDir folder_;
-  quen::workbench::Displacements none_;
+  Displacements none_;
 };
 
 TEST_F(CameraTest, WithoutADetectorIsTheSimulator) {
   Camera camera;
   camera.Use({.noise = 50.0, .seed = 4});
-  quen::shssim::ShsSimulator simulator;
+  shssim::ShsSimulator simulator;
   const Counts first = Drawn(camera);
   const Counts second = Drawn(camera);
-  quen::common::random::detail::MersenneTwisterEngine().seed(4);
+  common::random::detail::MersenneTwisterEngine().seed(4);
   simulator.ComputeFrame(none_.x, none_.y, 50.0);
   EXPECT_EQ(first, simulator.Frame());
   simulator.ComputeFrame(none_.x, none_.y, 50.0);
@@ -63,12 +61,12 @@ TEST_F(CameraTest, ExposesItsDetectorToLightWithoutNoise) {
   camera.Use({.noise = 1000.0, .seed = 9, .detector = SomeDetector()});
   Drawn(camera);
   const Counts second = Drawn(camera);
-  quen::shssim::ShsSimulator simulator;
+  shssim::ShsSimulator simulator;
   simulator.ComputeFrame(none_.x, none_.y, 0.0);
-  quen::detector::DetectorConfig config = SomeDetector()->config;
+  detector::DetectorConfig config = SomeDetector()->config;
   config.seed = 9;
   Counts expected(second.size());
-  quen::detector::Detector(config).Expose(simulator.FrameValues(), 1, expected);
+  detector::Detector(config).Expose(simulator.FrameValues(), 1, expected);
   EXPECT_EQ(second, expected);
 }
 
@@ -92,9 +90,9 @@ TEST_F(CameraTest, FrameFileTellsTheDetector) {
   camera.Use(exposure);
   Drawn(camera);
   const std::string path = folder_ / "f.fits";
-  quen::testing::WriteText(path, quen::workbench::FrameFile(camera, exposure));
-  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
-  const std::vector<double> pixels = quen::testing::ImageReadByAstropy(path);
+  testing::WriteText(path, FrameFile(camera, exposure));
+  EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
+  const std::vector<double> pixels = testing::ImageReadByAstropy(path);
   EXPECT_EQ(pixels, std::vector<double>(camera.Frame().begin(), camera.Frame().end()));
   EXPECT_GT(pixels[0], 50.0);
   const std::vector<std::pair<const char*, const char*>> keys = {
@@ -102,9 +100,10 @@ TEST_F(CameraTest, FrameFileTellsTheDetector) {
       {"DETEMG", "1.0"},    {"DETREAD", "3.0"}, {"DETWELL", "1000.0"},    {"DETGAIN", "1.0"},
       {"DETOFFS", "100.0"}, {"DETBITS", "16"},  {"DETFLAT", "flat.fits"}, {"SEED", "2"}};
   for (const auto& [key, value] : keys) EXPECT_EQ(KeywordReadByAstropy(path, 0, key), value) << key;
-  const quen::workbench::Frame read = quen::workbench::ReadFrame(quen::workbench::InputFile(path));
+  const Frame read = ReadFrame(InputFile(path));
   EXPECT_TRUE(read.is_unsigned);
   EXPECT_EQ(read.pixels, camera.Frame());
 }
 
 }  // namespace
+}  // namespace quen::workbench

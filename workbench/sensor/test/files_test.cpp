@@ -18,6 +18,7 @@
 
 // Files of a sensor, whoever wrote them.
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::AppendTable;
@@ -27,12 +28,6 @@ using quen::testing::Ramp;
 using quen::testing::TempDir;
 using quen::testing::WriteImage;
 using quen::testing::WriteText;
-using quen::workbench::Displacements;
-using quen::workbench::Frame;
-using quen::workbench::FrameReader;
-using quen::workbench::InputFile;
-using quen::workbench::ReadDisplacements;
-using quen::workbench::ReadFrame;
 
 // --- Displacements
 
@@ -93,12 +88,12 @@ TEST(DisplacementFile, FitsIsWrittenAndRead) {
   displacements.x = Ramp(1089, 0.5);
   displacements.y = Ramp(1089, -3.0);
   WriteText(path, DisplacementFile(displacements, "test"));
-  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(path), "");
-  EXPECT_EQ(quen::testing::DescribedByAstropy(path), "0 image '' 8\n1 table 'slopes' 1089 x:D y:D\n");
-  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "TUNIT1"), "pix");
-  EXPECT_EQ(quen::testing::KeywordReadByAstropy(path, 1, "TUNIT2"), "pix");
-  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "slopes", "x"), displacements.x);
-  EXPECT_EQ(quen::testing::ColumnReadByAstropy(path, "slopes", "y"), displacements.y);
+  EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
+  EXPECT_EQ(testing::DescribedByAstropy(path), "0 image '' 8\n1 table 'slopes' 1089 x:D y:D\n");
+  EXPECT_EQ(testing::KeywordReadByAstropy(path, 1, "TUNIT1"), "pix");
+  EXPECT_EQ(testing::KeywordReadByAstropy(path, 1, "TUNIT2"), "pix");
+  EXPECT_EQ(testing::ColumnReadByAstropy(path, "slopes", "x"), displacements.x);
+  EXPECT_EQ(testing::ColumnReadByAstropy(path, "slopes", "y"), displacements.y);
   EXPECT_EQ(ReadDisplacements(InputFile(path)).x, displacements.x);
   EXPECT_EQ(ReadDisplacements(InputFile(path)).y, displacements.y);
 }
@@ -232,7 +227,7 @@ TEST(FrameFile, FramesOfACubeAreItsPlanes) {
 TEST(MeasurementFile, MissingTablesAreTheSyntheticGrids) {
   const TempDir folder;
   AppendTable(folder / "s.fits", "slopes", 1089, {{"x", "D", Ramp(1089)}, {"y", "D", Ramp(1089, 7.0)}});
-  const quen::workbench::MeasuredField field = quen::workbench::ReadField(InputFile(folder / "s.fits"));
+  const MeasuredField field = ReadField(InputFile(folder / "s.fits"));
   EXPECT_TRUE(field.flux.empty());
   EXPECT_TRUE(field.overlay.IsUsed(0));
   EXPECT_EQ(field.overlay.rois[34].x_low, 48);
@@ -246,39 +241,40 @@ TEST(MeasurementFile, MissingTablesAreTheSyntheticGrids) {
 
 TEST(MeasurementFile, TablesAreReadAsTheyAre) {
   const TempDir folder;
-  quen::testing::Calibration calibration;
+  testing::Calibration calibration;
   calibration.rois["x_low"][3] = 90.0;
   calibration.Write(folder.Path());
   const std::string path = folder / "data/shs_rois.fits";
-  const quen::workbench::MeasuredField regions = quen::workbench::ReadField(InputFile(path));
+  const MeasuredField regions = ReadField(InputFile(path));
   EXPECT_EQ(regions.overlay.rois[3].x_low, 90);
   EXPECT_FALSE(regions.overlay.displacements);
   EXPECT_TRUE(regions.overlay.IsUsed(606));
   EXPECT_FALSE(regions.overlay.IsUsed(607));
   AppendTable(path, "slopes", 1089, {{"flux", "D", Ramp(1089, 2.0)}, {"x", "D", Ramp(1089)}, {"y", "D", Ramp(1089)}});
-  EXPECT_EQ(quen::workbench::ReadField(InputFile(path)).flux, Ramp(1089, 2.0));
+  EXPECT_EQ(ReadField(InputFile(path)).flux, Ramp(1089, 2.0));
   calibration.rois.Resize(3);
   AppendTable(folder / "short.fits", "rois", 3, calibration.rois.columns);
-  EXPECT_THROW(quen::workbench::ReadField(InputFile(folder / "short.fits")), std::runtime_error);
+  EXPECT_THROW(ReadField(InputFile(folder / "short.fits")), std::runtime_error);
 }
 
 TEST(MeasurementFile, ReferencesAreTheLibrarysWhereverTheyAre) {
   const TempDir folder;
-  quen::testing::Calibration calibration;
+  testing::Calibration calibration;
   const std::vector<double> references = {815.75, 0.5, kNan, 816.0};
   std::ranges::copy(references, calibration.rois["x_ref"].begin());
   std::ranges::copy(references, calibration.rois["y_ref"].begin() + 1);
   calibration.Write(folder.Path());
-  quen::workbench::UseCalibration(folder.Path());
-  quen::shssim::ShsSimulator simulator;
-  simulator.ComputeSlopes(*quen::workbench::MakeEngine("weighted"), 12.0, folder / "slopes.fits");
-  const std::string ours = quen::workbench::MeasurementFile(simulator);
+  UseCalibration(folder.Path());
+  shssim::ShsSimulator simulator;
+  simulator.ComputeSlopes(*MakeEngine("weighted"), 12.0, folder / "slopes.fits");
+  const std::string ours = MeasurementFile(simulator);
   WriteText(folder / "ours.fits", ours);
-  EXPECT_TRUE(quen::testing::BytesWithoutChecksums(folder / "ours.fits") ==
-              quen::testing::BytesWithoutChecksums(folder / "slopes.fits"));
-  const auto field = quen::workbench::ReadField(InputFile::InMemory("ours", ours));
+  EXPECT_TRUE(testing::BytesWithoutChecksums(folder / "ours.fits") ==
+              testing::BytesWithoutChecksums(folder / "slopes.fits"));
+  const auto field = ReadField(InputFile::InMemory("ours", ours));
   EXPECT_EQ(field.overlay.used, simulator.RoisUsed());
   EXPECT_EQ(field.overlay.rois[0].x_ref, 815.0);
 }
 
 }  // namespace
+}  // namespace quen::workbench

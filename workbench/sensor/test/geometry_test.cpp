@@ -7,16 +7,10 @@
 
 #include "testing/exceptions.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::ExpectThrows;
-using quen::workbench::Cell;
-using quen::workbench::CellAt;
-using quen::workbench::CheckFits;
-using quen::workbench::Geometry;
-using quen::workbench::kGridSize;
-using quen::workbench::LitPoints;
-using quen::workbench::UsedFlags;
 
 TEST(Geometry, GridIsCountedRowByRow) {
   EXPECT_EQ(CellAt({}, 0).first_column, 24);
@@ -29,10 +23,10 @@ TEST(Geometry, GridIsCountedRowByRow) {
   EXPECT_EQ(CellAt({}, 1088).first_row, 780);
   EXPECT_EQ(CellAt({}, 0).x_ref, 35.5);
   EXPECT_EQ(CellAt({}, 0).y_ref, 23.5);
-  EXPECT_EQ(quen::workbench::PupilX(544), 0.0);
-  EXPECT_EQ(quen::workbench::PupilY(544), 0.0);
-  EXPECT_EQ(quen::workbench::PupilX(545), 1.0 / 14.5);
-  EXPECT_EQ(quen::workbench::PupilY(544 + 33), 1.0 / 14.5);
+  EXPECT_EQ(PupilX(544), 0.0);
+  EXPECT_EQ(PupilY(544), 0.0);
+  EXPECT_EQ(PupilX(545), 1.0 / 14.5);
+  EXPECT_EQ(PupilY(544 + 33), 1.0 / 14.5);
 }
 
 TEST(Geometry, OddRegionsHaveTheirReferenceInAPixel) {
@@ -133,3 +127,4 @@ TEST(Pupil, TooLittleLightIsRefused) {
 }
 
 }  // namespace
+}  // namespace quen::workbench

@@ -1,4 +1,5 @@
 #include "workbench/sensor/mean_spot.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,15 +17,10 @@
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/frame_measurement.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::TempDir;
-using quen::workbench::Camera;
-using quen::workbench::Displacements;
-using quen::workbench::FrameReader;
-using quen::workbench::InputFile;
-using quen::workbench::MeanSpot;
-using quen::workbench::SpotTemplate;
 
 constexpr std::size_t kSize = 21;
 constexpr std::size_t kWidth = 840;
@@ -33,8 +29,8 @@ constexpr std::size_t kHeight = 816;
 class MeanSpotTest : public ::testing::Test {
  protected:
   MeanSpotTest() {
-    quen::workbench::WriteCalibration(folder_.Path(), false);
-    quen::workbench::UseCalibration(folder_.Path());
+    WriteCalibration(folder_.Path(), false);
+    UseCalibration(folder_.Path());
     std::mt19937 random(5);  // NOLINT(cert-msc51-cpp): the same spots each time
     std::uniform_real_distribution<double> displacement(-2.0, 2.0);
     for (std::size_t i = 0; i < truth_.x.size(); ++i) {
@@ -52,7 +48,7 @@ class MeanSpotTest : public ::testing::Test {
     const Camera camera;
     std::vector<double> pixels(kWidth * kHeight, pedestal);
     for (std::size_t i = 0; i < truth_.x.size(); ++i) {
-      const quen::image_processing::Roi& roi = camera.Rois()[i];
+      const Roi& roi = camera.Rois()[i];
       for (std::size_t row = roi.y_low; row < roi.y_up; ++row) {
         for (std::size_t column = roi.x_low; column < roi.x_up; ++column) {
           const double u = static_cast<double>(column) - roi.x_ref - truth_.x[i];
@@ -66,7 +62,7 @@ class MeanSpotTest : public ::testing::Test {
     std::vector<long> dims = {kWidth, kHeight};
     if (count > 1) dims.push_back(static_cast<long>(count));
     std::filesystem::remove(Name());
-    quen::testing::WriteImage(Name(), bitpix, dims, frames);
+    testing::WriteImage(Name(), bitpix, dims, frames);
   }
 
   [[nodiscard]] std::string Name() const { return folder_ / "frames.fits"; }
@@ -81,8 +77,8 @@ class MeanSpotTest : public ::testing::Test {
   [[nodiscard]] double Error(const std::string& engine, const std::optional<SpotTemplate>& spot) const {
     const InputFile file(Name());
     Camera camera;
-    const quen::workbench::MeasuredFrames measured = quen::workbench::MeasureFrames(
-        FrameReader(file, ""), camera, {.engine = engine, .spot = spot, .truth = truth_});
+    const MeasuredFrames measured =
+        MeasureFrames(FrameReader(file, ""), camera, {.engine = engine, .spot = spot, .truth = truth_});
     return std::hypot(measured.error_x.Rms(), measured.error_y.Rms());
   }
 
@@ -90,9 +86,7 @@ class MeanSpotTest : public ::testing::Test {
   Displacements truth_;
 };
 
-double Drawn(double u, double v) {
-  return quen::shssim::kSpotPeak * std::exp(quen::shssim::kSpotExponent * (u * u + v * v));
-}
+double Drawn(double u, double v) { return shssim::kSpotPeak * std::exp(shssim::kSpotExponent * (u * u + v * v)); }
 
 /// Brighter on one side: its centre of gravity is not where it is brightest.
 double Comet(double u, double v) {
@@ -169,14 +163,15 @@ TEST_F(MeanSpotTest, OfACubeIsThatOfAllItsFrames) {
 
 TEST_F(MeanSpotTest, IsNoneWithoutLight) {
   WriteFrames([](double, double) { return 0.0; });
-  quen::testing::ExpectThrows<std::runtime_error>(Name() + ": there is no spot in it to make a template of",
-                                                  [&] { static_cast<void>(Mean()); });
-  quen::testing::WriteImage(folder_ / "small.fits", SHORT_IMG, {3, 3}, quen::testing::Ramp(9));
+  testing::ExpectThrows<std::runtime_error>(Name() + ": there is no spot in it to make a template of",
+                                            [&] { static_cast<void>(Mean()); });
+  testing::WriteImage(folder_ / "small.fits", SHORT_IMG, {3, 3}, testing::Ramp(9));
   const InputFile small(folder_ / "small.fits");
   Camera camera;
-  quen::testing::ExpectThrows<std::runtime_error>(
+  testing::ExpectThrows<std::runtime_error>(
       folder_ / "small.fits" + ": expected a frame of 840 x 816 pixels (columns x rows), found 3 x 3",
       [&] { static_cast<void>(MeanSpot(FrameReader(small, ""), camera)); });
 }
 
 }  // namespace
+}  // namespace quen::workbench

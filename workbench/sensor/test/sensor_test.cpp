@@ -15,22 +15,18 @@
 #include "workbench/sensor/poke.hpp"
 #include "workbench/sensor/shapes.hpp"
 
+namespace quen::workbench {
 namespace {
 
 using quen::testing::ExpectThrows;
 using quen::testing::TempDir;
-using quen::workbench::Camera;
-using quen::workbench::Displacements;
-using quen::workbench::Matrix;
-using quen::workbench::ParseModes;
-using quen::workbench::ParseShape;
 
 /// On a synthetic calibration.
 class Sensor : public ::testing::Test {
  protected:
-  Sensor() { quen::workbench::WriteCalibration(folder_.Path(), false); }
+  Sensor() { WriteCalibration(folder_.Path(), false); }
 
-  [[nodiscard]] Camera Load() const { return quen::workbench::LoadSimulator<Camera>(folder_.Path()); }
+  [[nodiscard]] Camera Load() const { return LoadSimulator<Camera>(folder_.Path()); }
 
   TempDir folder_;
 };
@@ -41,19 +37,19 @@ TEST(UsedIndices, AreThoseOfTheFlagsUpToThe607th) {
   std::vector<std::uint8_t> flags(1089, 1);
   flags[0] = 0;
   flags[5] = 7;  // any but 0
-  const auto used = quen::workbench::UsedIndices(flags);
+  const auto used = UsedIndices(flags);
   ASSERT_EQ(used.size(), 607U);
   EXPECT_EQ(used.front(), 1U);
   EXPECT_EQ(used[4], 5U);
   EXPECT_EQ(used.back(), 607U);
-  EXPECT_EQ(quen::workbench::UsedIndices({0, 1, 1}), (std::vector<std::size_t>{1, 2}));
-  EXPECT_EQ(quen::workbench::UsedIndices(std::vector<std::uint8_t>(2000, 0)).size(), 0U);
+  EXPECT_EQ(UsedIndices({0, 1, 1}), (std::vector<std::size_t>{1, 2}));
+  EXPECT_EQ(UsedIndices(std::vector<std::uint8_t>(2000, 0)).size(), 0U);
 }
 
 TEST(SetUsedDisplacements, TakesTheYBlockFirst) {
   Eigen::VectorXd slopes = Eigen::VectorXd::LinSpaced(1214, 0.0, 1213.0);
   Displacements displacements;
-  quen::workbench::SetUsedDisplacements(slopes, {3, 10}, displacements);
+  SetUsedDisplacements(slopes, {3, 10}, displacements);
   EXPECT_EQ(displacements.y[3], 0.0);
   EXPECT_EQ(displacements.y[10], 1.0);
   EXPECT_EQ(displacements.x[3], 607.0);
@@ -89,7 +85,7 @@ TEST(ModeList, SaysWhatIsWrong) {
 TEST(NamedShape, SaysWhatIsWrong) {
   ExpectThrows<std::invalid_argument>("expected defocus:PIXELS, found defocus", [] { ParseShape("defocus"); });
   ExpectThrows<std::invalid_argument>("expected tip:PIXELS, found tip:far", [] { ParseShape("tip:far"); });
-  EXPECT_EQ(quen::testing::TextOfThrown<std::invalid_argument>([] {
+  EXPECT_EQ(testing::TextOfThrown<std::invalid_argument>([] {
               ParseShape("dent:1");
             }).find("expected one of flat, tip, tilt, defocus, oblique-astigmatism"),
             0U);
@@ -97,8 +93,8 @@ TEST(NamedShape, SaysWhatIsWrong) {
 
 TEST_F(Sensor, ShapesAreTheirWavefrontsGradients) {
   const Camera camera = Load();
-  const auto used = quen::workbench::UsedIndices(camera.RoisUsed());
-  const auto shape = [&](const char* text) { return quen::workbench::Shape(ParseShape(text), camera); };
+  const auto used = UsedIndices(camera.RoisUsed());
+  const auto shape = [&](const char* text) { return Shape(ParseShape(text), camera); };
   const Displacements tip = shape("tip:1.5");
   const Displacements tilt = shape("tilt:-0.5");
   const Displacements defocus = shape("defocus:2");
@@ -131,9 +127,9 @@ TEST_F(Sensor, ShapesAreTheirWavefrontsGradients) {
 
 TEST_F(Sensor, LongestDisplacementOfAShapeIsAsAsked) {
   const Camera camera = Load();
-  for (const std::string& name : quen::workbench::ShapeNames()) {
+  for (const std::string& name : ShapeNames()) {
     if (name == "flat") continue;
-    const Displacements shape = quen::workbench::Shape({name, 3.0}, camera);
+    const Displacements shape = Shape({name, 3.0}, camera);
     double longest = 0.0;
     for (std::size_t i = 0; i < 1089; ++i) {
       longest = std::max(longest, std::hypot(shape.x[i], shape.y[i]));
@@ -152,9 +148,8 @@ TEST_F(Sensor, MeasuredMatrixIsTheComputedOne) {
   Camera camera = Load();
   const Eigen::Map<const Matrix> computed(camera.M2s().data(), 1214, 52);
   int frames = 0;
-  const Matrix measured =
-      quen::workbench::MeasuredModesToSlopes(camera, {.engine = "weighted", .amplitude = 1.0}, [&] { ++frames; });
-  EXPECT_EQ(frames, quen::workbench::kPokeFrames);
+  const Matrix measured = MeasuredModesToSlopes(camera, {.engine = "weighted", .amplitude = 1.0}, [&] { ++frames; });
+  EXPECT_EQ(frames, kPokeFrames);
   for (Eigen::Index mode = 0; mode < 52; ++mode) {
     const double largest = computed.col(mode).cwiseAbs().maxCoeff();
     EXPECT_LT((measured.col(mode) - computed.col(mode)).cwiseAbs().maxCoeff(), 2e-3 * largest) << mode;
@@ -164,7 +159,7 @@ TEST_F(Sensor, MeasuredMatrixIsTheComputedOne) {
 TEST_F(Sensor, ModesArePushedBeforeTheyArePulled) {
   Camera camera = Load();
   std::vector<double> tip;  // mean displacement along x in each frame; mode 0 is tip
-  quen::workbench::MeasuredModesToSlopes(camera, {.amplitude = 1.0}, [&] {
+  MeasuredModesToSlopes(camera, {.amplitude = 1.0}, [&] {
     const std::vector<double>& x = camera.XSlopesUsed();
     tip.push_back(std::accumulate(x.begin(), x.end(), 0.0) / 607.0);
   });
@@ -176,7 +171,7 @@ TEST_F(Sensor, ModesArePushedBeforeTheyArePulled) {
 TEST_F(Sensor, MeasuredMatrixScattersWithTheNoiseOfItsSeed) {
   Camera camera = Load();
   const auto measured = [&](double noise, std::uint32_t seed) {
-    return quen::workbench::MeasuredModesToSlopes(
+    return MeasuredModesToSlopes(
         camera, {.engine = "weighted", .amplitude = 0.5, .exposure = {.noise = noise, .seed = seed}}, [] {});
   };
   const Matrix still = measured(0.0, 1);
@@ -189,7 +184,7 @@ TEST_F(Sensor, MeasuredMatrixScattersWithTheNoiseOfItsSeed) {
 // --- What is needed of a calibration
 
 TEST_F(Sensor, FlagsThatEndTooEarlyAreRefused) {
-  quen::workbench::Calibration calibration = quen::workbench::MakeCalibration();
+  Calibration calibration = MakeCalibration();
   calibration.used.resize(500);
   WriteCalibration(folder_.Path(), true, calibration);
   const auto set = std::ranges::count(calibration.used, 1);
@@ -200,11 +195,11 @@ TEST_F(Sensor, FlagsThatEndTooEarlyAreRefused) {
 }
 
 TEST_F(Sensor, HeadersTellGeometryBasisAndOrigin) {
-  const quen::workbench::Geometry geometry = {
+  const Geometry geometry = {
       .pitch = 23.5, .size = 21, .offset_x = 2.5, .obscuration = 0.3, .spider_angle = 45.0, .spider_width = 0.02};
-  WriteCalibration(folder_.Path(), true, MakeCalibration(geometry, quen::workbench::KarhunenLoeveBasis()));
+  WriteCalibration(folder_.Path(), true, MakeCalibration(geometry, KarhunenLoeveBasis()));
   const auto key = [&](const char* file, int hdu, const char* name) {
-    return quen::testing::KeywordReadByAstropy(folder_ / file, hdu, name);
+    return testing::KeywordReadByAstropy(folder_ / file, hdu, name);
   };
   EXPECT_EQ(key("data/M2S.fits", 0, "BASIS"), "Karhunen-Loeve (Kolmogorov)");
   EXPECT_EQ(key("data/M2S.fits", 0, "METHOD"), "mean gradients");
@@ -214,11 +209,12 @@ TEST_F(Sensor, HeadersTellGeometryBasisAndOrigin) {
   EXPECT_EQ(key("data/shs_rois.fits", 1, "OBSCUR"), "0.3");
   EXPECT_EQ(key("data/shs_rois.fits", 1, "SPIDANG"), "45.0");
   EXPECT_EQ(key("data/shs_rois.fits", 1, "SPIDWID"), "0.02");
-  for (const char* const name : quen::workbench::kCalibrationFiles) {
-    EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(folder_ / name), "");
+  for (const char* const name : kCalibrationFiles) {
+    EXPECT_EQ(testing::ComplaintsOfFitsverify(folder_ / name), "");
   }
   const Camera camera = Load();
   EXPECT_EQ(camera.Rois()[0].width, 21);
 }
 
 }  // namespace
+}  // namespace quen::workbench

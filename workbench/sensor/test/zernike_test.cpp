@@ -7,13 +7,8 @@
 #include <limits>
 #include <vector>
 
+namespace quen::workbench {
 namespace {
-
-using quen::workbench::Gradient;
-using quen::workbench::KolmogorovCovariance;
-using quen::workbench::KolmogorovVariance;
-using quen::workbench::NollOrders;
-using quen::workbench::Zernike;
 
 /// Modes 2 to 11 as Noll's table I has them.
 double NollsTable(int j, double x, double y) {
@@ -129,3 +124,4 @@ TEST(ZernikeModes, OfOtherAngularDependenceAreUncorrelated) {
 }
 
 }  // namespace
+}  // namespace quen::workbench
