@@ -10,7 +10,15 @@ namespace quen::centroiders {
 
 struct CorrelationLimits {
   static constexpr common::Limits kSize = {3, 63};
+  static constexpr common::Limits kFwhm = {1.0, 100.0};  ///< of a GaussianTemplate
 };
+
+/// A template for a Correlation: size · size numbers, row by row, of a Gaussian of height 1 whose centre is on the
+/// middle pixel.
+/// @param size  side, pixels: odd, within CorrelationLimits
+/// @param fwhm  full width at half maximum, pixels, within CorrelationLimits
+/// @throws std::invalid_argument  another size or width
+QUEN_EXPORT std::vector<double> GaussianTemplate(std::size_t size, double fwhm);
 
 struct CorrelationConfig {
   /// Side of the template, pixels: odd, within CorrelationLimits.

@@ -5,6 +5,7 @@
 namespace quen::centroiders {
 
 using common::InDigits;
+using common::RequireElementsWithin;
 using common::RequireWithin;
 
 }  // namespace quen::centroiders

@@ -13,17 +13,9 @@
 namespace quen::centroiders {
 namespace {
 
-std::vector<double> DrawnSpot(std::size_t size) {
-  std::vector<double> values;
-  const double middle = 0.5 * static_cast<double>(size - 1);
-  for (std::size_t y = 0; y < size; ++y) {
-    for (std::size_t x = 0; x < size; ++x) {
-      const double u = static_cast<double>(x) - middle;
-      const double v = static_cast<double>(y) - middle;
-      values.push_back(std::exp(shssim::kSpotExponent * (u * u + v * v)));
-    }
-  }
-  return values;
+void RequireSize(std::size_t size) {
+  RequireWithin("Correlation: size", static_cast<double>(size), CorrelationLimits::kSize);
+  if (size % 2 == 0) throw std::invalid_argument("Correlation: size must be odd, found " + std::to_string(size));
 }
 
 /// The largest of them that is in the region; the pixel itself where no neighbour exceeds it.
@@ -76,13 +68,28 @@ Point TopOf(const Neighbours& c, CorrelationTop top) {
 
 }  // namespace
 
+std::vector<double> GaussianTemplate(std::size_t size, double fwhm) {
+  RequireSize(size);
+  RequireWithin("Correlation: fwhm", fwhm, CorrelationLimits::kFwhm);
+  const double sigma = fwhm / shssim::kFwhmPerSigma;
+  const double middle = 0.5 * static_cast<double>(size - 1);
+  std::vector<double> values;
+  for (std::size_t y = 0; y < size; ++y) {
+    for (std::size_t x = 0; x < size; ++x) {
+      const double u = (static_cast<double>(x) - middle) / sigma;
+      const double v = (static_cast<double>(y) - middle) / sigma;
+      values.push_back(std::exp(-0.5 * (u * u + v * v)));
+    }
+  }
+  return values;
+}
+
 Correlation::Correlation(const CorrelationConfig& config) : Correlation(config, CorrelationTop::kOfParabolas) {}
 
 Correlation::Correlation(const CorrelationConfig& config, CorrelationTop top)
     : size_(static_cast<std::uint32_t>(config.size)), top_(top), template_(config.template_values) {
-  RequireWithin("Correlation: size", static_cast<double>(config.size), CorrelationLimits::kSize);
-  if (size_ % 2 == 0) throw std::invalid_argument("Correlation: size must be odd, found " + std::to_string(size_));
-  if (template_.empty()) template_ = DrawnSpot(size_);
+  RequireSize(config.size);
+  if (template_.empty()) template_ = GaussianTemplate(size_, shssim::kSpotFwhm);
   const std::size_t count = std::size_t{size_} * size_;
   if (template_.size() != count) {
     throw std::invalid_argument("Correlation: template_values must be " + std::to_string(count) + " numbers, found " +

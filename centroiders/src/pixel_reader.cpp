@@ -11,12 +11,7 @@
 namespace quen::centroiders {
 namespace {
 
-void RequireMapWithin(const std::string& field, const std::vector<double>& map, const common::Limits& limits) {
-  for (std::size_t k = 0; k < map.size(); ++k) {
-    if (limits.Contain(map[k])) continue;
-    RequireWithin(field + "[" + std::to_string(k) + "]", map[k], limits);
-  }
-}
+std::string IndexInBrackets(std::size_t k) { return "[" + std::to_string(k) + "]"; }
 
 /// A map and its name.
 struct SizeOfMap {
@@ -82,8 +77,8 @@ PixelReader::PixelReader(const std::string& engine, PixelReading reading)
   using Limits = PixelReadingLimits;
   RequireWithin(engine + ": pedestal", reading_.pedestal, Limits::kPedestal);
   if (reading_.ceiling) RequireWithin(engine + ": ceiling", *reading_.ceiling, Limits::kCeiling);
-  RequireMapWithin(engine + ": dark_map", reading_.dark_map, Limits::kDark);
-  RequireMapWithin(engine + ": flat_map", reading_.flat_map, Limits::kResponse);
+  RequireElementsWithin(engine + ": dark_map", reading_.dark_map, Limits::kDark, IndexInBrackets);
+  RequireElementsWithin(engine + ": flat_map", reading_.flat_map, Limits::kResponse, IndexInBrackets);
   const SizeOfMap dark = {"dark_map", reading_.dark_map.size()};
   const SizeOfMap flat = {"flat_map", reading_.flat_map.size()};
   const SizeOfMap bad = {"bad_pixels", reading_.bad_pixels.size()};

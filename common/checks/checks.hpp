@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <iomanip>
 #include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "common/checks/limits.hpp"
 
@@ -31,6 +33,17 @@ inline void RequireWithin(const std::string& field, double value, const Limits& 
   throw std::invalid_argument(field + " must be " + (limits.excludes_lowest ? "above " : "from ") +
                               InDigits(limits.lowest) + (limits.excludes_lowest ? " and at most " : " to ") +
                               InDigits(limits.highest) + ", found " + InDigits(value));
+}
+
+/// @param field     "Class: field"
+/// @param place_of  says where an element is, from its index
+/// @throws std::invalid_argument  an element that is not within the limits, NaN included: the first
+template <typename PlaceOf>
+void RequireElementsWithin(const std::string& field, const std::vector<double>& values, const Limits& limits,
+                           PlaceOf place_of) {
+  const auto outside = std::ranges::find_if_not(values, [&](double value) { return limits.Contain(value); });
+  if (outside == values.end()) return;
+  RequireWithin(field + place_of(static_cast<std::size_t>(outside - values.begin())), *outside, limits);
 }
 
 }  // namespace quen::common

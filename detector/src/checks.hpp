@@ -12,6 +12,7 @@
 
 namespace quen::detector {
 
+using common::RequireElementsWithin;
 using common::RequireWithin;
 
 /// @throws std::invalid_argument  another number of elements than a frame has. Allocates nothing otherwise

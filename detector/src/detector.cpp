@@ -27,10 +27,7 @@ double ElementOr(const std::vector<double>& map, std::size_t pixel, double other
 
 void RequireMap(const std::string& name, const std::vector<double>& map, const common::Limits& limits) {
   RequireSize("Detector: " + name, map.size());
-  for (std::size_t pixel = 0; pixel < map.size(); ++pixel) {
-    if (limits.Contain(map[pixel])) continue;
-    RequireWithin("Detector: " + name + PlaceOf(pixel), map[pixel], limits);
-  }
+  RequireElementsWithin("Detector: " + name, map, limits, PlaceOf);
 }
 
 void CheckBadPixels(const DetectorConfig& config) {
