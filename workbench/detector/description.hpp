@@ -32,8 +32,9 @@ struct MapSource {
 
 struct DetectorDescription {
   quen::detector::DetectorConfig config;
-  std::vector<MapSource> maps;   ///< that it has
-  std::vector<InputFile> files;  ///< that it was read from: the description, then the maps
+  std::vector<MapSource> maps;     ///< that it has
+  bool engines_know_maps = false;  ///< and correct frames for them
+  std::vector<InputFile> files;    ///< that it was read from: the description, then the maps
 };
 
 /// Of the pixels of a detector's frames, or of the simulator's where there is none: a detector counts from 0 on.

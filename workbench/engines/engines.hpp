@@ -8,6 +8,8 @@
 
 #include "centroiders/pixel_reading.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
+#include "workbench/detector/description.hpp"
+#include "workbench/engines/pixel_maps.hpp"
 #include "workbench/engines/spot_template.hpp"
 
 /// @file
@@ -25,13 +27,19 @@ std::vector<std::string> EngineNames();
 /// Their options and what they are, for the help: a line with the name of each engine, and one per option of it.
 std::string EngineHelp();
 
-/// @param sign  of the pixels, where the text says nothing of it
-/// @param spot  what it looks for, if it is an engine that takes a template; others leave it aside
+/// What an engine is told beside its text.
+struct EngineInputs {
+  quen::centroiders::PixelSign sign = quen::centroiders::PixelSign::kSigned;  ///< where the text says nothing of it
+  PixelMaps maps = {};                    ///< of the camera, as far as they are known
+  std::optional<SpotTemplate> spot = {};  ///< that an engine looks for which takes a template; others leave it aside
+};
+
+/// What engines are told of frames of a detector or, where there is none, of the simulator.
+EngineInputs InputsFor(const std::shared_ptr<const DetectorDescription>& detector);
+
 /// @throws std::invalid_argument  no such engine, no such option, a value that is not what the option takes, or one out
 ///                                of its range
-std::unique_ptr<Engine> MakeEngine(const std::string& text,
-                                   quen::centroiders::PixelSign sign = quen::centroiders::PixelSign::kSigned,
-                                   const std::optional<SpotTemplate>& spot = std::nullopt);
+std::unique_ptr<Engine> MakeEngine(const std::string& text, const EngineInputs& inputs = {});
 
 /// Whether an engine, as its text gives it, looks for a template.
 /// @throws std::invalid_argument  no such engine

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <vector>
 
-#include "common/checks/limits.hpp"
 #include "workbench/fits/input_file.hpp"
 
 /// @file
@@ -16,14 +15,6 @@ struct SpotTemplate {
   std::size_t size = 0;        ///< side, pixels: odd, within quen::centroiders::CorrelationLimits
   std::vector<double> values;  ///< row by row; finite, not all of them 0
 };
-
-struct SpotTemplateLimits {
-  static constexpr common::Limits kFwhm = {1.0, 100.0};
-};
-
-/// A Gaussian of height 1.
-/// @param fwhm  full width at half maximum, pixels
-SpotTemplate GaussianTemplate(std::size_t size, double fwhm);
 
 /// Reads the template in a file's primary image, of numbers of any type.
 /// @throws std::runtime_error  the file cannot be read, or its image is no template

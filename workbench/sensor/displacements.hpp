@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "shssim/shs_simulator.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 
@@ -12,8 +12,8 @@ inline constexpr double kSlopeLimit = 12.0;  ///< pixels: half a region
 
 /// Displacements of all 1089 spots from their references, pixels, in the order of the sub-apertures.
 struct Displacements {
-  std::vector<double> x = std::vector<double>(quen::basesim::kNumRois, 0.0);
-  std::vector<double> y = std::vector<double>(quen::basesim::kNumRois, 0.0);
+  std::vector<double> x = std::vector<double>(kNumRois, 0.0);
+  std::vector<double> y = std::vector<double>(kNumRois, 0.0);
 };
 
 /// Indices of the used sub-apertures, in their order, up to the 607th.

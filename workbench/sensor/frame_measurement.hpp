@@ -49,10 +49,11 @@ struct PixelRange {
 };
 
 struct MeasureOptions {
-  std::string engine = kDefaultEngine;  ///< as MakeEngine takes it
-  std::optional<SpotTemplate> spot;     ///< the engine's template, which it takes if TakesTemplate says so
-  double limit = kSlopeLimit;           ///< largest displacement, pixels; larger ones are cut to it
-  std::optional<Displacements> truth;   ///< to compare with
+  std::string engine = kDefaultEngine;      ///< as MakeEngine takes it
+  PixelMaps maps = {};                      ///< of the camera, as far as they are known
+  std::optional<SpotTemplate> spot = {};    ///< the engine's template, which it takes if TakesTemplate says so
+  double limit = kSlopeLimit;               ///< largest displacement, pixels; larger ones are cut to it
+  std::optional<Displacements> truth = {};  ///< to compare with
 };
 
 /// What was measured in all frames together, at used sub-apertures.

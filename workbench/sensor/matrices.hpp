@@ -3,6 +3,7 @@
 #include <Eigen/Dense>
 
 #include "shssim/shs_simulator.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 /// @file
 /// A simulator's matrices and slopes for linear algebra, without a copy: good as long as the simulator is. And what
@@ -15,17 +16,17 @@ using Matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowM
 
 /// Modes to slopes, 1214 × 52.
 inline Eigen::Map<const Matrix> M2sOf(const quen::shssim::ShsSimulator& simulator) {
-  return {simulator.M2s().data(), quen::basesim::kNumSlopes, quen::basesim::kNumModes};
+  return {simulator.M2s().data(), kNumSlopes, kNumModes};
 }
 
 /// Control matrix, 52 × 1214.
 inline Eigen::Map<const Matrix> CmOf(const quen::shssim::ShsSimulator& simulator) {
-  return {simulator.Cm().data(), quen::basesim::kNumModes, quen::basesim::kNumSlopes};
+  return {simulator.Cm().data(), kNumModes, kNumSlopes};
 }
 
 /// The last slopes, 1214.
 inline Eigen::Map<const Eigen::VectorXd> SlopesOf(const quen::shssim::ShsSimulator& simulator) {
-  return {simulator.Slopes().data(), quen::basesim::kNumSlopes};
+  return {simulator.Slopes().data(), kNumSlopes};
 }
 
 /// The control matrix of a modes-to-slopes matrix, or the reverse.

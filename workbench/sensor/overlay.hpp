@@ -4,14 +4,14 @@
 #include <optional>
 #include <vector>
 
-#include "quen_image_processing/roi/roi.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 
 namespace quen::workbench {
 
 /// Sub-apertures to be drawn on a frame or a plane, with arrows for displacements if there are any.
 struct Overlay {
-  std::vector<quen::image_processing::Roi> rois;
+  std::vector<Roi> rois;
   std::vector<std::uint8_t> used;
   std::optional<Displacements> displacements;
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "quen_image_processing/roi/roi.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/frame_file.hpp"
 
 namespace quen::workbench {
@@ -18,7 +18,6 @@ struct Pedestal {
 };
 
 /// Looks at the regions that are used. Those that are empty or reach out of the frame do not count.
-Pedestal PedestalOf(const Frame& frame, const std::vector<quen::image_processing::Roi>& rois,
-                    const std::vector<std::uint8_t>& used);
+Pedestal PedestalOf(const Frame& frame, const std::vector<Roi>& rois, const std::vector<std::uint8_t>& used);
 
 }  // namespace quen::workbench

@@ -6,6 +6,7 @@
 #include "workbench/engines/engines.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/camera.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 /// @file
 /// A modes-to-slopes matrix, measured as on an instrument: each mode is pushed and pulled, and the slopes are measured.
@@ -19,7 +20,7 @@ struct PokeOptions {
 };
 
 /// The frames that MeasuredModesToSlopes renders.
-inline constexpr int kPokeFrames = 2 * static_cast<int>(quen::basesim::kNumModes);
+inline constexpr int kPokeFrames = 2 * static_cast<int>(kNumModes);
 
 /// Column m is (s(+a) − s(−a)) / 2a: slopes measured with mode m of the camera's own matrix at the amplitudes ±a
 /// that move no spot by more than `amplitude`.

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "quen_image_processing/roi/roi.hpp"
 #include "workbench/fits/table.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 
 /// @file
@@ -55,7 +55,7 @@ std::vector<std::string> FlagColumnNames();
 std::vector<RegionRow> ReadBounds(const InputFile& file);
 
 /// @throws std::runtime_error  a table is missing, cannot be read, or is not 1089 rows long
-std::vector<quen::image_processing::Roi> ReadRegions(const InputFile& file);
+std::vector<Roi> ReadRegions(const InputFile& file);
 std::vector<std::uint8_t> ReadFlags(const InputFile& file, const char* name);
 Displacements ReadSlopeDisplacements(const InputFile& file);
 std::vector<double> ReadFlux(const InputFile& file);

@@ -12,16 +12,11 @@
 #include "common/fits/fits.hpp"
 #include "workbench/check/check.hpp"
 #include "workbench/fits/content.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
-using quen::basesim::kNumModes;
-using quen::basesim::kNumRois;
-using quen::basesim::kNumSlopes;
 
 using Axes = std::vector<std::size_t>;
 

@@ -12,12 +12,11 @@
 #include "workbench/check/src/check_inverse.hpp"
 #include "workbench/check/src/check_modes.hpp"
 #include "workbench/check/src/matrix_layouts.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::shssim::kNumRoisUsed;
 
 constexpr int kDegree = 14;  // of smooth surfaces: with details of a tenth of the pupil
 

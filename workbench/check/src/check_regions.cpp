@@ -6,16 +6,11 @@
 #include "common/statistics/quantile.hpp"
 #include "workbench/check/check.hpp"
 #include "workbench/check/src/lattice.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
-using quen::basesim::kNumRois;
-using quen::image_processing::Roi;
-using quen::shssim::kNumRoisUsed;
 
 // --- Regions
 

@@ -10,13 +10,14 @@
 #include <utility>
 
 #include "common/statistics/quantile.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {
 
 using Point = Eigen::Vector2d;
 
-std::vector<Point> References(const std::vector<quen::image_processing::Roi>& rois) {
+std::vector<Point> References(const std::vector<Roi>& rois) {
   std::vector<Point> points;
   points.reserve(rois.size());
   for (const auto& roi : rois) points.emplace_back(roi.x_ref, roi.y_ref);
@@ -132,7 +133,7 @@ std::string Mistake(const Traversal& traversal, const Traversal& base) {
 
 }  // namespace
 
-std::optional<Lattice> Lattice::Fit(const std::vector<quen::image_processing::Roi>& rois) {
+std::optional<Lattice> Lattice::Fit(const std::vector<Roi>& rois) {
   constexpr double kFar = 0.4;  // of a step
   constexpr double kMostOfThem = 0.95;
   constexpr int kRounds = 3;

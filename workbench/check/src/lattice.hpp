@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "quen_image_processing/roi/roi.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 /// @file
 /// The grid that the sub-apertures lie on, and the orders in which a list may go through them.
@@ -22,7 +22,7 @@ struct Place {
 /// few degrees and stretched, its references scattered and some of them missing.
 struct Lattice {
   /// @return  none if the references are on no such grid, or two of them in one place
-  static std::optional<Lattice> Fit(const std::vector<quen::image_processing::Roi>& rois);
+  static std::optional<Lattice> Fit(const std::vector<Roi>& rois);
 
   double pitch_x;  ///< pixels
   double pitch_y;

@@ -1,4 +1,5 @@
 #include "workbench/check/src/slope_space.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -38,7 +39,7 @@ struct Chebyshev {
 };
 
 /// References of the used sub-apertures, from −1 to 1.
-Eigen::MatrixXd PointsOf(const std::vector<quen::image_processing::Roi>& rois, const std::vector<std::size_t>& used) {
+Eigen::MatrixXd PointsOf(const std::vector<Roi>& rois, const std::vector<std::size_t>& used) {
   Eigen::MatrixXd points(static_cast<Eigen::Index>(used.size()), 2);
   for (std::size_t k = 0; k < used.size(); ++k) {
     points.row(static_cast<Eigen::Index>(k)) << rois[used[k]].x_ref, rois[used[k]].y_ref;
@@ -68,8 +69,7 @@ SlopeSpace::SlopeSpace(const Fields& vectors) : vectors_(Normalised(vectors)) {
   gram_.compute(gram);
 }
 
-SlopeSpace SlopeSpace::OfGradients(const std::vector<quen::image_processing::Roi>& rois,
-                                   const std::vector<std::size_t>& used, int degree) {
+SlopeSpace SlopeSpace::OfGradients(const std::vector<Roi>& rois, const std::vector<std::size_t>& used, int degree) {
   const Eigen::MatrixXd points = PointsOf(rois, used);
   const Eigen::Index half = points.rows();
   Fields gradients(2 * half, (degree + 1) * (degree + 2) / 2 - 1);
@@ -88,8 +88,7 @@ SlopeSpace SlopeSpace::OfGradients(const std::vector<quen::image_processing::Roi
   return SlopeSpace(gradients);
 }
 
-SlopeSpace SlopeSpace::OfSurfaces(const std::vector<quen::image_processing::Roi>& rois,
-                                  const std::vector<std::size_t>& used, int degree) {
+SlopeSpace SlopeSpace::OfSurfaces(const std::vector<Roi>& rois, const std::vector<std::size_t>& used, int degree) {
   const Eigen::MatrixXd points = PointsOf(rois, used);
   Fields surfaces(points.rows(), (degree + 1) * (degree + 2) / 2);
   for (Eigen::Index k = 0; k < points.rows(); ++k) {

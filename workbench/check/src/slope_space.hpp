@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "workbench/check/src/layout.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 /// @file
 /// Slope vectors that a matrix's should be made of, and in which layout they are.
@@ -18,13 +19,11 @@ class SlopeSpace {
 
   /// Gradients of smooth surfaces: of the products of Chebyshev polynomials up to a degree, at the used sub-apertures.
   /// A wavefront's slopes are such a gradient, whatever the modes are.
-  static SlopeSpace OfGradients(const std::vector<quen::image_processing::Roi>& rois,
-                                const std::vector<std::size_t>& used, int degree);
+  static SlopeSpace OfGradients(const std::vector<Roi>& rois, const std::vector<std::size_t>& used, int degree);
 
   /// The products themselves, at the used sub-apertures: 607 × n. Slopes along one axis that change smoothly are such a
   /// sum, also where x and y slopes together are no gradient.
-  static SlopeSpace OfSurfaces(const std::vector<quen::image_processing::Roi>& rois,
-                               const std::vector<std::size_t>& used, int degree);
+  static SlopeSpace OfSurfaces(const std::vector<Roi>& rois, const std::vector<std::size_t>& used, int degree);
 
   /// The share of each vector's mean square that is in this space, 0 to 1; 0 for zeros.
   [[nodiscard]] Eigen::VectorXd Shares(const Fields& fields) const;

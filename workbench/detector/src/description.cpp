@@ -246,8 +246,9 @@ std::string DescribedInFull(const DetectorConfig& config, const std::vector<MapS
 }
 
 std::string InWords(const DetectorDescription& detector) {
-  return fmt::format("{:.4g} electrons a spot, read noise {:g}",
-                     detector.config.electrons_per_unit * quen::shssim::kSpotFlux, detector.config.read_noise);
+  return fmt::format("{:.4g} electrons a spot, read noise {:g}{}",
+                     detector.config.electrons_per_unit * quen::shssim::kSpotFlux, detector.config.read_noise,
+                     detector.engines_know_maps ? ", maps known to the engines" : "");
 }
 
 void WriteDetectorKeys(const Handle& file, const DetectorDescription& detector) {
@@ -258,6 +259,8 @@ void WriteDetectorKeys(const Handle& file, const DetectorDescription& detector) 
     const auto* const map = std::ranges::find(kMaps, std::string_view(source.member), &Map::name);
     WriteKey(file, map->keyword, source.file, map->what);
   }
+  if (detector.engines_know_maps)
+    WriteKey(file, "ENGMAPS", std::string("known"), "engines correct frames for the maps");
 }
 
 }  // namespace quen::workbench

@@ -31,14 +31,10 @@ using quen::common::Limits;
 /// What stands after an engine's name. Each option is taken by the engine that knows it.
 class Options {
  public:
-  /// @param sign  of the pixels, where the values say nothing of it
-  /// @param spot  what a correlation looks for, if it is not the drawn spot
-  Options(std::string engine, std::map<std::string, std::string> values, PixelSign sign,
-          std::optional<SpotTemplate> spot)
-      : engine_(std::move(engine)), values_(std::move(values)), sign_(sign), spot_(std::move(spot)) {}
+  Options(std::string engine, std::map<std::string, std::string> values, const EngineInputs& inputs)
+      : engine_(std::move(engine)), values_(std::move(values)), inputs_(inputs) {}
 
-  [[nodiscard]] PixelSign Sign() const { return sign_; }
-  [[nodiscard]] const std::optional<SpotTemplate>& Spot() const { return spot_; }
+  [[nodiscard]] const EngineInputs& Inputs() const { return inputs_; }
 
   [[nodiscard]] bool Has(const std::string& name) const { return values_.contains(name); }
 
@@ -78,8 +74,7 @@ class Options {
  private:
   std::string engine_;
   std::map<std::string, std::string> values_;
-  PixelSign sign_;
-  std::optional<SpotTemplate> spot_;
+  const EngineInputs& inputs_;
 };
 
 std::unique_ptr<Engine> MakeCentreOfGravity(const Options& options) {
@@ -123,23 +118,23 @@ std::unique_ptr<Engine> MakeCorrelation(const Options& options) {
   CorrelationConfig config;
   if (const std::optional<long> size = options.WholeNumber("size")) config.size = static_cast<std::size_t>(*size);
   if (const std::optional<double> fwhm = options.Number("fwhm")) {
-    RequireWithin("Correlation: size", static_cast<double>(config.size), CorrelationLimits::kSize);
-    RequireWithin("Correlation: fwhm", *fwhm, SpotTemplateLimits::kFwhm);
-    config.template_values = GaussianTemplate(config.size, *fwhm).values;
+    config.template_values = GaussianTemplate(config.size, *fwhm);
   }
-  if (options.Spot()) {
+  if (const std::optional<SpotTemplate>& spot = options.Inputs().spot) {
     for (const char* const name : {"size", "fwhm"}) {
       if (options.Has(name)) options.Refuse(name, "none beside a template");
     }
-    config = {options.Spot()->size, options.Spot()->values};
+    config = {spot->size, spot->values};
   }
   const bool of_surface = options.IsSecond("top", "parabolas", "surface");
   return std::make_unique<Correlation>(config, of_surface ? CorrelationTop::kOfSurface : CorrelationTop::kOfParabolas);
 }
 
-/// How the options say that counts are read; signs are the file's where they do not.
+/// How counts are read: as the options say, with the camera's maps.
 PixelReading ReadingOf(const Options& options) {
-  PixelReading reading = {.sign = options.Sign()};
+  const PixelMaps& maps = options.Inputs().maps;
+  PixelReading reading = {
+      .sign = options.Inputs().sign, .dark_map = maps.dark, .flat_map = maps.flat, .bad_pixels = maps.bad};
   if (options.Has("pixels")) {
     const bool is_unsigned = options.IsSecond("pixels", "signed", "unsigned");
     reading.sign = is_unsigned ? PixelSign::kUnsigned : PixelSign::kSigned;
@@ -227,7 +222,9 @@ std::vector<Option> AllOptions(const Kind& kind) {
 std::unique_ptr<Engine> MakeReading(const Kind& kind, const Options& options) {
   std::unique_ptr<Engine> engine = kind.make(options);
   const auto is_given = [&](const Option& option) { return options.Has(option.name); };
-  const bool is_plain = options.Sign() == PixelSign::kSigned && std::ranges::none_of(OptionsOfReading(), is_given);
+  const EngineInputs& inputs = options.Inputs();
+  const bool is_plain =
+      inputs.sign == PixelSign::kSigned && inputs.maps.AreEmpty() && std::ranges::none_of(OptionsOfReading(), is_given);
   if (kind.reads || is_plain) return engine;
   LightConfig config = {.reading = ReadingOf(options)};
   if (options.IsSecond("subtract", "none", "border")) config.background = BackgroundEstimate::kBorderMedian;
@@ -264,7 +261,7 @@ const std::vector<Kind>& Kinds() {
       {"correlation",
        {WithDefault("size", "of the template, odd, pixels", CorrelationLimits::kSize,
                     static_cast<double>(correlation.size)),
-        {"fwhm", "of the template's Gaussian, pixels", SpotTemplateLimits::kFwhm, "the drawn spot's"},
+        {"fwhm", "of the template's Gaussian, pixels", CorrelationLimits::kFwhm, "the drawn spot's"},
         {"top", "of parabolas, or of a surface", {}, "parabolas"}},
        MakeCorrelation},
       {"gaussian-fit",
@@ -374,10 +371,16 @@ std::string EngineHelp() {
   return text + "  all but maximum-likelihood, which has its own\n" + Described(OptionsOfReading());
 }
 
-std::unique_ptr<Engine> MakeEngine(const std::string& text, PixelSign sign, const std::optional<SpotTemplate>& spot) {
+EngineInputs InputsFor(const std::shared_ptr<const DetectorDescription>& detector) {
+  EngineInputs inputs = {.sign = SignOf(detector)};
+  if (detector && detector->engines_know_maps) inputs.maps = MapsOf(detector->config);
+  return inputs;
+}
+
+std::unique_ptr<Engine> MakeEngine(const std::string& text, const EngineInputs& inputs) {
   const Request request = RequestOf(text);
   try {
-    return MakeReading(*request.kind, Options(request.kind->name, Parse(*request.kind, request.options), sign, spot));
+    return MakeReading(*request.kind, Options(request.kind->name, Parse(*request.kind, request.options), inputs));
   } catch (const std::invalid_argument& error) {
     throw std::invalid_argument(InWordsOfTheUser(*request.kind, error.what()));
   }

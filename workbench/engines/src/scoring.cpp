@@ -23,8 +23,8 @@ std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const
   std::vector<std::unique_ptr<Engine>> made;
   std::vector<std::reference_wrapper<Engine>> references;
   references.reserve(engines.size());
-  const quen::centroiders::PixelSign sign = SignOf(conditions.detector);
-  for (const std::string& text : engines) references.emplace_back(*made.emplace_back(MakeEngine(text, sign)));
+  const EngineInputs inputs = InputsFor(conditions.detector);
+  for (const std::string& text : engines) references.emplace_back(*made.emplace_back(MakeEngine(text, inputs)));
   const auto scores = conditions.detector
                           ? ScoreEngines(simulator, references, conditions.options, conditions.detector->config)
                           : ScoreEngines(simulator, references, conditions.options);

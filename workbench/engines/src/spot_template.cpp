@@ -9,7 +9,6 @@
 
 #include "centroiders/correlation.hpp"
 #include "common/fits/fits.hpp"
-#include "shssim/spot.hpp"
 #include "workbench/fits/content.hpp"
 
 namespace quen::workbench {
@@ -39,20 +38,6 @@ void RequireSpot(const InputFile& file, const SpotTemplate& spot) {
 }
 
 }  // namespace
-
-SpotTemplate GaussianTemplate(std::size_t size, double fwhm) {
-  const double sigma = fwhm / quen::shssim::kFwhmPerSigma;
-  const double middle = 0.5 * static_cast<double>(size - 1);
-  SpotTemplate spot = {size, {}};
-  for (std::size_t y = 0; y < size; ++y) {
-    for (std::size_t x = 0; x < size; ++x) {
-      const double u = (static_cast<double>(x) - middle) / sigma;
-      const double v = (static_cast<double>(y) - middle) / sigma;
-      spot.values.push_back(std::exp(-0.5 * (u * u + v * v)));
-    }
-  }
-  return spot;
-}
 
 SpotTemplate ReadTemplate(const InputFile& file) {
   return Reading(file, [&] {

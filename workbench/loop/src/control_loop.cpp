@@ -4,14 +4,12 @@
 #include <cmath>
 #include <utility>
 
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/matrices.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::basesim::kNumModes;
-using quen::basesim::kNumSlopes;
 
 /// result = matrix · vector, in the result's own memory. No wider than any x86-64 processor has it: the frame has
 /// driven the matrices out of the second-level cache, and wider instructions wait as long for the third (a trial: 29
@@ -56,7 +54,7 @@ struct ControlLoop::State {
         m2s(M2sOf(camera)),
         cm(CmOf(camera)),
         used(UsedIndices(camera.RoisUsed())),
-        centroiding(MakeEngine(options.engine, options.exposure.Sign())),
+        centroiding(MakeEngine(options.engine, InputsFor(options.exposure.detector))),
         corrections(static_cast<std::size_t>(options.delay), NoModes()) {
     run.records.assign(frames, {NoModes(), NoModes(), NoModes()});
   }

@@ -5,15 +5,14 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "basesim/base_simulator.hpp"
 #include "common/fits/fits.hpp"
 #include "workbench/fits/content.hpp"
 #include "workbench/loop/telemetry.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {
 
-using quen::basesim::kNumModes;
 using quen::common::Fits::Handle;
 
 constexpr auto kModes = static_cast<Eigen::Index>(kNumModes);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "workbench/fits/table.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {
@@ -19,7 +20,7 @@ struct TelemetryRow {
   double residual_rms = 0.0;
   FrameRecord record = {NoModes(), NoModes(), NoModes()};
 
-  static Eigen::VectorXd NoModes() { return Eigen::VectorXd::Zero(quen::basesim::kNumModes); }
+  static Eigen::VectorXd NoModes() { return Eigen::VectorXd::Zero(kNumModes); }
 };
 
 template <Eigen::VectorXd FrameRecord::*kVector>
@@ -75,7 +76,7 @@ std::vector<FrameRecord> ReadTelemetry(const InputFile& file) {
 Series ReadDisturbance(const InputFile& file) {
   const auto disturbance = std::span(kTelemetryColumns).subspan(kFirstOfModes, 1);
   const std::vector<TelemetryRow> rows = ReadRows<TelemetryRow>(file, kTelemetryTable, disturbance);
-  Series series(static_cast<Eigen::Index>(rows.size()), static_cast<Eigen::Index>(quen::basesim::kNumModes));
+  Series series(static_cast<Eigen::Index>(rows.size()), static_cast<Eigen::Index>(kNumModes));
   for (std::size_t k = 0; k < rows.size(); ++k) {
     series.row(static_cast<Eigen::Index>(k)) = rows[k].record.disturbance;
   }

@@ -7,13 +7,11 @@
 #include <numbers>
 
 #include "workbench/pictures/src/matrix_cells.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::image_processing::Roi;
-using quen::shssim::kNumRoisUsed;
 
 constexpr Colour kRegion = {0.25, 0.60, 0.90, 0.30};
 constexpr Colour kRegionEdge = {0.10, 0.40, 0.75, 1.0};

@@ -7,12 +7,10 @@
 #include "workbench/pictures/frame_picture.hpp"
 #include "workbench/pictures/src/plane.hpp"
 #include "workbench/pictures/src/plot.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
 
 constexpr double kSecond = kMargin + static_cast<double>(kFrameWidth) + 40.0;  // left edge of the second plane
 constexpr double kHeight = kTop + static_cast<double>(kFrameHeight) + 30.0;
@@ -74,7 +72,7 @@ std::string DrawRegions(const Overlay& overlay) {
   plane.DrawOutlines(overlay);
   Use(cr, kInk);
   std::ptrdiff_t lost = 0;
-  for (const quen::image_processing::Roi& roi : overlay.rois) {
+  for (const Roi& roi : overlay.rois) {
     if (!std::isfinite(roi.x_ref) || !std::isfinite(roi.y_ref)) {
       ++lost;
       continue;

@@ -7,12 +7,10 @@
 #include "workbench/pictures/frame_picture.hpp"
 #include "workbench/pictures/src/plane.hpp"
 #include "workbench/pictures/src/plot.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
 
 constexpr double kPlotWidth = 640.0;
 constexpr double kSmallest = 1e-6;  // rad: a logarithmic axis needs an end

@@ -1,4 +1,5 @@
 #include "workbench/pictures/src/panel.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {
@@ -38,8 +39,8 @@ void DrawPanels(cairo_t* cr, double top, const std::vector<Panel>& panels) {
   }
 }
 
-Panel FieldPanel(const std::string& title, const std::vector<quen::image_processing::Roi>& rois,
-                 const VectorField& field, const std::string& unit) {
+Panel FieldPanel(const std::string& title, const std::vector<Roi>& rois, const VectorField& field,
+                 const std::string& unit) {
   return {title, SizeWords(field, unit),
           [rois, field](cairo_t* cr, const Box& box) { DrawVectorField(cr, DetectorMap(box, rois), field); }};
 }

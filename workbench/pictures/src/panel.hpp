@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "workbench/pictures/src/vector_field.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 /// @file
 /// Small pictures of the same size side by side, four in a row, each with a title above and a line below.
@@ -30,7 +31,7 @@ double PanelsHeight(const std::vector<Panel>& panels);
 void DrawPanels(cairo_t* cr, double top, const std::vector<Panel>& panels);
 
 /// An arrow map on the grid of these regions, with the sizes below.
-Panel FieldPanel(const std::string& title, const std::vector<quen::image_processing::Roi>& rois,
-                 const VectorField& field, const std::string& unit);
+Panel FieldPanel(const std::string& title, const std::vector<Roi>& rois, const VectorField& field,
+                 const std::string& unit);
 
 }  // namespace quen::workbench

@@ -1,12 +1,11 @@
 #include "workbench/pictures/src/plane.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 #include <algorithm>
 #include <cmath>
 
 namespace quen::workbench {
 namespace {
-
-using quen::image_processing::Roi;
 
 constexpr double kLongestArrow = 11.0;  // stays inside the region
 

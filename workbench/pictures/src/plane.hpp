@@ -1,8 +1,8 @@
 #pragma once
 
-#include "quen_image_processing/roi/roi.hpp"
 #include "workbench/pictures/src/canvas.hpp"
 #include "workbench/pictures/stretch.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/frame_file.hpp"
 #include "workbench/sensor/overlay.hpp"
 
@@ -20,7 +20,7 @@ class Plane {
   /// Arrows for the displacements of the used sub-apertures, cut to the longest that stays inside a region.
   void DrawArrows(const Overlay& overlay, double magnification) const;
   /// Fills the region of a sub-aperture.
-  void Fill(const quen::image_processing::Roi& roi, const Colour& colour) const;
+  void Fill(const Roi& roi, const Colour& colour) const;
 
  private:
   [[nodiscard]] double X(double column) const { return left_ + column + 0.5; }

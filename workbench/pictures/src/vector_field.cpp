@@ -6,13 +6,12 @@
 #include <cmath>
 #include <numbers>
 
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/geometry.hpp"
 #include "workbench/sensor/matrices.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::image_processing::Roi;
 
 constexpr Colour kVector = {0.00, 0.32, 0.60, 1.0};
 constexpr Colour kCut = {0.84, 0.10, 0.10, 1.0};

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "workbench/pictures/src/plot.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/overlay.hpp"
 
 /// @file
@@ -17,7 +18,7 @@ class DetectorMap {
  public:
   /// Onto the grid of these regions, with half a step around it.
   /// @param rois  at least one
-  DetectorMap(const Box& box, const std::vector<quen::image_processing::Roi>& rois);
+  DetectorMap(const Box& box, const std::vector<Roi>& rois);
   /// Onto a square of the detector.
   DetectorMap(const Box& box, const Eigen::Vector2d& middle, double side);
 
@@ -35,11 +36,11 @@ class DetectorMap {
 };
 
 /// The middle of a region along each axis: pixel centres are at integers.
-Eigen::Vector2d Middle(const quen::image_processing::Roi& roi);
+Eigen::Vector2d Middle(const Roi& roi);
 
 /// Vectors at the middles of regions.
 struct VectorField {
-  std::vector<quen::image_processing::Roi> rois;
+  std::vector<Roi> rois;
   std::vector<Eigen::Vector2d> vectors;
 };
 
@@ -47,7 +48,7 @@ struct VectorField {
 VectorField SlopeField(const Overlay& overlay, const Eigen::VectorXd& slopes);
 
 /// How far the references are from the middles of their regions.
-VectorField OffsetField(const std::vector<quen::image_processing::Roi>& rois);
+VectorField OffsetField(const std::vector<Roi>& rois);
 
 /// Draws arrows around their points, the larger ones as long as a step of the grid. A vector of zeros is a small ring,
 /// one that is not finite a cross, and one that is much longer than almost all is cut, and red.

@@ -2,16 +2,14 @@
 
 #include <algorithm>
 
-#include "basesim/base_simulator.hpp"
 #include "common/fits/fits.hpp"
 #include "workbench/fits/content.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/matrices.hpp"
 #include "workbench/sensor/zernike.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::basesim::kNumModes;
 
 constexpr int kLastZernike = 231;
 constexpr const char* kKarhunenLoeveTitle = "Karhunen-Loeve (Kolmogorov)";

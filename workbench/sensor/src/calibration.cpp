@@ -10,6 +10,7 @@
 #include "workbench/fits/header.hpp"
 #include "workbench/fits/memory_fits.hpp"
 #include "workbench/fits/staged_file.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/matrix_file.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
@@ -18,10 +19,7 @@
 namespace quen::workbench {
 namespace {
 
-using quen::basesim::kNumRois;
-using quen::basesim::kNumSlopes;
 using quen::common::Fits::Handle;
-using quen::shssim::kNumRoisUsed;
 
 constexpr const char* kCommand = "calibrate";
 

@@ -8,6 +8,7 @@
 #include "pim/helper.hpp"
 #include "workbench/fits/content.hpp"
 #include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
 
@@ -73,9 +74,8 @@ std::string quen::workbench::WithCalibrationNames(std::string message) {
 void quen::workbench::RequireFlags(const quen::shssim::ShsSimulator& simulator, const std::string& folder) {
   const std::size_t flags = simulator.RoisUsed().size();
   const std::size_t used = UsedIndices(simulator.RoisUsed()).size();
-  if (used == quen::shssim::kNumRoisUsed || flags >= quen::basesim::kNumRois) return;
+  if (used == kNumRoisUsed || flags >= kNumRois) return;
   throw std::runtime_error("the calibration in " + folder + " has " + std::to_string(flags) + " usage flags, " +
-                           std::to_string(used) + " of them set; expected " + std::to_string(quen::basesim::kNumRois) +
-                           " and " + std::to_string(quen::shssim::kNumRoisUsed) + "; 'quen-shs check " + folder +
-                           "' tells more");
+                           std::to_string(used) + " of them set; expected " + std::to_string(kNumRois) + " and " +
+                           std::to_string(kNumRoisUsed) + "; 'quen-shs check " + folder + "' tells more");
 }

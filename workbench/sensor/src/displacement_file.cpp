@@ -11,12 +11,11 @@
 #include "workbench/fits/content.hpp"
 #include "workbench/fits/header.hpp"
 #include "workbench/fits/numbers.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::basesim::kNumRois;
 
 Displacements ReadText(const InputFile& file) {
   std::istringstream lines(file.Text());

@@ -1,13 +1,13 @@
 #include "workbench/sensor/displacements.hpp"
 
-namespace quen::workbench {
+#include "workbench/sensor/dimensions.hpp"
 
-using quen::shssim::kNumRoisUsed;
+namespace quen::workbench {
 
 std::vector<std::size_t> UsedIndices(const std::vector<std::uint8_t>& flags) {
   std::vector<std::size_t> used;
   used.reserve(kNumRoisUsed);
-  for (std::size_t i = 0; i < flags.size() && i < quen::basesim::kNumRois && used.size() < kNumRoisUsed; ++i) {
+  for (std::size_t i = 0; i < flags.size() && i < kNumRois && used.size() < kNumRoisUsed; ++i) {
     if (flags[i] != 0) used.push_back(i);
   }
   return used;

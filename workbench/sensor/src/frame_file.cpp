@@ -10,12 +10,11 @@
 #include "common/fits/fits.hpp"
 #include "workbench/fits/content.hpp"
 #include "workbench/fits/memory_fits.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {
 
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
 using quen::centroiders::PixelSign;
 using quen::common::Fits::Handle;
 

@@ -68,7 +68,7 @@ MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const Me
     if (std::abs(pedestal.share) > std::abs(measured.pedestal.share)) measured.pedestal = pedestal;
 
     std::unique_ptr<Engine>& centroiding = engines[range.Sign()];
-    if (!centroiding) centroiding = MakeEngine(options.engine, range.Sign(), options.spot);
+    if (!centroiding) centroiding = MakeEngine(options.engine, {range.Sign(), options.maps, options.spot});
     camera.Load(frame.pixels);
     camera.ComputeSlopes(*centroiding, options.limit, std::nullopt);
     AddSpots(camera, options, measured);

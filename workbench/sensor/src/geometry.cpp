@@ -7,13 +7,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "shssim/shs_simulator.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
 
 /// First pixel of the grid's first region along an axis of this many pixels.
 double First(const Geometry& geometry, std::size_t pixels, double offset) {
@@ -71,8 +68,7 @@ int LitPoints(const Geometry& geometry, std::size_t i) {
 }
 
 std::vector<std::uint8_t> UsedFlags(const Geometry& geometry) {
-  using quen::shssim::kNumRoisUsed;
-  std::vector<int> lit(quen::basesim::kNumRois);
+  std::vector<int> lit(kNumRois);
   for (std::size_t i = 0; i < lit.size(); ++i) lit[i] = LitPoints(geometry, i);
   const auto any_light = std::ranges::count_if(lit, [](int points) { return points > 0; });
   if (any_light < static_cast<std::ptrdiff_t>(kNumRoisUsed)) {

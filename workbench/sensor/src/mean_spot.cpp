@@ -10,14 +10,13 @@
 #include "centroiders/correlation.hpp"
 #include "workbench/engines/engines.hpp"
 #include "workbench/fits/interruption.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/overlay.hpp"
 #include "workbench/sensor/pedestal.hpp"
 
 namespace quen::workbench {
 namespace {
-
-using quen::image_processing::Roi;
 
 /// In pixels of the frame, or of a template from its middle.
 struct Place {
@@ -33,7 +32,7 @@ struct Spot {
 std::vector<Spot> SpotsIn(const Frame& frame, Camera& camera) {
   using quen::centroiders::PixelSign;
   const auto sign = frame.is_unsigned ? PixelSign::kUnsigned : PixelSign::kSigned;
-  const std::unique_ptr<Engine> engine = MakeEngine("correlation:top=surface,subtract=border", sign);
+  const std::unique_ptr<Engine> engine = MakeEngine("correlation:top=surface,subtract=border", {sign});
   camera.Load(frame.pixels);
   camera.ComputeSlopes(*engine, kSlopeLimit, std::nullopt);
   std::vector<Spot> spots;

@@ -7,16 +7,13 @@
 #include "shssim/truncation.hpp"
 #include "workbench/fits/content.hpp"
 #include "workbench/fits/header.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/geometry.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
 
 namespace quen::workbench {
 namespace {
 
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
-using quen::basesim::kNumRois;
-using quen::image_processing::Roi;
 using quen::shssim::TruncateToPixel;
 
 std::vector<Roi> SyntheticRois() {

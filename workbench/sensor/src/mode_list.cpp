@@ -6,13 +6,12 @@
 #include <stdexcept>
 #include <vector>
 
-#include "basesim/base_simulator.hpp"
 #include "workbench/fits/numbers.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 
 Eigen::VectorXd ParseModes(const std::string& text) {
-  using quen::basesim::kNumModes;
   Eigen::VectorXd modes = Eigen::VectorXd::Zero(kNumModes);
   std::vector<bool> is_given(kNumModes, false);
   std::istringstream stream(text);

@@ -4,13 +4,13 @@
 #include <limits>
 
 #include "common/statistics/quantile.hpp"
+#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/overlay.hpp"
 
 namespace quen::workbench {
 namespace {
 
 using quen::common::LowerMedian;
-using quen::image_processing::Roi;
 
 struct RegionLight {
   double border = 0.0;  ///< median of the outermost pixels

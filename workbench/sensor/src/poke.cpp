@@ -10,7 +10,7 @@ namespace quen::workbench {
 Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const std::function<void()>& after_frame) {
   const auto m2s = M2sOf(camera);
   const std::vector<std::size_t> used = UsedIndices(camera.RoisUsed());
-  const std::unique_ptr<Engine> engine = MakeEngine(options.engine, options.exposure.Sign());
+  const std::unique_ptr<Engine> engine = MakeEngine(options.engine, InputsFor(options.exposure.detector));
   camera.Use(options.exposure);
 
   Displacements displacements;

@@ -6,14 +6,12 @@
 #include <span>
 #include <stdexcept>
 
+#include "workbench/sensor/dimensions.hpp"
+
 namespace quen::workbench {
 namespace {
 
-using quen::basesim::kFrameHeight;
-using quen::basesim::kFrameWidth;
-using quen::basesim::kNumRois;
 using quen::common::Fits::Handle;
-using quen::image_processing::Roi;
 
 template <typename Row, std::size_t kCount>
 using Columns = std::array<Column<Row>, kCount>;

@@ -111,7 +111,8 @@ pushed and pulled through the simulator instead, and the slopes are those that t
              Flag("--measured", "Measure the matrix instead of computing it", command->is_measured)},
             OnlyWith("--measured",
                      Joined({{Engine(poke.engine), poke_amplitude},
-                             ExposureArguments(poke.exposure.noise, poke.exposure.seed, command->detector)})),
+                             ExposureArguments(poke.exposure.noise, poke.exposure.seed, command->detector),
+                             {UseMaps(command->detector)}})),
             {JsonFlag(command->json)}}),
        .alternatives = WithExposure({}),
        .action = [command] { Calibrate(*command); }});

@@ -24,6 +24,11 @@ Json AsJson(const workbench::Exposure& exposure) {
                      kWithComments);
 }
 
+void AddMapsAndSeed(Report& report, const workbench::Exposure& exposure) {
+  if (exposure.detector && exposure.detector->engines_know_maps) report.Add("engines_know_maps", true);
+  report.Add("seed", exposure.seed);
+}
+
 }  // namespace
 
 Argument CalibrationFolder(std::string& folder) {
@@ -80,6 +85,10 @@ std::vector<Argument> DetectorParameters(DetectorArguments& detector) {
                  detector.pedestal)};
 }
 
+Argument UseMaps(DetectorArguments& detector) {
+  return Flag("--use-maps", "Let engines correct frames for the detector's maps", detector.engines_know_maps);
+}
+
 void Override(const DetectorArguments& arguments, quen::detector::DetectorConfig& config) {
   if (arguments.photons) config.electrons_per_unit = *arguments.photons / quen::shssim::kSpotFlux;
   config.background = arguments.background.value_or(config.background);
@@ -105,22 +114,29 @@ void AddExposure(Report& report, const workbench::Exposure& exposure) {
              fmt::format("{} (seed {})",
                          has_detector ? workbench::InWords(*exposure.detector) : fmt::format("{:g}", exposure.noise),
                          exposure.seed));
-  report.Add("seed", exposure.seed);
+  AddMapsAndSeed(report, exposure);
 }
 
 void AddExposureForScripts(Report& report, const workbench::Exposure& exposure) {
   report.Add(exposure.detector ? "detector" : "noise", AsJson(exposure));
-  report.Add("seed", exposure.seed);
+  AddMapsAndSeed(report, exposure);
 }
 
 std::shared_ptr<const workbench::DetectorDescription> DetectorFor(const DetectorArguments& arguments,
                                                                   const workbench::StagedFiles& files) {
   const bool has_options =
       arguments.photons || arguments.background || arguments.em_gain || arguments.read_noise || arguments.pedestal;
+  if (arguments.engines_know_maps && arguments.file.empty()) {
+    throw std::runtime_error("--use-maps: expected a detector with maps, found no --detector");
+  }
   if (arguments.file.empty() && !has_options) return nullptr;
   auto detector = std::make_shared<workbench::DetectorDescription>();
   if (!arguments.file.empty()) *detector = workbench::ReadDetector(arguments.file);
   files.RefuseToReplace(detector->files);
+  detector->engines_know_maps = arguments.engines_know_maps;
+  if (detector->engines_know_maps && detector->maps.empty()) {
+    throw std::runtime_error("--use-maps: expected a detector with maps, found " + arguments.file + " without any");
+  }
   Override(arguments, detector->config);
   return detector;
 }

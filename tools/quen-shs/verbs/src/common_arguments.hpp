@@ -37,6 +37,7 @@ struct DetectorArguments {
   std::optional<double> em_gain;
   std::optional<double> read_noise;
   std::optional<double> pedestal;
+  bool engines_know_maps = false;
 };
 
 /// The parameters alone.
@@ -48,6 +49,9 @@ void Override(const DetectorArguments& arguments, quen::detector::DetectorConfig
 /// The noise of frames: the simulator's own or, by any of the other arguments, a detector's; and the seed of either.
 std::vector<Argument> ExposureArguments(double& noise, std::uint32_t& seed, DetectorArguments& detector);
 
+/// Whether engines know the detector's maps.
+Argument UseMaps(DetectorArguments& detector);
+
 /// A verb's alternatives, and that there is no noise of the simulator's own beside a detector.
 std::vector<std::vector<std::string>> WithExposure(std::vector<std::vector<std::string>> alternatives);
 
@@ -56,7 +60,8 @@ void AddExposure(Report& report, const workbench::Exposure& exposure);
 void AddExposureForScripts(Report& report, const workbench::Exposure& exposure);
 
 /// The detector that is asked for; none if none is.
-/// @throws std::runtime_error  the description or a map cannot be read, is wrong, or is among the files to be written
+/// @throws std::runtime_error  the description or a map cannot be read, is wrong, or is among the files to be written;
+///                             there are no maps for engines to know
 std::shared_ptr<const workbench::DetectorDescription> DetectorFor(const DetectorArguments& arguments,
                                                                   const workbench::StagedFiles& files);
 

@@ -231,7 +231,7 @@ image of doubles, 52 modes x frames, in radians.)",
              strength,
              File("--disturbance", "FITS file with a disturbance to be used instead", "none", command->disturbance)},
             ExposureArguments(options.exposure.noise, options.exposure.seed, command->detector),
-            {Engine(options.engine),
+            {UseMaps(command->detector), Engine(options.engine),
              Checked(
                  "--sweep", "Gains to be tried one after the other", "gain=FIRST:LAST:STEP",
                  [](const std::string& text) { workbench::ParseSweep(text); }, command->sweep),

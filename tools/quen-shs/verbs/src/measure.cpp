@@ -25,6 +25,9 @@ struct MeasureArguments {
   std::string frame;
   std::string extension;  ///< name or number; if empty, of the first image
   workbench::MeasureOptions options;
+  std::string dark_map;  ///< files with the camera's maps; none if empty
+  std::string flat_map;
+  std::string bad_pixels;
   std::string spot;            ///< file with the engine's template; none if empty
   std::string frames_of_spot;  ///< file with frames of whose spots the template is made; none if empty
   std::string truth;           ///< file with the true displacements; none if empty
@@ -62,6 +65,16 @@ void AddPixels(Report& report, const workbench::MeasuredFrames& measured, const 
                   counts, share, engine, counts));
 }
 
+/// What a file has, if one is named.
+template <typename Map>
+Map ReadIfNamed(const std::string& name, Map (*read)(const workbench::InputFile&),
+                const workbench::StagedFiles& files) {
+  if (name.empty()) return {};
+  const workbench::InputFile file(name);
+  files.RefuseToReplace(file);
+  return read(file);
+}
+
 /// What the engine is to look for, if anything is said of it.
 std::optional<workbench::SpotTemplate> SpotOf(const MeasureArguments& command, workbench::Camera& camera,
                                               const workbench::StagedFiles& files) {
@@ -92,12 +105,11 @@ void Measure(const MeasureArguments& command) {
   const workbench::InputFile file(command.frame);
   files.RefuseToReplace(file);
   workbench::MeasureOptions options = command.options;
+  options.maps = {ReadIfNamed(command.dark_map, workbench::ReadDarkMap, files),
+                  ReadIfNamed(command.flat_map, workbench::ReadFlatMap, files),
+                  ReadIfNamed(command.bad_pixels, workbench::ReadBadPixels, files)};
   options.spot = SpotOf(command, camera, files);
-  if (!command.truth.empty()) {
-    const workbench::InputFile truth_file(command.truth);
-    files.RefuseToReplace(truth_file);
-    options.truth.emplace(workbench::ReadDisplacements(truth_file));
-  }
+  if (!command.truth.empty()) options.truth = ReadIfNamed(command.truth, workbench::ReadDisplacements, files);
   const workbench::FrameReader frames(file, command.extension);
   const workbench::MeasuredFrames measured = workbench::MeasureFrames(frames, camera, options);
   files.Give(output, workbench::MeasurementFile(camera, measured.slopes));
@@ -145,6 +157,9 @@ such frames. Its tiles may be compressed, and its pixels may have any type, if t
 32767 or from 0 to 65535. Engines read them as signed numbers if all of them are, otherwise as unsigned ones, unless
 their option says so.
 
+With maps of the camera each pixel is corrected before an engine sees it, and bad ones do not count: an engine without
+weights takes the mean of their neighbours.
+
 With --template the engine correlation looks for a spot of your own: its centre is the middle of the image, whose sides
 are odd. With --template-from it looks for the mean of all used spots of other frames, or of the same ones, each
 resampled around its centre of gravity.
@@ -156,6 +171,10 @@ each frame, whose EXTVER is its number.)",
        .arguments =
            {CalibrationFolder(command->folder), Positional("FRAME", "FITS file with the frame", command->frame),
             Extension(command->extension), Engine(command->options.engine),
+            File("--dark-map", "FITS image of counts without light, which are subtracted", "none", command->dark_map),
+            File("--flat-map", "FITS image of the relative response, which light is divided by", "none",
+                 command->flat_map),
+            File("--bad-pixels", "FITS image that is not 0 where a pixel does not count", "none", command->bad_pixels),
             File("--template", "FITS image of the spot that the engine correlation looks for", "the drawn spot",
                  command->spot),
             File("--template-from", "Frames, as FRAME, whose mean spot it looks for instead", "none",

@@ -1,0 +1,56 @@
+#include "workbench/engines/pixel_maps.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+#include "centroiders/pixel_reading.hpp"
+#include "workbench/detector/map_file.hpp"
+
+namespace quen::workbench {
+namespace {
+
+using quen::centroiders::PixelReadingLimits;
+using quen::detector::kPixels;
+using quen::detector::kWidth;
+using quen::detector::PixelState;
+
+std::vector<double> ReadMapWithin(const InputFile& file, const quen::common::Limits& limits) {
+  std::vector<double> map = ReadMap(file);
+  const auto outside = std::ranges::find_if_not(map, [&](double element) { return limits.Contain(element); });
+  if (outside == map.end()) return map;
+  const auto pixel = static_cast<std::size_t>(outside - map.begin());
+  throw std::runtime_error(
+      fmt::format("{}: expected a map of numbers from {:g} to {:g}, found {:g} at column {}, row {}", file.Name(),
+                  limits.lowest, limits.highest, *outside, pixel % kWidth, pixel / kWidth));
+}
+
+}  // namespace
+
+PixelMaps MapsOf(const quen::detector::DetectorConfig& detector) {
+  PixelMaps maps;
+  if (!detector.dark_map.empty() || !detector.offset_map.empty()) maps.dark.assign(kPixels, 0.0);
+  const double counts_per_electron = detector.gain * detector.em_gain;
+  std::ranges::transform(detector.dark_map, maps.dark.begin(), [&](double dark) { return counts_per_electron * dark; });
+  std::ranges::transform(detector.offset_map, maps.dark, maps.dark.begin(), std::plus());
+  maps.flat = detector.flat_map;
+  maps.bad.resize(detector.bad_pixels.size());
+  std::ranges::transform(detector.bad_pixels, maps.bad.begin(),
+                         [](PixelState state) { return static_cast<std::uint8_t>(state != PixelState::kGood); });
+  return maps;
+}
+
+std::vector<double> ReadDarkMap(const InputFile& file) { return ReadMapWithin(file, PixelReadingLimits::kDark); }
+
+std::vector<double> ReadFlatMap(const InputFile& file) { return ReadMapWithin(file, PixelReadingLimits::kResponse); }
+
+std::vector<std::uint8_t> ReadBadPixels(const InputFile& file) {
+  const std::vector<double> map = ReadMap(file);
+  std::vector<std::uint8_t> bad(map.size());
+  std::ranges::transform(map, bad.begin(), [](double element) { return static_cast<std::uint8_t>(element != 0.0); });
+  return bad;
+}
+
+}  // namespace quen::workbench
