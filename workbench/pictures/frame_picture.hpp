@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "workbench/pictures/stretch.hpp"
 #include "workbench/sensor/frame_file.hpp"
@@ -20,5 +21,10 @@ std::string ArrowLegend(const Overlay& overlay);
 /// @throws std::runtime_error  there is no memory for it
 std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::optional<Overlay>& overlay,
                       const std::string& title);
+
+/// Draws a map of a detector's pixels, 840 × 816 numbers, from its lowest value or, where most are not that, by zscale.
+/// What is not finite is black. Returns a PNG file.
+/// @throws std::runtime_error  there is no memory for it
+std::string DrawMap(const std::vector<double>& map, const std::string& name);
 
 }  // namespace quen::workbench

@@ -5,13 +5,15 @@
 
 #include "shssim/shs_simulator.hpp"
 #include "workbench/loop/control_loop.hpp"
+#include "workbench/sensor/frame_file.hpp"
 
 namespace quen::workbench {
 
 /// Draws the last frame of a loop (row 0 at the bottom) with the outlines of the sub-apertures and the measured
 /// displacements, and beside it disturbance and residual against time. Returns a PNG file.
 /// @throws std::runtime_error  there is no memory for it
-std::string DrawLoop(const quen::shssim::ShsSimulator& simulator, const std::vector<FrameRecord>& records);
+std::string DrawLoop(const Frame& frame, const quen::shssim::ShsSimulator& simulator,
+                     const std::vector<FrameRecord>& records);
 
 /// Draws disturbance and residual against time, and mode by mode. Returns a PNG file.
 /// @param records  at least one

@@ -29,8 +29,17 @@ Stretch ZScaleStretch(const Frame& frame);
 /// Logarithmic, from 0 to the brightest pixel.
 Stretch LogarithmicStretch(const Frame& frame);
 
+/// Square root, from the 25th percentile of the pixels, which a camera's pedestal is near, to the 99.5th: peaks of
+/// spots, below the hot pixels.
+Stretch PercentileStretch(const Frame& frame);
+
+/// For a frame that was just drawn: by percentiles if it has a camera's counts, else as for spots.
+Stretch StretchOfDrawn(const Frame& frame);
+
 /// Words for the stretches, as arguments give them.
 std::vector<std::string> StretchWords();
+/// The word that "auto" stands for: percentile for a camera's counts, else log. Others stand for themselves.
+std::string ResolvedStretch(const std::string& word, const Frame& frame);
 Stretch StretchByWord(const std::string& word, const Frame& frame);
 
 }  // namespace quen::workbench

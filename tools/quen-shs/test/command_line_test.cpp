@@ -135,7 +135,7 @@ TEST(CommandLine, MessagesCarryNothingThatATerminalObeys) {
   const std::string shown = "a?[2J?b??";
   EXPECT_EQ(QuenShs(Quoted(hostile)).err, NoVerb(shown) + "\nRun with --help for more information.\n");
   EXPECT_EQ(QuenShs("view x --stretch " + Quoted(hostile)).err,
-            "--stretch: expected one of log, zscale, sqrt, linear, found " + shown +
+            "--stretch: expected one of auto, log, zscale, percentile, sqrt, linear, found " + shown +
                 "\nRun with --help for more information.\n");
   EXPECT_EQ(QuenShs("view " + Quoted(hostile)).err,
             "quen-shs: " + shown + ": cannot be read: No such file or directory\n");

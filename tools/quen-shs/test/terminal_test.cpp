@@ -84,7 +84,7 @@ TEST(Completion, KnowsVerbsOptionsAndWords) {
   EXPECT_EQ(Completed("quen-shs c"), "calibrate\ncheck\ncompletion\n");
   EXPECT_EQ(Completed("quen-shs loop --de"), "--delay\n--detector\n");
   EXPECT_EQ(Completed("quen-shs calibrate DIR --basis z"), "zernike\n");
-  EXPECT_EQ(Completed("quen-shs view f --stretch \"\""), "log\nzscale\nsqrt\nlinear\n");
+  EXPECT_EQ(Completed("quen-shs view f --stretch \"\""), "auto\nlog\nzscale\npercentile\nsqrt\nlinear\n");
   EXPECT_EQ(Completed("quen-shs measure --engine w"), "windowed\nweighted\n");
   EXPECT_EQ(Completed("quen-shs loop x"), "\n");  // bash goes on with files
   EXPECT_EQ(Shell("bash -c '. <(" QUEN_SHS " completion); complete -p quen-shs'").out,

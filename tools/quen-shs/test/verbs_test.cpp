@@ -226,11 +226,12 @@ TEST_F(Verbs, ViewKnowsEveryFileOfOurs) {
   Do("loop", "--frames 10");
   Do("loop", "--frames 10 --sweep gain=0.2:0.6:0.2");
   Do("score", "--frames 1 --engine weighted --output " + File("scores.fits"));
+  Done("detector --new " + File("camera.json"));
   const std::vector<std::pair<std::string, std::string>> files = {
-      {"frame.fits", "frame"},       {"slopes.fits", "slopes"},         {"data/M2S.fits", "matrix"},
-      {"data/CM.fits", "matrix"},    {"data/shs_rois.fits", "regions"}, {"loop/telemetry.fits", "telemetry"},
-      {"loop/sweep.fits", "sweep"},  {"scores.fits", "scores"},         {"loop/frame.fits", "frame"},
-      {"loop/slopes.fits", "slopes"}};
+      {"frame.fits", "frame"},        {"slopes.fits", "slopes"},         {"data/M2S.fits", "matrix"},
+      {"data/CM.fits", "matrix"},     {"data/shs_rois.fits", "regions"}, {"loop/telemetry.fits", "telemetry"},
+      {"loop/sweep.fits", "sweep"},   {"scores.fits", "scores"},         {"loop/frame.fits", "frame"},
+      {"loop/slopes.fits", "slopes"}, {"camera_flat.fits", "map"},       {"camera_bad_pixels.fits", "map"}};
   for (const auto& [name, kind] : files) {
     const Outcome outcome = QuenShs("view --json " + File(name) + " --png " + File("picture.png"));
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
@@ -307,11 +308,11 @@ TEST_F(Verbs, ViewSaysWhatIsWrong) {
   quen::testing::WriteImage(File("cube.fits"), SHORT_IMG, {4, 3, 2}, {});
   ExpectFailure("view " + File("cube.fits"), 1,
                 "quen-shs: " + File("cube.fits") +
-                    ": expected a frame (16 bits), a matrix (doubles), or a table \"slopes\", \"rois\", \"telemetry\", "
-                    "\"sweep\" or "
-                    "\"scores\"; found an image of 3 axes with BITPIX 16");
-  ExpectFailure("view " + File("data/M2S.fits") + " --stretch cube", 2,
-                "--stretch: expected one of log, zscale, sqrt, linear, found cube" + std::string(kHint));
+                    ": expected a frame (16 bits), a map of its pixels, a matrix (doubles), or a table \"slopes\", "
+                    "\"rois\", \"telemetry\", \"sweep\" or \"scores\"; found an image of 3 axes with BITPIX 16");
+  ExpectFailure(
+      "view " + File("data/M2S.fits") + " --stretch cube", 2,
+      "--stretch: expected one of auto, log, zscale, percentile, sqrt, linear, found cube" + std::string(kHint));
 }
 
 TEST_F(Verbs, ViewRefusesFramesThatNobodyCouldSee) {

@@ -13,6 +13,20 @@ namespace {
 constexpr double kTypicalArrow = 5.0;  // pixels of the frame
 constexpr double kShortest = 1e-300;   // pixels; shorter ones are too short to be enlarged
 
+constexpr double kLevels = 65535.0;  // of a frame's pixels, which a map's finite elements become
+
+Range RangeOf(const std::vector<double>& map) {
+  Range range;
+  for (const double element : map) range.Hold(element);
+  return range.lowest <= range.highest ? range : Range{0.0, 0.0};
+}
+
+std::uint16_t LevelOf(double element, const Range& range) {
+  const double half = 0.5 * range.highest - 0.5 * range.lowest;  // the whole may be more than a number holds
+  if (!std::isfinite(element) || !(half > 0.0)) return 0;
+  return static_cast<std::uint16_t>(kLevels * ((0.5 * element - 0.5 * range.lowest) / half));
+}
+
 }  // namespace
 
 double ArrowMagnification(const Overlay& overlay) {
@@ -48,6 +62,19 @@ std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::opt
   Use(canvas.Cairo(), kInk);
   Write(canvas.Cairo(), kMargin, kTop - kTitleAbove, title);
   return canvas.Png();
+}
+
+std::string DrawMap(const std::vector<double>& map, const std::string& name) {
+  const Range range = RangeOf(map);
+  Frame frame = {kFrameWidth, kFrameHeight, std::vector<std::uint16_t>(map.size()), true};
+  std::ranges::transform(map, frame.pixels.begin(), [&](double element) { return LevelOf(element, range); });
+  Stretch stretch = ZScaleStretch(frame);
+  if (stretch.white - stretch.black <= 1.0) stretch = {0.0, kLevels, Stretch::Curve::kLinear};
+  const auto value = [&](double level) { return Short(std::lerp(range.lowest, range.highest, level / kLevels)); };
+  return DrawFrame(frame, stretch, std::nullopt,
+                   name + ", row 0 at the bottom, from " + value(stretch.black) + " (black) to " +
+                       value(stretch.white) + " (white)" +
+                       NotFinite(std::ranges::count_if(map, [](double element) { return !std::isfinite(element); })));
 }
 
 }  // namespace quen::workbench

@@ -87,13 +87,14 @@ void DrawModes(cairo_t* cr, const Box& box, const std::vector<FrameRecord>& reco
 
 }  // namespace
 
-std::string DrawLoop(const quen::shssim::ShsSimulator& simulator, const std::vector<FrameRecord>& records) {
+std::string DrawLoop(const Frame& frame, const quen::shssim::ShsSimulator& simulator,
+                     const std::vector<FrameRecord>& records) {
   constexpr double kPlotLeft = 960.0;
   const Canvas canvas(static_cast<int>(kPlotLeft + kPlotWidth + kMargin), 900);
   cairo_t* const cr = canvas.Cairo();
   const Overlay overlay = OverlayOf(simulator);
   const Plane plane(cr, kMargin, kTop, kFrameHeight);
-  plane.DrawPixels({kFrameWidth, kFrameHeight, simulator.Frame()}, SpotStretch());
+  plane.DrawPixels(frame, StretchOfDrawn(frame));
   plane.DrawOutlines(overlay);
   plane.DrawArrows(overlay, ArrowMagnification(overlay));
   Use(cr, kInk);

@@ -4,7 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "shssim/shs_simulator.hpp"
+#include "common/statistics/quantile.hpp"
+#include "shssim/spot.hpp"
 
 namespace quen::workbench {
 namespace {
@@ -100,12 +101,29 @@ Stretch ZScaleStretch(const Frame& frame) {
   return stretch;
 }
 
+Stretch PercentileStretch(const Frame& frame) {
+  std::vector<double> values;
+  values.reserve(frame.pixels.size());
+  for (const std::uint16_t pixel : frame.pixels) values.push_back(frame.Value(pixel));
+  const double black = common::Quantile(values, 0.25);
+  return {black, std::max(common::Quantile(values, 0.995), black + 1.0), Stretch::Curve::kSquareRoot};
+}
+
 Stretch LogarithmicStretch(const Frame& frame) { return {0.0, Brightest(frame), Stretch::Curve::kLogarithm}; }
 
-std::vector<std::string> StretchWords() { return {"log", "zscale", "sqrt", "linear"}; }
+Stretch StretchOfDrawn(const Frame& frame) { return frame.is_unsigned ? PercentileStretch(frame) : SpotStretch(); }
 
-Stretch StretchByWord(const std::string& word, const Frame& frame) {
+std::vector<std::string> StretchWords() { return {"auto", "log", "zscale", "percentile", "sqrt", "linear"}; }
+
+std::string ResolvedStretch(const std::string& word, const Frame& frame) {
+  if (word != "auto") return word;
+  return frame.is_unsigned ? "percentile" : "log";
+}
+
+Stretch StretchByWord(const std::string& text, const Frame& frame) {
+  const std::string word = ResolvedStretch(text, frame);
   if (word == "zscale") return ZScaleStretch(frame);
+  if (word == "percentile") return PercentileStretch(frame);
   if (word == "sqrt") return {0.0, Brightest(frame), Stretch::Curve::kSquareRoot};
   if (word == "linear") return {0.0, Brightest(frame), Stretch::Curve::kLinear};
   return LogarithmicStretch(frame);

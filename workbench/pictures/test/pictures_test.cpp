@@ -103,7 +103,7 @@ TEST_F(Pictures, Loop) {
   const Displacements shape = Shape({"defocus", 1.0}, simulator);
   simulator.ComputeFrame(shape.x, shape.y, 0.0, std::nullopt);
   simulator.ComputeSlopes(*MakeEngine("weighted"), 12.0, std::nullopt);
-  ExpectLooksLike("loop", [&] { return DrawLoop(simulator, Records()); });
+  ExpectLooksLike("loop", [&] { return DrawLoop({840, 816, simulator.Frame()}, simulator, Records()); });
 }
 
 TEST(Picture, Telemetry) {
@@ -434,6 +434,33 @@ TEST_F(Pictures, ZScaleIsThatOfAstropy) {
   }
 }
 
+std::vector<double> Map() {
+  std::vector<double> map(std::size_t{840} * 816);
+  for (std::size_t k = 0; k < map.size(); ++k) map[k] = 0.9 + 0.2 * static_cast<double>(k) / 685440.0;
+  return map;
+}
+
+TEST(Picture, MapIsDrawnFromItsLowestValueToItsHighest) {
+  std::vector<double> map = Map();
+  for (std::ptrdiff_t row = 100; row < 140; ++row) std::fill_n(map.begin() + 840 * row + 600, 60, kNan);
+  ExpectLooksLike("map", [&] { return DrawMap(map, "flat.fits"); });
+}
+
+TEST(Picture, MapOfAFewPixelsShowsThem) {
+  std::vector<double> map(std::size_t{840} * 816, 0.0);
+  for (std::ptrdiff_t row = 100; row < 140; ++row) std::fill_n(map.begin() + 840 * row + 20, 60, 2.0);
+  map.back() = 3.0;
+  ExpectLooksLike("map_of_states", [&] { return DrawMap(map, "states.fits"); });
+}
+
+TEST(Picture, MapOfAnyNumbers) {
+  for (const auto& [first, second] : ExtremePairs()) {
+    std::vector<double> map(std::size_t{840} * 816, first);
+    map[1000] = second;
+    ExpectDrawn([&] { return DrawMap(map, "map.fits"); });
+  }
+}
+
 TEST(Stretch, ZScaleOfFewOrEqualPixelsIsTheirRange) {
   const Stretch few = ZScaleStretch({3, 1, {3, 1, 65535}});
   EXPECT_EQ(few.black, -1.0);
@@ -453,6 +480,28 @@ TEST(Stretch, GoesFromBlackToWhite) {
   EXPECT_EQ(StretchByWord("linear", frame).Shade(250.0), 0.25);
   EXPECT_EQ(StretchByWord("sqrt", frame).Shade(250.0), 0.5);
   EXPECT_NEAR(StretchByWord("log", frame).Shade(250.0), std::log(251.0) / std::log(1001.0), 1e-12);
+}
+
+TEST(Stretch, FollowsWhatAFrameIs) {
+  const Frame drawn = {2, 2, {0, 20, 1000, 100}};
+  const Frame counts = {2, 2, {0, 20, 1000, 100}, true};
+  EXPECT_EQ(StretchOfDrawn(drawn).white, SpotStretch().white);
+  EXPECT_EQ(StretchOfDrawn(counts).white, PercentileStretch(counts).white);
+  EXPECT_EQ(ResolvedStretch("auto", drawn), "log");
+  EXPECT_EQ(ResolvedStretch("auto", counts), "percentile");
+  EXPECT_EQ(ResolvedStretch("sqrt", counts), "sqrt");
+}
+
+TEST(Stretch, PercentilesLeaveHotPixelsOut) {
+  Frame frame = {1, 1000, std::vector<std::uint16_t>(1000), true};
+  for (std::size_t k = 0; k < 1000; ++k) frame.pixels[k] = static_cast<std::uint16_t>(60000 - 7 * k);
+  frame.pixels[500] = 65535;
+  const Stretch stretch = PercentileStretch(frame);
+  EXPECT_EQ(stretch.black, 60000.0 - 7.0 * 750.0);
+  EXPECT_EQ(stretch.white, 60000.0 - 7.0 * 4.0);
+  const Stretch even = PercentileStretch({10, 10, std::vector<std::uint16_t>(100, 7), true});
+  EXPECT_EQ(even.Shade(7.0), 0.0);
+  EXPECT_EQ(even.Shade(8.0), 1.0);
 }
 
 TEST(Stretch, CountsOfADetectorAreNotNegative) {

@@ -76,8 +76,7 @@ std::string Picture(const workbench::Camera& camera, const workbench::Exposure& 
                     const workbench::Displacements& displacements) {
   const workbench::Frame frame = workbench::FrameOf(camera, exposure);
   const workbench::Overlay overlay = {camera.Rois(), camera.RoisUsed(), displacements};
-  return workbench::DrawFrame(frame, exposure.detector ? workbench::ZScaleStretch(frame) : workbench::SpotStretch(),
-                              overlay,
+  return workbench::DrawFrame(frame, workbench::StretchOfDrawn(frame), overlay,
                               "Frame, row 0 at the bottom; true displacements, " + workbench::ArrowLegend(overlay));
 }
 

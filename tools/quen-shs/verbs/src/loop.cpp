@@ -130,7 +130,7 @@ void RunOne(const LoopArguments& command, workbench::Camera& camera, const workb
   }
   files.GiveAll({workbench::FrameFile(camera, command.options.exposure), workbench::MeasurementFile(camera),
                  workbench::TelemetryFile(command.options, Source(command), run.records),
-                 workbench::DrawLoop(camera, run.records)});
+                 workbench::DrawLoop(workbench::FrameOf(camera, command.options.exposure), camera, run.records)});
   files.Commit();
 
   const workbench::LoopSummary summary = workbench::SummaryOf(run, command.options.delay);

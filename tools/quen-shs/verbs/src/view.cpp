@@ -9,6 +9,7 @@
 #include "tools/quen-shs/cli/report.hpp"
 #include "tools/quen-shs/verbs/src/common_arguments.hpp"
 #include "tools/quen-shs/verbs/verbs.hpp"
+#include "workbench/detector/map_file.hpp"
 #include "workbench/engines/score_file.hpp"
 #include "workbench/fits/content.hpp"
 #include "workbench/fits/staged_file.hpp"
@@ -31,14 +32,16 @@
 namespace quen::tool {
 namespace {
 
-using quen::basesim::kNumModes;
-using quen::basesim::kNumSlopes;
+using quen::workbench::kFrameHeight;
+using quen::workbench::kFrameWidth;
+using quen::workbench::kNumModes;
+using quen::workbench::kNumSlopes;
 
 struct ViewArguments {
   std::string file;
   std::string calibration;  ///< folder, for outlines on a frame and the places of slopes; none if empty
   std::string slopes;       ///< file, for the arrows on a frame; none if empty
-  std::string stretch = "log";
+  std::string stretch = "auto";
   std::string png;  ///< file; if empty, FILE with .png for its extension
   bool json = false;
 };
@@ -90,9 +93,9 @@ void RequireDrawable(const std::string& path, std::size_t width, std::size_t hei
 
 std::string FramePicture(const ViewArguments& command, const Inputs& inputs) {
   const workbench::Frame frame = workbench::ReadFrame(inputs.file);
-  return workbench::DrawFrame(
-      frame, workbench::StretchByWord(command.stretch, frame), FrameOverlay(command, inputs),
-      fmt::format("{}, row 0 at the bottom, {} stretch", FileName(inputs.file), command.stretch));
+  return workbench::DrawFrame(frame, workbench::StretchByWord(command.stretch, frame), FrameOverlay(command, inputs),
+                              fmt::format("{}, row 0 at the bottom, {} stretch", FileName(inputs.file),
+                                          workbench::ResolvedStretch(command.stretch, frame)));
 }
 
 std::string MatrixPicture(const workbench::InputFile& file, const std::vector<std::size_t>& axes) {
@@ -174,11 +177,15 @@ Content ContentOf(const ViewArguments& command, Inputs& inputs) {
     RequireDrawable(file.Name(), axes[0], axes[1]);  // before memory is asked for
     return {"frame", [&] { return FramePicture(command, inputs); }};
   }
+  if (axes == std::vector<std::size_t>{kFrameWidth, kFrameHeight}) {
+    return {"map", [&file] { return workbench::DrawMap(workbench::ReadMap(file), FileName(file)); }};
+  }
   if (axes.size() == 2 && bitpix == DOUBLE_IMG && axes[0] > 0 && axes[1] > 0) {
     return MatrixContent(command, inputs, axes);
   }
   throw std::runtime_error(
-      fmt::format("{}: expected a frame (16 bits), a matrix (doubles), or a table \"{}\", \"{}\", \"{}\", \"{}\" or "
+      fmt::format("{}: expected a frame (16 bits), a map of its pixels, a matrix (doubles), or a table \"{}\", \"{}\", "
+                  "\"{}\", \"{}\" or "
                   "\"{}\"; found an image of {} axes with BITPIX {}",
                   file.Name(), workbench::kSlopeTable, workbench::kRegionTable, workbench::kTelemetryTable,
                   workbench::kSweepTable, workbench::kScoreTable, axes.size(), bitpix));
@@ -220,9 +227,9 @@ void AddView(CommandLine& line) {
       {.name = "view",
        .summary = "Draw a file",
        .details = R"(
-Looks into the file to see what it is: a frame (shades of grey, with outlines and arrows on request), slopes (arrows,
-and the light of each sub-aperture), regions, a matrix, a loop's telemetry, a gain sweep, or scores. Row 0 of the
-detector is at the bottom.
+Looks into the file to see what it is: a frame (shades of grey, with outlines and arrows on request), a map of the
+detector's pixels, slopes (arrows, and the light of each sub-aperture), regions, a matrix, a loop's telemetry, a gain
+sweep, or scores. Row 0 of the detector is at the bottom.
 
 Of M2S and CM the slopes of the first modes are drawn as arrows over the pupil, and the size of every mode. Where the
 sub-apertures are is read from the calibration that is given, or from shs_rois.fits beside the matrix; without these, they
@@ -230,7 +237,9 @@ are where 'calibrate' puts them.)",
        .examples = {"quen-shs view sensor/frame.fits --stretch zscale --calibration sensor --slopes sensor/slopes.fits",
                     "quen-shs view sensor/data/M2S.fits --png m2s.png"},
        .arguments = {Positional("FILE", "FITS file", command->file),
-                     OneOf("--stretch", "Shades of a frame", workbench::StretchWords(), command->stretch),
+                     OneOf("--stretch",
+                           "Shades of a frame; auto is percentile for counts from 0 to 65535, log for others",
+                           workbench::StretchWords(), command->stretch),
                      Folder("--calibration",
                             "Folder with the calibration, for outlines on a frame and the places of slopes",
                             "none; of a matrix, the one that it is in", command->calibration),
