@@ -47,6 +47,9 @@ inline int RowsFromMiddle(std::size_t i) { return static_cast<int>(i / kGridSize
 inline double PupilX(std::size_t i) { return ColumnsFromMiddle(i) / kPupilRadius; }
 inline double PupilY(std::size_t i) { return RowsFromMiddle(i) / kPupilRadius; }
 
+/// Of a pupil without spider: with more, fewer than 607 sub-apertures are lit.
+inline constexpr double kLargestObscuration = 0.4368;
+
 /// How many of the 24 × 24 points of sub-aperture `i` are lit: inside the pupil, edges included, and not behind the
 /// spider.
 int LitPoints(const Geometry& geometry, std::size_t i);

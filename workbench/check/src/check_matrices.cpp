@@ -185,18 +185,46 @@ Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, bool is_
   return finding;
 }
 
+/// Whether slopes that change evenly along the list of the used sub-apertures do not change evenly over the pupil: they
+/// are not where the flags say. Noise, and details too fine to be a smooth wavefront's, are uneven along the list, too.
+bool AreMisplaced(const Fields& slopes, double smooth_share, const Lattice& lattice,
+                  const std::vector<std::size_t>& used) {
+  constexpr double kEven = 0.5;  // of what is not smooth: of misplaced slopes below 0.25, of others above 0.58
+  return Unevenness(slopes, lattice, used) <= kEven * (1.0 - smooth_share);
+}
+
 /// Usage flags that belong to another pupil.
-std::optional<Finding> CheckPupil(const CalibrationContent& content, double share) {
+std::optional<Finding> CheckPupil(const CalibrationContent& content, const MatrixLayout& m2s, const Lattice& lattice,
+                                  const std::vector<ListOrder>& orders) {
   constexpr double kClearly = 0.97;
-  if (share > kClearly) return std::nullopt;
+  const Fields slopes = Sample(M2sFields(content.m2s, false));
+  const std::vector<std::size_t> used = UsedIndices(content.used);
+  if (m2s.as_it_stands > kClearly || !AreMisplaced(slopes, m2s.as_it_stands, lattice, used)) return std::nullopt;
+  Finding finding = {Verdict::kWrong,
+                     "flags.pupil",
+                     "usage flags",
+                     "the slopes go with flags of another pupil: one with another obscuration",
+                     "write the flags of the pupil that the matrices were made for",
+                     {}};
   const auto flags = FlagsOfAnotherPupil(content);
-  if (!flags) return std::nullopt;
-  return Finding{Verdict::kWrong,
-                 "flags.pupil",
-                 "usage flags",
-                 "the slopes go with flags of another pupil: one with another obscuration",
-                 "write the flags of the pupil that the matrices were made for",
-                 {{"flags", [flags = *flags](CalibrationContent& changed) { changed.used = flags; }}}};
+  const auto have_place = [&](const std::vector<std::size_t>& others) {
+    return !AreMisplaced(slopes, SlopeSpace::OfGradients(content.rois, others, kDegree).Share(slopes), lattice, others);
+  };
+  if (flags && have_place(UsedIndices(*flags))) {
+    finding.corrections = {{"flags", [flags = *flags](CalibrationContent& changed) { changed.used = flags; }}};
+    return finding;
+  }
+  const bool has_other_layout = !m2s.layouts.empty() && !m2s.IsRight();
+  if (has_other_layout &&
+      !AreMisplaced(Sample(M2sPutRight(content.m2s, m2s.layouts.front(), orders)), m2s.put_right, lattice, used)) {
+    return std::nullopt;
+  }
+  finding.text = fmt::format(
+      "the slopes go with flags of another pupil: they change evenly along the list of used sub-apertures, and not "
+      "over "
+      "the pupil that is flagged ({:.1f} % of them are a smooth wavefront's)",
+      100.0 * m2s.as_it_stands);
+  return finding;
 }
 
 }  // namespace
@@ -227,7 +255,7 @@ Findings CheckMatrices(const CalibrationContent& content) {
   const std::vector<ListOrder> orders = ListOrders(*lattice, used);
   const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kDegree);
   const MatrixLayouts layouts = FindLayouts(content, gradients, orders);
-  const auto pupil = CheckPupil(content, layouts.m2s.as_it_stands);
+  const auto pupil = CheckPupil(content, layouts.m2s, *lattice, orders);
   if (pupil) {
     findings.push_back(*pupil);
   } else {
@@ -241,6 +269,7 @@ Findings CheckMatrices(const CalibrationContent& content) {
   const Matrix m2s = pupil ? content.m2s : M2sPutRight(content.m2s, first(layouts.m2s), orders);
   const Matrix cm = pupil ? content.cm : CmPutRight(content.cm, first(layouts.cm), orders);
   for (Finding& finding : CheckInverse(m2s, cm)) findings.push_back(std::move(finding));
+  if (pupil) return findings;  // without the right flags, nothing can be told of the modes
   const SlopeSpace surfaces = SlopeSpace::OfSurfaces(content.rois, used, kDegree - 1);
   for (Finding& finding : CheckModes(m2s, gradients, surfaces, *lattice, used)) findings.push_back(std::move(finding));
   return findings;

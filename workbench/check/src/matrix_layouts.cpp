@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "common/statistics/quantile.hpp"
 #include "workbench/check/src/check_inverse.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/geometry.hpp"
@@ -164,26 +165,63 @@ MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& g
   return found;
 }
 
-std::optional<std::vector<std::uint8_t>> FlagsOfAnotherPupil(const CalibrationContent& content) {
+std::optional<UsageFlags> FlagsOfAnotherPupil(const CalibrationContent& content) {
   constexpr int kCoarse = 8;        // degree: enough to tell one pupil from another
-  constexpr int kMostPercent = 43;  // of the pupil, obscured: with more, too few sub-apertures have light
+  constexpr int kFine = 14;         // to tell it from its neighbours
+  constexpr double kSteps = 10000;  // of an obscuration of 1: finer than their flags differ, but for round numbers
+  constexpr auto kLargest = static_cast<int>(kLargestObscuration * kSteps);
+  constexpr int kFirst = 25;        // steps from one obscuration to the next, about the best of which all are tried
+  constexpr double kClearly = 0.7;  // of what was no gradient
   const Fields sample = Sample(M2sFields(content.m2s, false));
-  const auto share = [&](const std::vector<std::uint8_t>& flags) {
-    return SlopeSpace::OfGradients(content.rois, UsedIndices(flags), kCoarse).Share(sample);
+  const auto share = [&](const UsageFlags& flags, int degree) {
+    return SlopeSpace::OfGradients(content.rois, UsedIndices(flags), degree).Share(sample);
   };
-  std::optional<std::vector<std::uint8_t>> best;
-  double most = share(content.used);
-  std::vector<std::uint8_t> tried;
-  for (int percent = 0; percent <= kMostPercent; ++percent) {
-    std::vector<std::uint8_t> flags = UsedFlags({.obscuration = 0.01 * percent});
-    if (flags == tried) continue;
-    tried = flags;
-    const double with_flags = share(flags);
-    if (!(1.0 - with_flags < 0.7 * (1.0 - most))) continue;
-    most = with_flags;
-    best = std::move(flags);
+  struct Candidate {
+    int first = 0;  // obscurations with these flags, in steps
+    int last = 0;
+    UsageFlags flags = {};
+    double share = 0.0;
+  };
+  const auto best_from = [&](int first, int last, int step, int degree) {
+    Candidate best;
+    UsageFlags tried;
+    for (int k = std::max(0, first); k <= std::min(last, kLargest); k += step) {
+      UsageFlags flags = UsedFlags({.obscuration = k / kSteps});
+      if (flags == best.flags) best.last = k;
+      if (flags == tried) continue;
+      tried = flags;
+      const double with_flags = share(flags, degree);
+      if (with_flags > best.share) best = {k, k, std::move(flags), with_flags};
+    }
+    return best;
+  };
+  const Candidate coarse = best_from(0, kLargest, kFirst, kCoarse);
+  if (!(1.0 - coarse.share < kClearly * (1.0 - share(content.used, kCoarse)))) return std::nullopt;
+  return best_from(coarse.first - kFirst, coarse.last + kFirst, 1, kFine).flags;
+}
+
+double Unevenness(const Fields& fields, const Lattice& lattice, const std::vector<std::size_t>& used) {
+  constexpr double kOfNoise = 6.0;  // 1 + 4 + 1: the squares of a second difference's factors
+  const Eigen::Index half = fields.rows() / 2;
+  const auto is_next = [&](std::size_t from, std::size_t to) {
+    const Place& one = lattice.places[used[from]];
+    const Place& other = lattice.places[used[to]];
+    return one.row == other.row && other.column - one.column == 1;
+  };
+  std::vector<double> squares;
+  double sum = 0.0;
+  for (std::size_t k = 1; k + 1 < used.size(); ++k) {
+    if (!is_next(k - 1, k) || !is_next(k, k + 1)) continue;
+    double square = 0.0;
+    for (const Eigen::Index row : {static_cast<Eigen::Index>(k), half + static_cast<Eigen::Index>(k)}) {
+      square += (fields.row(row - 1) - 2.0 * fields.row(row) + fields.row(row + 1)).squaredNorm() / kOfNoise;
+      sum += fields.row(row).squaredNorm();
+    }
+    squares.push_back(square);
   }
-  return best;
+  if (!(sum > 0.0)) return 1.0;
+  const auto count = static_cast<double>(squares.size());
+  return common::LowerMedian(squares) / (sum / count);
 }
 
 Matrix M2sPutRight(const Matrix& m2s, const Layout& layout, const std::vector<ListOrder>& orders) {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "workbench/check/calibration_content.hpp"
+#include "workbench/check/src/lattice.hpp"
 #include "workbench/check/src/layout.hpp"
 #include "workbench/check/src/slope_space.hpp"
 
@@ -36,9 +37,15 @@ struct MatrixLayouts {
 MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& gradients,
                           const std::vector<ListOrder>& orders);
 
+using UsageFlags = std::vector<std::uint8_t>;  ///< other than 0 where a sub-aperture is used
+
 /// Usage flags of a pupil with another obscuration with which the slopes are much nearer to a gradient, if there are
 /// any.
-std::optional<std::vector<std::uint8_t>> FlagsOfAnotherPupil(const CalibrationContent& content);
+std::optional<UsageFlags> FlagsOfAnotherPupil(const CalibrationContent& content);
+
+/// How much of the slopes' mean square changes from one sub-aperture of the list to the next as noise does: the median
+/// of the squared second differences along rows of three neighbours, over what it is for the same slopes without order.
+double Unevenness(const Fields& fields, const Lattice& lattice, const std::vector<std::size_t>& used);
 
 Matrix M2sPutRight(const Matrix& m2s, const Layout& layout, const std::vector<ListOrder>& orders);
 Matrix CmPutRight(const Matrix& cm, const Layout& layout, const std::vector<ListOrder>& orders);

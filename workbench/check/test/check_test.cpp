@@ -397,7 +397,7 @@ TEST(Check, NamesTheFirstValueThatIsNotFinite) {
 }
 
 TEST(Check, NamesFlagsOfAPupilWithAnotherObscuration) {
-  for (const double obscuration : {0.05, 0.17, 0.23, 0.33, 0.42}) {
+  for (const double obscuration : {0.05, 0.125, 0.17, 0.23, 0.275, 0.33, 0.376, 0.42, kLargestObscuration}) {
     const TempDir folder;
     Calibration made = MakeCalibration({.obscuration = obscuration}, ZernikeBasis());
     const std::vector<std::uint8_t> right = std::exchange(made.used, UsedFlags({}));

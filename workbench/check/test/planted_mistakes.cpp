@@ -267,7 +267,7 @@ Mistake OfFlags(const std::string& detail, const std::function<std::vector<std::
           .detail = detail,
           .place = Place::kFlags,
           .Plant = [=](Content& content) { content.used = flags(content); },
-          .keys = {"flags.count", "m2s.layout", "cm.layout"},
+          .keys = {"flags.count", "flags.pupil", "m2s.layout", "cm.layout"},
           .words = {"flag", "pupil"}};
 }
 
@@ -455,6 +455,7 @@ std::vector<Mistake> RegionMistakes() {
     };
   };
   mistakes.push_back(OfFlags("of a round pupil", of_pupil({.name = "round", .obscuration = 0.0})));
+  mistakes.push_back(OfFlags("of an annular pupil", of_pupil({.name = "annular"})));
   mistakes.push_back(
       OfFlags("of a spider", of_pupil({.name = "wide spider", .spider_width = 1.2, .spider_angle = 40.0})));
   for (const int change : {-1, 1}) {

@@ -482,6 +482,31 @@ void PlantPairs(const std::vector<MistakePair>& pairs, std::size_t stride, doubl
   EXPECT_GE(sum.restored, least_restored * sum.planted);
 }
 
+/// With any pupil's flags on the matrices of any other, whatever the modes, lenslets and noise.
+TEST(Planted, FlagsOfAnyOtherPupilAreNamed) {
+  const std::vector<Recipe> recipes = BaseRecipes();
+  const std::vector<Pupil> pupils = Pupils();
+  for (std::size_t k = 0; k < recipes.size(); ++k) {
+    for (std::size_t other = 0; other < pupils.size(); ++other) {
+      if (!PlantAll() && other != (3 * k + 4) % pupils.size()) continue;
+      CalibrationContent content = Made(recipes[k]);
+      const auto& flags = Made({.pupil = pupils[other]}).used;
+      if (flags == content.used) continue;
+      content.used = flags;
+      const Findings findings = Examined(content);
+      const auto named = std::ranges::find(findings, "flags.pupil", &Finding::key);
+      ASSERT_NE(named, findings.end()) << Name(recipes[k]) << ", flags of " << pupils[other].name << ToldOf(findings);
+      EXPECT_EQ(named->verdict, Verdict::kWrong);
+      for (const Correction& correction : named->corrections) {  // right, but for one in the place of its like
+        correction.apply(content);
+        std::ptrdiff_t wrong = 0;
+        for (std::size_t i = 0; i < flags.size(); ++i) wrong += content.used[i] != Made(recipes[k]).used[i] ? 1 : 0;
+        EXPECT_LE(wrong, 2) << Name(recipes[k]) << ", flags of " << pupils[other].name;
+      }
+    }
+  }
+}
+
 TEST(Planted, PairsOfLayoutsAreNamedAndPutRight) { PlantPairs(PairsOfLayouts(), 13, 0.85, 0.85, "pairs of layouts"); }
 TEST(Planted, MistakesOfEachMatrixAreNamedAndPutRight) {
   PlantPairs(PairsOfMatrices(), 13, 0.9, 0.9, "a layout of each matrix");

@@ -55,12 +55,12 @@ TEST(Disturbance, HasKolmogorovVariancesFromTheFirstFrame) {
 
 TEST(Disturbance, IsCorrelatedFromFrameToFrame) {
   // 52 · 4000 products: their mean scatters by about 1/√208000 = 0.0022; six times that fails once in 10⁹.
-  constexpr double kCorrelation = 0.8;
+  constexpr double kFading = 0.8;
   const Eigen::VectorXd variances = Variances();
   double sum = 0;
   double squares = 0;
   for (std::uint32_t seed = 0; seed < 4000; ++seed) {
-    Disturbance disturbance(variances, 1.0, kCorrelation, seed);
+    Disturbance disturbance(variances, 1.0, kFading, seed);
     const Eigen::VectorXd before = disturbance.Modes();
     disturbance.Advance();
     for (int mode = 0; mode < 52; ++mode) {
@@ -69,7 +69,7 @@ TEST(Disturbance, IsCorrelatedFromFrameToFrame) {
       squares += before(mode) * before(mode) / variance;
     }
   }
-  EXPECT_NEAR(sum / squares, kCorrelation, 6 * 0.0022);
+  EXPECT_NEAR(sum / squares, kFading, 6 * 0.0022);
 }
 
 TEST(TurbulentSeries, HasTheFramesOfTheDisturbance) {

@@ -120,8 +120,8 @@ std::string ResolvedStretch(const std::string& word, const Frame& frame) {
   return frame.is_unsigned ? "percentile" : "log";
 }
 
-Stretch StretchByWord(const std::string& text, const Frame& frame) {
-  const std::string word = ResolvedStretch(text, frame);
+Stretch StretchByWord(const std::string& word, const Frame& frame) {
+  if (word == "auto") return StretchByWord(ResolvedStretch(word, frame), frame);
   if (word == "zscale") return ZScaleStretch(frame);
   if (word == "percentile") return PercentileStretch(frame);
   if (word == "sqrt") return {0.0, Brightest(frame), Stretch::Curve::kSquareRoot};

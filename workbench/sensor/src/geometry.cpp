@@ -36,6 +36,20 @@ void CheckAxis(const char* axis, const Geometry& geometry, double first, std::si
                               std::to_string(pixels - 1) + "; change the pitch, the size or the offset");
 }
 
+constexpr int kPoints = 24;  // of a sub-aperture, along each axis
+
+/// The least and the greatest squared distance of a sub-aperture's points from the pupil's centre, in squared steps
+/// from point to point. Most sub-apertures are wholly lit, or not at all, and need no look at every point.
+std::pair<double, double> SquaredDistances(int column, int row) {
+  constexpr double kHalf = 0.5 * (kPoints - 1);
+  const auto nearest = [](int k) { return k == 0 ? 0.5 : kPoints * std::abs(k) - kHalf; };
+  const auto farthest = [](int k) { return kPoints * std::abs(k) + kHalf; };
+  const auto square = [&](auto distance) {
+    return distance(column) * distance(column) + distance(row) * distance(row);
+  };
+  return {square(nearest), square(farthest)};
+}
+
 }  // namespace
 
 Cell CellAt(const Geometry& geometry, std::size_t i) {
@@ -48,11 +62,13 @@ Cell CellAt(const Geometry& geometry, std::size_t i) {
 }
 
 int LitPoints(const Geometry& geometry, std::size_t i) {
-  constexpr int kPoints = 24;
   constexpr double kOuter = kPoints * kPupilRadius;  // in steps from point to point
   const double inner = geometry.obscuration * kOuter;
   const int column = ColumnsFromMiddle(i);
   const int row = RowsFromMiddle(i);
+  const auto [nearest, farthest] = SquaredDistances(column, row);
+  if (nearest > kOuter * kOuter || farthest < inner * inner) return 0;
+  if (nearest >= inner * inner && farthest <= kOuter * kOuter && !geometry.spider_angle) return kPoints * kPoints;
   int lit = 0;
   for (int b = 0; b < kPoints; ++b) {
     for (int a = 0; a < kPoints; ++a) {

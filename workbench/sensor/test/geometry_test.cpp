@@ -68,6 +68,18 @@ TEST(Pupil, MiddleIsDarkAndTheRingIsLit) {
   EXPECT_EQ(LitPoints({}, 544 + 8), 576);  // half way out
   EXPECT_EQ(LitPoints({}, 0), 0);          // a corner
   EXPECT_EQ(LitPoints({.obscuration = 0.0}, 544), 576);
+  for (const double obscuration : {0.0, 0.28, 0.30555, 0.42}) {
+    for (std::size_t i = 0; i < 1089; ++i) {
+      int lit = 0;
+      for (double y = -11.5; y < 12.0; y += 1.0) {
+        for (double x = -11.5; x < 12.0; x += 1.0) {
+          const double r = std::hypot(24 * ColumnsFromMiddle(i) + x, 24 * RowsFromMiddle(i) + y) / (24 * kPupilRadius);
+          if (r >= obscuration && r <= 1.0) ++lit;
+        }
+      }
+      EXPECT_EQ(LitPoints({.obscuration = obscuration}, i), lit) << i;
+    }
+  }
 }
 
 TEST(Pupil, SpiderIsACrossAtItsAngle) {
