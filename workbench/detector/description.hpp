@@ -33,7 +33,7 @@ struct MapSource {
 struct DetectorDescription {
   quen::detector::DetectorConfig config;
   std::vector<MapSource> maps;     ///< that it has
-  bool engines_know_maps = false;  ///< and correct frames for them
+  bool engines_know_maps = false;  ///< whether engines are told of them
   std::vector<InputFile> files;    ///< that it was read from: the description, then the maps
 };
 

@@ -20,15 +20,22 @@ struct PixelMaps {
   [[nodiscard]] bool AreEmpty() const { return dark.empty() && flat.empty() && bad.empty(); }
 };
 
-/// What a detector's own maps make of its frames: gain · em_gain · dark_map + offset_map counts without light, its
-/// response, and as bad all pixels that are dead, hot or stuck.
+/// What a detector's own maps make of its frames: gain · em_gain · dark_map + offset_map counts without light, beside
+/// its pedestal and the dark of all pixels; its response; and as bad all pixels that are dead, hot or stuck, or have
+/// more counts without light than a converter has.
 PixelMaps MapsOf(const quen::detector::DetectorConfig& detector);
 
-/// Reads a map of counts without light, of the relative response, or of bad pixels.
-/// @throws std::runtime_error  the file cannot be read, is no image of 840 × 816 numbers, or has a number in it that is
-///                             out of range
+/// Reads a map of counts without light.
+/// @throws std::runtime_error  the file cannot be read, is no image of 840 × 816 numbers, or has one in it that is not
+///                             within PixelReadingLimits::kDark
 std::vector<double> ReadDarkMap(const InputFile& file);
+
+/// Reads a map of the relative response.
+/// @throws std::runtime_error  as for ReadDarkMap, with PixelReadingLimits::kResponse
 std::vector<double> ReadFlatMap(const InputFile& file);
+
+/// Reads a map of bad pixels: those that are not 0, NaN included.
+/// @throws std::runtime_error  the file cannot be read, is no image of 840 × 816 numbers, or leaves no good pixel
 std::vector<std::uint8_t> ReadBadPixels(const InputFile& file);
 
 }  // namespace quen::workbench

@@ -22,8 +22,9 @@ std::string ArrowLegend(const Overlay& overlay);
 std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::optional<Overlay>& overlay,
                       const std::string& title);
 
-/// Draws a map of a detector's pixels, 840 × 816 numbers, from its lowest value or, where most are not that, by zscale.
+/// Draws a map of a detector's pixels by zscale; from its lowest value to its highest where zscale finds no range.
 /// What is not finite is black. Returns a PNG file.
+/// @param map  a number for each of the 840 × 816 pixels
 /// @throws std::runtime_error  there is no memory for it
 std::string DrawMap(const std::vector<double>& map, const std::string& name);
 

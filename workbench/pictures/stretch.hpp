@@ -24,6 +24,9 @@ Stretch SpotStretch();
 
 /// Linear, between limits around the median that follow from the slope of the sorted values: the zscale of IRAF's
 /// display task, with its usual contrast of 0.25 and 1000 samples.
+/// @param values  at least one, finite
+/// @return  white is not above black where they are even
+Stretch ZScaleStretch(const std::vector<double>& values);
 Stretch ZScaleStretch(const Frame& frame);
 
 /// Logarithmic, from 0 to the brightest pixel.

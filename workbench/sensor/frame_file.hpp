@@ -18,6 +18,9 @@ struct Frame {
   std::vector<std::uint16_t> pixels;
   bool is_unsigned = false;
 
+  [[nodiscard]] quen::centroiders::PixelSign Sign() const {
+    return is_unsigned ? quen::centroiders::PixelSign::kUnsigned : quen::centroiders::PixelSign::kSigned;
+  }
   /// The number that is in one of its pixels.
   [[nodiscard]] double Value(std::uint16_t pixel) const {
     return is_unsigned ? pixel : static_cast<std::int16_t>(pixel);

@@ -24,6 +24,7 @@ class Moments {
  public:
   void Add(double value);
 
+  [[nodiscard]] bool AreNone() const { return count_ == 0; }  ///< the others are 0 then, but for what is lost
   [[nodiscard]] double Mean() const { return Over(sum_); }
   [[nodiscard]] double Rms() const;
   [[nodiscard]] double Largest() const { return largest_; }  ///< magnitude
@@ -66,6 +67,7 @@ struct MeasuredFrames {
   Moments error_x;  ///< against the truth, if there is one
   Moments error_y;
   std::size_t at_limit = 0;                   ///< spots
+  std::size_t without_light = 0;              ///< spots whose flux is not above 0
   std::size_t spots = 0;                      ///< all of them
   std::vector<std::vector<SlopeRow>> slopes;  ///< of each frame, all sub-apertures
 };

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "workbench/sensor/dimensions.hpp"
-#include "workbench/sensor/frame_file.hpp"
 
 namespace quen::workbench {
 
@@ -18,6 +17,9 @@ struct Pedestal {
 };
 
 /// Looks at the regions that are used. Those that are empty or reach out of the frame do not count.
-Pedestal PedestalOf(const Frame& frame, const std::vector<Roi>& rois, const std::vector<std::uint8_t>& used);
+/// @param values  of the frame's pixels, as CorrectedValues gives them; those that are NaN do not count
+/// @param width   of the frame, pixels
+Pedestal PedestalOf(const std::vector<double>& values, std::size_t width, const std::vector<Roi>& rois,
+                    const std::vector<std::uint8_t>& used);
 
 }  // namespace quen::workbench

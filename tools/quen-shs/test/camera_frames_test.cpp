@@ -127,6 +127,39 @@ TEST_F(CameraFrames, AreCorrectedForTheMapsOfTheCamera) {
   EXPECT_GT(LargestDifference(), 1.0);
 }
 
+TEST_F(CameraFrames, OnAPedestalThatTheDarkMapTakesAwayAreNotWarnedOf) {
+  MakeCamera("fits.writeto(\"" + File("dark.fits") +
+             "\", d * 0 + 200); fits.PrimaryHDU((d + 200).astype(numpy.int16))");
+  EXPECT_EQ(Measured(File("camera.fits") + " --dark-map " + File("dark.fits")).find("warning"), std::string::npos);
+}
+
+TEST_F(CameraFrames, GiveASpotOfTheirOwnWithoutTheirBadPixels) {
+  constexpr double kAsGood = 0.02;  // pixels, almost as a template without hot pixels
+  Measured(File("frame.fits") + " --engine correlation --output " + File("a.fits"));
+  MakeCamera("y, x = numpy.indices(d.shape); hot = (31 * x + 17 * y) % 197 == 0; fits.writeto(\"" + File("bad.fits") +
+             "\", hot.astype(numpy.uint8)); fits.PrimaryHDU(numpy.where(hot, 9000, d).astype(numpy.int16))");
+  const std::string with_template = File("frame.fits") + " --engine correlation --template-from " +
+                                    File("camera.fits") + " --output " + File("b.fits");
+  Measured(with_template + " --bad-pixels " + File("bad.fits"));
+  EXPECT_LT(LargestDifference(), kAsGood);
+  Measured(with_template);
+  EXPECT_GT(LargestDifference(), 5.0 * kAsGood);
+}
+
+TEST_F(CameraFrames, WithoutLightAreTold) {
+  MakeCamera("fits.PrimaryHDU((d * 0).astype(numpy.int16))");
+  const std::string dark = File("camera.fits");
+  EXPECT_NE(Measured(dark).find("\nwarning: 607 of 607 spots are without light\n"), std::string::npos);
+  EXPECT_EQ(Measured(File("frame.fits")).find("without light"), std::string::npos);
+  const std::string truth = " --truth " + File("a.fits");
+  const std::string lost = Measured(dark + " --json --engine maximum-likelihood" + truth);
+  EXPECT_NE(lost.find("\"error_x\": {\n    \"bias\": null,\n    \"rms\": null,\n    \"worst\": null\n  }"),
+            std::string::npos)
+      << lost;
+  EXPECT_NE(Measured(dark + " --engine maximum-likelihood" + truth).find("\nerror x                 none\n"),
+            std::string::npos);
+}
+
 TEST_F(CameraFrames, MapsThatAreNoneAreRefused) {
   MakeCamera("d = d * 1.0; d[3, 2] = -1; fits.PrimaryHDU(d)");
   const std::string frame = File("frame.fits");
@@ -142,6 +175,9 @@ TEST_F(CameraFrames, MapsThatAreNoneAreRefused) {
                 "quen-shs: " + camera + ": expected a map of 840 x 816 pixels (columns x rows), found 840 x 815");
   ExpectRefusal(frame + " --bad-pixels " + File("none.fits"), 1,
                 "quen-shs: " + File("none.fits") + ": cannot be read: No such file or directory");
+  MakeCamera("fits.PrimaryHDU(d * 0 + 1)");
+  ExpectRefusal(frame + " --bad-pixels " + camera, 1,
+                "quen-shs: " + camera + ": expected 0 for good pixels and other numbers for bad ones, found no 0");
   MakeCamera("fits.PrimaryHDU(d * 0)");
   ExpectRefusal(frame + " --bad-pixels " + camera + " --output " + camera, 1,
                 "quen-shs: cannot write " + camera + ": it is the same file as " + camera +
@@ -191,6 +227,26 @@ TEST_F(CameraFrames, TemplatesThatAreNoneAreRefused) {
   ExpectRefusal(with + " --output " + camera, 1,
                 "quen-shs: cannot write " + camera + ": it is the same file as " + camera +
                     ", which is read; give the output another name");
+}
+
+TEST_F(CameraFrames, ExtensionsAreNamedByNothingButTheirNames) {
+  MakeCamera(
+      "fits.HDUList([fits.PrimaryHDU(), fits.ImageHDU(d.astype(numpy.int16), name=\"A\"), "
+      "fits.ImageHDU(d.astype(numpy.int16), name=\"B][pix X*0\"), fits.ImageHDU(d.astype(numpy.int16))])");
+  const std::string camera = File("camera.fits");
+  for (const std::string literal : {"a", "B][pix X*0", "3", "01"}) {
+    Measured(camera + " --output " + File("b.fits") + " --extension '" + literal + "'");
+    EXPECT_EQ(LargestDifference(), 0.0) << literal;
+  }
+  for (const std::string wrong : {"-*,*", "A][*,-*", "1][pix X+500", "*", "A,2,I", "-1", "+1", "1.5", "SCI"}) {
+    ExpectRefusal(
+        camera + " --extension='" + wrong + "'", 1,
+        "quen-shs: " + camera + ": expected an extension named " + wrong + ", found A, B][PIX X*0, 3 without a name");
+  }
+  for (const std::string wrong : {"4", "99999999999999999999"}) {
+    ExpectRefusal(camera + " --extension " + wrong, 1,
+                  "quen-shs: " + camera + ": expected an extension of the number " + wrong + ", found 3 of them");
+  }
 }
 
 TEST_F(CameraFrames, ThatAreNoneAreRefused) {

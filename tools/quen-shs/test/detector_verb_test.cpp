@@ -89,6 +89,12 @@ TEST_F(DetectorVerb, EnginesMayKnowItsMaps) {
   EXPECT_NE(aware.find("\"engines_know_maps\": true"), std::string::npos) << aware;
   EXPECT_EQ(unaware.find("engines_know_maps"), std::string::npos) << unaware;
 
+  Done(score + " --output " + File("unaware.fits"));
+  Done(score + " --use-maps --output " + File("aware.fits"));
+  const auto failed = [&](const std::string& file) { return ColumnReadByAstropy(File(file), "scores", "failed"); };
+  EXPECT_GT(failed("unaware.fits").at(5), 0.3);
+  EXPECT_EQ(failed("aware.fits").at(5), 0.0);
+
   const std::string told = Done("loop --frames 10 --engine weighted:pedestal=101 --use-maps " + with_camera);
   EXPECT_NE(told.find(", maps known to the engines"), std::string::npos) << told;
   EXPECT_EQ(KeywordReadByAstropy(File("sensor/loop/frame.fits"), 0, "ENGMAPS"), "known");

@@ -315,6 +315,20 @@ TEST_F(Verbs, ViewSaysWhatIsWrong) {
       "--stretch: expected one of auto, log, zscale, percentile, sqrt, linear, found cube" + std::string(kHint));
 }
 
+TEST_F(Verbs, ViewRefusesWhatWouldDoNothing) {
+  Do("frame", "");
+  Do("measure", File("frame.fits"));
+  const std::string matrix = File("data/M2S.fits");
+  const std::string slopes = File("slopes.fits");
+  ExpectFailure("view " + matrix + " --stretch log", 1,
+                "quen-shs: --stretch: expected a frame, found matrix in " + matrix);
+  ExpectFailure("view " + matrix + " --slopes " + slopes, 1,
+                "quen-shs: --slopes: expected a frame, found matrix in " + matrix);
+  ExpectFailure("view " + slopes + " --calibration " + folder_.Path(), 1,
+                "quen-shs: --calibration: expected a frame, M2S or CM, found slopes in " + slopes);
+  EXPECT_EQ(QuenShs("view " + matrix + " --calibration " + folder_.Path()).exit_code, 0);
+}
+
 TEST_F(Verbs, ViewRefusesFramesThatNobodyCouldSee) {
   quen::testing::WriteImage(File("line.fits"), SHORT_IMG, {100000, 1}, {});
   ExpectFailure("view " + File("line.fits"), 1,

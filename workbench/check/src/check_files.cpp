@@ -56,6 +56,8 @@ Finding Looked(const std::string& key, const std::string& name, const InputFile&
   }
 }
 
+constexpr const char* kTranspose = "transpose it before writing";
+
 Finding CheckMatrixFile(const std::string& key, const std::string& name, const InputFile& file, const Axes& expected) {
   constexpr const char* kRewrite = "write it again, as a primary image of doubles with these axes";
   return Looked(key, name, file, kRewrite, [&]() -> std::optional<Finding> {
@@ -66,7 +68,7 @@ Finding CheckMatrixFile(const std::string& key, const std::string& name, const I
                      name,
                      fmt::format("{} is transposed: its axes are {}, expected {} (NAXIS1 first)", PathOf(file),
                                  fmt::join(axes, " x "), fmt::join(expected, " x ")),
-                     "transpose it before writing",
+                     kTranspose,
                      {}};
     }
     if (axes == expected && bitpix == DOUBLE_IMG) return std::nullopt;
@@ -135,8 +137,14 @@ Finding CheckRoisFile(const InputFile& file) {
 }  // namespace
 
 Findings CheckFiles(std::span<const InputFile> calibration) {
-  return {CheckMatrixFile("m2s.file", "M2S.fits", calibration[0], ExpectedAxes(0)),
-          CheckMatrixFile("cm.file", "CM.fits", calibration[1], ExpectedAxes(1)), CheckRoisFile(calibration[2])};
+  Finding m2s = CheckMatrixFile("m2s.file", "M2S.fits", calibration[0], ExpectedAxes(0));
+  Finding cm = CheckMatrixFile("cm.file", "CM.fits", calibration[1], ExpectedAxes(1));
+  if (m2s.advice == kTranspose && cm.advice == kTranspose) {  // each has the axes of the other
+    m2s.advice = cm.advice =
+        "exchange M2S.fits and CM.fits; or, if each is what its name says, transpose both before "
+        "writing: M2S has slopes of some pixels, CM in general much smaller numbers";
+  }
+  return {std::move(m2s), std::move(cm), CheckRoisFile(calibration[2])};
 }
 
 }  // namespace quen::workbench

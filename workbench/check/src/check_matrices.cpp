@@ -194,9 +194,10 @@ bool AreMisplaced(const Fields& slopes, double smooth_share, const Lattice& latt
 }
 
 /// Usage flags that belong to another pupil.
-std::optional<Finding> CheckPupil(const CalibrationContent& content, const MatrixLayout& m2s, const Lattice& lattice,
-                                  const std::vector<ListOrder>& orders) {
+std::optional<Finding> CheckPupil(const CalibrationContent& content, const MatrixLayouts& layouts,
+                                  const Lattice& lattice, const std::vector<ListOrder>& orders) {
   constexpr double kClearly = 0.97;
+  const MatrixLayout& m2s = layouts.m2s;
   const Fields slopes = Sample(M2sFields(content.m2s, false));
   const std::vector<std::size_t> used = UsedIndices(content.used);
   if (m2s.as_it_stands > kClearly || !AreMisplaced(slopes, m2s.as_it_stands, lattice, used)) return std::nullopt;
@@ -219,11 +220,22 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Matri
       !AreMisplaced(Sample(M2sPutRight(content.m2s, m2s.layouts.front(), orders)), m2s.put_right, lattice, used)) {
     return std::nullopt;
   }
-  finding.text = fmt::format(
-      "the slopes go with flags of another pupil: they change evenly along the list of used sub-apertures, and not "
-      "over "
-      "the pupil that is flagged ({:.1f} % of them are a smooth wavefront's)",
+  const std::string unlike = fmt::format(
+      "change evenly along the list of used sub-apertures, and not over the pupil ({:.1f} % of them are a smooth "
+      "wavefront's)",
       100.0 * m2s.as_it_stands);
+  if (layouts.cm.as_it_stands > kClearly) {
+    return Finding{Verdict::kWrong,
+                   kM2s.key,
+                   std::string(kM2s.name) + " layout",
+                   "its slopes " + unlike + ", and those of CM are in place: its list begins with another sub-aperture",
+                   "list the slopes of M2S as those of CM, from the first used sub-aperture on",
+                   {}};
+  }
+  finding.text =
+      "the slopes do not go with these flags, but with those of another pupil, or the list begins elsewhere: they " +
+      unlike;
+  finding.advice += ", and the slopes from the first used sub-aperture on";
   return finding;
 }
 
@@ -255,7 +267,7 @@ Findings CheckMatrices(const CalibrationContent& content) {
   const std::vector<ListOrder> orders = ListOrders(*lattice, used);
   const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kDegree);
   const MatrixLayouts layouts = FindLayouts(content, gradients, orders);
-  const auto pupil = CheckPupil(content, layouts.m2s, *lattice, orders);
+  const auto pupil = CheckPupil(content, layouts, *lattice, orders);
   if (pupil) {
     findings.push_back(*pupil);
   } else {
@@ -268,7 +280,13 @@ Findings CheckMatrices(const CalibrationContent& content) {
   };
   const Matrix m2s = pupil ? content.m2s : M2sPutRight(content.m2s, first(layouts.m2s), orders);
   const Matrix cm = pupil ? content.cm : CmPutRight(content.cm, first(layouts.cm), orders);
-  for (Finding& finding : CheckInverse(m2s, cm)) findings.push_back(std::move(finding));
+  if (pupil && pupil->key == kM2s.key) return findings;  // CM is not to be judged by it
+  const bool is_m2s_sure = std::ranges::none_of(
+      findings, [](const Finding& finding) { return finding.key == kM2s.key && finding.verdict != Verdict::kGood; });
+  for (Finding& finding : CheckInverse(m2s, cm)) {
+    if (!is_m2s_sure) finding.corrections.clear();  // CM is not to be made of what may be wrong
+    findings.push_back(std::move(finding));
+  }
   if (pupil) return findings;  // without the right flags, nothing can be told of the modes
   const SlopeSpace surfaces = SlopeSpace::OfSurfaces(content.rois, used, kDegree - 1);
   for (Finding& finding : CheckModes(m2s, gradients, surfaces, *lattice, used)) findings.push_back(std::move(finding));

@@ -126,6 +126,23 @@ struct BothMatrices {
   }
 };
 
+constexpr double kLoss = 0.02;  // of the smooth share: what puts a matrix right does not take as much
+
+/// Where what would put CM right takes from its smooth share, it is M2S that is mistaken, if the same adds to its
+/// share; else neither is known to be.
+void BlameM2s(const BothMatrices& both, const SlopeSpace& gradients, MatrixLayouts& found) {
+  found.cm.layouts = {Layout()};
+  found.cm.put_right = found.cm.as_it_stands;
+  const auto layout = both.Relative(false, Layout());
+  if (!layout || *layout == Layout()) return;
+  const Fields m2s = M2sFields(M2sPutRight(both.m2s, *layout, both.orders), false);
+  const double put_right = gradients.Share(m2s);
+  const bool is_of_cm = SlopeSpace(CmFields(both.cm, false)).Share(m2s) > 1.0 - kLoss;
+  if (!is_of_cm || put_right < std::max(found.m2s.as_it_stands, found.cm.as_it_stands - kLoss)) return;
+  found.m2s.layouts = {*layout};
+  found.m2s.put_right = put_right;
+}
+
 }  // namespace
 
 MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& gradients,
@@ -162,6 +179,7 @@ MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& g
     found.cm.layouts = {*cm_layout};
     found.cm.put_right = gradients.Share(PutRight(CmFields(content.cm, cm_layout->is_transposed), *cm_layout, orders));
   }
+  if (found.m2s.IsRight() && found.cm.put_right < found.cm.as_it_stands - kLoss) BlameM2s(both, gradients, found);
   return found;
 }
 

@@ -411,6 +411,86 @@ TEST(Check, NamesFlagsOfAPupilWithAnotherObscuration) {
   }
 }
 
+/// The slopes of either block in another order: entry k is what was entry from(k).
+template <typename From>
+void Reorder(Matrix& m2s, const From& from) {
+  const Matrix before = m2s;
+  for (Eigen::Index k = 0; k < 607; ++k) {
+    m2s.row(k) = before.row(from(k));
+    m2s.row(607 + k) = before.row(607 + from(k));
+  }
+}
+
+TEST(Check, BlamesTheMatrixWhoseSlopesAreOutOfPlace) {
+  // From the last to the first the slopes are almost as smooth, for the pupil is almost the same upside down.
+  for (const std::string basis : {"zernike", "karhunen-loeve"}) {
+    const TempDir folder;
+    Calibration made = MakeCalibration({}, BasisByWord(basis));
+    const Matrix right = made.m2s;
+    Reorder(made.m2s, [](Eigen::Index k) { return 606 - k; });
+    WriteCalibration(folder.Path(), false, made);
+    const auto examination = CheckCalibration(folder.Path());
+    const auto corrected = Corrected(*examination.content, examination.findings);
+    ASSERT_TRUE(corrected) << basis;
+    EXPECT_EQ(corrected->cm, made.cm) << basis;
+    EXPECT_LT((corrected->m2s - right).cwiseAbs().maxCoeff(), 1e-9) << basis;
+  }
+}
+
+TEST(Check, NamesAListThatBeginsWithAnotherSubaperture) {
+  const auto shifted = [](Eigen::Index k) { return (k + 1) % 607; };
+  for (const std::string basis : {"zernike", "karhunen-loeve"}) {
+    const TempDir folder;
+    Calibration made = MakeCalibration({}, BasisByWord(basis));
+    Reorder(made.m2s, shifted);
+    WriteCalibration(folder.Path(), false, made);
+    const auto examination = CheckCalibration(folder.Path());
+    const auto named = std::ranges::find(examination.findings, "m2s.layout", &Finding::key);
+    ASSERT_NE(named, examination.findings.end());
+    EXPECT_EQ(named->verdict, Verdict::kWrong) << basis;
+    if (basis == "zernike") {
+      EXPECT_NE(named->text.find("its list begins with another sub-aperture"), std::string::npos) << named->text;
+    }
+    EXPECT_FALSE(Corrected(*examination.content, examination.findings)) << basis;
+
+    Matrix transposed = made.cm.transpose();
+    Reorder(transposed, shifted);
+    made.cm = transposed.transpose();
+    WriteCalibration(folder.Path(), true, made);
+    const auto both = CheckCalibration(folder.Path());
+    const auto flags = std::ranges::find(both.findings, "flags.pupil", &Finding::key);
+    ASSERT_NE(flags, both.findings.end()) << basis;
+    EXPECT_NE(flags->text.find("the list begins elsewhere"), std::string::npos) << flags->text;
+  }
+}
+
+TEST(Check, MakesNoControlMatrixOfNoise) {
+  const TempDir folder;
+  Calibration made = MakeCalibration({}, ZernikeBasis());
+  std::mt19937 random(3);
+  std::normal_distribution<double> noise(0.0, 0.5 * made.m2s.norm() / std::sqrt(static_cast<double>(made.m2s.size())));
+  for (double& slope : made.m2s.reshaped()) slope += 2.0 * noise(random);
+  WriteCalibration(folder.Path(), false, made);
+  const auto examination = CheckCalibration(folder.Path());
+  const auto layout = std::ranges::find(examination.findings, "m2s.layout", &Finding::key);
+  ASSERT_NE(layout, examination.findings.end());
+  EXPECT_EQ(layout->verdict, Verdict::kDoubtful) << layout->text;
+  const auto inverse = std::ranges::find(examination.findings, "cm.inverse", &Finding::key);
+  ASSERT_NE(inverse, examination.findings.end());
+  EXPECT_NE(inverse->verdict, Verdict::kGood);
+  EXPECT_FALSE(Corrected(*examination.content, examination.findings));
+}
+
+TEST(Check, NamesExchangedMatrices) {
+  testing::Calibration calibration = Good();
+  std::swap(calibration.m2s, calibration.cm);
+  const Findings findings = Check(calibration);
+  EXPECT_EQ(Only(findings, Verdict::kWrong).size(), 2U);
+  for (const Finding& finding : Only(findings, Verdict::kWrong)) {
+    EXPECT_NE(finding.advice.find("exchange M2S.fits and CM.fits"), std::string::npos) << finding.advice;
+  }
+}
+
 TEST(Check, NamesShiftedReferences) {
   const std::vector<std::pair<double, std::string>> shifts = {
       {0.5, "half a pixel too high: pixel centres are at integers"},

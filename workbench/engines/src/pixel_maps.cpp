@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
+#include <functional>
 #include <stdexcept>
 
 #include "centroiders/pixel_reading.hpp"
@@ -39,6 +39,12 @@ PixelMaps MapsOf(const quen::detector::DetectorConfig& detector) {
   maps.bad.resize(detector.bad_pixels.size());
   std::ranges::transform(detector.bad_pixels, maps.bad.begin(),
                          [](PixelState state) { return static_cast<std::uint8_t>(state != PixelState::kGood); });
+  for (std::size_t pixel = 0; pixel < maps.dark.size(); ++pixel) {
+    if (PixelReadingLimits::kDark.Contain(maps.dark[pixel])) continue;
+    maps.dark[pixel] = 0.0;
+    maps.bad.resize(kPixels);
+    maps.bad[pixel] = 1;
+  }
   return maps;
 }
 
@@ -50,7 +56,8 @@ std::vector<std::uint8_t> ReadBadPixels(const InputFile& file) {
   const std::vector<double> map = ReadMap(file);
   std::vector<std::uint8_t> bad(map.size());
   std::ranges::transform(map, bad.begin(), [](double element) { return static_cast<std::uint8_t>(element != 0.0); });
-  return bad;
+  if (std::ranges::count(bad, 0) > 0) return bad;
+  throw std::runtime_error(file.Name() + ": expected 0 for good pixels and other numbers for bad ones, found no 0");
 }
 
 }  // namespace quen::workbench

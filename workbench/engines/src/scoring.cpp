@@ -47,6 +47,7 @@ ErrorCurves ScoreAlong(quen::shssim::ShsSimulator& simulator, const std::vector<
     if (conditions.detector) {
       auto lit = std::make_shared<DetectorDescription>();
       lit->config = conditions.detector->config;
+      lit->engines_know_maps = conditions.detector->engines_know_maps;
       lit->config.electrons_per_unit = place / quen::shssim::kSpotFlux;
       conditions.detector = lit;
     } else {

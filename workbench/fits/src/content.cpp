@@ -1,15 +1,18 @@
 #include "workbench/fits/content.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <stdexcept>
 #include <string_view>
 
+#include "workbench/fits/numbers.hpp"
 #include "workbench/fits/src/cfitsio_status.hpp"
 
 namespace quen::workbench {
@@ -46,6 +49,12 @@ void RequireData(const Handle& handle, const InputFile& file) {
                   std::max(is_image ? ImageSize(handle) : 0.0, static_cast<double>(end)), size));
 }
 
+/// Whether two names are the same, be they in capitals or not.
+bool IsSame(std::string_view a, std::string_view b) {
+  return std::ranges::equal(
+      a, b, [](unsigned char one, unsigned char other) { return std::tolower(one) == std::tolower(other); });
+}
+
 /// Whether a card gives an HDU this name, be it in capitals or not.
 bool IsName(std::string_view card, std::string_view name) {
   constexpr std::string_view kQuote = "= '";
@@ -55,8 +64,7 @@ bool IsName(std::string_view card, std::string_view name) {
   std::string_view value = card.substr(kKeyword + kQuote.size());
   value = value.substr(0, value.find('\''));
   value = value.substr(0, value.find_last_not_of(' ') + 1);
-  return std::ranges::equal(value, name,
-                            [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
+  return IsSame(value, name);
 }
 
 /// Whether a card anywhere in the file gives an HDU this name.
@@ -72,15 +80,50 @@ bool Names(const InputFile& file, std::string_view name) {
   return false;
 }
 
-/// Opens a file at the HDU that `selection` means to CFITSIO, empty for the primary image, or at an extension by name.
-Handle OpenAt(const InputFile& file, const std::string& selection, const std::optional<std::string>& extension) {
-  RequireFits(file);
-  return Reading(file, [&] {
+/// Goes to an extension, counted from 1.
+/// @return  false if there is none
+bool MoveTo(const InputFile& file, const Handle& handle, int number) {
+  int status = 0;
+  fits_clear_errmsg();
+  fits_movabs_hdu(handle->file, number + 1, nullptr, &status);
+  if (status == END_OF_FILE || status == BAD_HDU_NUM) {
     fits_clear_errmsg();
-    Handle handle = quen::common::Fits::FitsFile(file.Path() + selection, extension);
-    RequireData(handle, file);
-    return handle;
-  });
+    return false;
+  }
+  fits_get_hdu_type(handle->file, &handle->hdu_type, &status);
+  RequireSuccess(status, fmt::format("{}: its extension {} cannot be read", file.Name(), number));
+  RequireData(handle, file);
+  return true;
+}
+
+/// Goes to the first extension of a name, be it in capitals or not. The name is taken as it is: to CFITSIO itself
+/// brackets and colons in it would have a meaning.
+void MoveToName(const InputFile& file, const Handle& handle, const std::string& name) {
+  constexpr std::size_t kListed = 8;
+  std::vector<std::string> names;
+  for (int number = 1; MoveTo(file, handle, number); ++number) {
+    const std::string found = TextKey(file, handle, "EXTNAME");
+    if (IsSame(found, name)) return;
+    names.push_back(found.empty() ? std::to_string(number) + " without a name" : found);
+  }
+  if (names.size() > kListed) names[kListed] = fmt::format("{} more", names.size() - kListed);
+  names.resize(std::min(names.size(), kListed + 1));
+  throw std::runtime_error(fmt::format("{}: expected an extension named {}, found {}", file.Name(), name,
+                                       names.empty() ? "none" : fmt::format("{}", fmt::join(names, ", "))));
+}
+
+void MoveToNumber(const InputFile& file, const Handle& handle, const std::string& digits) {
+  const std::optional<long> number = ParseWhole(digits);
+  if (number == 0) return;  // the primary image
+  if (number && *number <= std::numeric_limits<int>::max() - 1 && MoveTo(file, handle, static_cast<int>(*number))) {
+    return;
+  }
+  int count = 0;
+  int status = 0;
+  fits_get_num_hdus(handle->file, &count, &status);
+  fits_clear_errmsg();
+  throw std::runtime_error(
+      fmt::format("{}: expected an extension of the number {}, found {} of them", file.Name(), digits, count - 1));
 }
 
 /// Whether an image has no pixels, and something follows it.
@@ -113,15 +156,24 @@ bool IsFits(const InputFile& file) {
 }
 
 Handle OpenFits(const InputFile& file, const std::optional<std::string>& extension) {
-  return OpenAt(file, "", extension);
+  RequireFits(file);
+  return Reading(file, [&] {
+    fits_clear_errmsg();
+    Handle handle = quen::common::Fits::FitsFile(file.Path(), extension);
+    RequireData(handle, file);
+    return handle;
+  });
 }
 
 Handle OpenImage(const InputFile& file, const std::string& extension) {
-  const bool is_number = !extension.empty() && extension.find_first_not_of("0123456789") == std::string::npos;
-  const bool is_name = !extension.empty() && !is_number;
-  Handle image =
-      OpenAt(file, is_number ? "[" + extension + "]" : "", is_name ? std::optional(extension) : std::nullopt);
-  if (extension.empty() && IsEmptyBeforeOthers(file, image)) image = OpenAt(file, "[1]", std::nullopt);
+  Handle image = OpenFits(file, std::nullopt);
+  if (extension.empty()) {
+    if (IsEmptyBeforeOthers(file, image)) MoveToNumber(file, image, "1");
+  } else if (extension.find_first_not_of("0123456789") == std::string::npos) {
+    MoveToNumber(file, image, extension);
+  } else {
+    MoveToName(file, image, extension);
+  }
   if (image->hdu_type == IMAGE_HDU) return image;
   throw std::runtime_error(file.Name() + ": expected an image, found a table; name the extension of the image");
 }

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "workbench/pictures/src/plane.hpp"
 #include "workbench/pictures/src/plot.hpp"
+#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {
@@ -13,18 +15,21 @@ namespace {
 constexpr double kTypicalArrow = 5.0;  // pixels of the frame
 constexpr double kShortest = 1e-300;   // pixels; shorter ones are too short to be enlarged
 
-constexpr double kLevels = 65535.0;  // of a frame's pixels, which a map's finite elements become
-
-Range RangeOf(const std::vector<double>& map) {
-  Range range;
-  for (const double element : map) range.Hold(element);
-  return range.lowest <= range.highest ? range : Range{0.0, 0.0};
+/// What is finite of a map, in units of its largest magnitude, so that differences are numbers, too; a 0 where nothing
+/// is.
+std::vector<double> FiniteOf(const std::vector<double>& map, double unit) {
+  std::vector<double> values;
+  for (const double element : map) {
+    if (std::isfinite(element)) values.push_back(element / unit);
+  }
+  if (values.empty()) values.push_back(0.0);
+  return values;
 }
 
-std::uint16_t LevelOf(double element, const Range& range) {
-  const double half = 0.5 * range.highest - 0.5 * range.lowest;  // the whole may be more than a number holds
-  if (!std::isfinite(element) || !(half > 0.0)) return 0;
-  return static_cast<std::uint16_t>(kLevels * ((0.5 * element - 0.5 * range.lowest) / half));
+double LargestMagnitude(const std::vector<double>& map) {
+  double largest = 0.0;
+  for (const double element : map) largest = std::isfinite(element) ? std::max(largest, std::abs(element)) : largest;
+  return largest > 0.0 ? largest : 1.0;
 }
 
 }  // namespace
@@ -65,15 +70,22 @@ std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::opt
 }
 
 std::string DrawMap(const std::vector<double>& map, const std::string& name) {
-  const Range range = RangeOf(map);
+  constexpr double kLevels = 65535.0;  // of a frame's pixels
+  const double unit = LargestMagnitude(map);
+  const std::vector<double> values = FiniteOf(map, unit);
+  Stretch stretch = ZScaleStretch(values);
+  if (!(stretch.white > stretch.black)) {
+    stretch.black = std::ranges::min(values);
+    stretch.white = std::ranges::max(values);
+  }
   Frame frame = {kFrameWidth, kFrameHeight, std::vector<std::uint16_t>(map.size()), true};
-  std::ranges::transform(map, frame.pixels.begin(), [&](double element) { return LevelOf(element, range); });
-  Stretch stretch = ZScaleStretch(frame);
-  if (stretch.white - stretch.black <= 1.0) stretch = {0.0, kLevels, Stretch::Curve::kLinear};
-  const auto value = [&](double level) { return Short(std::lerp(range.lowest, range.highest, level / kLevels)); };
-  return DrawFrame(frame, stretch, std::nullopt,
-                   name + ", row 0 at the bottom, from " + value(stretch.black) + " (black) to " +
-                       value(stretch.white) + " (white)" +
+  std::ranges::transform(map, frame.pixels.begin(), [&](double element) {
+    const bool is_shown = std::isfinite(element) && stretch.white > stretch.black;
+    return static_cast<std::uint16_t>(is_shown ? kLevels * stretch.Shade(element / unit) : 0.0);
+  });
+  return DrawFrame(frame, {0.0, kLevels, Stretch::Curve::kLinear}, std::nullopt,
+                   name + ", row 0 at the bottom, from " + Short(unit * stretch.black) + " (black) to " +
+                       Short(unit * stretch.white) + " (white)" +
                        NotFinite(std::ranges::count_if(map, [](double element) { return !std::isfinite(element); })));
 }
 

@@ -51,6 +51,13 @@ RankLine FitRankLine(const Eigen::ArrayXd& samples, Eigen::Index fewest) {
   return line;
 }
 
+std::vector<double> ValuesOf(const Frame& frame) {
+  std::vector<double> values;
+  values.reserve(frame.pixels.size());
+  for (const std::uint16_t pixel : frame.pixels) values.push_back(frame.Value(pixel));
+  return values;
+}
+
 double Brightest(const Frame& frame) {
   double brightest = 1.0;
   for (const std::uint16_t pixel : frame.pixels) brightest = std::max(brightest, frame.Value(pixel));
@@ -75,16 +82,13 @@ double Stretch::Shade(double value) const {
 
 Stretch SpotStretch() { return {0.0, quen::shssim::kSpotPeak, Stretch::Curve::kSquareRoot}; }
 
-Stretch ZScaleStretch(const Frame& frame) {
-  const std::vector<std::uint16_t>& pixels = frame.pixels;
+Stretch ZScaleStretch(const std::vector<double>& values) {
   constexpr std::size_t kSamples = 1000;
   constexpr double kContrast = 0.25;
   constexpr Eigen::Index kFewest = 5;
-  const std::size_t stride = std::max<std::size_t>(1, pixels.size() / kSamples);
+  const std::size_t stride = std::max<std::size_t>(1, values.size() / kSamples);
   std::vector<double> samples;
-  for (std::size_t i = 0; i < pixels.size() && samples.size() < kSamples; i += stride) {
-    samples.push_back(frame.Value(pixels[i]));
-  }
+  for (std::size_t i = 0; i < values.size() && samples.size() < kSamples; i += stride) samples.push_back(values[i]);
   std::ranges::sort(samples);
   const auto count = static_cast<Eigen::Index>(samples.size());
   const Eigen::Index fewest = std::max(kFewest, count / 2);
@@ -97,14 +101,17 @@ Stretch ZScaleStretch(const Frame& frame) {
     stretch.black = std::max(stretch.black, median - static_cast<double>(centre - 1) * slope);
     stretch.white = std::min(stretch.white, median + static_cast<double>(count - centre) * slope);
   }
+  return stretch;
+}
+
+Stretch ZScaleStretch(const Frame& frame) {
+  Stretch stretch = ZScaleStretch(ValuesOf(frame));
   if (!(stretch.white > stretch.black)) stretch.white = stretch.black + 1.0;  // an even frame
   return stretch;
 }
 
 Stretch PercentileStretch(const Frame& frame) {
-  std::vector<double> values;
-  values.reserve(frame.pixels.size());
-  for (const std::uint16_t pixel : frame.pixels) values.push_back(frame.Value(pixel));
+  std::vector<double> values = ValuesOf(frame);
   const double black = common::Quantile(values, 0.25);
   return {black, std::max(common::Quantile(values, 0.995), black + 1.0), Stretch::Curve::kSquareRoot};
 }

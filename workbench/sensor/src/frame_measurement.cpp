@@ -6,6 +6,7 @@
 
 #include "workbench/engines/engines.hpp"
 #include "workbench/fits/interruption.hpp"
+#include "workbench/sensor/corrected_frame.hpp"
 #include "workbench/sensor/measurement_file.hpp"
 
 namespace quen::workbench {
@@ -30,6 +31,7 @@ void AddSpots(const Camera& camera, const MeasureOptions& options, MeasuredFrame
     measured.x.Add(spot_x);
     measured.y.Add(spot_y);
     if (std::abs(spot_x) == options.limit || std::abs(spot_y) == options.limit) ++measured.at_limit;
+    if (!(camera.Flux()[i] > 0.0)) ++measured.without_light;
     ++measured.spots;
     if (!options.truth) continue;
     measured.error_x.Add(spot_x - options.truth->x[i]);
@@ -64,7 +66,8 @@ MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const Me
     const PixelRange range = RangeOf(frame);
     measured.pixels.lowest = std::min(measured.pixels.lowest, range.lowest);
     measured.pixels.highest = std::max(measured.pixels.highest, range.highest);
-    const Pedestal pedestal = PedestalOf(frame, camera.Rois(), camera.RoisUsed());
+    const Pedestal pedestal =
+        PedestalOf(CorrectedValues(frame, options.maps), frame.width, camera.Rois(), camera.RoisUsed());
     if (std::abs(pedestal.share) > std::abs(measured.pedestal.share)) measured.pedestal = pedestal;
 
     std::unique_ptr<Engine>& centroiding = engines[range.Sign()];

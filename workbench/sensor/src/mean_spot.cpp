@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <vector>
@@ -10,6 +9,7 @@
 #include "centroiders/correlation.hpp"
 #include "workbench/engines/engines.hpp"
 #include "workbench/fits/interruption.hpp"
+#include "workbench/sensor/corrected_frame.hpp"
 #include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/overlay.hpp"
@@ -19,20 +19,18 @@ namespace quen::workbench {
 namespace {
 
 /// In pixels of the frame, or of a template from its middle.
-struct Place {
+struct PixelPoint {
   double x = 0.0;
   double y = 0.0;
 };
 
 struct Spot {
   std::size_t region;
-  Place centre;
+  PixelPoint centre;
 };
 
-std::vector<Spot> SpotsIn(const Frame& frame, Camera& camera) {
-  using quen::centroiders::PixelSign;
-  const auto sign = frame.is_unsigned ? PixelSign::kUnsigned : PixelSign::kSigned;
-  const std::unique_ptr<Engine> engine = MakeEngine("correlation:top=surface,subtract=border", {sign});
+std::vector<Spot> SpotsIn(const Frame& frame, const PixelMaps& maps, Camera& camera) {
+  const auto engine = MakeEngine("correlation:top=surface,subtract=border", {.sign = frame.Sign(), .maps = maps});
   camera.Load(frame.pixels);
   camera.ComputeSlopes(*engine, kSlopeLimit, std::nullopt);
   std::vector<Spot> spots;
@@ -53,8 +51,8 @@ double Cubic(double distance) {
   return d < 2.0 ? ((-0.5 * d + 2.5) * d - 4.0) * d + 2.0 : 0.0;
 }
 
-/// The frame's value at a place between its pixels; none where not all pixels around it are in the region.
-std::optional<double> ValueAt(const Frame& frame, const Roi& roi, const Place& place) {
+/// The value at a place between pixels; none where not all pixels around it are in the region, and count.
+std::optional<double> ValueAt(const std::vector<double>& values, const Roi& roi, const PixelPoint& place) {
   constexpr std::ptrdiff_t kReach = 2;  // of the convolution
   const auto first_column = static_cast<std::ptrdiff_t>(std::floor(place.x)) + 1 - kReach;
   const auto first_row = static_cast<std::ptrdiff_t>(std::floor(place.y)) + 1 - kReach;
@@ -64,11 +62,11 @@ std::optional<double> ValueAt(const Frame& frame, const Roi& roi, const Place& p
   for (std::ptrdiff_t row = first_row; row < first_row + 2 * kReach; ++row) {
     const double weight = Cubic(place.y - static_cast<double>(row));
     for (std::ptrdiff_t column = first_column; column < first_column + 2 * kReach; ++column) {
-      const auto pixel = static_cast<std::size_t>(column) + frame.width * static_cast<std::size_t>(row);
-      sum += weight * Cubic(place.x - static_cast<double>(column)) * frame.Value(frame.pixels[pixel]);
+      const auto pixel = static_cast<std::size_t>(column) + kFrameWidth * static_cast<std::size_t>(row);
+      sum += weight * Cubic(place.x - static_cast<double>(column)) * values[pixel];
     }
   }
-  return sum;
+  return std::isnan(sum) ? std::nullopt : std::optional(sum);
 }
 
 /// Spots, added up around their centres.
@@ -76,10 +74,10 @@ class Stack {
  public:
   explicit Stack(std::size_t size) : size_(size), sums_(size * size), counts_(size * size) {}
 
-  void Add(const Frame& frame, const Roi& roi, const Place& centre, double pedestal) {
+  void Add(const std::vector<double>& values, const Roi& roi, const PixelPoint& centre, double pedestal) {
     for (std::size_t k = 0; k < sums_.size(); ++k) {
-      const Place off = OffMiddle(k);
-      if (const auto value = ValueAt(frame, roi, {centre.x + off.x, centre.y + off.y})) {
+      const PixelPoint off = OffMiddle(k);
+      if (const auto value = ValueAt(values, roi, {centre.x + off.x, centre.y + off.y})) {
         sums_[k] += *value - pedestal;
         counts_[k] += 1.0;
       }
@@ -93,21 +91,21 @@ class Stack {
   }
 
   /// Centre of gravity of the mean, from the middle pixel.
-  [[nodiscard]] Place CentreOfGravity() const {
+  [[nodiscard]] PixelPoint CentreOfGravity() const {
     const SpotTemplate mean = Mean();
-    Place moment;
+    PixelPoint moment;
     double light = 0.0;
     for (std::size_t k = 0; k < mean.values.size(); ++k) {
-      const Place off = OffMiddle(k);
+      const PixelPoint off = OffMiddle(k);
       light += mean.values[k];
       moment.x += mean.values[k] * off.x;
       moment.y += mean.values[k] * off.y;
     }
-    return light > 0.0 ? Place{moment.x / light, moment.y / light} : Place{};
+    return light > 0.0 ? PixelPoint{moment.x / light, moment.y / light} : PixelPoint{};
   }
 
  private:
-  [[nodiscard]] Place OffMiddle(std::size_t k) const {
+  [[nodiscard]] PixelPoint OffMiddle(std::size_t k) const {
     const double middle = 0.5 * static_cast<double>(size_ - 1);
     const std::size_t column = k % size_;
     const std::size_t row = k / size_;
@@ -119,33 +117,55 @@ class Stack {
   std::vector<double> counts_;
 };
 
-/// All spots of all frames, each shifted by as much.
-Stack Stacked(const FrameReader& frames, Camera& camera, const Place& shift) {
-  Stack stack(quen::centroiders::CorrelationConfig().size);
-  for (std::size_t number = 0; number < frames.Count(); ++number) {
-    ThrowIfInterrupted();
-    const Frame frame = frames.Read(number);
-    const double pedestal = PedestalOf(frame, camera.Rois(), camera.RoisUsed()).counts;
-    for (const auto& [region, centre] : SpotsIn(frame, camera)) {
-      stack.Add(frame, camera.Rois()[region], {centre.x + shift.x, centre.y + shift.y}, pedestal);
+/// All spots of all frames.
+class SpotsOfFrames {
+ public:
+  SpotsOfFrames(const FrameReader& frames, const PixelMaps& maps, Camera& camera)
+      : frames_(frames), maps_(maps), camera_(camera) {
+    for (std::size_t number = 0; number < frames.Count(); ++number) {
+      ThrowIfInterrupted();
+      spots_.push_back(SpotsIn(frames.Read(number), maps, camera));
     }
   }
-  return stack;
-}
+
+  /// Each shifted by as much.
+  [[nodiscard]] Stack Stacked(const PixelPoint& shift) const {
+    Stack stack(quen::centroiders::CorrelationConfig().size);
+    for (std::size_t number = 0; number < frames_.Count(); ++number) {
+      ThrowIfInterrupted();
+      const std::vector<double> values = CorrectedValues(frames_.Read(number), maps_);
+      const double pedestal = PedestalOf(values, kFrameWidth, camera_.Rois(), camera_.RoisUsed()).counts;
+      for (const auto& [region, centre] : spots_[number]) {
+        stack.Add(values, camera_.Rois()[region], {centre.x + shift.x, centre.y + shift.y}, pedestal);
+      }
+    }
+    return stack;
+  }
+
+ private:
+  const FrameReader& frames_;
+  const PixelMaps& maps_;
+  const Camera& camera_;
+  std::vector<std::vector<Spot>> spots_;  ///< of each frame
+};
 
 }  // namespace
 
-SpotTemplate MeanSpot(const FrameReader& frames, Camera& camera) {
+SpotTemplate MeanSpot(const FrameReader& frames, const PixelMaps& maps, Camera& camera) {
   RequireSensorSize(frames);
   constexpr int kSteps = 2;  // the second one is for what regions cut off differently once the first is done
-  Place shift;
+  const SpotsOfFrames spots(frames, maps, camera);
+  PixelPoint shift;
   for (int step = 0; step < kSteps; ++step) {
-    const Place off = Stacked(frames, camera, shift).CentreOfGravity();
+    const PixelPoint off = spots.Stacked(shift).CentreOfGravity();
     shift = {shift.x + off.x, shift.y + off.y};
   }
-  SpotTemplate spot = Stacked(frames, camera, shift).Mean();
+  const bool is_near = std::abs(shift.x) < kSlopeLimit && std::abs(shift.y) < kSlopeLimit;
+  SpotTemplate spot = spots.Stacked(is_near ? shift : PixelPoint()).Mean();
   const double height = std::ranges::max(spot.values);
-  if (!(height > 0.0)) throw std::runtime_error(frames.Name() + ": there is no spot in it to make a template of");
+  if (!is_near || !(height > 0.0)) {
+    throw std::runtime_error(frames.Name() + ": there is no spot in it to make a template of");
+  }
   for (double& value : spot.values) value /= height;
   return spot;
 }

@@ -15,15 +15,18 @@ using quen::common::LowerMedian;
 struct RegionLight {
   double border = 0.0;  ///< median of the outermost pixels
   double sum = 0.0;     ///< of all
+  double pixels = 0.0;  ///< of which
 };
 
-RegionLight LightOf(const Frame& frame, const Roi& roi) {
+RegionLight LightOf(const std::vector<double>& values, std::size_t width, const Roi& roi) {
   std::vector<double> border;
   RegionLight light;
   for (std::size_t row = roi.y_low; row < roi.y_up; ++row) {
     for (std::size_t column = roi.x_low; column < roi.x_up; ++column) {
-      const double value = frame.Value(frame.pixels[row * frame.width + column]);
+      const double value = values[row * width + column];
+      if (std::isnan(value)) continue;
       light.sum += value;
+      light.pixels += 1.0;
       const bool is_inside = row > roi.y_low && row + 1 < roi.y_up && column > roi.x_low && column + 1 < roi.x_up;
       if (!is_inside) border.push_back(value);
     }
@@ -39,17 +42,19 @@ bool Pedestal::IsNoticeable() const {
   return std::abs(share) >= kNoticed;
 }
 
-Pedestal PedestalOf(const Frame& frame, const std::vector<Roi>& rois, const std::vector<std::uint8_t>& used) {
+Pedestal PedestalOf(const std::vector<double>& values, std::size_t width, const std::vector<Roi>& rois,
+                    const std::vector<std::uint8_t>& used) {
+  const std::size_t height = values.size() / width;
   std::vector<double> borders;
   double sum = 0.0;
   double pixels = 0.0;
   for (const std::size_t i : UsedIndices(used)) {
     const Roi& roi = rois[i];
-    if (roi.x_low >= roi.x_up || roi.y_low >= roi.y_up || roi.x_up > frame.width || roi.y_up > frame.height) continue;
-    const RegionLight light = LightOf(frame, roi);
+    if (roi.x_low >= roi.x_up || roi.y_low >= roi.y_up || roi.x_up > width || roi.y_up > height) continue;
+    const RegionLight light = LightOf(values, width, roi);
     borders.push_back(light.border);
     sum += light.sum;
-    pixels += static_cast<double>(roi.x_up - roi.x_low) * static_cast<double>(roi.y_up - roi.y_low);
+    pixels += light.pixels;
   }
   Pedestal pedestal = {LowerMedian(borders), 0.0};
   const double added = pedestal.counts * pixels;

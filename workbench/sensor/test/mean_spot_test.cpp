@@ -70,7 +70,7 @@ class MeanSpotTest : public ::testing::Test {
   [[nodiscard]] SpotTemplate Mean() const {
     const InputFile file(Name());
     Camera camera;
-    return MeanSpot(FrameReader(file, ""), camera);
+    return MeanSpot(FrameReader(file, ""), {}, camera);
   }
 
   /// RMS error of a measurement of the frames.
@@ -170,7 +170,7 @@ TEST_F(MeanSpotTest, IsNoneWithoutLight) {
   Camera camera;
   testing::ExpectThrows<std::runtime_error>(
       folder_ / "small.fits" + ": expected a frame of 840 x 816 pixels (columns x rows), found 3 x 3",
-      [&] { static_cast<void>(MeanSpot(FrameReader(small, ""), camera)); });
+      [&] { static_cast<void>(MeanSpot(FrameReader(small, ""), {}, camera)); });
 }
 
 }  // namespace

@@ -49,6 +49,13 @@ workbench::Calibration Measured(const workbench::Calibration& calibration, const
         "the modes cannot be measured: {} gives slopes that are not finite; try less noise, or another engine",
         options.engine));
   }
+  for (Eigen::Index mode = 0; mode < m2s.cols(); ++mode) {
+    if (!m2s.col(mode).isZero(0.0)) continue;
+    throw std::runtime_error(fmt::format(
+        "the modes cannot be measured: {} finds that no spot moves with mode {} (counted from 0); look at a "
+        "frame for light, and at the detector's maps for pixels that count",
+        options.engine, mode));
+  }
   return workbench::WithMatrix(calibration, m2s,
                                fmt::format("measured: {}, {:g} pixels, {}, seed {}", options.engine, options.amplitude,
                                            workbench::InWords(options.exposure), options.exposure.seed));

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "workbench/engines/engines.hpp"
+#include "workbench/engines/pixel_maps.hpp"
 #include "workbench/fits/staged_file.hpp"
 
 namespace quen::tool {
@@ -134,7 +135,7 @@ std::shared_ptr<const workbench::DetectorDescription> DetectorFor(const Detector
   if (!arguments.file.empty()) *detector = workbench::ReadDetector(arguments.file);
   files.RefuseToReplace(detector->files);
   detector->engines_know_maps = arguments.engines_know_maps;
-  if (detector->engines_know_maps && detector->maps.empty()) {
+  if (detector->engines_know_maps && workbench::MapsOf(detector->config).AreEmpty()) {
     throw std::runtime_error("--use-maps: expected a detector with maps, found " + arguments.file + " without any");
   }
   Override(arguments, detector->config);

@@ -102,7 +102,7 @@ void AddLostSpots(Report& report, const workbench::LoopRun& run) {
   if (run.lost_spots == 0) return report.Add("lost_spots", run.lost_spots);
   report.Add("lost_spots", run.lost_spots, "spots not found",
              fmt::format("{} of {}, which say nothing of the modes", run.lost_spots,
-                         run.records.size() * quen::shssim::kNumRoisUsed));
+                         run.records.size() * workbench::kNumRoisUsed));
 }
 
 /// @throws std::runtime_error  the loop has diverged, or is no better than none

@@ -35,18 +35,33 @@ struct MeasureArguments {
   bool json = false;
 };
 
+/// A statistic of some values; null where there are none.
+Json OrNull(const workbench::Moments& values, double statistic) {
+  return values.AreNone() ? Json(nullptr) : Json(statistic);
+}
+
 void AddAxis(Report& report, const std::string& axis, const workbench::Moments& slopes) {
-  report.Add(
-      axis, {{"mean", slopes.Mean()}, {"rms", slopes.Rms()}, {"largest", slopes.Largest()}, {"lost", slopes.Lost()}},
-      "displacement " + axis,
-      fmt::format("{:+.4f} pixels mean, {:.4f} RMS, {:.4f} at most", slopes.Mean(), slopes.Rms(), slopes.Largest()) +
-          (slopes.Lost() > 0 ? fmt::format("; {} are not finite", slopes.Lost()) : ""));
+  report.Add(axis,
+             {{"mean", OrNull(slopes, slopes.Mean())},
+              {"rms", OrNull(slopes, slopes.Rms())},
+              {"largest", OrNull(slopes, slopes.Largest())},
+              {"lost", slopes.Lost()}},
+             "displacement " + axis,
+             (slopes.AreNone() ? "none"
+                               : fmt::format("{:+.4f} pixels mean, {:.4f} RMS, {:.4f} at most", slopes.Mean(),
+                                             slopes.Rms(), slopes.Largest())) +
+                 (slopes.Lost() > 0 ? fmt::format("; {} are not finite", slopes.Lost()) : ""));
 }
 
 void AddError(Report& report, const std::string& axis, const workbench::Moments& errors) {
-  report.Add(
-      "error_" + axis, {{"bias", errors.Mean()}, {"rms", errors.Rms()}, {"worst", errors.Largest()}}, "error " + axis,
-      fmt::format("{:+.2e} pixels bias, {:.2e} RMS, {:.2e} worst", errors.Mean(), errors.Rms(), errors.Largest()));
+  report.Add("error_" + axis,
+             {{"bias", OrNull(errors, errors.Mean())},
+              {"rms", OrNull(errors, errors.Rms())},
+              {"worst", OrNull(errors, errors.Largest())}},
+             "error " + axis,
+             errors.AreNone() ? "none"
+                              : fmt::format("{:+.2e} pixels bias, {:.2e} RMS, {:.2e} worst", errors.Mean(),
+                                            errors.Rms(), errors.Largest()));
 }
 
 /// How the pixels were read, and what engines take for light that is none.
@@ -66,9 +81,9 @@ void AddPixels(Report& report, const workbench::MeasuredFrames& measured, const 
 }
 
 /// What a file has, if one is named.
-template <typename Map>
-Map ReadIfNamed(const std::string& name, Map (*read)(const workbench::InputFile&),
-                const workbench::StagedFiles& files) {
+template <typename Content>
+Content ReadIfNamed(const std::string& name, Content (*read)(const workbench::InputFile&),
+                    const workbench::StagedFiles& files) {
   if (name.empty()) return {};
   const workbench::InputFile file(name);
   files.RefuseToReplace(file);
@@ -76,13 +91,13 @@ Map ReadIfNamed(const std::string& name, Map (*read)(const workbench::InputFile&
 }
 
 /// What the engine is to look for, if anything is said of it.
-std::optional<workbench::SpotTemplate> SpotOf(const MeasureArguments& command, workbench::Camera& camera,
-                                              const workbench::StagedFiles& files) {
+std::optional<workbench::SpotTemplate> SpotOf(const MeasureArguments& command, const workbench::PixelMaps& maps,
+                                              workbench::Camera& camera, const workbench::StagedFiles& files) {
   const std::string& name = command.spot.empty() ? command.frames_of_spot : command.spot;
   if (name.empty()) return std::nullopt;
   const workbench::InputFile file(name);
   files.RefuseToReplace(file);
-  return command.spot.empty() ? workbench::MeanSpot(workbench::FrameReader(file, ""), camera)
+  return command.spot.empty() ? workbench::MeanSpot(workbench::FrameReader(file, command.extension), maps, camera)
                               : workbench::ReadTemplate(file);
 }
 
@@ -108,7 +123,7 @@ void Measure(const MeasureArguments& command) {
   options.maps = {ReadIfNamed(command.dark_map, workbench::ReadDarkMap, files),
                   ReadIfNamed(command.flat_map, workbench::ReadFlatMap, files),
                   ReadIfNamed(command.bad_pixels, workbench::ReadBadPixels, files)};
-  options.spot = SpotOf(command, camera, files);
+  options.spot = SpotOf(command, options.maps, camera, files);
   if (!command.truth.empty()) options.truth = ReadIfNamed(command.truth, workbench::ReadDisplacements, files);
   const workbench::FrameReader frames(file, command.extension);
   const workbench::MeasuredFrames measured = workbench::MeasureFrames(frames, camera, options);
@@ -118,12 +133,21 @@ void Measure(const MeasureArguments& command) {
   Report report;
   report.Add("engine", options.engine, "engine", options.engine);
   if (frames.Count() > 1) report.Add("frames", frames.Count(), "frames", std::to_string(frames.Count()));
-  report.Add("flux", {{"mean", measured.flux.Mean()}, {"largest", measured.flux.Largest()}}, "flux",
-             fmt::format("{:.0f} mean, {:.0f} at most", measured.flux.Mean(), measured.flux.Largest()));
+  report.Add("flux",
+             {{"mean", OrNull(measured.flux, measured.flux.Mean())},
+              {"largest", OrNull(measured.flux, measured.flux.Largest())}},
+             "flux",
+             measured.flux.AreNone()
+                 ? "none"
+                 : fmt::format("{:.0f} mean, {:.0f} at most", measured.flux.Mean(), measured.flux.Largest()));
   AddAxis(report, "x", measured.x);
   AddAxis(report, "y", measured.y);
   report.Add("at_limit", measured.at_limit, "at the limit",
              fmt::format("{} of {} spots ({:g} pixels)", measured.at_limit, measured.spots, options.limit));
+  report.Add("without_light", measured.without_light);
+  if (measured.without_light > 0) {
+    report.AddLine(fmt::format("warning: {} of {} spots are without light", measured.without_light, measured.spots));
+  }
   if (options.truth) {
     AddError(report, "x", measured.error_x);
     AddError(report, "y", measured.error_y);
@@ -138,8 +162,8 @@ Argument Extension(std::string& variable) {
   const auto require_name = [](const std::string& text) {
     if (text.empty()) throw std::invalid_argument("expected a name or a number, found none");
   };
-  Argument extension =
-      Checked("--extension", "Extension of the file that holds the frame", "NAME|NUMBER", require_name, variable);
+  Argument extension = Checked("--extension", "Extension that holds the frame, and those of --template-from",
+                               "NAME|NUMBER", require_name, variable);
   extension.otherwise = "the primary image, or the first extension if that is empty";
   return extension;
 }

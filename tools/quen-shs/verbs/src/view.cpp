@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 
 #include "common/fits/fits.hpp"
 #include "tools/quen-shs/cli/report.hpp"
@@ -201,6 +202,19 @@ std::string OutputName(const ViewArguments& command, const workbench::InputFile&
   return std::filesystem::path(file.Name()).replace_extension(".png").string();
 }
 
+/// @throws std::runtime_error  an argument would do nothing for what the file is
+void RequireUse(const ViewArguments& command, const Content& content) {
+  const bool is_frame = content.kind == std::string_view("frame");
+  const auto require = [&](const char* argument, bool is_used, const char* expected) {
+    if (is_used) return;
+    throw std::runtime_error(
+        fmt::format("{}: expected {}, found {} in {}", argument, expected, content.kind, command.file));
+  };
+  require("--stretch", is_frame || command.stretch == ViewArguments().stretch, "a frame");
+  require("--slopes", is_frame || command.slopes.empty(), "a frame");
+  require("--calibration", is_frame || command.calibration.empty() || !content.regions.empty(), "a frame, M2S or CM");
+}
+
 void View(const ViewArguments& command) {
   Inputs inputs(command);
   const std::string output = OutputName(command, inputs.file);
@@ -209,6 +223,7 @@ void View(const ViewArguments& command) {
   if (inputs.slopes) files.RefuseToReplace(*inputs.slopes);
   files.RefuseToReplace(workbench::CalibrationFiles());
   const Content content = ContentOf(command, inputs);
+  RequireUse(command, content);
   if (inputs.regions) files.RefuseToReplace(*inputs.regions);
   files.Give(output, content.draw());
   files.Commit();
