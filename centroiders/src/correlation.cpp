@@ -13,9 +13,10 @@
 namespace quen::centroiders {
 namespace {
 
-void RequireSize(std::size_t size) {
-  RequireWithin("Correlation: size", static_cast<double>(size), CorrelationLimits::kSize);
-  if (size % 2 == 0) throw std::invalid_argument("Correlation: size must be odd, found " + std::to_string(size));
+/// @param name  of what is made of it
+void RequireSize(const std::string& name, std::size_t size) {
+  RequireWithin(name + ": size", static_cast<double>(size), CorrelationLimits::kSize);
+  if (size % 2 == 0) throw std::invalid_argument(name + ": size must be odd, found " + std::to_string(size));
 }
 
 /// The largest of them that is in the region; the pixel itself where no neighbour exceeds it.
@@ -69,8 +70,8 @@ Point TopOf(const Neighbours& c, CorrelationTop top) {
 }  // namespace
 
 std::vector<double> GaussianTemplate(std::size_t size, double fwhm) {
-  RequireSize(size);
-  RequireWithin("Correlation: fwhm", fwhm, CorrelationLimits::kFwhm);
+  RequireSize("GaussianTemplate", size);
+  RequireWithin("GaussianTemplate: fwhm", fwhm, CorrelationLimits::kFwhm);
   const double sigma = fwhm / shssim::kFwhmPerSigma;
   const double middle = 0.5 * static_cast<double>(size - 1);
   std::vector<double> values;
@@ -88,7 +89,7 @@ Correlation::Correlation(const CorrelationConfig& config) : Correlation(config, 
 
 Correlation::Correlation(const CorrelationConfig& config, CorrelationTop top)
     : size_(static_cast<std::uint32_t>(config.size)), top_(top), template_(config.template_values) {
-  RequireSize(config.size);
+  RequireSize("Correlation", config.size);
   if (template_.empty()) template_ = GaussianTemplate(size_, shssim::kSpotFwhm);
   const std::size_t count = std::size_t{size_} * size_;
   if (template_.size() != count) {

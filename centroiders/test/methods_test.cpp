@@ -767,8 +767,8 @@ TEST(Configuration, IsCheckedFieldByField) {
                         [] { QuadCell engine({.gain = -1.0}); });
   ExpectThrows<Invalid>("Correlation: size must be from 3 to 63, found 1", [] { Correlation engine({.size = 1}); });
   ExpectThrows<Invalid>("Correlation: size must be odd, found 20", [] { Correlation engine({.size = 20}); });
-  ExpectThrows<Invalid>("Correlation: size must be odd, found 20", [] { GaussianTemplate(20, 4.0); });
-  ExpectThrows<Invalid>("Correlation: fwhm must be from 1 to 100, found 0.5", [] { GaussianTemplate(21, 0.5); });
+  ExpectThrows<Invalid>("GaussianTemplate: size must be odd, found 20", [] { GaussianTemplate(20, 4.0); });
+  ExpectThrows<Invalid>("GaussianTemplate: fwhm must be from 1 to 100, found 0.5", [] { GaussianTemplate(21, 0.5); });
   ExpectThrows<Invalid>("Correlation: template_values must be 9 numbers, found 4; size is its side", [] {
     Correlation engine({.size = 3, .template_values = {1, 2, 3, 4}});
   });

@@ -31,7 +31,7 @@ std::string EngineHelp();
 struct EngineInputs {
   quen::centroiders::PixelSign sign = quen::centroiders::PixelSign::kSigned;  ///< where the text says nothing of it
   PixelMaps maps = {};                    ///< of the camera, as far as they are known
-  std::optional<SpotTemplate> spot = {};  ///< that an engine looks for which takes a template; others leave it aside
+  std::optional<SpotTemplate> spot = {};  ///< the template, for engines that look for one; others do not look at it
 };
 
 /// What engines are told of frames of a detector or, where there is none, of the simulator.

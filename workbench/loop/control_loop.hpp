@@ -36,7 +36,7 @@ struct FrameRecord {
 /// What a loop leaves behind: a record per frame, up to the one in which it diverged.
 struct LoopRun {
   std::vector<FrameRecord> records;
-  std::size_t lost_spots = 0;  ///< in all frames: those that the engine gave no displacement
+  std::size_t lost_spots = 0;  ///< in all frames: those for which the engine gave no finite displacement
   bool has_diverged = false;
 };
 

@@ -5,7 +5,7 @@
 #include "shssim/shs_simulator.hpp"
 
 /// @file
-/// The sensor's dimensions and regions by their names alone, as all of the workbench calls them.
+/// The sensor's dimensions and regions by their names alone, as the workbench calls them from here upward.
 
 namespace quen::workbench {
 

@@ -51,7 +51,8 @@ class FrameReader {
   std::vector<std::size_t> axes_;
 };
 
-/// @throws std::runtime_error  there is no frame, or they are not of 840 × 816 pixels
+/// That there are frames, and that they are the sensor's.
+/// @throws std::runtime_error  there is none, or they are not of 840 × 816 pixels
 void RequireSensorSize(const FrameReader& frames);
 
 /// Reads the frame in a file's primary image.

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "workbench/engines/engines.hpp"
-#include "workbench/engines/spot_template.hpp"
 #include "workbench/sensor/camera.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/frame_file.hpp"

@@ -139,30 +139,39 @@ struct Kind {
 };
 
 std::vector<Kind> Kinds() {
-  return {{"ModesToSlopes",
-           "data/M2S.fits",
-           {"check .", "check . --png o.png", "view {} --png o.png", "loop . --frames 10 --folder o",
-            "frame . --modes 0=1 --output o.fits"}},
-          {"ControlMatrix",
-           "data/CM.fits",
-           {"check .", "check . --png o.png", "view {} --png o.png", "loop . --frames 10 --folder o"}},
-          {"Regions",
-           "data/shs_rois.fits",
-           {"check .", "check . --png o.png", "view {} --png o.png",
-            "frame . --shape defocus:2 --output o.fits --png o.png", "measure . frame.fits --output o.fits",
-            "view frame.fits --calibration . --png o.png", "loop . --frames 10 --folder o"}},
-          {"Frame",
-           "frame.fits",
-           {"view {} --png o.png", "view {} --stretch zscale --png o.png", "measure . {} --output o.fits"}},
-          {"Slopes",
-           "slopes.fits",
-           {"view {} --png o.png", "frame . --displacements {} --output o.fits --png o.png",
-            "view frame.fits --slopes {} --png o.png", "measure . frame.fits --truth {} --output o.fits"}},
-          {"Telemetry", "telemetry.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
-          {"Disturbance", "modes.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
-          {"Sweep", "sweep.fits", {"view {} --png o.png"}},
-          {"Scores", "scores.fits", {"view {} --png o.png"}},
-          {"Displacements", "displacements.csv", {"frame . --displacements {} --output o.fits --truth o2.fits"}}};
+  return {
+      {"ModesToSlopes",
+       "data/M2S.fits",
+       {"check .", "check . --png o.png", "view {} --png o.png", "loop . --frames 10 --folder o",
+        "frame . --modes 0=1 --output o.fits"}},
+      {"ControlMatrix",
+       "data/CM.fits",
+       {"check .", "check . --png o.png", "view {} --png o.png", "loop . --frames 10 --folder o"}},
+      {"Regions",
+       "data/shs_rois.fits",
+       {"check .", "check . --png o.png", "view {} --png o.png",
+        "frame . --shape defocus:2 --output o.fits --png o.png", "measure . frame.fits --output o.fits",
+        "view frame.fits --calibration . --png o.png", "loop . --frames 10 --folder o"}},
+      {"Frame",
+       "frame.fits",
+       {"view {} --png o.png", "view {} --stretch percentile --png o.png", "measure . {} --output o.fits",
+        "measure . {} --extension FRAME --output o.fits",
+        "measure . frame.fits --engine correlation --template-from {} --output o.fits"}},
+      {"Map",
+       "camera_flat.fits",
+       {"view {} --png o.png", "measure . frame.fits --dark-map {} --output o.fits",
+        "measure . frame.fits --flat-map {} --output o.fits", "measure . frame.fits --bad-pixels {} --output o.fits",
+        "score . --frames 1 --engine weighted --detector camera.json --use-maps"}},
+      {"Template", "template.fits", {"measure . frame.fits --engine correlation --template {} --output o.fits"}},
+      {"Slopes",
+       "slopes.fits",
+       {"view {} --png o.png", "frame . --displacements {} --output o.fits --png o.png",
+        "view frame.fits --slopes {} --png o.png", "measure . frame.fits --truth {} --output o.fits"}},
+      {"Telemetry", "telemetry.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
+      {"Disturbance", "modes.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
+      {"Sweep", "sweep.fits", {"view {} --png o.png"}},
+      {"Scores", "scores.fits", {"view {} --png o.png"}},
+      {"Displacements", "displacements.csv", {"frame . --displacements {} --output o.fits --truth o2.fits"}}};
 }
 
 /// A folder with a good file of every kind.
@@ -184,12 +193,17 @@ class Sensor {
     quen::workbench::WriteCalibration(folder_.Path(), false);
     for (const char* const arguments :
          {"loop . --frames 12 --folder .", "loop . --frames 10 --sweep gain=0.2:2:0.6 --delay 3 --folder .",
-          "score . --frames 1 --engine weighted --engine windowed --output scores.fits"}) {
+          "score . --frames 1 --engine weighted --engine windowed --output scores.fits",
+          "detector camera.json --new"}) {
       EXPECT_EQ(Run(arguments).exit_code, 0) << arguments;
     }
     EXPECT_EQ(quen::testing::Run("head -c 8640 " + (folder_ / "data/M2S.fits") +
                                  " | sed 's/NAXIS2  =                 1214/NAXIS2  =                   13/' > " +
                                  (folder_ / "modes.fits"))
+                  .exit_code,
+              0);
+    EXPECT_EQ(quen::testing::Run(QUEN_PYTHON " -c 'from astropy.io import fits; import numpy; fits.writeto(\"" +
+                                 (folder_ / "template.fits") + "\", numpy.eye(3))'")
                   .exit_code,
               0);
     std::ofstream text(folder_ / "displacements.csv");

@@ -63,11 +63,18 @@ class Folder(unittest.TestCase):
                           ["loop", "s", "--frames", "10", "--sweep", "gain=1:1:1"]):
             subprocess.run([TOOL, *arguments], cwd=cls.sample, check=True, stdout=subprocess.DEVNULL)
 
+        with open(os.path.join(cls.sample, "flat.fits"), "wb") as file:  # of 1 but for one row of 0, in bytes
+            file.write(header("SIMPLE  =                    T", "BITPIX  =                    8",
+                              "NAXIS   =                    2", "NAXIS1  =                  840",
+                              "NAXIS2  =                  816"))
+            file.write(bytes(840) + b"\1" * (840 * 815))
+            file.write(bytes(-840 * 816 % 2880))
         start = ["SIMPLE  =                    T", "BITPIX  =                   16", "NAXIS   =                    2"]
         with open(os.path.join(cls.sample, "small.fits"), "wb") as file:
             file.write(header(*start, "NAXIS1  =                   48", "NAXIS2  =                   60") + bytes(5760))
         with open(os.path.join(cls.sample, "spot.fits"), "wb") as file:
-            file.write(header(*start, "NAXIS1  =                    3", "NAXIS2  =                    3") + b"\0\1" * 1440)
+            file.write(header(*start, "NAXIS1  =                    3", "NAXIS2  =                    3"))
+            file.write(b"\0\1" * 1440)
 
     @classmethod
     def tearDownClass(cls):
@@ -179,6 +186,9 @@ class Names(Folder):
                                                        f"--template={name}", "--output=made"]),
                                         ("s/frame.fits", ["measure", "s", "s/frame.fits", "--engine=correlation",
                                                           f"--template-from={name}", "--output=made"]),
+                                        *(("flat.fits", ["measure", "s", "s/frame.fits", f"--{kind}={name}",
+                                                         "--output=made"])
+                                          for kind in ("dark-map", "flat-map", "bad-pixels")),
                                         ("s/slopes.fits", ["view", "small.fits", f"--slopes={name}",
                                                            "--png=made"]),
                                         ("s/loop/sweep.fits", ["view", "--png=made", "--", name]),

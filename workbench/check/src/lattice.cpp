@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "common/statistics/quantile.hpp"
-#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {

@@ -1,5 +1,4 @@
 #include "workbench/check/src/slope_space.hpp"
-#include "workbench/sensor/dimensions.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -193,7 +193,8 @@ struct Kind {
   const char* name;
   std::vector<Option> options;
   std::unique_ptr<Engine> (*make)(const Options&);
-  bool reads = false;  ///< whether it makes light of counts by itself
+  bool reads = false;           ///< whether it makes light of counts by itself
+  bool takes_template = false;  ///< whether it looks for a spot that it is told
 };
 
 /// Those that say what is no light.
@@ -263,7 +264,9 @@ const std::vector<Kind>& Kinds() {
                     static_cast<double>(correlation.size)),
         {"fwhm", "of the template's Gaussian, pixels", CorrelationLimits::kFwhm, "the drawn spot's"},
         {"top", "of parabolas, or of a surface", {}, "parabolas"}},
-       MakeCorrelation},
+       MakeCorrelation,
+       false,
+       true},
       {"gaussian-fit",
        {WithDefault("fwhm", "of the spot, pixels", GaussianFitLimits::kFwhm, fit.fwhm),
         WithDefault("steps", "of Gauss-Newton", GaussianFitLimits::kSteps, fit.steps)},
@@ -393,6 +396,6 @@ bool TakesPedestalAway(const std::string& text) {
          std::ranges::any_of(kOptionsOfPedestals, [&](const char* name) { return values.contains(name); });
 }
 
-bool TakesTemplate(const std::string& text) { return RequestOf(text).kind->make == MakeCorrelation; }
+bool TakesTemplate(const std::string& text) { return RequestOf(text).kind->takes_template; }
 
 }  // namespace quen::workbench

@@ -113,11 +113,10 @@ void MoveToName(const InputFile& file, const Handle& handle, const std::string& 
 }
 
 void MoveToNumber(const InputFile& file, const Handle& handle, const std::string& digits) {
-  const std::optional<long> number = ParseWhole(digits);
+  constexpr long kTooMany = std::numeric_limits<int>::max();
+  const long number = ParseWhole(digits).value_or(kTooMany);
   if (number == 0) return;  // the primary image
-  if (number && *number <= std::numeric_limits<int>::max() - 1 && MoveTo(file, handle, static_cast<int>(*number))) {
-    return;
-  }
+  if (number < kTooMany && MoveTo(file, handle, static_cast<int>(number))) return;
   int count = 0;
   int status = 0;
   fits_get_num_hdus(handle->file, &count, &status);

@@ -1,5 +1,4 @@
 #include "workbench/pictures/src/panel.hpp"
-#include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
 namespace {

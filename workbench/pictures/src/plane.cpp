@@ -1,5 +1,4 @@
 #include "workbench/pictures/src/plane.hpp"
-#include "workbench/sensor/dimensions.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,5 @@
 #include "workbench/sensor/displacements.hpp"
 
-#include "workbench/sensor/dimensions.hpp"
-
 namespace quen::workbench {
 
 std::vector<std::size_t> UsedIndices(const std::vector<std::uint8_t>& flags) {

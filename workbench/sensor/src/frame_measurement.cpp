@@ -4,7 +4,6 @@
 #include <cmath>
 #include <map>
 
-#include "workbench/engines/engines.hpp"
 #include "workbench/fits/interruption.hpp"
 #include "workbench/sensor/corrected_frame.hpp"
 #include "workbench/sensor/measurement_file.hpp"

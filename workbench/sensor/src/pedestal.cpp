@@ -4,7 +4,6 @@
 #include <limits>
 
 #include "common/statistics/quantile.hpp"
-#include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/overlay.hpp"
 
 namespace quen::workbench {

@@ -6,8 +6,6 @@
 #include <span>
 #include <stdexcept>
 
-#include "workbench/sensor/dimensions.hpp"
-
 namespace quen::workbench {
 namespace {
 
