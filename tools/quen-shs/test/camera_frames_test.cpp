@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -235,17 +236,17 @@ TEST_F(CameraFrames, ExtensionsAreNamedByNothingButTheirNames) {
       "fits.ImageHDU(d.astype(numpy.int16), name=\"B][pix X*0\"), fits.ImageHDU(d.astype(numpy.int16))])");
   const std::string camera = File("camera.fits");
   for (const std::string literal : {"a", "B][pix X*0", "3", "01"}) {
-    Measured(camera + " --output " + File("b.fits") + " --extension '" + literal + "'");
+    Measured(fmt::format("{} --output {} --extension '{}'", camera, File("b.fits"), literal));
     EXPECT_EQ(LargestDifference(), 0.0) << literal;
   }
   for (const std::string wrong : {"-*,*", "A][*,-*", "1][pix X+500", "*", "A,2,I", "-1", "+1", "1.5", "SCI"}) {
-    ExpectRefusal(
-        camera + " --extension='" + wrong + "'", 1,
-        "quen-shs: " + camera + ": expected an extension named " + wrong + ", found A, B][PIX X*0, 3 without a name");
+    ExpectRefusal(fmt::format("{} --extension='{}'", camera, wrong), 1,
+                  fmt::format("quen-shs: {}: expected an extension named {}, found A, B][PIX X*0, 3 without a name",
+                              camera, wrong));
   }
   for (const std::string wrong : {"4", "99999999999999999999"}) {
-    ExpectRefusal(camera + " --extension " + wrong, 1,
-                  "quen-shs: " + camera + ": expected an extension of the number " + wrong + ", found 3 of them");
+    ExpectRefusal(fmt::format("{} --extension {}", camera, wrong), 1,
+                  fmt::format("quen-shs: {}: expected an extension of the number {}, found 3 of them", camera, wrong));
   }
 }
 

@@ -71,9 +71,11 @@ TEST(Pupil, MiddleIsDarkAndTheRingIsLit) {
   for (const double obscuration : {0.0, 0.28, 0.30555, 0.42}) {
     for (std::size_t i = 0; i < 1089; ++i) {
       int lit = 0;
-      for (double y = -11.5; y < 12.0; y += 1.0) {
-        for (double x = -11.5; x < 12.0; x += 1.0) {
-          const double r = std::hypot(24 * ColumnsFromMiddle(i) + x, 24 * RowsFromMiddle(i) + y) / (24 * kPupilRadius);
+      for (int b = 0; b < 24; ++b) {
+        for (int a = 0; a < 24; ++a) {
+          const double x = 24 * ColumnsFromMiddle(i) + a - 11.5;
+          const double y = 24 * RowsFromMiddle(i) + b - 11.5;
+          const double r = std::hypot(x, y) / (24 * kPupilRadius);
           if (r >= obscuration && r <= 1.0) ++lit;
         }
       }
