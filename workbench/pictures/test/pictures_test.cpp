@@ -10,6 +10,7 @@
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
 #include "testing/process.hpp"
+#include "testing/values.hpp"
 #include "workbench/engines/score_file.hpp"
 #include "workbench/pictures/errors_picture.hpp"
 #include "workbench/pictures/field_picture.hpp"
@@ -37,6 +38,7 @@ using quen::testing::ExpectDrawn;
 using quen::testing::ExpectLooksLike;
 using quen::testing::ExtremePairs;
 using quen::testing::kExtremes;
+using quen::testing::kNan;
 using quen::testing::kTolerance;
 using quen::testing::Shades;
 using quen::testing::TempDir;
