@@ -25,6 +25,8 @@ struct Frame {
   [[nodiscard]] double Value(std::uint16_t pixel) const {
     return is_unsigned ? pixel : static_cast<std::int16_t>(pixel);
   }
+  /// Those of all pixels.
+  [[nodiscard]] std::vector<double> Values() const;
 };
 
 /// The frames in one image of a file: the image, or the planes of a cube. Its pixels may be numbers of any type, tiles

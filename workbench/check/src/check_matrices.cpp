@@ -18,8 +18,6 @@
 namespace quen::workbench {
 namespace {
 
-constexpr int kDegree = 14;  // of smooth surfaces: with details of a tenth of the pupil
-
 // --- Values
 
 /// The same numbers with their bytes in the other order.
@@ -209,7 +207,8 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Matri
                      {}};
   const auto flags = FlagsOfAnotherPupil(content);
   const auto have_place = [&](const std::vector<std::size_t>& others) {
-    return !AreMisplaced(slopes, SlopeSpace::OfGradients(content.rois, others, kDegree).Share(slopes), lattice, others);
+    return !AreMisplaced(slopes, SlopeSpace::OfGradients(content.rois, others, kSmoothDegree).Share(slopes), lattice,
+                         others);
   };
   if (flags && have_place(UsedIndices(*flags))) {
     finding.corrections = {{"flags", [flags = *flags](CalibrationContent& changed) { changed.used = flags; }}};
@@ -265,7 +264,7 @@ Findings CheckMatrices(const CalibrationContent& content) {
     return findings;
   }
   const std::vector<ListOrder> orders = ListOrders(*lattice, used);
-  const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kDegree);
+  const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kSmoothDegree);
   const MatrixLayouts layouts = FindLayouts(content, gradients, orders);
   const auto pupil = CheckPupil(content, layouts, *lattice, orders);
   if (pupil) {
@@ -288,7 +287,7 @@ Findings CheckMatrices(const CalibrationContent& content) {
     findings.push_back(std::move(finding));
   }
   if (pupil) return findings;  // without the right flags, nothing can be told of the modes
-  const SlopeSpace surfaces = SlopeSpace::OfSurfaces(content.rois, used, kDegree - 1);
+  const SlopeSpace surfaces = SlopeSpace::OfSurfaces(content.rois, used, kSmoothDegree - 1);
   for (Finding& finding : CheckModes(m2s, gradients, surfaces, *lattice, used)) findings.push_back(std::move(finding));
   return findings;
 }

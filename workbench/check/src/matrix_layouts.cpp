@@ -184,8 +184,7 @@ MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& g
 }
 
 std::optional<UsageFlags> FlagsOfAnotherPupil(const CalibrationContent& content) {
-  constexpr int kCoarse = 8;        // degree: enough to tell one pupil from another
-  constexpr int kFine = 14;         // to tell it from its neighbours
+  constexpr int kCoarse = 8;        // degree: enough to tell one pupil from another, if not from its neighbours
   constexpr double kSteps = 10000;  // of an obscuration of 1: finer than their flags differ, but for round numbers
   constexpr auto kLargest = static_cast<int>(kLargestObscuration * kSteps);
   constexpr int kFirst = 25;        // steps from one obscuration to the next, about the best of which all are tried
@@ -215,7 +214,7 @@ std::optional<UsageFlags> FlagsOfAnotherPupil(const CalibrationContent& content)
   };
   const Candidate coarse = best_from(0, kLargest, kFirst, kCoarse);
   if (!(1.0 - coarse.share < kClearly * (1.0 - share(content.used, kCoarse)))) return std::nullopt;
-  return best_from(coarse.first - kFirst, coarse.last + kFirst, 1, kFine).flags;
+  return best_from(coarse.first - kFirst, coarse.last + kFirst, 1, kSmoothDegree).flags;
 }
 
 double Unevenness(const Fields& fields, const Lattice& lattice, const std::vector<std::size_t>& used) {

@@ -11,6 +11,8 @@
 
 namespace quen::workbench {
 
+inline constexpr int kSmoothDegree = 14;  ///< of smooth surfaces: with details of a tenth of the pupil
+
 /// Sums of given slope vectors.
 class SlopeSpace {
  public:

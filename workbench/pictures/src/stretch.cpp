@@ -51,13 +51,6 @@ RankLine FitRankLine(const Eigen::ArrayXd& samples, Eigen::Index fewest) {
   return line;
 }
 
-std::vector<double> ValuesOf(const Frame& frame) {
-  std::vector<double> values;
-  values.reserve(frame.pixels.size());
-  for (const std::uint16_t pixel : frame.pixels) values.push_back(frame.Value(pixel));
-  return values;
-}
-
 double Brightest(const Frame& frame) {
   double brightest = 1.0;
   for (const std::uint16_t pixel : frame.pixels) brightest = std::max(brightest, frame.Value(pixel));
@@ -105,13 +98,13 @@ Stretch ZScaleStretch(const std::vector<double>& values) {
 }
 
 Stretch ZScaleStretch(const Frame& frame) {
-  Stretch stretch = ZScaleStretch(ValuesOf(frame));
+  Stretch stretch = ZScaleStretch(frame.Values());
   if (!(stretch.white > stretch.black)) stretch.white = stretch.black + 1.0;  // an even frame
   return stretch;
 }
 
 Stretch PercentileStretch(const Frame& frame) {
-  std::vector<double> values = ValuesOf(frame);
+  std::vector<double> values = frame.Values();
   const double black = common::Quantile(values, 0.25);
   return {black, std::max(common::Quantile(values, 0.995), black + 1.0), Stretch::Curve::kSquareRoot};
 }

@@ -7,9 +7,7 @@ namespace quen::workbench {
 
 std::vector<double> CorrectedValues(const Frame& frame, const PixelMaps& maps) {
   constexpr double kLeastResponse = 0.001;
-  std::vector<double> values;
-  values.reserve(frame.pixels.size());
-  for (const std::uint16_t pixel : frame.pixels) values.push_back(frame.Value(pixel));
+  std::vector<double> values = frame.Values();
   for (std::size_t k = 0; k < maps.dark.size(); ++k) values[k] -= maps.dark[k];
   for (std::size_t k = 0; k < maps.flat.size(); ++k) {
     values[k] = maps.flat[k] < kLeastResponse ? std::numeric_limits<double>::quiet_NaN() : values[k] / maps.flat[k];

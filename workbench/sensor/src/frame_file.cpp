@@ -41,6 +41,13 @@ std::vector<std::size_t> AxesOf(const InputFile& file, const Handle& image) {
 
 }  // namespace
 
+std::vector<double> Frame::Values() const {
+  std::vector<double> values;
+  values.reserve(pixels.size());
+  for (const std::uint16_t pixel : pixels) values.push_back(Value(pixel));
+  return values;
+}
+
 FrameReader::FrameReader(const InputFile& file, const std::string& extension)
     : file_(file), image_(OpenImage(file, extension)), axes_(AxesOf(file, image_)) {
   if (axes_.size() == 2 || axes_.size() == 3) return;

@@ -93,12 +93,11 @@ Content ReadIfNamed(const std::string& name, Content (*read)(const workbench::In
 /// What the engine is to look for, if anything is said of it.
 std::optional<workbench::SpotTemplate> SpotOf(const MeasureArguments& command, const workbench::PixelMaps& maps,
                                               workbench::Camera& camera, const workbench::StagedFiles& files) {
-  const std::string& name = command.spot.empty() ? command.frames_of_spot : command.spot;
-  if (name.empty()) return std::nullopt;
-  const workbench::InputFile file(name);
+  if (!command.spot.empty()) return ReadIfNamed(command.spot, workbench::ReadTemplate, files);
+  if (command.frames_of_spot.empty()) return std::nullopt;
+  const workbench::InputFile file(command.frames_of_spot);
   files.RefuseToReplace(file);
-  return command.spot.empty() ? workbench::MeanSpot(workbench::FrameReader(file, command.extension), maps, camera)
-                              : workbench::ReadTemplate(file);
+  return workbench::MeanSpot(workbench::FrameReader(file, command.extension), maps, camera);
 }
 
 /// @throws std::runtime_error  a template is given, and the engine looks for none
