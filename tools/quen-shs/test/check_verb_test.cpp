@@ -106,7 +106,13 @@ TEST(CheckVerb, WritesNothingWhereACorrectionIsNotCertain) {
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_NE(outcome.err.find("the corrections are not certain, so nothing is written"), std::string::npos)
       << outcome.err;
+  EXPECT_NE(outcome.out.find("the sign of one of the two is flipped throughout"), std::string::npos) << outcome.out;
+  EXPECT_EQ(outcome.out.find("put right"), std::string::npos) << outcome.out;
   EXPECT_FALSE(std::filesystem::exists(folder / "mended"));
+  const Outcome json = QuenShs("check --json " + (folder / "sensor") + " --fix " + (folder / "mended"));
+  EXPECT_EQ(json.exit_code, 1);
+  EXPECT_NE(json.out.find("\"key\": \"cm.sign\""), std::string::npos) << json.out;
+  EXPECT_TRUE(json.out.ends_with("}\n")) << json.out;
 }
 
 TEST(CheckVerb, DrawsWhatItFinds) {

@@ -251,6 +251,21 @@ std::optional<double> FilteredShare(const Matrix& response) {
   return values.real().mean();
 }
 
+/// A row of the control matrix that is there twice, where the modes are not.
+std::optional<Finding> RowTwice(const Matrix& m2s, const Matrix& cm) {
+  const auto rows = SameDirections(cm.transpose());
+  if (rows.empty() || !SameDirections(m2s).empty()) return std::nullopt;
+  const auto& [first, second] = rows.front();
+  return Finding{Verdict::kWrong,
+                 "cm.inverse",
+                 kSubject,
+                 fmt::format("row {} of the control matrix is row {} once more{}", second, first,
+                             rows.size() > 1 ? fmt::format(", and so are {} others", rows.size() - 1) : ""),
+                 kRemake,
+                 {Remade("row_twice")},
+                 {static_cast<std::size_t>(second), static_cast<std::size_t>(first)}};
+}
+
 Finding Unequal(const Response& response) {
   constexpr double kNearlyMost = 0.3;
   constexpr double kMostOfThem = 0.75;
@@ -327,10 +342,27 @@ std::optional<Finding> CheckSame(const CalibrationContent& content) {
       {Remade("is_m2s"), {"is_cm", [](CalibrationContent& changed) { changed.m2s = PseudoInverse(changed.cm); }}}};
 }
 
+std::vector<std::pair<Eigen::Index, Eigen::Index>> SameDirections(const Matrix& columns) {
+  constexpr double kSame = 0.999;  // cosine of the angle between them; of a basis' noisy modes below 0.9
+  Matrix unit(columns.rows(), columns.cols());
+  for (Eigen::Index k = 0; k < unit.cols(); ++k) unit.col(k) = OfLengthOne(columns.col(k));
+  const Matrix cosines = unit.transpose() * unit;
+  std::vector<std::pair<Eigen::Index, Eigen::Index>> same;
+  for (Eigen::Index second = 1; second < cosines.rows(); ++second) {
+    for (Eigen::Index first = 0; first < second; ++first) {
+      if (std::abs(cosines(first, second)) < kSame) continue;
+      same.emplace_back(first, second);
+      break;
+    }
+  }
+  return same;
+}
+
 Findings CheckInverse(const Matrix& m2s, const Matrix& cm) {
   constexpr double kStandsOut = 0.25;  // the rest, of the element that stands out
   const Response response(m2s, cm);
   if (response.controlled.empty()) return {};  // all zeros, which is told by its values
+  if (auto twice = RowTwice(m2s, cm)) return {*std::move(twice)};
   const Assignment modes(response);
   if (!modes.is_one_to_one || !(modes.worst_rest < kStandsOut)) return {Unequal(response)};
   const Matrix controlled = response.Controlled();

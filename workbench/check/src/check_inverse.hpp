@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "workbench/check/finding.hpp"
@@ -18,6 +19,10 @@ std::optional<Finding> CheckSame(const CalibrationContent& content);
 /// How well the control matrix gives back its own modes and no others, 0 to 1. Not for signs: those it tells by its
 /// own.
 double Recovery(const Matrix& m2s, const Matrix& cm);
+
+/// Columns that are the same but for a factor: the number of each that another one before it is like, after that of the
+/// first such one. Columns of zeros are like none.
+std::vector<std::pair<Eigen::Index, Eigen::Index>> SameDirections(const Matrix& columns);
 
 /// "mode 3", "modes 48 to 51", "modes 1, 5 and 7 to 9".
 std::string ModeWords(const std::vector<Eigen::Index>& modes);

@@ -11,6 +11,7 @@
 #include "workbench/check/check.hpp"
 #include "workbench/check/src/check_inverse.hpp"
 #include "workbench/check/src/check_modes.hpp"
+#include "workbench/check/src/check_subapertures.hpp"
 #include "workbench/check/src/matrix_layouts.hpp"
 #include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
@@ -183,22 +184,40 @@ Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, bool is_
   return finding;
 }
 
+/// The share of slopes that is a smooth wavefront's where they stand, whatever their signs and units.
+double ShareInPlace(const SlopeSpace& gradients, const Fields& slopes) {
+  const std::vector<SlopeSpace::Candidate> candidates = gradients.InPlace(slopes);
+  return candidates.empty() ? gradients.Share(slopes) : candidates.front().share;
+}
+
+/// Without the slopes of odd sub-apertures, if that makes the others a smooth wavefront's where they stand: then these
+/// are all that is wrong with the layout. In another layout some may seem odd, too.
+Matrix WithoutOddSubapertures(const Matrix& m2s, const SlopeSpace& gradients, const Lattice& lattice,
+                              const std::vector<std::size_t>& used) {
+  constexpr double kClearly = 0.945;  // less than kInPlace, as there may be noise
+  Matrix sound = FindOddSubapertures(m2s, lattice, used).sound;
+  return ShareInPlace(gradients, M2sFields(sound, false)) > kClearly ? sound : m2s;
+}
+
+constexpr double kInPlace = 0.965;  // of misplaced slopes below 0.94
+
 /// Whether slopes that change evenly along the list of the used sub-apertures do not change evenly over the pupil: they
 /// are not where the flags say. Noise, and details too fine to be a smooth wavefront's, are uneven along the list, too.
-bool AreMisplaced(const Fields& slopes, double smooth_share, const Lattice& lattice,
+bool AreMisplaced(const Fields& slopes, const SlopeSpace& gradients, const Lattice& lattice,
                   const std::vector<std::size_t>& used) {
-  constexpr double kEven = 0.5;  // of what is not smooth: of misplaced slopes below 0.25, of others above 0.58
-  return Unevenness(slopes, lattice, used) <= kEven * (1.0 - smooth_share);
+  constexpr double kEven = 0.5;  // of what is not smooth: of misplaced slopes below 0.31, of others above 0.66
+  const double smooth_share = ShareInPlace(gradients, slopes);
+  return smooth_share < kInPlace && Unevenness(Sample(slopes), lattice, used) <= kEven * (1.0 - smooth_share);
 }
 
 /// Usage flags that belong to another pupil.
-std::optional<Finding> CheckPupil(const CalibrationContent& content, const MatrixLayouts& layouts,
-                                  const Lattice& lattice, const std::vector<ListOrder>& orders) {
-  constexpr double kClearly = 0.97;
+std::optional<Finding> CheckPupil(const CalibrationContent& content, const SlopeSpace& gradients,
+                                  const MatrixLayouts& layouts, const Lattice& lattice,
+                                  const std::vector<ListOrder>& orders) {
   const MatrixLayout& m2s = layouts.m2s;
-  const Fields slopes = Sample(M2sFields(content.m2s, false));
+  const Fields slopes = M2sFields(content.m2s, false);
   const std::vector<std::size_t> used = UsedIndices(content.used);
-  if (m2s.as_it_stands > kClearly || !AreMisplaced(slopes, m2s.as_it_stands, lattice, used)) return std::nullopt;
+  if (!AreMisplaced(slopes, gradients, lattice, used)) return std::nullopt;
   Finding finding = {Verdict::kWrong,
                      "flags.pupil",
                      "usage flags",
@@ -207,23 +226,22 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Matri
                      {}};
   const auto flags = FlagsOfAnotherPupil(content);
   const auto have_place = [&](const std::vector<std::size_t>& others) {
-    return !AreMisplaced(slopes, SlopeSpace::OfGradients(content.rois, others, kSmoothDegree).Share(slopes), lattice,
-                         others);
+    return !AreMisplaced(slopes, SlopeSpace::OfGradients(content.rois, others, kSmoothDegree), lattice, others);
   };
   if (flags && have_place(UsedIndices(*flags))) {
     finding.corrections = {{"flags", [flags = *flags](CalibrationContent& changed) { changed.used = flags; }}};
     return finding;
   }
-  const bool has_other_layout = !m2s.layouts.empty() && !m2s.IsRight();
-  if (has_other_layout &&
-      !AreMisplaced(Sample(M2sPutRight(content.m2s, m2s.layouts.front(), orders)), m2s.put_right, lattice, used)) {
-    return std::nullopt;
+  if (!m2s.layouts.empty() && !m2s.IsRight()) {
+    const Fields put_right =
+        WithoutOddSubapertures(M2sPutRight(content.m2s, m2s.layouts.front(), orders), gradients, lattice, used);
+    if (!AreMisplaced(put_right, gradients, lattice, used)) return std::nullopt;
   }
   const std::string unlike = fmt::format(
       "change evenly along the list of used sub-apertures, and not over the pupil ({:.1f} % of them are a smooth "
       "wavefront's)",
       100.0 * m2s.as_it_stands);
-  if (layouts.cm.as_it_stands > kClearly) {
+  if (layouts.cm.as_it_stands > kInPlace) {
     return Finding{Verdict::kWrong,
                    kM2s.key,
                    std::string(kM2s.name) + " layout",
@@ -265,8 +283,10 @@ Findings CheckMatrices(const CalibrationContent& content) {
   }
   const std::vector<ListOrder> orders = ListOrders(*lattice, used);
   const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kSmoothDegree);
-  const MatrixLayouts layouts = FindLayouts(content, gradients, orders);
-  const auto pupil = CheckPupil(content, layouts, *lattice, orders);
+  const Matrix sound_m2s = WithoutOddSubapertures(content.m2s, gradients, *lattice, used);
+  const MatrixLayouts layouts = FindLayouts(content, sound_m2s, gradients, orders);
+  const auto pupil =
+      CheckPupil({sound_m2s, content.cm, content.rois, content.used}, gradients, layouts, *lattice, orders);
   if (pupil) {
     findings.push_back(*pupil);
   } else {
@@ -288,7 +308,14 @@ Findings CheckMatrices(const CalibrationContent& content) {
   }
   if (pupil) return findings;  // without the right flags, nothing can be told of the modes
   const SlopeSpace surfaces = SlopeSpace::OfSurfaces(content.rois, used, kSmoothDegree - 1);
-  for (Finding& finding : CheckModes(m2s, gradients, surfaces, *lattice, used)) findings.push_back(std::move(finding));
+  const OddSubapertures odd = FindOddSubapertures(m2s, *lattice, used);
+  for (Finding& finding : CheckModes(odd.sound, gradients, surfaces, *lattice, used)) {
+    findings.push_back(std::move(finding));
+  }
+  for (Finding& finding : CheckSubapertures(m2s, odd, used)) {
+    if (!layouts.m2s.IsRight()) finding.corrections.clear();  // they are of the matrix put right
+    findings.push_back(std::move(finding));
+  }
   return findings;
 }
 

@@ -112,6 +112,12 @@ OddModes Sorted(const Matrix& m2s, const Shares& shares) {
 
 void AddModes(const Matrix& m2s, const Shares& shares, Findings& findings) {
   const auto [zero, no_gradients, without_order, noisy] = Sorted(m2s, shares);
+  for (const auto& [first, second] : SameDirections(m2s)) {
+    findings.push_back(OfModes(
+        Verdict::kWrong, "m2s.modes",
+        fmt::format("the slopes of mode {} are those of mode {} once more", second, first),
+        "measure, or compute, the mode that belongs there: no control matrix can tell them apart", {second, first}));
+  }
   if (!zero.empty()) {
     findings.push_back(
         OfModes(Verdict::kWrong, "m2s.modes",
@@ -139,28 +145,6 @@ void AddModes(const Matrix& m2s, const Shares& shares, Findings& findings) {
             100.0 * shares.noise(noisy.front()), ModeWords(noisy), 100.0 * MedianOf(shares.noise)),
         "measure these again, longer or with a larger amplitude; if they are so fine, nothing is to be done", noisy));
   }
-}
-
-/// Sub-apertures that no mode moves.
-void AddSubapertures(const Matrix& m2s, const std::vector<std::size_t>& used, Findings& findings) {
-  constexpr std::size_t kNamed = 8;
-  const Eigen::Index half = m2s.rows() / 2;
-  std::vector<std::size_t> dead;
-  for (Eigen::Index k = 0; k < half; ++k) {
-    if (m2s.row(k).isZero(0.0) || m2s.row(half + k).isZero(0.0)) dead.push_back(used[static_cast<std::size_t>(k)]);
-  }
-  if (dead.empty()) return;
-  const std::size_t count = dead.size();
-  dead.resize(std::min(count, kNamed));
-  findings.push_back(
-      {Verdict::kDoubtful,
-       "m2s.subapertures",
-       "M2S slopes",
-       fmt::format("no mode moves the spot of {} used {}, along one axis or both (rows of zeros): {}{}", count,
-                   count == 1 ? "sub-aperture" : "sub-apertures", fmt::join(dead, ", "), count > kNamed ? ", …" : ""),
-       "if they are dark, flag others as used; if they are not, measure again",
-       {},
-       dead});
 }
 
 }  // namespace
@@ -191,7 +175,6 @@ Findings CheckModes(const Matrix& m2s, const SlopeSpace& gradients, const SlopeS
   const Eigen::VectorXd gradient = gradients.Shares(m2s);
   Findings findings;
   AddModes(m2s, {gradient, SmoothShares(m2s, surfaces) - gradient, NoiseShares(m2s, lattice, used)}, findings);
-  AddSubapertures(m2s, used, findings);
   return findings;
 }
 

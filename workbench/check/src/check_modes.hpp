@@ -16,8 +16,8 @@ namespace quen::workbench {
 /// @param used  indices of the used sub-apertures
 Eigen::VectorXd NoiseShares(const Matrix& m2s, const Lattice& lattice, const std::vector<std::size_t>& used);
 
-/// Single modes and sub-apertures of a matrix in the right layout: without slopes, without order, or far noisier than
-/// the others; and modes that are no gradients, which is seen in what changes smoothly, where there is little noise.
+/// Single modes of a matrix in the right layout: without slopes, without order, there twice, or far noisier than the
+/// others; and modes that are no gradients, which is seen in what changes smoothly, where there is little noise.
 /// @param gradients  of smooth surfaces, at the used sub-apertures
 /// @param surfaces   of one degree less, as these gradients' blocks are
 Findings CheckModes(const Matrix& m2s, const SlopeSpace& gradients, const SlopeSpace& surfaces, const Lattice& lattice,

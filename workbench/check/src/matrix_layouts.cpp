@@ -52,12 +52,6 @@ Layout Negative(Layout layout) {
   return layout;
 }
 
-/// Whether slopes are in a space as they stand, in one unit and with the signs that they have.
-bool IsInPlace(const SlopeSpace& space, const Fields& fields) {
-  const Candidates candidates = space.InPlace(fields);
-  return !candidates.empty() && candidates.front().layout == Layout() && candidates.front().share > kClearly;
-}
-
 /// The same layouts, with the unit as all slopes together say it.
 void MeasureUnits(const SlopeSpace& space, const Fields& fields, const Fields& transposed,
                   const std::vector<ListOrder>& orders, std::vector<Layout>& layouts) {
@@ -70,13 +64,31 @@ void MeasureUnits(const SlopeSpace& space, const Fields& fields, const Fields& t
   }
 }
 
+/// The layout of slopes that are in a space as they stand, with the signs that they have: the right one, or that with
+/// another unit.
+std::optional<SlopeSpace::Candidate> InPlace(const SlopeSpace& space, const Fields& fields,
+                                             const std::vector<ListOrder>& orders) {
+  const Candidates candidates = space.InPlace(fields);
+  if (candidates.empty() || candidates.front().share < kClearly || candidates.front().layout.is_x_flipped) {
+    return std::nullopt;
+  }
+  const auto& [layout, share] = candidates.front();
+  std::vector<Layout> layouts = {layout};
+  MeasureUnits(space, fields, fields, orders, layouts);
+  return SlopeSpace::Candidate{layouts.front(), share};
+}
+
 MatrixLayout ByGradients(const SlopeSpace& gradients, const Fields& fields, const Fields& transposed,
                          const std::vector<ListOrder>& orders) {
   MatrixLayout found;
   found.as_it_stands = gradients.Share(fields);
   found.put_right = found.as_it_stands;
   found.layouts = {Layout()};
-  if (IsInPlace(gradients, fields)) return found;
+  if (const auto in_place = InPlace(gradients, fields, orders)) {
+    found.layouts = {in_place->layout};
+    found.put_right = in_place->share;
+    return found;
+  }
   const Candidates candidates = gradients.Try(fields, transposed, orders);
   if (candidates.empty()) return found;
   const double best = candidates.front().share;
@@ -93,6 +105,14 @@ MatrixLayout ByGradients(const SlopeSpace& gradients, const Fields& fields, cons
   return found;
 }
 
+/// Where slopes are noisy, another unit of the control matrix may not show, and that of the other one is twice as far
+/// from it then.
+bool HaveSameUnit(const Layout& one, const Layout& other) {
+  constexpr double kSame = 1.2;
+  const double ratio = one.x_unit / other.x_unit;
+  return ratio < kSame && ratio > 1.0 / kSame;
+}
+
 /// The two matrices, and how their slopes stand.
 struct BothMatrices {
   const Matrix& m2s;
@@ -104,6 +124,7 @@ struct BothMatrices {
     const SlopeSpace space(is_of_cm ? PutRight(M2sFields(m2s, others.is_transposed), others, orders)
                                     : PutRight(CmFields(cm, others.is_transposed), others, orders));
     const Fields fields = is_of_cm ? CmFields(cm, false) : M2sFields(m2s, false);
+    if (const auto in_place = InPlace(space, fields, orders)) return in_place->layout;
     const Fields transposed = is_of_cm ? CmFields(cm, true) : M2sFields(m2s, true);
     const Candidates candidates = space.Try(fields, transposed, orders);
     if (candidates.empty() || candidates.front().share < kSameSlopes) return std::nullopt;
@@ -145,15 +166,15 @@ void BlameM2s(const BothMatrices& both, const SlopeSpace& gradients, MatrixLayou
 
 }  // namespace
 
-MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& gradients,
+MatrixLayouts FindLayouts(const CalibrationContent& content, const Matrix& sound_m2s, const SlopeSpace& gradients,
                           const std::vector<ListOrder>& orders) {
-  const Fields m2s = M2sFields(content.m2s, false);
   const Fields cm = CmFields(content.cm, false);
   MatrixLayouts found;
-  found.m2s = ByGradients(gradients, m2s, M2sFields(content.m2s, true), orders);
-  const SlopeSpace slopes(m2s);
+  found.m2s = ByGradients(gradients, M2sFields(sound_m2s, false), M2sFields(sound_m2s, true), orders);
+  const SlopeSpace slopes(M2sFields(content.m2s, false));
   const BothMatrices both = {content.m2s, content.cm, orders};
-  if (IsInPlace(slopes, cm)) {  // whatever it is, it is the same in both
+  const auto in_place = InPlace(slopes, cm, orders);
+  if (in_place && in_place->layout == Layout()) {  // whatever it is, it is the same in both
     found.cm = found.m2s;
     found.cm.as_it_stands = gradients.Share(cm);
     found.cm.is_of_the_other = true;
@@ -162,8 +183,12 @@ MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& g
   found.cm = ByGradients(gradients, cm, CmFields(content.cm, true), orders);
   if (found.m2s.layouts.empty()) return found;
   if (!found.m2s.IsRight() && found.cm.IsRight()) {
-    if (const auto layout = both.Relative(false, Layout())) found.m2s.layouts = {*layout};
-    return found;
+    const auto layout = both.Relative(false, Layout());
+    if (!layout) return found;
+    if (HaveSameUnit(*layout, found.m2s.layouts.front())) {
+      found.m2s.layouts = {*layout};
+      return found;
+    }
   }
   double best_recovery = -1.0;
   const std::vector<Layout> m2s_layouts = found.m2s.layouts;

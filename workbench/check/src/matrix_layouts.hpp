@@ -32,9 +32,10 @@ struct MatrixLayouts {
   MatrixLayout cm;
 };
 
+/// @param sound_m2s  M2S without what is odd of single sub-apertures, which is no matter of its layout
 /// @param gradients  of smooth surfaces, at the used sub-apertures
 /// @param orders     of the list of used sub-apertures
-MatrixLayouts FindLayouts(const CalibrationContent& content, const SlopeSpace& gradients,
+MatrixLayouts FindLayouts(const CalibrationContent& content, const Matrix& sound_m2s, const SlopeSpace& gradients,
                           const std::vector<ListOrder>& orders);
 
 using UsageFlags = std::vector<std::uint8_t>;  ///< other than 0 where a sub-aperture is used

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <tuple>
 #include <utility>
 
 namespace quen::workbench {
@@ -121,9 +122,7 @@ double SlopeSpace::Share(const Fields& fields) const {
 /// With x in units r times too small the share is (A + 2 r B + r² C) / (Y + r² X): the largest eigenvalue of a 2 × 2
 /// problem says what r is, and its sign whether a block is flipped. Where even that explains little, there is no unit.
 std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Eigen::MatrixXd& y, const Eigen::MatrixXd& x,
-                                                     const Layout& layout) const {
-  constexpr double kSameUnit = 1.2;
-  constexpr double kGain = 0.25;  // of what is not explained in the same unit
+                                                     const Layout& layout, const UnitLimits& limits) const {
   constexpr double kEnough = 0.75;
   const Eigen::Index half = vectors_.rows() / 2;
   const double y_square = y.squaredNorm();
@@ -151,8 +150,8 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Eigen::MatrixXd& y, c
   const double ratio = best(1) / best(0) * std::sqrt(y_square / x_square);
   const double size = std::abs(ratio);
   const double in_one_unit = candidates[ratio < 0.0 ? 1 : 0].share;
-  if (std::isfinite(ratio) && share(ratio) > kEnough && (size > kSameUnit || size < 1.0 / kSameUnit) &&
-      1.0 - share(ratio) < (1.0 - kGain) * (1.0 - in_one_unit)) {
+  if (std::isfinite(ratio) && share(ratio) > kEnough && (size > limits.size || size < 1.0 / limits.size) &&
+      1.0 - share(ratio) < (1.0 - limits.gain) * (1.0 - in_one_unit)) {
     Layout units = layout;
     units.is_x_flipped = ratio < 0.0;
     units.x_unit = 1.0 / size;
@@ -163,14 +162,16 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Eigen::MatrixXd& y, c
 
 std::vector<SlopeSpace::Candidate> SlopeSpace::InPlace(const Fields& fields) const {
   const Eigen::Index half = fields.rows() / 2;
+  constexpr UnitLimits kLimits = {1.1, 0.0};
   const Fields normalised = Normalised(fields);
-  std::vector<Candidate> candidates = Signs(normalised.topRows(half), normalised.bottomRows(half), Layout());
+  std::vector<Candidate> candidates = Signs(normalised.topRows(half), normalised.bottomRows(half), Layout(), kLimits);
   std::ranges::stable_sort(candidates, std::greater(), &Candidate::share);
   return candidates;
 }
 
 std::vector<SlopeSpace::Candidate> SlopeSpace::Try(const Fields& fields, const Fields& transposed,
                                                    const std::vector<ListOrder>& orders) const {
+  constexpr UnitLimits kLimits = {1.2, 0.25};
   const Eigen::Index half = vectors_.rows() / 2;
   std::vector<Candidate> candidates;
   for (const bool is_transposed : {false, true}) {
@@ -186,9 +187,8 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Try(const Fields& fields, const F
           layout.is_interleaved = is_interleaved;
           layout.is_x_first = is_x_first;
           layout.order = order;
-          for (const Candidate& candidate : is_x_first ? Signs(second, first, layout) : Signs(first, second, layout)) {
-            candidates.push_back(candidate);
-          }
+          const auto& [y, x] = is_x_first ? std::tie(second, first) : std::tie(first, second);
+          for (const Candidate& candidate : Signs(y, x, layout, kLimits)) candidates.push_back(candidate);
         }
       }
     }

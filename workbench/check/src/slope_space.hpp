@@ -39,7 +39,8 @@ class SlopeSpace {
   /// As they stand.
   [[nodiscard]] double Share(const Fields& fields) const;
 
-  /// The right layout, and the same with other signs and units, best first.
+  /// The right layout, and the same with other signs and units, best first. Here a unit that differs by a tenth shows:
+  /// that of good calibrations is right to two hundredths, whatever their noise.
   [[nodiscard]] std::vector<Candidate> InPlace(const Fields& fields) const;
 
   /// Every layout for slope vectors that stand as `fields`, and `transposed` if they are transposed in memory; best
@@ -50,8 +51,14 @@ class SlopeSpace {
 
  private:
   [[nodiscard]] Eigen::MatrixXd Solved(const Eigen::MatrixXd& products) const;
-  [[nodiscard]] std::vector<Candidate> Signs(const Eigen::MatrixXd& y, const Eigen::MatrixXd& x,
-                                             const Layout& layout) const;
+  /// How clearly another unit must show: so many times larger or smaller, and with so much of what is not explained in
+  /// the same unit.
+  struct UnitLimits {
+    double size;
+    double gain;
+  };
+  [[nodiscard]] std::vector<Candidate> Signs(const Eigen::MatrixXd& y, const Eigen::MatrixXd& x, const Layout& layout,
+                                             const UnitLimits& limits) const;
 
   Eigen::MatrixXd vectors_;
   Eigen::LLT<Eigen::MatrixXd> gram_;

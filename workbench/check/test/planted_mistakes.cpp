@@ -323,6 +323,7 @@ std::vector<Mistake> LayoutMistakes(Place place) {
       fixed("x_unit", "x 2", Blocks(1.0, 2.0)),
       fixed("x_unit", "x 0.5", Blocks(1.0, 0.5)),
       fixed("x_unit", "x 24", Blocks(1.0, 24.0)),
+      fixed("x_unit", "x 1.3", Blocks(1.0, 1.3)),
       Transposed(place)};
   if (place != Place::kBoth) mistakes.push_back(fixed("negative", "", Blocks(-1.0, -1.0)));
   SlopeMap random = Identity();
@@ -394,8 +395,9 @@ std::vector<Mistake> MatrixMistakes() {
   const auto blur = [](Content& c) { c.m2s.col(kFailed) = Noise(kSlopes, 1, Rms(c.m2s.col(kFailed)), 16); };
   const std::vector<std::string> number = {"37"};
   const auto single = [&](const std::string& word, Place place, const std::function<void(Content&)>& plant,
-                          const std::string& key, const std::vector<std::string>& words) {
-    mistakes.push_back({.word = word, .detail = "", .place = place, .Plant = plant, .keys = {key}, .words = words});
+                          const std::string& key, const std::vector<std::string>& words,
+                          const std::string& detail = "") {
+    mistakes.push_back({.word = word, .detail = detail, .place = place, .Plant = plant, .keys = {key}, .words = words});
   };
   single("failed_mode", Place::kM2s, fail, "m2s.modes", number);
   single("failed_mode", Place::kBoth, WithItsInverse(fail, {kFailed}, {}), "m2s.modes", number);
@@ -409,6 +411,37 @@ std::vector<Mistake> MatrixMistakes() {
   const std::vector<std::string> place = {"233", "sub-aperture"};
   single("dead_subaperture", Place::kM2s, die, "m2s.subapertures", place);
   single("dead_subaperture", Place::kBoth, WithItsInverse(die, {}, {kDead, kUsed + kDead}), "m2s.subapertures", place);
+
+  const auto of_rows = [](const std::function<void(Eigen::Ref<Matrix>)>& change) {
+    return [change](Content& c) {
+      change(c.m2s.topRows(kUsed));
+      change(c.m2s.bottomRows(kUsed));
+    };
+  };
+  constexpr Index kOther = 20;
+  const auto scatter =
+      of_rows([](Eigen::Ref<Matrix> block) { block.row(kDead) = Noise(1, block.cols(), Rms(block), 18); });
+  single("noisy_subaperture", Place::kM2s, scatter, "m2s.subapertures", {"neighbours"});
+  single("noisy_subaperture", Place::kBoth, WithItsInverse(scatter, {}, {}), "m2s.subapertures", {"neighbours"});
+  for (const double factor : {20.0, -1.0}) {
+    const auto scale = of_rows([factor](Eigen::Ref<Matrix> block) { block.row(kDead) *= factor; });
+    const std::string detail = fmt::format("x {}", factor);
+    single("scaled_subaperture", Place::kM2s, scale, "m2s.subapertures", {"times what"}, detail);
+    single("scaled_subaperture", Place::kBoth, WithItsInverse(scale, {}, {}), "m2s.subapertures", {"times what"},
+           detail);
+  }
+  const auto exchange = of_rows([](Eigen::Ref<Matrix> block) { block.row(kDead).swap(block.row(kOther)); });
+  mistakes.push_back(
+      {.word = "subapertures_exchanged", .detail = "", .place = Place::kM2s, .Plant = exchange, .Undo = exchange});
+  const auto exchange_both = [exchange](Content& c) {
+    exchange(c);
+    for (const Index first : {Index{0}, kUsed}) c.cm.col(first + kDead).swap(c.cm.col(first + kOther));
+  };
+  mistakes.push_back({.word = "subapertures_exchanged",
+                      .detail = "",
+                      .place = Place::kBoth,
+                      .Plant = exchange_both,
+                      .Undo = exchange_both});
 
   constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
   mistakes.push_back(Lost("all zero", Place::kM2s, [](Content& c) { c.m2s.setZero(); }, {"m2s.values"}, {"zero", "0"}));
@@ -428,6 +461,11 @@ std::vector<Mistake> MatrixMistakes() {
   single("mode_x_flipped", Place::kBoth, WithItsInverse(flip, {}, {}), "m2s.modes", number);
   const auto lame = [](Content& c) { c.m2s.row(kUsed + kDead).setZero(); };
   single("lame_subaperture", Place::kBoth, WithItsInverse(lame, {}, {kUsed + kDead}), "m2s.subapertures", place);
+  const auto repeat = [](Content& c) { c.m2s.col(kFailed) = c.m2s.col(12); };
+  single("repeated_mode", Place::kM2s, repeat, "m2s.modes", number);
+  single("repeated_mode", Place::kBoth, WithItsInverse(repeat, {kFailed}, {}), "m2s.modes", number);
+  single(
+      "row_twice", Place::kCm, [](Content& c) { c.cm.row(kFailed) = c.cm.row(12); }, "cm.inverse", number);
   return mistakes;
 }
 

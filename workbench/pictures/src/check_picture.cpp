@@ -1,6 +1,7 @@
 #include "workbench/pictures/check_picture.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <string_view>
@@ -92,21 +93,30 @@ std::vector<Panel> Compared(const std::vector<Look>& looks, const std::vector<Ve
   return panels;
 }
 
-/// "(1) exchanged, (2) regions exchanged".
-std::string CorrectionWords(const Finding& finding) {
-  std::string words;
-  for (std::size_t k = 0; k < finding.corrections.size(); ++k) {
-    words += fmt::format("{}({}) {}", k > 0 ? ", " : "", k + 1, finding.corrections[k].mistake);
+/// The file that a correction changes.
+const char* FileOf(const CalibrationContent& content, const Correction& correction) {
+  CalibrationContent corrected = content;
+  correction.apply(corrected);
+  if (corrected.m2s != content.m2s) return "M2S.fits";
+  return corrected.cm != content.cm ? "CM.fits" : "shs_rois.fits";
+}
+
+/// "(1) scaled in CM.fits, (2) scaled in M2S.fits".
+std::string CorrectionWords(const CalibrationContent& content, const Finding& finding) {
+  std::vector<std::string> words;
+  for (const Correction& correction : finding.corrections) {
+    std::string mistake = correction.mistake;
+    std::ranges::replace(mistake, '_', ' ');
+    words.push_back(fmt::format("({}) {} in {}", words.size() + 1, mistake, FileOf(content, correction)));
   }
-  std::ranges::replace(words, '_', ' ');
-  return words;
+  return fmt::format("{}", fmt::join(words, ", "));
 }
 
 Section SectionOf(const CalibrationContent& content, const Finding& finding) {
   Section section;
   section.lines.push_back(fmt::format("{}: {}: {}", Word(finding.verdict), finding.subject, finding.text));
   if (!finding.advice.empty()) section.lines.push_back("→ " + finding.advice);
-  if (finding.corrections.size() > 1) section.lines.push_back("Put right: " + CorrectionWords(finding));
+  if (finding.corrections.size() > 1) section.lines.push_back("Put right: " + CorrectionWords(content, finding));
   section.panels = Compared(LooksAt(finding), VersionsOf(content, finding));
   return section;
 }

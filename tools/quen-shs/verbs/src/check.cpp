@@ -89,23 +89,25 @@ void GivePicture(const CheckArguments& command, const workbench::Examination& ex
 }
 
 void GiveCorrected(const CheckArguments& command, const workbench::Examination& examination,
-                   workbench::StagedFiles& files, Report& report) {
+                   workbench::StagedFiles& files) {
   std::vector<std::string> contents = CorrectedFiles(command, examination);
   const std::vector<std::string> names = workbench::CalibrationNames(command.fix);
   for (std::size_t k = 0; k < names.size(); ++k) files.Give(names[k], std::move(contents[k]));
-  for (const workbench::Finding& finding : examination.findings) {
-    if (workbench::IsWrong(finding)) report.AddLine("put right: " + finding.advice);
-  }
 }
 
 /// Writes the picture and the corrected calibration, as far as they are asked for.
 void WriteFiles(const CheckArguments& command, const workbench::Examination& examination, workbench::StagedFiles& files,
                 Report& report) {
   if (!command.png.empty()) GivePicture(command, examination, files, report);
-  if (!command.fix.empty()) GiveCorrected(command, examination, files, report);
+  if (!command.fix.empty()) GiveCorrected(command, examination, files);
   if (files.Names().empty()) return;
   files.RefuseToReplace(workbench::CalibrationFiles());
   files.Commit();
+  if (!command.fix.empty()) {
+    for (const workbench::Finding& finding : examination.findings) {
+      if (workbench::IsWrong(finding)) report.AddLine("put right: " + finding.advice);
+    }
+  }
   report.AddFiles(files);
 }
 
@@ -133,7 +135,12 @@ void Check(const CheckArguments& command) {
   report.Add("doubtful", doubtful);
   report.AddLine(
       fmt::format("{}: {} things checked, {} wrong, {} doubtful", command.folder, findings.size(), wrong, doubtful));
-  WriteFiles(command, examination, files, report);
+  try {
+    WriteFiles(command, examination, files, report);
+  } catch (const std::exception&) {
+    report.Print(command.json);  // what is found is told, whatever cannot be written
+    throw;
+  }
   report.Print(command.json);
   if (!command.fix.empty()) return;
   if (wrong > 0) throw std::runtime_error("the calibration in " + command.folder + " is not to be trusted");
@@ -171,7 +178,7 @@ calibration is written to another folder, if what is wrong leaves no choice.)",
   m2s.values, cm.values                         finite, and not all zeros
   m2s.layout, cm.layout, layout, flags.pupil    order of the slopes in either matrix; flags of another pupil
   cm.inverse, cm.sign, cm.signs, cm.order, cm.scale   CM * M2S
-  m2s.modes, m2s.noise, m2s.subapertures        single modes and sub-apertures without slopes, order or layout; noisy modes
+  m2s.modes, m2s.noise, m2s.subapertures        single modes and sub-apertures without slopes, order or layout, or there twice; noisy modes
 "mistakes" lists the corrections that come into question, "x_flipped" for instance; if it is one, it is certain.)",
             .examples = {"quen-shs check sensor", "quen-shs check sensor --png findings.png",
                          "quen-shs check sensor --fix mended"},
