@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "common/statistics/quantile.hpp"
 #include "workbench/check/check.hpp"
 #include "workbench/check/src/check_inverse.hpp"
 #include "workbench/check/src/check_modes.hpp"
@@ -184,31 +185,44 @@ Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, bool is_
   return finding;
 }
 
-/// The share of slopes that is a smooth wavefront's where they stand, whatever their signs and units.
+/// The share of a mode's slopes that is a smooth wavefront's where they stand, whatever their signs and units: the
+/// median over the modes, some of which may be mistaken, or finer.
 double ShareInPlace(const SlopeSpace& gradients, const Fields& slopes) {
   const std::vector<SlopeSpace::Candidate> candidates = gradients.InPlace(slopes);
-  return candidates.empty() ? gradients.Share(slopes) : candidates.front().share;
+  if (candidates.empty()) return 0.0;
+  const Layout& layout = candidates.front().layout;
+  Fields right = slopes;
+  right.bottomRows(right.rows() / 2) *= (layout.is_x_flipped ? -1.0 : 1.0) / layout.x_unit;
+  const Eigen::VectorXd shares = gradients.Shares(right);
+  return quen::common::UpperMedian({shares.begin(), shares.end()});
 }
 
-/// Without the slopes of odd sub-apertures, if that makes the others a smooth wavefront's where they stand: then these
-/// are all that is wrong with the layout. In another layout some may seem odd, too.
-Matrix WithoutOddSubapertures(const Matrix& m2s, const SlopeSpace& gradients, const Lattice& lattice,
+/// Without the slopes of a few odd sub-apertures, if these are all that is wrong with the layout: if the others are a
+/// smooth wavefront's where they stand, and that more clearly than in any other layout, in which some seem odd, too.
+/// @param put_right  share that is a smooth wavefront's in the best layout
+Matrix WithoutOddSubapertures(const Matrix& m2s, double put_right, const SlopeSpace& gradients, const Lattice& lattice,
                               const std::vector<std::size_t>& used) {
-  constexpr double kClearly = 0.945;  // less than kInPlace, as there may be noise
-  Matrix sound = FindOddSubapertures(m2s, lattice, used).sound;
-  return ShareInPlace(gradients, M2sFields(sound, false)) > kClearly ? sound : m2s;
+  constexpr std::size_t kFew = 4;     // flags of a pupil that is nearly the same make more of them odd
+  constexpr double kClearly = 0.945;  // with a fifth of noise
+  const OddSubapertures odd = FindOddSubapertures(m2s, lattice, used);
+  const std::size_t count = 2 * odd.exchanged.size() + odd.scaled.size() + odd.unlike.size();
+  if (count == 0 || count > kFew) return m2s;
+  return ShareInPlace(gradients, odd.sound) > std::max(kClearly, put_right) ? odd.sound : m2s;
 }
 
-constexpr double kInPlace = 0.965;  // of misplaced slopes below 0.94
-
-/// Whether slopes that change evenly along the list of the used sub-apertures do not change evenly over the pupil: they
-/// are not where the flags say. Noise, and details too fine to be a smooth wavefront's, are uneven along the list, too.
-bool AreMisplaced(const Fields& slopes, const SlopeSpace& gradients, const Lattice& lattice,
-                  const std::vector<std::size_t>& used) {
-  constexpr double kEven = 0.5;  // of what is not smooth: of misplaced slopes below 0.31, of others above 0.66
+/// How unevenly slopes change along the list of the used sub-apertures, over what of them is no smooth wavefront's. Of
+/// slopes in their places, what is not smooth is noise, or details too fine, and as uneven along the list: 1 and more,
+/// but half of that where a list is turned that looks the same from the other side. Of slopes that are not where the
+/// flags say it is below 0.4.
+double UnevennessOfRest(const Fields& slopes, const SlopeSpace& gradients, const Lattice& lattice,
+                        const std::vector<std::size_t>& used) {
+  constexpr double kInPlace = 0.967;  // of misplaced slopes below 0.962
   const double smooth_share = ShareInPlace(gradients, slopes);
-  return smooth_share < kInPlace && Unevenness(Sample(slopes), lattice, used) <= kEven * (1.0 - smooth_share);
+  return smooth_share > kInPlace ? 1.0 : Unevenness(Sample(slopes), lattice, used) / (1.0 - smooth_share);
 }
+
+constexpr double kMisplaced = 0.5;
+constexpr double kClearlyInPlace = 0.8;
 
 /// Usage flags that belong to another pupil.
 std::optional<Finding> CheckPupil(const CalibrationContent& content, const SlopeSpace& gradients,
@@ -217,7 +231,7 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
   const MatrixLayout& m2s = layouts.m2s;
   const Fields slopes = M2sFields(content.m2s, false);
   const std::vector<std::size_t> used = UsedIndices(content.used);
-  if (!AreMisplaced(slopes, gradients, lattice, used)) return std::nullopt;
+  if (UnevennessOfRest(slopes, gradients, lattice, used) > kMisplaced) return std::nullopt;
   Finding finding = {Verdict::kWrong,
                      "flags.pupil",
                      "usage flags",
@@ -226,22 +240,24 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
                      {}};
   const auto flags = FlagsOfAnotherPupil(content);
   const auto have_place = [&](const std::vector<std::size_t>& others) {
-    return !AreMisplaced(slopes, SlopeSpace::OfGradients(content.rois, others, kSmoothDegree), lattice, others);
+    const SlopeSpace gradients_there = SlopeSpace::OfGradients(content.rois, others, kSmoothDegree);
+    return UnevennessOfRest(slopes, gradients_there, lattice, others) > kClearlyInPlace;
   };
   if (flags && have_place(UsedIndices(*flags))) {
     finding.corrections = {{"flags", [flags = *flags](CalibrationContent& changed) { changed.used = flags; }}};
     return finding;
   }
   if (!m2s.layouts.empty() && !m2s.IsRight()) {
-    const Fields put_right =
-        WithoutOddSubapertures(M2sPutRight(content.m2s, m2s.layouts.front(), orders), gradients, lattice, used);
-    if (!AreMisplaced(put_right, gradients, lattice, used)) return std::nullopt;
+    const Fields put_right = WithoutOddSubapertures(M2sPutRight(content.m2s, m2s.layouts.front(), orders),
+                                                    m2s.put_right, gradients, lattice, used);
+    if (UnevennessOfRest(put_right, gradients, lattice, used) > kMisplaced) return std::nullopt;
   }
   const std::string unlike = fmt::format(
       "change evenly along the list of used sub-apertures, and not over the pupil ({:.1f} % of them are a smooth "
       "wavefront's)",
       100.0 * m2s.as_it_stands);
-  if (layouts.cm.as_it_stands > kInPlace) {
+  constexpr double kSmooth = 0.965;
+  if (layouts.cm.as_it_stands > kSmooth) {
     return Finding{Verdict::kWrong,
                    kM2s.key,
                    std::string(kM2s.name) + " layout",
@@ -283,8 +299,9 @@ Findings CheckMatrices(const CalibrationContent& content) {
   }
   const std::vector<ListOrder> orders = ListOrders(*lattice, used);
   const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kSmoothDegree);
-  const Matrix sound_m2s = WithoutOddSubapertures(content.m2s, gradients, *lattice, used);
-  const MatrixLayouts layouts = FindLayouts(content, sound_m2s, gradients, orders);
+  MatrixLayouts layouts = FindLayouts(content, content.m2s, gradients, orders);
+  const Matrix sound_m2s = WithoutOddSubapertures(content.m2s, layouts.m2s.put_right, gradients, *lattice, used);
+  if (sound_m2s != content.m2s) layouts = FindLayouts(content, sound_m2s, gradients, orders);
   const auto pupil =
       CheckPupil({sound_m2s, content.cm, content.rois, content.used}, gradients, layouts, *lattice, orders);
   if (pupil) {

@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <optional>
 #include <utility>
@@ -81,13 +82,14 @@ class Expectation {
   }
 
   /// How far the slopes of a sub-aperture are from what its neighbours let expect, over the latter; squares. 0 where
-  /// there are too few neighbours.
-  [[nodiscard]] double Oddness(std::size_t k) { return Misfit(k, k); }
+  /// nothing is expected.
+  [[nodiscard]] double Oddness(std::size_t k) { return Of(k) ? Misfit(k, k) : 0.0; }
 
-  /// The same with the slopes of another one in its place.
+  /// The same with the slopes of another one in its place; infinite where nothing is expected.
   [[nodiscard]] double Misfit(std::size_t k, std::size_t other) {
     const auto expected = Of(k);
-    return expected ? (SlopesOf(other) - *expected).squaredNorm() / expected->squaredNorm() : 0.0;
+    if (!expected) return std::numeric_limits<double>::infinity();
+    return (SlopesOf(other) - *expected).squaredNorm() / expected->squaredNorm();
   }
 
   /// So many times the slopes are as large as expected.
@@ -199,8 +201,9 @@ OddSubapertures SortedOut(const Numbers& odd, Expectation& expectation) {
     std::optional<std::size_t> partner;
     double best = kFits;
     for (std::size_t other = 0; other < expectation.Size(); ++other) {
-      const double misfit = other == k ? kFits : std::max(expectation.Misfit(k, other), expectation.Misfit(other, k));
-      if (misfit < best) {
+      if (other == k) continue;
+      const double misfit = std::max(expectation.Misfit(k, other), expectation.Misfit(other, k));
+      if (misfit < best && expectation.Misfit(other, k) < expectation.Misfit(other, other)) {
         best = misfit;
         partner = other;
       }
@@ -228,7 +231,7 @@ std::string Words(const std::vector<std::size_t>& numbers) {
   std::vector<std::size_t> named = numbers;
   named.resize(std::min(numbers.size(), kNamed));
   return fmt::format("{} {}{}", numbers.size() == 1 ? "sub-aperture" : "sub-apertures", fmt::join(named, ", "),
-                     numbers.size() > kNamed ? fmt::format(" and {} others", numbers.size() - kNamed) : "");
+                     numbers.size() > kNamed ? fmt::format(" and {} more", numbers.size() - kNamed) : "");
 }
 
 void AddDead(const Matrix& m2s, const std::vector<std::size_t>& used, Findings& findings) {

@@ -1,8 +1,10 @@
 #include "workbench/check/src/matrix_layouts.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
+#include <random>
 #include <utility>
 
 #include "common/statistics/quantile.hpp"
@@ -13,9 +15,10 @@
 namespace quen::workbench {
 namespace {
 
-constexpr double kClearly = 0.9;     // in the space: right without trying others
-constexpr double kNoOrder = 0.35;    // less is what noise has there, and lists in random order
-constexpr double kSameSlopes = 0.8;  // of the control matrix' slopes in those of the other
+constexpr double kClearly = 0.9;            // in the space: right without trying others
+constexpr double kNoOrder = 0.35;           // less is what noise has there, and lists in random order
+constexpr double kSameSlopes = 0.8;         // of the control matrix' slopes in those of the other
+constexpr double kSurelySameSlopes = 0.95;  // with no other layout tried: a turned list may have 0.9
 
 using Candidates = std::vector<SlopeSpace::Candidate>;
 
@@ -124,23 +127,30 @@ struct BothMatrices {
     const SlopeSpace space(is_of_cm ? PutRight(M2sFields(m2s, others.is_transposed), others, orders)
                                     : PutRight(CmFields(cm, others.is_transposed), others, orders));
     const Fields fields = is_of_cm ? CmFields(cm, false) : M2sFields(m2s, false);
-    if (const auto in_place = InPlace(space, fields, orders)) return in_place->layout;
+    const auto in_place = InPlace(space, fields, orders);
+    if (in_place && in_place->share > kSurelySameSlopes) return in_place->layout;
     const Fields transposed = is_of_cm ? CmFields(cm, true) : M2sFields(m2s, true);
     const Candidates candidates = space.Try(fields, transposed, orders);
     if (candidates.empty() || candidates.front().share < kSameSlopes) return std::nullopt;
     if (!IsBetter(candidates.front().share, ShareOf(candidates, Layout()))) return Layout();
     std::optional<Layout> best;
     double best_recovery = -1.0;
+    double best_trace = 0.0;
     std::vector<Layout> layouts = Simplest(candidates);
     MeasureUnits(space, fields, transposed, orders, layouts);
     for (const Layout& layout : layouts) {
+      constexpr double kRounding = 1e-6;
       const Matrix right_m2s = M2sPutRight(m2s, is_of_cm ? others : layout, orders);
       const Matrix right_cm = CmPutRight(cm, is_of_cm ? layout : others, orders);
       const double recovery = Recovery(right_m2s, right_cm);
-      if (recovery > best_recovery + 1e-6) {
+      const double trace = (right_cm * right_m2s).trace();
+      // In some bases a mirrored list does to each mode what a flipped sign does, but for the mode's own sign.
+      const bool has_better_signs = recovery > best_recovery - kRounding && std::abs(trace) > best_trace + kRounding;
+      if (recovery > best_recovery + kRounding || has_better_signs) {
         best_recovery = recovery;
+        best_trace = std::abs(trace);
         // x flipped, and all of it negative: y flipped
-        best = layout.is_x_flipped && (right_cm * right_m2s).trace() < 0.0 ? Negative(layout) : layout;
+        best = layout.is_x_flipped && trace < 0.0 ? Negative(layout) : layout;
       }
     }
     return best;
@@ -243,27 +253,35 @@ std::optional<UsageFlags> FlagsOfAnotherPupil(const CalibrationContent& content)
 }
 
 double Unevenness(const Fields& fields, const Lattice& lattice, const std::vector<std::size_t>& used) {
-  constexpr double kOfNoise = 6.0;  // 1 + 4 + 1: the squares of a second difference's factors
+  using Triple = std::array<std::size_t, 3>;
   const Eigen::Index half = fields.rows() / 2;
+  const auto median = [&](const std::vector<Triple>& triples) {
+    std::vector<double> squares;
+    for (const auto& [before, middle, after] : triples) {
+      double square = 0.0;
+      for (const Eigen::Index first : {Eigen::Index{0}, half}) {
+        const auto row = [&](std::size_t k) { return fields.row(first + static_cast<Eigen::Index>(k)); };
+        square += (row(before) - 2.0 * row(middle) + row(after)).squaredNorm();
+      }
+      squares.push_back(square);
+    }
+    return common::LowerMedian(squares);
+  };
   const auto is_next = [&](std::size_t from, std::size_t to) {
     const Place& one = lattice.places[used[from]];
     const Place& other = lattice.places[used[to]];
     return one.row == other.row && other.column - one.column == 1;
   };
-  std::vector<double> squares;
-  double sum = 0.0;
+  std::vector<Triple> neighbours;
+  std::vector<Triple> strangers;
+  std::mt19937 random(1);  // NOLINT(cert-msc51-cpp): the same examination each time
   for (std::size_t k = 1; k + 1 < used.size(); ++k) {
     if (!is_next(k - 1, k) || !is_next(k, k + 1)) continue;
-    double square = 0.0;
-    for (const Eigen::Index row : {static_cast<Eigen::Index>(k), half + static_cast<Eigen::Index>(k)}) {
-      square += (fields.row(row - 1) - 2.0 * fields.row(row) + fields.row(row + 1)).squaredNorm() / kOfNoise;
-      sum += fields.row(row).squaredNorm();
-    }
-    squares.push_back(square);
+    neighbours.push_back({k - 1, k, k + 1});
+    strangers.push_back({random() % used.size(), random() % used.size(), random() % used.size()});
   }
-  if (!(sum > 0.0)) return 1.0;
-  const auto count = static_cast<double>(squares.size());
-  return common::LowerMedian(squares) / (sum / count);
+  const double without_order = median(strangers);
+  return without_order > 0.0 ? median(neighbours) / without_order : 1.0;
 }
 
 Matrix M2sPutRight(const Matrix& m2s, const Layout& layout, const std::vector<ListOrder>& orders) {

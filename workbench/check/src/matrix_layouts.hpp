@@ -32,7 +32,7 @@ struct MatrixLayouts {
   MatrixLayout cm;
 };
 
-/// @param sound_m2s  M2S without what is odd of single sub-apertures, which is no matter of its layout
+/// @param sound_m2s  M2S, or the same without what is odd of single sub-apertures, which is no matter of its layout
 /// @param gradients  of smooth surfaces, at the used sub-apertures
 /// @param orders     of the list of used sub-apertures
 MatrixLayouts FindLayouts(const CalibrationContent& content, const Matrix& sound_m2s, const SlopeSpace& gradients,
@@ -44,8 +44,8 @@ using UsageFlags = std::vector<std::uint8_t>;  ///< other than 0 where a sub-ape
 /// any.
 std::optional<UsageFlags> FlagsOfAnotherPupil(const CalibrationContent& content);
 
-/// How much of the slopes' mean square changes from one sub-aperture of the list to the next as noise does: the median
-/// of the squared second differences along rows of three neighbours, over what it is for the same slopes without order.
+/// How much of the slopes changes from one sub-aperture of the list to the next as noise does: the median of the
+/// squared second differences along rows of three neighbours, over what it is for any three of the slopes.
 double Unevenness(const Fields& fields, const Lattice& lattice, const std::vector<std::size_t>& used);
 
 Matrix M2sPutRight(const Matrix& m2s, const Layout& layout, const std::vector<ListOrder>& orders);

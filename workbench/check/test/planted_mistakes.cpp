@@ -418,7 +418,7 @@ std::vector<Mistake> MatrixMistakes() {
       change(c.m2s.bottomRows(kUsed));
     };
   };
-  constexpr Index kOther = 20;
+  constexpr Index kOther = 150;
   const auto scatter =
       of_rows([](Eigen::Ref<Matrix> block) { block.row(kDead) = Noise(1, block.cols(), Rms(block), 18); });
   single("noisy_subaperture", Place::kM2s, scatter, "m2s.subapertures", {"neighbours"});

@@ -118,7 +118,9 @@ bool IsNamed(const Mistake& mistake, const Findings& findings) {
 std::vector<CalibrationContent> AllCorrected(const CalibrationContent& content, const Findings& findings) {
   constexpr std::size_t kMost = 160;
   std::vector<CalibrationContent> corrected = {content};
-  for (const Finding& finding : findings) {
+  Findings wrong_first = findings;
+  std::stable_partition(wrong_first.begin(), wrong_first.end(), IsWrong);
+  for (const Finding& finding : wrong_first) {
     if (IsGood(finding)) continue;
     const std::size_t before = corrected.size();
     for (const Correction& correction : finding.corrections) {

@@ -178,7 +178,7 @@ calibration is written to another folder, if what is wrong leaves no choice.)",
   m2s.values, cm.values                         finite, and not all zeros
   m2s.layout, cm.layout, layout, flags.pupil    order of the slopes in either matrix; flags of another pupil
   cm.inverse, cm.sign, cm.signs, cm.order, cm.scale   CM * M2S
-  m2s.modes, m2s.noise, m2s.subapertures        single modes and sub-apertures without slopes, order or layout, or there twice; noisy modes
+  m2s.modes, m2s.noise, m2s.subapertures        single modes and sub-apertures: zeros, no order, noise, there twice
 "mistakes" lists the corrections that come into question, "x_flipped" for instance; if it is one, it is certain.)",
             .examples = {"quen-shs check sensor", "quen-shs check sensor --png findings.png",
                          "quen-shs check sensor --fix mended"},
