@@ -21,14 +21,13 @@ double Seconds(Action action) {
 
 TimedLoop::TimedLoop(quen::workbench::Camera& camera, const std::string& engine)
     : camera_(camera),
+      engine_(quen::workbench::MakeEngine(engine)),
       disturbance_(quen::workbench::TurbulentSeries(kFrames, quen::workbench::ZernikeBasis().variances,
-                                                    /*d_over_r0=*/20.0, /*seed=*/1)) {
-  options_.engine = engine;
-}
+                                                    /*d_over_r0=*/20.0, /*seed=*/1)) {}
 
 std::array<double, TimedLoop::kParts.size()> TimedLoop::Iterate() {
   if (!loop_ || frame_ == kFrames) {
-    loop_.emplace(camera_, std::size_t{kFrames}, options_);
+    loop_.emplace(camera_, std::size_t{kFrames}, options_, *engine_);
     frame_ = 0;
   }
   std::array<double, kParts.size()> seconds{};

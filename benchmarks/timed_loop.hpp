@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -24,6 +25,7 @@ class TimedLoop {
  private:
   quen::workbench::Camera& camera_;
   quen::workbench::LoopOptions options_;
+  std::unique_ptr<quen::workbench::Engine> engine_;
   quen::workbench::Series disturbance_;
   Eigen::Index frame_ = 0;
   std::optional<quen::workbench::ControlLoop> loop_;

@@ -56,13 +56,17 @@ inline constexpr double kDivergence = 10.0;
 /// @param after_frame  called after each frame
 LoopRun RunLoop(Camera& camera, const Series& disturbance, const LoopOptions& options,
                 const std::function<void()>& after_frame);
+/// The same with this engine in place of the one that the options name.
+LoopRun RunLoop(Camera& camera, const Series& disturbance, const LoopOptions& options, Engine& engine,
+                const std::function<void()>& after_frame);
 
 /// The same, taken apart: RunLoop does Record, Displace, Draw, Measure and Correct for each frame. All memory is
 /// allocated when the object is made.
 class ControlLoop {
  public:
   /// @param frames  at the most
-  ControlLoop(Camera& camera, std::size_t frames, const LoopOptions& options);
+  /// @param engine  that measures, in place of the one that the options name
+  ControlLoop(Camera& camera, std::size_t frames, const LoopOptions& options, Engine& engine);
   ~ControlLoop();
   ControlLoop(const ControlLoop&) = delete;
   ControlLoop& operator=(const ControlLoop&) = delete;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <gsl/span>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,7 +34,7 @@ std::string InWords(const Exposure& exposure);
 class Camera : public quen::shssim::ShsSimulator {
  public:
   /// Takes a frame, 840 × 816 pixels, for the next measurement.
-  void Load(const std::vector<std::uint16_t>& pixels) { frame = pixels; }
+  void Load(gsl::span<const std::uint16_t> pixels) { frame.assign(pixels.begin(), pixels.end()); }
 
   /// From now on frames are drawn so. They are numbered from 0 anew; the calling thread's generator is seeded.
   void Use(const Exposure& exposure);

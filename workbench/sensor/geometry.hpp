@@ -5,6 +5,8 @@
 #include <optional>
 #include <vector>
 
+#include "common/checks/limits.hpp"
+
 /// @file
 /// The synthetic sensor: a 33 × 33 grid of sub-apertures on the detector, behind an annular pupil that is 29
 /// sub-apertures across and centred on the grid.
@@ -18,6 +20,16 @@ namespace quen::workbench {
 inline constexpr std::size_t kGridSize = 33;           ///< sub-apertures along each axis
 inline constexpr double kPupilRadius = 14.5;           ///< in sub-apertures
 inline constexpr double kCellSize = 1 / kPupilRadius;  ///< of a sub-aperture, in pupil coordinates
+
+/// What a user may choose.
+struct GeometryLimits {
+  static constexpr common::Limits kPitch = {1.0, 26.0};
+  static constexpr common::Limits kSize = {1.0, 200.0};
+  static constexpr common::Limits kOffset = {-500.0, 500.0};
+  static constexpr common::Limits kObscuration = {0.0, 0.99};
+  static constexpr common::Limits kSpiderAngle = {-180.0, 180.0};
+  static constexpr common::Limits kSpiderWidth = {0.0, 0.5};
+};
 
 struct Geometry {
   double pitch = 24.0;                      ///< pixels from one sub-aperture to the next

@@ -14,8 +14,10 @@
 namespace quen::workbench {
 
 struct PokeOptions {
+  static constexpr common::Limits kAmplitude = {1e-3, kSlopeLimit};
+
   std::string engine = kDefaultEngine;  ///< that measures, as for MakeEngine
-  double amplitude = 1.0;               ///< largest displacement of a spot, pixels
+  double amplitude = 1.0;               ///< largest displacement of a spot, pixels, within kAmplitude
   Exposure exposure = {.noise = 0.0};
 };
 
@@ -26,5 +28,13 @@ inline constexpr int kPokeFrames = 2 * static_cast<int>(kNumModes);
 /// that move no spot by more than `amplitude`.
 /// @param after_frame  called after each frame
 Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const std::function<void()>& after_frame);
+
+/// The calibration with its matrix measured so, by a camera on the calibration itself.
+/// @throws std::runtime_error  a mode moves no spot, or the engine gives slopes that are not finite
+Calibration Measured(const Calibration& calibration, const PokeOptions& options,
+                     const std::function<void()>& after_frame);
+/// The same with this engine in place of the one that the options name, which says what it is called.
+Calibration Measured(const Calibration& calibration, const PokeOptions& options, Engine& engine,
+                     const std::function<void()>& after_frame);
 
 }  // namespace quen::workbench

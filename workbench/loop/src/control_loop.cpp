@@ -48,13 +48,13 @@ struct ControlLoop::State {
     double largest_disturbance_ = 1.0;
   };
 
-  State(Camera& camera, std::size_t frames, const LoopOptions& options)
+  State(Camera& camera, std::size_t frames, const LoopOptions& options, Engine& engine)
       : camera(camera),
         options(options),
         m2s(M2sOf(camera)),
         cm(CmOf(camera)),
         used(UsedIndices(camera.RoisUsed())),
-        centroiding(MakeEngine(options.engine, InputsFor(options.exposure.detector))),
+        centroiding(engine),
         corrections(static_cast<std::size_t>(options.delay), NoModes()) {
     run.records.assign(frames, {NoModes(), NoModes(), NoModes()});
   }
@@ -66,7 +66,7 @@ struct ControlLoop::State {
   Eigen::Map<const Matrix> m2s;
   Eigen::Map<const Matrix> cm;
   std::vector<std::size_t> used;
-  std::unique_ptr<Engine> centroiding;
+  Engine& centroiding;
   DivergenceDetector detector;
   std::vector<Eigen::VectorXd> corrections;  ///< still to act, the next frame's first
   Displacements displacements;
@@ -77,8 +77,8 @@ struct ControlLoop::State {
   std::size_t frames = 0;  ///< so far
 };
 
-ControlLoop::ControlLoop(Camera& camera, std::size_t frames, const LoopOptions& options)
-    : state_(std::make_unique<State>(camera, frames, options)) {
+ControlLoop::ControlLoop(Camera& camera, std::size_t frames, const LoopOptions& options, Engine& engine)
+    : state_(std::make_unique<State>(camera, frames, options, engine)) {
   camera.Use(options.exposure);
 }
 
@@ -100,7 +100,7 @@ void ControlLoop::Displace() {
 
 void ControlLoop::Draw() { state_->camera.Draw(state_->displacements); }
 
-void ControlLoop::Measure() { state_->camera.ComputeSlopes(*state_->centroiding, kSlopeLimit, std::nullopt); }
+void ControlLoop::Measure() { state_->camera.ComputeSlopes(state_->centroiding, kSlopeLimit, std::nullopt); }
 
 void ControlLoop::Correct() {
   state_->found = SlopesOf(state_->camera);
@@ -121,7 +121,13 @@ LoopRun ControlLoop::Take() {
 
 LoopRun RunLoop(Camera& camera, const Series& disturbance, const LoopOptions& options,
                 const std::function<void()>& after_frame) {
-  ControlLoop loop(camera, static_cast<std::size_t>(disturbance.rows()), options);
+  return RunLoop(camera, disturbance, options, *MakeEngine(options.engine, InputsFor(options.exposure.detector)),
+                 after_frame);
+}
+
+LoopRun RunLoop(Camera& camera, const Series& disturbance, const LoopOptions& options, Engine& engine,
+                const std::function<void()>& after_frame) {
+  ControlLoop loop(camera, static_cast<std::size_t>(disturbance.rows()), options, engine);
   for (Eigen::Index frame = 0; frame < disturbance.rows() && !loop.HasDiverged(); ++frame) {
     loop.Record(disturbance.row(frame).transpose());
     loop.Displace();

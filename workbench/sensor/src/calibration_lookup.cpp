@@ -5,6 +5,7 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "pim/configuration_path.hpp"
 #include "pim/helper.hpp"
 #include "workbench/fits/content.hpp"
 #include "workbench/sensor/calibration.hpp"
@@ -35,8 +36,9 @@ quen::workbench::InputFile Opened(const std::string& path) {
 
 }  // namespace
 
-// The library asks its host's lookup first; this one knows the files that the user named.
+// The library asks its host's lookup first; this one knows the files that the user named, if any are.
 std::string pim::Helper::FindFile(const std::string& name) {
+  if (Files().empty()) return FindOnConfigurationPath(name);
   const auto* const file = std::ranges::find(quen::workbench::kCalibrationFiles, name);
   const auto index = static_cast<std::size_t>(file - quen::workbench::kCalibrationFiles.begin());
   return index < Files().size() ? Files()[index].Path() : "";

@@ -1,23 +1,59 @@
 #include "workbench/sensor/poke.hpp"
 
+#include <fmt/format.h>
+
 #include <limits>
 #include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "workbench/fits/input_file.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/displacements.hpp"
 
 namespace quen::workbench {
+namespace {
 
-Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const std::function<void()>& after_frame) {
+/// A camera on a calibration that is on no disk.
+Camera CameraOn(const Calibration& calibration) {
+  std::vector<InputFile> files;
+  const std::vector<std::string> contents = CalibrationBytes(calibration);
+  for (std::size_t k = 0; k < contents.size(); ++k) {
+    files.push_back(InputFile::InMemory(kCalibrationFiles.at(k), contents[k]));
+  }
+  UseCalibration(std::move(files));
+  return MakeSimulator<Camera>();
+}
+
+/// @throws std::runtime_error  a mode moves no spot, or the slopes are not finite
+void RequireMeasured(const Matrix& m2s, const std::string& engine) {
+  if (!m2s.allFinite()) {
+    throw std::runtime_error(fmt::format(
+        "the modes cannot be measured: {} gives slopes that are not finite; try less noise, or another engine",
+        engine));
+  }
+  for (Eigen::Index mode = 0; mode < m2s.cols(); ++mode) {
+    if (!m2s.col(mode).isZero(0.0)) continue;
+    throw std::runtime_error(fmt::format(
+        "the modes cannot be measured: {} finds that no spot moves with mode {} (counted from 0); look at a "
+        "frame for light, and at the detector's maps for pixels that count",
+        engine, mode));
+  }
+}
+
+Matrix PushAndPull(Camera& camera, const PokeOptions& options, Engine& engine,
+                   const std::function<void()>& after_frame) {
   const auto m2s = M2sOf(camera);
   const std::vector<std::size_t> used = UsedIndices(camera.RoisUsed());
-  const std::unique_ptr<Engine> engine = MakeEngine(options.engine, InputsFor(options.exposure.detector));
   camera.Use(options.exposure);
 
   Displacements displacements;
   const auto measure = [&](const Eigen::VectorXd& truth) -> Eigen::VectorXd {
     SetUsedDisplacements(truth, used, displacements);
     camera.Draw(displacements);
-    camera.ComputeSlopes(*engine, std::numeric_limits<double>::infinity(), std::nullopt);
+    camera.ComputeSlopes(engine, std::numeric_limits<double>::infinity(), std::nullopt);
     after_frame();
     return SlopesOf(camera);
   };
@@ -29,6 +65,27 @@ Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const s
     measured.col(mode) = (pushed - pulled) / (2.0 * amplitude);
   }
   return measured;
+}
+
+}  // namespace
+
+Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const std::function<void()>& after_frame) {
+  return PushAndPull(camera, options, *MakeEngine(options.engine, InputsFor(options.exposure.detector)), after_frame);
+}
+
+Calibration Measured(const Calibration& calibration, const PokeOptions& options,
+                     const std::function<void()>& after_frame) {
+  return Measured(calibration, options, *MakeEngine(options.engine, InputsFor(options.exposure.detector)), after_frame);
+}
+
+Calibration Measured(const Calibration& calibration, const PokeOptions& options, Engine& engine,
+                     const std::function<void()>& after_frame) {
+  Camera camera = CameraOn(calibration);
+  const Matrix m2s = PushAndPull(camera, options, engine, after_frame);
+  RequireMeasured(m2s, options.engine);
+  return WithMatrix(calibration, m2s,
+                    fmt::format("measured: {}, {:g} pixels, {}, seed {}", options.engine, options.amplitude,
+                                InWords(options.exposure), options.exposure.seed));
 }
 
 }  // namespace quen::workbench

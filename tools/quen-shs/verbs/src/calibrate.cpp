@@ -1,7 +1,4 @@
-#include <fmt/format.h>
-
 #include <memory>
-#include <stdexcept>
 
 #include "tools/quen-shs/cli/progress.hpp"
 #include "tools/quen-shs/cli/report.hpp"
@@ -11,7 +8,6 @@
 #include "workbench/fits/staged_file.hpp"
 #include "workbench/sensor/basis.hpp"
 #include "workbench/sensor/calibration.hpp"
-#include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/geometry.hpp"
 #include "workbench/sensor/poke.hpp"
 
@@ -29,45 +25,16 @@ struct CalibrateArguments {
   bool json = false;
 };
 
-/// A camera on a calibration that is on no disk.
-workbench::Camera CameraOn(const workbench::Calibration& calibration) {
-  std::vector<workbench::InputFile> files;
-  const std::vector<std::string> contents = workbench::CalibrationBytes(calibration);
-  for (std::size_t k = 0; k < contents.size(); ++k) {
-    files.push_back(workbench::InputFile::InMemory(workbench::kCalibrationFiles.at(k), contents[k]));
-  }
-  workbench::UseCalibration(std::move(files));
-  return workbench::MakeSimulator<workbench::Camera>();
-}
-
-workbench::Calibration Measured(const workbench::Calibration& calibration, const workbench::PokeOptions& options) {
-  auto camera = CameraOn(calibration);
-  Progress progress(workbench::kPokeFrames);
-  const workbench::Matrix m2s = workbench::MeasuredModesToSlopes(camera, options, [&] { progress.Step(); });
-  if (!m2s.allFinite()) {
-    throw std::runtime_error(fmt::format(
-        "the modes cannot be measured: {} gives slopes that are not finite; try less noise, or another engine",
-        options.engine));
-  }
-  for (Eigen::Index mode = 0; mode < m2s.cols(); ++mode) {
-    if (!m2s.col(mode).isZero(0.0)) continue;
-    throw std::runtime_error(fmt::format(
-        "the modes cannot be measured: {} finds that no spot moves with mode {} (counted from 0); look at a "
-        "frame for light, and at the detector's maps for pixels that count",
-        options.engine, mode));
-  }
-  return workbench::WithMatrix(calibration, m2s,
-                               fmt::format("measured: {}, {:g} pixels, {}, seed {}", options.engine, options.amplitude,
-                                           workbench::InWords(options.exposure), options.exposure.seed));
-}
-
 void Calibrate(CalibrateArguments& command) {
   workbench::RefuseToReplace(command.folder, command.force);
   workbench::StagedFiles files(workbench::CalibrationNames(command.folder));
   workbench::Calibration calibration =
       workbench::MakeCalibration(command.geometry, workbench::BasisByWord(command.basis));
   command.poke.exposure.detector = DetectorFor(command.detector, files);
-  if (command.is_measured) calibration = Measured(calibration, command.poke);
+  if (command.is_measured) {
+    Progress progress(workbench::kPokeFrames);
+    calibration = workbench::Measured(calibration, command.poke, [&] { progress.Step(); });
+  }
   files.GiveAll(workbench::CalibrationBytes(calibration));
   files.Commit();
   Report report;
@@ -83,46 +50,49 @@ void AddCalibrate(CommandLine& line) {
   const auto command = std::make_shared<CalibrateArguments>();
   workbench::Geometry& geometry = command->geometry;
   workbench::PokeOptions& poke = command->poke;
-  Argument spider_width =
-      Number("--spider-width", "Width of a vane over the diameter of the pupil", "", {0.0, 0.5}, geometry.spider_width);
+  Argument spider_width = Number("--spider-width", "Width of a vane over the diameter of the pupil", "",
+                                 workbench::GeometryLimits::kSpiderWidth, geometry.spider_width);
   spider_width.only_with = "--spider-angle";
   const Argument poke_amplitude = Number("--poke-amplitude", "Largest displacement of a spot", "pixels",
-                                         {1e-3, workbench::kSlopeLimit}, poke.amplitude);
-  line.Add(
-      {.name = "calibrate",
-       .summary = "Write a complete synthetic calibration",
-       .details = R"(
+                                         workbench::PokeOptions::kAmplitude, poke.amplitude);
+  line.Add({.name = "calibrate",
+            .summary = "Write a complete synthetic calibration",
+            .details = R"(
 Writes DIR/data/M2S.fits, DIR/data/CM.fits and DIR/data/shs_rois.fits: 33 x 33 sub-apertures behind an annular pupil
 that is 29 sub-apertures across, of which the 607 best-lit ones are used, and 52 modes.
 
 The modes-to-slopes matrix holds the mean gradients of the modes over each sub-aperture. With --measured each mode is
 pushed and pulled through the simulator instead, and the slopes are those that the engine measures.)",
-       .list = workbench::EngineHelp(),
-       .examples = {"quen-shs calibrate sensor",
-                    "quen-shs calibrate sensor --basis karhunen-loeve --measured --engine weighted"},
-       .arguments = Joined(
-           {{Positional("DIR", "Folder to write to; made if missing", command->folder),
-             Flag("--force", "Replace a calibration that is there already", command->force),
-             Number("--pitch", "Distance from one sub-aperture to the next", "pixels", {1.0, 26.0}, geometry.pitch),
-             Number("--size", "Width and height of a region", "pixels", 1, 200, geometry.size),
-             Number("--offset-x", "Columns from the middle of the frame to that of the grid", "pixels", {-500.0, 500.0},
-                    geometry.offset_x),
-             Number("--offset-y", "Rows from the middle of the frame to that of the grid", "pixels", {-500.0, 500.0},
-                    geometry.offset_y),
-             Number("--obscuration", "Inner over outer diameter of the pupil", "", {0.0, 0.99}, geometry.obscuration),
-             Number("--spider-angle", "Angle of a spider: a cross of four vanes before the pupil", "degrees",
-                    {-180.0, 180.0}, "no vanes", geometry.spider_angle),
-             spider_width,
-             OneOf("--basis", "Modes of the wavefront", {workbench::kZernikeWord, workbench::kKarhunenLoeveWord},
-                   command->basis),
-             Flag("--measured", "Measure the matrix instead of computing it", command->is_measured)},
-            OnlyWith("--measured",
-                     Joined({{Engine(poke.engine), poke_amplitude},
-                             ExposureArguments(poke.exposure.noise, poke.exposure.seed, command->detector),
-                             {UseMaps(command->detector)}})),
-            {JsonFlag(command->json)}}),
-       .alternatives = WithExposure({}),
-       .action = [command] { Calibrate(*command); }});
+            .list = workbench::EngineHelp(),
+            .examples = {"quen-shs calibrate sensor",
+                         "quen-shs calibrate sensor --basis karhunen-loeve --measured --engine weighted"},
+            .arguments =
+                Joined({{Positional("DIR", "Folder to write to; made if missing", command->folder),
+                         Flag("--force", "Replace a calibration that is there already", command->force),
+                         Number("--pitch", "Distance from one sub-aperture to the next", "pixels",
+                                workbench::GeometryLimits::kPitch, geometry.pitch),
+                         Number("--size", "Width and height of a region", "pixels",
+                                static_cast<int>(workbench::GeometryLimits::kSize.lowest),
+                                static_cast<int>(workbench::GeometryLimits::kSize.highest), geometry.size),
+                         Number("--offset-x", "Columns from the middle of the frame to that of the grid", "pixels",
+                                workbench::GeometryLimits::kOffset, geometry.offset_x),
+                         Number("--offset-y", "Rows from the middle of the frame to that of the grid", "pixels",
+                                workbench::GeometryLimits::kOffset, geometry.offset_y),
+                         Number("--obscuration", "Inner over outer diameter of the pupil", "",
+                                workbench::GeometryLimits::kObscuration, geometry.obscuration),
+                         Number("--spider-angle", "Angle of a spider: a cross of four vanes before the pupil",
+                                "degrees", workbench::GeometryLimits::kSpiderAngle, "no vanes", geometry.spider_angle),
+                         spider_width,
+                         OneOf("--basis", "Modes of the wavefront",
+                               {workbench::kZernikeWord, workbench::kKarhunenLoeveWord}, command->basis),
+                         Flag("--measured", "Measure the matrix instead of computing it", command->is_measured)},
+                        OnlyWith("--measured",
+                                 Joined({{Engine(poke.engine), poke_amplitude},
+                                         ExposureArguments(poke.exposure.noise, poke.exposure.seed, command->detector),
+                                         {UseMaps(command->detector)}})),
+                        {JsonFlag(command->json)}}),
+            .alternatives = WithExposure({}),
+            .action = [command] { Calibrate(*command); }});
 }
 
 }  // namespace quen::tool
