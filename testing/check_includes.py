@@ -26,7 +26,7 @@ ORDER = [
     ["workbench/sensor"],
     ["workbench/loop", "workbench/check"],
     ["workbench/pictures"],
-    ["tools/quen-shs/cli"],
+    ["tools/quen-shs/cli", "python"],
     ["tools/quen-shs/verbs"],
     ["tools/quen-shs"],
 ]

@@ -1,0 +1,67 @@
+"""A Shack-Hartmann wavefront sensor, simulated at its detector.
+
+33 x 33 sub-apertures, 607 of them used, on frames of 816 rows and 840 columns with 16-bit pixels. Arrays are
+[row, column]; columns are x, rows are y, pixel centres are at whole numbers. Displacements are in pixels, positive
+toward higher columns and rows. A vector of slopes has the y displacements of the used sub-apertures first, then their x
+displacements.
+
+>>> import numpy as np, quen_shs
+>>> _ = quen_shs.calibrate("sensor", force=True)
+>>> sim = quen_shs.Simulator("sensor", seed=1)
+>>> frame = sim.compute_frame(np.full(1089, 0.25), np.zeros(1089), noise=10.0)
+>>> slopes = sim.compute_slopes(quen_shs.Weighted())
+>>> bool(abs(slopes[607:].mean() - 0.25) < 0.01)
+True
+"""
+
+from ._core import Roi
+from ._core import version as __version__
+from .calibration import Finding, calibrate, check
+from .detector import Detector, draw_flat_map, draw_hot_pixels
+from .engines import (
+    BrightestPixels,
+    Centroider,
+    CentreOfGravity,
+    Correlation,
+    GaussianFit,
+    LightEngine,
+    MaximumLikelihoodFit,
+    QuadCell,
+    ReadyMade,
+    Weighted,
+    Windowed,
+    gaussian_template,
+)
+from .loop import LoopRun, run_loop, turbulence
+from .scores import AxisScore, Score, error_bound, score
+from .simulator import Simulator
+
+__all__ = [
+    "AxisScore",
+    "BrightestPixels",
+    "Centroider",
+    "CentreOfGravity",
+    "Correlation",
+    "Detector",
+    "Finding",
+    "GaussianFit",
+    "LightEngine",
+    "LoopRun",
+    "MaximumLikelihoodFit",
+    "QuadCell",
+    "ReadyMade",
+    "Roi",
+    "Score",
+    "Simulator",
+    "Weighted",
+    "Windowed",
+    "calibrate",
+    "check",
+    "draw_flat_map",
+    "draw_hot_pixels",
+    "error_bound",
+    "gaussian_template",
+    "run_loop",
+    "score",
+    "turbulence",
+]

@@ -1,0 +1,264 @@
+"""The simulator."""
+
+from __future__ import annotations
+
+import os
+from typing import Any
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from . import _core
+from ._records import number, whole
+from .engines import Centroider
+
+
+class Simulator:
+    """The sensor: renders frames from the displacements of its spots, and measures them.
+
+    Parameters
+    ----------
+    folder : path-like, optional
+        Folder with a calibration (``folder/data/M2S.fits``, ``CM.fits``, ``shs_rois.fits``), as `calibrate` makes it.
+        Without one the calibration is found as the library finds it: along ``CFGPATH``, in the current folder, in
+        ``$INTROOT/resource``.
+    seed : int, optional
+        Of the noise, 0 to 2**32 - 1. Without one the system's entropy makes one.
+
+    Raises
+    ------
+    FileNotFoundError
+        A file of the calibration is missing.
+    OSError
+        A file cannot be read.
+    ValueError
+        The files hold no calibration of this sensor.
+
+    Notes
+    -----
+    Each simulator has a random generator of its own, so that its frames do not depend on the thread that asks for them.
+    While a frame is rendered, or measured by a ready-made engine, other Python threads run. One simulator serves one
+    thread at a time: a second one gets a RuntimeError. A simulator can be pickled: its folder and the state of its
+    generator travel, its last frame does not.
+
+    The properties `frame`, `frame_values`, `slopes`, `flux` and their like are views: they are not writeable, cost no
+    copy, keep the simulator alive, and the next call overwrites what they show.
+
+    Examples
+    --------
+    >>> sim = Simulator("sensor", seed=1)
+    >>> sim.compute_frame(np.zeros(1089), np.zeros(1089)).max()
+    3847
+    """
+
+    def __init__(self, folder: str | os.PathLike[str] | None = None, seed: int | None = None) -> None:
+        self._folder = None if folder is None else os.path.abspath(os.fspath(folder))
+        self._core = _core.Simulator(self._folder, None if seed is None else whole("seed", seed))
+
+    def __repr__(self) -> str:
+        return f"Simulator({self._folder!r})"
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return Simulator, (self._folder, 0), {"random_state": self.random_state}
+
+    def __setstate__(self, state: dict[str, Any]) -> None:
+        self.random_state = state["random_state"]
+
+    def compute_frame(
+        self, dx: ArrayLike, dy: ArrayLike, noise: float = 0.0, *, out: NDArray[np.uint16] | None = None
+    ) -> NDArray[np.uint16]:
+        """Render one frame.
+
+        A spot is ``4096 * exp(-((x - cx)**2 + (y - cy)**2) / 8)`` within its region, with its centre (cx, cy) displaced
+        from the region's reference point.
+
+        Parameters
+        ----------
+        dx, dy : array_like, shape (1089,)
+            Displacement of each spot along the columns and along the rows, pixels. Arrays of float64 in C order are
+            used as they are.
+        noise : float
+            Half-width of the uniform noise, in units of pixel values, 0 or more.
+        out : ndarray, optional
+            Array of uint16, shape (816, 840), for the frame.
+
+        Returns
+        -------
+        ndarray, shape (816, 840)
+            The frame: `out`, or a new array. Pixels are 16-bit two's-complement numbers: dark ones may be below 0,
+            which uint16 shows as 65535 and a little less; ``frame.view(np.int16)`` has them with their sign.
+
+        Raises
+        ------
+        ValueError
+            Another shape; noise that is negative or NaN.
+        TypeError
+            Elements that float64 does not hold without loss.
+        RuntimeError
+            Another thread is using the simulator.
+
+        Examples
+        --------
+        >>> sim = Simulator("sensor", seed=1)
+        >>> sim.compute_frame(np.zeros(1089), np.full(1089, 0.5)).shape
+        (816, 840)
+        """
+        return self._core.compute_frame(dx, dy, number("noise", noise), out)
+
+    def compute_slopes(
+        self,
+        engine: Centroider,
+        limit: float = 12.0,
+        *,
+        frame: ArrayLike | None = None,
+        out: NDArray[np.float64] | None = None,
+    ) -> NDArray[np.float64]:
+        """Measure the spots of the used sub-apertures.
+
+        Parameters
+        ----------
+        engine : Centroider
+            That measures: a ready-made engine, or an object of your own with a method ``compute(frame, roi)``.
+        limit : float
+            Largest displacement, pixels, 0 or more; larger ones are cut to it. NaN cuts nothing.
+        frame : array_like, shape (816, 840), optional
+            Pixels of uint16 to be measured in place of the last frame, which they replace.
+        out : ndarray, optional
+            Array of float64, shape (1214,), for the slopes.
+
+        Returns
+        -------
+        ndarray, shape (1214,)
+            `out`, or a new array: the y displacements of the 607 used sub-apertures, then their x displacements,
+            pixels.
+
+        Raises
+        ------
+        ValueError
+            Another shape; a limit that is negative; a calibration with too few usage flags.
+        TypeError
+            No engine, or a frame of another type.
+        RuntimeError
+            Another thread is using the simulator, or the engine.
+
+        Notes
+        -----
+        What an engine of your own raises comes through, and slopes that were measured before it stay in `slopes`.
+
+        Examples
+        --------
+        >>> from quen_shs import CentreOfGravity
+        >>> sim = Simulator("sensor", seed=1)
+        >>> _ = sim.compute_frame(np.full(1089, 1.0), np.zeros(1089))
+        >>> slopes = sim.compute_slopes(CentreOfGravity())
+        >>> bool(np.allclose(slopes[607:], 1.0, atol=1e-3))
+        True
+        """
+        return self._core.compute_slopes(engine, number("limit", limit), frame, out)
+
+    def seed(self, seed: int) -> None:
+        """Begin the noise anew.
+
+        Parameters
+        ----------
+        seed : int
+            0 to 2**32 - 1. The same seed gives the same noise: that of ``numpy.random.MT19937`` with legacy seeding.
+
+        Examples
+        --------
+        >>> sim = Simulator("sensor")
+        >>> sim.seed(42)
+        """
+        self._core.seed(whole("seed", seed))
+
+    @property
+    def random_state(self) -> dict[str, Any]:
+        """State of the generator: the dictionary of ``numpy.random.MT19937``, which takes and gives it exactly.
+
+        Raises
+        ------
+        ValueError
+            Set to something else.
+
+        Examples
+        --------
+        >>> sim = Simulator("sensor", seed=1)
+        >>> generator = np.random.MT19937()
+        >>> generator.state = sim.random_state
+        >>> sim.random_state = generator.state
+        """
+        return self._core.random_state
+
+    @random_state.setter
+    def random_state(self, state: dict[str, Any]) -> None:
+        self._core.random_state = state
+
+    @property
+    def folder(self) -> str | None:
+        """Folder with the calibration; None where the library has found it."""
+        return self._folder
+
+    @property
+    def frame(self) -> NDArray[np.uint16]:
+        """The last frame, shape (816, 840): a view."""
+        return self._core.frame
+
+    @property
+    def frame_values(self) -> NDArray[np.float64]:
+        """The last frame before it was made whole numbers, shape (816, 840): a view."""
+        return self._core.frame_values
+
+    @property
+    def slopes(self) -> NDArray[np.float64]:
+        """The last slopes, shape (1214,), y displacements first: a view."""
+        return self._core.slopes
+
+    @property
+    def flux(self) -> NDArray[np.float64]:
+        """Light of each sub-aperture, shape (1089,), 0 where unused: a view."""
+        return self._core.flux
+
+    @property
+    def flux_used(self) -> NDArray[np.float64]:
+        """Light of each used sub-aperture, shape (607,): a view."""
+        return self._core.flux_used
+
+    @property
+    def x_slopes(self) -> NDArray[np.float64]:
+        """Displacement of each spot along the columns, pixels, shape (1089,), 0 where unused: a view."""
+        return self._core.x_slopes
+
+    @property
+    def x_slopes_used(self) -> NDArray[np.float64]:
+        """The same of used sub-apertures, shape (607,): a view."""
+        return self._core.x_slopes_used
+
+    @property
+    def y_slopes(self) -> NDArray[np.float64]:
+        """Displacement of each spot along the rows, pixels, shape (1089,), 0 where unused: a view."""
+        return self._core.y_slopes
+
+    @property
+    def y_slopes_used(self) -> NDArray[np.float64]:
+        """The same of used sub-apertures, shape (607,): a view."""
+        return self._core.y_slopes_used
+
+    @property
+    def m2s(self) -> NDArray[np.float64]:
+        """Modes-to-slopes matrix, shape (1214, 52): a view."""
+        return self._core.m2s
+
+    @property
+    def cm(self) -> NDArray[np.float64]:
+        """Control matrix, shape (52, 1214): a view."""
+        return self._core.cm
+
+    @property
+    def rois(self) -> NDArray[np.void]:
+        """The regions, shape (1089,): fields x_low, x_up, y_low, y_up (upper ends not included), x_ref, y_ref."""
+        return self._core.rois
+
+    @property
+    def rois_used(self) -> NDArray[np.bool_]:
+        """Which sub-apertures are used, shape (1089,)."""
+        return self._core.rois_used

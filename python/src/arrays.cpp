@@ -1,0 +1,84 @@
+#include "python/src/arrays.hpp"
+
+#include <algorithm>
+#include <string>
+
+namespace quen::python {
+namespace {
+
+std::string InWords(const py::handle& shape_or_type) { return py::str(shape_or_type); }
+
+/// As Python writes a shape, with "any" where an axis may have any length.
+std::string InWords(const Shape& shape) {
+  std::string text;
+  for (const py::ssize_t length : shape) {
+    text.append(text.empty() ? "(" : ", ").append(length == kAnyLength ? "any" : std::to_string(length));
+  }
+  return text + (shape.size() == 1 ? ",)" : ")");
+}
+
+void RequireShape(const py::array& array, const char* name, const Shape& shape) {
+  const auto fits = [](py::ssize_t wanted, py::ssize_t found) { return wanted == kAnyLength || wanted == found; };
+  if (std::equal(shape.begin(), shape.end(), array.shape(), array.shape() + array.ndim(), fits)) return;
+  throw py::value_error(std::string(name) + ": expected shape " + InWords(shape) + ", found " +
+                        InWords(array.attr("shape")));
+}
+
+bool IsAligned(const py::array& array) {
+  return py::detail::check_flags(array.ptr(), py::detail::npy_api::NPY_ARRAY_ALIGNED_);
+}
+
+}  // namespace
+
+template <typename T>
+py::array_t<T, py::array::c_style> Input(const py::object& values, const char* name, const Shape& shape) {
+  using Array = py::array_t<T, py::array::c_style>;
+  Array array;
+  if (py::isinstance<Array>(values) && IsAligned(py::reinterpret_borrow<py::array>(values))) {
+    array = py::reinterpret_borrow<Array>(values);
+  } else {
+    const py::module_ numpy = py::module_::import("numpy");
+    const py::array any = numpy.attr("asarray")(values);
+    const py::dtype wanted = py::dtype::of<T>();
+    if (!numpy.attr("can_cast")(any.dtype(), wanted, "safe").template cast<bool>()) {
+      throw py::type_error(std::string(name) + ": expected numbers that " + InWords(wanted) +
+                           " holds without loss, found " + InWords(any.dtype()));
+    }
+    array = numpy.attr("require")(any, wanted, "CA");
+    RequireShape(any, name, shape);
+  }
+  RequireShape(array, name, shape);
+  return array;
+}
+
+template <typename T>
+py::array_t<T, py::array::c_style> Output(const py::object& array, const char* name, const Shape& shape) {
+  if (!py::isinstance<py::array_t<T>>(array)) {
+    const std::string found = py::isinstance<py::array>(array)
+                                  ? "an array of " + InWords(py::reinterpret_borrow<py::array>(array).dtype())
+                                  : InWords(py::type::of(array).attr("__name__"));
+    throw py::type_error(std::string(name) + ": expected an array of " + InWords(py::dtype::of<T>()) + ", found " +
+                         found);
+  }
+  const auto any = py::reinterpret_borrow<py::array>(array);
+  RequireShape(any, name, shape);
+  if (!any.writeable()) throw py::value_error(std::string(name) + ": expected an array that can be written to");
+  if (!py::isinstance<py::array_t<T, py::array::c_style>>(array) || !IsAligned(any)) {
+    throw py::value_error(std::string(name) + ": expected an array in C order, row by row without gaps");
+  }
+  return py::reinterpret_borrow<py::array_t<T, py::array::c_style>>(array);
+}
+
+std::vector<double> MapOf(const py::object& map, const char* name) {
+  if (map.is_none()) return {};
+  const auto array = Input<double>(map, name, kFrameShape);
+  return {array.data(), array.data() + array.size()};
+}
+
+template py::array_t<double, py::array::c_style> Input(const py::object&, const char*, const Shape&);
+template py::array_t<std::uint8_t, py::array::c_style> Input(const py::object&, const char*, const Shape&);
+template py::array_t<std::uint16_t, py::array::c_style> Input(const py::object&, const char*, const Shape&);
+template py::array_t<double, py::array::c_style> Output(const py::object&, const char*, const Shape&);
+template py::array_t<std::uint16_t, py::array::c_style> Output(const py::object&, const char*, const Shape&);
+
+}  // namespace quen::python

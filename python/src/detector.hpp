@@ -1,0 +1,19 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include "detector/detector.hpp"
+
+namespace quen::python {
+
+namespace py = pybind11;
+
+/// A detector in Python's hands, and what it was made from.
+struct Camera {
+  detector::DetectorConfig config;
+  detector::Detector detector;
+};
+
+void BindDetector(py::module_& module);
+
+}  // namespace quen::python

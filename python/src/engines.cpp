@@ -1,0 +1,222 @@
+#include "python/src/engines.hpp"
+
+#include <pybind11/stl.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "centroiders/brightest_pixels.hpp"
+#include "centroiders/centre_of_gravity.hpp"
+#include "centroiders/correlation.hpp"
+#include "centroiders/gaussian_fit.hpp"
+#include "centroiders/light_engine.hpp"
+#include "centroiders/maximum_likelihood_fit.hpp"
+#include "centroiders/quad_cell.hpp"
+#include "centroiders/weighted_centre_of_gravity.hpp"
+#include "centroiders/windowed_centre_of_gravity.hpp"
+#include "python/src/arrays.hpp"
+#include "python/src/guards.hpp"
+#include "workbench/sensor/dimensions.hpp"
+
+namespace quen::python {
+namespace {
+
+using namespace quen::centroiders;  // NOLINT(google-build-using-namespace): all engines
+using image_processing::Roi;
+
+template <typename Made, typename... Arguments>
+std::unique_ptr<ReadyEngine> Ready(Arguments&&... arguments) {
+  return std::make_unique<ReadyEngine>(std::make_unique<Made>(std::forward<Arguments>(arguments)...));
+}
+
+/// What a word stands for.
+/// @throws py::value_error  it is none of these
+template <typename Choice>
+Choice ByWord(const std::string& name, const std::string& word,
+              const std::vector<std::pair<std::string, Choice>>& choices) {
+  std::string expected;
+  for (const auto& [known, choice] : choices) {
+    if (known == word) return choice;
+    expected.append(expected.empty() ? "'" : ", '").append(known).append("'");
+  }
+  throw py::value_error(name + ": expected one of " + expected + ", found '" + word + "'");
+}
+
+PixelReading Reading(const std::string& pixels, double pedestal, std::optional<double> ceiling,
+                     const py::object& dark_map, const py::object& flat_map, const py::object& bad_pixels) {
+  PixelReading reading = {
+      .sign = ByWord<PixelSign>("pixels", pixels, {{"signed", PixelSign::kSigned}, {"unsigned", PixelSign::kUnsigned}}),
+      .pedestal = pedestal,
+      .ceiling = ceiling,
+      .dark_map = MapOf(dark_map, "dark_map"),
+      .flat_map = MapOf(flat_map, "flat_map")};
+  if (!bad_pixels.is_none()) {
+    const auto bad = Input<std::uint8_t>(bad_pixels, "bad_pixels", kFrameShape);
+    reading.bad_pixels.assign(bad.data(), bad.data() + bad.size());
+  }
+  return reading;
+}
+
+/// A frame of any size, with a region of it.
+void RequireRoom(const py::array& frame, const Roi& roi) {
+  if (frame.ndim() == 2 && frame.shape(0) == roi.y_max && frame.shape(1) == roi.x_max) return;
+  throw py::value_error("frame: expected shape (" + std::to_string(roi.y_max) + ", " + std::to_string(roi.x_max) +
+                        "), as the region says, found " + std::string(py::str(frame.attr("shape"))));
+}
+
+py::tuple Compute(ReadyEngine& ready, const py::array_t<std::uint16_t, py::array::c_style>& frame, const Roi& roi) {
+  RequireRoom(frame, roi);
+  const InUse in_use(ready.is_in_use, "engine");
+  ready.engine->Compute(In(frame), roi);
+  return py::make_tuple(ready.engine->flux, ready.engine->x, ready.engine->y);
+}
+
+std::string Shown(const Roi& roi) {
+  const py::str shown("Roi(x_low={}, x_up={}, y_low={}, y_up={}, x_max={}, y_max={}, x_ref={}, y_ref={})");
+  return shown.format(roi.x_low, roi.x_up, roi.y_low, roi.y_up, roi.x_max, roi.y_max, roi.x_ref, roi.y_ref);
+}
+
+}  // namespace
+
+/// Calls an object's method compute. Takes the interpreter's lock for that.
+class EngineInUse::PythonEngine : public Engine {
+ public:
+  PythonEngine(py::object compute, const py::object& simulator, const std::uint16_t* pixels)
+      : compute_(std::move(compute)), pixels_(pixels) {
+    if (pixels != nullptr) frame_ = View(simulator, pixels, kFrameShape);
+  }
+
+  void Compute(gsl::span<const std::uint16_t> frame, const Roi& roi) override {
+    const py::gil_scoped_acquire lock;
+    const py::object result = compute_(FrameOf(frame, roi), roi);
+    if (!py::isinstance<py::sequence>(result) || py::len(result) != 3) {
+      throw py::type_error("compute: expected (flux, x, y), found " + std::string(py::repr(result)));
+    }
+    std::tie(flux, x, y) = result.cast<std::tuple<double, double, double>>();
+  }
+
+ private:
+  /// What Python may keep: the simulator's own frame, or a copy of the region of one that goes by.
+  py::array FrameOf(gsl::span<const std::uint16_t> frame, const Roi& roi) {
+    if (frame.data() == pixels_) return frame_;
+    if (!copy_) copy_ = py::array_t<std::uint16_t>(Shape{roi.y_max, roi.x_max});
+    std::uint16_t* const copied = copy_->mutable_data();
+    for (std::size_t row = roi.y_low; row < roi.y_up; ++row) {
+      std::copy_n(frame.data() + row * roi.x_max + roi.x_low, roi.width, copied + row * roi.x_max + roi.x_low);
+    }
+    return *copy_;
+  }
+
+  py::object compute_;
+  const std::uint16_t* pixels_;
+  py::array frame_;
+  std::optional<py::array_t<std::uint16_t>> copy_;
+};
+
+EngineInUse::EngineInUse(const py::object& engine, const py::object& simulator, const std::uint16_t* pixels) {
+  const py::object ready = py::getattr(engine, "_engine", py::none());
+  if (py::isinstance<ReadyEngine>(ready)) {
+    ReadyEngine& known = ready.cast<ReadyEngine&>();
+    if (known.is_in_use.test_and_set(std::memory_order_acquire)) {
+      throw std::runtime_error("engine: is in use by another call; give each thread one of its own");
+    }
+    ready_ = &known;
+    engine_ = known.engine.get();
+    return;
+  }
+  const py::object compute = py::getattr(engine, "compute", py::none());
+  if (PyCallable_Check(compute.ptr()) == 0 || py::isinstance<py::type>(engine)) {
+    throw py::type_error("engine: expected an object with a method compute(frame, roi), found " +
+                         std::string(py::repr(engine)));
+  }
+  own_ = std::make_unique<PythonEngine>(compute, simulator, pixels);
+  engine_ = own_.get();
+}
+
+EngineInUse::~EngineInUse() {
+  if (ready_ != nullptr) ready_->is_in_use.clear(std::memory_order_release);
+}
+
+void BindEngines(py::module_& module) {
+  py::class_<Roi>(module, "Roi")
+      .def(py::init<std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, double,
+                    double>(),
+           py::arg("x_low"), py::arg("x_up"), py::arg("y_low"), py::arg("y_up"), py::arg("x_max"), py::arg("y_max"),
+           py::arg("x_ref"), py::arg("y_ref"))
+      .def_readonly("x_low", &Roi::x_low)
+      .def_readonly("x_up", &Roi::x_up)
+      .def_readonly("y_low", &Roi::y_low)
+      .def_readonly("y_up", &Roi::y_up)
+      .def_readonly("x_ref", &Roi::x_ref)
+      .def_readonly("y_ref", &Roi::y_ref)
+      .def_readonly("x_max", &Roi::x_max)
+      .def_readonly("y_max", &Roi::y_max)
+      .def("__repr__", &Shown);
+
+  py::class_<ReadyEngine>(module, "Engine").def("compute", &Compute, py::arg("frame").noconvert(), py::arg("roi"));
+
+  module.attr("spot_fwhm") = kSpotFwhm;
+  module.def("centre_of_gravity",
+             [](double background, std::optional<double> threshold, const std::string& thresholding) {
+               return Ready<CentreOfGravity>(CentreOfGravityConfig{
+                   background, threshold,
+                   ByWord<Thresholding>("thresholding", thresholding,
+                                        {{"subtract", Thresholding::kSubtract}, {"cut", Thresholding::kCut}})});
+             });
+  module.def("windowed_centre_of_gravity", [](const std::string& around, double half_width) {
+    return Ready<WindowedCentreOfGravity>(WindowedCentreOfGravityConfig{
+        ByWord<WindowCentre>("around", around,
+                             {{"brightest", WindowCentre::kBrightestPixel}, {"reference", WindowCentre::kReference}}),
+        half_width});
+  });
+  module.def("weighted_centre_of_gravity", [](double fwhm, std::optional<double> gain) {
+    return Ready<WeightedCentreOfGravity>(WeightedCentreOfGravityConfig{fwhm, gain});
+  });
+  module.def("brightest_pixels", [](std::optional<std::size_t> number, std::optional<double> fraction) {
+    return Ready<BrightestPixels>(BrightestPixelsConfig{number, fraction});
+  });
+  module.def("quad_cell", [](std::optional<double> gain) { return Ready<QuadCell>(QuadCellConfig{gain}); });
+  module.def("correlation", [](std::size_t size, const std::vector<double>& values, const std::string& top) {
+    return Ready<Correlation>(
+        CorrelationConfig{size, values},
+        ByWord<CorrelationTop>("top", top,
+                               {{"parabolas", CorrelationTop::kOfParabolas}, {"surface", CorrelationTop::kOfSurface}}));
+  });
+  module.def("gaussian_fit", [](double fwhm, int steps) { return Ready<GaussianFit>(GaussianFitConfig{fwhm, steps}); });
+  module.def("gaussian_template", &GaussianTemplate);
+
+  py::class_<PixelReading>(module, "PixelReading").def(py::init(&Reading));
+  module.def("maximum_likelihood_fit", [](const PixelReading& reading, double gain, double read_noise,
+                                          const std::string& shape, double fwhm, const std::string& background_model,
+                                          double background, int steps, double tolerance, double significance) {
+    return Ready<MaximumLikelihoodFit>(MaximumLikelihoodConfig{
+        reading, gain, read_noise,
+        ByWord<SpotShape>("shape", shape,
+                          {{"given", SpotShape::kGiven}, {"round", SpotShape::kRound}, {"oval", SpotShape::kOval}}),
+        fwhm,
+        ByWord<SpotBackground>("background_model", background_model,
+                               {{"constant", SpotBackground::kConstant},
+                                {"slope", SpotBackground::kSlope},
+                                {"given", SpotBackground::kGiven}}),
+        background, steps, tolerance, significance});
+  });
+  // Takes the engine out of the object that it is given.
+  module.def("light_engine",
+             [](const PixelReading& reading, const std::string& background, double quantile, ReadyEngine& inner) {
+               return Ready<LightEngine>(
+                   LightConfig{reading,
+                               ByWord<BackgroundEstimate>("background", background,
+                                                          {{"none", BackgroundEstimate::kNone},
+                                                           {"border-mean", BackgroundEstimate::kBorderMean},
+                                                           {"border-median", BackgroundEstimate::kBorderMedian},
+                                                           {"quantile", BackgroundEstimate::kQuantile}}),
+                               quantile},
+                   std::move(inner.engine));
+             });
+}
+
+}  // namespace quen::python

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <atomic>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "common/random/random.hpp"
+
+/// @file
+/// What holds for the length of one call from Python.
+
+namespace quen::python {
+
+namespace py = pybind11;
+
+/// Tells when an object is used by two threads at once, or by a call within a call.
+class InUse {
+ public:
+  /// @throws std::runtime_error  it is in use already
+  InUse(std::atomic_flag& flag, const std::string& what) : flag_(flag) {
+    if (flag_.test_and_set(std::memory_order_acquire)) {
+      throw std::runtime_error(what + ": is in use by another call; give each thread one of its own");
+    }
+  }
+  ~InUse() { flag_.clear(std::memory_order_release); }
+  InUse(const InUse&) = delete;
+  InUse& operator=(const InUse&) = delete;
+  InUse(InUse&&) = delete;
+  InUse& operator=(InUse&&) = delete;
+
+ private:
+  std::atomic_flag& flag_;
+};
+
+/// Puts a generator into the place of the calling thread's, and back.
+class InPlaceOfTheThreads {
+ public:
+  explicit InPlaceOfTheThreads(std::mt19937& generator)
+      : generator_(generator), threads_(common::random::detail::MersenneTwisterEngine()) {
+    std::swap(generator_, threads_);
+  }
+  ~InPlaceOfTheThreads() { std::swap(generator_, threads_); }
+  InPlaceOfTheThreads(const InPlaceOfTheThreads&) = delete;
+  InPlaceOfTheThreads& operator=(const InPlaceOfTheThreads&) = delete;
+  InPlaceOfTheThreads(InPlaceOfTheThreads&&) = delete;
+  InPlaceOfTheThreads& operator=(InPlaceOfTheThreads&&) = delete;
+
+ private:
+  std::mt19937& generator_;
+  std::mt19937& threads_;
+};
+
+/// Ends a long job where the user has asked for that, with whatever Python's own handler raises. Takes the
+/// interpreter's lock for as long as that takes.
+inline void StopIfAsked() {
+  const py::gil_scoped_acquire lock;
+  if (PyErr_CheckSignals() != 0) throw py::error_already_set();
+}
+
+/// Throws Python's OSError, or one derived from it.
+[[noreturn]] inline void ThrowOsError(const std::string& text, PyObject* type = PyExc_OSError) {
+  PyErr_SetString(type, text.c_str());
+  throw py::error_already_set();
+}
+
+/// Does what reads or writes files, whose failures are OSErrors in Python.
+template <typename Action>
+auto WithFiles(const Action& action) {
+  try {
+    return action();
+  } catch (const std::runtime_error& error) {  // those of the file system library among them
+    ThrowOsError(error.what());
+  }
+}
+
+}  // namespace quen::python

@@ -1,0 +1,287 @@
+#include "python/src/simulator.hpp"
+
+#include <pybind11/stl.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "common/filesystem/filesystem.hpp"
+#include "python/src/arrays.hpp"
+#include "python/src/engines.hpp"
+#include "python/src/guards.hpp"
+#include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/dimensions.hpp"
+
+namespace quen::python {
+namespace {
+
+using workbench::kNumModes;
+using workbench::kNumRois;
+using workbench::kNumRoisUsed;
+using workbench::kNumSlopes;
+using Random = std::mt19937;
+
+/// @throws Python's FileNotFoundError  a file of the calibration is nowhere to be found
+std::string Found(const char* file) {
+  try {
+    return common::FileSystem::FindFileOrThrow(file, {});
+  } catch (const std::logic_error& error) {  // which is how the library says that INTROOT is not set
+    ThrowOsError(std::string(file) +
+                     " is neither along CFGPATH nor below the current folder, and INTROOT is not set; "
+                     "give the folder of a calibration (" +
+                     error.what() + ")",
+                 PyExc_FileNotFoundError);
+  } catch (const std::runtime_error& error) {
+    ThrowOsError(error.what(), PyExc_FileNotFoundError);
+  }
+}
+
+/// Opens the folder's calibration for the library. Those that are missing are Python's FileNotFoundError.
+void Open(const std::string& folder) {
+  try {
+    workbench::UseCalibration(folder);
+  } catch (const std::runtime_error& error) {
+    for (const std::string& file : workbench::CalibrationNames(folder)) {
+      std::error_code unreadable;
+      if (!std::filesystem::exists(file, unreadable)) ThrowOsError(error.what(), PyExc_FileNotFoundError);
+    }
+    ThrowOsError(error.what());
+  }
+}
+
+/// The library finds the files of a folder as long as this lives, and its own afterwards.
+class CalibrationInUse {
+ public:
+  explicit CalibrationInUse(const std::optional<std::string>& folder) {
+    if (folder) {
+      Open(*folder);
+    } else {
+      for (const char* const file : workbench::kCalibrationFiles) static_cast<void>(Found(file));
+    }
+  }
+  ~CalibrationInUse() { workbench::UseCalibration(std::vector<workbench::InputFile>{}); }
+  CalibrationInUse(const CalibrationInUse&) = delete;
+  CalibrationInUse& operator=(const CalibrationInUse&) = delete;
+  CalibrationInUse(CalibrationInUse&&) = delete;
+  CalibrationInUse& operator=(CalibrationInUse&&) = delete;
+};
+
+workbench::Camera Load(const std::optional<std::string>& folder) {
+  const CalibrationInUse in_use(folder);
+  try {
+    return workbench::MakeSimulator<workbench::Camera>();
+  } catch (const std::runtime_error& error) {  // of what the files hold: they have been found and opened
+    throw py::value_error(error.what());
+  }
+}
+
+std::string M2sFile(const std::optional<std::string>& folder) {
+  return folder ? workbench::CalibrationNames(*folder).front() : Found(workbench::kCalibrationFiles.front());
+}
+
+std::string FlawOf(const workbench::Camera& camera, const std::string& folder) {
+  try {
+    workbench::RequireFlags(camera, folder);
+    return {};
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+}
+
+// --- The generator's state, as numpy's MT19937 has it
+
+constexpr std::size_t kWords = Random::state_size;
+
+py::dict StateOf(const Random& generator) {
+  std::ostringstream text;  // the standard's own form: the words and, in this library, the position after them
+  text << generator;
+  std::istringstream numbers(text.str());
+  py::array_t<std::uint32_t> key(static_cast<py::ssize_t>(kWords));
+  for (std::size_t k = 0; k < kWords; ++k) numbers >> key.mutable_data()[k];
+  std::size_t position = 0;
+  numbers >> position;
+  py::dict state;
+  state["key"] = key;
+  state["pos"] = position;
+  py::dict whole;
+  whole["bit_generator"] = "MT19937";
+  whole["state"] = state;
+  return whole;
+}
+
+[[noreturn]] void RefuseState(const std::string& why) {
+  throw py::value_error(
+      "random_state: expected {'bit_generator': 'MT19937', 'state': {'key': 624 numbers of 32 bits, 'pos': 0 to "
+      "624}}, " +
+      why);
+}
+
+Random GeneratorOf(const py::dict& whole) {
+  if (!whole.contains("bit_generator") || !whole.contains("state")) RefuseState("found a dictionary without these");
+  if (!py::str("MT19937").equal(whole["bit_generator"])) {
+    RefuseState("found " + std::string(py::repr(whole["bit_generator"])));
+  }
+  const auto state = whole["state"].cast<py::dict>();
+  if (!state.contains("key") || !state.contains("pos")) RefuseState("found a state without these");
+  const auto key = py::array_t<std::uint32_t, py::array::c_style>::ensure(state["key"]);
+  if (!key || key.size() != static_cast<py::ssize_t>(kWords)) RefuseState("found another key");
+  const auto position = state["pos"].cast<long>();
+  if (position < 0 || position > static_cast<long>(kWords)) RefuseState("found pos " + std::to_string(position));
+  std::ostringstream text;
+  for (std::size_t k = 0; k < kWords; ++k) text << key.data()[k] << ' ';
+  text << position;
+  std::istringstream numbers(text.str());
+  Random generator;
+  numbers >> generator;
+  return generator;
+}
+
+// --- Frames and slopes
+
+void RequireNotNegative(const char* name, double value) {
+  if (value >= 0.0) return;
+  throw py::value_error(std::string(name) + ": expected 0 or more, found " + std::string(py::str(py::float_(value))));
+}
+
+/// A buffer's elements in an array that Python gave or, where it gave None, in a new one.
+template <typename T>
+py::array_t<T, py::array::c_style> Copied(const std::vector<T>& buffer, const py::object& out, const Shape& shape) {
+  py::array_t<T, py::array::c_style> array =
+      out.is_none() ? py::array_t<T, py::array::c_style>(shape) : Output<T>(out, "out", shape);
+  std::ranges::copy(buffer, array.mutable_data());
+  return array;
+}
+
+/// What Copied would refuse is refused before any work.
+template <typename T>
+void RequireOutput(const py::object& out, const Shape& shape) {
+  if (!out.is_none()) Output<T>(out, "out", shape);
+}
+
+py::array ComputeFrame(Simulator& self, const py::object& dx, const py::object& dy, double noise,
+                       const py::object& out) {
+  const Shape shape = {kNumRois};
+  const auto x = Input<double>(dx, "dx", shape);
+  const auto y = Input<double>(dy, "dy", shape);
+  RequireNotNegative("noise", noise);
+  RequireOutput<std::uint16_t>(out, kFrameShape);
+  const InUse in_use(self.is_in_use, "Simulator");
+  {
+    const py::gil_scoped_release unlocked;
+    const InPlaceOfTheThreads random(self.generator);
+    self.camera.ComputeFrame(In(x), In(y), noise, std::nullopt);
+  }
+  return Copied(self.camera.Frame(), out, kFrameShape);
+}
+
+void Measure(Simulator& self, EngineInUse& engine, double limit) {
+  if (engine.NeedsInterpreter()) return self.camera.ComputeSlopes(engine.Get(), limit);
+  const py::gil_scoped_release unlocked;
+  self.camera.ComputeSlopes(engine.Get(), limit);
+}
+
+py::array ComputeSlopes(const py::object& self_object, const py::object& engine, double limit, const py::object& frame,
+                        const py::object& out) {
+  auto& self = self_object.cast<Simulator&>();
+  const Shape shape = {kNumSlopes};
+  if (!std::isnan(limit)) RequireNotNegative("limit", limit);
+  if (!self.flaw.empty()) throw py::value_error(self.flaw);
+  RequireOutput<double>(out, shape);
+  const InUse in_use(self.is_in_use, "Simulator");
+  EngineInUse measuring(engine, self_object, self.camera.Frame().data());
+  if (!frame.is_none()) self.camera.Load(In(Input<std::uint16_t>(frame, "frame", kFrameShape)));
+  Measure(self, measuring, limit);
+  return Copied(self.camera.Slopes(), out, shape);
+}
+
+/// A property: a view of a buffer.
+template <typename T>
+void AddView(py::class_<Simulator>& simulator, const char* name,
+             const std::vector<T>& (shssim::ShsSimulator::*buffer)() const, const Shape& shape) {
+  simulator.def_property_readonly(name, [buffer, shape](const py::object& self) {
+    return View(self, (self.cast<Simulator&>().camera.*buffer)().data(), shape);
+  });
+}
+
+struct RoiRow {
+  std::uint16_t x_low;
+  std::uint16_t x_up;
+  std::uint16_t y_low;
+  std::uint16_t y_up;
+  double x_ref;
+  double y_ref;
+};
+
+py::array_t<RoiRow> Rois(const Simulator& self) {
+  py::array_t<RoiRow> rows(static_cast<py::ssize_t>(self.camera.Rois().size()));
+  RoiRow* row = rows.mutable_data();
+  for (const image_processing::Roi& roi : self.camera.Rois()) {
+    *row++ = {roi.x_low, roi.x_up, roi.y_low, roi.y_up, roi.x_ref, roi.y_ref};
+  }
+  MakeReadOnly(rows);
+  return rows;
+}
+
+py::array_t<bool> RoisUsed(const Simulator& self) {
+  const std::vector<std::uint8_t>& flags = self.camera.RoisUsed();
+  py::array_t<bool> used(static_cast<py::ssize_t>(flags.size()));
+  std::ranges::transform(flags, used.mutable_data(), [](std::uint8_t flag) { return flag != 0; });
+  MakeReadOnly(used);
+  return used;
+}
+
+}  // namespace
+
+Simulator::Simulator(const std::optional<std::string>& folder, std::optional<std::uint32_t> seed)
+    : camera(Load(folder)),
+      m2s_file(M2sFile(folder)),
+      flaw(FlawOf(camera, folder.value_or("."))),
+      generator(seed ? *seed : std::random_device()()) {}
+
+void BindSimulator(py::module_& module) {
+  PYBIND11_NUMPY_DTYPE(RoiRow, x_low, x_up, y_low, y_up, x_ref, y_ref);
+  py::class_<Simulator> simulator(module, "Simulator");
+  simulator
+      .def(py::init<const std::optional<std::string>&, std::optional<std::uint32_t>>(), py::arg("folder"),
+           py::arg("seed"))
+      .def("compute_frame", &ComputeFrame)
+      .def("compute_slopes", &ComputeSlopes)
+      .def("seed",
+           [](Simulator& self, std::uint32_t seed) {
+             const InUse in_use(self.is_in_use, "Simulator");
+             self.generator.seed(seed);
+           })
+      .def_property(
+          "random_state", [](const Simulator& self) { return StateOf(self.generator); },
+          [](Simulator& self, const py::dict& state) {
+            const InUse in_use(self.is_in_use, "Simulator");
+            self.generator = GeneratorOf(state);
+          })
+      .def_property_readonly("rois", &Rois)
+      .def_property_readonly("rois_used", &RoisUsed);
+  using shssim::ShsSimulator;
+  AddView(simulator, "frame", &ShsSimulator::Frame, kFrameShape);
+  AddView(simulator, "frame_values", &ShsSimulator::FrameValues, kFrameShape);
+  AddView(simulator, "slopes", &ShsSimulator::Slopes, {kNumSlopes});
+  AddView(simulator, "flux", &ShsSimulator::Flux, {kNumRois});
+  AddView(simulator, "flux_used", &ShsSimulator::FluxUsed, {kNumRoisUsed});
+  AddView(simulator, "x_slopes", &ShsSimulator::XSlopes, {kNumRois});
+  AddView(simulator, "x_slopes_used", &ShsSimulator::XSlopesUsed, {kNumRoisUsed});
+  AddView(simulator, "y_slopes", &ShsSimulator::YSlopes, {kNumRois});
+  AddView(simulator, "y_slopes_used", &ShsSimulator::YSlopesUsed, {kNumRoisUsed});
+  const auto matrix = [](const std::vector<double>& (basesim::BaseSimulator::*buffer)() const, const Shape& shape) {
+    return [buffer, shape](const py::object& self) {
+      return View(self, (self.cast<Simulator&>().camera.*buffer)().data(), shape);
+    };
+  };
+  simulator.def_property_readonly("m2s", matrix(&basesim::BaseSimulator::M2s, {kNumSlopes, kNumModes}))
+      .def_property_readonly("cm", matrix(&basesim::BaseSimulator::Cm, {kNumModes, kNumSlopes}));
+}
+
+}  // namespace quen::python

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "workbench/sensor/camera.hpp"
+
+namespace quen::python {
+
+namespace py = pybind11;
+
+/// A simulator in Python's hands, with a generator of its own.
+class Simulator {
+ public:
+  /// @param folder  with the calibration; none: found as the library finds it
+  /// @param seed    of the generator; none: the system's entropy
+  Simulator(const std::optional<std::string>& folder, std::optional<std::uint32_t> seed);
+
+  workbench::Camera camera;
+  std::string m2s_file;  ///< where the modes-to-slopes matrix was found
+  std::string flaw;      ///< why slopes cannot be measured: too few usage flags; empty if they can
+  std::mt19937 generator;
+  std::atomic_flag is_in_use = {};
+};
+
+void BindSimulator(py::module_& module);
+
+}  // namespace quen::python

@@ -1,0 +1,233 @@
+#include "python/src/workbench.hpp"
+
+#include <pybind11/stl.h>
+
+#include <algorithm>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "centroiders/score.hpp"
+#include "common/checks/checks.hpp"
+#include "python/src/arrays.hpp"
+#include "python/src/detector.hpp"
+#include "python/src/engines.hpp"
+#include "python/src/guards.hpp"
+#include "python/src/simulator.hpp"
+#include "workbench/check/check.hpp"
+#include "workbench/fits/staged_file.hpp"
+#include "workbench/loop/control_loop.hpp"
+#include "workbench/sensor/basis.hpp"
+#include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/poke.hpp"
+
+namespace quen::python {
+namespace {
+
+using common::Limits;
+
+/// The same for arguments of functions, which have no class.
+void RequireWithin(const char* name, double value, const Limits& limits) { common::RequireWithin(name, value, limits); }
+
+/// Noise, or a detector's.
+workbench::Exposure ExposureOf(double noise, std::uint32_t seed, const Camera* detector) {
+  RequireWithin("noise", noise, centroiders::ScoreLimits::kNoise);
+  workbench::Exposure exposure = {.noise = noise, .seed = seed};
+  if (detector != nullptr) {
+    auto description = std::make_shared<workbench::DetectorDescription>();
+    description->config = detector->config;
+    exposure.detector = description;
+  }
+  return exposure;
+}
+
+// --- Scores
+
+py::tuple AsTuple(const centroiders::AxisScore& axis) {
+  return py::make_tuple(axis.bias, axis.rms, axis.gain, axis.offset);
+}
+
+py::list Score(const py::object& simulator_object, const py::list& engines, double noise, double range,
+               std::size_t frames, std::uint32_t seed, const Camera* detector) {
+  auto& simulator = simulator_object.cast<Simulator&>();
+  if (!simulator.flaw.empty()) throw py::value_error(simulator.flaw);
+  const InUse in_use(simulator.is_in_use, "Simulator");
+  std::deque<EngineInUse> measuring;
+  std::vector<std::reference_wrapper<Engine>> references;
+  for (const py::handle& engine : engines) {
+    measuring.emplace_back(py::reinterpret_borrow<py::object>(engine), simulator_object,
+                           simulator.camera.Frame().data());
+    references.emplace_back(measuring.back().Get());
+  }
+  const centroiders::ScoreOptions options = {
+      .noise = noise, .range = range, .frames = frames, .seed = seed, .after_frame = &StopIfAsked};
+  std::vector<centroiders::Score> scores;
+  {
+    const py::gil_scoped_release unlocked;
+    scores = detector != nullptr ? ScoreEngines(simulator.camera, references, options, detector->config)
+                                 : ScoreEngines(simulator.camera, references, options);
+  }
+  py::list list;
+  for (const centroiders::Score& score : scores) {
+    list.append(py::make_tuple(AsTuple(score.x), AsTuple(score.y), score.worst, score.flux_bias, score.flux_rms,
+                               score.failed, score.microseconds));
+  }
+  return list;
+}
+
+double ErrorBound(double noise, const Camera* detector) {
+  return detector != nullptr ? centroiders::ErrorBound(detector->config) : centroiders::ErrorBound(noise);
+}
+
+// --- Loops
+
+py::array_t<double> ArrayOf(const workbench::Series& series) {
+  py::array_t<double> array(Shape{series.rows(), series.cols()});
+  std::copy_n(series.data(), series.size(), array.mutable_data());
+  return array;
+}
+
+py::array_t<double> Turbulence(const Simulator& simulator, int frames, double d_over_r0, std::uint32_t seed) {
+  RequireWithin("frames", frames, {1, 1e9});
+  RequireWithin("d_over_r0", d_over_r0, {0.0, 1000.0});
+  const Eigen::VectorXd variances =
+      WithFiles([&] { return workbench::BasisOfCalibration(workbench::InputFile(simulator.m2s_file)).variances; });
+  return ArrayOf(workbench::TurbulentSeries(frames, variances, d_over_r0, seed));
+}
+
+/// A row per frame.
+py::array_t<double> ArrayOf(const workbench::LoopRun& run, Eigen::VectorXd workbench::FrameRecord::*vector) {
+  py::array_t<double> array(Shape{static_cast<py::ssize_t>(run.records.size()), workbench::kNumModes});
+  double* row = array.mutable_data();
+  for (const workbench::FrameRecord& record : run.records) {
+    row = std::copy_n((record.*vector).data(), workbench::kNumModes, row);
+  }
+  return array;
+}
+
+py::tuple RunLoop(const py::object& simulator_object, const py::object& disturbance, const py::object& engine,
+                  double gain, double leak, int delay, double noise, std::uint32_t seed, const Camera* detector) {
+  auto& simulator = simulator_object.cast<Simulator&>();
+  const auto modes =
+      Input<double>(disturbance, "disturbance", Shape{kAnyLength, static_cast<py::ssize_t>(workbench::kNumModes)});
+  if (modes.shape(0) == 0) throw py::value_error("disturbance: expected a frame or more, found none");
+  RequireWithin("gain", gain, {0.0, workbench::kHighestGain});
+  RequireWithin("leak", leak, {0.0, 1.0});
+  RequireWithin("delay", delay, {1, 1000});
+  const workbench::Series series = Eigen::Map<const workbench::Series>(modes.data(), modes.shape(0),
+                                                                       static_cast<Eigen::Index>(workbench::kNumModes));
+  if (!series.allFinite()) throw py::value_error("disturbance: expected finite numbers, found others");
+  workbench::RequireModerate(series, "disturbance");
+  if (!simulator.flaw.empty()) throw py::value_error(simulator.flaw);
+  const workbench::LoopOptions options = {
+      .gain = gain, .leak = leak, .delay = delay, .exposure = ExposureOf(noise, seed, detector)};
+  const InUse in_use(simulator.is_in_use, "Simulator");
+  EngineInUse measuring(engine, simulator_object, simulator.camera.Frame().data());
+  workbench::LoopRun run;
+  {
+    std::mt19937 generator;  // the loop seeds it; the simulator's own stays as it is
+    const py::gil_scoped_release unlocked;
+    const InPlaceOfTheThreads random(generator);
+    run = workbench::RunLoop(simulator.camera, series, options, measuring.Get(), &StopIfAsked);
+  }
+  const workbench::LoopSummary summary = workbench::SummaryOf(run, delay);
+  return py::make_tuple(
+      ArrayOf(run, &workbench::FrameRecord::disturbance), ArrayOf(run, &workbench::FrameRecord::correction),
+      ArrayOf(run, &workbench::FrameRecord::residual), run.lost_spots, run.has_diverged, summary.before, summary.after);
+}
+
+// --- Calibrations
+
+/// The library finds its own files again when this ends.
+class CalibrationEnds {
+ public:
+  CalibrationEnds() = default;
+  ~CalibrationEnds() { workbench::UseCalibration(std::vector<workbench::InputFile>{}); }
+  CalibrationEnds(const CalibrationEnds&) = delete;
+  CalibrationEnds& operator=(const CalibrationEnds&) = delete;
+  CalibrationEnds(CalibrationEnds&&) = delete;
+  CalibrationEnds& operator=(CalibrationEnds&&) = delete;
+};
+
+/// @throws Python's FileExistsError  a file of a calibration is there
+void RequireNoCalibration(const std::string& folder) {
+  try {
+    workbench::RequireNew(workbench::CalibrationNames(folder), "give force=True to replace the calibration");
+  } catch (const std::runtime_error& error) {
+    ThrowOsError(error.what(), PyExc_FileExistsError);
+  }
+}
+
+/// @param measuring  an engine and what it is called; none where the matrix is computed
+std::vector<std::string> Calibrate(const std::string& folder, bool force, const py::tuple& geometry_values,
+                                   const std::string& basis, const py::object& measuring, double poke_amplitude,
+                                   double noise, std::uint32_t seed, const Camera* detector) {
+  using Geometry = workbench::GeometryLimits;
+  workbench::Geometry geometry;
+  std::tie(geometry.pitch, geometry.size, geometry.offset_x, geometry.offset_y, geometry.obscuration,
+           geometry.spider_angle, geometry.spider_width) =
+      geometry_values.cast<std::tuple<double, int, double, double, double, std::optional<double>, double>>();
+  RequireWithin("pitch", geometry.pitch, Geometry::kPitch);
+  RequireWithin("size", geometry.size, Geometry::kSize);
+  RequireWithin("offset_x", geometry.offset_x, Geometry::kOffset);
+  RequireWithin("offset_y", geometry.offset_y, Geometry::kOffset);
+  RequireWithin("obscuration", geometry.obscuration, Geometry::kObscuration);
+  RequireWithin("spider_angle", geometry.spider_angle.value_or(0.0), Geometry::kSpiderAngle);
+  RequireWithin("spider_width", geometry.spider_width, Geometry::kSpiderWidth);
+  RequireWithin("poke_amplitude", poke_amplitude, workbench::PokeOptions::kAmplitude);
+  if (basis != workbench::kZernikeWord && basis != workbench::kKarhunenLoeveWord) {
+    throw py::value_error("basis: expected 'zernike' or 'karhunen-loeve', found '" + basis + "'");
+  }
+  if (!force) RequireNoCalibration(folder);
+  return WithFiles([&] {
+    workbench::StagedFiles files(workbench::CalibrationNames(folder));
+    workbench::Calibration calibration = workbench::MakeCalibration(geometry, workbench::BasisByWord(basis));
+    if (!measuring.is_none()) {
+      const CalibrationEnds ends;
+      EngineInUse engine(measuring);
+      std::mt19937 generator;
+      const InPlaceOfTheThreads random(generator);
+      calibration = workbench::Measured(calibration,
+                                        {.engine = py::str(py::type::of(measuring).attr("__name__")),
+                                         .amplitude = poke_amplitude,
+                                         .exposure = ExposureOf(noise, seed, detector)},
+                                        engine.Get(), &StopIfAsked);
+    }
+    files.GiveAll(workbench::CalibrationBytes(calibration));
+    files.Commit();
+    return files.Names();
+  });
+}
+
+py::list Check(const std::string& folder) {
+  const CalibrationEnds ends;
+  const workbench::Examination examination = WithFiles([&] { return workbench::CheckCalibration(folder); });
+  py::list list;
+  for (const workbench::Finding& finding : examination.findings) {
+    std::vector<std::string> mistakes;
+    for (const workbench::Correction& correction : finding.corrections) mistakes.push_back(correction.mistake);
+    list.append(py::make_tuple(std::string(workbench::Word(finding.verdict)), finding.key, finding.subject,
+                               finding.text, finding.advice, py::tuple(py::cast(mistakes)),
+                               py::tuple(py::cast(finding.numbers))));
+  }
+  return list;
+}
+
+}  // namespace
+
+void BindWorkbench(py::module_& module) {
+  module.def("score", &Score);
+  module.def("error_bound", &ErrorBound);
+  module.def("turbulence", &Turbulence);
+  module.def("run_loop", &RunLoop);
+  module.def("calibrate", &Calibrate);
+  module.def("check", &Check);
+}
+
+}  // namespace quen::python

@@ -1,0 +1,49 @@
+"""The package's examples and types."""
+
+import doctest
+import importlib
+import os
+import pathlib
+import subprocess
+
+import pytest
+
+import quen_shs
+
+HERE = pathlib.Path(__file__).parent
+MODULES = ["", ".calibration", ".detector", ".engines", ".loop", ".scores", ".simulator"]
+
+
+@pytest.mark.parametrize("module", MODULES)
+def test_examples_of_docstrings_run(module, sensor, tmp_path, monkeypatch):
+    (tmp_path / "sensor").symlink_to(sensor)
+    monkeypatch.chdir(tmp_path)
+    names = {}
+    exec("import numpy as np\nfrom quen_shs import *", names)
+    results = doctest.testmod(importlib.import_module("quen_shs" + module), extraglobs=names)
+    assert results.attempted > 0
+    assert results.failed == 0
+
+
+def test_every_public_name_has_a_docstring_with_an_example_or_attributes():
+    for name in quen_shs.__all__:
+        if name in ("Roi", "ReadyMade"):
+            continue
+        text = getattr(quen_shs, name).__doc__
+        assert text and (">>>" in text or "Attributes" in text), name
+
+
+def run(*command):
+    environment = {**os.environ, "MYPY_CACHE_DIR": os.devnull}
+    result = subprocess.run(command, env=environment, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    assert result.returncode == 0, result.stdout
+
+
+def test_types_are_those_of_the_module(tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    run("stubtest", "--allowlist", str(HERE / "stubtest_allowlist.txt"), "quen_shs")
+
+
+def test_types_fit_together(tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    run("mypy", "--strict", "-p", "quen_shs")
