@@ -71,7 +71,7 @@ py::array_t<T, py::array::c_style> Output(const py::object& array, const char* n
 
 std::vector<double> MapOf(const py::object& map, const char* name) {
   if (map.is_none()) return {};
-  const auto array = Input<double>(map, name, kFrameShape);
+  const auto array = Input<double>(map, name, FrameShape());
   return {array.data(), array.data() + array.size()};
 }
 

@@ -35,7 +35,7 @@ template <typename T>
 py::array_t<T, py::array::c_style> Output(const py::object& array, const char* name, const Shape& shape);
 
 /// Of a frame.
-inline const Shape kFrameShape = {basesim::kFrameHeight, basesim::kFrameWidth};
+inline Shape FrameShape() { return {basesim::kFrameHeight, basesim::kFrameWidth}; }
 
 /// A number for each pixel of a frame, row by row; empty where Python gave None.
 /// @throws as Input

@@ -23,7 +23,7 @@ using detector::PixelState;
 
 std::vector<PixelState> StatesOf(const py::object& map) {
   if (map.is_none()) return {};
-  const auto array = Input<std::uint8_t>(map, "bad_pixels", kFrameShape);
+  const auto array = Input<std::uint8_t>(map, "bad_pixels", FrameShape());
   std::vector<PixelState> states(static_cast<std::size_t>(array.size()));
   std::transform(array.data(), array.data() + array.size(), states.begin(),
                  [](std::uint8_t state) { return PixelState{state}; });
@@ -33,14 +33,14 @@ std::vector<PixelState> StatesOf(const py::object& map) {
 /// An array of a map, None for none.
 py::object ArrayOf(const std::vector<double>& map) {
   if (map.empty()) return py::none();
-  py::array_t<double> array(kFrameShape);
+  py::array_t<double> array(FrameShape());
   std::ranges::copy(map, array.mutable_data());
   return array;
 }
 
 py::object ArrayOf(const std::vector<PixelState>& states) {
   if (states.empty()) return py::none();
-  py::array_t<std::uint8_t> array(kFrameShape);
+  py::array_t<std::uint8_t> array(FrameShape());
   std::ranges::transform(states, array.mutable_data(),
                          [](PixelState state) { return static_cast<std::uint8_t>(state); });
   return array;
@@ -51,30 +51,29 @@ std::unique_ptr<Camera> Made(double electrons_per_unit, double background, doubl
                              double offset, int bits, const py::object& flat_map, const py::object& dark_map,
                              const py::object& offset_map, const py::object& bad_pixels,
                              const py::object& bad_pixel_levels, std::uint64_t seed) {
-  DetectorConfig config = {.electrons_per_unit = electrons_per_unit,
-                           .background = background,
-                           .dark = dark,
-                           .photon_noise = photon_noise,
-                           .em_gain = em_gain,
-                           .read_noise = read_noise,
-                           .full_well = full_well,
-                           .gain = gain,
-                           .offset = offset,
-                           .bits = bits,
-                           .flat_map = MapOf(flat_map, "flat_map"),
-                           .dark_map = MapOf(dark_map, "dark_map"),
-                           .offset_map = MapOf(offset_map, "offset_map"),
-                           .bad_pixels = StatesOf(bad_pixels),
-                           .bad_pixel_levels = MapOf(bad_pixel_levels, "bad_pixel_levels"),
-                           .seed = seed};
-  const detector::Detector detector(config);
-  return std::make_unique<Camera>(std::move(config), detector);
+  const DetectorConfig config = {.electrons_per_unit = electrons_per_unit,
+                                 .background = background,
+                                 .dark = dark,
+                                 .photon_noise = photon_noise,
+                                 .em_gain = em_gain,
+                                 .read_noise = read_noise,
+                                 .full_well = full_well,
+                                 .gain = gain,
+                                 .offset = offset,
+                                 .bits = bits,
+                                 .flat_map = MapOf(flat_map, "flat_map"),
+                                 .dark_map = MapOf(dark_map, "dark_map"),
+                                 .offset_map = MapOf(offset_map, "offset_map"),
+                                 .bad_pixels = StatesOf(bad_pixels),
+                                 .bad_pixel_levels = MapOf(bad_pixel_levels, "bad_pixel_levels"),
+                                 .seed = seed};
+  return std::make_unique<Camera>(config);
 }
 
 py::array Expose(const Camera& camera, const py::object& values, std::uint64_t frame_number, const py::object& out) {
-  const auto expected = Input<double>(values, "values", kFrameShape);
-  auto frame = out.is_none() ? py::array_t<std::uint16_t, py::array::c_style>(kFrameShape)
-                             : Output<std::uint16_t>(out, "out", kFrameShape);
+  const auto expected = Input<double>(values, "values", FrameShape());
+  auto frame = out.is_none() ? py::array_t<std::uint16_t, py::array::c_style>(FrameShape())
+                             : Output<std::uint16_t>(out, "out", FrameShape());
   const gsl::span<std::uint16_t> counts = Out(frame);
   {
     const py::gil_scoped_release unlocked;

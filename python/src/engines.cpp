@@ -55,7 +55,7 @@ PixelReading Reading(const std::string& pixels, double pedestal, std::optional<d
       .dark_map = MapOf(dark_map, "dark_map"),
       .flat_map = MapOf(flat_map, "flat_map")};
   if (!bad_pixels.is_none()) {
-    const auto bad = Input<std::uint8_t>(bad_pixels, "bad_pixels", kFrameShape);
+    const auto bad = Input<std::uint8_t>(bad_pixels, "bad_pixels", FrameShape());
     reading.bad_pixels.assign(bad.data(), bad.data() + bad.size());
   }
   return reading;
@@ -87,7 +87,7 @@ class EngineInUse::PythonEngine : public Engine {
  public:
   PythonEngine(py::object compute, const py::object& simulator, const std::uint16_t* pixels)
       : compute_(std::move(compute)), pixels_(pixels) {
-    if (pixels != nullptr) frame_ = View(simulator, pixels, kFrameShape);
+    if (pixels != nullptr) frame_ = View(simulator, pixels, FrameShape());
   }
 
   void Compute(gsl::span<const std::uint16_t> frame, const Roi& roi) override {

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 #include "quen_image_processing/centroiding/centroiding.hpp"
 
@@ -19,6 +20,8 @@ using Engine = image_processing::Centroiding<std::uint16_t>;
 
 /// A ready-made engine, in Python's hands.
 struct ReadyEngine {
+  explicit ReadyEngine(std::unique_ptr<Engine> made) : engine(std::move(made)) {}
+
   std::unique_ptr<Engine> engine;
   std::atomic_flag is_in_use = {};
 };

@@ -170,14 +170,14 @@ py::array ComputeFrame(Simulator& self, const py::object& dx, const py::object& 
   const auto x = Input<double>(dx, "dx", shape);
   const auto y = Input<double>(dy, "dy", shape);
   RequireNotNegative("noise", noise);
-  RequireOutput<std::uint16_t>(out, kFrameShape);
+  RequireOutput<std::uint16_t>(out, FrameShape());
   const InUse in_use(self.is_in_use, "Simulator");
   {
     const py::gil_scoped_release unlocked;
     const InPlaceOfTheThreads random(self.generator);
     self.camera.ComputeFrame(In(x), In(y), noise, std::nullopt);
   }
-  return Copied(self.camera.Frame(), out, kFrameShape);
+  return Copied(self.camera.Frame(), out, FrameShape());
 }
 
 void Measure(Simulator& self, EngineInUse& engine, double limit) {
@@ -195,7 +195,7 @@ py::array ComputeSlopes(const py::object& self_object, const py::object& engine,
   RequireOutput<double>(out, shape);
   const InUse in_use(self.is_in_use, "Simulator");
   EngineInUse measuring(engine, self_object, self.camera.Frame().data());
-  if (!frame.is_none()) self.camera.Load(In(Input<std::uint16_t>(frame, "frame", kFrameShape)));
+  if (!frame.is_none()) self.camera.Load(In(Input<std::uint16_t>(frame, "frame", FrameShape())));
   Measure(self, measuring, limit);
   return Copied(self.camera.Slopes(), out, shape);
 }
@@ -266,8 +266,8 @@ void BindSimulator(py::module_& module) {
       .def_property_readonly("rois", &Rois)
       .def_property_readonly("rois_used", &RoisUsed);
   using shssim::ShsSimulator;
-  AddView(simulator, "frame", &ShsSimulator::Frame, kFrameShape);
-  AddView(simulator, "frame_values", &ShsSimulator::FrameValues, kFrameShape);
+  AddView(simulator, "frame", &ShsSimulator::Frame, FrameShape());
+  AddView(simulator, "frame_values", &ShsSimulator::FrameValues, FrameShape());
   AddView(simulator, "slopes", &ShsSimulator::Slopes, {kNumSlopes});
   AddView(simulator, "flux", &ShsSimulator::Flux, {kNumRois});
   AddView(simulator, "flux_used", &ShsSimulator::FluxUsed, {kNumRoisUsed});
