@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstring>
 #include <limits>
 
@@ -83,39 +82,45 @@ using Shorts __attribute__((vector_size(2 * kLanes))) = std::int16_t;
 /// Rectangles of at least kLanes columns; the last block of a row overlaps the one before.
 QUEN_TARGET_AVX2 std::int32_t LargestAvx2(const Pixels& pixels) {
   Shorts largest = Shorts{} + static_cast<std::int16_t>(kLowest);
-  for (std::size_t y = 0; y < pixels.height; ++y) {
-    for (std::size_t x = 0; x < pixels.width; x += kLanes) {
-      Shorts p;
-      Load(p, pixels.Row(y) + std::min(x, pixels.width - kLanes));
+  const std::size_t last = pixels.width - kLanes;
+  const std::int16_t* row = pixels.first;
+  for (std::size_t y = 0; y < pixels.height; ++y, row += pixels.stride) {
+    Shorts p;
+    for (std::size_t first = 0; first < last; first += kLanes) {
+      Load(p, row + first);
       largest = p > largest ? p : largest;
     }
+    Load(p, row + last);
+    largest = p > largest ? p : largest;
   }
   std::int32_t result = kLowest;
   for (std::size_t lane = 0; lane < kLanes; ++lane) result = std::max<std::int32_t>(result, largest[lane]);
   return result;
 }
 
-/// Rectangles of at least kLanes columns. Made for few such pixels, as there are of the brightest.
+/// Rectangles of at least kLanes columns. Made for few such pixels, as there are of the brightest: only a row that has
+/// one is gone through pixel by pixel.
 QUEN_TARGET_AVX2 Places PlacesAvx2(const Pixels& pixels, std::int32_t value) {
-  constexpr unsigned kBitsPerLane = 2;  // of the mask
   const Shorts values = Shorts{} + static_cast<std::int16_t>(value);
+  const std::size_t last = pixels.width - kLanes;
   Places places;
-  for (std::size_t y = 0; y < pixels.height; ++y) {
-    for (std::size_t block = 0; block < pixels.width; block += kLanes) {
-      const std::size_t first = std::min(block, pixels.width - kLanes);
-      Shorts p;
-      Load(p, pixels.Row(y) + first);
-      const Shorts found = p == values;
-      __m256i bytes;
-      std::memcpy(&bytes, &found, sizeof(bytes));
-      const std::size_t repeated = block - first;  // columns of the block before
-      auto mask = static_cast<std::uint32_t>(_mm256_movemask_epi8(bytes)) & ~std::uint32_t{0}
-                                                                                << kBitsPerLane * repeated;
-      for (; mask != 0; mask &= mask - 1, mask &= mask - 1) {
-        ++places.count;
-        places.x += first + static_cast<std::size_t>(std::countr_zero(mask)) / kBitsPerLane;
-        places.y += y;
-      }
+  const std::int16_t* row = pixels.first;
+  for (std::size_t y = 0; y < pixels.height; ++y, row += pixels.stride) {
+    Shorts p;
+    Load(p, row + last);
+    Shorts found = p == values;
+    for (std::size_t first = 0; first < last; first += kLanes) {
+      Load(p, row + first);
+      found |= p == values;
+    }
+    __m256i bits;
+    std::memcpy(&bits, &found, sizeof(bits));
+    if (_mm256_testz_si256(bits, bits) != 0) continue;
+    for (std::size_t x = 0; x < pixels.width; ++x) {
+      if (row[x] != value) continue;
+      ++places.count;
+      places.x += x;
+      places.y += y;
     }
   }
   return places;
