@@ -16,6 +16,9 @@ namespace quen::centroiders {
 
 inline constexpr std::size_t kBlock = 8;  ///< pixels
 
+/// A number of columns, rounded up to whole blocks.
+inline std::size_t WholeBlocks(std::size_t count) { return (count + kBlock - 1) / kBlock * kBlock; }
+
 using Ints __attribute__((vector_size(4 * kBlock))) = std::int32_t;
 
 inline constexpr Ints kIota = {0, 1, 2, 3, 4, 5, 6, 7};
@@ -93,6 +96,12 @@ struct Avx2Block {
     common::simd::AddProduct(low, other.low, factors.low);
     common::simd::AddProduct(high, other.high, factors.high);
   }
+  /// Leaves the first `count` elements, and zeros behind them.
+  QUEN_ALWAYS_INLINE void KeepFirst(std::int64_t count) {
+    using Places __attribute__((vector_size(4 * sizeof(std::int64_t)))) = std::int64_t;
+    low = Places{0, 1, 2, 3} < count ? low : Half{};
+    high = Places{4, 5, 6, 7} < count ? high : Half{};
+  }
   [[nodiscard]] QUEN_ALWAYS_INLINE double Total() const {
     const Half sum = low + high;
     return (sum[0] + sum[1]) + (sum[2] + sum[3]);
@@ -126,8 +135,16 @@ struct Avx512Block {
   QUEN_ALWAYS_INLINE void AddProduct(const Avx512Block& other, const Avx512Block& factors) {
     common::simd::AddProduct(all, other.all, factors.all);
   }
+  /// Leaves the first `count` elements, and zeros behind them.
+  QUEN_ALWAYS_INLINE void KeepFirst(std::int64_t count) {
+    using Places __attribute__((vector_size(8 * sizeof(std::int64_t)))) = std::int64_t;
+    all = Places{0, 1, 2, 3, 4, 5, 6, 7} < count ? all : Whole{};
+  }
+  /// As Avx2Block does, which adds the halves with one instruction: GCC 12 takes elements of a whole one by one.
   [[nodiscard]] QUEN_ALWAYS_INLINE double Total() const {
-    return ((all[0] + all[4]) + (all[1] + all[5])) + ((all[2] + all[6]) + (all[3] + all[7]));
+    std::array<double, kBlock> values;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+    Store(values.data());
+    return Avx2Block(values.data()).Total();
   }
 
   Whole all = {};

@@ -14,6 +14,10 @@
 // to both ends. The fast one goes from the lowest k up, eight at a time, whose powers grow by the factor's eighth
 // power; the constant and the first power are one exponential. Both agree to a few last bits, and the fast levels
 // exactly.
+//
+// The fast norms are added up while the weights are in registers, which saves a step of a fit the way through memory:
+// products of columns eight apart share a running sum. They too agree with the plain ones to the last bits, and the
+// fast levels exactly.
 
 namespace quen::centroiders {
 namespace {
@@ -23,6 +27,25 @@ using common::simd::Level;
 constexpr double kFarthest = 9.0;  // deviations
 
 std::ptrdiff_t Signed(std::size_t value) { return static_cast<std::ptrdiff_t>(value); }
+
+/// What the norms of blocks add up to. D holds eight doubles.
+template <typename D>
+struct NormSums {
+  QUEN_ALWAYS_INLINE void Add(const D& g, const D& moment) {
+    even.AddProduct(g, g);
+    mixed.AddProduct(g, moment);
+    odd.AddProduct(moment, moment);
+  }
+  QUEN_ALWAYS_INLINE void AddTo(Norms& norms) const {
+    norms.even += even.Total();
+    norms.mixed += mixed.Total();
+    norms.odd += odd.Total();
+  }
+
+  D even;
+  D mixed;
+  D odd;
+};
 
 /// Where along an axis the weights are to be known.
 struct Stretch {
@@ -34,6 +57,18 @@ struct Stretch {
   std::size_t count;
 };
 
+Stretch StretchOf(double sigma, const std::vector<double>& at_integers, double centre, std::size_t first,
+                  std::size_t count) {
+  const double nearest = std::nearbyint(centre);
+  const std::size_t middle_of_table = at_integers.size() / 2;
+  return {sigma,
+          at_integers.data() + middle_of_table,
+          Signed(middle_of_table - kBlock),
+          centre - nearest,
+          static_cast<std::ptrdiff_t>(nearest) - Signed(first),
+          count};
+}
+
 void FillPlain(const Stretch& stretch, AxisWeights& weights) {
   const double growth = std::exp(stretch.f / (stretch.sigma * stretch.sigma));
   const double shrinkage = 1.0 / growth;
@@ -44,8 +79,8 @@ void FillPlain(const Stretch& stretch, AxisWeights& weights) {
     weights.even[static_cast<std::size_t>(index)] = g;
     weights.odd[static_cast<std::size_t>(index)] = u * g;
   };
-  std::fill_n(weights.even.begin(), stretch.count, 0.0);
-  std::fill_n(weights.odd.begin(), stretch.count, 0.0);
+  std::fill_n(weights.even.begin(), WholeBlocks(stretch.count), 0.0);
+  std::fill_n(weights.odd.begin(), WholeBlocks(stretch.count), 0.0);
   for (std::ptrdiff_t k = 0; k <= stretch.reach; ++k) {
     const auto distance = static_cast<double>(k);
     store(stretch.middle - k, -distance - stretch.f, stretch.at_integers[k] * below);
@@ -55,9 +90,19 @@ void FillPlain(const Stretch& stretch, AxisWeights& weights) {
   }
 }
 
+void FillAndAddNormsPlain(const Stretch& stretch, AxisWeights& weights, Norms& norms) {
+  FillPlain(stretch, weights);
+  for (std::size_t k = 0; k < stretch.count; ++k) {
+    norms.even += weights.even[k] * weights.even[k];
+    norms.mixed += weights.even[k] * weights.odd[k];
+    norms.odd += weights.odd[k] * weights.odd[k];
+  }
+}
+
+/// Where nobody wants the norms, the compiler leaves them out.
 template <typename D>
-QUEN_ALWAYS_INLINE void FillBlocks(const Stretch& stretch, AxisWeights& weights) {
-  const std::size_t end = (stretch.count + kBlock - 1) / kBlock * kBlock;
+QUEN_ALWAYS_INLINE void FillBlocks(const Stretch& stretch, AxisWeights& weights, NormSums<D>& norms) {
+  const std::size_t end = WholeBlocks(stretch.count);
   const auto inside = [&](std::ptrdiff_t index) {
     return static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(index, 0, Signed(end)));
   };
@@ -87,9 +132,12 @@ QUEN_ALWAYS_INLINE void FillBlocks(const Stretch& stretch, AxisWeights& weights)
     for (; index < up; index += kBlock) {
       D g(stretch.at_integers + lowest + Signed(index - low));
       g.Multiply(power);
+      if (index + kBlock > stretch.count) g.KeepFirst(Signed(stretch.count - index));
       g.Store(even + index);
-      g.Multiply(u);
-      g.Store(odd + index);
+      D moment = g;
+      moment.Multiply(u);
+      moment.Store(odd + index);
+      norms.Add(g, moment);
       power.Multiply(growths);
       u.Add(steps);
     }
@@ -100,11 +148,28 @@ QUEN_ALWAYS_INLINE void FillBlocks(const Stretch& stretch, AxisWeights& weights)
   }
 }
 
-QUEN_TARGET_AVX2 void FillAvx2(const Stretch& stretch, AxisWeights& weights) {
-  FillBlocks<Avx2Block>(stretch, weights);
+template <typename D>
+QUEN_ALWAYS_INLINE void FillAlone(const Stretch& stretch, AxisWeights& weights) {
+  NormSums<D> unused;
+  FillBlocks(stretch, weights, unused);
 }
+
+template <typename D>
+QUEN_ALWAYS_INLINE void FillAndAddNorms(const Stretch& stretch, AxisWeights& weights, Norms& norms) {
+  NormSums<D> sums;
+  FillBlocks(stretch, weights, sums);
+  sums.AddTo(norms);
+}
+
+QUEN_TARGET_AVX2 void FillAvx2(const Stretch& stretch, AxisWeights& weights) { FillAlone<Avx2Block>(stretch, weights); }
 QUEN_TARGET_AVX512 void FillAvx512(const Stretch& stretch, AxisWeights& weights) {
-  FillBlocks<Avx512Block>(stretch, weights);
+  FillAlone<Avx512Block>(stretch, weights);
+}
+QUEN_TARGET_AVX2 void FillAndAddNormsAvx2(const Stretch& stretch, AxisWeights& weights, Norms& norms) {
+  FillAndAddNorms<Avx2Block>(stretch, weights, norms);
+}
+QUEN_TARGET_AVX512 void FillAndAddNormsAvx512(const Stretch& stretch, AxisWeights& weights, Norms& norms) {
+  FillAndAddNorms<Avx512Block>(stretch, weights, norms);
 }
 
 }  // namespace
@@ -119,18 +184,14 @@ Gaussian::Gaussian(double fwhm) : sigma_(fwhm / shssim::kFwhmPerSigma) {
 }
 
 void Gaussian::Fill(Level level, double centre, std::size_t first, std::size_t count, AxisWeights& weights) const {
-  const double nearest = std::nearbyint(centre);
-  const std::size_t middle_of_table = at_integers_.size() / 2;
-  const Stretch stretch = {sigma_,
-                           at_integers_.data() + middle_of_table,
-                           Signed(middle_of_table - kBlock),
-                           centre - nearest,
-                           static_cast<std::ptrdiff_t>(nearest) - Signed(first),
-                           count};
-  common::simd::Pick(level, FillPlain, FillAvx2, FillAvx512)(stretch, weights);
-  const std::size_t end = (count + kBlock - 1) / kBlock * kBlock;
-  std::fill(weights.even.begin() + Signed(count), weights.even.begin() + Signed(end), 0.0);
-  std::fill(weights.odd.begin() + Signed(count), weights.odd.begin() + Signed(end), 0.0);
+  common::simd::Pick(level, FillPlain, FillAvx2, FillAvx512)(StretchOf(sigma_, at_integers_, centre, first, count),
+                                                             weights);
+}
+
+void Gaussian::FillAndAddNorms(Level level, double centre, std::size_t first, std::size_t count, AxisWeights& weights,
+                               Norms& norms) const {
+  common::simd::Pick(level, FillAndAddNormsPlain, FillAndAddNormsAvx2, FillAndAddNormsAvx512)(
+      StretchOf(sigma_, at_integers_, centre, first, count), weights, norms);
 }
 
 }  // namespace quen::centroiders

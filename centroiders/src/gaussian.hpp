@@ -19,6 +19,10 @@ class Gaussian {
   /// a whole block of eight.
   void Fill(common::simd::Level level, double centre, std::size_t first, std::size_t count, AxisWeights& weights) const;
 
+  /// Fill, and adds the norms of what it fills.
+  void FillAndAddNorms(common::simd::Level level, double centre, std::size_t first, std::size_t count,
+                       AxisWeights& weights, Norms& norms) const;
+
   /// Fill for one centre, as SumWeighted wants it.
   [[nodiscard]] auto Along(common::simd::Level level, double centre) const {
     return [this, level, centre](std::size_t first, std::size_t count, AxisWeights& weights) {

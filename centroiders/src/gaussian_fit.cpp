@@ -17,9 +17,8 @@ namespace {
 /// each row of tiles anew.
 auto AlongWithNorms(common::simd::Level level, const Gaussian& shape, double centre, Norms& norms) {
   return [level, &shape, centre, &norms](std::size_t first, std::size_t count, AxisWeights& weights) {
-    shape.Fill(level, centre, first, count, weights);
     if (first == 0) norms = {};
-    AddNorms(level, weights, count, norms);
+    shape.FillAndAddNorms(level, centre, first, count, weights, norms);
   };
 }
 

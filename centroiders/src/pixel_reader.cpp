@@ -26,8 +26,6 @@ void RequireSameSize(const std::string& engine, const SizeOfMap& first, const Si
                               " elements as " + first.name + " has, found " + std::to_string(second.size));
 }
 
-std::size_t WholeBlocks(std::size_t width) { return (width + kBlock - 1) / kBlock * kBlock; }
-
 constexpr double kLeastResponse = 0.001;
 constexpr double kNoCeiling = std::numeric_limits<double>::infinity();
 constexpr double kBad = -1.0;  // response of a bad pixel, until it is mended

@@ -102,44 +102,7 @@ QUEN_TARGET_AVX512 void SumAvx512(const Pixels& pixels, const AxisWeights& colum
   SumBlocks<Avx512Block>(pixels, columns, rows, sums);
 }
 
-void AddNormsPlain(const AxisWeights& weights, std::size_t count, Norms& norms) {
-  for (std::size_t k = 0; k < count; ++k) {
-    norms.even += weights.even[k] * weights.even[k];
-    norms.mixed += weights.even[k] * weights.odd[k];
-    norms.odd += weights.odd[k] * weights.odd[k];
-  }
-}
-
-template <typename D>
-QUEN_ALWAYS_INLINE void AddNormsOfBlocks(const AxisWeights& weights, std::size_t count, Norms& norms) {
-  D even;
-  D mixed;
-  D odd;
-  for (std::size_t k = 0; k < count; k += kBlock) {
-    const D e(weights.even.data() + k);
-    const D o(weights.odd.data() + k);
-    even.AddProduct(e, e);
-    mixed.AddProduct(e, o);
-    odd.AddProduct(o, o);
-  }
-  norms.even += even.Total();
-  norms.mixed += mixed.Total();
-  norms.odd += odd.Total();
-}
-
-QUEN_TARGET_AVX2 void AddNormsAvx2(const AxisWeights& weights, std::size_t count, Norms& norms) {
-  AddNormsOfBlocks<Avx2Block>(weights, count, norms);
-}
-
-QUEN_TARGET_AVX512 void AddNormsAvx512(const AxisWeights& weights, std::size_t count, Norms& norms) {
-  AddNormsOfBlocks<Avx512Block>(weights, count, norms);
-}
-
 }  // namespace
-
-void AddNorms(Level level, const AxisWeights& weights, std::size_t count, Norms& norms) {
-  common::simd::Pick(level, AddNormsPlain, AddNormsAvx2, AddNormsAvx512)(weights, count, norms);
-}
 
 WeightedSums SumTile(Level level, const Pixels& pixels, const AxisWeights& columns, const AxisWeights& rows) {
   if (pixels.width < kBlock) level = Level::kPlain;

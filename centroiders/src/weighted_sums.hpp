@@ -28,18 +28,17 @@ struct Norms {
   double odd = 0.0;
 };
 
-/// Adds those of the first `count` columns or rows. Behind them there must be zeros, up to a whole block of eight.
-void AddNorms(common::simd::Level level, const AxisWeights& weights, std::size_t count, Norms& norms);
-
 /// The sums of a rectangle of at most kTile columns and rows.
 WeightedSums SumTile(common::simd::Level level, const Pixels& pixels, const AxisWeights& columns,
                      const AxisWeights& rows);
 
 /// The sums of a rectangle of any size.
 ///
-/// @param fill_x, fill_y  called as fill(first, count, weights): the weights of `count` columns, or rows, from first on
+/// @param fill_x, fill_y  called as fill(first, count, weights): the weights of `count` columns, or rows, from first
+/// on.
+///                        Not copied: that reads at once what has just been written in parts, and the processor waits.
 template <typename FillX, typename FillY>
-WeightedSums SumWeighted(common::simd::Level level, const Pixels& pixels, FillX fill_x, FillY fill_y) {
+WeightedSums SumWeighted(common::simd::Level level, const Pixels& pixels, const FillX& fill_x, const FillY& fill_y) {
   WeightedSums sums;
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): both are filled as far as they are read
   AxisWeights columns, rows;  // NOLINT(readability-isolate-declaration)

@@ -236,32 +236,6 @@ TEST_P(Kernels, BrightestPointIsTheMeanOfTheBrightestPixels) {
   }
 }
 
-TEST_P(Kernels, NormsAreThePlainOnesToTheirLastBits) {
-  std::mt19937 random(12);
-  for (std::size_t count = 1; count <= kTile; ++count) {
-    for (const bool whole : {true, false}) {
-      AxisWeights weights = RandomWeights(random, whole);
-      for (std::array<double, kTile>* const values : {&weights.even, &weights.odd}) {
-        std::fill(values->begin() + static_cast<std::ptrdiff_t>(count), values->end(), 0.0);
-      }
-      const auto norms = [&](Level level) {
-        Norms sums = {1.0, 2.0, 3.0};
-        AddNorms(level, weights, count, sums);
-        return sums;
-      };
-      const double tolerance = whole ? 0.0 : 64.0 * 1024.0 * 0x1p-53;  // of 64 sums of squares below 16
-      const Norms plain = norms(Level::kPlain);
-      EXPECT_NEAR(norms(GetParam()).even, plain.even, tolerance);
-      EXPECT_NEAR(norms(GetParam()).mixed, plain.mixed, tolerance);
-      EXPECT_NEAR(norms(GetParam()).odd, plain.odd, tolerance);
-      if (GetParam() == Level::kPlain) continue;
-      EXPECT_EQ(norms(GetParam()).even, norms(Level::kAvx2).even);
-      EXPECT_EQ(norms(GetParam()).mixed, norms(Level::kAvx2).mixed);
-      EXPECT_EQ(norms(GetParam()).odd, norms(Level::kAvx2).odd);
-    }
-  }
-}
-
 constexpr std::array<double, 4> kSigmas = {0.43, 1.0, 2.0, 40.0};
 constexpr std::array<double, 10> kCentres = {-70.25, -3.5, 0.0, 5.5, 11.499, 12.0, 23.75, 63.0, 100.75, 1e6};
 
@@ -306,6 +280,73 @@ TEST_P(Kernels, GaussianWeightsAreTheSameAtAllLevelsAboveThePlainOne) {
         const AxisWeights avx2 = Filled(Level::kAvx2, sigma, centre, first, 57);
         EXPECT_EQ(fast.even, avx2.even) << sigma << ' ' << centre << ' ' << first;
         EXPECT_EQ(fast.odd, avx2.odd) << sigma << ' ' << centre << ' ' << first;
+      }
+    }
+  }
+}
+
+/// The norms of weights in the order of a level.
+Norms NormsOf(Level level, const AxisWeights& weights, std::size_t count) {
+  Norms norms = {1.0, 2.0, 3.0};  // what there was before
+  if (level == Level::kPlain) {
+    for (std::size_t k = 0; k < count; ++k) {
+      norms.even += weights.even.at(k) * weights.even.at(k);
+      norms.mixed += weights.even.at(k) * weights.odd.at(k);
+      norms.odd += weights.odd.at(k) * weights.odd.at(k);
+    }
+    return norms;
+  }
+  const auto sum = [count](const std::array<double, kTile>& a, const std::array<double, kTile>& b) {
+    std::array<double, 8> lanes{};
+    for (std::size_t k = 0; k < count; ++k) lanes.at(k % 8) = std::fma(a.at(k), b.at(k), lanes.at(k % 8));
+    return ((lanes[0] + lanes[4]) + (lanes[1] + lanes[5])) + ((lanes[2] + lanes[6]) + (lanes[3] + lanes[7]));
+  };
+  norms.even += sum(weights.even, weights.even);
+  norms.mixed += sum(weights.even, weights.odd);
+  norms.odd += sum(weights.odd, weights.odd);
+  return norms;
+}
+
+TEST_P(Kernels, NormsAreThoseOfTheFilledWeights) {
+  for (const double sigma : kSigmas) {
+    const Gaussian shape(sigma * shssim::kFwhmPerSigma);
+    for (const double centre : kCentres) {
+      for (std::size_t count = 1; count <= kTile; ++count) {
+        const std::size_t first = count % 3;
+        AxisWeights weights{};
+        weights.even.fill(-1.0);
+        weights.odd.fill(-1.0);
+        Norms norms = {1.0, 2.0, 3.0};
+        shape.FillAndAddNorms(GetParam(), centre, first, count, weights, norms);
+        const AxisWeights alone = Filled(GetParam(), sigma, centre, first, count);
+        EXPECT_EQ(weights.even, alone.even) << sigma << ' ' << centre << ' ' << count;
+        EXPECT_EQ(weights.odd, alone.odd) << sigma << ' ' << centre << ' ' << count;
+        const Norms expected = NormsOf(GetParam(), alone, count);
+        EXPECT_EQ(norms.even, expected.even) << sigma << ' ' << centre << ' ' << count;
+        EXPECT_EQ(norms.mixed, expected.mixed) << sigma << ' ' << centre << ' ' << count;
+        EXPECT_EQ(norms.odd, expected.odd) << sigma << ' ' << centre << ' ' << count;
+      }
+    }
+  }
+}
+
+TEST_P(Kernels, NormsAreThePlainOnesToTheirLastBits) {
+  constexpr double kRelative = 1e-12;  // of weights that are powers of up to 400 factors
+  for (const double sigma : {1.0, 2.0, 40.0}) {
+    const Gaussian shape(sigma * shssim::kFwhmPerSigma);
+    for (const double centre : {0.0, 5.5, 11.499, 23.75}) {
+      for (const std::size_t count : {1U, 7U, 24U, 57U, 64U}) {
+        const auto norms = [&](Level level) {
+          AxisWeights weights{};
+          Norms sums;
+          shape.FillAndAddNorms(level, centre, 0, count, weights, sums);
+          return sums;
+        };
+        const Norms fast = norms(GetParam());
+        const Norms plain = norms(Level::kPlain);
+        EXPECT_NEAR(fast.even, plain.even, kRelative * plain.even);
+        EXPECT_NEAR(fast.mixed, plain.mixed, kRelative * std::sqrt(plain.even * plain.odd));  // no term is larger
+        EXPECT_NEAR(fast.odd, plain.odd, kRelative * plain.odd);
       }
     }
   }
