@@ -65,7 +65,13 @@ class Simulator:
         self.random_state = state["random_state"]
 
     def compute_frame(
-        self, dx: ArrayLike, dy: ArrayLike, noise: float = 0.0, *, out: NDArray[np.uint16] | None = None
+        self,
+        dx: ArrayLike,
+        dy: ArrayLike,
+        noise: float = 0.0,
+        *,
+        out: NDArray[np.uint16] | None = None,
+        copy: bool = True,
     ) -> NDArray[np.uint16]:
         """Render one frame.
 
@@ -81,11 +87,13 @@ class Simulator:
             Half-width of the uniform noise, in units of pixel values, 0 or more.
         out : ndarray, optional
             Array of uint16, shape (816, 840), for the frame.
+        copy : bool
+            Without a copy, the result is the view `frame`.
 
         Returns
         -------
         ndarray, shape (816, 840)
-            The frame: `out`, or a new array. Pixels are 16-bit two's-complement numbers: dark ones may be below 0,
+            The frame: `out`, a new array, or a view. Pixels are 16-bit two's-complement numbers: dark ones may be below 0,
             which uint16 shows as 65535 and a little less; ``frame.view(np.int16)`` has them with their sign.
 
         Raises
@@ -103,7 +111,7 @@ class Simulator:
         >>> sim.compute_frame(np.zeros(1089), np.full(1089, 0.5)).shape
         (816, 840)
         """
-        return self._core.compute_frame(dx, dy, number("noise", noise), out)
+        return self._core.compute_frame(dx, dy, number("noise", noise), out, copy)
 
     def compute_slopes(
         self,
@@ -112,6 +120,7 @@ class Simulator:
         *,
         frame: ArrayLike | None = None,
         out: NDArray[np.float64] | None = None,
+        copy: bool = True,
     ) -> NDArray[np.float64]:
         """Measure the spots of the used sub-apertures.
 
@@ -125,11 +134,13 @@ class Simulator:
             Pixels of uint16 to be measured in place of the last frame, which they replace.
         out : ndarray, optional
             Array of float64, shape (1214,), for the slopes.
+        copy : bool
+            Without a copy, the result is the view `slopes`.
 
         Returns
         -------
         ndarray, shape (1214,)
-            `out`, or a new array: the y displacements of the 607 used sub-apertures, then their x displacements,
+            `out`, a new array, or a view: the y displacements of the 607 used sub-apertures, then their x displacements,
             pixels.
 
         Raises
@@ -154,7 +165,7 @@ class Simulator:
         >>> bool(np.allclose(slopes[607:], 1.0, atol=1e-3))
         True
         """
-        return self._core.compute_slopes(engine, number("limit", limit), frame, out)
+        return self._core.compute_slopes(engine, number("limit", limit), frame, out, copy)
 
     def seed(self, seed: int) -> None:
         """Begin the noise anew.

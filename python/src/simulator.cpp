@@ -4,11 +4,15 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "common/filesystem/filesystem.hpp"
 #include "python/src/arrays.hpp"
@@ -149,35 +153,44 @@ void RequireNotNegative(const char* name, double value) {
   throw py::value_error(std::string(name) + ": expected 0 or more, found " + std::string(py::str(py::float_(value))));
 }
 
-/// A buffer's elements in an array that Python gave or, where it gave None, in a new one.
+/// How a call gives its result: as a view, in an array that Python gave, or in a new one.
 template <typename T>
-py::array_t<T, py::array::c_style> Copied(const std::vector<T>& buffer, const py::object& out, const Shape& shape) {
-  py::array_t<T, py::array::c_style> array =
-      out.is_none() ? py::array_t<T, py::array::c_style>(shape) : Output<T>(out, "out", shape);
-  std::ranges::copy(buffer, array.mutable_data());
-  return array;
-}
+class Result {
+ public:
+  /// @throws py::type_error, py::value_error  `out` is no array for it, or there is one and no copy is wanted
+  Result(const py::object& out, bool copy, Shape shape) : copy_(copy), shape_(std::move(shape)) {
+    if (!out.is_none() && !copy) throw py::value_error("out: expected none where copy is False");
+    if (!out.is_none()) out_ = Output<T>(out, "out", shape_);
+  }
 
-/// What Copied would refuse is refused before any work.
-template <typename T>
-void RequireOutput(const py::object& out, const Shape& shape) {
-  if (!out.is_none()) Output<T>(out, "out", shape);
-}
+  py::array Of(const std::vector<T>& buffer, const py::object& owner) {
+    if (!copy_) return View(owner, buffer.data(), shape_);
+    py::array_t<T, py::array::c_style> array = out_ ? *out_ : py::array_t<T, py::array::c_style>(shape_);
+    std::memcpy(array.mutable_data(), buffer.data(), buffer.size() * sizeof(T));
+    return array;
+  }
 
-py::array ComputeFrame(Simulator& self, const py::object& dx, const py::object& dy, double noise,
-                       const py::object& out) {
+ private:
+  bool copy_;
+  Shape shape_;
+  std::optional<py::array_t<T, py::array::c_style>> out_;
+};
+
+py::array ComputeFrame(const py::object& self_object, const py::object& dx, const py::object& dy, double noise,
+                       const py::object& out, bool copy) {
+  auto& self = self_object.cast<Simulator&>();
   const Shape shape = {kNumRois};
   const auto x = Input<double>(dx, "dx", shape);
   const auto y = Input<double>(dy, "dy", shape);
   RequireNotNegative("noise", noise);
-  RequireOutput<std::uint16_t>(out, FrameShape());
+  Result<std::uint16_t> result(out, copy, FrameShape());
   const InUse in_use(self.is_in_use, "Simulator");
   {
     const py::gil_scoped_release unlocked;
     const InPlaceOfTheThreads random(self.generator);
     self.camera.ComputeFrame(In(x), In(y), noise, std::nullopt);
   }
-  return Copied(self.camera.Frame(), out, FrameShape());
+  return result.Of(self.camera.Frame(), self_object);
 }
 
 void Measure(Simulator& self, EngineInUse& engine, double limit) {
@@ -187,17 +200,40 @@ void Measure(Simulator& self, EngineInUse& engine, double limit) {
 }
 
 py::array ComputeSlopes(const py::object& self_object, const py::object& engine, double limit, const py::object& frame,
-                        const py::object& out) {
+                        const py::object& out, bool copy) {
   auto& self = self_object.cast<Simulator&>();
-  const Shape shape = {kNumSlopes};
   if (!std::isnan(limit)) RequireNotNegative("limit", limit);
   if (!self.flaw.empty()) throw py::value_error(self.flaw);
-  RequireOutput<double>(out, shape);
+  Result<double> result(out, copy, {kNumSlopes});
   const InUse in_use(self.is_in_use, "Simulator");
   EngineInUse measuring(engine, self_object, self.camera.Frame().data());
   if (!frame.is_none()) self.camera.Load(In(Input<std::uint16_t>(frame, "frame", FrameShape())));
   Measure(self, measuring, limit);
-  return Copied(self.camera.Slopes(), out, shape);
+  return result.Of(self.camera.Slopes(), self_object);
+}
+
+// --- What a call costs without Python, for the benchmarks
+
+template <typename Action>
+double LeastSeconds(int times, const Action& action) {
+  double least = std::numeric_limits<double>::infinity();
+  for (int k = 0; k < times; ++k) {
+    const auto start = std::chrono::steady_clock::now();
+    action();
+    least = std::min(least, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+  }
+  return least;
+}
+
+double LeastSecondsOfFrames(Simulator& self, const py::object& dx, const py::object& dy, double noise, int times) {
+  const auto x = Input<double>(dx, "dx", {kNumRois});
+  const auto y = Input<double>(dy, "dy", {kNumRois});
+  return LeastSeconds(times, [&] { self.camera.ComputeFrame(In(x), In(y), noise); });
+}
+
+double LeastSecondsOfSlopes(Simulator& self, const py::object& engine, double limit, int times) {
+  EngineInUse measuring(engine);
+  return LeastSeconds(times, [&] { self.camera.ComputeSlopes(measuring.Get(), limit); });
 }
 
 /// A property: a view of a buffer.
@@ -252,6 +288,8 @@ void BindSimulator(py::module_& module) {
            py::arg("seed"))
       .def("compute_frame", &ComputeFrame)
       .def("compute_slopes", &ComputeSlopes)
+      .def("least_seconds_of_frames", &LeastSecondsOfFrames)
+      .def("least_seconds_of_slopes", &LeastSecondsOfSlopes)
       .def("seed",
            [](Simulator& self, std::uint32_t seed) {
              const InUse in_use(self.is_in_use, "Simulator");

@@ -4,7 +4,9 @@ import doctest
 import importlib
 import os
 import pathlib
+import re
 import subprocess
+import sys
 
 import pytest
 
@@ -47,3 +49,11 @@ def test_types_are_those_of_the_module(tmp_path, monkeypatch):
 def test_types_fit_together(tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
     run("mypy", "--strict", "-p", "quen_shs")
+
+
+def test_readme_is_true(tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    text = (HERE.parents[1] / "README.md").read_text()
+    program, printed = re.search(r"^```python\n(.*?)^```\n\n^```text\n(.*?)^```$", text, re.MULTILINE | re.DOTALL).groups()
+    result = subprocess.run([sys.executable, "-c", program], text=True, stdout=subprocess.PIPE, check=True)
+    assert result.stdout == printed
