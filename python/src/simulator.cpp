@@ -296,7 +296,11 @@ void BindSimulator(py::module_& module) {
              self.generator.seed(seed);
            })
       .def_property(
-          "random_state", [](const Simulator& self) { return StateOf(self.generator); },
+          "random_state",
+          [](Simulator& self) {
+            const InUse in_use(self.is_in_use, "Simulator");
+            return StateOf(self.generator);
+          },
           [](Simulator& self, const py::dict& state) {
             const InUse in_use(self.is_in_use, "Simulator");
             self.generator = GeneratorOf(state);
