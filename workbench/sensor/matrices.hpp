@@ -49,4 +49,10 @@ typename Vector::PlainObject OfLengthOne(const Eigen::MatrixBase<Vector>& vector
   return vector.stableNormalized();
 }
 
+/// Each column so.
+inline Matrix ColumnsOfLengthOne(Matrix matrix) {
+  for (auto column : matrix.colwise()) column = OfLengthOne(column);
+  return matrix;
+}
+
 }  // namespace quen::workbench

@@ -255,9 +255,9 @@ std::optional<double> FilteredShare(const Matrix& response) {
 /// two of them the same size.
 std::optional<Finding> RowTwice(const Matrix& m2s, const Matrix& cm) {
   constexpr double kSame = 1e-6;
-  if (!SameDirections(m2s).empty()) return std::nullopt;
   for (const auto& [first, second] : SameDirections(cm.transpose())) {
     if ((cm.row(second) - cm.row(first)).stableNorm() > kSame * cm.row(first).stableNorm()) continue;
+    if (!SameDirections(m2s).empty()) return std::nullopt;  // it is that matrix's fault
     return Finding{Verdict::kWrong,
                    "cm.inverse",
                    kSubject,
@@ -347,8 +347,7 @@ std::optional<Finding> CheckSame(const CalibrationContent& content) {
 
 std::vector<std::pair<Eigen::Index, Eigen::Index>> SameDirections(const Matrix& columns) {
   constexpr double kSame = 0.999;  // cosine of the angle between them; of a basis' noisy modes below 0.9
-  Matrix unit(columns.rows(), columns.cols());
-  for (Eigen::Index k = 0; k < unit.cols(); ++k) unit.col(k) = OfLengthOne(columns.col(k));
+  const Matrix unit = ColumnsOfLengthOne(columns);
   const Matrix cosines = unit.transpose() * unit;
   std::vector<std::pair<Eigen::Index, Eigen::Index>> same;
   for (Eigen::Index second = 1; second < cosines.rows(); ++second) {

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
 #include <optional>
 #include <utility>
 
@@ -22,16 +21,9 @@ double MedianOf(const Eigen::VectorXd& values) { return quen::common::UpperMedia
 
 // --- Shares of the modes' mean squares
 
-/// Each mode's slopes over their length; zeros stay.
-Matrix ModesOfLengthOne(const Matrix& m2s) {
-  Matrix slopes(m2s.rows(), m2s.cols());
-  for (Eigen::Index mode = 0; mode < slopes.cols(); ++mode) slopes.col(mode) = OfLengthOne(m2s.col(mode));
-  return slopes;
-}
-
 /// What of the slopes changes smoothly along either axis, each by itself.
 Eigen::VectorXd SmoothShares(const Matrix& m2s, const SlopeSpace& surfaces) {
-  const Matrix slopes = ModesOfLengthOne(m2s);
+  const Matrix slopes = ColumnsOfLengthOne(m2s);
   const Eigen::Index half = slopes.rows() / 2;
   const auto smooth = [&](const Matrix& block) -> Eigen::VectorXd {
     return surfaces.Shares(block).cwiseProduct(block.colwise().squaredNorm().transpose());
@@ -43,17 +35,13 @@ Eigen::VectorXd SmoothShares(const Matrix& m2s, const SlopeSpace& surfaces) {
 using Block = std::array<Eigen::Index, 9>;
 
 std::vector<Block> BlocksOf(const Lattice& lattice, const std::vector<std::size_t>& used) {
-  std::map<std::pair<int, int>, Eigen::Index> numbers;
-  for (std::size_t k = 0; k < used.size(); ++k) {
-    const Place& place = lattice.places[used[k]];
-    numbers[{place.row, place.column}] = static_cast<Eigen::Index>(k);
-  }
-  const auto block_around = [&](const std::pair<int, int>& middle) -> std::optional<Block> {
+  const NumbersByPlace numbers = NumbersOf(lattice, used);
+  const auto block_around = [&](const Place& middle) -> std::optional<Block> {
     Block block{};
     for (int k = 0; k < 9; ++k) {
-      const auto found = numbers.find({middle.first + k / 3 - 1, middle.second + k % 3 - 1});
+      const auto found = numbers.find({.row = middle.row + k / 3 - 1, .column = middle.column + k % 3 - 1});
       if (found == numbers.end()) return std::nullopt;
-      block.at(static_cast<std::size_t>(k)) = found->second;
+      block.at(static_cast<std::size_t>(k)) = static_cast<Eigen::Index>(found->second);
     }
     return block;
   };
@@ -154,7 +142,7 @@ void AddModes(const Matrix& m2s, const Shares& shares, Findings& findings) {
 Eigen::VectorXd NoiseShares(const Matrix& m2s, const Lattice& lattice, const std::vector<std::size_t>& used) {
   constexpr std::array<double, 9> kWeights = {1.0, -2.0, 1.0, -2.0, 4.0, -2.0, 1.0, -2.0, 1.0};
   constexpr double kSquares = 36.0;
-  const Matrix slopes = ModesOfLengthOne(m2s);
+  const Matrix slopes = ColumnsOfLengthOne(m2s);
   const Eigen::Index half = slopes.rows() / 2;
   const std::vector<Block> blocks = BlocksOf(lattice, used);
   if (blocks.empty()) return Eigen::VectorXd::Zero(slopes.cols());

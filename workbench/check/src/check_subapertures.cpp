@@ -46,18 +46,18 @@ std::optional<Eigen::RowVectorXd> Weights(const std::vector<std::pair<int, int>>
   return std::nullopt;
 }
 
-/// The slopes of each used sub-aperture, and what its neighbours let expect of them.
+/// The slopes of each used sub-aperture, and what its neighbours let expect of them. Those without slopes say nothing
+/// of their neighbours.
 class Expectation {
  public:
   /// @param slopes  of modes of length 1 each
   Expectation(Matrix slopes, const Lattice& lattice, const std::vector<std::size_t>& used)
-      : slopes_(std::move(slopes)), places_(used.size()), is_odd_(used.size(), false) {
-    std::map<std::pair<int, int>, std::size_t> numbers;
+      : slopes_(std::move(slopes)), is_odd_(used.size()) {
+    const NumbersByPlace numbers = NumbersOf(lattice, used);
     for (std::size_t k = 0; k < used.size(); ++k) {
-      places_[k] = {lattice.places[used[k]].row, lattice.places[used[k]].column};
-      numbers[places_[k]] = k;
+      neighbours_.push_back(NeighboursOf(lattice.places[used[k]], numbers));
+      is_odd_[k] = !HasSlopes(k);
     }
-    for (const auto& place : places_) neighbours_.push_back(NeighboursOf(place, numbers));
   }
 
   /// What its neighbours let expect of a sub-aperture: y slopes of all modes, then x slopes. None of too few
@@ -82,14 +82,14 @@ class Expectation {
   }
 
   /// How far the slopes of a sub-aperture are from what its neighbours let expect, over the latter; squares. 0 where
-  /// nothing is expected.
-  [[nodiscard]] double Oddness(std::size_t k) { return Of(k) ? Misfit(k, k) : 0.0; }
+  /// nothing is expected, or nothing is there.
+  [[nodiscard]] double Oddness(std::size_t k) { return HasSlopes(k) && Of(k) ? Misfit(k, k) : 0.0; }
 
-  /// The same with the slopes of another one in its place; infinite where nothing is expected.
-  [[nodiscard]] double Misfit(std::size_t k, std::size_t other) {
+  /// The same with the slopes of another one in its place, divided by a factor; infinite where nothing is expected.
+  [[nodiscard]] double Misfit(std::size_t k, std::size_t other, double factor = 1.0) {
     const auto expected = Of(k);
     if (!expected) return std::numeric_limits<double>::infinity();
-    return (SlopesOf(other) - *expected).squaredNorm() / expected->squaredNorm();
+    return (SlopesOf(other) / factor - *expected).squaredNorm() / expected->squaredNorm();
   }
 
   /// So many times the slopes are as large as expected.
@@ -98,29 +98,21 @@ class Expectation {
     return expected ? SlopesOf(k).dot(*expected) / expected->squaredNorm() : 1.0;
   }
 
-  /// What of the slopes is left, in the same measure, once they are divided by their factor.
-  [[nodiscard]] double MisfitScaled(std::size_t k, double factor) {
-    const auto expected = Of(k);
-    return expected ? (SlopesOf(k) / factor - *expected).squaredNorm() / expected->squaredNorm() : 0.0;
-  }
-
   /// From now on it says nothing of its neighbours.
   void LeaveOut(std::size_t k) { is_odd_[k] = true; }
 
   [[nodiscard]] const std::vector<std::size_t>& Near(std::size_t k) const { return neighbours_[k].numbers; }
-  [[nodiscard]] std::size_t Size() const { return places_.size(); }
-  [[nodiscard]] bool HasSlopes(std::size_t k) const { return SlopesOf(k).squaredNorm() > 0.0; }
+  [[nodiscard]] std::size_t Size() const { return neighbours_.size(); }
 
  private:
-  static Neighbours NeighboursOf(const std::pair<int, int>& place,
-                                 const std::map<std::pair<int, int>, std::size_t>& numbers) {
+  static Neighbours NeighboursOf(const Place& place, const NumbersByPlace& numbers) {
     constexpr int kReach = 2;
     Neighbours neighbours;
     for (int row = -kReach; row <= kReach; ++row) {
       for (int column = -kReach; column <= kReach; ++column) {
         const int square = row * row + column * column;
         if (square == 0 || square > kReach * kReach) continue;
-        const auto found = numbers.find({place.first + row, place.second + column});
+        const auto found = numbers.find({.row = place.row + row, .column = place.column + column});
         if (found == numbers.end()) continue;
         neighbours.numbers.push_back(found->second);
         neighbours.offsets.emplace_back(row, column);
@@ -137,10 +129,11 @@ class Expectation {
     return both;
   }
 
+  [[nodiscard]] bool HasSlopes(std::size_t k) const { return SlopesOf(k).squaredNorm() > 0.0; }
+
   Matrix slopes_;
-  std::vector<std::pair<int, int>> places_;
   std::vector<Neighbours> neighbours_;
-  std::vector<bool> is_odd_;
+  std::vector<bool> is_odd_;  ///< or without slopes
   /// Of each shape of neighbours.
   std::map<std::vector<std::pair<int, int>>, std::optional<Eigen::RowVectorXd>> weights_;
 };
@@ -159,12 +152,7 @@ Numbers OddOnes(Expectation& expectation) {
   constexpr double kMostOfThem = 0.9;
   constexpr std::size_t kMost = 12;
   std::vector<double> oddness(expectation.Size());
-  for (std::size_t k = 0; k < oddness.size(); ++k) {
-    if (!expectation.HasSlopes(k)) expectation.LeaveOut(k);
-  }
-  for (std::size_t k = 0; k < oddness.size(); ++k) {
-    oddness[k] = expectation.HasSlopes(k) ? expectation.Oddness(k) : 0.0;
-  }
+  for (std::size_t k = 0; k < oddness.size(); ++k) oddness[k] = expectation.Oddness(k);
   std::vector<double> all = oddness;
   const double least = std::max(kOdd, kStandsOut * quen::common::Quantile(all, kMostOfThem));
   Numbers odd;
@@ -189,7 +177,7 @@ OddSubapertures SortedOut(const Numbers& odd, Expectation& expectation) {
   Numbers rest;
   for (const std::size_t k : odd) {
     const double factor = expectation.Factor(k);
-    if (expectation.MisfitScaled(k, factor) < kFits) {
+    if (!expectation.Of(k) || expectation.Misfit(k, k, factor) < kFits) {
       sorted.scaled.emplace_back(k, factor);
     } else {
       rest.push_back(k);
@@ -290,9 +278,7 @@ void AddOdd(const OddSubapertures& odd, const std::vector<std::size_t>& used, Fi
 }  // namespace
 
 OddSubapertures FindOddSubapertures(const Matrix& m2s, const Lattice& lattice, const std::vector<std::size_t>& used) {
-  Matrix slopes(m2s.rows(), m2s.cols());
-  for (Index mode = 0; mode < slopes.cols(); ++mode) slopes.col(mode) = OfLengthOne(m2s.col(mode));
-  Expectation expectation(slopes, lattice, used);
+  Expectation expectation(ColumnsOfLengthOne(m2s), lattice, used);
   const Numbers all = OddOnes(expectation);
   OddSubapertures odd = SortedOut(all, expectation);
   odd.sound = m2s;

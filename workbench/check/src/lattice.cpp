@@ -152,16 +152,22 @@ std::optional<Lattice> Lattice::Fit(const std::vector<Roi>& rois) {
   Point lowest = grid.Rounded(points.front());
   for (const Point& point : points) lowest = lowest.cwiseMin(grid.Rounded(point));
   Lattice lattice = {grid.steps.col(0).norm(), grid.steps.col(1).norm(), {}};
-  std::set<std::pair<int, int>> taken;
+  std::set<Place> taken;
   std::size_t near = 0;
   for (const Point& point : points) {
     const Point place = grid.Rounded(point) - lowest;
     if ((grid.Exact(point) - grid.Rounded(point)).cwiseAbs().maxCoeff() < kFar) ++near;
-    lattice.places.push_back({static_cast<int>(place.x()), static_cast<int>(place.y())});
-    if (!taken.emplace(lattice.places.back().column, lattice.places.back().row).second) return std::nullopt;
+    lattice.places.push_back({.row = static_cast<int>(place.y()), .column = static_cast<int>(place.x())});
+    if (!taken.insert(lattice.places.back()).second) return std::nullopt;
   }
   if (static_cast<double>(near) < kMostOfThem * static_cast<double>(points.size())) return std::nullopt;
   return lattice;
+}
+
+NumbersByPlace NumbersOf(const Lattice& lattice, const std::vector<std::size_t>& used) {
+  NumbersByPlace numbers;
+  for (std::size_t k = 0; k < used.size(); ++k) numbers[lattice.places[used[k]]] = k;
+  return numbers;
 }
 
 std::vector<ListOrder> ListOrders(const Lattice& lattice, const std::vector<std::size_t>& used) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <compare>
 #include <cstddef>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,10 +14,12 @@
 
 namespace quen::workbench {
 
-/// The place of each sub-aperture, counted from the lowest column and row of the grid.
+/// The place of each sub-aperture, counted from the lowest row and column of the grid; row by row.
 struct Place {
-  int column;
   int row;
+  int column;
+
+  auto operator<=>(const Place&) const = default;
 };
 
 /// A square grid fitted to the references: neighbours are found by their distance, so that the grid may be turned by a
@@ -28,6 +32,10 @@ struct Lattice {
   double pitch_y;
   std::vector<Place> places;
 };
+
+/// Of each place with a used sub-aperture, its number in the list of the used ones.
+using NumbersByPlace = std::map<Place, std::size_t>;
+NumbersByPlace NumbersOf(const Lattice& lattice, const std::vector<std::size_t>& used);
 
 /// A list of the used sub-apertures in one of the orders that programs write.
 struct ListOrder {

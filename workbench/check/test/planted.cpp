@@ -19,7 +19,6 @@ namespace {
 using Eigen::Index;
 using Eigen::Vector2d;
 
-constexpr Index kAcross = 33;
 constexpr Index kCells = kAcross * kAcross;
 constexpr Index kModes = 52;
 constexpr double kDegree = std::numbers::pi / 180.0;

@@ -16,7 +16,8 @@
 
 namespace quen::workbench::planted {
 
-inline constexpr Eigen::Index kUsed = 607;  ///< sub-apertures, and elements of either block of the slope vector
+inline constexpr Eigen::Index kAcross = 33;  ///< sub-apertures in a row, and in a column
+inline constexpr Eigen::Index kUsed = 607;   ///< sub-apertures, and elements of either block of the slope vector
 
 // --- Calibrations
 

@@ -87,14 +87,16 @@ TEST(PlantedCalibration, HasTheGradientsOfTiltAndDefocus) {
 double CurlOf(const CalibrationContent& content) {
   std::vector<Index> number(1089, -1);
   for (Index k = 0; const std::size_t i : UsedPlaces(content)) number[i] = k++;
+  constexpr std::size_t kRow = kAcross;
+  constexpr std::size_t kDiagonal = kRow + 1;
   double sum = 0.0;
   double count = 0.0;
-  for (std::size_t i = 0; i + 34 < number.size(); ++i) {
+  for (std::size_t i = 0; i + kDiagonal < number.size(); ++i) {
     const Index a = number[i];
     const Index b = number[i + 1];
-    const Index c = number[i + 34];
-    const Index d = number[i + 33];
-    if (i % 33 == 32 || a < 0 || b < 0 || c < 0 || d < 0) continue;
+    const Index c = number[i + kDiagonal];
+    const Index d = number[i + kRow];
+    if (i % kRow == kRow - 1 || a < 0 || b < 0 || c < 0 || d < 0) continue;
     const auto row = [&](Index s) { return content.m2s.row(s); };
     const Eigen::RowVectorXd around =
         row(kUsed + a) + row(kUsed + b) + row(b) + row(c) - row(kUsed + c) - row(kUsed + d) - row(d) - row(a);

@@ -19,7 +19,6 @@ using Content = CalibrationContent;
 using Eigen::Index;
 using Permutation = std::vector<Index>;
 
-constexpr Index kWidth = 33;
 constexpr Index kSlopes = 2 * kUsed;
 
 // --- Slopes in another order, and with other factors
@@ -105,7 +104,7 @@ SlopeMap Listed(const Content& content, Key key) {
   std::iota(order.begin(), order.end(), Index{0});
   std::ranges::sort(order, {}, [&](Index k) {
     const Index cell = cells[static_cast<std::size_t>(k)];
-    return key(cell / kWidth, cell % kWidth);
+    return key(cell / kAcross, cell % kAcross);
   });
   SlopeMap map = Identity();
   for (std::size_t k = 0; k < order.size(); ++k) {
@@ -254,7 +253,7 @@ void ListRegions(Content& content, const Permutation& from) {
 
 Mistake OfLists(const std::string& word, const std::string& detail, Index (*from)(Index row, Index column)) {
   Permutation order;
-  for (Index i = 0; i < kWidth * kWidth; ++i) order.push_back(from(i / kWidth, i % kWidth));
+  for (Index i = 0; i < kAcross * kAcross; ++i) order.push_back(from(i / kAcross, i % kAcross));
   return {.word = word,
           .detail = detail,
           .place = Place::kRegions,
@@ -480,11 +479,11 @@ std::vector<Mistake> RegionMistakes() {
   mistakes.push_back(OfRegions("counted_from_1", "bounds", {1, 1, 1, 1}, 0.0, 0.0));
   mistakes.push_back(OfRegions("inclusive_bounds", "", {0, -1, 0, -1}, 0.0, 0.0));
   mistakes.push_back(
-      OfLists("by_columns", "list of regions", [](Index row, Index column) { return kWidth * column + row; }));
+      OfLists("by_columns", "list of regions", [](Index row, Index column) { return kAcross * column + row; }));
   mistakes.push_back(OfLists("mirrored_x", "list of regions",
-                             [](Index row, Index column) { return kWidth * row + (kWidth - 1 - column); }));
+                             [](Index row, Index column) { return kAcross * row + (kAcross - 1 - column); }));
   mistakes.push_back(OfLists("mirrored_y", "list of regions",
-                             [](Index row, Index column) { return kWidth * (kWidth - 1 - row) + column; }));
+                             [](Index row, Index column) { return kAcross * (kAcross - 1 - row) + column; }));
 
   const auto of_pupil = [](const Pupil& pupil) {
     return [pupil](const Content& content) {

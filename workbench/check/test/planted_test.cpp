@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <iostream>
 #include <map>
+#include <numeric>
 #include <regex>
 #include <set>
 
@@ -314,18 +316,33 @@ double OffsetOf(const CalibrationContent& content) {
   return std::max(std::abs(x), std::abs(y)) / static_cast<double>(content.rois.size());
 }
 
+using Flags = std::vector<std::uint8_t>;
+
+std::ptrdiff_t Unlike(const Flags& one, const Flags& other) {
+  return std::inner_product(one.begin(), one.end(), other.begin(), std::ptrdiff_t{0}, std::plus(), std::not_equal_to());
+}
+
+/// Whether a pupil looks the same in a list with columns from the right, rows from the top, or both: but for what is
+/// too little to be seen.
+bool LooksTheSame(const Flags& flags, bool is_from_right, bool is_from_top) {
+  constexpr std::ptrdiff_t kUnseen = 24;
+  constexpr std::size_t kLast = kAcross - 1;
+  Flags image;
+  for (std::size_t row = 0; row <= kLast; ++row) {
+    for (std::size_t column = 0; column <= kLast; ++column) {
+      image.push_back(flags[kAcross * (is_from_top ? kLast - row : row) + (is_from_right ? kLast - column : column)]);
+    }
+  }
+  return Unlike(flags, image) <= kUnseen;
+}
+
 /// On a pupil that is the same upside down, a list from the last to the first is that of modes upside down. A pixel
 /// more, where half a pixel is missing already, is half a pixel less.
 bool CanBeSeen(const Mistake& mistake, const CalibrationContent& good) {
   constexpr double kParity = 0.23;                                                       // pixels
   if (mistake.word == "inclusive_bounds" && good.rois.front().width < 22) return false;  // there are gaps already
   if (mistake.place == Place::kRegions && mistake.Undo && OffsetOf(good) > kParity) return false;
-  if (mistake.word != "turned_180" || mistake.place != Place::kBoth) return true;
-  int different = 0;
-  for (std::size_t i = 0; i < good.used.size(); ++i) {
-    if (good.used[i] != good.used[good.used.size() - 1 - i]) ++different;
-  }
-  return different > 24;
+  return mistake.word != "turned_180" || mistake.place != Place::kBoth || !LooksTheSame(good.used, true, true);
 }
 
 void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
@@ -458,15 +475,8 @@ std::vector<MistakePair> PairsOfKinds() {
 bool IsMirrorImage(const MistakePair& pair, const CalibrationContent& good) {
   const auto& [first, second] = pair;
   if (first.place != Place::kBoth || second.place != Place::kBoth || !first.word.ends_with("_flipped")) return false;
-  if (second.word != "mirrored_x" && second.word != "mirrored_y") return false;
-  int different = 0;
-  for (std::size_t i = 0; i < good.used.size(); ++i) {
-    const std::size_t row = i / 33;
-    const std::size_t column = i % 33;
-    const std::size_t image = second.word == "mirrored_x" ? 33 * row + 32 - column : 33 * (32 - row) + column;
-    if (good.used[i] != good.used[image]) ++different;
-  }
-  return different <= 24;
+  return (second.word == "mirrored_x" && LooksTheSame(good.used, true, false)) ||
+         (second.word == "mirrored_y" && LooksTheSame(good.used, false, true));
 }
 
 void PlantPairs(const std::vector<MistakePair>& pairs, std::size_t stride, double least_named, double least_restored,
@@ -518,9 +528,8 @@ TEST(Planted, FlagsOfAnyOtherPupilAreNamed) {
       EXPECT_EQ(named->verdict, Verdict::kWrong);
       for (const Correction& correction : named->corrections) {  // right, but for one in the place of its like
         correction.apply(content);
-        std::ptrdiff_t wrong = 0;
-        for (std::size_t i = 0; i < flags.size(); ++i) wrong += content.used[i] != Made(recipes[k]).used[i] ? 1 : 0;
-        EXPECT_LE(wrong, 2) << Name(recipes[k]) << ", flags of " << pupils[other].name;
+        EXPECT_LE(Unlike(content.used, Made(recipes[k]).used), 2)
+            << Name(recipes[k]) << ", flags of " << pupils[other].name;
       }
     }
   }

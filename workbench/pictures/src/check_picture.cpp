@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <span>
 #include <string_view>
 
 #include "workbench/pictures/src/check_panels.hpp"
@@ -62,10 +63,10 @@ struct Version {
   CalibrationContent content;
 };
 
+/// As it stands first, then as each of the corrections would have it.
 std::vector<Version> VersionsOf(const CalibrationContent& content, const Finding& finding) {
   std::vector<Version> versions = {{", as it stands", content}};
   for (const Correction& correction : finding.corrections) {
-    if (versions.size() == kPanelsInARow) break;
     const std::size_t number = versions.size();
     versions.push_back(
         {finding.corrections.size() > 1 ? fmt::format(", put right ({})", number) : ", put right", content});
@@ -81,8 +82,9 @@ struct Section {
 };
 
 /// Each look at all versions, as many as have room in a row.
-std::vector<Panel> Compared(const std::vector<Look>& looks, const std::vector<Version>& versions) {
+std::vector<Panel> Compared(const std::vector<Look>& looks, std::span<const Version> versions) {
   std::vector<Panel> panels;
+  versions = versions.first(std::min(versions.size(), kPanelsInARow));
   for (const Look& look : looks) {
     if (panels.size() + versions.size() > kPanelsInARow) break;
     for (const Version& version : versions) {
@@ -93,31 +95,32 @@ std::vector<Panel> Compared(const std::vector<Look>& looks, const std::vector<Ve
   return panels;
 }
 
-/// The file that a correction changes.
-const char* FileOf(const CalibrationContent& content, const Correction& correction) {
-  CalibrationContent corrected = content;
-  correction.apply(corrected);
+/// The file that a correction has changed.
+const char* FileOf(const CalibrationContent& content, const CalibrationContent& corrected) {
   if (corrected.m2s != content.m2s) return "M2S.fits";
   return corrected.cm != content.cm ? "CM.fits" : "shs_rois.fits";
 }
 
 /// "(1) scaled in CM.fits, (2) scaled in M2S.fits".
-std::string CorrectionWords(const CalibrationContent& content, const Finding& finding) {
+std::string CorrectionWords(const Finding& finding, const std::vector<Version>& versions) {
+  const CalibrationContent& as_it_stands = versions.front().content;
   std::vector<std::string> words;
   for (const Correction& correction : finding.corrections) {
     std::string mistake = correction.mistake;
     std::ranges::replace(mistake, '_', ' ');
-    words.push_back(fmt::format("({}) {} in {}", words.size() + 1, mistake, FileOf(content, correction)));
+    const std::size_t number = words.size() + 1;
+    words.push_back(fmt::format("({}) {} in {}", number, mistake, FileOf(as_it_stands, versions[number].content)));
   }
   return fmt::format("{}", fmt::join(words, ", "));
 }
 
 Section SectionOf(const CalibrationContent& content, const Finding& finding) {
+  const std::vector<Version> versions = VersionsOf(content, finding);
   Section section;
   section.lines.push_back(fmt::format("{}: {}: {}", Word(finding.verdict), finding.subject, finding.text));
   if (!finding.advice.empty()) section.lines.push_back("→ " + finding.advice);
-  if (finding.corrections.size() > 1) section.lines.push_back("Put right: " + CorrectionWords(content, finding));
-  section.panels = Compared(LooksAt(finding), VersionsOf(content, finding));
+  if (finding.corrections.size() > 1) section.lines.push_back("Put right: " + CorrectionWords(finding, versions));
+  section.panels = Compared(LooksAt(finding), versions);
   return section;
 }
 
