@@ -177,7 +177,7 @@ OddSubapertures SortedOut(const Numbers& odd, Expectation& expectation) {
   Numbers rest;
   for (const std::size_t k : odd) {
     const double factor = expectation.Factor(k);
-    if (!expectation.Of(k) || expectation.Misfit(k, k, factor) < kFits) {
+    if (expectation.Misfit(k, k, factor) < kFits) {
       sorted.scaled.emplace_back(k, factor);
     } else {
       rest.push_back(k);

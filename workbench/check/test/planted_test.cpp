@@ -404,6 +404,34 @@ TEST(Planted, SingleFaultsAreNamedInAMatrixOfTwentyPercentNoise) {
   shares.Print("single modes and sub-apertures at 20 % noise");
 }
 
+/// At the rim, with slopes of other modes all around: there is nothing that its slopes could be a multiple of.
+TEST(Planted, ASubapertureWithoutSoundNeighboursIsNotSaidToBeScaled) {
+  constexpr Eigen::Index kReach = 2;
+  constexpr Eigen::Index kRow = 2;  // the first one that has used sub-apertures
+  constexpr Eigen::Index kColumn = kAcross / 2;
+  CalibrationContent content = Made({.modes = Modes::kSquareMirror});
+  for (Eigen::Index i = 0, k = 0; i < kAcross * kAcross; ++i) {
+    if (content.used[static_cast<std::size_t>(i)] == 0) continue;
+    const Eigen::Index rows = i / kAcross - kRow;
+    const Eigen::Index columns = i % kAcross - kColumn;
+    for (const Eigen::Index slope : {k, kUsed + k}) {
+      if (rows == 0 && columns == 0) {
+        content.m2s.row(slope) *= -3.0;
+      } else if (rows * rows + columns * columns <= kReach * kReach) {
+        content.m2s.row(slope).reverseInPlace();
+      }
+    }
+    ++k;
+  }
+  const Findings findings = Examine(content);
+  const std::size_t number = kAcross * kRow + kColumn;
+  const auto found = std::ranges::find_if(findings, [&](const Finding& finding) {
+    return finding.key == "m2s.subapertures" && std::ranges::count(finding.numbers, number) > 0;
+  });
+  ASSERT_NE(found, findings.end()) << ToldOf(findings);
+  EXPECT_NE(found->text.find("do not fit"), std::string::npos) << found->text;
+}
+
 TEST(Planted, MistakesInRegionsAreNamedAndPutRight) { PlantEach(RegionMistakes(), 0, 2, "regions and flags"); }
 
 // --- Pairs
