@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <random>
 #include <tuple>
 #include <utility>
@@ -17,7 +18,8 @@ Fields Normalised(const Fields& fields) {
     const double largest = fields.col(k).cwiseAbs().maxCoeff();
     if (largest > 0.0) normalised.col(count++) = (fields.col(k) / largest).normalized();
   }
-  return normalised.leftCols(count);
+  normalised.conservativeResize(Eigen::NoChange, count);
+  return normalised;
 }
 
 /// Chebyshev polynomials 0 to n, and their derivatives.
@@ -50,22 +52,26 @@ Eigen::MatrixXd PointsOf(const std::vector<Roi>& rois, const std::vector<std::si
   return (points.rowwise() - 0.5 * (low + high)) / radius;
 }
 
-/// Rows of one block, in the order of the used sub-apertures.
+/// Rows of one block, in the order of the used sub-apertures, as they are in each of the orders: side by side.
 Eigen::MatrixXd Ordered(const Fields& fields, Eigen::Index first, Eigen::Index step,
-                        const std::vector<std::size_t>& place) {
-  Eigen::MatrixXd block(static_cast<Eigen::Index>(place.size()), fields.cols());
-  for (std::size_t k = 0; k < place.size(); ++k) {
-    block.row(static_cast<Eigen::Index>(place[k])) = fields.row(first + step * static_cast<Eigen::Index>(k));
+                        const std::vector<ListOrder>& orders) {
+  Eigen::MatrixXd blocks(fields.rows() / 2, fields.cols() * static_cast<Eigen::Index>(orders.size()));
+  for (Eigen::Index column = 0; const ListOrder& order : orders) {
+    for (Eigen::Index k = 0; k < blocks.rows(); ++k) {
+      const auto to = static_cast<Eigen::Index>(order.place[static_cast<std::size_t>(k)]);
+      blocks.block(to, column, 1, fields.cols()) = fields.row(first + step * k);
+    }
+    column += fields.cols();
   }
-  return block;
+  return blocks;
 }
 
 }  // namespace
 
 SlopeSpace::SlopeSpace(const Fields& vectors) : vectors_(Normalised(vectors)) {
   constexpr double kRidge = 1e-10;  // of vectors of length 1: where they depend on each other, to rounding
-  Eigen::MatrixXd gram = vectors_.transpose() * vectors_;
-  gram.diagonal().array() += kRidge;
+  Eigen::MatrixXd gram = kRidge * Eigen::MatrixXd::Identity(vectors_.cols(), vectors_.cols());
+  gram.selfadjointView<Eigen::Lower>().rankUpdate(vectors_.transpose());  // all that is read of it, in half the time
   gram_.compute(gram);
 }
 
@@ -119,20 +125,25 @@ double SlopeSpace::Share(const Fields& fields) const {
   return Solved(vectors_.transpose() * normalised).squaredNorm() / static_cast<double>(normalised.cols());
 }
 
+Eigen::MatrixXd SlopeSpace::PartOfY(const Eigen::MatrixXd& slopes) const {
+  return Solved(vectors_.topRows(slopes.rows()).transpose() * slopes);
+}
+
+Eigen::MatrixXd SlopeSpace::PartOfX(const Eigen::MatrixXd& slopes) const {
+  return Solved(vectors_.bottomRows(slopes.rows()).transpose() * slopes);
+}
+
 /// With x in units r times too small the share is (A + 2 r B + r² C) / (Y + r² X): the largest eigenvalue of a 2 × 2
 /// problem says what r is, and its sign whether a block is flipped. Where even that explains little, there is no unit.
-std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Eigen::MatrixXd& y, const Eigen::MatrixXd& x,
-                                                     const Layout& layout, const UnitLimits& limits) const {
+std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Block& y, const Block& x, const Layout& layout,
+                                                     const UnitLimits& limits) {
   constexpr double kEnough = 0.75;
-  const Eigen::Index half = vectors_.rows() / 2;
-  const double y_square = y.squaredNorm();
-  const double x_square = x.squaredNorm();
+  const double y_square = y.square;
+  const double x_square = x.square;
   if (!(y_square > 0.0) || !(x_square > 0.0)) return {};
-  const Eigen::MatrixXd y_part = Solved(vectors_.topRows(half).transpose() * y);
-  const Eigen::MatrixXd x_part = Solved(vectors_.bottomRows(half).transpose() * x);
-  const double a = y_part.squaredNorm();
-  const double b = y_part.cwiseProduct(x_part).sum();
-  const double c = x_part.squaredNorm();
+  const double a = y.part.squaredNorm();
+  const double b = y.part.cwiseProduct(x.part).sum();
+  const double c = x.part.squaredNorm();
   const auto share = [&](double r) { return (a + 2.0 * r * b + r * r * c) / (y_square + r * r * x_square); };
   std::vector<Candidate> candidates;
   for (const bool is_flipped : {false, true}) {
@@ -164,7 +175,10 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::InPlace(const Fields& fields) con
   const Eigen::Index half = fields.rows() / 2;
   constexpr UnitLimits kLimits = {1.1, 0.0};
   const Fields normalised = Normalised(fields);
-  std::vector<Candidate> candidates = Signs(normalised.topRows(half), normalised.bottomRows(half), Layout(), kLimits);
+  const Fields y = normalised.topRows(half);
+  const Fields x = normalised.bottomRows(half);
+  std::vector<Candidate> candidates =
+      Signs({PartOfY(y), y.squaredNorm()}, {PartOfX(x), x.squaredNorm()}, Layout(), kLimits);
   std::ranges::stable_sort(candidates, std::greater(), &Candidate::share);
   return candidates;
 }
@@ -177,18 +191,24 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Try(const Fields& fields, const F
   for (const bool is_transposed : {false, true}) {
     const Fields sample = Sample(is_transposed ? transposed : fields);
     for (const bool is_interleaved : {false, true}) {
-      for (std::size_t order = 0; order < orders.size(); ++order) {
-        const auto& place = orders[order].place;
-        const Eigen::MatrixXd first = Ordered(sample, 0, is_interleaved ? 2 : 1, place);
-        const Eigen::MatrixXd second = Ordered(sample, is_interleaved ? 1 : half, is_interleaved ? 2 : 1, place);
-        for (const bool is_x_first : {false, true}) {
+      const Eigen::MatrixXd first = Ordered(sample, 0, is_interleaved ? 2 : 1, orders);
+      const Eigen::MatrixXd second = Ordered(sample, is_interleaved ? 1 : half, is_interleaved ? 2 : 1, orders);
+      for (const bool is_x_first : {false, true}) {
+        const auto& [y, x] = is_x_first ? std::tie(second, first) : std::tie(first, second);
+        const Eigen::MatrixXd y_parts = PartOfY(y);
+        const Eigen::MatrixXd x_parts = PartOfX(x);
+        for (std::size_t order = 0; order < orders.size(); ++order) {
           Layout layout;
           layout.is_transposed = is_transposed;
           layout.is_interleaved = is_interleaved;
           layout.is_x_first = is_x_first;
           layout.order = order;
-          const auto& [y, x] = is_x_first ? std::tie(second, first) : std::tie(first, second);
-          for (const Candidate& candidate : Signs(y, x, layout, kLimits)) candidates.push_back(candidate);
+          const auto in_order = [&](const Eigen::MatrixXd& all) {
+            return all.middleCols(static_cast<Eigen::Index>(order) * sample.cols(), sample.cols());
+          };
+          std::ranges::copy(Signs({in_order(y_parts), in_order(y).squaredNorm()},
+                                  {in_order(x_parts), in_order(x).squaredNorm()}, layout, kLimits),
+                            std::back_inserter(candidates));
         }
       }
     }

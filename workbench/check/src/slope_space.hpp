@@ -57,8 +57,15 @@ class SlopeSpace {
     double size;
     double gain;
   };
-  [[nodiscard]] std::vector<Candidate> Signs(const Eigen::MatrixXd& y, const Eigen::MatrixXd& x, const Layout& layout,
-                                             const UnitLimits& limits) const;
+  /// Slopes along one axis.
+  struct Block {
+    Eigen::MatrixXd part;  ///< of the space, in an orthonormal basis
+    double square;         ///< of all of them
+  };
+  [[nodiscard]] static std::vector<Candidate> Signs(const Block& y, const Block& x, const Layout& layout,
+                                                    const UnitLimits& limits);
+  [[nodiscard]] Eigen::MatrixXd PartOfY(const Eigen::MatrixXd& slopes) const;
+  [[nodiscard]] Eigen::MatrixXd PartOfX(const Eigen::MatrixXd& slopes) const;
 
   Eigen::MatrixXd vectors_;
   Eigen::LLT<Eigen::MatrixXd> gram_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <numbers>
 #include <numeric>
 #include <stdexcept>
@@ -50,6 +51,13 @@ std::pair<double, double> SquaredDistances(int column, int row) {
   return {square(nearest), square(farthest)};
 }
 
+/// The first of the sub-apertures that are as far from the middle along the two axes, or along the other ones: eight of
+/// them or fewer, on which a pupil without a spider looks the same.
+std::size_t FirstAlike(std::size_t i) {
+  const auto [least, most] = std::minmax({std::abs(ColumnsFromMiddle(i)), std::abs(RowsFromMiddle(i))});
+  return kGridSize * static_cast<std::size_t>(16 - most) + static_cast<std::size_t>(16 - least);
+}
+
 }  // namespace
 
 Cell CellAt(const Geometry& geometry, std::size_t i) {
@@ -85,7 +93,10 @@ int LitPoints(const Geometry& geometry, std::size_t i) {
 
 std::vector<std::uint8_t> UsedFlags(const Geometry& geometry) {
   std::vector<int> lit(kNumRois);
-  for (std::size_t i = 0; i < lit.size(); ++i) lit[i] = LitPoints(geometry, i);
+  for (std::size_t i = 0; i < lit.size(); ++i) {
+    const std::size_t first = geometry.spider_angle ? i : FirstAlike(i);
+    lit[i] = first < i ? lit[first] : LitPoints(geometry, i);
+  }
   const auto any_light = std::ranges::count_if(lit, [](int points) { return points > 0; });
   if (any_light < static_cast<std::ptrdiff_t>(kNumRoisUsed)) {
     throw std::invalid_argument("only " + std::to_string(any_light) + " sub-apertures are lit, and " +
