@@ -34,7 +34,8 @@ quen::common::Fits::Handle OpenFits(const InputFile& file, const std::optional<s
 ///                             may hold more than the file has bytes: the caller looks at its axes first
 quen::common::Fits::Handle OpenImage(const InputFile& file, const std::string& extension);
 
-/// Reads the elements of an image, or one plane of a cube, as doubles, BSCALE and BZERO applied.
+/// Reads the elements of an image, or one plane of a cube, as doubles, BSCALE and BZERO applied. Those without a value,
+/// as BLANK says of whole numbers, are NaN.
 /// @param plane     counted from 0; none: the whole image
 /// @param elements  room for as many as there are
 /// @throws std::runtime_error  they cannot be read

@@ -17,7 +17,7 @@ double ArrowMagnification(const Overlay& overlay);
 /// The magnification in words, and how many used sub-apertures have no arrow.
 std::string ArrowLegend(const Overlay& overlay);
 
-/// Draws a frame, and sub-apertures on it if there are any. Returns a PNG file.
+/// Draws a frame, and sub-apertures on it if there are any; says how many pixels have no value. Returns a PNG file.
 /// @throws std::runtime_error  there is no memory for it
 std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::optional<Overlay>& overlay,
                       const std::string& title);

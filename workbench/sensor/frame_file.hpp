@@ -17,6 +17,7 @@ struct Frame {
   std::size_t height;
   std::vector<std::uint16_t> pixels;
   bool is_unsigned = false;
+  std::vector<std::uint8_t> blank = {};  ///< other than 0 where a pixel, then 0, has no value; empty if all have one
 
   [[nodiscard]] quen::centroiders::PixelSign Sign() const {
     return is_unsigned ? quen::centroiders::PixelSign::kUnsigned : quen::centroiders::PixelSign::kSigned;
@@ -25,7 +26,7 @@ struct Frame {
   [[nodiscard]] double Value(std::uint16_t pixel) const {
     return is_unsigned ? pixel : static_cast<std::int16_t>(pixel);
   }
-  /// Those of all pixels.
+  /// Those of all pixels, NaN where there is none.
   [[nodiscard]] std::vector<double> Values() const;
 };
 
@@ -44,7 +45,8 @@ class FrameReader {
   [[nodiscard]] std::size_t Count() const { return axes_.size() == 3 ? axes_[2] : 1; }
 
   /// Reads a frame, numbered from 0. It is unsigned if the file says so by BZERO = 32768, or if a pixel is above 32767.
-  /// @throws std::runtime_error  it cannot be read, or its pixels are not whole numbers of 16 bits
+  /// Pixels that are NaN, or BLANK among whole numbers, have no value.
+  /// @throws std::runtime_error  it cannot be read, no pixel has a value, or one is no whole number of 16 bits
   [[nodiscard]] Frame Read(std::size_t number) const;
 
  private:

@@ -68,6 +68,7 @@ struct MeasuredFrames {
   std::size_t at_limit = 0;                   ///< spots
   std::size_t without_light = 0;              ///< spots whose flux is not above 0
   std::size_t spots = 0;                      ///< all of them
+  std::size_t blank = 0;                      ///< pixels without a value, of whole frames; taken for bad ones
   std::vector<std::vector<SlopeRow>> slopes;  ///< of each frame, all sub-apertures
 };
 

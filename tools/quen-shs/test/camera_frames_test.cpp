@@ -128,6 +128,39 @@ TEST_F(CameraFrames, AreCorrectedForTheMapsOfTheCamera) {
   EXPECT_GT(LargestDifference(), 1.0);
 }
 
+TEST_F(CameraFrames, PixelsWithoutAValueAreBadOnes) {
+  const std::string hot = "y, x = numpy.indices(d.shape); hot = (31 * x + 17 * y) % 97 == 0; ";
+  MakeCamera(hot + "fits.writeto(\"" + File("bad.fits") + "\", hot.astype(numpy.uint8)); fits.PrimaryHDU(d)");
+  const std::string correlation = " --engine correlation --template-from " + File("camera.fits");
+  const std::string bad =
+      Measured(File("camera.fits") + " --bad-pixels " + File("bad.fits") + correlation + " --output " + File("a.fits"));
+  EXPECT_EQ(bad.find("value"), std::string::npos) << bad;
+  const std::string of_blanks = hot + "h = {}; h.header[\"BLANK\"] = -9; h";
+  for (const std::string hdu :
+       {"fits.PrimaryHDU(numpy.where(hot, -9, d).astype(numpy.int16))", "fits.PrimaryHDU(numpy.where(hot, -9, d))",
+        "fits.CompImageHDU(numpy.where(hot, -9, d).astype(numpy.int16))"}) {
+    MakeCamera(fmt::format(fmt::runtime(of_blanks), hdu));
+    const std::string told = Measured(File("camera.fits") + correlation + " --output " + File("b.fits"));
+    EXPECT_NE(told.find("\nwarning: 7066 pixels have no value, and are taken for bad ones\n"), std::string::npos)
+        << told;
+    EXPECT_NE(told.find("\npixels                  0 to 3847, read as signed numbers\n"), std::string::npos) << told;
+    EXPECT_EQ(LargestDifference(), 0.0) << hdu;
+  }
+  MakeCamera(hot + "fits.PrimaryHDU(numpy.where(hot, numpy.nan, d))");
+  const std::string json = Measured(File("camera.fits") + correlation + " --json --output " + File("b.fits"));
+  EXPECT_NE(json.find("\"blank_pixels\": 7066,"), std::string::npos) << json;
+  EXPECT_EQ(LargestDifference(), 0.0);
+  MakeCamera(hot + "fits.PrimaryHDU(numpy.stack([d, numpy.where(hot, numpy.nan, d), d]))");
+  Measured(File("camera.fits") + " --output " + File("b.fits"));
+  const Outcome of_cube = quen::testing::Run(
+      QUEN_PYTHON " -c 'from astropy.io import fits; b = fits.open(\"" + File("b.fits") +
+      "\"); x = [b[\"slopes\", k].data[\"x\"] for k in (1, 2, 3)]; print((x[0] == x[2]).all(), (x[0] == x[1]).all())'");
+  EXPECT_EQ(of_cube.out, "True False\n") << of_cube.err;
+  MakeCamera("fits.PrimaryHDU(d * numpy.nan)");
+  ExpectRefusal(File("camera.fits"), 1,
+                "quen-shs: " + File("camera.fits") + ": expected pixels with values, found none");
+}
+
 TEST_F(CameraFrames, OnAPedestalThatTheDarkMapTakesAwayAreNotWarnedOf) {
   MakeCamera("fits.writeto(\"" + File("dark.fits") +
              "\", d * 0 + 200); fits.PrimaryHDU((d + 200).astype(numpy.int16))");

@@ -134,6 +134,33 @@ bool IsEmptyBeforeOthers(const InputFile& file, const Handle& image) {
          Reading(file, [&] { return quen::common::Fits::ReadImgParams(image).first.empty(); });
 }
 
+/// Whether the header that the handle stands on has a keyword, whatever its value is.
+bool HasCard(const Handle& handle, const char* key) {
+  std::array<char, FLEN_CARD> card{};
+  int status = 0;
+  fits_read_card(handle->file, key, card.data(), &status);
+  fits_clear_errmsg();
+  return status == 0;
+}
+
+/// Gives NaN to the elements that have no value: in an image of whole numbers they are what its header calls BLANK, in
+/// a compressed one what its tiles say. Reading without asking for them has taken them for numbers.
+void MarkBlanks(const Handle& image, std::optional<std::size_t> plane, int bitpix, std::vector<double>& elements) {
+  int status = 0;
+  const bool is_compressed = fits_is_compressed_image(image->file, &status) != 0;
+  if (elements.empty() || (!is_compressed && (bitpix < 0 || !HasCard(image, "BLANK")))) return;
+  std::array<long, 3> first = {1, 1, static_cast<long>(plane.value_or(0)) + 1};
+  std::vector<double> values(elements.size());
+  std::vector<char> is_blank(elements.size());
+  int any = 0;
+  fits_read_pixnull(image->file, TDOUBLE, first.data(), static_cast<LONGLONG>(values.size()), values.data(),
+                    is_blank.data(), &any, &status);
+  RequireSuccess(status, "no values");
+  for (std::size_t k = 0; k < elements.size(); ++k) {
+    if (is_blank[k] != 0) elements[k] = std::numeric_limits<double>::quiet_NaN();
+  }
+}
+
 /// Whether a keyword is there and has a value.
 /// @throws std::runtime_error  that cannot be told
 bool IsThere(const InputFile& file, const char* key, int status) {
@@ -186,6 +213,7 @@ void ReadElements(const InputFile& file, const Handle& image, std::optional<std:
     } else {
       quen::common::Fits::ReadImgPriv(image, elements.data(), elements.size(), bitpix, TDOUBLE, std::nullopt);
     }
+    MarkBlanks(image, plane, bitpix, elements);
   } catch (const std::runtime_error&) {
     fits_clear_errmsg();
     throw std::runtime_error(file.Name() + ": its pixels cannot be read; the file may be cut short");

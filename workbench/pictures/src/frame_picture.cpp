@@ -65,7 +65,8 @@ std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::opt
     plane.DrawArrows(*overlay, ArrowMagnification(*overlay));
   }
   Use(canvas.Cairo(), kInk);
-  Write(canvas.Cairo(), kMargin, kTop - kTitleAbove, title);
+  Write(canvas.Cairo(), kMargin, kTop - kTitleAbove,
+        title + NotFinite(std::ranges::count_if(frame.blank, [](std::uint8_t blank) { return blank != 0; })));
   return canvas.Png();
 }
 

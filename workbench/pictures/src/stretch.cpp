@@ -51,6 +51,13 @@ RankLine FitRankLine(const Eigen::ArrayXd& samples, Eigen::Index fewest) {
   return line;
 }
 
+/// Of the pixels that have one.
+std::vector<double> ValuesOf(const Frame& frame) {
+  std::vector<double> values = frame.Values();
+  std::erase_if(values, [](double value) { return std::isnan(value); });
+  return values;
+}
+
 double Brightest(const Frame& frame) {
   double brightest = 1.0;
   for (const std::uint16_t pixel : frame.pixels) brightest = std::max(brightest, frame.Value(pixel));
@@ -98,13 +105,13 @@ Stretch ZScaleStretch(const std::vector<double>& values) {
 }
 
 Stretch ZScaleStretch(const Frame& frame) {
-  Stretch stretch = ZScaleStretch(frame.Values());
+  Stretch stretch = ZScaleStretch(ValuesOf(frame));
   if (!(stretch.white > stretch.black)) stretch.white = stretch.black + 1.0;  // an even frame
   return stretch;
 }
 
 Stretch PercentileStretch(const Frame& frame) {
-  std::vector<double> values = frame.Values();
+  std::vector<double> values = ValuesOf(frame);
   const double black = common::Quantile(values, 0.25);
   return {black, std::max(common::Quantile(values, 0.995), black + 1.0), Stretch::Curve::kSquareRoot};
 }

@@ -5,6 +5,12 @@
 
 namespace quen::workbench {
 
+PixelMaps WithBlanks(PixelMaps maps, const Frame& frame) {
+  if (!frame.blank.empty()) maps.bad.resize(frame.blank.size());
+  for (std::size_t k = 0; k < frame.blank.size(); ++k) maps.bad[k] |= frame.blank[k];
+  return maps;
+}
+
 std::vector<double> CorrectedValues(const Frame& frame, const PixelMaps& maps) {
   constexpr double kLeastResponse = 0.001;
   std::vector<double> values = frame.Values();

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "common/fits/fits.hpp"
 #include "workbench/fits/content.hpp"
@@ -35,6 +36,20 @@ void RequirePixels(const std::string& name, const std::vector<double>& pixels, s
                   name, lowest, highest, *wrong, index % width, index / width));
 }
 
+/// Tells pixels without a value, and gives them 0.
+/// @return  empty if all have one
+/// @throws std::runtime_error  none has
+std::vector<std::uint8_t> TakeBlanks(const std::string& name, std::vector<double>& pixels) {
+  const auto is_blank = [](double pixel) { return std::isnan(pixel); };
+  const auto blanks = std::ranges::count_if(pixels, is_blank);
+  if (blanks == 0) return {};
+  if (blanks == std::ssize(pixels)) throw std::runtime_error(name + ": expected pixels with values, found none");
+  std::vector<std::uint8_t> blank(pixels.size());
+  std::ranges::transform(pixels, blank.begin(), is_blank);
+  std::ranges::replace_if(pixels, is_blank, 0.0);
+  return blank;
+}
+
 std::vector<std::size_t> AxesOf(const InputFile& file, const Handle& image) {
   return Reading(file, [&] { return quen::common::Fits::ReadImgParams(image).first; });
 }
@@ -45,6 +60,9 @@ std::vector<double> Frame::Values() const {
   std::vector<double> values;
   values.reserve(pixels.size());
   for (const std::uint16_t pixel : pixels) values.push_back(Value(pixel));
+  for (std::size_t k = 0; k < blank.size(); ++k) {
+    if (blank[k] != 0) values[k] = std::numeric_limits<double>::quiet_NaN();
+  }
   return values;
 }
 
@@ -61,12 +79,13 @@ Frame FrameReader::Read(std::size_t number) const {
   std::vector<double> pixels(Width() * Height());
   const std::optional<std::size_t> plane = axes_.size() == 3 ? std::optional(number) : std::nullopt;
   ReadElements(file_, image_, plane, pixels);
+  std::vector<std::uint8_t> blank = TakeBlanks(file_.Name(), pixels);
   constexpr double kUnsigned = 32768.0;
   const bool is_unsigned = NumberKey(file_, image_, "BZERO", 0.0) == kUnsigned ||
                            std::ranges::any_of(pixels, [](double pixel) { return pixel > kHighestSigned; });
   RequirePixels(file_.Name(), pixels, Width(), is_unsigned ? 0.0 : kLowestSigned,
                 is_unsigned ? kHighestUnsigned : kHighestSigned);
-  Frame frame = {Width(), Height(), std::vector<std::uint16_t>(pixels.size()), is_unsigned};
+  Frame frame = {Width(), Height(), std::vector<std::uint16_t>(pixels.size()), is_unsigned, std::move(blank)};
   std::ranges::transform(pixels, frame.pixels.begin(),
                          [](double pixel) { return static_cast<std::uint16_t>(static_cast<std::int32_t>(pixel)); });
   return frame;

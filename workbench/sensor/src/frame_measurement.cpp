@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <memory>
 
 #include "workbench/fits/interruption.hpp"
 #include "workbench/sensor/corrected_frame.hpp"
@@ -15,12 +16,36 @@ using quen::centroiders::PixelSign;
 
 PixelRange RangeOf(const Frame& frame) {
   PixelRange range;
-  for (const std::uint16_t pixel : frame.pixels) {
-    range.lowest = std::min(range.lowest, frame.Value(pixel));
-    range.highest = std::max(range.highest, frame.Value(pixel));
+  for (const double value : frame.Values()) {
+    if (std::isnan(value)) continue;
+    range.lowest = std::min(range.lowest, value);
+    range.highest = std::max(range.highest, value);
   }
   return range;
 }
+
+/// Engines as frames need them, each made once for those that are alike.
+class EnginesForFrames {
+ public:
+  explicit EnginesForFrames(const MeasureOptions& options) : options_(options) {}
+
+  Engine& For(const Frame& frame, PixelSign sign) {
+    Made& made = made_[sign];
+    if (!made.engine || made.blank != frame.blank) {
+      made = {MakeEngine(options_.engine, {sign, WithBlanks(options_.maps, frame), options_.spot}), frame.blank};
+    }
+    return *made.engine;
+  }
+
+ private:
+  struct Made {
+    std::unique_ptr<Engine> engine;
+    std::vector<std::uint8_t> blank;  ///< pixels that it takes for bad ones
+  };
+
+  const MeasureOptions& options_;
+  std::map<PixelSign, Made> made_;
+};
 
 void AddSpots(const Camera& camera, const MeasureOptions& options, MeasuredFrames& measured) {
   for (const std::size_t i : UsedIndices(camera.RoisUsed())) {
@@ -57,7 +82,7 @@ PixelSign PixelRange::Sign() const { return highest > kHighestSigned ? PixelSign
 
 MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const MeasureOptions& options) {
   RequireSensorSize(frames);
-  std::map<PixelSign, std::unique_ptr<Engine>> engines;
+  EnginesForFrames engines(options);
   MeasuredFrames measured;
   for (std::size_t number = 0; number < frames.Count(); ++number) {
     ThrowIfInterrupted();
@@ -69,10 +94,9 @@ MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const Me
         PedestalOf(CorrectedValues(frame, options.maps), frame.width, camera.Rois(), camera.RoisUsed());
     if (std::abs(pedestal.share) > std::abs(measured.pedestal.share)) measured.pedestal = pedestal;
 
-    std::unique_ptr<Engine>& centroiding = engines[range.Sign()];
-    if (!centroiding) centroiding = MakeEngine(options.engine, {range.Sign(), options.maps, options.spot});
+    measured.blank += frame.blank.size() - static_cast<std::size_t>(std::ranges::count(frame.blank, 0));
     camera.Load(frame.pixels);
-    camera.ComputeSlopes(*centroiding, options.limit, std::nullopt);
+    camera.ComputeSlopes(engines.For(frame, range.Sign()), options.limit, std::nullopt);
     AddSpots(camera, options, measured);
     measured.slopes.push_back(MeasuredSlopes(camera));
   }

@@ -30,7 +30,8 @@ struct Spot {
 };
 
 std::vector<Spot> SpotsIn(const Frame& frame, const PixelMaps& maps, Camera& camera) {
-  const auto engine = MakeEngine("correlation:top=surface,subtract=border", {.sign = frame.Sign(), .maps = maps});
+  const auto engine =
+      MakeEngine("correlation:top=surface,subtract=border", {.sign = frame.Sign(), .maps = WithBlanks(maps, frame)});
   camera.Load(frame.pixels);
   camera.ComputeSlopes(*engine, kSlopeLimit, std::nullopt);
   std::vector<Spot> spots;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <optional>
 
@@ -23,6 +24,7 @@ namespace {
 
 using quen::testing::AppendTable;
 using quen::testing::ExpectThrows;
+using quen::testing::kInfinity;
 using quen::testing::kNan;
 using quen::testing::Ramp;
 using quen::testing::TempDir;
@@ -134,6 +136,15 @@ void WriteFrame(const std::string& path, const std::vector<double>& stored, std:
   ASSERT_EQ(status, 0);
 }
 
+void WriteBlank(const std::string& path, int blank) {
+  fitsfile* file = nullptr;
+  int status = 0;
+  fits_open_file(&file, path.c_str(), READWRITE, &status);
+  fits_update_key(file, TINT, "BLANK", &blank, nullptr, &status);
+  fits_close_file(file, &status);
+  ASSERT_EQ(status, 0);
+}
+
 TEST(FrameFile, SignedPixelsAreTakenAsTheyAre) {
   const TempDir folder;
   WriteFrame(folder / "f.fits", {0, 1, -1, 32767, -32768, 5, 6, 7, 8, 9, 10, 11}, std::nullopt);
@@ -187,13 +198,38 @@ TEST(FrameFile, PixelsThatAreNoWholeNumbersOf16BitsAreRefused) {
                                    {{-32769.0, 0.0}, "-32768 to 32767, found -32769 at column 0, row 0"},
                                    {{1.0, 65536.0}, "0 to 65535, found 65536 at column 1, row 0"},
                                    {{-1.0, 40000.0}, "0 to 65535, found -1 at column 0, row 0"},
-                                   {{0.0, kNan}, "-32768 to 32767, found nan at column 1, row 0"}};
+                                   {{0.0, -kInfinity}, "-32768 to 32767, found -inf at column 1, row 0"}};
   for (const Case& wrong : cases) {
     const std::string path = folder / "f.fits";
     WriteImage(path, DOUBLE_IMG, {2, 1}, wrong.pixels);
     ExpectThrows<std::runtime_error>(path + ": expected pixels that are whole numbers from " + wrong.complaint,
                                      [&] { ReadFrame(InputFile(path)); });
   }
+}
+
+TEST(FrameFile, PixelsThatAreNanOrBlankHaveNoValue) {
+  const TempDir folder;
+  WriteImage(folder / "nan.fits", DOUBLE_IMG, {2, 2}, {7.0, kNan, kNan, 40000.0});
+  WriteFrame(folder / "plain.fits", {7, 5, 5, -3, 0, 0, 0, 0, 0, 0, 0, 0}, std::nullopt);
+  WriteFrame(folder / "blank.fits", {7, 5, 5, -3, 0, 0, 0, 0, 0, 0, 0, 0}, 32768.0);
+  for (const char* const name : {"nan.fits", "plain.fits", "blank.fits"}) WriteBlank(folder / name, 5);
+  const Frame of_nan = ReadFrame(InputFile(folder / "nan.fits"));
+  EXPECT_EQ(of_nan.pixels, (std::vector<std::uint16_t>{7, 0, 0, 40000}));
+  EXPECT_EQ(of_nan.blank, (std::vector<std::uint8_t>{0, 1, 1, 0}));
+  EXPECT_TRUE(std::isnan(of_nan.Values()[2]));
+  EXPECT_EQ(of_nan.Values()[3], 40000.0);
+  for (const auto& [name, zero] : {std::pair("plain.fits", 0U), {"blank.fits", 32768U}}) {
+    const Frame frame = ReadFrame(InputFile(folder / name));
+    EXPECT_EQ(frame.blank, (std::vector<std::uint8_t>{0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(frame.pixels[0], 7 + zero);
+    EXPECT_EQ(frame.pixels[1], 0);
+    EXPECT_EQ(frame.pixels[4], zero);
+  }
+  WriteBlank(folder / "plain.fits", 6);
+  EXPECT_TRUE(ReadFrame(InputFile(folder / "plain.fits")).blank.empty());
+  WriteImage(folder / "none.fits", DOUBLE_IMG, {2, 1}, {kNan, kNan});
+  ExpectThrows<std::runtime_error>((folder / "none.fits") + ": expected pixels with values, found none",
+                                   [&] { ReadFrame(InputFile(folder / "none.fits")); });
 }
 
 TEST(FrameFile, OtherImagesAreRefused) {

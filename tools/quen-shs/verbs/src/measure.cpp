@@ -70,6 +70,10 @@ void AddPixels(Report& report, const workbench::MeasuredFrames& measured, const 
   const std::string sign = measured.pixels.Sign() == quen::centroiders::PixelSign::kUnsigned ? "unsigned" : "signed";
   report.Add("pixels", {{"read_as", sign}, {"lowest", lowest}, {"highest", highest}}, "pixels",
              fmt::format("{:.0f} to {:.0f}, read as {} numbers", lowest, highest, sign));
+  if (measured.blank > 0) {
+    report.AddLine(fmt::format("warning: {} pixels have no value, and are taken for bad ones", measured.blank));
+  }
+  report.Add("blank_pixels", measured.blank);
   const auto& [counts, share] = measured.pedestal;
   report.Add("pedestal", {{"counts", counts}, {"share", share}});
   if (!measured.pedestal.IsNoticeable() || workbench::TakesPedestalAway(engine)) return;
@@ -178,7 +182,7 @@ void AddMeasure(CommandLine& line) {
 Measures the 607 used spots of a frame, simulated or from an instrument: a FITS image of 840 x 816 pixels, or a cube of
 such frames. Its tiles may be compressed, and its pixels may have any type, if they are whole numbers from -32768 to
 32767 or from 0 to 65535. Engines read them as signed numbers if all of them are, otherwise as unsigned ones, unless
-their option says so.
+their option says so. Pixels without a value, which are NaN or what BLANK in the header says, are bad ones.
 
 With maps of the camera each pixel is corrected before an engine sees it, and bad ones do not count: an engine without
 weights takes the mean of their neighbours.
