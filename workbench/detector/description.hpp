@@ -37,6 +37,8 @@ struct DetectorDescription {
   std::vector<InputFile> files;    ///< that it was read from: the description, then the maps
 };
 
+inline constexpr const char* kSeedKeyword = "SEED";  ///< beside a detector's parameters in headers
+
 /// Of the pixels of a detector's frames, or of the simulator's where there is none: a detector counts from 0 on.
 inline quen::centroiders::PixelSign SignOf(const std::shared_ptr<const DetectorDescription>& detector) {
   return detector ? quen::centroiders::PixelSign::kUnsigned : quen::centroiders::PixelSign::kSigned;
@@ -56,5 +58,12 @@ std::string InWords(const DetectorDescription& detector);
 
 /// Every parameter, in the header that the file stands on.
 void WriteDetectorKeys(const quen::common::Fits::Handle& file, const DetectorDescription& detector);
+
+/// Copies what the header of a detector's frame says of the detector, and the seed, to another header; nothing where
+/// the frame is not a detector's.
+/// @param file  the frame's
+/// @throws std::runtime_error  it cannot be read or written
+void CopyDetectorKeys(const InputFile& file, const quen::common::Fits::Handle& from,
+                      const quen::common::Fits::Handle& to);
 
 }  // namespace quen::workbench

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "common/fits/fits.hpp"
 #include "detector/detector.hpp"
 #include "workbench/fits/input_file.hpp"
 
@@ -10,6 +12,8 @@
 /// Maps of a detector's pixels: FITS files, an element for each of the 840 × 816 pixels.
 
 namespace quen::workbench {
+
+using KeyWriter = std::function<void(const quen::common::Fits::Handle& file)>;
 
 /// Reads a map: a primary image of 840 × 816 numbers of any type.
 /// @throws std::runtime_error  the file cannot be read, or is another image
@@ -20,8 +24,9 @@ std::vector<double> ReadMap(const InputFile& file);
 std::vector<quen::detector::PixelState> ReadPixelStates(const InputFile& file);
 
 /// A FITS file of a map, in doubles.
-/// @param what  it is, and its unit: a comment in its header
-std::string MapFile(const std::vector<double>& map, const std::string& what);
-std::string PixelStateFile(const std::vector<quen::detector::PixelState>& states);
+/// @param what        it is, and its unit: a comment in its header
+/// @param write_keys  writes what it was drawn from into its header; nothing if empty
+std::string MapFile(const std::vector<double>& map, const std::string& what, const KeyWriter& write_keys = {});
+std::string PixelStateFile(const std::vector<quen::detector::PixelState>& states, const KeyWriter& write_keys = {});
 
 }  // namespace quen::workbench

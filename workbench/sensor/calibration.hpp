@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "workbench/sensor/basis.hpp"
+#include "workbench/sensor/camera.hpp"
 #include "workbench/sensor/geometry.hpp"
 #include "workbench/sensor/matrices.hpp"
 
@@ -27,6 +28,7 @@ struct Calibration {
   Geometry geometry;
   std::string basis;               ///< the modes, in words
   std::string origin;              ///< of the modes-to-slopes matrix, in words
+  Exposure exposure;               ///< of the frames that it was measured with, if it was; a detector is in its header
   std::vector<std::uint8_t> used;  ///< usage flags
   Matrix m2s;                      ///< 1214 × 52, pixels per radian
   Matrix cm;                       ///< 52 × 1214, radians per pixel: the pseudo-inverse
@@ -41,7 +43,8 @@ Matrix ModesToSlopes(const std::vector<std::uint8_t>& used, const Basis& basis);
 Calibration MakeCalibration(const Geometry& geometry = {}, const Basis& basis = ZernikeBasis());
 
 /// The same with another modes-to-slopes matrix.
-Calibration WithMatrix(Calibration calibration, const Matrix& m2s, const std::string& origin);
+Calibration WithMatrix(Calibration calibration, const Matrix& m2s, const std::string& origin,
+                       const Exposure& exposure = {});
 
 /// @throws std::runtime_error  a file of a calibration is there already, and `force` is false
 void RefuseToReplace(const std::string& folder, bool force);

@@ -27,6 +27,9 @@ struct Exposure {
 /// Noise or detector, and the seed, in the header that the file stands on.
 void WriteExposureKeys(const quen::common::Fits::Handle& file, const Exposure& exposure);
 
+/// The same where there is a detector. Other files have the headers that the library's have.
+void WriteExposureOfDetector(const quen::common::Fits::Handle& file, const Exposure& exposure);
+
 /// The same for people, in a few words.
 std::string InWords(const Exposure& exposure);
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "workbench/fits/input_file.hpp"
+#include "workbench/sensor/camera.hpp"
 #include "workbench/sensor/displacements.hpp"
 
 /// @file
@@ -16,7 +17,9 @@ namespace quen::workbench {
 Displacements ReadDisplacements(const InputFile& file);
 
 /// A FITS file that ReadDisplacements reads.
-/// @param command  the one that writes it, for the header
-std::string DisplacementFile(const Displacements& displacements, const std::string& command);
+/// @param command   the one that writes it, for the header
+/// @param exposure  of the frame that has them; a detector goes into the header
+std::string DisplacementFile(const Displacements& displacements, const std::string& command,
+                             const Exposure& exposure = {});
 
 }  // namespace quen::workbench

@@ -49,6 +49,10 @@ class FrameReader {
   /// @throws std::runtime_error  it cannot be read, no pixel has a value, or one is no whole number of 16 bits
   [[nodiscard]] Frame Read(std::size_t number) const;
 
+  /// Copies what the image's header says of a detector to that which the file stands on.
+  /// @throws std::runtime_error  it cannot be read or written
+  void CopyDetectorKeysTo(const quen::common::Fits::Handle& file) const;
+
  private:
   const InputFile& file_;
   quen::common::Fits::Handle image_;

@@ -4,6 +4,8 @@
 #include <vector>
 
 #include "workbench/fits/input_file.hpp"
+#include "workbench/sensor/camera.hpp"
+#include "workbench/sensor/frame_file.hpp"
 #include "workbench/sensor/overlay.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
 
@@ -27,8 +29,12 @@ std::vector<SlopeRow> MeasuredSlopes(const quen::shssim::ShsSimulator& simulator
 /// points truncated to whole pixels), "rois_use" and "slopes".
 std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator);
 
-/// The same of several frames: a table "slopes" for each of them, whose EXTVER is its number, counted from 1.
+/// The same of the camera's frame, with what a detector is in the header of its slopes.
+std::string MeasurementFile(const Camera& camera, const Exposure& exposure);
+
+/// The same of the frames of a file, with what their header says of a detector: a table "slopes" for each of them,
+/// whose EXTVER is its number, counted from 1.
 std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator,
-                            const std::vector<std::vector<SlopeRow>>& frames);
+                            const std::vector<std::vector<SlopeRow>>& slopes, const FrameReader& frames);
 
 }  // namespace quen::workbench

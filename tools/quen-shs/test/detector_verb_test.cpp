@@ -194,6 +194,34 @@ TEST_F(FramesOfDetector, CloseTheLoop) {
   EXPECT_EQ(KeywordReadByAstropy(File("sensor/loop/frame.fits"), 0, "BZERO"), "32768");
 }
 
+TEST_F(FramesOfDetector, EveryFileTellsTheDetectorAndTheSeed) {
+  const std::string camera =
+      File("a_camera_of_so_long_a_name_that_the_names_of_its_maps_do_not_fit_into_one_card.json");
+  Done("detector --new --seed 5 --hot-pixels 200 " + camera);
+  const std::string levels = camera.substr(0, camera.size() - 5) + "_bad_pixel_levels.fits";
+  EXPECT_EQ(KeywordReadByAstropy(levels, 0, "SEED"), "5");
+  EXPECT_EQ(KeywordReadByAstropy(levels, 0, "HOTPIX"), "200.0");
+  EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(levels), "");
+  EXPECT_EQ(KeywordReadByAstropy(camera.substr(0, camera.size() - 5) + "_flat.fits", 0, "SEED"), "5");
+  const std::string exposure = " --detector " + camera + " --read-noise 7 --seed 9 ";
+  OnSensor("frame", exposure + "--truth " + File("truth.fits"));
+  OnSensor("measure", File("sensor/frame.fits") + " --engine weighted:pedestal=101 --output " + File("measured.fits"));
+  OnSensor("loop", exposure + "--frames 10 --engine weighted:pedestal=101 --folder " + File("loop"));
+  Done("calibrate " + File("poked") + " --measured --engine weighted:pedestal=101" + exposure);
+  for (const auto& [name, hdu] : std::vector<std::pair<std::string, int>>{{"truth.fits", 1},
+                                                                          {"measured.fits", 3},
+                                                                          {"loop/slopes.fits", 3},
+                                                                          {"loop/telemetry.fits", 1},
+                                                                          {"loop/frame.fits", 0},
+                                                                          {"poked/data/M2S.fits", 0},
+                                                                          {"poked/data/CM.fits", 0}}) {
+    EXPECT_EQ(KeywordReadByAstropy(File(name), hdu, "DETREAD"), "7.0") << name;
+    EXPECT_EQ(KeywordReadByAstropy(File(name), hdu, "DETBITS"), "16") << name;
+    EXPECT_EQ(KeywordReadByAstropy(File(name), hdu, "SEED"), "9") << name;
+    EXPECT_EQ(File(KeywordReadByAstropy(File(name), hdu, "DETLEVEL")), levels) << name;
+  }
+}
+
 TEST_F(FramesOfDetector, MeasureACalibration) {
   const std::string options = " --photons 1e5 --read-noise 3 --pedestal 100 --engine centre-of-gravity:background=100";
   Done("calibrate " + File("measured") + " --measured" + options);

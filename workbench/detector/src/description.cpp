@@ -15,6 +15,7 @@
 
 #include "shssim/spot.hpp"
 #include "workbench/detector/map_file.hpp"
+#include "workbench/fits/content.hpp"
 #include "workbench/fits/header.hpp"
 
 namespace quen::workbench {
@@ -209,6 +210,13 @@ void WriteValue(const Handle& file, const Parameter& parameter, bool value) {
   WriteKey(file, parameter.keyword, std::string(value ? "on" : "off"), parameter.what);
 }
 
+/// Whether a card of a frame's header is of its detector or its seed.
+bool TellsOfDetector(const std::string& card) {
+  const auto has_keyword = [&](const auto& entry) { return HasKeyword(card, entry.keyword); };
+  return HasKeyword(card, kSeedKeyword) || std::ranges::any_of(kParameters, has_keyword) ||
+         std::ranges::any_of(kMaps, has_keyword);
+}
+
 }  // namespace
 
 DetectorDescription ReadDetector(const std::string& name) {
@@ -261,6 +269,10 @@ void WriteDetectorKeys(const Handle& file, const DetectorDescription& detector) 
   }
   if (detector.engines_know_maps)
     WriteKey(file, "ENGMAPS", std::string("known"), "engines correct frames for the maps");
+}
+
+void CopyDetectorKeys(const InputFile& file, const Handle& from, const Handle& to) {
+  if (!TextKey(file, from, kParameters.front().keyword).empty()) CopyCards(file, from, to, TellsOfDetector);
 }
 
 }  // namespace quen::workbench

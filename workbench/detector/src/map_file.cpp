@@ -29,8 +29,9 @@ PixelState StateOf(double element, std::size_t pixel, const std::string& name) {
       element, pixel % kWidth, pixel / kWidth));
 }
 
-void WriteWhat(const Handle& image, const std::string& what) {
+void WriteWhat(const Handle& image, const std::string& what, const KeyWriter& write_keys) {
   WriteKey(image, "MAP", what, "what the elements are");
+  if (write_keys) write_keys(image);
   WriteCreator(image, "detector");
 }
 
@@ -59,19 +60,19 @@ std::vector<PixelState> ReadPixelStates(const InputFile& file) {
   return states;
 }
 
-std::string MapFile(const std::vector<double>& map, const std::string& what) {
+std::string MapFile(const std::vector<double>& map, const std::string& what, const KeyWriter& write_keys) {
   MemoryFits fits;
   quen::common::Fits::WriteImgPriv(fits.Image(), map.data(), map.size(), DOUBLE_IMG, TDOUBLE, {kWidth, kHeight});
-  WriteWhat(fits.Image(), what);
+  WriteWhat(fits.Image(), what, write_keys);
   return fits.Bytes();
 }
 
-std::string PixelStateFile(const std::vector<PixelState>& states) {
+std::string PixelStateFile(const std::vector<PixelState>& states, const KeyWriter& write_keys) {
   std::vector<std::uint8_t> bytes(states.size());
   std::ranges::transform(states, bytes.begin(), [](PixelState state) { return static_cast<std::uint8_t>(state); });
   MemoryFits fits;
   quen::common::Fits::WriteImgPriv(fits.Image(), bytes.data(), bytes.size(), BYTE_IMG, TBYTE, {kWidth, kHeight});
-  WriteWhat(fits.Image(), "0 good, 1 dead, 2 hot, 3 stuck");
+  WriteWhat(fits.Image(), "0 good, 1 dead, 2 hot, 3 stuck", write_keys);
   return fits.Bytes();
 }
 

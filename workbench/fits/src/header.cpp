@@ -1,9 +1,9 @@
 #include "workbench/fits/header.hpp"
 
 #include <array>
-#include <string_view>
 
 #include "workbench/fits/content.hpp"
+#include "workbench/fits/numbers.hpp"
 #include "workbench/fits/src/cfitsio_status.hpp"
 
 namespace quen::workbench {
@@ -38,20 +38,31 @@ void WriteCreator(const quen::common::Fits::Handle& file, const std::string& com
   WriteKey(file, "CREATOR", "quen-shs " + command + " " QUEN_VERSION, "what made this file");
 }
 
-void CopyKeywords(const InputFile& from, const quen::common::Fits::Handle& to) {
-  const quen::common::Fits::Handle source = OpenFits(from, std::nullopt);
+bool HasKeyword(std::string_view card, std::string_view keyword) {
+  constexpr std::size_t kKeyword = 8;
+  return Trimmed(card.substr(0, kKeyword)) == keyword;
+}
+
+void CopyCards(const InputFile& file, const quen::common::Fits::Handle& from, const quen::common::Fits::Handle& to,
+               const std::function<bool(const std::string& card)>& is_wanted) {
   int status = 0;
   int count = 0;
-  fits_get_hdrspace(source->file, &count, nullptr, &status);
+  bool is_copied = false;
+  fits_get_hdrspace(from->file, &count, nullptr, &status);
   for (int k = 1; k <= count && status == 0; ++k) {
     std::array<char, FLEN_CARD> card{};
-    fits_read_record(source->file, k, card.data(), &status);
-    const int kind = fits_get_keyclass(card.data());
-    const bool is_creator = std::string_view(card.data()).starts_with("CREATOR ");
-    if (kind == TYP_UNIT_KEY || (kind >= TYP_REFSYS_KEY && !is_creator))
-      fits_write_record(to->file, card.data(), &status);
+    fits_read_record(from->file, k, card.data(), &status);
+    if (!HasKeyword(card.data(), "CONTINUE")) is_copied = is_wanted(card.data());
+    if (is_copied) fits_write_record(to->file, card.data(), &status);
   }
-  RequireSuccess(status, from.Name() + ": its keywords cannot be copied");
+  RequireSuccess(status, file.Name() + ": its keywords cannot be copied");
+}
+
+void CopyKeywords(const InputFile& from, const quen::common::Fits::Handle& to) {
+  CopyCards(from, OpenFits(from, std::nullopt), to, [](std::string card) {
+    const int kind = fits_get_keyclass(card.data());
+    return kind == TYP_UNIT_KEY || (kind >= TYP_REFSYS_KEY && !HasKeyword(card, "CREATOR"));
+  });
 }
 
 }  // namespace quen::workbench

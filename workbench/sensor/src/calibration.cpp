@@ -45,6 +45,7 @@ std::string MatrixFile(const Calibration& calibration, const Matrix& matrix, con
   WriteKey(file, "CONTENT", title, "what this is");
   WriteKey(file, "BASIS", calibration.basis, "modes, in this order");
   WriteKey(file, "METHOD", calibration.origin, "of the modes-to-slopes matrix");
+  WriteExposureOfDetector(file, calibration.exposure);
   WriteKey(file, "PIXPRAD", PixelsPerRadian(), "[pix/rad] shift per phase across a sub-aperture");
   WriteGeometry(file, calibration.geometry);
   WriteCreator(file, kCommand);
@@ -97,10 +98,12 @@ Calibration MakeCalibration(const Geometry& geometry, const Basis& basis) {
   return WithMatrix(calibration, ModesToSlopes(calibration.used, basis), "mean gradients");
 }
 
-Calibration WithMatrix(Calibration calibration, const Matrix& m2s, const std::string& origin) {
+Calibration WithMatrix(Calibration calibration, const Matrix& m2s, const std::string& origin,
+                       const Exposure& exposure) {
   calibration.m2s = m2s;
   calibration.cm = PseudoInverse(m2s);
   calibration.origin = origin;
+  calibration.exposure = exposure;
   return calibration;
 }
 

@@ -24,7 +24,11 @@ void WriteExposureKeys(const quen::common::Fits::Handle& file, const Exposure& e
   } else {
     WriteKey(file, "NOISE", exposure.noise, "half-width, units of pixel values");
   }
-  WriteKey(file, "SEED", static_cast<long>(exposure.seed), "of all that is random");
+  WriteKey(file, kSeedKeyword, static_cast<long>(exposure.seed), "of all that is random");
+}
+
+void WriteExposureOfDetector(const quen::common::Fits::Handle& file, const Exposure& exposure) {
+  if (exposure.detector) WriteExposureKeys(file, exposure);
 }
 
 std::string InWords(const Exposure& exposure) {

@@ -71,9 +71,11 @@ Displacements ReadDisplacements(const InputFile& file) {
   return displacements;
 }
 
-std::string DisplacementFile(const Displacements& displacements, const std::string& command) {
+std::string DisplacementFile(const Displacements& displacements, const std::string& command, const Exposure& exposure) {
   MemoryFits fits;
-  WriteCreator(AppendDisplacements(fits, displacements), command);
+  const quen::common::Fits::Handle& table = AppendDisplacements(fits, displacements);
+  WriteExposureOfDetector(table, exposure);
+  WriteCreator(table, command);
   return fits.Bytes();
 }
 

@@ -91,6 +91,8 @@ Frame FrameReader::Read(std::size_t number) const {
   return frame;
 }
 
+void FrameReader::CopyDetectorKeysTo(const Handle& file) const { CopyDetectorKeys(file_, image_, file); }
+
 void RequireSensorSize(const FrameReader& frames) {
   if (frames.Count() == 0) throw std::runtime_error(frames.Name() + ": expected frames, found a cube of none");
   if (frames.Width() == kFrameWidth && frames.Height() == kFrameHeight) return;
@@ -112,7 +114,7 @@ std::string FrameFile(const Camera& camera, const Exposure& exposure) {
   const bool is_unsigned = exposure.Sign() == PixelSign::kUnsigned;
   quen::common::Fits::WriteImgPriv(fits.Image(), pixels.data(), pixels.size(), is_unsigned ? USHORT_IMG : SHORT_IMG,
                                    is_unsigned ? TUSHORT : TSHORT, {kFrameWidth, kFrameHeight});
-  if (is_unsigned) WriteExposureKeys(fits.Image(), exposure);
+  WriteExposureOfDetector(fits.Image(), exposure);
   return fits.Bytes();
 }
 

@@ -1,6 +1,7 @@
 #include "workbench/sensor/measurement_file.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <utility>
 
 #include "common/fits/fits.hpp"
@@ -14,6 +15,7 @@
 namespace quen::workbench {
 namespace {
 
+using quen::common::Fits::Handle;
 using quen::shssim::TruncateToPixel;
 
 std::vector<Roi> SyntheticRois() {
@@ -35,6 +37,23 @@ RegionRow RowOf(const Roi& roi) {
   const auto truncated = [](double reference) { return static_cast<std::int16_t>(TruncateToPixel(reference)); };
   return {roi.x_low, roi.x_up, static_cast<double>(truncated(roi.x_ref)),
           roi.y_low, roi.y_up, static_cast<double>(truncated(roi.y_ref))};
+}
+
+/// @param write_keys  writes what is known of a frame into the header of its slopes
+std::string FileOfSlopes(const quen::shssim::ShsSimulator& simulator, const std::vector<std::vector<SlopeRow>>& frames,
+                         const std::function<void(const Handle& table)>& write_keys) {
+  std::vector<RegionRow> regions;
+  regions.reserve(kNumRois);
+  for (const Roi& roi : simulator.Rois()) regions.push_back(RowOf(roi));
+  MemoryFits fits;
+  AppendRegions(fits, std::move(regions), false);
+  AppendFlags(fits, kMeasuredFlagTable, simulator.RoisUsed());
+  for (std::size_t number = 1; number <= frames.size(); ++number) {
+    const Handle& table = AppendSlopes(fits, frames[number - 1]);
+    if (frames.size() > 1) WriteKey(table, "EXTVER", static_cast<long>(number), "number of the frame, from 1");
+    write_keys(table);
+  }
+  return fits.Bytes();
 }
 
 }  // namespace
@@ -63,22 +82,17 @@ std::vector<SlopeRow> MeasuredSlopes(const quen::shssim::ShsSimulator& simulator
 }
 
 std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator) {
-  return MeasurementFile(simulator, {MeasuredSlopes(simulator)});
+  return FileOfSlopes(simulator, {MeasuredSlopes(simulator)}, [](const Handle&) {});
+}
+
+std::string MeasurementFile(const Camera& camera, const Exposure& exposure) {
+  return FileOfSlopes(camera, {MeasuredSlopes(camera)},
+                      [&](const Handle& table) { WriteExposureOfDetector(table, exposure); });
 }
 
 std::string MeasurementFile(const quen::shssim::ShsSimulator& simulator,
-                            const std::vector<std::vector<SlopeRow>>& frames) {
-  std::vector<RegionRow> regions;
-  regions.reserve(kNumRois);
-  for (const Roi& roi : simulator.Rois()) regions.push_back(RowOf(roi));
-  MemoryFits fits;
-  AppendRegions(fits, std::move(regions), false);
-  AppendFlags(fits, kMeasuredFlagTable, simulator.RoisUsed());
-  for (std::size_t number = 1; number <= frames.size(); ++number) {
-    const quen::common::Fits::Handle& table = AppendSlopes(fits, frames[number - 1]);
-    if (frames.size() > 1) WriteKey(table, "EXTVER", static_cast<long>(number), "number of the frame, from 1");
-  }
-  return fits.Bytes();
+                            const std::vector<std::vector<SlopeRow>>& slopes, const FrameReader& frames) {
+  return FileOfSlopes(simulator, slopes, [&](const Handle& table) { frames.CopyDetectorKeysTo(table); });
 }
 
 }  // namespace quen::workbench

@@ -85,7 +85,8 @@ Calibration Measured(const Calibration& calibration, const PokeOptions& options,
   RequireMeasured(m2s, options.engine);
   return WithMatrix(calibration, m2s,
                     fmt::format("measured: {}, {:g} pixels, {}, seed {}", options.engine, options.amplitude,
-                                InWords(options.exposure), options.exposure.seed));
+                                InWords(options.exposure), options.exposure.seed),
+                    options.exposure);
 }
 
 }  // namespace quen::workbench

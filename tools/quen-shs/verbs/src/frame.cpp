@@ -97,7 +97,9 @@ void RenderFrame(FrameArguments& command) {
   camera.Use(command.exposure);
   camera.Draw(displacements);
   files.Give(output, workbench::FrameFile(camera, command.exposure));
-  if (!command.truth.empty()) files.Give(command.truth, workbench::DisplacementFile(displacements, "frame"));
+  if (!command.truth.empty()) {
+    files.Give(command.truth, workbench::DisplacementFile(displacements, "frame", command.exposure));
+  }
   if (!command.png.empty()) files.Give(command.png, Picture(camera, command.exposure, displacements));
   files.Commit();
 

@@ -128,7 +128,8 @@ void RunOne(const LoopArguments& command, workbench::Camera& camera, const workb
     run = workbench::RunLoop(camera, disturbance, command.options, [&] { progress.Step(); });
     rate = progress.Rate();
   }
-  files.GiveAll({workbench::FrameFile(camera, command.options.exposure), workbench::MeasurementFile(camera),
+  files.GiveAll({workbench::FrameFile(camera, command.options.exposure),
+                 workbench::MeasurementFile(camera, command.options.exposure),
                  workbench::TelemetryFile(command.options, Source(command), run.records),
                  workbench::DrawLoop(workbench::FrameOf(camera, command.options.exposure), camera, run.records)});
   files.Commit();

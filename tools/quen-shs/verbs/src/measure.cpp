@@ -130,7 +130,7 @@ void Measure(const MeasureArguments& command) {
   if (!command.truth.empty()) options.truth = ReadIfNamed(command.truth, workbench::ReadDisplacements, files);
   const workbench::FrameReader frames(file, command.extension);
   const workbench::MeasuredFrames measured = workbench::MeasureFrames(frames, camera, options);
-  files.Give(output, workbench::MeasurementFile(camera, measured.slopes));
+  files.Give(output, workbench::MeasurementFile(camera, measured.slopes, frames));
   files.Commit();
 
   Report report;
