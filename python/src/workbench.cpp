@@ -193,7 +193,8 @@ std::vector<std::string> Calibrate(const std::string& folder, bool force, const 
       EngineInUse engine(measuring);
       std::mt19937 generator;
       const InPlaceOfTheThreads random(generator);
-      calibration = workbench::Measured(calibration,
+      workbench::Camera camera = workbench::CameraOn(calibration);
+      calibration = workbench::Measured(camera, calibration,
                                         {.engine = py::str(py::type::of(measuring).attr("__name__")),
                                          .amplitude = poke_amplitude,
                                          .exposure = ExposureOf(noise, seed, detector)},

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
+#include "workbench/sensor/camera.hpp"
 #include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
@@ -21,5 +23,9 @@ struct Pedestal {
 /// @param width   of the frame, pixels
 Pedestal PedestalOf(const std::vector<double>& values, std::size_t width, const std::vector<Roi>& rois,
                     const std::vector<std::uint8_t>& used);
+
+/// The same of a frame that the camera draws for it with a detector, its spots where they belong, as engines correct
+/// it; none without a detector. How frames are drawn, the camera is to be told anew: the first of them is this one.
+std::optional<Pedestal> PedestalOfDetector(Camera& camera, const Exposure& exposure);
 
 }  // namespace quen::workbench

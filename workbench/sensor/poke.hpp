@@ -29,12 +29,16 @@ inline constexpr int kPokeFrames = 2 * static_cast<int>(kNumModes);
 /// @param after_frame  called after each frame
 Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const std::function<void()>& after_frame);
 
-/// The calibration with its matrix measured so, by a camera on the calibration itself.
+/// A camera on a calibration that is on no disk.
+Camera CameraOn(const Calibration& calibration);
+
+/// A calibration with its matrix measured so.
+/// @param camera  on this calibration
 /// @throws std::runtime_error  a mode moves no spot, or the engine gives slopes that are not finite
-Calibration Measured(const Calibration& calibration, const PokeOptions& options,
+Calibration Measured(Camera& camera, const Calibration& calibration, const PokeOptions& options,
                      const std::function<void()>& after_frame);
 /// The same with this engine in place of the one that the options name, which says what it is called.
-Calibration Measured(const Calibration& calibration, const PokeOptions& options, Engine& engine,
+Calibration Measured(Camera& camera, const Calibration& calibration, const PokeOptions& options, Engine& engine,
                      const std::function<void()>& after_frame);
 
 }  // namespace quen::workbench

@@ -194,6 +194,28 @@ TEST_F(FramesOfDetector, CloseTheLoop) {
   EXPECT_EQ(KeywordReadByAstropy(File("sensor/loop/frame.fits"), 0, "BZERO"), "32768");
 }
 
+TEST_F(FramesOfDetector, AreWarnedOfAPedestalThatAnEngineTakesForLight) {
+  const std::string camera = " --photons 20000 --pedestal 100 ";
+  const auto warning = [](const std::string& engine) {
+    return "\nwarning: pixels between the spots have 100 counts, together 2.9 times the light of the spots, which " +
+           engine + " takes for light: give it the option pedestal=100 or subtract=border\n";
+  };
+  const std::string loop = "--frames 10" + camera;
+  const std::string sweep = "--sweep gain=0.1:0.2:0.1 --frames 10" + camera;
+  for (const std::string& arguments : {loop, sweep}) {
+    const std::string told = OnSensor("loop", arguments);
+    EXPECT_NE(told.find(warning("centre-of-gravity")), std::string::npos) << told;
+    EXPECT_EQ(told.find("warning"), told.rfind("warning")) << told;
+    const std::string aware = OnSensor("loop", arguments + "--engine weighted:pedestal=100");
+    EXPECT_EQ(aware.find("warning"), std::string::npos) << aware;
+  }
+  EXPECT_NE(OnSensor("loop", loop + "--json").find("\"pedestal\": {\n    \"counts\": 100.0,"), std::string::npos);
+  const std::string poked = Done("calibrate " + File("poked") + " --measured --engine weighted" + camera);
+  EXPECT_EQ(poked.find("warning"), poked.rfind("warning")) << poked;
+  EXPECT_NE(("\n" + poked).find(warning("weighted")), std::string::npos) << poked;
+  EXPECT_EQ(OnSensor("loop", "--frames 10").find("warning"), std::string::npos);
+}
+
 TEST_F(FramesOfDetector, EveryFileTellsTheDetectorAndTheSeed) {
   const std::string camera =
       File("a_camera_of_so_long_a_name_that_the_names_of_its_maps_do_not_fit_into_one_card.json");

@@ -4,6 +4,9 @@
 #include <limits>
 
 #include "common/statistics/quantile.hpp"
+#include "workbench/engines/engines.hpp"
+#include "workbench/sensor/corrected_frame.hpp"
+#include "workbench/sensor/frame_file.hpp"
 #include "workbench/sensor/overlay.hpp"
 
 namespace quen::workbench {
@@ -59,6 +62,14 @@ Pedestal PedestalOf(const std::vector<double>& values, std::size_t width, const 
   const double added = pedestal.counts * pixels;
   if (added != 0.0) pedestal.share = sum > added ? added / (sum - added) : std::numeric_limits<double>::infinity();
   return pedestal;
+}
+
+std::optional<Pedestal> PedestalOfDetector(Camera& camera, const Exposure& exposure) {
+  if (!exposure.detector) return std::nullopt;
+  camera.Use(exposure);
+  camera.Draw({});
+  return PedestalOf(CorrectedValues(FrameOf(camera, exposure), InputsFor(exposure.detector).maps), kFrameWidth,
+                    camera.Rois(), camera.RoisUsed());
 }
 
 }  // namespace quen::workbench

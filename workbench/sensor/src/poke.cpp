@@ -16,17 +16,6 @@
 namespace quen::workbench {
 namespace {
 
-/// A camera on a calibration that is on no disk.
-Camera CameraOn(const Calibration& calibration) {
-  std::vector<InputFile> files;
-  const std::vector<std::string> contents = CalibrationBytes(calibration);
-  for (std::size_t k = 0; k < contents.size(); ++k) {
-    files.push_back(InputFile::InMemory(kCalibrationFiles.at(k), contents[k]));
-  }
-  UseCalibration(std::move(files));
-  return MakeSimulator<Camera>();
-}
-
 /// @throws std::runtime_error  a mode moves no spot, or the slopes are not finite
 void RequireMeasured(const Matrix& m2s, const std::string& engine) {
   if (!m2s.allFinite()) {
@@ -69,18 +58,28 @@ Matrix PushAndPull(Camera& camera, const PokeOptions& options, Engine& engine,
 
 }  // namespace
 
+Camera CameraOn(const Calibration& calibration) {
+  std::vector<InputFile> files;
+  const std::vector<std::string> contents = CalibrationBytes(calibration);
+  for (std::size_t k = 0; k < contents.size(); ++k) {
+    files.push_back(InputFile::InMemory(kCalibrationFiles.at(k), contents[k]));
+  }
+  UseCalibration(std::move(files));
+  return MakeSimulator<Camera>();
+}
+
 Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const std::function<void()>& after_frame) {
   return PushAndPull(camera, options, *MakeEngine(options.engine, InputsFor(options.exposure.detector)), after_frame);
 }
 
-Calibration Measured(const Calibration& calibration, const PokeOptions& options,
+Calibration Measured(Camera& camera, const Calibration& calibration, const PokeOptions& options,
                      const std::function<void()>& after_frame) {
-  return Measured(calibration, options, *MakeEngine(options.engine, InputsFor(options.exposure.detector)), after_frame);
+  return Measured(camera, calibration, options, *MakeEngine(options.engine, InputsFor(options.exposure.detector)),
+                  after_frame);
 }
 
-Calibration Measured(const Calibration& calibration, const PokeOptions& options, Engine& engine,
+Calibration Measured(Camera& camera, const Calibration& calibration, const PokeOptions& options, Engine& engine,
                      const std::function<void()>& after_frame) {
-  Camera camera = CameraOn(calibration);
   const Matrix m2s = PushAndPull(camera, options, engine, after_frame);
   RequireMeasured(m2s, options.engine);
   return WithMatrix(calibration, m2s,

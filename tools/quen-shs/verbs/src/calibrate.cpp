@@ -1,4 +1,5 @@
 #include <memory>
+#include <optional>
 
 #include "tools/quen-shs/cli/progress.hpp"
 #include "tools/quen-shs/cli/report.hpp"
@@ -31,9 +32,12 @@ void Calibrate(CalibrateArguments& command) {
   workbench::Calibration calibration =
       workbench::MakeCalibration(command.geometry, workbench::BasisByWord(command.basis));
   command.poke.exposure.detector = DetectorFor(command.detector, files);
+  std::optional<workbench::Pedestal> pedestal;
   if (command.is_measured) {
+    workbench::Camera camera = workbench::CameraOn(calibration);
+    pedestal = workbench::PedestalOfDetector(camera, command.poke.exposure);
     Progress progress(workbench::kPokeFrames);
-    calibration = workbench::Measured(calibration, command.poke, [&] { progress.Step(); });
+    calibration = workbench::Measured(camera, calibration, command.poke, [&] { progress.Step(); });
   }
   files.GiveAll(workbench::CalibrationBytes(calibration));
   files.Commit();
@@ -41,6 +45,7 @@ void Calibrate(CalibrateArguments& command) {
   report.AddFiles(files);
   report.Add("basis", calibration.basis);
   report.Add("matrix", calibration.origin);
+  AddPedestal(report, pedestal, command.poke.engine);
   report.Print(command.json);
 }
 

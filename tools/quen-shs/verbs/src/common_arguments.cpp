@@ -123,6 +123,17 @@ void AddExposureForScripts(Report& report, const workbench::Exposure& exposure) 
   AddMapsAndSeed(report, exposure);
 }
 
+void AddPedestal(Report& report, const std::optional<workbench::Pedestal>& pedestal, const std::string& engine) {
+  if (!pedestal) return;
+  const auto& [counts, share] = *pedestal;
+  report.Add("pedestal", {{"counts", counts}, {"share", share}});
+  if (!pedestal->IsNoticeable() || workbench::TakesPedestalAway(engine)) return;
+  report.AddLine(
+      fmt::format("warning: pixels between the spots have {:.0f} counts, together {:.2g} times the light of the spots, "
+                  "which {} takes for light: give it the option pedestal={:.0f} or subtract=border",
+                  counts, share, engine, counts));
+}
+
 std::shared_ptr<const workbench::DetectorDescription> DetectorFor(const DetectorArguments& arguments,
                                                                   const workbench::StagedFiles& files) {
   const bool has_options =

@@ -9,6 +9,7 @@
 #include "tools/quen-shs/cli/argument.hpp"
 #include "tools/quen-shs/cli/report.hpp"
 #include "workbench/sensor/camera.hpp"
+#include "workbench/sensor/pedestal.hpp"
 
 namespace quen::workbench {
 class StagedFiles;
@@ -58,6 +59,9 @@ std::vector<std::vector<std::string>> WithExposure(std::vector<std::vector<std::
 /// What the frames were drawn with, for people and scripts, or for scripts alone.
 void AddExposure(Report& report, const workbench::Exposure& exposure);
 void AddExposureForScripts(Report& report, const workbench::Exposure& exposure);
+
+/// The counts between the spots, if any frame was looked at; a warning of them where the engine takes them for light.
+void AddPedestal(Report& report, const std::optional<workbench::Pedestal>& pedestal, const std::string& engine);
 
 /// The detector that is asked for; none if none is.
 /// @throws std::runtime_error  the description or a map cannot be read, is wrong, or is among the files to be written;

@@ -121,6 +121,7 @@ void RequireConvergence(const workbench::LoopRun& run, const workbench::LoopSumm
 
 void RunOne(const LoopArguments& command, workbench::Camera& camera, const workbench::Series& disturbance,
             workbench::StagedFiles& files) {
+  const auto pedestal = workbench::PedestalOfDetector(camera, command.options.exposure);
   workbench::LoopRun run;
   double rate = 0.0;
   {
@@ -138,6 +139,7 @@ void RunOne(const LoopArguments& command, workbench::Camera& camera, const workb
   Report report = SummaryReport(command, summary, run.records.size(), rate);
   AddLostSpots(report, run);
   report.Add("diverged", run.has_diverged);
+  AddPedestal(report, pedestal, command.options.engine);
   report.AddFiles(files);
   report.Print(command.json);
   RequireConvergence(run, summary);
@@ -146,6 +148,7 @@ void RunOne(const LoopArguments& command, workbench::Camera& camera, const workb
 void SweepGains(const LoopArguments& command, workbench::Camera& camera, const workbench::Series& disturbance,
                 workbench::StagedFiles& files) {
   const std::vector<double> gains = workbench::ParseSweep(command.sweep);
+  const auto pedestal = workbench::PedestalOfDetector(camera, command.options.exposure);
   std::vector<workbench::SweepPoint> points;
   {
     Progress progress(command.frames * static_cast<int>(gains.size()));
@@ -176,6 +179,7 @@ void SweepGains(const LoopArguments& command, workbench::Camera& camera, const w
                fmt::format("{:g} (residual {:.4f} rad RMS, disturbance {:.4f})", best->gain, best->residual,
                            best->disturbance));
   }
+  AddPedestal(report, pedestal, command.options.engine);
   report.AddFiles(files);
   report.Print(command.json);
   if (!best) throw std::runtime_error("the loop diverges with every gain; try lower ones, or a shorter delay");

@@ -74,14 +74,7 @@ void AddPixels(Report& report, const workbench::MeasuredFrames& measured, const 
     report.AddLine(fmt::format("warning: {} pixels have no value, and are taken for bad ones", measured.blank));
   }
   report.Add("blank_pixels", measured.blank);
-  const auto& [counts, share] = measured.pedestal;
-  report.Add("pedestal", {{"counts", counts}, {"share", share}});
-  if (!measured.pedestal.IsNoticeable() || workbench::TakesPedestalAway(engine)) return;
-  report.AddLine(
-      fmt::format("warning: pixels between the spots have {:.0f} counts, together {:.2g} times the light of the spots, "
-                  "which {} takes "
-                  "for light: give it the option pedestal={:.0f} or subtract=border",
-                  counts, share, engine, counts));
+  AddPedestal(report, measured.pedestal, engine);
 }
 
 /// What a file has, if one is named.
