@@ -21,6 +21,7 @@ struct SweepPoint {
   double residual = 0.0;     ///< rad RMS over the second half of the run; infinite where the loop diverged
   double disturbance = 0.0;  ///< the same of the disturbance
   std::size_t frames = 0;    ///< how many were run
+  std::size_t lost = 0;      ///< spots that were not found in them; 0 in what was read from a file
 
   [[nodiscard]] bool HasDiverged() const;
 };

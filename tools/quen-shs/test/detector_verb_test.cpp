@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -214,6 +215,23 @@ TEST_F(FramesOfDetector, AreWarnedOfAPedestalThatAnEngineTakesForLight) {
   EXPECT_EQ(poked.find("warning"), poked.rfind("warning")) << poked;
   EXPECT_NE(("\n" + poked).find(warning("weighted")), std::string::npos) << poked;
   EXPECT_EQ(OnSensor("loop", "--frames 10").find("warning"), std::string::npos);
+}
+
+TEST_F(FramesOfDetector, WhoseSpotsAreNotFoundAreCountedInASweepToo) {
+  const std::string dim = "--frames 10 --photons 200 --engine maximum-likelihood --json --folder " + File("o");
+  const double alone = NumberIn(OnSensor("loop", dim + " --gain 0.2"), "lost_spots");
+  EXPECT_GT(alone, 0.0);
+  const std::string sweep = " --sweep gain=0.2:0.4:0.2";
+  EXPECT_EQ(NumberIn(OnSensor("loop", dim + sweep), "lost_spots"), alone);
+  const std::vector<double> lost = ColumnReadByAstropy(File("o/sweep.fits"), "sweep", "lost_spots");
+  ASSERT_EQ(lost.size(), 2U);
+  EXPECT_EQ(lost[0], alone);
+  const std::string told =
+      OnSensor("loop", "--frames 10 --photons 200 --engine maximum-likelihood --folder " + File("o") + sweep);
+  EXPECT_NE(told.find(fmt::format("; spots not found: {:.0f} of 6070, which say nothing of the modes\n", alone)),
+            std::string::npos)
+      << told;
+  EXPECT_EQ(OnSensor("loop", "--frames 10" + sweep).find("not found"), std::string::npos);
 }
 
 TEST_F(FramesOfDetector, EveryFileTellsTheDetectorAndTheSeed) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <span>
 #include <stdexcept>
 
 #include "workbench/fits/numbers.hpp"
@@ -22,13 +23,16 @@ struct SweepRow {
   double residual_rms = 0.0;
   double disturbance_rms = 0.0;
   double frames = 0.0;
+  double lost_spots = 0.0;
 };
 
-constexpr std::array<Column<SweepRow>, 4> kSweepColumns = {
+constexpr std::size_t kReadColumns = 4;  // the others are not in every file
+constexpr std::array<Column<SweepRow>, 5> kSweepColumns = {
     {{"gain", "", "", &SweepRow::gain},
      {"residual_rms", "rad", "second half of the run; infinite: diverged", &SweepRow::residual_rms},
      {"disturbance_rms", "rad", "second half of the run", &SweepRow::disturbance_rms},
-     {"frames", "", "", &SweepRow::frames}}};
+     {"frames", "", "", &SweepRow::frames},
+     {"lost_spots", "", "", &SweepRow::lost_spots}}};
 
 }  // namespace
 
@@ -75,7 +79,7 @@ std::vector<SweepPoint> RunSweep(Camera& camera, const Series& disturbance, cons
     const LoopRun run = RunLoop(camera, disturbance, with_gain, after_frame);
     const LoopSummary summary = SummaryOf(run, options.delay);
     points.push_back({gain, run.has_diverged ? std::numeric_limits<double>::infinity() : summary.after,
-                      summary.disturbance, run.records.size()});
+                      summary.disturbance, run.records.size(), run.lost_spots});
   }
   return points;
 }
@@ -85,7 +89,8 @@ std::string SweepFile(const LoopOptions& options, const std::string& disturbance
   std::vector<SweepRow> rows;
   rows.reserve(points.size());
   for (const SweepPoint& point : points) {
-    rows.push_back({point.gain, point.residual, point.disturbance, static_cast<double>(point.frames)});
+    rows.push_back({point.gain, point.residual, point.disturbance, static_cast<double>(point.frames),
+                    static_cast<double>(point.lost)});
   }
   MemoryFits fits;
   WriteLoopKeys(AppendRows<SweepRow>(fits, kSweepTable, kSweepColumns, std::move(rows)), options, disturbance);
@@ -106,7 +111,8 @@ std::size_t FramesOf(const std::string& path, std::size_t row, double frames) {
 
 std::vector<SweepPoint> ReadSweep(const InputFile& file) {
   std::vector<SweepPoint> points;
-  const std::vector<SweepRow> rows = ReadRows<SweepRow>(file, kSweepTable, kSweepColumns);
+  const std::vector<SweepRow> rows =
+      ReadRows<SweepRow>(file, kSweepTable, std::span(kSweepColumns).first(kReadColumns));
   if (static_cast<double>(rows.size()) > kMostGains) {
     throw std::runtime_error(fmt::format("{}: expected {:.0f} rows at most in its table \"{}\", found {}", file.Name(),
                                          kMostGains, kSweepTable, rows.size()));

@@ -79,7 +79,7 @@ TEST(Sweep, IsOneLoopPerGainAndIsReadBack) {
   testing::WriteText(path, SweepFile(options, "D/r0 20", points));
   EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
   EXPECT_EQ(testing::DescribedByAstropy(path),
-            "0 image '' 8\n1 table 'sweep' 3 gain:D residual_rms:D disturbance_rms:D frames:D\n");
+            "0 image '' 8\n1 table 'sweep' 3 gain:D residual_rms:D disturbance_rms:D frames:D lost_spots:D\n");
   EXPECT_EQ(testing::ColumnReadByAstropy(path, "sweep", "gain"), (std::vector<double>{0.0, 0.4, 2.0}));
   EXPECT_EQ(testing::ColumnReadByAstropy(path, "sweep", "residual_rms")[2], kInfinity);
   EXPECT_EQ(testing::KeywordReadByAstropy(path, 1, "DELAY"), "2");

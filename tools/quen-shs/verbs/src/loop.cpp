@@ -97,12 +97,15 @@ Report SummaryReport(const LoopArguments& command, const workbench::LoopSummary&
   return report;
 }
 
+/// How many spots of these frames the engine has not found.
+std::string LostInWords(std::size_t lost, std::size_t frames) {
+  return fmt::format("{} of {}, which say nothing of the modes", lost, frames * workbench::kNumRoisUsed);
+}
+
 /// For scripts always, for a person where there are any.
 void AddLostSpots(Report& report, const workbench::LoopRun& run) {
   if (run.lost_spots == 0) return report.Add("lost_spots", run.lost_spots);
-  report.Add("lost_spots", run.lost_spots, "spots not found",
-             fmt::format("{} of {}, which say nothing of the modes", run.lost_spots,
-                         run.records.size() * workbench::kNumRoisUsed));
+  report.Add("lost_spots", run.lost_spots, "spots not found", LostInWords(run.lost_spots, run.records.size()));
 }
 
 /// @throws std::runtime_error  the loop has diverged, or is no better than none
@@ -163,13 +166,15 @@ void SweepGains(const LoopArguments& command, workbench::Camera& camera, const w
   Json list = Json::array();
   report.AddLine("    gain   residual, rad RMS");
   for (const workbench::SweepPoint& point : points) {
-    report.AddLine(fmt::format("{:8.4g}   {}", point.gain,
+    report.AddLine(fmt::format("{:8.4g}   {}{}", point.gain,
                                point.HasDiverged() ? fmt::format("diverged in frame {}", point.frames - 1)
-                                                   : fmt::format("{:.4f}", point.residual)));
+                                                   : fmt::format("{:.4f}", point.residual),
+                               point.lost > 0 ? "; spots not found: " + LostInWords(point.lost, point.frames) : ""));
     list.push_back({{"gain", point.gain},
                     {"residual_rms", point.residual},
                     {"disturbance_rms", point.disturbance},
                     {"frames", point.frames},
+                    {"lost_spots", point.lost},
                     {"diverged", point.HasDiverged()}});
   }
   report.Add("sweep", list);
