@@ -15,8 +15,9 @@ namespace quen::workbench {
 
 using KeyWriter = std::function<void(const quen::common::Fits::Handle& file)>;
 
-/// Reads a map: a primary image of 840 × 816 numbers of any type.
-/// @throws std::runtime_error  the file cannot be read, or is another image
+/// Reads a map: an image of 840 × 816 numbers of any type, be it compressed in tiles; the primary one or, where that
+/// has no pixels, the only such one among the extensions.
+/// @throws std::runtime_error  the file cannot be read, has other images, or several of this size
 std::vector<double> ReadMap(const InputFile& file);
 
 /// Reads a map of what is wrong with pixels: the numbers of PixelState.

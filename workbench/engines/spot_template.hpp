@@ -16,7 +16,8 @@ struct SpotTemplate {
   std::vector<double> values;  ///< row by row; finite, not all of them 0
 };
 
-/// Reads the template in a file's primary image, of numbers of any type.
+/// Reads the template in a file, an image of numbers of any type, be it compressed in tiles: the primary one or, where
+/// that has no pixels, the only one among the extensions that may be a template by its sides.
 /// @throws std::runtime_error  the file cannot be read, or its image is no template
 SpotTemplate ReadTemplate(const InputFile& file);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,6 +34,16 @@ quen::common::Fits::Handle OpenFits(const InputFile& file, const std::optional<s
 /// @throws std::runtime_error  as OpenFits; there is no such extension, or it is a table. Tiles of a compressed image
 ///                             may hold more than the file has bytes: the caller looks at its axes first
 quen::common::Fits::Handle OpenImage(const InputFile& file, const std::string& extension);
+
+using Axes = std::vector<std::size_t>;  ///< lengths, fastest first
+
+/// Opens a file at the image that a caller wants: its primary image or, where that has no pixels, the only one among
+/// its extensions.
+/// @param expected   what is wanted, in words: "a map of 840 x 816 pixels"
+/// @param is_wanted  whether axes are those of such an image
+/// @throws std::runtime_error  as OpenFits; there is no such image, or more than one: what was expected, what was found
+quen::common::Fits::Handle OpenOnlyImage(const InputFile& file, const std::string& expected,
+                                         const std::function<bool(const Axes& axes)>& is_wanted);
 
 /// Reads the elements of an image, or one plane of a cube, as doubles, BSCALE and BZERO applied. Those without a value,
 /// as BLANK says of whole numbers, are NaN.

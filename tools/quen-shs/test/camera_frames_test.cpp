@@ -128,6 +128,47 @@ TEST_F(CameraFrames, AreCorrectedForTheMapsOfTheCamera) {
   EXPECT_GT(LargestDifference(), 1.0);
 }
 
+TEST_F(CameraFrames, MapsAndTemplatesMayBeInExtensionsAndCompressed) {
+  const std::string frame = File("frame.fits");
+  const std::string camera = File("camera.fits");
+  const std::string to_b = " --output " + File("b.fits");
+  const std::string dark = "y, x = numpy.indices(d.shape); dark = (7 * x + 3 * y) % 50; ";
+  MakeCamera(dark + "fits.PrimaryHDU(dark)");
+  Measured(frame + " --dark-map " + camera + " --output " + File("a.fits"));
+  const std::string with_dark_map = frame + " --dark-map " + camera + to_b;
+  const std::string table = "fits.BinTableHDU.from_columns([fits.Column(\"a\", \"I\", array=[1])])";
+  for (const std::string& hdus :
+       {std::string("fits.ImageHDU(dark)"), std::string("fits.CompImageHDU(dark.astype(numpy.int16))"),
+        "fits.ImageHDU(d[1:]), " + table + ", fits.ImageHDU(dark)"}) {
+    MakeCamera(fmt::format("{}fits.HDUList([fits.PrimaryHDU(), {}])", dark, hdus));
+    Measured(with_dark_map);
+    EXPECT_EQ(LargestDifference(), 0.0) << hdus;
+  }
+  const std::string of_sensor = "quen-shs: " + camera + ": expected a map of 840 x 816 pixels (columns x rows), found ";
+  MakeCamera("fits.HDUList([fits.PrimaryHDU(), fits.ImageHDU(d[1:]), " + table + ", fits.ImageHDU(d[0])])");
+  ExpectRefusal(frame + " --bad-pixels " + camera, 1,
+                of_sensor + "840 x 815 in extension 1, a table in extension 2, an image of 1 axes in extension 3");
+  MakeCamera("fits.HDUList([fits.PrimaryHDU(), fits.ImageHDU(d), fits.ImageHDU(d)])");
+  ExpectRefusal(frame + " --flat-map " + camera, 1,
+                "quen-shs: " + camera +
+                    ": expected only one image that is a map of 840 x 816 pixels (columns x rows), found 840 x 816 in "
+                    "extension 1, "
+                    "840 x 816 in extension 2");
+  MakeCamera("fits.PrimaryHDU()");
+  ExpectRefusal(frame + " --flat-map " + camera, 1, of_sensor + "an image of 0 axes");
+
+  const std::string correlation = frame + " --engine correlation --template " + camera;
+  MakeCamera("fits.PrimaryHDU(numpy.eye(5)[:, ::-1])");
+  Measured(correlation + " --output " + File("a.fits"));
+  MakeCamera("fits.HDUList([fits.PrimaryHDU(), fits.ImageHDU(d), fits.ImageHDU(numpy.eye(5)[:, ::-1])])");
+  Measured(correlation + to_b);
+  EXPECT_EQ(LargestDifference(), 0.0);
+  MakeCamera("fits.HDUList([fits.PrimaryHDU(), fits.ImageHDU(d)])");
+  ExpectRefusal(correlation, 1,
+                "quen-shs: " + camera +
+                    ": expected a template of equal, odd sides from 3 to 63 pixels, found 840 x 816 in extension 1");
+}
+
 TEST_F(CameraFrames, PixelsWithoutAValueAreBadOnes) {
   const std::string hot = "y, x = numpy.indices(d.shape); hot = (31 * x + 17 * y) % 97 == 0; ";
   MakeCamera(hot + "fits.writeto(\"" + File("bad.fits") + "\", hot.astype(numpy.uint8)); fits.PrimaryHDU(d)");

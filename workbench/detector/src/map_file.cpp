@@ -39,14 +39,10 @@ void WriteWhat(const Handle& image, const std::string& what, const KeyWriter& wr
 
 std::vector<double> ReadMap(const InputFile& file) {
   return Reading(file, [&] {
-    const Handle image = OpenFits(file, std::nullopt);
-    const std::vector<std::size_t> axes = quen::common::Fits::ReadImgParams(image).first;
-    if (axes.size() != 2 || axes[0] != kWidth || axes[1] != kHeight) {
-      throw std::runtime_error(fmt::format("{}: expected a map of {} x {} pixels (columns x rows), found {}",
-                                           file.Name(), kWidth, kHeight,
-                                           axes.size() == 2 ? fmt::format("{} x {}", axes[0], axes[1])
-                                                            : fmt::format("an image of {} axes", axes.size())));
-    }
+    const Handle image = OpenOnlyImage(file, fmt::format("a map of {} x {} pixels (columns x rows)", kWidth, kHeight),
+                                       [](const Axes& axes) {
+                                         return axes == Axes{kWidth, kHeight};
+                                       });
     std::vector<double> map(kPixels);
     ReadElements(file, image, std::nullopt, map);
     return map;

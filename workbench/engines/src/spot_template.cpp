@@ -17,12 +17,7 @@ namespace {
 
 constexpr quen::common::Limits kSize = quen::centroiders::CorrelationLimits::kSize;
 
-std::string SizeWords(const std::vector<std::size_t>& axes) {
-  if (axes.size() != 2) return fmt::format("an image of {} axes", axes.size());
-  return fmt::format("{} x {}", axes[0], axes[1]);
-}
-
-bool IsSizeOfTemplate(const std::vector<std::size_t>& axes) {
+bool IsSizeOfTemplate(const Axes& axes) {
   return axes.size() == 2 && axes[0] == axes[1] && axes[0] % 2 == 1 && kSize.Contain(static_cast<double>(axes[0]));
 }
 
@@ -42,13 +37,10 @@ void RequireSpot(const InputFile& file, const SpotTemplate& spot) {
 
 SpotTemplate ReadTemplate(const InputFile& file) {
   return Reading(file, [&] {
-    const quen::common::Fits::Handle image = OpenFits(file, std::nullopt);
-    const std::vector<std::size_t> axes = quen::common::Fits::ReadImgParams(image).first;
-    if (!IsSizeOfTemplate(axes)) {
-      throw std::runtime_error(
-          fmt::format("{}: expected a template of equal, odd sides from {:g} to {:g} pixels, found {}", file.Name(),
-                      kSize.lowest, kSize.highest, SizeWords(axes)));
-    }
+    const quen::common::Fits::Handle image = OpenOnlyImage(
+        file, fmt::format("a template of equal, odd sides from {:g} to {:g} pixels", kSize.lowest, kSize.highest),
+        IsSizeOfTemplate);
+    const Axes axes = quen::common::Fits::ReadImgParams(image).first;
     SpotTemplate spot = {axes[0], std::vector<double>(axes[0] * axes[0])};
     ReadElements(file, image, std::nullopt, spot.values);
     RequireSpot(file, spot);

@@ -96,20 +96,53 @@ bool MoveTo(const InputFile& file, const Handle& handle, int number) {
   return true;
 }
 
+std::string SizeInWords(const Axes& axes) {
+  return axes.size() == 2 ? fmt::format("{} x {}", axes[0], axes[1]) : fmt::format("an image of {} axes", axes.size());
+}
+
+/// The first of many, with how many more there are in place of the others.
+std::string FirstOf(std::vector<std::string> found) {
+  constexpr std::size_t kListed = 8;
+  if (found.size() > kListed) found[kListed] = fmt::format("{} more", found.size() - kListed);
+  found.resize(std::min(found.size(), kListed + 1));
+  return found.empty() ? "none" : fmt::format("{}", fmt::join(found, ", "));
+}
+
+Axes AxesOfImage(const InputFile& file, const Handle& image) {
+  return Reading(file, [&] { return quen::common::Fits::ReadImgParams(image).first; });
+}
+
+/// Goes to the only extension that is wanted.
+void MoveToOnlyImage(const InputFile& file, const Handle& handle, const std::string& expected,
+                     const std::function<bool(const Axes& axes)>& is_wanted) {
+  std::vector<int> wanted;
+  std::vector<std::string> found;
+  for (int number = 1; MoveTo(file, handle, number); ++number) {
+    const bool is_image = handle->hdu_type == IMAGE_HDU;
+    const Axes axes = is_image ? AxesOfImage(file, handle) : Axes();
+    if (is_image && is_wanted(axes)) wanted.push_back(number);
+    found.push_back(fmt::format("{} in extension {}", is_image ? SizeInWords(axes) : "a table", number));
+  }
+  if (wanted.size() == 1) {
+    MoveTo(file, handle, wanted.front());
+    return;
+  }
+  throw std::runtime_error(fmt::format("{}: expected {}{}, found {}", file.Name(),
+                                       wanted.empty() ? "" : "only one image that is ", expected,
+                                       FirstOf(std::move(found))));
+}
+
 /// Goes to the first extension of a name, be it in capitals or not. The name is taken as it is: to CFITSIO itself
 /// brackets and colons in it would have a meaning.
 void MoveToName(const InputFile& file, const Handle& handle, const std::string& name) {
-  constexpr std::size_t kListed = 8;
   std::vector<std::string> names;
   for (int number = 1; MoveTo(file, handle, number); ++number) {
     const std::string found = TextKey(file, handle, "EXTNAME");
     if (IsSame(found, name)) return;
     names.push_back(found.empty() ? std::to_string(number) + " without a name" : found);
   }
-  if (names.size() > kListed) names[kListed] = fmt::format("{} more", names.size() - kListed);
-  names.resize(std::min(names.size(), kListed + 1));
-  throw std::runtime_error(fmt::format("{}: expected an extension named {}, found {}", file.Name(), name,
-                                       names.empty() ? "none" : fmt::format("{}", fmt::join(names, ", "))));
+  throw std::runtime_error(
+      fmt::format("{}: expected an extension named {}, found {}", file.Name(), name, FirstOf(std::move(names))));
 }
 
 void MoveToNumber(const InputFile& file, const Handle& handle, const std::string& digits) {
@@ -130,8 +163,7 @@ bool IsEmptyBeforeOthers(const InputFile& file, const Handle& image) {
   LONGLONG end = 0;
   int status = 0;
   fits_get_hduaddrll(image->file, nullptr, nullptr, &end, &status);
-  return end < static_cast<LONGLONG>(file.Size()) &&
-         Reading(file, [&] { return quen::common::Fits::ReadImgParams(image).first.empty(); });
+  return end < static_cast<LONGLONG>(file.Size()) && AxesOfImage(file, image).empty();
 }
 
 /// Whether the header that the handle stands on has a keyword, whatever its value is.
@@ -202,6 +234,18 @@ Handle OpenImage(const InputFile& file, const std::string& extension) {
   }
   if (image->hdu_type == IMAGE_HDU) return image;
   throw std::runtime_error(file.Name() + ": expected an image, found a table; name the extension of the image");
+}
+
+Handle OpenOnlyImage(const InputFile& file, const std::string& expected,
+                     const std::function<bool(const Axes& axes)>& is_wanted) {
+  Handle image = OpenFits(file, std::nullopt);
+  if (IsEmptyBeforeOthers(file, image)) {
+    MoveToOnlyImage(file, image, expected, is_wanted);
+    return image;
+  }
+  const Axes axes = AxesOfImage(file, image);
+  if (is_wanted(axes)) return image;
+  throw std::runtime_error(fmt::format("{}: expected {}, found {}", file.Name(), expected, SizeInWords(axes)));
 }
 
 void ReadElements(const InputFile& file, const Handle& image, std::optional<std::size_t> plane,

@@ -178,7 +178,8 @@ such frames. Its tiles may be compressed, and its pixels may have any type, if t
 their option says so. Pixels without a value, which are NaN or what BLANK in the header says, are bad ones.
 
 With maps of the camera each pixel is corrected before an engine sees it, and bad ones do not count: an engine without
-weights takes the mean of their neighbours.
+weights takes the mean of their neighbours. A map or a template that is not in the primary image is the only image of
+its size among the extensions; tiles of it may be compressed.
 
 With --template the engine correlation looks for a spot of your own: its centre is the middle of the image, whose sides
 are odd. With --template-from it looks for the mean of all used spots of other frames, or of the same ones, each
