@@ -324,6 +324,23 @@ TEST_F(CameraFrames, ExtensionsAreNamedByNothingButTheirNames) {
   }
 }
 
+TEST_F(CameraFrames, OfADamagedHeaderAreRefusedInOurWords) {
+  const auto damage = [&](const std::string& file, const std::string& from, const std::string& to) {
+    std::string command = "LC_ALL=C sed 's/" + from;
+    command.append("/").append(to).append("/' ").append(File(file)).append(" > ").append(File("camera.fits"));
+    ASSERT_EQ(quen::testing::Run(command).exit_code, 0);
+  };
+  const std::string camera = File("camera.fits");
+  const std::string sentence = "quen-shs: " + camera + ": a header in it cannot be understood; the file may be damaged";
+  damage("frame.fits", "^SIMPLE  =                    T", "SIMPLE  =                    7");
+  ExpectRefusal(camera, 1, sentence);
+  damage("frame.fits", "NAXIS1  =                  840", "NAXIS1  =                  8x0");
+  ExpectRefusal(camera, 1, sentence);
+  damage("a.fits", "TFIELDS =                    3", "TFIELDS =                   -3");
+  ExpectFailure("view " + camera, 1, sentence);
+  ExpectRefusal(File("frame.fits") + " --truth " + camera, 1, sentence);
+}
+
 TEST_F(CameraFrames, ThatAreNoneAreRefused) {
   const std::string camera = File("camera.fits");
   MakeCamera(

@@ -20,6 +20,26 @@ namespace {
 
 using quen::common::Fits::Handle;
 
+/// Whether a message of the library has CFITSIO's words for a status in it.
+bool Tells(const std::exception& error, int status) {
+  std::array<char, FLEN_STATUS> text{};
+  fits_get_errstatus(status, text.data());
+  return std::string_view(error.what()).find(text.data()) != std::string_view::npos;
+}
+
+/// Whether the library has not opened a file for want of descriptors or memory, or because its disk fails.
+bool IsOfTheSystem(const std::exception& error) {
+  return IsFailureToOpen(error) || Tells(error, MEMORY_ALLOCATION) || Tells(error, READ_ERROR);
+}
+
+/// What is said where the library cannot open a file: the reason may be the system, which it tells; else CFITSIO does
+/// not understand a header, and has pages to say of it.
+[[noreturn]] void RefuseToOpen(const InputFile& file, const std::runtime_error& error) {
+  fits_clear_errmsg();
+  if (IsOfTheSystem(error)) throw std::runtime_error(error);
+  throw std::runtime_error(file.Name() + ": a header in it cannot be understood; the file may be damaged");
+}
+
 /// Bytes of an image's data, be they more than any number of CFITSIO's.
 double ImageSize(const Handle& handle) {
   constexpr double kBitsPerByte = 8.0;
@@ -78,6 +98,18 @@ bool Names(const InputFile& file, std::string_view name) {
     }
   }
   return false;
+}
+
+Handle OpenedByLibrary(const InputFile& file, const std::optional<std::string>& extension) {
+  try {
+    return quen::common::Fits::FitsFile(file.Path(), extension);
+  } catch (const std::runtime_error& error) {
+    if (extension && !IsOfTheSystem(error) && !Names(file, *extension)) {
+      fits_clear_errmsg();
+      throw std::runtime_error(file.Name() + ": expected a table \"" + *extension + "\", found none");
+    }
+    RefuseToOpen(file, error);
+  }
 }
 
 /// Goes to an extension, counted from 1.
@@ -217,7 +249,7 @@ Handle OpenFits(const InputFile& file, const std::optional<std::string>& extensi
   RequireFits(file);
   return Reading(file, [&] {
     fits_clear_errmsg();
-    Handle handle = quen::common::Fits::FitsFile(file.Path(), extension);
+    Handle handle = OpenedByLibrary(file, extension);
     RequireData(handle, file);
     return handle;
   });
@@ -264,19 +296,15 @@ void ReadElements(const InputFile& file, const Handle& image, std::optional<std:
   }
 }
 
-bool IsFailureToOpen(const std::exception& error) {
-  std::array<char, FLEN_STATUS> text{};
-  fits_get_errstatus(FILE_NOT_OPENED, text.data());
-  return std::string_view(error.what()).find(text.data()) != std::string_view::npos;
-}
+bool IsFailureToOpen(const std::exception& error) { return Tells(error, FILE_NOT_OPENED); }
 
 bool HasTable(const InputFile& file, const char* name) {
   return Reading(file, [&] {
     try {
       return quen::common::Fits::FitsFile(file.Path(), name)->hdu_type == BINARY_TBL;
-    } catch (const std::runtime_error&) {
+    } catch (const std::runtime_error& error) {
       fits_clear_errmsg();
-      if (Names(file, name)) throw;  // CFITSIO says so of a table that it cannot read, too
+      if (Names(file, name)) RefuseToOpen(file, error);  // CFITSIO says so of a table that it cannot read, too
       return false;
     }
   });

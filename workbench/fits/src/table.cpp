@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <string_view>
 
 #include "workbench/fits/src/cfitsio_status.hpp"
 
@@ -31,6 +32,21 @@ constexpr int kDatatype<std::int32_t> = TINT;
 
 std::string CannotRead(const InputFile& file, const std::string& column) {
   return fmt::format("{}: its column \"{}\" cannot be read", file.Name(), column);
+}
+
+/// What the library reads of a column, without CFITSIO's words where it fails.
+template <typename T>
+std::vector<T> ReadByLibrary(const InputFile& file, const Handle& table, const char* column) {
+  constexpr std::string_view kFailure = "Fits: Error reading column";
+  return Reading(file, [&] {
+    try {
+      return quen::common::Fits::ReadColumnOrThrow<T>(table, column);
+    } catch (const std::runtime_error& error) {
+      if (!std::string_view(error.what()).starts_with(kFailure)) throw;
+      fits_clear_errmsg();
+      throw std::runtime_error(CannotRead(file, column) + "; the file may be damaged");
+    }
+  });
 }
 
 /// Where a column is, and how many values of it a row has.
@@ -120,12 +136,12 @@ template void WriteValues(const Handle&, int, const std::vector<std::int32_t>&);
 
 template <typename T>
 std::vector<T> ReadValues(const InputFile& file, const Handle& table, const char* column, std::size_t /*width*/) {
-  return Reading(file, [&] { return quen::common::Fits::ReadColumnOrThrow<T>(table, column); });
+  return ReadByLibrary<T>(file, table, column);
 }
 template <>
 std::vector<double> ReadValues(const InputFile& file, const Handle& table, const char* column, std::size_t width) {
   if (width > 1) return ReadOthers<double>(file, table, column, width);
-  return Reading(file, [&] { return quen::common::Fits::ReadColumnOrThrow<double>(table, column); });
+  return ReadByLibrary<double>(file, table, column);
 }
 template <>
 std::vector<std::int32_t> ReadValues(const InputFile& file, const Handle& table, const char* column,
