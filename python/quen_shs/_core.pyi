@@ -58,7 +58,7 @@ class Detector:
     def expose(self, values: ArrayLike, frame_number: int, out: NDArray[np.uint16] | None) -> NDArray[np.uint16]: ...
 
 class Simulator:
-    random_state: dict[str, Any]
+    random_state: tuple[Any, int]
     def __init__(self, folder: str | None, seed: int | None) -> None: ...
     def compute_frame(
         self, dx: ArrayLike, dy: ArrayLike, noise: float, out: NDArray[np.uint16] | None, copy: bool

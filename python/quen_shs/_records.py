@@ -4,9 +4,11 @@ from __future__ import annotations
 
 import dataclasses
 import operator
+import os
 from typing import Any
 
 import numpy as np
+from numpy.typing import NDArray
 
 
 def number(name: str, value: Any) -> float:
@@ -16,13 +18,17 @@ def number(name: str, value: Any) -> float:
     ------
     TypeError
         It is none.
+    ValueError
+        It is larger than any float.
     """
     if isinstance(value, (str, bytes)):
         raise TypeError(f"{name}: expected a number, found {value!r}")
     try:
         return float(value)
-    except TypeError:
+    except (TypeError, ValueError):
         raise TypeError(f"{name}: expected a number, found {value!r}") from None
+    except OverflowError:
+        raise ValueError(f"{name}: expected a number that float64 holds, found a larger one") from None
 
 
 def whole(name: str, value: Any, lowest: int = 0, highest: int = 2**32 - 1) -> int:
@@ -44,13 +50,99 @@ def whole(name: str, value: Any, lowest: int = 0, highest: int = 2**32 - 1) -> i
     return found
 
 
-def _converted(name: str, kind: str, value: Any) -> Any:
+def truth(name: str, value: Any) -> bool:
+    """True or False.
+
+    Raises
+    ------
+    TypeError
+        It is neither.
+    """
+    if not isinstance(value, (bool, np.bool_)):
+        raise TypeError(f"{name}: expected True or False, found {value!r}")
+    return bool(value)
+
+
+def word(name: str, value: Any) -> str:
+    """A string.
+
+    Raises
+    ------
+    TypeError
+        It is none.
+    """
+    if not isinstance(value, str):
+        raise TypeError(f"{name}: expected a word, found {value!r}")
+    return value
+
+
+def path(name: str, value: Any) -> str:
+    """A file's or folder's name.
+
+    Raises
+    ------
+    TypeError
+        It is none.
+    ValueError
+        It has characters that no name has.
+    """
+    try:
+        found = os.fsdecode(value)
+    except TypeError:
+        raise TypeError(f"{name}: expected a path, found {value!r}") from None
+    if "\0" in found or found.encode(errors="ignore").decode() != found:
+        raise ValueError(f"{name}: expected a path in UTF-8 without zeros, found {found!r}")
+    return found
+
+
+def held(name: str, values: Any) -> NDArray[Any]:
+    """A copy of an array that nobody can write to.
+
+    Raises
+    ------
+    ValueError
+        Lists of different lengths.
+    """
+    try:
+        array = np.array(values)
+    except ValueError as error:
+        raise ValueError(f"{name}: expected an array, found none: {error}") from None
+    array.flags.writeable = False
+    return array
+
+
+def core(name: str, kind: type[Any], value: Any) -> Any:
+    """What the compiled functions take for an object of the package.
+
+    Raises
+    ------
+    TypeError
+        It is of another kind.
+    """
+    if not isinstance(value, kind):
+        raise TypeError(f"{name}: expected a {kind.__name__}, found {value!r}")
+    return value._core
+
+
+def limited(default: int | None, lowest: int, highest: int) -> Any:
+    """A field of a record that is a whole number within other limits than those of an int."""
+    return dataclasses.field(default=default, metadata={"lowest": lowest, "highest": highest})
+
+
+def _converted(field: dataclasses.Field[Any], value: Any) -> Any:
+    kind = str(field.type)
     if value is None and kind.endswith("| None"):
         return None
     if kind.startswith("float"):
-        return number(name, value)
+        return number(field.name, value)
     if kind.startswith("int"):
-        return whole(name, value, -(2**31), 2**31 - 1)
+        return whole(field.name, value, **{"lowest": -(2**31), "highest": 2**31 - 1, **field.metadata})
+    if kind == "bool":
+        return truth(field.name, value)
+    if kind.startswith("Literal"):
+        return word(field.name, value)
+    if kind.startswith("ArrayLike") and not isinstance(value, tuple):
+        return held(field.name, value)
     return value
 
 
@@ -63,13 +155,12 @@ def _same(a: Any, b: Any) -> bool:
 class Record:
     """Base of frozen dataclasses whose fields are what they are made of.
 
-    Equal fields make equal records, also where they are arrays.
+    Equal fields make equal records, also where they are arrays. Arrays are copied.
     """
 
     def __post_init__(self) -> None:
         for field in dataclasses.fields(self):
-            value = _converted(field.name, str(field.type), getattr(self, field.name))
-            object.__setattr__(self, field.name, value)
+            object.__setattr__(self, field.name, _converted(field, getattr(self, field.name)))
 
     def _fields(self) -> dict[str, Any]:
         fields = dataclasses.fields(self)

@@ -7,7 +7,7 @@ import os
 from typing import Literal
 
 from . import _core
-from ._records import number, whole
+from ._records import number, path, truth, whole, word
 from .detector import Detector, core_of
 from .engines import CentreOfGravity, Centroider
 
@@ -70,10 +70,14 @@ def calibrate(
 
     Raises
     ------
+    FileExistsError
+        There is a calibration already.
     OSError
-        There is a calibration already, or the files cannot be written.
+        The files cannot be written.
     ValueError
-        A value out of its range, or a geometry that is not one of a sensor.
+        A value out of its range, a geometry that is not one of a sensor, or an engine that does not find the modes.
+    KeyboardInterrupt
+        Ctrl-C, within a frame. No file has changed.
 
     Examples
     --------
@@ -81,10 +85,12 @@ def calibrate(
     >>> [os.path.basename(file) for file in calibrate("another")]
     ['M2S.fits', 'CM.fits', 'shs_rois.fits']
     """
-    measuring = (engine or CentreOfGravity()) if measured else None
+    measuring = None
+    if truth("measured", measured):
+        measuring = CentreOfGravity() if engine is None else engine
     geometry = (
         number("pitch", pitch),
-        whole("size", size),
+        whole("size", size, 1, 200),
         number("offset_x", offset_x),
         number("offset_y", offset_y),
         number("obscuration", obscuration),
@@ -92,10 +98,10 @@ def calibrate(
         number("spider_width", spider_width),
     )
     return _core.calibrate(
-        os.fspath(folder),
-        force,
+        path("folder", folder),
+        truth("force", force),
         geometry,
-        basis,
+        word("basis", basis),
         measuring,
         number("poke_amplitude", poke_amplitude),
         number("noise", noise),
@@ -153,4 +159,4 @@ def check(folder: str | os.PathLike[str]) -> list[Finding]:
     >>> {finding.verdict for finding in check("sensor")}
     {'good'}
     """
-    return [Finding(*finding) for finding in _core.check(os.fspath(folder))]
+    return [Finding(*finding) for finding in _core.check(path("folder", folder))]

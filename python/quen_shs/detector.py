@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core
-from ._records import Record, number, whole
+from ._records import Record, core, limited, number, path, whole
 
 
 @dataclasses.dataclass(frozen=True, eq=False)
@@ -79,11 +79,10 @@ class Detector(Record):
     offset_map: ArrayLike | None = None
     bad_pixels: ArrayLike | None = None
     bad_pixel_levels: ArrayLike | None = None
-    seed: int = 1
+    seed: int = limited(1, 0, 2**64 - 1)
 
     def __post_init__(self) -> None:
         super().__post_init__()
-        whole("seed", self.seed, 0, 2**64 - 1)
         object.__setattr__(self, "_core", _core.Detector(*self._fields().values()))
 
     @classmethod
@@ -109,7 +108,7 @@ class Detector(Record):
         >>> Detector.from_file("camera.json").read_noise
         3.0
         """
-        return cls(**_core.described_detector(os.fspath(name)), seed=seed)
+        return cls(**_core.described_detector(path("name", name)), seed=seed)
 
     def expose(
         self, values: ArrayLike, frame_number: int = 0, *, out: NDArray[np.uint16] | None = None
@@ -142,8 +141,8 @@ class Detector(Record):
         >>> Detector(offset=100).expose(np.zeros((816, 840)))[0, 0]
         100
         """
-        core: _core.Detector = self._core  # type: ignore[attr-defined]
-        return core.expose(values, whole("frame_number", frame_number, 0, 2**64 - 1), out)
+        made: _core.Detector = self._core  # type: ignore[attr-defined]
+        return made.expose(values, whole("frame_number", frame_number, 0, 2**64 - 1), out)
 
 
 def draw_flat_map(seed: int, rms: float) -> NDArray[np.float64]:
@@ -206,9 +205,4 @@ def draw_hot_pixels(
 
 def core_of(detector: Detector | None) -> _core.Detector | None:
     """What the compiled functions take for a detector."""
-    if detector is None:
-        return None
-    if not isinstance(detector, Detector):
-        raise TypeError(f"detector: expected a Detector, found {detector!r}")
-    core: _core.Detector = detector._core  # type: ignore[attr-defined]
-    return core
+    return None if detector is None else core("detector", Detector, detector)

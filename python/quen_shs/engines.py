@@ -10,7 +10,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core
-from ._records import Record, number, whole
+from ._records import Record, held, limited, number, whole
 
 # Full width at half maximum of the spot that the simulator draws, pixels.
 SPOT_FWHM = _core.spot_fwhm
@@ -50,21 +50,26 @@ class Centroider(abc.ABC):
 class ReadyMade(Record, Centroider):
     """Base class of the ready-made engines, whose fields are what they are made of.
 
-    Equal fields make equal engines; `repr` gives what makes the engine again; engines can be pickled. One engine serves
-    one thread at a time. A pixel is a 16-bit two's-complement number unless the engine is told otherwise.
+    Equal fields make equal engines; `repr` gives what makes the engine again, unless it has maps; engines can be
+    pickled. One engine serves one thread at a time. A pixel is a 16-bit two's-complement number unless the engine is told otherwise.
     """
 
-    _engine: _core.Engine
+    _measuring: _core.Engine
 
     def __post_init__(self) -> None:
         super().__post_init__()
-        object.__setattr__(self, "_engine", self._made())
+        object.__setattr__(self, "_measuring", self._made())
+
+    @property
+    def _engine(self) -> _core.Engine | None:
+        """What measures without a call of `compute`; none where a derived class has a `compute` of its own."""
+        return self._measuring if type(self).compute is ReadyMade.compute else None
 
     def _made(self) -> _core.Engine:
         raise NotImplementedError
 
     def compute(self, frame: NDArray[np.uint16], roi: _core.Roi) -> tuple[float, float, float]:
-        return self._engine.compute(frame, roi)
+        return self._measuring.compute(frame, roi)
 
 
 @dataclasses.dataclass(frozen=True, eq=False)
@@ -180,7 +185,7 @@ class BrightestPixels(ReadyMade):
     BrightestPixels(number=25, fraction=None)
     """
 
-    number: int | None = None
+    number: int | None = limited(None, 2, 1_000_000)
     fraction: float | None = None
 
     def _made(self) -> _core.Engine:
@@ -241,18 +246,20 @@ class Correlation(ReadyMade):
     Correlation(size=21, template_values=None, top='surface')
     """
 
-    size: int = 21
+    size: int = limited(21, 3, 63)
     template_values: ArrayLike | None = None
     top: Literal["parabolas", "surface"] = "parabolas"
 
     def __post_init__(self) -> None:
         if self.template_values is not None:
-            values = np.asarray(self.template_values, dtype=np.float64)
+            values = held("template_values", self.template_values)
+            if not np.can_cast(values.dtype, np.float64):
+                raise TypeError(f"template_values: expected numbers that float64 holds, found {values.dtype}")
             if values.shape != (self.size, self.size):
                 raise ValueError(
                     f"template_values: expected shape ({self.size}, {self.size}), found {values.shape}"
                 )
-            object.__setattr__(self, "template_values", tuple(map(tuple, values.tolist())))
+            object.__setattr__(self, "template_values", tuple(map(tuple, values.astype(float).tolist())))
         super().__post_init__()
 
     def _made(self) -> _core.Engine:
@@ -412,7 +419,7 @@ class LightEngine(_CameraEngine):
     quantile: float = 0.25
 
     def _made(self) -> _core.Engine:
-        if not isinstance(self.engine, ReadyMade):
+        if not isinstance(self.engine, ReadyMade) or self.engine._engine is None:
             raise TypeError(f"engine: expected a ready-made engine, found {self.engine!r}")
         return _core.light_engine(
             self._reading(), self.background, self.quantile, self.engine._made()
@@ -443,5 +450,5 @@ def gaussian_template(size: int, fwhm: float) -> NDArray[np.float64]:
     >>> Correlation(size=15, template_values=gaussian_template(15, 6.0)).size
     15
     """
-    values = _core.gaussian_template(whole("size", size), number("fwhm", fwhm))
+    values = _core.gaussian_template(whole("size", size, 3, 63), number("fwhm", fwhm))
     return np.array(values).reshape(size, size)

@@ -8,7 +8,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core
-from ._records import number, whole
+from ._records import core, number, whole
 from .detector import Detector, core_of
 from .engines import CentreOfGravity, Centroider
 from .simulator import Simulator
@@ -67,7 +67,7 @@ def turbulence(sim: Simulator, frames: int, d_over_r0: float = 20.0, seed: int =
     (10, 52)
     """
     return _core.turbulence(
-        sim._core, whole("frames", frames, 1, 10**9), number("d_over_r0", d_over_r0), whole("seed", seed)
+        core("sim", Simulator, sim), whole("frames", frames, 1, 10**9), number("d_over_r0", d_over_r0), whole("seed", seed)
     )
 
 
@@ -126,11 +126,10 @@ def run_loop(
     """
     if disturbance is None:
         disturbance = turbulence(sim, frames, d_over_r0, seed)
-    measuring = engine or CentreOfGravity()
     run = _core.run_loop(
-        sim._core,
+        core("sim", Simulator, sim),
         disturbance,
-        measuring,
+        CentreOfGravity() if engine is None else engine,
         number("gain", gain),
         number("leak", leak),
         whole("delay", delay, 1, 1000),

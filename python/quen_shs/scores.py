@@ -6,7 +6,7 @@ import dataclasses
 from collections.abc import Iterable
 
 from . import _core
-from ._records import number, whole
+from ._records import core, number, whole
 from .detector import Detector, core_of
 from .engines import Centroider
 from .simulator import Simulator
@@ -107,8 +107,10 @@ def score(
     >>> fit.x.rms < centre.x.rms
     True
     """
+    if not isinstance(engines, Iterable):
+        raise TypeError(f"engines: expected a list of engines, found {engines!r}")
     scores = _core.score(
-        sim._core,
+        core("sim", Simulator, sim),
         list(engines),
         number("noise", noise),
         number("range", range),

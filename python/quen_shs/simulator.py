@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core
-from ._records import number, whole
+from ._records import number, path, whole
 from .engines import Centroider
 
 
@@ -52,7 +52,7 @@ class Simulator:
     """
 
     def __init__(self, folder: str | os.PathLike[str] | None = None, seed: int | None = None) -> None:
-        self._folder = None if folder is None else os.path.abspath(os.fspath(folder))
+        self._folder = None if folder is None else os.path.abspath(path("folder", folder))
         self._core = _core.Simulator(self._folder, None if seed is None else whole("seed", seed))
 
     def __repr__(self) -> str:
@@ -198,11 +198,22 @@ class Simulator:
         >>> generator.state = sim.random_state
         >>> sim.random_state = generator.state
         """
-        return self._core.random_state
+        key, position = self._core.random_state
+        return {"bit_generator": "MT19937", "state": {"key": key, "pos": position}}
 
     @random_state.setter
     def random_state(self, state: dict[str, Any]) -> None:
-        self._core.random_state = state
+        try:
+            if state["bit_generator"] != "MT19937":
+                raise ValueError(state["bit_generator"])
+            key = [whole("key", word) for word in state["state"]["key"]]
+            whole("length of key", len(key), 624, 624)
+            position = whole("pos", state["state"]["pos"], 0, 624)
+        except (LookupError, TypeError, ValueError) as error:
+            raise ValueError(
+                f"random_state: expected the dictionary of numpy.random.MT19937, found another: {error!r}"
+            ) from None
+        self._core.random_state = (key, position)
 
     @property
     def folder(self) -> str | None:

@@ -24,6 +24,16 @@ void RequireShape(const py::array& array, const char* name, const Shape& shape) 
                         InWords(array.attr("shape")));
 }
 
+/// @throws py::value_error  lists of different lengths
+py::array AnyArray(const py::object& values, const char* name) {
+  try {
+    return py::module_::import("numpy").attr("asarray")(values);
+  } catch (const py::error_already_set& error) {
+    if (!error.matches(PyExc_ValueError)) throw;
+    throw py::value_error(std::string(name) + ": expected an array, found none: " + InWords(error.value()));
+  }
+}
+
 bool IsAligned(const py::array& array) {
   return py::detail::check_flags(array.ptr(), py::detail::npy_api::NPY_ARRAY_ALIGNED_);
 }
@@ -38,7 +48,7 @@ py::array_t<T, py::array::c_style> Input(const py::object& values, const char* n
     array = py::reinterpret_borrow<Array>(values);
   } else {
     const py::module_ numpy = py::module_::import("numpy");
-    const py::array any = numpy.attr("asarray")(values);
+    const py::array any = AnyArray(values, name);
     const py::dtype wanted = py::dtype::of<T>();
     if (!numpy.attr("can_cast")(any.dtype(), wanted, "safe").template cast<bool>()) {
       throw py::type_error(std::string(name) + ": expected numbers that " + InWords(wanted) +

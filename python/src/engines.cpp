@@ -61,17 +61,15 @@ PixelReading Reading(const std::string& pixels, double pedestal, std::optional<d
   return reading;
 }
 
-/// A frame of any size, with a region of it.
-void RequireRoom(const py::array& frame, const Roi& roi) {
-  if (frame.ndim() == 2 && frame.shape(0) == roi.y_max && frame.shape(1) == roi.x_max) return;
-  throw py::value_error("frame: expected shape (" + std::to_string(roi.y_max) + ", " + std::to_string(roi.x_max) +
-                        "), as the region says, found " + std::string(py::str(frame.attr("shape"))));
-}
-
-py::tuple Compute(ReadyEngine& ready, const py::array_t<std::uint16_t, py::array::c_style>& frame, const Roi& roi) {
-  RequireRoom(frame, roi);
+/// Measures a region of a frame of any size.
+py::tuple Compute(ReadyEngine& ready, const py::object& frame, const py::object& region) {
+  if (!py::isinstance<Roi>(region)) {
+    throw py::type_error("roi: expected a Roi, found " + std::string(py::repr(region)));
+  }
+  const Roi& roi = region.cast<const Roi&>();
+  const auto pixels = Input<std::uint16_t>(frame, "frame", {roi.y_max, roi.x_max});
   const InUse in_use(ready.is_in_use, "engine");
-  ready.engine->Compute(In(frame), roi);
+  ready.engine->Compute(In(pixels), roi);
   return py::make_tuple(ready.engine->flux, ready.engine->x, ready.engine->y);
 }
 
@@ -93,22 +91,26 @@ class EngineInUse::PythonEngine : public Engine {
   void Compute(gsl::span<const std::uint16_t> frame, const Roi& roi) override {
     const py::gil_scoped_acquire lock;
     const py::object result = compute_(FrameOf(frame, roi), roi);
-    if (!py::isinstance<py::sequence>(result) || py::len(result) != 3) {
+    try {
+      std::tie(flux, x, y) = result.cast<std::tuple<double, double, double>>();
+    } catch (const py::cast_error&) {
       throw py::type_error("compute: expected (flux, x, y), found " + std::string(py::repr(result)));
     }
-    std::tie(flux, x, y) = result.cast<std::tuple<double, double, double>>();
   }
 
  private:
   /// What Python may keep: the simulator's own frame, or a copy of the region of one that goes by.
   py::array FrameOf(gsl::span<const std::uint16_t> frame, const Roi& roi) {
     if (frame.data() == pixels_) return frame_;
-    if (!copy_) copy_ = py::array_t<std::uint16_t>(Shape{roi.y_max, roi.x_max});
+    if (!copy_) {
+      copy_.emplace(Shape{roi.y_max, roi.x_max});
+      frame_ = View(*copy_, copy_->data(), Shape{roi.y_max, roi.x_max});
+    }
     std::uint16_t* const copied = copy_->mutable_data();
     for (std::size_t row = roi.y_low; row < roi.y_up; ++row) {
       std::copy_n(frame.data() + row * roi.x_max + roi.x_low, roi.width, copied + row * roi.x_max + roi.x_low);
     }
-    return *copy_;
+    return frame_;
   }
 
   py::object compute_;
@@ -157,7 +159,7 @@ void BindEngines(py::module_& module) {
       .def_readonly("y_max", &Roi::y_max)
       .def("__repr__", &Shown);
 
-  py::class_<ReadyEngine>(module, "Engine").def("compute", &Compute, py::arg("frame").noconvert(), py::arg("roi"));
+  py::class_<ReadyEngine>(module, "Engine").def("compute", &Compute, py::arg("frame"), py::arg("roi"));
 
   module.attr("spot_fwhm") = kSpotFwhm;
   module.def("centre_of_gravity",

@@ -77,4 +77,16 @@ auto WithFiles(const Action& action) {
   }
 }
 
+/// Does what refuses values that it is given, or finds in files. Those refusals are ValueErrors in Python.
+template <typename Action>
+auto WithValues(const Action& action) {
+  try {
+    return action();
+  } catch (const py::builtin_exception&) {  // Python's own, which are runtime errors as well
+    throw;
+  } catch (const std::runtime_error& error) {
+    throw py::value_error(error.what());
+  }
+}
+
 }  // namespace quen::python

@@ -78,15 +78,12 @@ class CalibrationInUse {
 
 workbench::Camera Load(const std::optional<std::string>& folder) {
   const CalibrationInUse in_use(folder);
-  try {
-    return workbench::MakeSimulator<workbench::Camera>();
-  } catch (const std::runtime_error& error) {  // of what the files hold: they have been found and opened
-    throw py::value_error(error.what());
-  }
+  return WithValues(&workbench::MakeSimulator<workbench::Camera>);  // the files have been found and opened
 }
 
 std::string M2sFile(const std::optional<std::string>& folder) {
-  return folder ? workbench::CalibrationNames(*folder).front() : Found(workbench::kCalibrationFiles.front());
+  if (folder) return workbench::CalibrationNames(*folder).front();
+  return std::filesystem::absolute(Found(workbench::kCalibrationFiles.front()));
 }
 
 std::string FlawOf(const workbench::Camera& camera, const std::string& folder) {
@@ -98,52 +95,28 @@ std::string FlawOf(const workbench::Camera& camera, const std::string& folder) {
   }
 }
 
-// --- The generator's state, as numpy's MT19937 has it
+// --- The generator's state: its words, and how many of them are used up
 
 constexpr std::size_t kWords = Random::state_size;
 
-py::dict StateOf(const Random& generator) {
+py::tuple StateOf(Simulator& self) {
+  const InUse in_use(self.is_in_use, "Simulator");
   std::ostringstream text;  // the standard's own form: the words and, in this library, the position after them
-  text << generator;
+  text << self.generator;
   std::istringstream numbers(text.str());
   py::array_t<std::uint32_t> key(static_cast<py::ssize_t>(kWords));
   for (std::size_t k = 0; k < kWords; ++k) numbers >> key.mutable_data()[k];
   std::size_t position = 0;
   numbers >> position;
-  py::dict state;
-  state["key"] = key;
-  state["pos"] = position;
-  py::dict whole;
-  whole["bit_generator"] = "MT19937";
-  whole["state"] = state;
-  return whole;
+  return py::make_tuple(key, position);
 }
 
-[[noreturn]] void RefuseState(const std::string& why) {
-  throw py::value_error(
-      "random_state: expected {'bit_generator': 'MT19937', 'state': {'key': 624 numbers of 32 bits, 'pos': 0 to "
-      "624}}, " +
-      why);
-}
-
-Random GeneratorOf(const py::dict& whole) {
-  if (!whole.contains("bit_generator") || !whole.contains("state")) RefuseState("found a dictionary without these");
-  if (!py::str("MT19937").equal(whole["bit_generator"])) {
-    RefuseState("found " + std::string(py::repr(whole["bit_generator"])));
-  }
-  const auto state = whole["state"].cast<py::dict>();
-  if (!state.contains("key") || !state.contains("pos")) RefuseState("found a state without these");
-  const auto key = py::array_t<std::uint32_t, py::array::c_style>::ensure(state["key"]);
-  if (!key || key.size() != static_cast<py::ssize_t>(kWords)) RefuseState("found another key");
-  const auto position = state["pos"].cast<long>();
-  if (position < 0 || position > static_cast<long>(kWords)) RefuseState("found pos " + std::to_string(position));
+void SetState(Simulator& self, const std::pair<std::vector<std::uint32_t>, std::size_t>& state) {
+  const InUse in_use(self.is_in_use, "Simulator");
   std::ostringstream text;
-  for (std::size_t k = 0; k < kWords; ++k) text << key.data()[k] << ' ';
-  text << position;
-  std::istringstream numbers(text.str());
-  Random generator;
-  numbers >> generator;
-  return generator;
+  for (const std::uint32_t word : state.first) text << word << ' ';
+  text << state.second;
+  std::istringstream(text.str()) >> self.generator;
 }
 
 // --- Frames and slopes
@@ -185,6 +158,7 @@ py::array ComputeFrame(const py::object& self_object, const py::object& dx, cons
   RequireNotNegative("noise", noise);
   Result<std::uint16_t> result(out, copy, FrameShape());
   const InUse in_use(self.is_in_use, "Simulator");
+  self.ForgetForeignFrame();
   {
     const py::gil_scoped_release unlocked;
     const InPlaceOfTheThreads random(self.generator);
@@ -207,7 +181,10 @@ py::array ComputeSlopes(const py::object& self_object, const py::object& engine,
   Result<double> result(out, copy, {kNumSlopes});
   const InUse in_use(self.is_in_use, "Simulator");
   EngineInUse measuring(engine, self_object, self.camera.Frame().data());
-  if (!frame.is_none()) self.camera.Load(In(Input<std::uint16_t>(frame, "frame", FrameShape())));
+  if (!frame.is_none()) {
+    self.camera.Load(In(Input<std::uint16_t>(frame, "frame", FrameShape())));
+    self.holds_foreign_frame = true;
+  }
   Measure(self, measuring, limit);
   return result.Of(self.camera.Slopes(), self_object);
 }
@@ -280,6 +257,11 @@ Simulator::Simulator(const std::optional<std::string>& folder, std::optional<std
       flaw(FlawOf(camera, folder.value_or("."))),
       generator(seed ? *seed : std::random_device()()) {}
 
+void Simulator::ForgetForeignFrame() {
+  if (holds_foreign_frame) camera.Load(std::vector<std::uint16_t>(camera.Frame().size()));
+  holds_foreign_frame = false;
+}
+
 void BindSimulator(py::module_& module) {
   PYBIND11_NUMPY_DTYPE(RoiRow, x_low, x_up, y_low, y_up, x_ref, y_ref);
   py::class_<Simulator> simulator(module, "Simulator");
@@ -295,16 +277,7 @@ void BindSimulator(py::module_& module) {
              const InUse in_use(self.is_in_use, "Simulator");
              self.generator.seed(seed);
            })
-      .def_property(
-          "random_state",
-          [](Simulator& self) {
-            const InUse in_use(self.is_in_use, "Simulator");
-            return StateOf(self.generator);
-          },
-          [](Simulator& self, const py::dict& state) {
-            const InUse in_use(self.is_in_use, "Simulator");
-            self.generator = GeneratorOf(state);
-          })
+      .def_property("random_state", &StateOf, &SetState)
       .def_property_readonly("rois", &Rois)
       .def_property_readonly("rois_used", &RoisUsed);
   using shssim::ShsSimulator;

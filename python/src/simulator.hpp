@@ -22,10 +22,14 @@ class Simulator {
   /// @param seed    of the generator; none: the system's entropy
   Simulator(const std::optional<std::string>& folder, std::optional<std::uint32_t> seed);
 
+  /// To be called before a frame is drawn.
+  void ForgetForeignFrame();
+
   workbench::Camera camera;
   std::string m2s_file;  ///< where the modes-to-slopes matrix was found
   std::string flaw;      ///< why slopes cannot be measured: too few usage flags; empty if they can
   std::mt19937 generator;
+  bool holds_foreign_frame = false;  ///< with light outside the regions, which no frame of its own draws anew
   std::atomic_flag is_in_use = {};
 };
 

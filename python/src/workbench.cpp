@@ -58,6 +58,7 @@ py::list Score(const py::object& simulator_object, const py::list& engines, doub
   auto& simulator = simulator_object.cast<Simulator&>();
   if (!simulator.flaw.empty()) throw py::value_error(simulator.flaw);
   const InUse in_use(simulator.is_in_use, "Simulator");
+  simulator.ForgetForeignFrame();
   std::deque<EngineInUse> measuring;
   std::vector<std::reference_wrapper<Engine>> references;
   for (const py::handle& engine : engines) {
@@ -123,12 +124,13 @@ py::tuple RunLoop(const py::object& simulator_object, const py::object& disturba
   const workbench::Series series = Eigen::Map<const workbench::Series>(modes.data(), modes.shape(0),
                                                                        static_cast<Eigen::Index>(workbench::kNumModes));
   if (!series.allFinite()) throw py::value_error("disturbance: expected finite numbers, found others");
-  workbench::RequireModerate(series, "disturbance");
+  WithValues([&] { workbench::RequireModerate(series, "disturbance"); });
   if (!simulator.flaw.empty()) throw py::value_error(simulator.flaw);
   const workbench::LoopOptions options = {
       .gain = gain, .leak = leak, .delay = delay, .exposure = ExposureOf(noise, seed, detector)};
   const InUse in_use(simulator.is_in_use, "Simulator");
   EngineInUse measuring(engine, simulator_object, simulator.camera.Frame().data());
+  simulator.holds_foreign_frame = detector != nullptr;
   workbench::LoopRun run;
   {
     std::mt19937 generator;  // the loop seeds it; the simulator's own stays as it is
@@ -164,7 +166,21 @@ void RequireNoCalibration(const std::string& folder) {
   }
 }
 
-/// @param measuring  an engine and what it is called; none where the matrix is computed
+/// @throws Python's ValueError  the engine does not find the modes
+workbench::Calibration Measured(const workbench::Calibration& calibration, workbench::PokeOptions options,
+                                const py::object& measuring) {
+  const CalibrationEnds ends;
+  EngineInUse engine(measuring);
+  std::mt19937 generator;
+  const InPlaceOfTheThreads random(generator);
+  options.engine = py::str(py::type::of(measuring).attr("__name__"));
+  return WithValues([&] {
+    workbench::Camera camera = workbench::CameraOn(calibration);
+    return workbench::Measured(camera, calibration, options, engine.Get(), &StopIfAsked);
+  });
+}
+
+/// @param measuring  an engine; none where the matrix is computed
 std::vector<std::string> Calibrate(const std::string& folder, bool force, const py::tuple& geometry_values,
                                    const std::string& basis, const py::object& measuring, double poke_amplitude,
                                    double noise, std::uint32_t seed, const Camera* detector) {
@@ -184,26 +200,16 @@ std::vector<std::string> Calibrate(const std::string& folder, bool force, const 
   if (basis != workbench::kZernikeWord && basis != workbench::kKarhunenLoeveWord) {
     throw py::value_error("basis: expected 'zernike' or 'karhunen-loeve', found '" + basis + "'");
   }
+  const workbench::PokeOptions poke = {.amplitude = poke_amplitude, .exposure = ExposureOf(noise, seed, detector)};
   if (!force) RequireNoCalibration(folder);
-  return WithFiles([&] {
-    workbench::StagedFiles files(workbench::CalibrationNames(folder));
-    workbench::Calibration calibration = workbench::MakeCalibration(geometry, workbench::BasisByWord(basis));
-    if (!measuring.is_none()) {
-      const CalibrationEnds ends;
-      EngineInUse engine(measuring);
-      std::mt19937 generator;
-      const InPlaceOfTheThreads random(generator);
-      workbench::Camera camera = workbench::CameraOn(calibration);
-      calibration = workbench::Measured(camera, calibration,
-                                        {.engine = py::str(py::type::of(measuring).attr("__name__")),
-                                         .amplitude = poke_amplitude,
-                                         .exposure = ExposureOf(noise, seed, detector)},
-                                        engine.Get(), &StopIfAsked);
-    }
+  workbench::StagedFiles files = WithFiles([&] { return workbench::StagedFiles(workbench::CalibrationNames(folder)); });
+  workbench::Calibration calibration = workbench::MakeCalibration(geometry, workbench::BasisByWord(basis));
+  if (!measuring.is_none()) calibration = Measured(calibration, poke, measuring);
+  WithFiles([&] {
     files.GiveAll(workbench::CalibrationBytes(calibration));
     files.Commit();
-    return files.Names();
   });
+  return files.Names();
 }
 
 py::list Check(const std::string& folder) {
