@@ -151,8 +151,10 @@ def check(folder: str | os.PathLike[str]) -> list[Finding]:
 
     Raises
     ------
+    FileNotFoundError
+        A file is missing.
     OSError
-        A file is missing, or cannot be read.
+        A file cannot be opened.
 
     Examples
     --------

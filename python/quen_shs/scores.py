@@ -135,6 +135,11 @@ def error_bound(noise: float = 10.0, detector: Detector | None = None) -> float:
     -------
     float
 
+    Raises
+    ------
+    ValueError
+        Noise out of its range.
+
     Examples
     --------
     >>> round(error_bound(10.0), 5)

@@ -61,6 +61,17 @@ PixelReading Reading(const std::string& pixels, double pedestal, std::optional<d
   return reading;
 }
 
+/// None where there is no such attribute. What else goes wrong, Ctrl-C in a property's code for instance, comes
+/// through.
+py::object AttributeOf(const py::object& object, const char* name) {
+  if (PyObject* const found = PyObject_GetAttrString(object.ptr(), name); found != nullptr) {
+    return py::reinterpret_steal<py::object>(found);
+  }
+  if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) throw py::error_already_set();
+  PyErr_Clear();
+  return py::none();
+}
+
 /// Measures a region of a frame of any size.
 py::tuple Compute(ReadyEngine& ready, const py::object& frame, const py::object& region) {
   if (!py::isinstance<Roi>(region)) {
@@ -120,7 +131,7 @@ class EngineInUse::PythonEngine : public Engine {
 };
 
 EngineInUse::EngineInUse(const py::object& engine, const py::object& simulator, const std::uint16_t* pixels) {
-  const py::object ready = py::getattr(engine, "_engine", py::none());
+  const py::object ready = AttributeOf(engine, "_engine");
   if (py::isinstance<ReadyEngine>(ready)) {
     ReadyEngine& known = ready.cast<ReadyEngine&>();
     if (known.is_in_use.test_and_set(std::memory_order_acquire)) {
@@ -130,7 +141,7 @@ EngineInUse::EngineInUse(const py::object& engine, const py::object& simulator, 
     engine_ = known.engine.get();
     return;
   }
-  const py::object compute = py::getattr(engine, "compute", py::none());
+  const py::object compute = AttributeOf(engine, "compute");
   if (PyCallable_Check(compute.ptr()) == 0 || py::isinstance<py::type>(engine)) {
     throw py::type_error("engine: expected an object with a method compute(frame, roi), found " +
                          std::string(py::repr(engine)));

@@ -3,12 +3,15 @@
 #include <pybind11/pybind11.h>
 
 #include <atomic>
+#include <filesystem>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "common/random/random.hpp"
+#include "workbench/sensor/calibration.hpp"
 
 /// @file
 /// What holds for the length of one call from Python.
@@ -73,6 +76,20 @@ auto WithFiles(const Action& action) {
   try {
     return action();
   } catch (const std::runtime_error& error) {  // those of the file system library among them
+    ThrowOsError(error.what());
+  }
+}
+
+/// Does what opens a folder's calibration. A file of it that is missing is a FileNotFoundError in Python.
+template <typename Action>
+auto WithCalibration(const std::string& folder, const Action& action) {
+  try {
+    return action();
+  } catch (const std::runtime_error& error) {
+    for (const std::string& file : workbench::CalibrationNames(folder)) {
+      std::error_code unreadable;
+      if (!std::filesystem::exists(file, unreadable)) ThrowOsError(error.what(), PyExc_FileNotFoundError);
+    }
     ThrowOsError(error.what());
   }
 }

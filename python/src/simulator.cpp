@@ -11,8 +11,9 @@
 #include <limits>
 #include <sstream>
 #include <stdexcept>
-#include <system_error>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "common/filesystem/filesystem.hpp"
 #include "python/src/arrays.hpp"
@@ -46,25 +47,12 @@ std::string Found(const char* file) {
   }
 }
 
-/// Opens the folder's calibration for the library. Those that are missing are Python's FileNotFoundError.
-void Open(const std::string& folder) {
-  try {
-    workbench::UseCalibration(folder);
-  } catch (const std::runtime_error& error) {
-    for (const std::string& file : workbench::CalibrationNames(folder)) {
-      std::error_code unreadable;
-      if (!std::filesystem::exists(file, unreadable)) ThrowOsError(error.what(), PyExc_FileNotFoundError);
-    }
-    ThrowOsError(error.what());
-  }
-}
-
 /// The library finds the files of a folder as long as this lives, and its own afterwards.
 class CalibrationInUse {
  public:
   explicit CalibrationInUse(const std::optional<std::string>& folder) {
     if (folder) {
-      Open(*folder);
+      WithCalibration(*folder, [&] { workbench::UseCalibration(*folder); });
     } else {
       for (const char* const file : workbench::kCalibrationFiles) static_cast<void>(Found(file));
     }

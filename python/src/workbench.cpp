@@ -83,7 +83,9 @@ py::list Score(const py::object& simulator_object, const py::list& engines, doub
 }
 
 double ErrorBound(double noise, const Camera* detector) {
-  return detector != nullptr ? centroiders::ErrorBound(detector->config) : centroiders::ErrorBound(noise);
+  if (detector != nullptr) return centroiders::ErrorBound(detector->config);
+  RequireWithin("noise", noise, centroiders::ScoreLimits::kNoise);
+  return centroiders::ErrorBound(noise);
 }
 
 // --- Loops
@@ -214,7 +216,8 @@ std::vector<std::string> Calibrate(const std::string& folder, bool force, const 
 
 py::list Check(const std::string& folder) {
   const CalibrationEnds ends;
-  const workbench::Examination examination = WithFiles([&] { return workbench::CheckCalibration(folder); });
+  const workbench::Examination examination =
+      WithCalibration(folder, [&] { return workbench::CheckCalibration(folder); });
   py::list list;
   for (const workbench::Finding& finding : examination.findings) {
     std::vector<std::string> mistakes;

@@ -355,6 +355,16 @@ def test_engines_without_truth_value_are_engines(k, sim, tmp_path):
         uses_of(Empty(losing), sim, tmp_path)[k]()
 
 
+@pytest.mark.parametrize("name", ["_engine", "compute"])
+def test_exceptions_of_properties_come_through(name, sim):
+    class Failing:
+        def __getattr__(self, wanted):
+            raise Lost if wanted == name else AttributeError
+
+    with pytest.raises(Lost):
+        sim.compute_slopes(Failing())
+
+
 def test_slopes_before_an_exception_stay(sim):
     calls = []
 

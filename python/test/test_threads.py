@@ -1,0 +1,218 @@
+"""Threads, processes and Ctrl-C."""
+
+import concurrent.futures
+import multiprocessing
+import signal
+import subprocess
+import sys
+import threading
+
+import numpy as np
+import pytest
+
+from quen_shs import CentreOfGravity, GaussianFit, Simulator, check, run_loop, score
+
+ZEROS = np.zeros(1089)
+
+
+def work(sim):
+    """Frames and slopes, many times over."""
+    results = []
+    for k in range(20):
+        results.append(sim.compute_frame(np.full(1089, k / 10), ZEROS, 10.0))
+        results.append(sim.compute_slopes(CentreOfGravity()))
+    return results
+
+
+def same(some, others):
+    return all(np.array_equal(one, other) for one, other in zip(some, others, strict=True))
+
+
+def test_four_threads_do_what_one_does(sensor):
+    one_by_one = [work(Simulator(sensor, seed=k)) for k in range(4)]
+    with concurrent.futures.ThreadPoolExecutor(4) as threads:
+        at_once = list(threads.map(work, [Simulator(sensor, seed=k) for k in range(4)]))
+    assert all(map(same, one_by_one, at_once))
+
+
+def test_simulators_can_be_loaded_in_threads(sensor):
+    with concurrent.futures.ThreadPoolExecutor(4) as threads:
+        made = list(threads.map(lambda seed: Simulator(sensor, seed=seed).compute_frame(ZEROS, ZEROS, 9.0), [3] * 20))
+    assert same(made, [made[0]] * 20)
+
+
+JOBS = {
+    "compute_frame": lambda sim: sim.compute_frame(ZEROS, ZEROS, 10.0),
+    "compute_slopes": lambda sim: sim.compute_slopes(GaussianFit(steps=100)),
+    "score": lambda sim: score(sim, [GaussianFit()], frames=50),
+    "run_loop": lambda sim: run_loop(sim, frames=50),
+}
+
+
+@pytest.mark.parametrize("job", JOBS)
+def test_other_threads_go_on_meanwhile(sim, job):
+    """No thread is made to hand over the interpreter's lock: another one gets it while a call lets go of it, or never."""
+    called, got_it = threading.Event(), threading.Event()
+
+    def get_it():
+        called.wait()
+        got_it.set()
+
+    thread = threading.Thread(target=get_it)
+    thread.start()
+    interval = sys.getswitchinterval()
+    sys.setswitchinterval(1000.0)
+    try:
+        called.set()
+        for _ in range(100):
+            JOBS[job](sim)
+            if got_it.is_set():
+                break
+        was_let_go = got_it.is_set()
+    finally:
+        sys.setswitchinterval(interval)
+    thread.join()
+    assert was_let_go
+
+
+@pytest.mark.parametrize("other", ["compute_frame", "compute_slopes", "run_loop", "score"])
+def test_one_simulator_serves_one_thread(sim, other):
+    """An engine holds it while another thread tries."""
+    inside, tried = threading.Event(), threading.Event()
+
+    class Waiting:
+        def compute(self, frame, roi):
+            inside.set()
+            assert tried.wait(30)
+            return 1.0, 0.0, 0.0
+
+    with concurrent.futures.ThreadPoolExecutor(1) as thread:
+        measuring = thread.submit(sim.compute_slopes, Waiting())
+        assert inside.wait(30)
+        with pytest.raises(RuntimeError, match="Simulator: is in use by another call; give each thread one of its own"):
+            JOBS[other](sim)
+        tried.set()
+        assert (measuring.result()[:607] == 0.0).all()
+    assert (sim.flux_used == 1.0).all()
+
+
+def test_threads_that_quarrel_about_a_simulator_spoil_nothing(sensor):
+    """Each frame is whole, and the generator draws no frame twice, whoever gets it."""
+    expected = []
+    sim = Simulator(sensor, seed=1)
+    for _ in range(80):
+        expected.append(sim.compute_frame(ZEROS, ZEROS, 10.0).tobytes())
+    sim.seed(1)
+
+    def drawn(_):
+        frames, refused = [], 0
+        for _ in range(20):
+            try:
+                frames.append(sim.compute_frame(ZEROS, ZEROS, 10.0).tobytes())
+            except RuntimeError:
+                refused += 1
+        return frames, refused
+
+    with concurrent.futures.ThreadPoolExecutor(4) as threads:
+        results = list(threads.map(drawn, range(4)))
+    frames = [frame for some, _ in results for frame in some]
+    assert len(frames) + sum(refused for _, refused in results) == 80
+    assert sorted(frames) == sorted(expected[: len(frames)])
+
+
+def test_an_engine_serves_one_thread(sensor):
+    engine = GaussianFit()
+    sims = [Simulator(sensor, seed=1) for _ in range(4)]
+    for sim in sims:
+        sim.compute_frame(np.full(1089, 0.3), ZEROS, 10.0)
+    expected = sims[0].compute_slopes(GaussianFit())
+
+    def measured(sim):
+        slopes = []
+        for _ in range(10):
+            try:
+                slopes.append(sim.compute_slopes(engine))
+            except RuntimeError as error:
+                assert str(error) == "engine: is in use by another call; give each thread one of its own"
+        return slopes
+
+    with concurrent.futures.ThreadPoolExecutor(4) as threads:
+        for slopes in threads.map(measured, sims):
+            assert same(slopes, [expected] * len(slopes))
+
+
+def test_spawned_processes_go_on_where_a_simulator_was(sensor):
+    sims = [Simulator(sensor, seed=k) for k in range(2)]
+    for sim in sims:
+        sim.compute_frame(ZEROS, ZEROS, 10.0)
+    with multiprocessing.get_context("spawn").Pool(2) as pool:
+        there = pool.map(work, sims)
+    assert all(map(same, there, map(work, sims)))
+
+
+# --- Ctrl-C
+
+INTERRUPTED = """
+import os, signal, sys, threading
+import quen_shs
+
+job, sensor, folder = sys.argv[1:]
+sim = quen_shs.Simulator(sensor, seed=1)
+threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT)).start()
+try:
+    if job == "score":
+        quen_shs.score(sim, [quen_shs.CentreOfGravity()], frames=10**9)
+    if job == "run_loop":
+        quen_shs.run_loop(sim, frames=10**5)
+    if job == "calibrate":
+        while True:
+            quen_shs.calibrate(folder, force=True, measured=True, engine=quen_shs.GaussianFit())
+    if job == "own engine":
+        class Slow:
+            def compute(self, frame, roi):
+                return 1.0, 0.0, 0.0
+        quen_shs.score(sim, [Slow()], frames=10**9)
+except KeyboardInterrupt:
+    frame = sim.compute_frame([0.0] * 1089, [0.0] * 1089)  # it is free again
+    print("interrupted", frame.max())
+"""
+
+
+@pytest.mark.parametrize("job", ["score", "run_loop", "calibrate", "own engine"])
+def test_ctrl_c_ends_a_job_and_leaves_whole_files(job, child, sensor, tmp_path):
+    result = child(INTERRUPTED, job, sensor, tmp_path)
+    assert (result.stdout, result.returncode) == ("interrupted 3847\n", 0), result.stderr
+    files = [file.name for file in tmp_path.rglob("*") if file.is_file()]
+    if files:
+        assert sorted(files) == ["CM.fits", "M2S.fits", "shs_rois.fits"]
+        assert {finding.verdict for finding in check(tmp_path)} == {"good"}
+
+
+def test_ctrl_c_from_outside_ends_a_script(sensor):
+    script = (
+        "import sys, quen_shs\nsim = quen_shs.Simulator(sys.argv[1])\nprint('ready', flush=True)\n"
+        "quen_shs.score(sim, [quen_shs.CentreOfGravity()], frames=10**9)"
+    )
+    process = subprocess.Popen(
+        [sys.executable, "-c", script, sensor], text=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE
+    )
+    assert process.stdout.readline() == "ready\n"
+    process.send_signal(signal.SIGINT)
+    _, errors = process.communicate(timeout=30)
+    assert process.returncode == -signal.SIGINT
+    assert errors.splitlines()[-1] == "KeyboardInterrupt"
+
+
+def test_a_handler_of_ones_own_is_called_and_may_go_on(child, sensor):
+    script = """
+import os, signal, sys, threading, quen_shs
+calls = []
+signal.signal(signal.SIGUSR1, lambda *_: calls.append(1))
+threading.Timer(0.05, os.kill, (os.getpid(), signal.SIGUSR1)).start()
+sim = quen_shs.Simulator(sys.argv[1])
+while not calls:
+    quen_shs.score(sim, [quen_shs.CentreOfGravity()], frames=20)
+print("gone on")
+"""
+    result = child(script, sensor)
+    assert result.stdout == "gone on\n", result.stderr
