@@ -98,6 +98,8 @@ class Detector(Record):
 
         Raises
         ------
+        FileNotFoundError
+            There is no such file.
         OSError
             A file cannot be read, or is no such description: which member, what was expected and found.
 
@@ -108,7 +110,9 @@ class Detector(Record):
         >>> Detector.from_file("camera.json").read_noise
         3.0
         """
-        return cls(**_core.described_detector(path("name", name)), seed=seed)
+        file = path("name", name)
+        os.stat(file)  # a file that is missing is told as everywhere in Python
+        return cls(**_core.described_detector(file), seed=seed)
 
     def expose(
         self, values: ArrayLike, frame_number: int = 0, *, out: NDArray[np.uint16] | None = None

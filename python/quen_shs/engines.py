@@ -51,7 +51,8 @@ class ReadyMade(Record, Centroider):
     """Base class of the ready-made engines, whose fields are what they are made of.
 
     Equal fields make equal engines; `repr` gives what makes the engine again, unless it has maps; engines can be
-    pickled. One engine serves one thread at a time. A pixel is a 16-bit two's-complement number unless the engine is told otherwise.
+    pickled. One engine serves one thread at a time. A pixel is a 16-bit two's-complement number unless the engine is
+    told otherwise.
     """
 
     _measuring: _core.Engine

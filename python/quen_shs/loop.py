@@ -67,7 +67,10 @@ def turbulence(sim: Simulator, frames: int, d_over_r0: float = 20.0, seed: int =
     (10, 52)
     """
     return _core.turbulence(
-        core("sim", Simulator, sim), whole("frames", frames, 1, 10**9), number("d_over_r0", d_over_r0), whole("seed", seed)
+        core("sim", Simulator, sim),
+        whole("frames", frames, 1, 10**9),
+        number("d_over_r0", d_over_r0),
+        whole("seed", seed),
     )
 
 

@@ -1,4 +1,4 @@
-"""What all tests share. They run on the package that PYTHONPATH names, and hold it against the tool that QUEN_SHS names."""
+"""What all tests share. They run on the package that PYTHONPATH names, against the tool that QUEN_SHS names."""
 
 import os
 import pathlib

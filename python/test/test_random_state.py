@@ -7,7 +7,7 @@ import pickle
 import numpy as np
 import pytest
 
-from quen_shs import Simulator
+from quen_shs import CentreOfGravity, Simulator, run_loop, score
 
 ZEROS = np.zeros(1089)
 
@@ -167,8 +167,6 @@ def test_noise_does_not_depend_on_the_thread(sensor):
 
 
 def test_who_sees_the_frames_of_a_score_or_loop_does_not_see_the_noise_change(sim):
-    from quen_shs import CentreOfGravity, run_loop, score
-
     before = sim.random_state
     score(sim, [CentreOfGravity()], frames=1)
     run_loop(sim, frames=10)

@@ -6,7 +6,7 @@ import numpy as np
 import pytest
 from astropy.io import fits
 
-from quen_shs import CentreOfGravity, Simulator
+from quen_shs import CentreOfGravity, Simulator, calibrate
 
 VIEWS = {
     "frame": (816, 840),
@@ -100,8 +100,6 @@ def test_a_frame_is_that_of_plain_python(sensor, displacements, noise):
 
 @pytest.fixture(scope="module")
 def overlapping(tmp_path_factory):
-    from quen_shs import calibrate
-
     folder = tmp_path_factory.mktemp("overlapping")
     calibrate(folder, size=26)
     return folder

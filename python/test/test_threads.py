@@ -51,7 +51,7 @@ JOBS = {
 
 @pytest.mark.parametrize("job", JOBS)
 def test_other_threads_go_on_meanwhile(sim, job):
-    """No thread is made to hand over the interpreter's lock: another one gets it while a call lets go of it, or never."""
+    """Nothing else makes a thread hand over the interpreter's lock: another one gets it in a call, or never."""
     called, got_it = threading.Event(), threading.Event()
 
     def get_it():

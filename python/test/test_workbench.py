@@ -1,8 +1,6 @@
 """Calibrations, findings, scores and loops, against what the tool makes of the same options."""
 
 import json
-import os
-import stat
 
 import numpy as np
 import pytest
@@ -60,11 +58,12 @@ def test_a_calibration_is_that_of_the_tool(name, tool, tmp_path):
     tool("calibrate", tmp_path / "tools", *as_arguments(options))
     assert made == [str(tmp_path / "ours" / "data" / file) for file in FILES]
     for file in FILES:
-        ours, tools = content(tmp_path / "ours" / "data" / file), content(tmp_path / "tools" / "data" / file)
-        assert [data for _, data in ours] == [data for _, data in tools]
-        differing = {one for (a, _), (b, _) in zip(ours, tools) for one, other in zip(a, b, strict=True) if one != other}
-        # How an engine is called is the only difference.
-        assert all(card.startswith("METHOD  ") and name == "measured" for card in differing)
+        ours, tools = (content(tmp_path / whose / "data" / file) for whose in ("ours", "tools"))
+        for (our_cards, our_data), (their_cards, their_data) in zip(ours, tools, strict=True):
+            assert our_data == their_data
+            differing = [ours for ours, theirs in zip(our_cards, their_cards, strict=True) if ours != theirs]
+            # How an engine is called is the only difference.
+            assert all(card.startswith("METHOD  ") and name == "measured" for card in differing)
 
 
 def test_a_measured_calibration_names_its_engine(tmp_path):
@@ -73,7 +72,7 @@ def test_a_measured_calibration_names_its_engine(tmp_path):
 
 
 def test_a_detector_measures_as_that_of_the_tool(tool, tmp_path):
-    (tmp_path / "camera.json").write_text('{"electrons_per_unit": 2, "read_noise": 3, "gain": 0.5, "photon_noise": true}')
+    (tmp_path / "camera.json").write_text('{"electrons_per_unit": 2, "read_noise": 3, "gain": 0.5}')
     calibrate(
         tmp_path / "ours",
         measured=True,
@@ -186,9 +185,10 @@ def test_findings_are_those_of_the_tool(mistake, sensor, tool, tmp_path):
     folder = sensor if mistake is None else planted(sensor, tmp_path / "planted", mistake)
     findings = check(folder)
     expected = json.loads(tool("check", folder, "--json", rc=0 if mistake is None else 1))["findings"]
-    keys = ("verdict", "key", "subject", "text", "advice")
-    assert [[getattr(finding, key) for key in keys] for finding in findings] == [[e[key] for key in keys] for e in expected]
-    assert [list(finding.mistakes) for finding in findings] == [e["mistakes"] for e in expected]
+    for ours, theirs in zip(findings, expected, strict=True):
+        for key in ("verdict", "key", "subject", "text", "advice"):
+            assert getattr(ours, key) == theirs[key]
+        assert list(ours.mistakes) == theirs["mistakes"]
     assert any(finding.verdict == "WRONG" for finding in findings) == (mistake is not None)
 
 
@@ -206,7 +206,8 @@ def test_nothing_to_examine_is_an_os_error(tmp_path):
 
 
 def without_time(score):
-    return (*vars(score.x).values(), *vars(score.y).values(), score.worst, score.flux_bias, score.flux_rms, score.failed)
+    axes = (*vars(score.x).values(), *vars(score.y).values())
+    return (*axes, score.worst, score.flux_bias, score.flux_rms, score.failed)
 
 
 def tools_scores(text):
