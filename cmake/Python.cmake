@@ -22,5 +22,8 @@ if(QUEN_BUILD_PYTHON)
 endif()
 
 if(QUEN_BUILD_PYTHON)
+  if(QUEN_BUILD_TESTS)
+    enable_testing() # before the folder, or CTest does not see its tests
+  endif()
   add_subdirectory(python)
 endif()
