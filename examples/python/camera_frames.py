@@ -1,4 +1,4 @@
-r"""Frames of a camera, as a FITS cube: camera.fits. Each has photons and read noise of its own; camera.png is the first.
+r"""Frames of a camera, as a FITS cube: camera.fits. The first is drawn: camera.png.
 
 Read by the tool, which is told of the hot pixels:
 

@@ -66,11 +66,12 @@ def test_camera_frames_are_read_by_the_tool(tmp_path):
     assert np.median(cube) == median
 
     told = (FOLDER / "camera_frames.py").read_text()
-    command = re.search(r"^    quen-shs (.*?)\n\n?\"\"\"", told, re.MULTILINE | re.DOTALL)[1].replace("\\\n", "").split()
+    [command] = re.findall(r"^    quen-shs (.*?[^\\])$", told, re.MULTILINE | re.DOTALL)
+    command = command.replace("\\\n", "").split()
     output_of(tmp_path, os.environ["QUEN_SHS"], *command, "--output", "slopes.fits")
     with fits.open(tmp_path / "slopes.fits") as file:
         used = file["rois_use"].data["is_used"] != 0
-        measured = [[table.data[axis][used].mean() for axis in "xy"] for table in file if table.name == "SLOPES"]
+        measured = [[table.data[axis][used].mean() for axis in "xy"] for table in file if table.name == "slopes"]
     assert measured == [pytest.approx(true, abs=0.005)] * 5
 
 
