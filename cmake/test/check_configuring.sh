@@ -1,6 +1,6 @@
 #!/bin/sh
-# Configures with all packages and with the library's own alone, and looks what becomes of the host tool. Builds
-# nothing.
+# Configures with all packages and with the library's own alone, and looks what becomes of the host tool and of the
+# Python package. Builds nothing.
 #     check_configuring.sh SOURCE_FOLDER COMPILER
 set -eu
 source=$1
@@ -29,12 +29,34 @@ has_tool() {
   ninja -C "$work/build" -t targets all | grep -q '^quen-shs: '
 }
 
+has_python() {
+  ninja -C "$work/build" -t targets all | grep -q '^quen_python: '
+}
+
 configure || fail "with all packages"
 has_tool || fail "no tool, though nothing is missing"
 if grep -q 'quen-shs' "$work/out"; then fail "words about a tool that lacks nothing"; fi
+has_python || fail "no Python package, though nothing is missing"
+if grep -q 'the Python package' "$work/out"; then fail "words about a Python package that lacks nothing"; fi
+
+configure -DQUEN_BUILD_PYTHON=OFF || fail "Python OFF"
+if has_python; then fail "OFF with the Python package"; fi
+if grep -q 'the Python package' "$work/out"; then fail "words about a Python package that nobody wants"; fi
+
+for lacking in -DCMAKE_DISABLE_FIND_PACKAGE_pybind11=ON -DQUEN_PYTHON_INTERPRETER=/nowhere/python3; do
+  missing="Python's headers and pybind11; on Debian: apt install python3-dev pybind11-dev python3-numpy"
+  configure "$lacking" || fail "without what the Python package needs: $lacking"
+  says "-- Without the Python package: it needs $missing"
+  if has_python; then fail "a Python package without what it needs"; fi
+  has_tool || fail "no tool without the Python package"
+  if configure "$lacking" -DQUEN_BUILD_PYTHON=ON; then fail "ON without what the Python package needs"; fi
+  says "QUEN_BUILD_PYTHON is ON, but the package needs $missing"
+done
 
 configure -DQUEN_BUILD_TOOLS=OFF || fail "OFF"
 if has_tool; then fail "OFF with a tool"; fi
+if has_python; then fail "a Python package without the workbench"; fi
+says '-- Without the Python package: it needs the workbench, which is built with the host tool'
 if grep -q 'quen-shs' "$work/out"; then fail "words about a tool that nobody wants"; fi
 
 # From here on the library's own packages alone.
