@@ -1,6 +1,6 @@
-# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, workbench, tool, and fuzz-replay
-# (fuzz/CMakeLists.txt). Those with a COST are the longest, and begin first, so that no processor waits for them at the
-# end.
+# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, workbench, tool, python (python/CMakeLists.txt)
+# and fuzz-replay (fuzz/CMakeLists.txt). Those with a COST are the longest, and begin first, so that no processor waits
+# for them at the end.
 enable_testing()
 include(GoogleTest)
 find_package(GTest REQUIRED)
@@ -240,11 +240,12 @@ add_test(NAME Includes.PointDown COMMAND ${QUEN_PYTHON} testing/check_includes.p
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(Includes.PointDown PROPERTIES LABELS unit)
 
-# --- The guide, as it stands.
-if(QUEN_BUILD_TOOLS)
+# --- The guide, as it stands; it has a chapter on the Python package.
+if(QUEN_BUILD_PYTHON AND NOT QUEN_SANITIZE)
   add_test(NAME Guide.RunsAsItStands COMMAND ${QUEN_PYTHON} docs/test/run_guide.py docs/guide.md ${PROJECT_BINARY_DIR}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600 COST 100)
+  set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600 COST 100
+                                                       ENVIRONMENT "PYTHONPATH=${PROJECT_BINARY_DIR}/python")
 endif()
 
 # --- The installed package, and the ways to configure it. A sanitized library needs sanitized hosts, which these are
