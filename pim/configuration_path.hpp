@@ -7,8 +7,8 @@
 #include <system_error>
 
 /// @file
-/// The search that the stand-in of pim::Helper::FindFile does, for a replacement that falls back on it. Internal: hosts
-/// call pim::Helper.
+/// The search that the stand-in of pim::Helper::FindFile does, for a replacement that falls back on it. Internal to the
+/// library and its tool; hosts call pim::Helper.
 
 namespace pim {
 

@@ -114,6 +114,17 @@ done
 bash -c '. "$1" && complete -p quen-shs' sh "$prefix/share/bash-completion/completions/quen-shs" >/dev/null ||
   fail "the completion"
 
+# The Python package, on the installed libraries, where it has been built.
+package=$(find "$prefix" -path '*/quen_shs/__init__.py')
+if [ -n "$package" ]; then
+  export PYTHONPATH="${package%/quen_shs/__init__.py}" PYTHONDONTWRITEBYTECODE=1
+  (mkdir python && cd python && MPLBACKEND=Agg /usr/bin/python3 "$source/examples/python/closed_loop.py") >out
+  grep -q '^residual: 0[.]4' out || fail "$(cat out)"
+  ldd "${package%/__init__.py}"/_core*.so >loaded
+  grep -q libquen_shssim_lib loaded || fail "ldd does not see the Python package's library"
+  if grep libquen loaded | grep -vF "=> $prefix/"; then fail "the Python package needs libraries of the build"; fi
+fi
+
 # A host without a calibration fails as the README says, and with INTROOT is told where it was looked for.
 mkdir elsewhere && cd elsewhere
 if env -u CFGPATH -u INTROOT ../readme 2>err; then fail "ran without a calibration"; fi
