@@ -156,6 +156,7 @@ INTERRUPTED = """
 import os, signal, sys, threading
 import quen_shs
 
+signal.signal(signal.SIGINT, signal.default_int_handler)  # which a shell's background jobs are without
 job, sensor, folder = sys.argv[1:]
 sim = quen_shs.Simulator(sensor, seed=1)
 threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT)).start()
@@ -190,7 +191,8 @@ def test_ctrl_c_ends_a_job_and_leaves_whole_files(job, child, sensor, tmp_path):
 
 def test_ctrl_c_from_outside_ends_a_script(sensor):
     script = (
-        "import sys, quen_shs\nsim = quen_shs.Simulator(sys.argv[1])\nprint('ready', flush=True)\n"
+        "import signal, sys, quen_shs\nsignal.signal(signal.SIGINT, signal.default_int_handler)\n"
+        "sim = quen_shs.Simulator(sys.argv[1])\nprint('ready', flush=True)\n"
         "quen_shs.score(sim, [quen_shs.CentreOfGravity()], frames=10**9)"
     )
     process = subprocess.Popen(
