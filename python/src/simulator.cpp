@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 #include <limits>
 #include <sstream>
 #include <stdexcept>
@@ -70,8 +69,7 @@ workbench::Camera Load(const std::optional<std::string>& folder) {
 }
 
 std::string M2sFile(const std::optional<std::string>& folder) {
-  if (folder) return workbench::CalibrationNames(*folder).front();
-  return std::filesystem::absolute(Found(workbench::kCalibrationFiles.front()));
+  return folder ? workbench::CalibrationNames(*folder).front() : Found(workbench::kCalibrationFiles.front());
 }
 
 std::string FlawOf(const workbench::Camera& camera, const std::string& folder) {

@@ -187,8 +187,9 @@ def test_a_folder_that_is_given_comes_before_the_environment(monkeypatch, sensor
     assert np.array_equal(here + 5, there)
 
 
-def test_a_found_calibration_stays_found_when_the_folder_changes(monkeypatch, sensor, tmp_path):
-    monkeypatch.setenv("CFGPATH", "")
+@pytest.mark.parametrize("along", ["", ".", "../sensor"])
+def test_a_found_calibration_stays_found_when_the_folder_changes(along, monkeypatch, sensor, tmp_path):
+    monkeypatch.setenv("CFGPATH", along)
     monkeypatch.chdir(sensor)
     found, relative = Simulator(), Simulator(".")
     expected = turbulence(found, 5)
