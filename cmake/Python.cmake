@@ -5,14 +5,14 @@ set(QUEN_PYTHON_INTERPRETER /usr/bin/python3 CACHE FILEPATH "The interpreter tha
 
 if(QUEN_BUILD_PYTHON)
   set(Python_EXECUTABLE ${QUEN_PYTHON_INTERPRETER})
-  find_package(Python COMPONENTS Interpreter Development.Module QUIET)
+  find_package(Python COMPONENTS Interpreter Development.Module NumPy QUIET)
   if(Python_FOUND)
     find_package(pybind11 2.10 QUIET) # which without Python ends the configuring
   endif()
   if(NOT QUEN_BUILD_TOOLS)
     set(missing "the workbench, which is built with the host tool")
   elseif(NOT Python_FOUND OR NOT pybind11_FOUND)
-    set(missing "Python's headers and pybind11; on Debian: apt install python3-dev pybind11-dev python3-numpy")
+    set(missing "Python's headers, numpy and pybind11; on Debian: apt install python3-dev pybind11-dev python3-numpy")
   endif()
   if(missing)
     if(NOT QUEN_BUILD_PYTHON STREQUAL "AUTO")

@@ -34,8 +34,7 @@ WeightedSums SumTile(common::simd::Level level, const Pixels& pixels, const Axis
 
 /// The sums of a rectangle of any size.
 ///
-/// @param fill_x, fill_y  called as fill(first, count, weights): the weights of `count` columns, or rows, from first
-/// on.
+/// @param fill_x, fill_y  called as fill(first, count, weights): the weights of `count` columns, or rows, from `first`.
 ///                        Not copied: that reads at once what has just been written in parts, and the processor waits.
 template <typename FillX, typename FillY>
 WeightedSums SumWeighted(common::simd::Level level, const Pixels& pixels, const FillX& fill_x, const FillY& fill_y) {

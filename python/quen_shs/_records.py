@@ -96,7 +96,7 @@ def path(name: str, value: Any) -> str:
 
 
 def held(name: str, values: Any) -> NDArray[Any]:
-    """A copy of an array that nobody can write to.
+    """A copy of an array, not writeable.
 
     Raises
     ------

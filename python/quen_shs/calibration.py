@@ -61,7 +61,8 @@ def calibrate(
         Largest displacement of a spot, pixels.
     noise, seed, detector
         Of the frames that are measured: half-width of the simulator's noise, or a detector in its place; the seed of
-        either.
+        either. Without effect where the matrix is computed, as `poke_amplitude`; an engine or a detector is refused
+        there.
 
     Returns
     -------
@@ -85,9 +86,12 @@ def calibrate(
     >>> [os.path.basename(file) for file in calibrate("another")]
     ['M2S.fits', 'CM.fits', 'shs_rois.fits']
     """
+    exposing = core_of(detector)
     measuring = None
     if truth("measured", measured):
         measuring = CentreOfGravity() if engine is None else engine
+    elif engine is not None or exposing is not None:
+        raise ValueError("engine, detector: expected none where the matrix is computed; give measured=True")
     geometry = (
         number("pitch", pitch),
         whole("size", size, 1, 200),
@@ -106,7 +110,7 @@ def calibrate(
         number("poke_amplitude", poke_amplitude),
         number("noise", noise),
         whole("seed", seed),
-        core_of(detector),
+        exposing,
     )
 
 

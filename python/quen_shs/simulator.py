@@ -59,7 +59,7 @@ class Simulator:
         return f"Simulator({self._folder!r})"
 
     def __reduce__(self) -> tuple[Any, ...]:
-        return Simulator, (self._folder, 0), {"random_state": self.random_state}
+        return type(self), (self._folder, 0), {"random_state": self.random_state}
 
     def __setstate__(self, state: dict[str, Any]) -> None:
         self.random_state = state["random_state"]

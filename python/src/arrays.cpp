@@ -43,22 +43,20 @@ bool IsAligned(const py::array& array) {
 template <typename T>
 py::array_t<T, py::array::c_style> Input(const py::object& values, const char* name, const Shape& shape) {
   using Array = py::array_t<T, py::array::c_style>;
-  Array array;
   if (py::isinstance<Array>(values) && IsAligned(py::reinterpret_borrow<py::array>(values))) {
-    array = py::reinterpret_borrow<Array>(values);
-  } else {
-    const py::module_ numpy = py::module_::import("numpy");
-    const py::array any = AnyArray(values, name);
-    const py::dtype wanted = py::dtype::of<T>();
-    if (!numpy.attr("can_cast")(any.dtype(), wanted, "safe").template cast<bool>()) {
-      throw py::type_error(std::string(name) + ": expected numbers that " + InWords(wanted) +
-                           " holds without loss, found " + InWords(any.dtype()));
-    }
-    array = numpy.attr("require")(any, wanted, "CA");
-    RequireShape(any, name, shape);
+    const auto array = py::reinterpret_borrow<Array>(values);
+    RequireShape(array, name, shape);
+    return array;
   }
-  RequireShape(array, name, shape);
-  return array;
+  const py::module_ numpy = py::module_::import("numpy");
+  const py::array any = AnyArray(values, name);
+  const py::dtype wanted = py::dtype::of<T>();
+  if (!numpy.attr("can_cast")(any.dtype(), wanted, "safe").template cast<bool>()) {
+    throw py::type_error(std::string(name) + ": expected numbers that " + InWords(wanted) +
+                         " holds without loss, found " + InWords(any.dtype()));
+  }
+  RequireShape(any, name, shape);
+  return Array(numpy.attr("require")(any, wanted, "CA"));
 }
 
 template <typename T>

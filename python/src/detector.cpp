@@ -46,11 +46,11 @@ py::object ArrayOf(const std::vector<PixelState>& states) {
   return array;
 }
 
-std::unique_ptr<Camera> Made(double electrons_per_unit, double background, double dark, bool photon_noise,
-                             double em_gain, double read_noise, std::optional<double> full_well, double gain,
-                             double offset, int bits, const py::object& flat_map, const py::object& dark_map,
-                             const py::object& offset_map, const py::object& bad_pixels,
-                             const py::object& bad_pixel_levels, std::uint64_t seed) {
+std::unique_ptr<ReadyDetector> Made(double electrons_per_unit, double background, double dark, bool photon_noise,
+                                    double em_gain, double read_noise, std::optional<double> full_well, double gain,
+                                    double offset, int bits, const py::object& flat_map, const py::object& dark_map,
+                                    const py::object& offset_map, const py::object& bad_pixels,
+                                    const py::object& bad_pixel_levels, std::uint64_t seed) {
   const DetectorConfig config = {.electrons_per_unit = electrons_per_unit,
                                  .background = background,
                                  .dark = dark,
@@ -67,10 +67,11 @@ std::unique_ptr<Camera> Made(double electrons_per_unit, double background, doubl
                                  .bad_pixels = StatesOf(bad_pixels),
                                  .bad_pixel_levels = MapOf(bad_pixel_levels, "bad_pixel_levels"),
                                  .seed = seed};
-  return std::make_unique<Camera>(config);
+  return std::make_unique<ReadyDetector>(config);
 }
 
-py::array Expose(const Camera& camera, const py::object& values, std::uint64_t frame_number, const py::object& out) {
+py::array Expose(const ReadyDetector& camera, const py::object& values, std::uint64_t frame_number,
+                 const py::object& out) {
   const auto expected = Input<double>(values, "values", FrameShape());
   auto frame = out.is_none() ? py::array_t<std::uint16_t, py::array::c_style>(FrameShape())
                              : Output<std::uint16_t>(out, "out", FrameShape());
@@ -114,7 +115,7 @@ py::tuple DrawHotPixels(std::uint64_t seed, double per_million, double mean_leve
 }  // namespace
 
 void BindDetector(py::module_& module) {
-  py::class_<Camera>(module, "Detector").def(py::init(&Made)).def("expose", &Expose);
+  py::class_<ReadyDetector>(module, "Detector").def(py::init(&Made)).def("expose", &Expose);
   module.def("described_detector", &Described);
   module.def("draw_flat_map", [](std::uint64_t seed, double rms) { return ArrayOf(detector::DrawFlatMap(seed, rms)); });
   module.def("draw_hot_pixels", &DrawHotPixels);

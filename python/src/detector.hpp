@@ -9,8 +9,8 @@ namespace quen::python {
 namespace py = pybind11;
 
 /// A detector in Python's hands, and what it was made from.
-struct Camera {
-  explicit Camera(const detector::DetectorConfig& wanted) : config(wanted), detector(wanted) {}
+struct ReadyDetector {
+  explicit ReadyDetector(const detector::DetectorConfig& wanted) : config(wanted), detector(wanted) {}
 
   detector::DetectorConfig config;
   detector::Detector detector;

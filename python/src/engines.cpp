@@ -78,10 +78,18 @@ py::tuple Compute(ReadyEngine& ready, const py::object& frame, const py::object&
     throw py::type_error("roi: expected a Roi, found " + std::string(py::repr(region)));
   }
   const Roi& roi = region.cast<const Roi&>();
-  const auto pixels = Input<std::uint16_t>(frame, "frame", {roi.y_max, roi.x_max});
+  const Shape shape = {roi.y_max, roi.x_max};
+  const auto pixels = Input<std::uint16_t>(frame, "frame", shape);
+  if (ready.has_maps && shape != FrameShape()) {
+    throw py::value_error("frame: expected one of 816 rows and 840 columns, as the engine's maps have, found another");
+  }
   const InUse in_use(ready.is_in_use, "engine");
   ready.engine->Compute(In(pixels), roi);
   return py::make_tuple(ready.engine->flux, ready.engine->x, ready.engine->y);
+}
+
+bool HasMaps(const PixelReading& reading) {
+  return !reading.dark_map.empty() || !reading.flat_map.empty() || !reading.bad_pixels.empty();
 }
 
 std::string Shown(const Roi& roi) {
@@ -131,13 +139,12 @@ class EngineInUse::PythonEngine : public Engine {
 };
 
 EngineInUse::EngineInUse(const py::object& engine, const py::object& simulator, const std::uint16_t* pixels) {
-  const py::object ready = AttributeOf(engine, "_engine");
-  if (py::isinstance<ReadyEngine>(ready)) {
-    ReadyEngine& known = ready.cast<ReadyEngine&>();
-    if (known.is_in_use.test_and_set(std::memory_order_acquire)) {
-      throw std::runtime_error("engine: is in use by another call; give each thread one of its own");
-    }
-    ready_ = &known;
+  // Only a ready-made engine has one by its class: an object that passes every name on to another one has its own
+  // compute.
+  if (!AttributeOf(py::type::of(engine), "_engine").is_none()) ready_ = AttributeOf(engine, "_engine");
+  if (py::isinstance<ReadyEngine>(ready_)) {
+    auto& known = ready_.cast<ReadyEngine&>();
+    in_use_.emplace(known.is_in_use, "engine");
     engine_ = known.engine.get();
     return;
   }
@@ -150,12 +157,22 @@ EngineInUse::EngineInUse(const py::object& engine, const py::object& simulator, 
   engine_ = own_.get();
 }
 
-EngineInUse::~EngineInUse() {
-  if (ready_ != nullptr) ready_->is_in_use.clear(std::memory_order_release);
-}
+EngineInUse::~EngineInUse() = default;
 
 void BindEngines(py::module_& module) {
-  py::class_<Roi>(module, "Roi")
+  py::class_<Roi>(module, "Roi",
+                  "Region of a sub-aperture: columns x_low to x_up - 1 and rows y_low to y_up - 1 of a frame of x_max "
+                  "columns and y_max rows, and the reference point (x_ref, y_ref) of its spot, pixels.")
+      .def(py::pickle(
+          [](const Roi& roi) {
+            return py::make_tuple(roi.x_low, roi.x_up, roi.y_low, roi.y_up, roi.x_max, roi.y_max, roi.x_ref, roi.y_ref);
+          },
+          [](const py::tuple& bounds) {
+            const auto [x_low, x_up, y_low, y_up, x_max, y_max, x_ref, y_ref] =
+                bounds.cast<std::tuple<std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t,
+                                       std::uint16_t, double, double>>();
+            return Roi(x_low, x_up, y_low, y_up, x_max, y_max, x_ref, y_ref);
+          }))
       .def(py::init<std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, double,
                     double>(),
            py::arg("x_low"), py::arg("x_up"), py::arg("y_low"), py::arg("y_up"), py::arg("x_max"), py::arg("y_max"),
@@ -206,29 +223,38 @@ void BindEngines(py::module_& module) {
   module.def("maximum_likelihood_fit", [](const PixelReading& reading, double gain, double read_noise,
                                           const std::string& shape, double fwhm, const std::string& background_model,
                                           double background, int steps, double tolerance, double significance) {
-    return Ready<MaximumLikelihoodFit>(MaximumLikelihoodConfig{
-        reading, gain, read_noise,
-        ByWord<SpotShape>("shape", shape,
-                          {{"given", SpotShape::kGiven}, {"round", SpotShape::kRound}, {"oval", SpotShape::kOval}}),
-        fwhm,
-        ByWord<SpotBackground>("background_model", background_model,
-                               {{"constant", SpotBackground::kConstant},
-                                {"slope", SpotBackground::kSlope},
-                                {"given", SpotBackground::kGiven}}),
-        background, steps, tolerance, significance});
+    return std::make_unique<ReadyEngine>(
+        std::make_unique<MaximumLikelihoodFit>(MaximumLikelihoodConfig{
+            reading, gain, read_noise,
+            ByWord<SpotShape>("shape", shape,
+                              {{"given", SpotShape::kGiven}, {"round", SpotShape::kRound}, {"oval", SpotShape::kOval}}),
+            fwhm,
+            ByWord<SpotBackground>("background_model", background_model,
+                                   {{"constant", SpotBackground::kConstant},
+                                    {"slope", SpotBackground::kSlope},
+                                    {"given", SpotBackground::kGiven}}),
+            background, steps, tolerance, significance}),
+        HasMaps(reading));
   });
   // Takes the engine out of the object that it is given.
   module.def("light_engine",
              [](const PixelReading& reading, const std::string& background, double quantile, ReadyEngine& inner) {
-               return Ready<LightEngine>(
-                   LightConfig{reading,
-                               ByWord<BackgroundEstimate>("background", background,
-                                                          {{"none", BackgroundEstimate::kNone},
-                                                           {"border-mean", BackgroundEstimate::kBorderMean},
-                                                           {"border-median", BackgroundEstimate::kBorderMedian},
-                                                           {"quantile", BackgroundEstimate::kQuantile}}),
-                               quantile},
-                   std::move(inner.engine));
+               if (inner.has_maps) {
+                 throw py::value_error(
+                     "engine: expected one without maps, for it sees single regions; give the maps to "
+                     "the LightEngine");
+               }
+               return std::make_unique<ReadyEngine>(
+                   std::make_unique<LightEngine>(
+                       LightConfig{reading,
+                                   ByWord<BackgroundEstimate>("background", background,
+                                                              {{"none", BackgroundEstimate::kNone},
+                                                               {"border-mean", BackgroundEstimate::kBorderMean},
+                                                               {"border-median", BackgroundEstimate::kBorderMedian},
+                                                               {"quantile", BackgroundEstimate::kQuantile}}),
+                                   quantile},
+                       std::move(inner.engine)),
+                   HasMaps(reading));
              });
 }
 

@@ -5,8 +5,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 
+#include "python/src/guards.hpp"
 #include "quen_image_processing/centroiding/centroiding.hpp"
 
 /// @file
@@ -20,9 +22,11 @@ using Engine = image_processing::Centroiding<std::uint16_t>;
 
 /// A ready-made engine, in Python's hands.
 struct ReadyEngine {
-  explicit ReadyEngine(std::unique_ptr<Engine> made) : engine(std::move(made)) {}
+  explicit ReadyEngine(std::unique_ptr<Engine> made, bool knows_maps = false)
+      : engine(std::move(made)), has_maps(knows_maps) {}
 
   std::unique_ptr<Engine> engine;
+  bool has_maps;  ///< which frames must be as large as
   std::atomic_flag is_in_use = {};
 };
 
@@ -47,7 +51,8 @@ class EngineInUse {
  private:
   class PythonEngine;
   std::unique_ptr<PythonEngine> own_;
-  ReadyEngine* ready_ = nullptr;
+  py::object ready_ = py::none();  ///< which a property may have made for this call alone
+  std::optional<InUse> in_use_;
   Engine* engine_ = nullptr;
 };
 

@@ -9,9 +9,11 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "common/random/random.hpp"
 #include "workbench/sensor/calibration.hpp"
+#include "workbench/sensor/calibration_lookup.hpp"
 
 /// @file
 /// What holds for the length of one call from Python.
@@ -79,6 +81,17 @@ auto WithFiles(const Action& action) {
     ThrowOsError(error.what());
   }
 }
+
+/// When this ends, the library finds files by itself again, and not those that were in use.
+class CalibrationEnds {
+ public:
+  CalibrationEnds() = default;
+  ~CalibrationEnds() { workbench::UseCalibration(std::vector<workbench::InputFile>{}); }
+  CalibrationEnds(const CalibrationEnds&) = delete;
+  CalibrationEnds& operator=(const CalibrationEnds&) = delete;
+  CalibrationEnds(CalibrationEnds&&) = delete;
+  CalibrationEnds& operator=(CalibrationEnds&&) = delete;
+};
 
 /// Does what opens a folder's calibration. A file of it that is missing is a FileNotFoundError in Python.
 template <typename Action>

@@ -46,25 +46,23 @@ std::string Found(const char* file) {
   }
 }
 
-/// The library finds the files of a folder as long as this lives, and its own afterwards.
-class CalibrationInUse {
- public:
-  explicit CalibrationInUse(const std::optional<std::string>& folder) {
-    if (folder) {
-      WithCalibration(*folder, [&] { workbench::UseCalibration(*folder); });
-    } else {
-      for (const char* const file : workbench::kCalibrationFiles) static_cast<void>(Found(file));
-    }
+/// The files of a calibration that is found as the library finds it.
+std::vector<workbench::InputFile> FoundFiles() {
+  std::vector<workbench::InputFile> files;
+  for (const char* const name : workbench::kCalibrationFiles) {
+    const std::string file = Found(name);
+    WithFiles([&] { files.emplace_back(file); });
   }
-  ~CalibrationInUse() { workbench::UseCalibration(std::vector<workbench::InputFile>{}); }
-  CalibrationInUse(const CalibrationInUse&) = delete;
-  CalibrationInUse& operator=(const CalibrationInUse&) = delete;
-  CalibrationInUse(CalibrationInUse&&) = delete;
-  CalibrationInUse& operator=(CalibrationInUse&&) = delete;
-};
+  return files;
+}
 
 workbench::Camera Load(const std::optional<std::string>& folder) {
-  const CalibrationInUse in_use(folder);
+  const CalibrationEnds ends;
+  if (folder) {
+    WithCalibration(*folder, [&] { workbench::UseCalibration(*folder); });
+  } else {
+    workbench::UseCalibration(FoundFiles());
+  }
   return WithValues(&workbench::MakeSimulator<workbench::Camera>);  // the files have been found and opened
 }
 

@@ -36,7 +36,7 @@ using common::Limits;
 void RequireWithin(const char* name, double value, const Limits& limits) { common::RequireWithin(name, value, limits); }
 
 /// Noise, or a detector's.
-workbench::Exposure ExposureOf(double noise, std::uint32_t seed, const Camera* detector) {
+workbench::Exposure ExposureOf(double noise, std::uint32_t seed, const ReadyDetector* detector) {
   RequireWithin("noise", noise, centroiders::ScoreLimits::kNoise);
   workbench::Exposure exposure = {.noise = noise, .seed = seed};
   if (detector != nullptr) {
@@ -54,7 +54,7 @@ py::tuple AsTuple(const centroiders::AxisScore& axis) {
 }
 
 py::list Score(const py::object& simulator_object, const py::list& engines, double noise, double range,
-               std::size_t frames, std::uint32_t seed, const Camera* detector) {
+               std::size_t frames, std::uint32_t seed, const ReadyDetector* detector) {
   auto& simulator = simulator_object.cast<Simulator&>();
   if (!simulator.flaw.empty()) throw py::value_error(simulator.flaw);
   const InUse in_use(simulator.is_in_use, "Simulator");
@@ -82,7 +82,7 @@ py::list Score(const py::object& simulator_object, const py::list& engines, doub
   return list;
 }
 
-double ErrorBound(double noise, const Camera* detector) {
+double ErrorBound(double noise, const ReadyDetector* detector) {
   if (detector != nullptr) return centroiders::ErrorBound(detector->config);
   RequireWithin("noise", noise, centroiders::ScoreLimits::kNoise);
   return centroiders::ErrorBound(noise);
@@ -115,7 +115,8 @@ py::array_t<double> ArrayOf(const workbench::LoopRun& run, Eigen::VectorXd workb
 }
 
 py::tuple RunLoop(const py::object& simulator_object, const py::object& disturbance, const py::object& engine,
-                  double gain, double leak, int delay, double noise, std::uint32_t seed, const Camera* detector) {
+                  double gain, double leak, int delay, double noise, std::uint32_t seed,
+                  const ReadyDetector* detector) {
   auto& simulator = simulator_object.cast<Simulator&>();
   const auto modes =
       Input<double>(disturbance, "disturbance", Shape{kAnyLength, static_cast<py::ssize_t>(workbench::kNumModes)});
@@ -148,17 +149,6 @@ py::tuple RunLoop(const py::object& simulator_object, const py::object& disturba
 
 // --- Calibrations
 
-/// The library finds its own files again when this ends.
-class CalibrationEnds {
- public:
-  CalibrationEnds() = default;
-  ~CalibrationEnds() { workbench::UseCalibration(std::vector<workbench::InputFile>{}); }
-  CalibrationEnds(const CalibrationEnds&) = delete;
-  CalibrationEnds& operator=(const CalibrationEnds&) = delete;
-  CalibrationEnds(CalibrationEnds&&) = delete;
-  CalibrationEnds& operator=(CalibrationEnds&&) = delete;
-};
-
 /// @throws Python's FileExistsError  a file of a calibration is there
 void RequireNoCalibration(const std::string& folder) {
   try {
@@ -168,16 +158,21 @@ void RequireNoCalibration(const std::string& folder) {
   }
 }
 
+/// In use only as long as the camera loads it: the engine may have simulators of its own made.
+workbench::Camera LoadedFrom(const workbench::Calibration& calibration) {
+  const CalibrationEnds ends;
+  return workbench::CameraOn(calibration);
+}
+
 /// @throws Python's ValueError  the engine does not find the modes
 workbench::Calibration Measured(const workbench::Calibration& calibration, workbench::PokeOptions options,
                                 const py::object& measuring) {
-  const CalibrationEnds ends;
   EngineInUse engine(measuring);
   std::mt19937 generator;
   const InPlaceOfTheThreads random(generator);
   options.engine = py::str(py::type::of(measuring).attr("__name__"));
   return WithValues([&] {
-    workbench::Camera camera = workbench::CameraOn(calibration);
+    workbench::Camera camera = LoadedFrom(calibration);
     return workbench::Measured(camera, calibration, options, engine.Get(), &StopIfAsked);
   });
 }
@@ -185,7 +180,7 @@ workbench::Calibration Measured(const workbench::Calibration& calibration, workb
 /// @param measuring  an engine; none where the matrix is computed
 std::vector<std::string> Calibrate(const std::string& folder, bool force, const py::tuple& geometry_values,
                                    const std::string& basis, const py::object& measuring, double poke_amplitude,
-                                   double noise, std::uint32_t seed, const Camera* detector) {
+                                   double noise, std::uint32_t seed, const ReadyDetector* detector) {
   using Geometry = workbench::GeometryLimits;
   workbench::Geometry geometry;
   std::tie(geometry.pitch, geometry.size, geometry.offset_x, geometry.offset_y, geometry.obscuration,

@@ -361,12 +361,25 @@ def test_engines_without_truth_value_are_engines(k, sim, tmp_path):
 
 @pytest.mark.parametrize("name", ["_engine", "compute"])
 def test_exceptions_of_properties_come_through(name, sim):
-    class Failing:
-        def __getattr__(self, wanted):
-            raise Lost if wanted == name else AttributeError
+    def lose(self):
+        raise Lost
 
     with pytest.raises(Lost):
-        sim.compute_slopes(Failing())
+        sim.compute_slopes(type("Failing", (), {name: property(lose)})())
+
+
+def test_an_engine_that_passes_names_on_is_asked_itself(sim):
+    class Wrapper:
+        def __init__(self, inner):
+            self.inner = inner
+
+        def __getattr__(self, name):
+            return getattr(self.inner, name)
+
+        def compute(self, frame, roi):
+            return 1.0, 7.0, 0.0
+
+    assert (sim.compute_slopes(Wrapper(Weighted()))[607:] == 7.0).all()
 
 
 def test_slopes_before_an_exception_stay(sim):
@@ -416,14 +429,18 @@ def test_an_engine_may_use_another_simulator(sim, sensor):
     assert np.array_equal(run.residual, alone.residual)
 
 
-def test_an_engine_may_load_simulators_while_a_matrix_is_measured(sensor, tmp_path):
+def test_an_engine_may_load_simulators_while_a_matrix_is_measured(sensor, tmp_path, monkeypatch):
     class Loading(Delegating):
         loaded = None
 
         def compute(self, frame, roi):
-            self.loaded = self.loaded or (Simulator(sensor), quen_shs.check(sensor))
+            self.loaded = self.loaded or (Simulator(sensor), Simulator(), quen_shs.check(sensor))
             return super().compute(frame, roi)
 
+    monkeypatch.setenv("CFGPATH", str(sensor))
+    loading = Loading(CentreOfGravity())
+    quen_shs.calibrate(tmp_path / "elsewhere", measured=True, engine=loading, offset_x=9.0)
+    assert np.array_equal(loading.loaded[1].rois, loading.loaded[0].rois)
     quen_shs.calibrate(tmp_path / "one", measured=True, engine=Loading(CentreOfGravity()))
     quen_shs.calibrate(tmp_path / "two", measured=True)
     assert np.array_equal(Simulator(tmp_path / "one").m2s, Simulator(tmp_path / "two").m2s)

@@ -32,7 +32,7 @@ def growth(action, times):
     return resident() - before
 
 
-# A tenth of a byte per call of 100000, or one frame of 1.4 million bytes that is kept, would pass either.
+# Bytes: less than one frame that is kept, and ten for each of 100000 calls.
 BOUND = 1_000_000
 
 

@@ -130,6 +130,8 @@ def test_a_folder_may_have_any_name(name, tmp_path):
         ({"noise": -1}, ValueError, "noise must be from 0 to 1000000000, found -1"),
         ({"seed": -1}, ValueError, "seed: expected 0 to 4294967295, found -1"),
         ({"detector": "camera.json"}, TypeError, "detector: expected a Detector, found 'camera.json'"),
+        ({"detector": quen_shs.Detector()}, ValueError, "engine, detector: expected none where the matrix is computed"),
+        ({"engine": quen_shs.Weighted()}, ValueError, "engine, detector: expected none where the matrix is computed"),
     ],
 )
 def test_wrong_options_are_refused_and_nothing_is_written(options, error, message, tmp_path):

@@ -37,7 +37,7 @@ std::string InWords(const Exposure& exposure);
 class Camera : public quen::shssim::ShsSimulator {
  public:
   /// Takes a frame, 840 × 816 pixels, for the next measurement.
-  void Load(gsl::span<const std::uint16_t> pixels) { frame.assign(pixels.begin(), pixels.end()); }
+  void Load(gsl::span<const std::uint16_t> pixels);
 
   /// From now on frames are drawn so. They are numbered from 0 anew; the calling thread's generator is seeded.
   void Use(const Exposure& exposure);

@@ -25,7 +25,8 @@ Pedestal PedestalOf(const std::vector<double>& values, std::size_t width, const 
                     const std::vector<std::uint8_t>& used);
 
 /// The same of a frame that the camera draws for it with a detector, its spots where they belong, as engines correct
-/// it; none without a detector. How frames are drawn, the camera is to be told anew: the first of them is this one.
+/// it; none without a detector. Call Camera::Use again afterwards: its first
+/// frame is this one.
 std::optional<Pedestal> PedestalOfDetector(Camera& camera, const Exposure& exposure);
 
 }  // namespace quen::workbench

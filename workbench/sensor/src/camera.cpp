@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstring>
+#include <stdexcept>
 
 #include "common/random/random.hpp"
 #include "workbench/fits/header.hpp"
@@ -34,6 +36,11 @@ void WriteExposureOfDetector(const quen::common::Fits::Handle& file, const Expos
 std::string InWords(const Exposure& exposure) {
   if (!exposure.detector) return fmt::format("noise {:g}", exposure.noise);
   return InWords(*exposure.detector);
+}
+
+void Camera::Load(gsl::span<const std::uint16_t> pixels) {
+  if (pixels.size() != frame.size()) throw std::invalid_argument("Camera: expected a frame of 840 x 816 pixels");
+  std::memmove(frame.data(), pixels.data(), pixels.size_bytes());  // it may be the camera's own
 }
 
 void Camera::Use(const Exposure& exposure) {
