@@ -44,7 +44,7 @@ template <typename T>
 py::array_t<T, py::array::c_style> Input(const py::object& values, const char* name, const Shape& shape) {
   using Array = py::array_t<T, py::array::c_style>;
   if (py::isinstance<Array>(values) && IsAligned(py::reinterpret_borrow<py::array>(values))) {
-    const auto array = py::reinterpret_borrow<Array>(values);
+    auto array = py::reinterpret_borrow<Array>(values);
     RequireShape(array, name, shape);
     return array;
   }
