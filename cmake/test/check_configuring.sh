@@ -44,7 +44,7 @@ if has_python; then fail "OFF with the Python package"; fi
 if grep -q 'the Python package' "$work/out"; then fail "words about a Python package that nobody wants"; fi
 
 for lacking in -DCMAKE_DISABLE_FIND_PACKAGE_pybind11=ON -DQUEN_PYTHON_INTERPRETER=/nowhere/python3; do
-  missing="Python's headers and pybind11; on Debian: apt install python3-dev pybind11-dev python3-numpy"
+  missing="Python's headers, numpy and pybind11; on Debian: apt install python3-dev pybind11-dev python3-numpy"
   configure "$lacking" || fail "without what the Python package needs: $lacking"
   says "-- Without the Python package: it needs $missing"
   if has_python; then fail "a Python package without what it needs"; fi
