@@ -6,6 +6,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 version: str
+limits: dict[str, tuple[int, int]]
 spot_fwhm: float
 
 class Roi:
@@ -56,6 +57,9 @@ class PixelReading:
 class Detector:
     def __init__(self, *members: Any) -> None: ...
     def expose(self, values: ArrayLike, frame_number: int, out: NDArray[np.uint16] | None) -> NDArray[np.uint16]: ...
+
+class Exposure:
+    def __init__(self, noise: float, seed: int, detector: Detector | None) -> None: ...
 
 class Simulator:
     random_state: tuple[Any, int]
@@ -121,15 +125,9 @@ def described_detector(name: str) -> dict[str, Any]: ...
 def draw_flat_map(seed: int, rms: float) -> NDArray[np.float64]: ...
 def draw_hot_pixels(seed: int, per_million: float, mean_level: float) -> tuple[NDArray[np.uint8], NDArray[np.float64]]: ...
 def score(
-    sim: Simulator,
-    engines: list[Any],
-    noise: float,
-    range: float,
-    frames: int,
-    seed: int,
-    detector: Detector | None,
+    sim: Simulator, engines: list[Any], range: float, frames: int, exposure: Exposure
 ) -> list[tuple[Any, ...]]: ...
-def error_bound(noise: float, detector: Detector | None) -> float: ...
+def error_bound(exposure: Exposure) -> float: ...
 def turbulence(sim: Simulator, frames: int, d_over_r0: float, seed: int) -> NDArray[np.float64]: ...
 def run_loop(
     sim: Simulator,
@@ -138,9 +136,7 @@ def run_loop(
     gain: float,
     leak: float,
     delay: int,
-    noise: float,
-    seed: int,
-    detector: Detector | None,
+    exposure: Exposure,
 ) -> tuple[Any, ...]: ...
 def calibrate(
     folder: str,
@@ -149,8 +145,6 @@ def calibrate(
     basis: str,
     engine: object | None,
     poke_amplitude: float,
-    noise: float,
-    seed: int,
-    detector: Detector | None,
+    exposure: Exposure,
 ) -> list[str]: ...
 def check(folder: str) -> list[tuple[Any, ...]]: ...

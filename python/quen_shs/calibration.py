@@ -8,7 +8,7 @@ from typing import Literal
 
 from . import _core
 from ._records import number, path, truth, whole, word
-from .detector import Detector, core_of
+from .detector import Detector, exposure
 from .engines import CentreOfGravity, Centroider
 
 
@@ -86,15 +86,15 @@ def calibrate(
     >>> [os.path.basename(file) for file in calibrate("another")]
     ['M2S.fits', 'CM.fits', 'shs_rois.fits']
     """
-    exposing = core_of(detector)
+    exposing = exposure(noise, seed, detector)
     measuring = None
     if truth("measured", measured):
         measuring = CentreOfGravity() if engine is None else engine
-    elif engine is not None or exposing is not None:
+    elif engine is not None or detector is not None:
         raise ValueError("engine, detector: expected none where the matrix is computed; give measured=True")
     geometry = (
         number("pitch", pitch),
-        whole("size", size, 1, 200),
+        whole("size", size, *_core.limits["size"]),
         number("offset_x", offset_x),
         number("offset_y", offset_y),
         number("obscuration", obscuration),
@@ -108,8 +108,6 @@ def calibrate(
         word("basis", basis),
         measuring,
         number("poke_amplitude", poke_amplitude),
-        number("noise", noise),
-        whole("seed", seed),
         exposing,
     )
 

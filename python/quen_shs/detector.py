@@ -207,6 +207,13 @@ def draw_hot_pixels(
     )
 
 
-def core_of(detector: Detector | None) -> _core.Detector | None:
-    """What the compiled functions take for a detector."""
-    return None if detector is None else core("detector", Detector, detector)
+def exposure(noise: float, seed: int, detector: Detector | None) -> _core.Exposure:
+    """What the compiled functions take for noise, or a detector in its place, and the seed of either.
+
+    Raises
+    ------
+    TypeError, ValueError
+        One of them is none, or out of its range.
+    """
+    ready_made = None if detector is None else core("detector", Detector, detector)
+    return _core.Exposure(number("noise", noise), whole("seed", seed), ready_made)

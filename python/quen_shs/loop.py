@@ -9,7 +9,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core
 from ._records import core, number, whole
-from .detector import Detector, core_of
+from .detector import Detector, exposure
 from .engines import CentreOfGravity, Centroider
 from .simulator import Simulator
 
@@ -45,7 +45,7 @@ def turbulence(sim: Simulator, frames: int, d_over_r0: float = 20.0, seed: int =
     ----------
     sim : Simulator
     frames : int
-        How many, 1 or more.
+        How many, 10 to 100000.
     d_over_r0 : float
         Diameter over Fried parameter, 0 to 1000.
     seed : int
@@ -68,7 +68,7 @@ def turbulence(sim: Simulator, frames: int, d_over_r0: float = 20.0, seed: int =
     """
     return _core.turbulence(
         core("sim", Simulator, sim),
-        whole("frames", frames, 1, 10**9),
+        whole("frames", frames, *_core.limits["frames"]),
         number("d_over_r0", d_over_r0),
         whole("seed", seed),
     )
@@ -106,7 +106,7 @@ def run_loop(
     leak : float
         Share of the correction that is forgotten in each frame, 0 to 1.
     delay : int
-        Frames from a measurement to the first frame that its correction acts on, 1 or more.
+        Frames from a measurement to the first frame that its correction acts on, 1 to 9.
     noise, seed, detector
         Half-width of the simulator's noise, or a detector in its place; the seed of either.
 
@@ -135,9 +135,7 @@ def run_loop(
         CentreOfGravity() if engine is None else engine,
         number("gain", gain),
         number("leak", leak),
-        whole("delay", delay, 1, 1000),
-        number("noise", noise),
-        whole("seed", seed),
-        core_of(detector),
+        whole("delay", delay, *_core.limits["delay"]),
+        exposure(noise, seed, detector),
     )
     return LoopRun(*run)

@@ -7,7 +7,7 @@ from collections.abc import Iterable
 
 from . import _core
 from ._records import core, number, whole
-from .detector import Detector, core_of
+from .detector import Detector, exposure
 from .engines import Centroider
 from .simulator import Simulator
 
@@ -112,11 +112,9 @@ def score(
     scores = _core.score(
         core("sim", Simulator, sim),
         list(engines),
-        number("noise", noise),
         number("range", range),
-        whole("frames", frames, 1, 10**9),
-        whole("seed", seed),
-        core_of(detector),
+        whole("frames", frames, *_core.limits["score frames"]),
+        exposure(noise, seed, detector),
     )
     return [Score(AxisScore(*x), AxisScore(*y), *rest) for x, y, *rest in scores]
 
@@ -145,4 +143,4 @@ def error_bound(noise: float = 10.0, detector: Detector | None = None) -> float:
     >>> round(error_bound(10.0), 5)
     0.00113
     """
-    return _core.error_bound(number("noise", noise), core_of(detector))
+    return _core.error_bound(exposure(noise, 0, detector))

@@ -104,7 +104,7 @@ class EngineInUse::PythonEngine : public Engine {
  public:
   PythonEngine(py::object compute, const py::object& simulator, const std::uint16_t* pixels)
       : compute_(std::move(compute)), pixels_(pixels) {
-    if (pixels != nullptr) frame_ = View(simulator, pixels, FrameShape());
+    if (pixels != nullptr) own_frame_ = View(simulator, pixels, FrameShape());
   }
 
   void Compute(gsl::span<const std::uint16_t> frame, const Roi& roi) override {
@@ -120,22 +120,26 @@ class EngineInUse::PythonEngine : public Engine {
  private:
   /// What Python may keep: the simulator's own frame, or a copy of the region of one that goes by.
   py::array FrameOf(gsl::span<const std::uint16_t> frame, const Roi& roi) {
-    if (frame.data() == pixels_) return frame_;
-    if (!copy_) {
-      copy_.emplace(Shape{roi.y_max, roi.x_max});
-      frame_ = View(*copy_, copy_->data(), Shape{roi.y_max, roi.x_max});
-    }
-    std::uint16_t* const copied = copy_->mutable_data();
+    if (frame.data() == pixels_) return own_frame_;
+    if (!copy_) copy_.emplace(Shape{roi.y_max, roi.x_max});
+    std::uint16_t* const copied = copy_->pixels.mutable_data();
     for (std::size_t row = roi.y_low; row < roi.y_up; ++row) {
       std::copy_n(frame.data() + row * roi.x_max + roi.x_low, roi.width, copied + row * roi.x_max + roi.x_low);
     }
-    return frame_;
+    return copy_->view;
   }
+
+  struct Copy {
+    explicit Copy(const Shape& shape) : pixels(shape), view(View(pixels, pixels.data(), shape)) {}
+
+    py::array_t<std::uint16_t> pixels;
+    py::array view;  ///< of these, not writeable
+  };
 
   py::object compute_;
   const std::uint16_t* pixels_;
-  py::array frame_;
-  std::optional<py::array_t<std::uint16_t>> copy_;
+  py::array own_frame_;
+  std::optional<Copy> copy_;
 };
 
 EngineInUse::EngineInUse(const py::object& engine, const py::object& simulator, const std::uint16_t* pixels) {

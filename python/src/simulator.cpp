@@ -56,20 +56,6 @@ std::vector<workbench::InputFile> FoundFiles() {
   return files;
 }
 
-workbench::Camera Load(const std::optional<std::string>& folder) {
-  const CalibrationEnds ends;
-  if (folder) {
-    WithCalibration(*folder, [&] { workbench::UseCalibration(*folder); });
-  } else {
-    workbench::UseCalibration(FoundFiles());
-  }
-  return WithValues(&workbench::MakeSimulator<workbench::Camera>);  // the files have been found and opened
-}
-
-std::string M2sFile(const std::optional<std::string>& folder) {
-  return folder ? workbench::CalibrationNames(*folder).front() : Found(workbench::kCalibrationFiles.front());
-}
-
 std::string FlawOf(const workbench::Camera& camera, const std::string& folder) {
   try {
     workbench::RequireFlags(camera, folder);
@@ -235,10 +221,30 @@ py::array_t<bool> RoisUsed(const Simulator& self) {
 
 }  // namespace
 
+struct Simulator::Loaded {
+  /// From a folder, or as the library finds it.
+  static Loaded From(const std::optional<std::string>& folder) {
+    const CalibrationEnds ends;
+    if (folder) {
+      WithCalibration(*folder, [&] { workbench::UseCalibration(*folder); });
+    } else {
+      workbench::UseCalibration(FoundFiles());
+    }
+    const std::string m2s_file = workbench::CalibrationFiles().front().Name();
+    return {WithValues(&workbench::MakeSimulator<workbench::Camera>), m2s_file};  // the files are there, and open
+  }
+
+  workbench::Camera camera;
+  std::string m2s_file;
+};
+
 Simulator::Simulator(const std::optional<std::string>& folder, std::optional<std::uint32_t> seed)
-    : camera(Load(folder)),
-      m2s_file(M2sFile(folder)),
-      flaw(FlawOf(camera, folder.value_or("."))),
+    : Simulator(Loaded::From(folder), folder.value_or("."), seed) {}
+
+Simulator::Simulator(Loaded loaded, const std::string& folder, std::optional<std::uint32_t> seed)
+    : camera(std::move(loaded.camera)),
+      m2s_file(std::move(loaded.m2s_file)),
+      flaw(FlawOf(camera, folder)),
       generator(seed ? *seed : std::random_device()()) {}
 
 void Simulator::ForgetForeignFrame() {

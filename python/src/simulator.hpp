@@ -26,11 +26,15 @@ class Simulator {
   void ForgetForeignFrame();
 
   workbench::Camera camera;
-  std::string m2s_file;  ///< where the modes-to-slopes matrix was found
+  std::string m2s_file;  ///< where the modes-to-slopes matrix is
   std::string flaw;      ///< why slopes cannot be measured: too few usage flags; empty if they can
   std::mt19937 generator;
   bool holds_foreign_frame = false;  ///< with light outside the regions, which no frame of its own draws anew
   std::atomic_flag is_in_use = {};
+
+ private:
+  struct Loaded;
+  Simulator(Loaded loaded, const std::string& folder, std::optional<std::uint32_t> seed);
 };
 
 void BindSimulator(py::module_& module);

@@ -35,8 +35,8 @@ using common::Limits;
 /// The same for arguments of functions, which have no class.
 void RequireWithin(const char* name, double value, const Limits& limits) { common::RequireWithin(name, value, limits); }
 
-/// Noise, or a detector's.
-workbench::Exposure ExposureOf(double noise, std::uint32_t seed, const ReadyDetector* detector) {
+/// As Python gives it: with noise, or with a detector.
+workbench::Exposure MadeExposure(double noise, std::uint32_t seed, const ReadyDetector* detector) {
   RequireWithin("noise", noise, centroiders::ScoreLimits::kNoise);
   workbench::Exposure exposure = {.noise = noise, .seed = seed};
   if (detector != nullptr) {
@@ -53,9 +53,10 @@ py::tuple AsTuple(const centroiders::AxisScore& axis) {
   return py::make_tuple(axis.bias, axis.rms, axis.gain, axis.offset);
 }
 
-py::list Score(const py::object& simulator_object, const py::list& engines, double noise, double range,
-               std::size_t frames, std::uint32_t seed, const ReadyDetector* detector) {
+py::list Score(const py::object& simulator_object, const py::list& engines, double range, std::size_t frames,
+               const workbench::Exposure& exposure) {
   auto& simulator = simulator_object.cast<Simulator&>();
+  RequireWithin("range", range, centroiders::ScoreLimits::kRange);
   if (!simulator.flaw.empty()) throw py::value_error(simulator.flaw);
   const InUse in_use(simulator.is_in_use, "Simulator");
   simulator.ForgetForeignFrame();
@@ -67,12 +68,12 @@ py::list Score(const py::object& simulator_object, const py::list& engines, doub
     references.emplace_back(measuring.back().Get());
   }
   const centroiders::ScoreOptions options = {
-      .noise = noise, .range = range, .frames = frames, .seed = seed, .after_frame = &StopIfAsked};
+      .noise = exposure.noise, .range = range, .frames = frames, .seed = exposure.seed, .after_frame = &StopIfAsked};
   std::vector<centroiders::Score> scores;
   {
     const py::gil_scoped_release unlocked;
-    scores = detector != nullptr ? ScoreEngines(simulator.camera, references, options, detector->config)
-                                 : ScoreEngines(simulator.camera, references, options);
+    scores = exposure.detector ? ScoreEngines(simulator.camera, references, options, exposure.detector->config)
+                               : ScoreEngines(simulator.camera, references, options);
   }
   py::list list;
   for (const centroiders::Score& score : scores) {
@@ -82,10 +83,9 @@ py::list Score(const py::object& simulator_object, const py::list& engines, doub
   return list;
 }
 
-double ErrorBound(double noise, const ReadyDetector* detector) {
-  if (detector != nullptr) return centroiders::ErrorBound(detector->config);
-  RequireWithin("noise", noise, centroiders::ScoreLimits::kNoise);
-  return centroiders::ErrorBound(noise);
+double ErrorBound(const workbench::Exposure& exposure) {
+  return exposure.detector ? centroiders::ErrorBound(exposure.detector->config)
+                           : centroiders::ErrorBound(exposure.noise);
 }
 
 // --- Loops
@@ -97,8 +97,7 @@ py::array_t<double> ArrayOf(const workbench::Series& series) {
 }
 
 py::array_t<double> Turbulence(const Simulator& simulator, int frames, double d_over_r0, std::uint32_t seed) {
-  RequireWithin("frames", frames, {1, 1e9});
-  RequireWithin("d_over_r0", d_over_r0, {0.0, 1000.0});
+  RequireWithin("d_over_r0", d_over_r0, workbench::LoopLimits::kDOverR0);
   const Eigen::VectorXd variances =
       WithFiles([&] { return workbench::BasisOfCalibration(workbench::InputFile(simulator.m2s_file)).variances; });
   return ArrayOf(workbench::TurbulentSeries(frames, variances, d_over_r0, seed));
@@ -115,25 +114,22 @@ py::array_t<double> ArrayOf(const workbench::LoopRun& run, Eigen::VectorXd workb
 }
 
 py::tuple RunLoop(const py::object& simulator_object, const py::object& disturbance, const py::object& engine,
-                  double gain, double leak, int delay, double noise, std::uint32_t seed,
-                  const ReadyDetector* detector) {
+                  double gain, double leak, int delay, const workbench::Exposure& exposure) {
   auto& simulator = simulator_object.cast<Simulator&>();
   const auto modes =
       Input<double>(disturbance, "disturbance", Shape{kAnyLength, static_cast<py::ssize_t>(workbench::kNumModes)});
   if (modes.shape(0) == 0) throw py::value_error("disturbance: expected a frame or more, found none");
-  RequireWithin("gain", gain, {0.0, workbench::kHighestGain});
-  RequireWithin("leak", leak, {0.0, 1.0});
-  RequireWithin("delay", delay, {1, 1000});
+  RequireWithin("gain", gain, workbench::LoopLimits::kGain);
+  RequireWithin("leak", leak, workbench::LoopLimits::kLeak);
   const workbench::Series series = Eigen::Map<const workbench::Series>(modes.data(), modes.shape(0),
                                                                        static_cast<Eigen::Index>(workbench::kNumModes));
   if (!series.allFinite()) throw py::value_error("disturbance: expected finite numbers, found others");
   WithValues([&] { workbench::RequireModerate(series, "disturbance"); });
   if (!simulator.flaw.empty()) throw py::value_error(simulator.flaw);
-  const workbench::LoopOptions options = {
-      .gain = gain, .leak = leak, .delay = delay, .exposure = ExposureOf(noise, seed, detector)};
+  const workbench::LoopOptions options = {.gain = gain, .leak = leak, .delay = delay, .exposure = exposure};
   const InUse in_use(simulator.is_in_use, "Simulator");
   EngineInUse measuring(engine, simulator_object, simulator.camera.Frame().data());
-  simulator.holds_foreign_frame = detector != nullptr;
+  simulator.holds_foreign_frame = exposure.detector != nullptr;
   workbench::LoopRun run;
   {
     std::mt19937 generator;  // the loop seeds it; the simulator's own stays as it is
@@ -180,14 +176,13 @@ workbench::Calibration Measured(const workbench::Calibration& calibration, workb
 /// @param measuring  an engine; none where the matrix is computed
 std::vector<std::string> Calibrate(const std::string& folder, bool force, const py::tuple& geometry_values,
                                    const std::string& basis, const py::object& measuring, double poke_amplitude,
-                                   double noise, std::uint32_t seed, const ReadyDetector* detector) {
+                                   const workbench::Exposure& exposure) {
   using Geometry = workbench::GeometryLimits;
   workbench::Geometry geometry;
   std::tie(geometry.pitch, geometry.size, geometry.offset_x, geometry.offset_y, geometry.obscuration,
            geometry.spider_angle, geometry.spider_width) =
       geometry_values.cast<std::tuple<double, int, double, double, double, std::optional<double>, double>>();
   RequireWithin("pitch", geometry.pitch, Geometry::kPitch);
-  RequireWithin("size", geometry.size, Geometry::kSize);
   RequireWithin("offset_x", geometry.offset_x, Geometry::kOffset);
   RequireWithin("offset_y", geometry.offset_y, Geometry::kOffset);
   RequireWithin("obscuration", geometry.obscuration, Geometry::kObscuration);
@@ -197,7 +192,7 @@ std::vector<std::string> Calibrate(const std::string& folder, bool force, const 
   if (basis != workbench::kZernikeWord && basis != workbench::kKarhunenLoeveWord) {
     throw py::value_error("basis: expected 'zernike' or 'karhunen-loeve', found '" + basis + "'");
   }
-  const workbench::PokeOptions poke = {.amplitude = poke_amplitude, .exposure = ExposureOf(noise, seed, detector)};
+  const workbench::PokeOptions poke = {.amplitude = poke_amplitude, .exposure = exposure};
   if (!force) RequireNoCalibration(folder);
   workbench::StagedFiles files = WithFiles([&] { return workbench::StagedFiles(workbench::CalibrationNames(folder)); });
   workbench::Calibration calibration = workbench::MakeCalibration(geometry, workbench::BasisByWord(basis));
@@ -224,9 +219,24 @@ py::list Check(const std::string& folder) {
   return list;
 }
 
+/// Of whole numbers, which Python checks before they are made ints of a few bits.
+py::dict WholeLimits() {
+  py::dict limits;
+  const auto add = [&](const char* name, const Limits& within) {
+    limits[name] = py::make_tuple(static_cast<long>(within.lowest), static_cast<long>(within.highest));
+  };
+  add("size", workbench::GeometryLimits::kSize);
+  add("score frames", centroiders::ScoreLimits::kFrames);
+  add("frames", workbench::LoopLimits::kFrames);
+  add("delay", workbench::LoopLimits::kDelay);
+  return limits;
+}
+
 }  // namespace
 
 void BindWorkbench(py::module_& module) {
+  py::class_<workbench::Exposure>(module, "Exposure").def(py::init(&MadeExposure));
+  module.attr("limits") = WholeLimits();
   module.def("score", &Score);
   module.def("error_bound", &ErrorBound);
   module.def("turbulence", &Turbulence);

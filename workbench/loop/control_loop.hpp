@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "common/checks/limits.hpp"
 #include "workbench/engines/engines.hpp"
 #include "workbench/loop/disturbance.hpp"
 #include "workbench/sensor/camera.hpp"
@@ -16,10 +17,18 @@
 
 namespace quen::workbench {
 
-inline constexpr double kHighestGain = 2.0;
+/// What a user may choose.
+struct LoopLimits {
+  static constexpr common::Limits kFrames = {10.0, 100000.0};  ///< of turbulence
+  static constexpr common::Limits kDOverR0 = {0.0, 1000.0};    ///< its strength
+  static constexpr common::Limits kGain = {0.0, 2.0};
+  static constexpr common::Limits kLeak = {0.0, 1.0};
+  static constexpr common::Limits kDelay = {1.0, 9.0};
+};
 
+/// Numbers are within LoopLimits.
 struct LoopOptions {
-  double gain = 0.5;  ///< 0 to kHighestGain
+  double gain = 0.5;
   double leak = 0.0;  ///< share of the correction that is forgotten from frame to frame
   int delay = 1;      ///< frames from a measurement to the first frame that its correction acts on
   Exposure exposure = {};

@@ -21,19 +21,16 @@ struct PokeOptions {
   Exposure exposure = {.noise = 0.0};
 };
 
-/// The frames that MeasuredModesToSlopes renders.
+/// The frames that a measurement renders.
 inline constexpr int kPokeFrames = 2 * static_cast<int>(kNumModes);
-
-/// Column m is (s(+a) − s(−a)) / 2a: slopes measured with mode m of the camera's own matrix at the amplitudes ±a
-/// that move no spot by more than `amplitude`.
-/// @param after_frame  called after each frame
-Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const std::function<void()>& after_frame);
 
 /// A camera on a calibration that is on no disk.
 Camera CameraOn(const Calibration& calibration);
 
-/// A calibration with its matrix measured so.
-/// @param camera  on this calibration
+/// A calibration with its matrix measured. Column m is (s(+a) − s(−a)) / 2a: slopes measured with mode m of the
+/// camera's own matrix at the amplitudes ±a that move no spot by more than `amplitude`.
+/// @param camera       on this calibration
+/// @param after_frame  called after each frame
 /// @throws std::runtime_error  a mode moves no spot, or the engine gives slopes that are not finite
 Calibration Measured(Camera& camera, const Calibration& calibration, const PokeOptions& options,
                      const std::function<void()>& after_frame);

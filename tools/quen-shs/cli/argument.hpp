@@ -68,7 +68,7 @@ Argument Number(const std::string& name, const std::string& what, const std::str
                 const std::string& otherwise, std::optional<double>& variable);
 
 /// A whole number.
-Argument Number(const std::string& name, const std::string& what, const std::string& unit, int lowest, int highest,
+Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
                 int& variable);
 Argument Number(const std::string& name, const std::string& what, const std::string& unit, int lowest, int highest,
                 std::size_t& variable);

@@ -156,9 +156,8 @@ TEST(Check, FindsNothingWrongInAMeasuredMatrix) {
   WriteCalibration(folder.Path(), false, made);
   auto camera = LoadSimulator<Camera>(folder.Path());
   for (const auto& [engine, noise] : {std::pair("centre-of-gravity", 10.0), std::pair("weighted", 300.0)}) {
-    const Matrix m2s =
-        MeasuredModesToSlopes(camera, {.engine = engine, .amplitude = 1.0, .exposure = {.noise = noise}}, [] {});
-    WriteCalibration(folder.Path(), true, WithMatrix(made, m2s, "measured"));
+    const PokeOptions options = {.engine = engine, .amplitude = 1.0, .exposure = {.noise = noise}};
+    WriteCalibration(folder.Path(), true, Measured(camera, made, options, [] {}));
     const Findings findings = CheckCalibration(folder.Path()).findings;
     ExpectFindings(findings, Verdict::kWrong, {});
     ExpectFindings(findings, Verdict::kDoubtful, {});

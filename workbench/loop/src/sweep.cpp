@@ -52,8 +52,8 @@ std::vector<double> ParseSweep(const std::string& text) {
   const auto last = ParseNumber(range.substr(first_colon + 1, second_colon - first_colon - 1));
   const auto step = ParseNumber(range.substr(second_colon + 1));
   if (!first || !last || !step) refuse(", three numbers");
-  if (!(*first >= 0.0 && *last <= kHighestGain && *first <= *last))
-    refuse(fmt::format(" with 0 <= FIRST <= LAST <= {:g}", kHighestGain));
+  if (!(*first >= 0.0 && *last <= LoopLimits::kGain.highest && *first <= *last))
+    refuse(fmt::format(" with 0 <= FIRST <= LAST <= {:g}", LoopLimits::kGain.highest));
   if (!(*step > 0.0 && (*last - *first) / *step < kMostGains))
     refuse(fmt::format(" with a STEP above 0 and {:g} gains at most", kMostGains));
 

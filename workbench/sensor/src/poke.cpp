@@ -68,10 +68,6 @@ Camera CameraOn(const Calibration& calibration) {
   return MakeSimulator<Camera>();
 }
 
-Matrix MeasuredModesToSlopes(Camera& camera, const PokeOptions& options, const std::function<void()>& after_frame) {
-  return PushAndPull(camera, options, *MakeEngine(options.engine, InputsFor(options.exposure.detector)), after_frame);
-}
-
 Calibration Measured(Camera& camera, const Calibration& calibration, const PokeOptions& options,
                      const std::function<void()>& after_frame) {
   return Measured(camera, calibration, options, *MakeEngine(options.engine, InputsFor(options.exposure.detector)),

@@ -148,7 +148,8 @@ TEST_F(Sensor, MeasuredMatrixIsTheComputedOne) {
   Camera camera = Load();
   const Eigen::Map<const Matrix> computed(camera.M2s().data(), 1214, 52);
   int frames = 0;
-  const Matrix measured = MeasuredModesToSlopes(camera, {.engine = "weighted", .amplitude = 1.0}, [&] { ++frames; });
+  const Matrix measured =
+      Measured(camera, MakeCalibration(), {.engine = "weighted", .amplitude = 1.0}, [&] { ++frames; }).m2s;
   EXPECT_EQ(frames, kPokeFrames);
   for (Eigen::Index mode = 0; mode < 52; ++mode) {
     const double largest = computed.col(mode).cwiseAbs().maxCoeff();
@@ -159,7 +160,7 @@ TEST_F(Sensor, MeasuredMatrixIsTheComputedOne) {
 TEST_F(Sensor, ModesArePushedBeforeTheyArePulled) {
   Camera camera = Load();
   std::vector<double> tip;  // mean displacement along x in each frame; mode 0 is tip
-  MeasuredModesToSlopes(camera, {.amplitude = 1.0}, [&] {
+  Measured(camera, MakeCalibration(), {.amplitude = 1.0}, [&] {
     const std::vector<double>& x = camera.XSlopesUsed();
     tip.push_back(std::accumulate(x.begin(), x.end(), 0.0) / 607.0);
   });
@@ -170,9 +171,10 @@ TEST_F(Sensor, ModesArePushedBeforeTheyArePulled) {
 
 TEST_F(Sensor, MeasuredMatrixScattersWithTheNoiseOfItsSeed) {
   Camera camera = Load();
+  const Calibration made = MakeCalibration();
   const auto measured = [&](double noise, std::uint32_t seed) {
-    return MeasuredModesToSlopes(
-        camera, {.engine = "weighted", .amplitude = 0.5, .exposure = {.noise = noise, .seed = seed}}, [] {});
+    const PokeOptions options = {.engine = "weighted", .amplitude = 0.5, .exposure = {.noise = noise, .seed = seed}};
+    return Measured(camera, made, options, [] {}).m2s;
   };
   const Matrix still = measured(0.0, 1);
   const Matrix noisy = measured(100.0, 1);

@@ -134,9 +134,10 @@ Argument Number(const std::string& name, const std::string& what, const std::str
   return Ranged(name, what, unit, limits.lowest, limits.highest, otherwise, variable);
 }
 
-Argument Number(const std::string& name, const std::string& what, const std::string& unit, int lowest, int highest,
+Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
                 int& variable) {
-  return Ranged(name, what, unit, lowest, highest, InDigits(variable), variable);
+  return Ranged(name, what, unit, static_cast<int>(limits.lowest), static_cast<int>(limits.highest), InDigits(variable),
+                variable);
 }
 
 Argument Number(const std::string& name, const std::string& what, const std::string& unit, int lowest, int highest,

@@ -208,8 +208,9 @@ void Loop(LoopArguments& command) {
 void AddLoop(CommandLine& line) {
   const auto command = std::make_shared<LoopArguments>();
   workbench::LoopOptions& options = command->options;
+  using Limits = workbench::LoopLimits;
   Argument strength = Number("--d-over-r0", "Strength of the turbulence: diameter over Fried parameter", "",
-                             {0.0, 1000.0}, command->d_over_r0);
+                             Limits::kDOverR0, command->d_over_r0);
   strength.alias = "--amplitude";
   line.Add(
       {.name = "loop",
@@ -232,12 +233,12 @@ image of doubles, 52 modes x frames, in radians.)",
             "quen-shs loop sensor --frames 200 --delay 2 --sweep gain=0.1:0.9:0.1"},
        .arguments = Joined(
            {{CalibrationFolder(command->folder),
-             Number("--frames", "Number of frames", "", 10, 100000, command->frames),
-             Number("--gain", "Gain of the integrator", "", {0.0, workbench::kHighestGain}, options.gain),
-             Number("--leak", "Fraction of the correction that is forgotten in each frame", "", {0.0, 1.0},
+             Number("--frames", "Number of frames", "", Limits::kFrames, command->frames),
+             Number("--gain", "Gain of the integrator", "", Limits::kGain, options.gain),
+             Number("--leak", "Fraction of the correction that is forgotten in each frame", "", Limits::kLeak,
                     options.leak),
-             Number("--delay", "Time from a measurement to the first frame that its correction acts on", "frames", 1, 9,
-                    options.delay),
+             Number("--delay", "Time from a measurement to the first frame that its correction acts on", "frames",
+                    Limits::kDelay, options.delay),
              strength,
              File("--disturbance", "FITS file with a disturbance to be used instead", "none", command->disturbance)},
             ExposureArguments(options.exposure.noise, options.exposure.seed, command->detector),
