@@ -1,11 +1,13 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "centroiders/score.hpp"
 #include "workbench/detector/description.hpp"
+#include "workbench/engines/engines.hpp"
 
 /// @file
 /// Scores of engines that are given by name: at one noise or several, or on the frames of a detector, with one light or
@@ -31,9 +33,14 @@ struct ScoreConditions {
   [[nodiscard]] double LeastRms() const;
 };
 
+using Engines = std::vector<std::reference_wrapper<Engine>>;
+
 /// Renders and measures frames with all engines. Their times are the only thing that differs from run to run.
 std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
                                     const ScoreConditions& conditions);
+/// The same with these engines, which bear the names.
+std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& names,
+                                    const Engines& engines, const ScoreConditions& conditions);
 
 /// What errors are drawn against.
 enum class Abscissa {
@@ -55,7 +62,9 @@ std::vector<double> CurvePlaces(Abscissa abscissa);
 
 /// At several noises or, with a detector, at several lights.
 ErrorCurves ScoreAlong(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
-                       ScoreConditions conditions);
+                       const ScoreConditions& conditions);
+ErrorCurves ScoreAlong(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& names,
+                       const Engines& engines, ScoreConditions conditions);
 
 /// A table for the terminal, or for a document.
 std::string ScoreTable(const std::vector<NamedScore>& scores, const ScoreConditions& conditions);

@@ -9,8 +9,8 @@
 
 namespace quen::workbench {
 
-/// Makes every simulator that is constructed from now on load its calibration from this folder, wherever CFGPATH and
-/// INTROOT point. Opens its files once, and keeps them open. Call it before the first simulator, from one thread.
+/// Makes every simulator that this thread constructs from now on load its calibration from this folder, wherever
+/// CFGPATH and INTROOT point. Opens its files once, and keeps them open. Other threads have their own files in use.
 /// @throws std::runtime_error  a file of the calibration is missing there, or cannot be opened
 void UseCalibration(const std::string& folder);
 

@@ -4,12 +4,26 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <memory>
 
-#include "workbench/engines/engines.hpp"
-
 namespace quen::workbench {
+namespace {
+
+class MadeEngines {
+ public:
+  MadeEngines(const std::vector<std::string>& texts, const std::shared_ptr<const DetectorDescription>& detector) {
+    const EngineInputs inputs = InputsFor(detector);
+    for (const std::string& text : texts) references_.emplace_back(*made_.emplace_back(MakeEngine(text, inputs)));
+  }
+
+  [[nodiscard]] const Engines& References() const { return references_; }
+
+ private:
+  std::vector<std::unique_ptr<Engine>> made_;
+  Engines references_;
+};
+
+}  // namespace
 
 using quen::centroiders::ErrorBound;
 using quen::centroiders::ScoreOptions;
@@ -20,16 +34,17 @@ double ScoreConditions::LeastRms() const { return detector ? ErrorBound(detector
 
 std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
                                     const ScoreConditions& conditions) {
-  std::vector<std::unique_ptr<Engine>> made;
-  std::vector<std::reference_wrapper<Engine>> references;
-  references.reserve(engines.size());
-  const EngineInputs inputs = InputsFor(conditions.detector);
-  for (const std::string& text : engines) references.emplace_back(*made.emplace_back(MakeEngine(text, inputs)));
+  const MadeEngines made(engines, conditions.detector);
+  return ScoreByName(simulator, engines, made.References(), conditions);
+}
+
+std::vector<NamedScore> ScoreByName(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& names,
+                                    const Engines& engines, const ScoreConditions& conditions) {
   const auto scores = conditions.detector
-                          ? ScoreEngines(simulator, references, conditions.options, conditions.detector->config)
-                          : ScoreEngines(simulator, references, conditions.options);
+                          ? ScoreEngines(simulator, engines, conditions.options, conditions.detector->config)
+                          : ScoreEngines(simulator, engines, conditions.options);
   std::vector<NamedScore> named;
-  for (std::size_t k = 0; k < engines.size(); ++k) named.push_back({engines[k], scores[k]});
+  for (std::size_t k = 0; k < names.size(); ++k) named.push_back({names[k], scores[k]});
   return named;
 }
 
@@ -39,7 +54,14 @@ std::vector<double> CurvePlaces(Abscissa abscissa) {
 }
 
 ErrorCurves ScoreAlong(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& engines,
-                       ScoreConditions conditions) {
+                       const ScoreConditions& conditions) {
+  // The maps of a detector, which engines may know, are the same with any light.
+  const MadeEngines made(engines, conditions.detector);
+  return ScoreAlong(simulator, engines, made.References(), conditions);
+}
+
+ErrorCurves ScoreAlong(quen::shssim::ShsSimulator& simulator, const std::vector<std::string>& names,
+                       const Engines& engines, ScoreConditions conditions) {
   ErrorCurves curves;
   curves.abscissa = conditions.detector ? Abscissa::kLight : Abscissa::kNoise;
   curves.range = conditions.options.range;
@@ -55,7 +77,7 @@ ErrorCurves ScoreAlong(quen::shssim::ShsSimulator& simulator, const std::vector<
     }
     curves.places.push_back(place);
     curves.least_rms.push_back(conditions.LeastRms());
-    curves.scores.push_back(ScoreByName(simulator, engines, conditions));
+    curves.scores.push_back(ScoreByName(simulator, names, engines, conditions));
   }
   return curves;
 }

@@ -16,7 +16,7 @@
 namespace {
 
 std::vector<quen::workbench::InputFile>& Files() {
-  static std::vector<quen::workbench::InputFile> files;
+  static thread_local std::vector<quen::workbench::InputFile> files;
   return files;
 }
 
