@@ -16,7 +16,7 @@ True
 
 from ._core import Roi
 from ._core import version as __version__
-from .calibration import Finding, calibrate, check
+from .calibration import Finding, Findings, calibrate, check
 from .detector import Detector, draw_flat_map, draw_hot_pixels
 from .engines import (
     BrightestPixels,
@@ -33,7 +33,8 @@ from .engines import (
     gaussian_template,
 )
 from .loop import LoopRun, run_loop, turbulence
-from .scores import AxisScore, Score, error_bound, score
+from .pictures import Picture
+from .scores import AxisScore, ErrorCurves, Score, error_bound, error_curves, score
 from .simulator import Simulator
 
 __all__ = [
@@ -43,11 +44,14 @@ __all__ = [
     "CentreOfGravity",
     "Correlation",
     "Detector",
+    "ErrorCurves",
     "Finding",
+    "Findings",
     "GaussianFit",
     "LightEngine",
     "LoopRun",
     "MaximumLikelihoodFit",
+    "Picture",
     "QuadCell",
     "ReadyMade",
     "Roi",
@@ -60,6 +64,7 @@ __all__ = [
     "draw_flat_map",
     "draw_hot_pixels",
     "error_bound",
+    "error_curves",
     "gaussian_template",
     "run_loop",
     "score",

@@ -4,12 +4,14 @@ from __future__ import annotations
 
 import dataclasses
 import os
-from typing import Literal
+from collections.abc import Iterable
+from typing import Any, Literal
 
 from . import _core
 from ._records import number, path, truth, whole, word
 from .detector import Detector, exposure
 from .engines import CentreOfGravity, Centroider
+from .pictures import Picture
 
 
 def calibrate(
@@ -22,13 +24,13 @@ def calibrate(
     offset_y: float = 0.0,
     obscuration: float = 0.28,
     spider_angle: float | None = None,
-    spider_width: float = 0.01,
+    spider_width: float | None = None,
     basis: Literal["zernike", "karhunen-loeve"] = "zernike",
     measured: bool = False,
     engine: Centroider | None = None,
-    poke_amplitude: float = 1.0,
-    noise: float = 0.0,
-    seed: int = 1,
+    poke_amplitude: float | None = None,
+    noise: float | None = None,
+    seed: int | None = None,
     detector: Detector | None = None,
 ) -> list[str]:
     """Write a complete synthetic calibration, as ``quen-shs calibrate`` does.
@@ -49,20 +51,19 @@ def calibrate(
         Inner over outer diameter of the pupil, 0 to 0.99.
     spider_angle : float, optional
         Of a cross of four vanes before the pupil, degrees. Without one there are no vanes.
-    spider_width : float
-        Of a vane over the diameter of the pupil, 0 to 0.5.
+    spider_width : float, optional
+        Of a vane over the diameter of the pupil, 0 to 0.5; 0.01 if it is not given.
     basis : {'zernike', 'karhunen-loeve'}
         Modes of the wavefront.
     measured : bool
         Measure the matrix, by pushing and pulling each mode, instead of computing it.
     engine : Centroider, optional
         That measures; a `CentreOfGravity` if there is none.
-    poke_amplitude : float
-        Largest displacement of a spot, pixels.
-    noise, seed, detector
-        Of the frames that are measured: half-width of the simulator's noise, or a detector in its place; the seed of
-        either. Without effect where the matrix is computed, as `poke_amplitude`; an engine or a detector is refused
-        there.
+    poke_amplitude : float, optional
+        Largest displacement of a spot, pixels, 0.001 to 12; 1 if it is not given.
+    noise, seed, detector : optional
+        Of the frames that are measured: half-width of the simulator's noise, 0 if it is not given, or a detector in its
+        place; the seed of either, 1 if it is not given.
 
     Returns
     -------
@@ -76,7 +77,8 @@ def calibrate(
     OSError
         The files cannot be written.
     ValueError
-        A value out of its range, a geometry that is not one of a sensor, or an engine that does not find the modes.
+        A value out of its range, a geometry that is not one of a sensor, or an engine that does not find the modes. A
+        `spider_width` without an angle; an engine, or what goes with it, where the matrix is not measured.
     KeyboardInterrupt
         Ctrl-C, within a frame. No file has changed.
 
@@ -86,12 +88,13 @@ def calibrate(
     >>> [os.path.basename(file) for file in calibrate("another")]
     ['M2S.fits', 'CM.fits', 'shs_rois.fits']
     """
-    exposing = exposure(noise, seed, detector)
+    if spider_angle is None and spider_width is not None:
+        raise ValueError("spider_width: expected none without a spider; give spider_angle")
     measuring = None
     if truth("measured", measured):
         measuring = CentreOfGravity() if engine is None else engine
-    elif engine is not None or detector is not None:
-        raise ValueError("engine, detector: expected none where the matrix is computed; give measured=True")
+    else:
+        _require_none(engine=engine, poke_amplitude=poke_amplitude, noise=noise, seed=seed, detector=detector)
     geometry = (
         number("pitch", pitch),
         whole("size", size, *_core.limits["size"]),
@@ -99,7 +102,7 @@ def calibrate(
         number("offset_y", offset_y),
         number("obscuration", obscuration),
         None if spider_angle is None else number("spider_angle", spider_angle),
-        number("spider_width", spider_width),
+        number("spider_width", 0.01 if spider_width is None else spider_width),
     )
     return _core.calibrate(
         path("folder", folder),
@@ -107,9 +110,15 @@ def calibrate(
         geometry,
         word("basis", basis),
         measuring,
-        number("poke_amplitude", poke_amplitude),
-        exposing,
+        number("poke_amplitude", 1.0 if poke_amplitude is None else poke_amplitude),
+        exposure(0.0 if noise is None else noise, 1 if seed is None else seed, detector),
     )
+
+
+def _require_none(**options: object) -> None:
+    for name, value in options.items():
+        if value is not None:
+            raise ValueError(f"{name}: expected none where the matrix is computed; give measured=True")
 
 
 @dataclasses.dataclass(frozen=True)
@@ -139,7 +148,40 @@ class Finding:
     numbers: tuple[int, ...]
 
 
-def check(folder: str | os.PathLike[str]) -> list[Finding]:
+class Findings(list[Finding]):
+    """What `check` found: a list, and its picture. Copies and pickles of it are lists alone.
+
+    Examples
+    --------
+    >>> check("sensor").picture().save("findings.png")
+    """
+
+    def __init__(self, findings: Iterable[Finding], examination: _core.Examination, folder: str) -> None:
+        super().__init__(findings)
+        self._examination = examination
+        self._folder = folder
+
+    def __reduce_ex__(self, protocol: object) -> tuple[Any, ...]:
+        return list, (list(self),)
+
+    def picture(self) -> Picture:
+        """Draw what is found: each thing as it stands and, beside it, as its corrections would have it.
+
+        With nothing wrong or doubtful, all is drawn as it stands.
+
+        Returns
+        -------
+        Picture
+
+        Raises
+        ------
+        ValueError
+            The library does not load the calibration: there is nothing to draw.
+        """
+        return Picture(self._examination.picture(f"check {self._folder}"))
+
+
+def check(folder: str | os.PathLike[str]) -> Findings:
     """Examine a calibration, as ``quen-shs check`` does.
 
     Parameters
@@ -149,7 +191,8 @@ def check(folder: str | os.PathLike[str]) -> list[Finding]:
 
     Returns
     -------
-    list of Finding
+    Findings
+        A list of `Finding`, which can be drawn.
 
     Raises
     ------
@@ -163,4 +206,6 @@ def check(folder: str | os.PathLike[str]) -> list[Finding]:
     >>> {finding.verdict for finding in check("sensor")}
     {'good'}
     """
-    return [Finding(*finding) for finding in _core.check(path("folder", folder))]
+    name = path("folder", folder)
+    findings, examination = _core.check(name)
+    return Findings((Finding(*finding) for finding in findings), examination, name)

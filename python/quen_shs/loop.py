@@ -11,6 +11,7 @@ from . import _core
 from ._records import core, number, whole
 from .detector import Detector, exposure
 from .engines import CentreOfGravity, Centroider
+from .pictures import Picture
 from .simulator import Simulator
 
 
@@ -36,6 +37,19 @@ class LoopRun:
     diverged: bool
     residual_before: float
     residual_after: float
+
+    def picture(self) -> Picture:
+        """Draw disturbance and residual against time, and mode by mode.
+
+        Returns
+        -------
+        Picture
+
+        Examples
+        --------
+        >>> run_loop(Simulator("sensor"), frames=10).picture().save("loop.png")
+        """
+        return Picture(_core.loop_picture(self.disturbance, self.residual))
 
 
 def turbulence(sim: Simulator, frames: int, d_over_r0: float = 20.0, seed: int = 1) -> NDArray[np.float64]:

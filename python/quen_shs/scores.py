@@ -3,12 +3,18 @@
 from __future__ import annotations
 
 import dataclasses
+from collections import abc
 from collections.abc import Iterable
+from typing import Any
+
+import numpy as np
+from numpy.typing import NDArray
 
 from . import _core
-from ._records import core, number, whole
+from ._records import core, number, whole, word
 from .detector import Detector, exposure
 from .engines import Centroider
+from .pictures import Picture
 from .simulator import Simulator
 
 
@@ -107,15 +113,128 @@ def score(
     >>> fit.x.rms < centre.x.rms
     True
     """
-    if not isinstance(engines, Iterable):
-        raise TypeError(f"engines: expected a list of engines, found {engines!r}")
     scores = _core.score(
         core("sim", Simulator, sim),
-        list(engines),
+        _listed(engines),
         number("range", range),
         whole("frames", frames, *_core.limits["score frames"]),
         exposure(noise, seed, detector),
     )
+    return _made(scores)
+
+
+@dataclasses.dataclass(frozen=True, eq=False)
+class ErrorCurves:
+    """Scores of engines at several noises, or at several lights of a detector.
+
+    Attributes
+    ----------
+    engines : tuple of str
+        What they are called.
+    places : ndarray
+        Half-widths of the noise or, with a detector, photo-electrons of a whole spot.
+    along_light : bool
+        Which of the two.
+    least_rms : ndarray
+        Least RMS error that a linear unbiased estimator can have, at each place; pixels.
+    scores : list of list of Score
+        At each place, one per engine.
+    range : float
+        Of the displacements, pixels.
+    """
+
+    engines: tuple[str, ...]
+    places: NDArray[np.float64]
+    along_light: bool
+    least_rms: NDArray[np.float64]
+    scores: list[list[Score]]
+    range: float
+
+    def picture(self) -> Picture:
+        """Draw the RMS errors of the engines, and the least possible one, against the noise or the light.
+
+        Returns
+        -------
+        Picture
+
+        Examples
+        --------
+        >>> from quen_shs import GaussianFit
+        >>> error_curves(Simulator("sensor"), [GaussianFit()], frames=1).picture().save("errors.png")
+        """
+        errors = [[(score.x.rms, score.y.rms) for score in scores] for scores in self.scores]
+        places, least_rms = self.places.tolist(), self.least_rms.tolist()
+        return Picture(
+            _core.error_picture(self.along_light, self.range, places, least_rms, list(self.engines), errors)
+        )
+
+
+def error_curves(
+    sim: Simulator,
+    engines: Iterable[Centroider] | abc.Mapping[str, Centroider],
+    range: float = 2.0,
+    frames: int = 20,
+    seed: int = 1,
+    detector: Detector | None = None,
+) -> ErrorCurves:
+    """Score engines at noises from 1 to 1000 or, with a detector, at lights from 30 to a million photo-electrons.
+
+    Parameters
+    ----------
+    sim : Simulator
+        Left with the last frame and the last measurement; its generator stays as it is.
+    engines : iterable of Centroider, or mapping of names to them
+        Without names they are called after their classes.
+    range, frames, seed, detector
+        As for `score`, at each place.
+
+    Returns
+    -------
+    ErrorCurves
+
+    Raises
+    ------
+    ValueError
+        A value out of its range.
+    KeyboardInterrupt
+        Ctrl-C, within a frame.
+
+    Examples
+    --------
+    >>> from quen_shs import GaussianFit, Weighted
+    >>> curves = error_curves(Simulator("sensor"), {"fit": GaussianFit(), "wide": Weighted(fwhm=8)}, frames=1)
+    >>> curves.engines, len(curves.places)
+    (('fit', 'wide'), 10)
+    """
+    if isinstance(engines, abc.Mapping):
+        names, listed = [word("name", name) for name in engines], list(engines.values())
+    else:
+        listed = _listed(engines)
+        names = [type(engine).__name__ for engine in listed]
+    if not names:
+        raise ValueError("engines: expected one or more, found none")
+    range = number("range", range)
+    places, least_rms, scores = _core.score_along(
+        core("sim", Simulator, sim),
+        names,
+        listed,
+        range,
+        whole("frames", frames, *_core.limits["score frames"]),
+        exposure(0.0, seed, detector),
+    )
+    made = [_made(at_a_place) for at_a_place in scores]
+    return ErrorCurves(
+        tuple(names), np.array(places), detector is not None, np.array(least_rms), made, range
+    )
+
+
+def _listed(engines: Iterable[Centroider]) -> list[Centroider]:
+    if not isinstance(engines, Iterable):
+        raise TypeError(f"engines: expected a list of engines, found {engines!r}")
+    return list(engines)
+
+
+def _made(scores: list[tuple[Any, ...]]) -> list[Score]:
     return [Score(AxisScore(*x), AxisScore(*y), *rest) for x, y, *rest in scores]
 
 

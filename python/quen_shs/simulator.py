@@ -11,6 +11,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core
 from ._records import number, path, whole
 from .engines import Centroider
+from .pictures import Picture
 
 
 class Simulator:
@@ -166,6 +167,27 @@ class Simulator:
         True
         """
         return self._core.compute_slopes(engine, number("limit", limit), frame, out, copy)
+
+    def picture(self) -> Picture:
+        """Draw the last frame, with the displacements of its spots as they were measured last.
+
+        Row 0 is at the bottom. A frame of the simulator's own has signed pixels; one that was given to
+        `compute_slopes`, or was exposed by a detector, has counts.
+
+        Returns
+        -------
+        Picture
+
+        Raises
+        ------
+        RuntimeError
+            Another thread is using the simulator.
+
+        Examples
+        --------
+        >>> Simulator("sensor").picture().save("frame.png")
+        """
+        return Picture(self._core.picture())
 
     def seed(self, seed: int) -> None:
         """Begin the noise anew.

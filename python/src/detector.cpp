@@ -77,7 +77,7 @@ py::array Expose(const ReadyDetector& camera, const py::object& values, std::uin
                              : Output<std::uint16_t>(out, "out", FrameShape());
   const gsl::span<std::uint16_t> counts = Out(frame);
   {
-    const py::gil_scoped_release unlocked;
+    const WithoutLock unlocked;
     camera.detector.Expose(In(expected), frame_number, counts);
   }
   return frame;
@@ -85,7 +85,11 @@ py::array Expose(const ReadyDetector& camera, const py::object& values, std::uin
 
 /// The members of a description, by their names.
 py::dict Described(const std::string& file) {
-  const workbench::DetectorDescription description = WithFiles([&] { return workbench::ReadDetector(file); });
+  const workbench::DetectorDescription description = WithFiles([&] {
+    const WithoutLock unlocked;
+    const FilesInUse in_use;
+    return workbench::ReadDetector(file);
+  });
   const DetectorConfig& config = description.config;
   py::dict members;
   members["electrons_per_unit"] = config.electrons_per_unit;

@@ -3,7 +3,10 @@
 #include <pybind11/pybind11.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
+#include <mutex>
+#include <optional>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -59,12 +62,50 @@ class InPlaceOfTheThreads {
   std::mt19937& threads_;
 };
 
-/// Ends a long job where the user has asked for that, with whatever Python's own handler raises. Takes the
-/// interpreter's lock for as long as that takes.
-inline void StopIfAsked() {
-  const py::gil_scoped_acquire lock;
-  if (PyErr_CheckSignals() != 0) throw py::error_already_set();
-}
+/// While this exists, the interpreter's lock is free for other threads. Not so once the interpreter has begun to end.
+class WithoutLock {
+ public:
+  WithoutLock();
+  ~WithoutLock();
+  WithoutLock(const WithoutLock&) = delete;
+  WithoutLock& operator=(const WithoutLock&) = delete;
+  WithoutLock(WithoutLock&&) = delete;
+  WithoutLock& operator=(WithoutLock&&) = delete;
+
+ private:
+  std::optional<py::gil_scoped_release> released_;
+};
+
+/// One thread at a time reads and writes files, for CFITSIO has one list of messages for all of them. To be waited for
+/// without the interpreter's lock, and held while no Python code runs.
+class FilesInUse {
+ public:
+  FilesInUse();
+
+ private:
+  std::lock_guard<std::mutex> lock_;
+};
+
+/// Ends a long job where the user has asked for that, with whatever Python's own handler raises, or where the
+/// interpreter ends. To be called after each frame, by the thread that has made it.
+///
+/// Python handles signals in its main thread, under its lock. Where other threads are busy, that lock is a matter of
+/// milliseconds: the next look comes the later, the longer the last one has waited.
+class JobWatch {
+ public:
+  /// Under the interpreter's lock.
+  JobWatch();
+  void operator()();
+
+ private:
+  static void StopIfEnding();
+
+  bool is_in_main_thread_;
+  std::chrono::steady_clock::time_point next_ = {};
+};
+
+/// Where the interpreter ends, calls that have let its lock go are told to stop, and waited for, for two seconds.
+void WatchTheInterpreter();
 
 /// Throws Python's OSError, or one derived from it.
 [[noreturn]] inline void ThrowOsError(const std::string& text, PyObject* type = PyExc_OSError) {

@@ -18,9 +18,13 @@
 #include "python/src/arrays.hpp"
 #include "python/src/engines.hpp"
 #include "python/src/guards.hpp"
+#include "workbench/pictures/frame_picture.hpp"
+#include "workbench/pictures/stretch.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/dimensions.hpp"
+#include "workbench/sensor/frame_file.hpp"
+#include "workbench/sensor/overlay.hpp"
 
 namespace quen::python {
 namespace {
@@ -130,7 +134,7 @@ py::array ComputeFrame(const py::object& self_object, const py::object& dx, cons
   const InUse in_use(self.is_in_use, "Simulator");
   self.ForgetForeignFrame();
   {
-    const py::gil_scoped_release unlocked;
+    const WithoutLock unlocked;
     const InPlaceOfTheThreads random(self.generator);
     self.camera.ComputeFrame(In(x), In(y), noise, std::nullopt);
   }
@@ -139,7 +143,7 @@ py::array ComputeFrame(const py::object& self_object, const py::object& dx, cons
 
 void Measure(Simulator& self, EngineInUse& engine, double limit) {
   if (engine.NeedsInterpreter()) return self.camera.ComputeSlopes(engine.Get(), limit);
-  const py::gil_scoped_release unlocked;
+  const WithoutLock unlocked;
   self.camera.ComputeSlopes(engine.Get(), limit);
 }
 
@@ -157,6 +161,18 @@ py::array ComputeSlopes(const py::object& self_object, const py::object& engine,
   }
   Measure(self, measuring, limit);
   return result.Of(self.camera.Slopes(), self_object);
+}
+
+// --- Pictures
+
+py::bytes Picture(Simulator& self) {
+  const InUse in_use(self.is_in_use, "Simulator");
+  const workbench::Frame frame = {workbench::kFrameWidth, workbench::kFrameHeight, self.camera.Frame(),
+                                  self.holds_foreign_frame};
+  const workbench::Overlay overlay = workbench::OverlayOf(self.camera);
+  return py::bytes(
+      workbench::DrawFrame(frame, workbench::StretchOfDrawn(frame), overlay,
+                           "Frame, row 0 at the bottom; measured displacements, " + workbench::ArrowLegend(overlay)));
 }
 
 // --- What a call costs without Python, for the benchmarks
@@ -230,8 +246,11 @@ struct Simulator::Loaded {
     } else {
       workbench::UseCalibration(FoundFiles());
     }
-    const std::string m2s_file = workbench::CalibrationFiles().front().Name();
-    return {WithValues(&workbench::MakeSimulator<workbench::Camera>), m2s_file};  // the files are there, and open
+    return WithValues([] {  // the files are there, and open
+      const WithoutLock unlocked;
+      const FilesInUse in_use;
+      return Loaded{workbench::MakeSimulator<workbench::Camera>(), workbench::CalibrationFiles().front().Name()};
+    });
   }
 
   workbench::Camera camera;
@@ -260,6 +279,7 @@ void BindSimulator(py::module_& module) {
            py::arg("seed"))
       .def("compute_frame", &ComputeFrame)
       .def("compute_slopes", &ComputeSlopes)
+      .def("picture", &Picture)
       .def("least_seconds_of_frames", &LeastSecondsOfFrames)
       .def("least_seconds_of_slopes", &LeastSecondsOfSlopes)
       .def("seed",

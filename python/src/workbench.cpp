@@ -20,8 +20,12 @@
 #include "python/src/guards.hpp"
 #include "python/src/simulator.hpp"
 #include "workbench/check/check.hpp"
+#include "workbench/engines/scoring.hpp"
 #include "workbench/fits/staged_file.hpp"
 #include "workbench/loop/control_loop.hpp"
+#include "workbench/pictures/check_picture.hpp"
+#include "workbench/pictures/errors_picture.hpp"
+#include "workbench/pictures/loop_picture.hpp"
 #include "workbench/sensor/basis.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
@@ -53,34 +57,71 @@ py::tuple AsTuple(const centroiders::AxisScore& axis) {
   return py::make_tuple(axis.bias, axis.rms, axis.gain, axis.offset);
 }
 
-py::list Score(const py::object& simulator_object, const py::list& engines, double range, std::size_t frames,
-               const workbench::Exposure& exposure) {
-  auto& simulator = simulator_object.cast<Simulator&>();
-  RequireWithin("range", range, centroiders::ScoreLimits::kRange);
-  if (!simulator.flaw.empty()) throw py::value_error(simulator.flaw);
-  const InUse in_use(simulator.is_in_use, "Simulator");
-  simulator.ForgetForeignFrame();
-  std::deque<EngineInUse> measuring;
-  std::vector<std::reference_wrapper<Engine>> references;
-  for (const py::handle& engine : engines) {
-    measuring.emplace_back(py::reinterpret_borrow<py::object>(engine), simulator_object,
-                           simulator.camera.Frame().data());
-    references.emplace_back(measuring.back().Get());
-  }
-  const centroiders::ScoreOptions options = {
-      .noise = exposure.noise, .range = range, .frames = frames, .seed = exposure.seed, .after_frame = &StopIfAsked};
-  std::vector<centroiders::Score> scores;
-  {
-    const py::gil_scoped_release unlocked;
-    scores = exposure.detector ? ScoreEngines(simulator.camera, references, options, exposure.detector->config)
-                               : ScoreEngines(simulator.camera, references, options);
-  }
+py::list AsList(const std::vector<workbench::NamedScore>& scores) {
   py::list list;
-  for (const centroiders::Score& score : scores) {
+  for (const auto& [name, score] : scores) {
     list.append(py::make_tuple(AsTuple(score.x), AsTuple(score.y), score.worst, score.flux_bias, score.flux_rms,
                                score.failed, score.microseconds));
   }
   return list;
+}
+
+/// Engines that are scored on one simulator, for the length of a call.
+class Scoring {
+ public:
+  /// @throws py::value_error  the range is none, or the simulator cannot measure
+  Scoring(const py::object& simulator_object, const py::list& engines, double range, std::size_t frames,
+          const workbench::Exposure& exposure)
+      : simulator_(simulator_object.cast<Simulator&>()),
+        in_use_(simulator_.is_in_use, "Simulator"),
+        conditions_({.options = {.noise = exposure.noise,
+                                 .range = range,
+                                 .frames = frames,
+                                 .seed = exposure.seed,
+                                 .after_frame = std::ref(watch_)},
+                     .detector = exposure.detector}) {
+    RequireWithin("range", range, centroiders::ScoreLimits::kRange);
+    if (!simulator_.flaw.empty()) throw py::value_error(simulator_.flaw);
+    simulator_.ForgetForeignFrame();
+    for (const py::handle& engine : engines) {
+      measuring_.emplace_back(py::reinterpret_borrow<py::object>(engine), simulator_object,
+                              simulator_.camera.Frame().data());
+      engines_.emplace_back(measuring_.back().Get());
+    }
+  }
+
+  auto AtOnePlace() {
+    const WithoutLock unlocked;
+    const std::vector<std::string> without_names(engines_.size());
+    return workbench::ScoreByName(simulator_.camera, without_names, engines_, conditions_);
+  }
+
+  auto Along(const std::vector<std::string>& names) {
+    const WithoutLock unlocked;
+    return workbench::ScoreAlong(simulator_.camera, names, engines_, conditions_);
+  }
+
+ private:
+  Simulator& simulator_;
+  InUse in_use_;
+  JobWatch watch_;
+  workbench::ScoreConditions conditions_;
+  std::deque<EngineInUse> measuring_;
+  workbench::Engines engines_;
+};
+
+py::list Score(const py::object& simulator, const py::list& engines, double range, std::size_t frames,
+               const workbench::Exposure& exposure) {
+  return AsList(Scoring(simulator, engines, range, frames, exposure).AtOnePlace());
+}
+
+/// Along the noise or, with a detector, along the light: places, least errors there, scores there.
+py::tuple ScoreAlong(const py::object& simulator, const std::vector<std::string>& names, const py::list& engines,
+                     double range, std::size_t frames, const workbench::Exposure& exposure) {
+  const workbench::ErrorCurves curves = Scoring(simulator, engines, range, frames, exposure).Along(names);
+  py::list scores;
+  for (const std::vector<workbench::NamedScore>& at_a_place : curves.scores) scores.append(AsList(at_a_place));
+  return py::make_tuple(curves.places, curves.least_rms, scores);
 }
 
 double ErrorBound(const workbench::Exposure& exposure) {
@@ -90,6 +131,9 @@ double ErrorBound(const workbench::Exposure& exposure) {
 
 // --- Loops
 
+/// Modes over time.
+const Shape kModeRows = {kAnyLength, static_cast<py::ssize_t>(workbench::kNumModes)};
+
 py::array_t<double> ArrayOf(const workbench::Series& series) {
   py::array_t<double> array(Shape{series.rows(), series.cols()});
   std::copy_n(series.data(), series.size(), array.mutable_data());
@@ -98,9 +142,12 @@ py::array_t<double> ArrayOf(const workbench::Series& series) {
 
 py::array_t<double> Turbulence(const Simulator& simulator, int frames, double d_over_r0, std::uint32_t seed) {
   RequireWithin("d_over_r0", d_over_r0, workbench::LoopLimits::kDOverR0);
-  const Eigen::VectorXd variances =
-      WithFiles([&] { return workbench::BasisOfCalibration(workbench::InputFile(simulator.m2s_file)).variances; });
-  return ArrayOf(workbench::TurbulentSeries(frames, variances, d_over_r0, seed));
+  return ArrayOf(WithFiles([&] {
+    const WithoutLock unlocked;
+    const FilesInUse in_use;
+    const Eigen::VectorXd variances = workbench::BasisOfCalibration(workbench::InputFile(simulator.m2s_file)).variances;
+    return workbench::TurbulentSeries(frames, variances, d_over_r0, seed);
+  }));
 }
 
 /// A row per frame.
@@ -116,8 +163,7 @@ py::array_t<double> ArrayOf(const workbench::LoopRun& run, Eigen::VectorXd workb
 py::tuple RunLoop(const py::object& simulator_object, const py::object& disturbance, const py::object& engine,
                   double gain, double leak, int delay, const workbench::Exposure& exposure) {
   auto& simulator = simulator_object.cast<Simulator&>();
-  const auto modes =
-      Input<double>(disturbance, "disturbance", Shape{kAnyLength, static_cast<py::ssize_t>(workbench::kNumModes)});
+  const auto modes = Input<double>(disturbance, "disturbance", kModeRows);
   if (modes.shape(0) == 0) throw py::value_error("disturbance: expected a frame or more, found none");
   RequireWithin("gain", gain, workbench::LoopLimits::kGain);
   RequireWithin("leak", leak, workbench::LoopLimits::kLeak);
@@ -130,12 +176,13 @@ py::tuple RunLoop(const py::object& simulator_object, const py::object& disturba
   const InUse in_use(simulator.is_in_use, "Simulator");
   EngineInUse measuring(engine, simulator_object, simulator.camera.Frame().data());
   simulator.holds_foreign_frame = exposure.detector != nullptr;
+  JobWatch watch;
   workbench::LoopRun run;
   {
     std::mt19937 generator;  // the loop seeds it; the simulator's own stays as it is
-    const py::gil_scoped_release unlocked;
+    const WithoutLock unlocked;
     const InPlaceOfTheThreads random(generator);
-    run = workbench::RunLoop(simulator.camera, series, options, measuring.Get(), &StopIfAsked);
+    run = workbench::RunLoop(simulator.camera, series, options, measuring.Get(), std::ref(watch));
   }
   const workbench::LoopSummary summary = workbench::SummaryOf(run, delay);
   return py::make_tuple(
@@ -156,8 +203,14 @@ void RequireNoCalibration(const std::string& folder) {
 
 /// In use only as long as the camera loads it: the engine may have simulators of its own made.
 workbench::Camera LoadedFrom(const workbench::Calibration& calibration) {
+  const FilesInUse in_use;
   const CalibrationEnds ends;
   return workbench::CameraOn(calibration);
+}
+
+workbench::Calibration Computed(const workbench::Geometry& geometry, const std::string& basis) {
+  const WithoutLock unlocked;
+  return workbench::MakeCalibration(geometry, workbench::BasisByWord(basis));
 }
 
 /// @throws Python's ValueError  the engine does not find the modes
@@ -165,11 +218,13 @@ workbench::Calibration Measured(const workbench::Calibration& calibration, workb
                                 const py::object& measuring) {
   EngineInUse engine(measuring);
   std::mt19937 generator;
-  const InPlaceOfTheThreads random(generator);
+  JobWatch watch;
   options.engine = py::str(py::type::of(measuring).attr("__name__"));
   return WithValues([&] {
+    const WithoutLock unlocked;
     workbench::Camera camera = LoadedFrom(calibration);
-    return workbench::Measured(camera, calibration, options, engine.Get(), &StopIfAsked);
+    const InPlaceOfTheThreads random(generator);
+    return workbench::Measured(camera, calibration, options, engine.Get(), std::ref(watch));
   });
 }
 
@@ -195,19 +250,25 @@ std::vector<std::string> Calibrate(const std::string& folder, bool force, const 
   const workbench::PokeOptions poke = {.amplitude = poke_amplitude, .exposure = exposure};
   if (!force) RequireNoCalibration(folder);
   workbench::StagedFiles files = WithFiles([&] { return workbench::StagedFiles(workbench::CalibrationNames(folder)); });
-  workbench::Calibration calibration = workbench::MakeCalibration(geometry, workbench::BasisByWord(basis));
+  workbench::Calibration calibration = Computed(geometry, basis);
   if (!measuring.is_none()) calibration = Measured(calibration, poke, measuring);
   WithFiles([&] {
+    const WithoutLock unlocked;
+    const FilesInUse in_use;
     files.GiveAll(workbench::CalibrationBytes(calibration));
     files.Commit();
   });
   return files.Names();
 }
 
-py::list Check(const std::string& folder) {
-  const CalibrationEnds ends;
-  const workbench::Examination examination =
-      WithCalibration(folder, [&] { return workbench::CheckCalibration(folder); });
+/// What is found, and the examination, for its picture.
+py::tuple Check(const std::string& folder) {
+  workbench::Examination examination = WithCalibration(folder, [&] {
+    const WithoutLock unlocked;
+    const FilesInUse in_use;
+    const CalibrationEnds ends;
+    return workbench::CheckCalibration(folder);
+  });
   py::list list;
   for (const workbench::Finding& finding : examination.findings) {
     std::vector<std::string> mistakes;
@@ -216,7 +277,61 @@ py::list Check(const std::string& folder) {
                                finding.text, finding.advice, py::tuple(py::cast(mistakes)),
                                py::tuple(py::cast(finding.numbers))));
   }
-  return list;
+  return py::make_tuple(list, std::move(examination));
+}
+
+// --- Pictures
+
+py::bytes FindingsPicture(const workbench::Examination& examination, const std::string& title) {
+  if (!examination.content) throw py::value_error("no picture: the library does not load the calibration");
+  return py::bytes(workbench::DrawFindings(*examination.content, examination.findings, title));
+}
+
+py::bytes LoopPicture(const py::object& disturbance, const py::object& residual) {
+  const auto disturbances = Input<double>(disturbance, "disturbance", kModeRows);
+  const auto residuals = Input<double>(residual, "residual", {disturbances.shape(0), kModeRows.back()});
+  if (disturbances.shape(0) == 0) throw py::value_error("disturbance: expected a frame or more, found none");
+  std::vector<workbench::FrameRecord> records;
+  for (py::ssize_t frame = 0; frame < disturbances.shape(0); ++frame) {
+    const auto modes = [frame](const auto& array) {
+      return Eigen::Map<const Eigen::VectorXd>(array.data(frame), kModeRows.back());
+    };
+    records.push_back({.disturbance = modes(disturbances), .correction = {}, .residual = modes(residuals)});
+  }
+  return py::bytes(workbench::DrawTelemetry(records));
+}
+
+/// @param errors  at each place, of each engine, along the columns and along the rows
+py::bytes ErrorPicture(bool along_light, double range, const std::vector<double>& places,
+                       const std::vector<double>& least_rms, const std::vector<std::string>& names,
+                       const std::vector<std::vector<std::pair<double, double>>>& errors) {
+  const auto is_whole = [&](const auto& at_a_place) { return at_a_place.size() == names.size(); };
+  if (names.empty() || places.empty() || least_rms.size() != places.size() || errors.size() != places.size() ||
+      !std::ranges::all_of(errors, is_whole)) {
+    throw py::value_error("scores: expected one of each engine at each place, found others");
+  }
+  workbench::ErrorCurves curves = {.abscissa = along_light ? workbench::Abscissa::kLight : workbench::Abscissa::kNoise,
+                                   .range = range,
+                                   .places = places,
+                                   .least_rms = least_rms,
+                                   .scores = {}};
+  for (const auto& at_a_place : errors) {
+    std::vector<workbench::NamedScore>& scores = curves.scores.emplace_back();
+    for (std::size_t k = 0; k < names.size(); ++k) {
+      const auto [x, y] = at_a_place[k];
+      scores.push_back({names[k], {.x = {.rms = x}, .y = {.rms = y}}});
+    }
+  }
+  return py::bytes(workbench::DrawErrors(curves));
+}
+
+void WriteFile(const std::string& name, const std::string& bytes) {
+  WithFiles([&] {
+    const WithoutLock unlocked;
+    workbench::StagedFiles files({name});
+    files.Give(name, bytes);
+    files.Commit();
+  });
 }
 
 /// Of whole numbers, which Python checks before they are made ints of a few bits.
@@ -236,13 +351,18 @@ py::dict WholeLimits() {
 
 void BindWorkbench(py::module_& module) {
   py::class_<workbench::Exposure>(module, "Exposure").def(py::init(&MadeExposure));
+  py::class_<workbench::Examination>(module, "Examination").def("picture", &FindingsPicture);
   module.attr("limits") = WholeLimits();
   module.def("score", &Score);
+  module.def("score_along", &ScoreAlong);
   module.def("error_bound", &ErrorBound);
   module.def("turbulence", &Turbulence);
   module.def("run_loop", &RunLoop);
   module.def("calibrate", &Calibrate);
   module.def("check", &Check);
+  module.def("loop_picture", &LoopPicture);
+  module.def("error_picture", &ErrorPicture);
+  module.def("write_file", &WriteFile);
 }
 
 }  // namespace quen::python

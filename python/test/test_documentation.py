@@ -13,7 +13,7 @@ import pytest
 import quen_shs
 
 HERE = pathlib.Path(__file__).parent
-MODULES = ["", ".calibration", ".detector", ".engines", ".loop", ".scores", ".simulator"]
+MODULES = ["", ".calibration", ".detector", ".engines", ".loop", ".pictures", ".scores", ".simulator"]
 
 
 @pytest.mark.parametrize("module", MODULES)
@@ -43,12 +43,12 @@ def run(*command):
 
 def test_types_are_those_of_the_module(tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
-    run("stubtest", "--allowlist", str(HERE / "stubtest_allowlist.txt"), "quen_shs")
+    run(sys.executable, "-m", "mypy.stubtest", "--allowlist", str(HERE / "stubtest_allowlist.txt"), "quen_shs")
 
 
 def test_types_fit_together(tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
-    run("mypy", "--strict", "-p", "quen_shs")
+    run(sys.executable, "-m", "mypy", "--strict", "-p", "quen_shs")
 
 
 def test_readme_is_true(tmp_path, monkeypatch):

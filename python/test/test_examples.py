@@ -78,4 +78,4 @@ def test_camera_frames_are_read_by_the_tool(tmp_path):
 @pytest.mark.parametrize("script", sorted(path.name for path in FOLDER.glob("*.py")))
 def test_types_fit_together(script, tmp_path):
     (tmp_path / "mypy.ini").write_text("[mypy]\n" + UNTYPED)
-    output_of(tmp_path, "mypy", "--strict", FOLDER / script)
+    output_of(tmp_path, sys.executable, "-m", "mypy", "--strict", FOLDER / script)

@@ -10,7 +10,17 @@ import threading
 import numpy as np
 import pytest
 
-from quen_shs import CentreOfGravity, GaussianFit, Simulator, check, run_loop, score
+from quen_shs import (
+    CentreOfGravity,
+    GaussianFit,
+    Simulator,
+    calibrate,
+    check,
+    error_curves,
+    run_loop,
+    score,
+    turbulence,
+)
 
 ZEROS = np.zeros(1089)
 
@@ -49,8 +59,17 @@ JOBS = {
 }
 
 
-@pytest.mark.parametrize("job", JOBS)
-def test_other_threads_go_on_meanwhile(sim, job):
+FOLDER_JOBS = {
+    "check": lambda sim, folder: check(sim.folder),
+    "turbulence": lambda sim, folder: turbulence(sim, 2000),
+    "error_curves": lambda sim, folder: error_curves(sim, [GaussianFit()], frames=1),
+    "calibrate": lambda sim, folder: calibrate(folder, force=True),
+    "calibrate, measured": lambda sim, folder: calibrate(folder, force=True, measured=True),
+}
+
+
+@pytest.mark.parametrize("job", [*JOBS, *FOLDER_JOBS])
+def test_other_threads_go_on_meanwhile(sim, job, tmp_path):
     """Nothing else makes a thread hand over the interpreter's lock: another one gets it in a call, or never."""
     called, got_it = threading.Event(), threading.Event()
 
@@ -65,7 +84,7 @@ def test_other_threads_go_on_meanwhile(sim, job):
     try:
         called.set()
         for _ in range(100):
-            JOBS[job](sim)
+            JOBS[job](sim) if job in JOBS else FOLDER_JOBS[job](sim, tmp_path)
             if got_it.is_set():
                 break
         was_let_go = got_it.is_set()
@@ -218,3 +237,126 @@ print("gone on")
 """
     result = child(script, sensor)
     assert result.stdout == "gone on\n", result.stderr
+
+
+# --- Files in threads
+
+
+def test_files_are_read_and_written_in_threads(sensor, tmp_path):
+    """CFITSIO's messages are the process's: they must not get into another thread's."""
+    for name in ("short", "empty"):
+        (tmp_path / name / "data").mkdir(parents=True)
+        for file in (sensor / "data").iterdir():
+            (tmp_path / name / "data" / file.name).write_bytes(file.read_bytes()[: 5000 if name == "short" else 0])
+
+    def told(name):
+        try:
+            Simulator(tmp_path / name)
+        except ValueError as error:
+            return str(error)
+
+    def work(k):
+        if k % 4 == 0:
+            return [finding.verdict for finding in check(sensor)]
+        if k % 4 == 1:
+            return calibrate(tmp_path / str(k))
+        if k % 4 == 2:
+            return turbulence(Simulator(sensor), 10).sum()
+        return told("short"), told("empty")
+
+    one_by_one = [work(k) for k in (0, 2, 3)]
+    with concurrent.futures.ThreadPoolExecutor(4) as threads:
+        at_once = list(threads.map(work, range(80)))
+    for k, expected in zip((0, 2, 3), one_by_one, strict=True):
+        assert all(result == expected for result in at_once[k::4])
+    for k in range(1, 80, 4):
+        assert {finding.verdict for finding in check(tmp_path / str(k))} == {"good"}
+
+
+# --- Long jobs beside others
+
+WATCHED = """
+import os, signal, sys, threading, time, quen_shs
+signal.signal(signal.SIGINT, signal.default_int_handler)
+sim = quen_shs.Simulator(sys.argv[1], seed=1)
+def work():
+    while True: sum(range(1000))
+for _ in range(int(sys.argv[2])): threading.Thread(target=work, daemon=True).start()
+sent = []
+def interrupt():
+    time.sleep(0.5)
+    sent.append(time.perf_counter())
+    os.kill(os.getpid(), signal.SIGINT)
+threading.Thread(target=interrupt, daemon=True).start()
+try:
+    quen_shs.score(sim, [quen_shs.CentreOfGravity()], frames=10**9)
+except KeyboardInterrupt:
+    print(time.perf_counter() - sent[0])
+"""
+
+
+@pytest.mark.parametrize("busy", [0, 1, 3])
+def test_ctrl_c_is_soon_heeded_beside_busy_threads(busy, child, sensor):
+    result = child(WATCHED, sensor, busy)
+    assert float(result.stdout) < 5.0, result.stderr  # seconds, on a machine that has other things to do
+
+
+# --- The interpreter's end
+
+ENDING = """
+import sys, threading, time, numpy as np, quen_shs
+sim = quen_shs.Simulator(sys.argv[1], seed=1)
+class Own:
+    def compute(self, frame, roi):
+        return 1.0, 0.0, 0.0
+jobs = {
+    "score": lambda: quen_shs.score(sim, [quen_shs.CentreOfGravity()], frames=10**9),
+    "own engine": lambda: quen_shs.score(sim, [Own()], frames=10**9),
+    "run_loop": lambda: quen_shs.run_loop(sim, np.zeros((10**5, 52))),
+    "compute_frame": lambda: [sim.compute_frame(np.zeros(1089), np.zeros(1089), 1.0) for _ in range(10**9)],
+    "calibrate": lambda: [quen_shs.calibrate(sys.argv[3], force=True, measured=True) for _ in range(10**9)],
+    "check": lambda: [quen_shs.check(sys.argv[1]) for _ in range(10**9)],
+    "simulators": lambda: [quen_shs.Simulator(sys.argv[1]) for _ in range(10**9)],
+}
+for _ in range(2 if sys.argv[2] in ("check", "simulators") else 1):
+    threading.Thread(target=jobs[sys.argv[2]], daemon=True).start()
+time.sleep(0.4)
+print("done", flush=True)
+"""
+
+
+@pytest.mark.parametrize(
+    "job", ["score", "own engine", "run_loop", "compute_frame", "calibrate", "check", "simulators"]
+)
+def test_the_interpreter_ends_while_a_thread_of_its_own_accord_works(job, child, sensor, tmp_path):
+    for _ in range(3):
+        result = child(ENDING, sensor, job, tmp_path)
+        assert (result.stdout, result.stderr, result.returncode) == ("done\n", "", 0)
+
+
+def test_what_runs_at_the_end_may_use_the_package(child, sensor):
+    script = """
+import atexit, sys
+def last():
+    sim = quen_shs.Simulator(sys.argv[1])
+    print(len(quen_shs.run_loop(sim, frames=20).residual), sim.compute_frame([0.0] * 1089, [0.0] * 1089).max())
+atexit.register(last)
+import quen_shs
+"""
+    assert child(script, sensor).stdout == "20 3847\n"
+
+
+def test_a_process_may_fork_while_files_are_read(child, sensor):
+    script = """
+import os, sys, threading, quen_shs
+def read():
+    while True: quen_shs.check(sys.argv[1])
+threading.Thread(target=read, daemon=True).start()
+for _ in range(20):
+    if os.fork() == 0:
+        print(quen_shs.Simulator(sys.argv[1]).compute_frame([0.0] * 1089, [0.0] * 1089).max(), flush=True)
+        os._exit(0)
+    os.wait()
+"""
+    result = child(script, sensor)
+    assert (result.stdout, result.returncode) == ("3847\n" * 20, 0), result.stderr

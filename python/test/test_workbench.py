@@ -120,18 +120,23 @@ def test_a_folder_may_have_any_name(name, tmp_path):
         ({"offset_y": 100}, ValueError, "the grid does not fit on the frame"),
         ({"obscuration": 1}, ValueError, "obscuration must be from 0 to 0.99, found 1"),
         ({"spider_angle": 181}, ValueError, "spider_angle must be from -180 to 180, found 181"),
-        ({"spider_width": 0.6}, ValueError, "spider_width must be from 0 to 0.5, found 0.6"),
+        ({"spider_width": 0.6, "spider_angle": 0}, ValueError, "spider_width must be from 0 to 0.5, found 0.6"),
+        ({"spider_width": 0.02}, ValueError, "spider_width: expected none without a spider; give spider_angle"),
         ({"basis": "fourier"}, ValueError, "basis: expected 'zernike' or 'karhunen-loeve', found 'fourier'"),
         ({"basis": 3}, TypeError, "basis: expected a word, found 3"),
         ({"force": "yes"}, TypeError, "force: expected True or False, found 'yes'"),
         ({"measured": 1}, TypeError, "measured: expected True or False, found 1"),
         ({"measured": True, "engine": 5}, TypeError, "engine: expected an object with a method compute"),
-        ({"poke_amplitude": 0}, ValueError, "poke_amplitude must be from 0.001 to 12, found 0"),
-        ({"noise": -1}, ValueError, "noise must be from 0 to 1000000000, found -1"),
-        ({"seed": -1}, ValueError, "seed: expected 0 to 4294967295, found -1"),
-        ({"detector": "camera.json"}, TypeError, "detector: expected a Detector, found 'camera.json'"),
-        ({"detector": quen_shs.Detector()}, ValueError, "engine, detector: expected none where the matrix is computed"),
-        ({"engine": quen_shs.Weighted()}, ValueError, "engine, detector: expected none where the matrix is computed"),
+        ({"measured": True, "poke_amplitude": 0}, ValueError, "poke_amplitude must be from 0.001 to 12, found 0"),
+        ({"measured": True, "noise": -1}, ValueError, "noise must be from 0 to 1000000000, found -1"),
+        ({"measured": True, "seed": -1}, ValueError, "seed: expected 0 to 4294967295, found -1"),
+        ({"measured": True, "detector": "camera.json"}, TypeError, "detector: expected a Detector, found 'camera.json'"),
+        *(
+            ({name: value}, ValueError, f"{name}: expected none where the matrix is computed; give measured=True")
+            for name, value in {
+                "engine": Weighted(), "poke_amplitude": 1.0, "noise": 0.0, "seed": 1, "detector": Detector()
+            }.items()
+        ),
     ],
 )
 def test_wrong_options_are_refused_and_nothing_is_written(options, error, message, tmp_path):

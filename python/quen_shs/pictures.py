@@ -1,0 +1,44 @@
+"""Pictures, as ``quen-shs`` draws them."""
+
+from __future__ import annotations
+
+import os
+import struct
+
+from . import _core
+from ._records import path
+
+
+class Picture(bytes):
+    """A picture: the bytes of a PNG file. Notebooks show it.
+
+    Examples
+    --------
+    >>> picture = Simulator("sensor").picture()
+    >>> picture
+    <Picture of 920 x 900 pixels>
+    >>> picture.save("frame.png")
+    """
+
+    def save(self, file: str | os.PathLike[str]) -> None:
+        """Write it to a file, in whose place it appears as a whole or not at all.
+
+        Parameters
+        ----------
+        file : path-like
+
+        Raises
+        ------
+        OSError
+            It cannot be written.
+        """
+        _core.write_file(path("file", file), bytes(self))
+
+    def _repr_png_(self) -> bytes:
+        return bytes(self)
+
+    def __repr__(self) -> str:
+        width, height = struct.unpack(">2I", self[16:24])
+        return f"<Picture of {width} x {height} pixels>"
+
+    __str__ = __repr__
