@@ -1,6 +1,5 @@
 # The Python package. With AUTO it is left out where something of what it needs is missing; the workbench is part of that.
-set(QUEN_BUILD_PYTHON AUTO CACHE STRING "Build the Python package quen_shs: ON, OFF or AUTO")
-set_property(CACHE QUEN_BUILD_PYTHON PROPERTY STRINGS AUTO ON OFF)
+quen_choice(QUEN_BUILD_PYTHON "Build the Python package quen_shs")
 set(QUEN_PYTHON_INTERPRETER /usr/bin/python3 CACHE FILEPATH "The interpreter that the Python package is for")
 
 if(QUEN_BUILD_PYTHON)

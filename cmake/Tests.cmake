@@ -242,7 +242,8 @@ set_tests_properties(Includes.PointDown PROPERTIES LABELS unit)
 
 # --- The guide, as it stands; it has a chapter on the Python package.
 if(QUEN_BUILD_PYTHON AND NOT QUEN_SANITIZE)
-  add_test(NAME Guide.RunsAsItStands COMMAND ${QUEN_PYTHON} docs/test/run_guide.py docs/guide.md ${PROJECT_BINARY_DIR}
+  add_test(NAME Guide.RunsAsItStands COMMAND ${QUEN_PYTHON_INTERPRETER} docs/test/run_guide.py docs/guide.md
+                                             ${PROJECT_BINARY_DIR}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600 COST 100
                                                        ENVIRONMENT "PYTHONPATH=${PROJECT_BINARY_DIR}/python")
@@ -256,6 +257,7 @@ if(QUEN_BUILD_TOOLS AND NOT QUEN_SANITIZE)
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   add_test(NAME Consumer.BuildsAndRunsAgainstTheInstalledTree
            COMMAND examples/test/consume_installed.sh ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_CXX_COMPILER}
+                   ${QUEN_PYTHON_INTERPRETER}
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(Configuring.NeedsTheToolsPackagesForTheToolAlone
                        Consumer.BuildsAndRunsAgainstTheInstalledTree PROPERTIES LABELS consumer TIMEOUT 300 COST 100)

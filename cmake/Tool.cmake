@@ -1,7 +1,6 @@
 # The workbench and the host tool, and what they need beyond the library. With AUTO they are left out where something of
 # that is missing.
-set(QUEN_BUILD_TOOLS AUTO CACHE STRING "Build the host tool quen-shs: ON, OFF or AUTO")
-set_property(CACHE QUEN_BUILD_TOOLS PROPERTY STRINGS AUTO ON OFF)
+quen_choice(QUEN_BUILD_TOOLS "Build the host tool quen-shs")
 
 if(QUEN_BUILD_TOOLS)
   find_package(CLI11 QUIET)

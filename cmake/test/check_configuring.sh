@@ -39,6 +39,11 @@ if grep -q 'quen-shs' "$work/out"; then fail "words about a tool that lacks noth
 has_python || fail "no Python package, though nothing is missing"
 if grep -q 'the Python package' "$work/out"; then fail "words about a Python package that lacks nothing"; fi
 
+for option in QUEN_BUILD_PYTHON QUEN_BUILD_TOOLS; do
+  if configure "-D$option=maybe"; then fail "$option=maybe"; fi
+  says "$option is maybe; expected ON, OFF or AUTO"
+done
+
 configure -DQUEN_BUILD_PYTHON=OFF || fail "Python OFF"
 if has_python; then fail "OFF with the Python package"; fi
 if grep -q 'the Python package' "$work/out"; then fail "words about a Python package that nobody wants"; fi

@@ -15,6 +15,7 @@ import sys
 import tempfile
 
 HOME = "/home/you"
+PYTHON = os.path.dirname(sys.executable)  # whose python3 the commands are run with
 BLOCK = re.compile(r"^```(console|python (\S+))\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 NUMBER = re.compile(r"(?<![\w.])[+-]?\d+(?:\.\d+)?(?:e[+-]?\d+)?(?![\w.]*/)")
 # Speeds, the column of times in a table of scores, and which of many equal elements is the worst.
@@ -22,7 +23,7 @@ UNSURE = re.compile(r"\d+ frames/s|\| +\d+ \|$|element \d+, \d+", re.MULTILINE)
 
 
 def run(command, folder, path):
-    environment = {**os.environ, "PATH": f"{path}:/usr/bin:/bin", "LC_ALL": "C.UTF-8"}
+    environment = {**os.environ, "PATH": f"{path}:{PYTHON}:/usr/bin:/bin", "LC_ALL": "C.UTF-8"}
     result = subprocess.run(["bash", "-c", command], cwd=folder, env=environment, text=True, timeout=300,
                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     printed = result.stdout.replace(folder, HOME)

@@ -1,10 +1,11 @@
 #!/bin/sh
 # Installs the build, then builds and runs hosts against the installed tree alone.
-#     consume_installed.sh BUILD_FOLDER SOURCE_FOLDER COMPILER
+#     consume_installed.sh BUILD_FOLDER SOURCE_FOLDER COMPILER PYTHON
 set -eu
 build=$1
 source=$2
 compiler=$3
+python=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
@@ -118,11 +119,15 @@ bash -c '. "$1" && complete -p quen-shs' sh "$prefix/share/bash-completion/compl
 package=$(find "$prefix" -path '*/quen_shs/__init__.py')
 if [ -n "$package" ]; then
   export PYTHONPATH="${package%/quen_shs/__init__.py}" PYTHONDONTWRITEBYTECODE=1
-  (mkdir python && cd python && MPLBACKEND=Agg /usr/bin/python3 "$source/examples/python/closed_loop.py") >out
+  (mkdir python && cd python && MPLBACKEND=Agg "$python" "$source/examples/python/closed_loop.py") >out
   grep -q '^residual: 0[.]4' out || fail "$(cat out)"
   ldd "${package%/__init__.py}"/_core*.so >loaded
   grep -q libquen_shssim_lib loaded || fail "ldd does not see the Python package's library"
   if grep libquen loaded | grep -vF "=> $prefix/"; then fail "the Python package needs libraries of the build"; fi
+
+  # Below /usr Debian's Python looks in another folder, whatever the build was configured for.
+  DESTDIR="$work/staged" cmake --install "$build" --prefix /usr >/dev/null
+  [ -f "$work/staged/usr/lib/python3/dist-packages/quen_shs/__init__.py" ] || fail "the package's folder below /usr"
 fi
 
 # A host without a calibration fails as the README says, and with INTROOT is told where it was looked for.

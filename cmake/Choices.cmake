@@ -1,0 +1,10 @@
+# What is built where its packages are there, unless somebody says otherwise.
+function(quen_choice name what)
+  set(${name} AUTO CACHE STRING "${what}: ON, OFF or AUTO")
+  set_property(CACHE ${name} PROPERTY STRINGS AUTO ON OFF)
+  string(TOUPPER "${${name}}" chosen)
+  if(NOT chosen MATCHES "^(AUTO|ON|OFF|YES|NO|TRUE|FALSE|Y|N|1|0)$")
+    message(FATAL_ERROR "${name} is ${${name}}; expected ON, OFF or AUTO")
+  endif()
+  set(${name} ${chosen} PARENT_SCOPE)
+endfunction()
