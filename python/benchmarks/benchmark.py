@@ -1,14 +1,18 @@
 #!/usr/bin/env python3
-"""What calls from Python cost over those of C++, and what the same frame costs in numpy; microseconds.
+"""What calls from Python cost over those of C++, what the same frame costs in numpy, and what threads gain; microseconds.
 
     PYTHONPATH=build/release/python /usr/bin/python3 python/benchmarks/benchmark.py
 
 Every row is the least of many calls, all in one process; C++ and Python take turns. Overheads are told on regions of one
-pixel, where a call is short, and on the usual ones.
+pixel, where a call is short, and on the usual ones. Of four threads, each with a simulator of its own, the last rows tell
+how long their frames and slopes take together, and how much longer they take one after the other; then what a busy Python
+thread takes from a loop.
 """
 
+import concurrent.futures
 import os
 import tempfile
+import threading
 import time
 
 import numpy as np
@@ -16,6 +20,7 @@ import numpy as np
 import quen_shs
 
 ROUNDS, CALLS = 20, 50
+ZEROS = np.zeros(1089)
 MICROSECONDS = 1e6
 
 
@@ -72,6 +77,54 @@ def rows(folder, title):
         yield f"{title}, frame", "numpy, other bits", found, found - alternate(frames[:1])[0]
 
 
+THREADS = 4
+
+
+def work(sim):
+    engine = quen_shs.GaussianFit()
+    for _ in range(CALLS):
+        sim.compute_frame(ZEROS, ZEROS, 10.0, copy=False)
+        sim.compute_slopes(engine, copy=False)
+
+
+def thread_rows(folder):
+    """Four threads at once, and one after the other."""
+    sims = [quen_shs.Simulator(folder, seed=k) for k in range(THREADS)]
+    with concurrent.futures.ThreadPoolExecutor(THREADS) as threads:
+        one_by_one, at_once = alternate([
+            lambda: least_seconds(lambda: [work(sim) for sim in sims], 1),
+            lambda: least_seconds(lambda: list(threads.map(work, sims)), 1),
+        ])
+    yield "one after the other", one_by_one / (THREADS * CALLS), 1.0
+    yield "four threads", at_once / (THREADS * CALLS), one_by_one / at_once
+
+
+def loop_rows(folder):
+    """A loop by itself, and beside a thread that computes in Python."""
+    sim, frames = quen_shs.Simulator(folder, seed=1), 200
+    stop = threading.Event()
+
+    def beside_another():
+        def be_busy():
+            while not stop.is_set():
+                sum(range(1000))
+
+        stop.clear()
+        busy = threading.Thread(target=be_busy)
+        busy.start()
+        seconds = least_seconds(run, 3)
+        stop.set()
+        busy.join()
+        return seconds
+
+    def run():
+        quen_shs.run_loop(sim, np.zeros((frames, 52)))
+
+    alone, beside = alternate([lambda: least_seconds(run, 3), beside_another])
+    yield "alone", alone / frames, 1.0
+    yield "beside a busy thread", beside / frames, alone / beside
+
+
 def main():
     with tempfile.TemporaryDirectory() as folder:
         kinds = {"regions of a pixel": 1, "usual regions": 24}
@@ -81,6 +134,10 @@ def main():
             quen_shs.calibrate(sensor, size=size)
             for case, row, found, over in rows(sensor, title):
                 print(f"| {case} | {row} | {found:.1f} | {over:.1f} |")
+        print(f"\n| on {os.cpu_count()} processors | row | microseconds a frame | speed |\n|---|---|---:|---:|")
+        for case, its_rows in [("frames and slopes", thread_rows), ("frames of a loop", loop_rows)]:
+            for row, found, ratio in its_rows(sensor):
+                print(f"| {case} | {row} | {found:.0f} | {ratio:.2f} |")
 
 
 if __name__ == "__main__":
