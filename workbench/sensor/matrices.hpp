@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Eigen/Dense>
+#include <Eigen/Core>
 
 #include "shssim/shs_simulator.hpp"
 #include "workbench/sensor/dimensions.hpp"
@@ -39,9 +39,6 @@ struct Eigensystem {
 };
 Eigensystem EigensystemOf(const Eigen::MatrixXd& symmetric);
 
-/// Of any square matrix, in no order.
-Eigen::VectorXcd EigenvaluesOf(const Matrix& square);
-
 /// A vector over its length, whose square may be more than a number holds; zeros stay.
 template <typename Vector>
 typename Vector::PlainObject OfLengthOne(const Eigen::MatrixBase<Vector>& vector) {
@@ -50,9 +47,6 @@ typename Vector::PlainObject OfLengthOne(const Eigen::MatrixBase<Vector>& vector
 }
 
 /// Each column so.
-inline Matrix ColumnsOfLengthOne(Matrix matrix) {
-  for (auto column : matrix.colwise()) column = OfLengthOne(column);
-  return matrix;
-}
+Matrix ColumnsOfLengthOne(Matrix matrix);
 
 }  // namespace quen::workbench

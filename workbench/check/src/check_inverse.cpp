@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <Eigen/Eigenvalues>
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -244,7 +245,7 @@ void AddSizes(const Response& response, const Assignment& modes, double worst, d
 /// @return  their mean; none if they are not
 std::optional<double> FilteredShare(const Matrix& response) {
   constexpr double kSlack = 0.05;
-  const Eigen::VectorXcd values = EigenvaluesOf(response);
+  const Eigen::VectorXcd values = Eigen::EigenSolver<Eigen::MatrixXd>(response, false).eigenvalues();
   for (const auto& value : values) {
     if (std::abs(value.imag()) > kSlack || value.real() < -kSlack || value.real() > 1.0 + kSlack) return std::nullopt;
   }

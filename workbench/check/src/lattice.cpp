@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <Eigen/Dense>
+#include <Eigen/LU>
 #include <algorithm>
 #include <cmath>
 #include <numeric>

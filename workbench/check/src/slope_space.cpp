@@ -1,5 +1,6 @@
 #include "workbench/check/src/slope_space.hpp"
 
+#include <Eigen/Eigenvalues>
 #include <algorithm>
 #include <cmath>
 #include <iterator>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Eigen/Dense>
+#include <Eigen/Cholesky>
 #include <vector>
 
 #include "workbench/check/src/layout.hpp"

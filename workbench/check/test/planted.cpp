@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <Eigen/Dense>
 #include <algorithm>
 #include <array>
 #include <cmath>

@@ -1,6 +1,6 @@
 #include "workbench/pictures/stretch.hpp"
 
-#include <Eigen/Dense>
+#include <Eigen/Core>
 #include <algorithm>
 #include <cmath>
 

@@ -1,5 +1,8 @@
 #include "workbench/sensor/matrices.hpp"
 
+#include <Eigen/Eigenvalues>
+#include <Eigen/QR>
+
 namespace quen::workbench {
 
 Matrix PseudoInverse(const Matrix& matrix) { return matrix.completeOrthogonalDecomposition().pseudoInverse(); }
@@ -9,8 +12,9 @@ Eigensystem EigensystemOf(const Eigen::MatrixXd& symmetric) {
   return {solver.eigenvalues(), solver.eigenvectors()};
 }
 
-Eigen::VectorXcd EigenvaluesOf(const Matrix& square) {
-  return Eigen::EigenSolver<Eigen::MatrixXd>(square, false).eigenvalues();
+Matrix ColumnsOfLengthOne(Matrix matrix) {
+  for (auto column : matrix.colwise()) column = OfLengthOne(column);
+  return matrix;
 }
 
 }  // namespace quen::workbench
