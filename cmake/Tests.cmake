@@ -204,6 +204,7 @@ if(QUEN_BUILD_TOOLS)
     SOURCES tools/quen-shs/test/camera_frames_test.cpp
             tools/quen-shs/test/check_verb_test.cpp
             tools/quen-shs/test/command_line_test.cpp
+            tools/quen-shs/test/demo_test.cpp
             tools/quen-shs/test/detector_verb_test.cpp
             tools/quen-shs/test/score_verb_test.cpp
             tools/quen-shs/test/terminal_test.cpp
@@ -223,6 +224,8 @@ if(QUEN_BUILD_TOOLS)
     target_compile_definitions(${test} PRIVATE QUEN_SHS="$<TARGET_FILE:quen-shs>")
     add_dependencies(${test} quen-shs)
   endforeach()
+  target_compile_definitions(quen_shs_test PRIVATE QUEN_DEMO="$<TARGET_FILE:quen-demo>")
+  add_dependencies(quen_shs_test quen-demo)
 endif()
 
 # --- The tool's files, from outside. Without strace, or where it may not trace, what needs it is skipped.

@@ -20,12 +20,8 @@ void AddDetector(CommandLine& line);
 void AddManual(CommandLine& line);
 void AddCompletion(CommandLine& line);
 
-/// All of them, in the order of the help.
-inline void AddVerbs(CommandLine& line) {
-  for (const auto add : {AddCalibrate, AddCheck, AddFrame, AddMeasure, AddView, AddScore, AddLoop, AddDetector,
-                         AddManual, AddCompletion}) {
-    add(line);
-  }
-}
+/// Those of the program, in the order of its help: all of them (verbs/src/verbs.cpp), or those of scripts/demo
+/// (demo.cpp).
+void AddVerbs(CommandLine& line);
 
 }  // namespace quen::tool
