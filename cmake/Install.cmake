@@ -3,7 +3,7 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 install(
-  TARGETS quen_shssim_lib quen_engines quen_centroiders quen_detector
+  TARGETS quen_shssim_lib quen_engines quen_centroiders quen_detector quen_stream
   EXPORT quen_shssim-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quen_shssim)
@@ -18,7 +18,7 @@ install(FILES ${PROJECT_BINARY_DIR}/quen_shssim-config.cmake ${PROJECT_BINARY_DI
 
 # Relative, so that an installed tree may be moved.
 file(RELATIVE_PATH QUEN_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-foreach(name quen_shssim quen_engines quen_centroiders quen_detector)
+foreach(name quen_shssim quen_engines quen_centroiders quen_detector quen_stream)
   configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()

@@ -99,6 +99,11 @@ target_compile_options(detector_test PRIVATE -ffp-contract=off) # it has some of
 quen_add_test(detector_statistics_test LABEL statistics SOURCES detector/test/statistics_test.cpp
               LIBRARIES quen_detector_objects quen_detector_level_objects)
 
+# --- The streams, with their internals in reach.
+quen_add_test(stream_test SOURCES stream/test/order_of_stores_test.cpp stream/test/reader_test.cpp
+                                  stream/test/writer_test.cpp testing/allocations.cpp
+              LIBRARIES quen_stream_objects quen_stream_logging_objects)
+
 # --- The shared library as its hosts see it.
 quen_add_test(
   host_test
@@ -112,9 +117,11 @@ set_target_properties(host_test PROPERTIES ENABLE_EXPORTS ON)
 quen_add_test(engines_host_test LABEL abi SOURCES abi/test/engines_host_test.cpp abi/test/engines_layout_test.cpp
               LIBRARIES quen::engines)
 quen_add_test(detector_host_test LABEL abi SOURCES abi/test/detector_host_test.cpp LIBRARIES quen::detector)
+quen_add_test(stream_host_test LABEL abi SOURCES abi/test/stream_host_test.cpp LIBRARIES quen::stream)
 # What the tests' own helpers need, but these tests do not, must not be in their processes.
 target_link_options(engines_host_test PRIVATE -Wl,--as-needed)
 target_link_options(detector_host_test PRIVATE -Wl,--as-needed)
+target_link_options(stream_host_test PRIVATE -Wl,--as-needed)
 quen_add_test(stand_in_test LABEL abi SOURCES abi/test/stand_in_test.cpp LIBRARIES quen::shssim_lib)
 add_test(NAME ExportedSymbols.AreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_shssim_lib> abi/exported_symbols.txt
@@ -128,9 +135,12 @@ add_test(NAME ExportedSymbols.OfTheEnginesAreTheListedOnes
 add_test(NAME ExportedSymbols.OfTheDetectorAreTheListedOnes
          COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_detector> abi/exported_symbols_detector.txt
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+add_test(NAME ExportedSymbols.OfTheStreamsAreTheListedOnes
+         COMMAND abi/test/check_exported_symbols.sh $<TARGET_FILE:quen_stream> abi/exported_symbols_stream.txt
+         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(ExportedSymbols.AreTheListedOnes ExportedSymbols.OfTheCentroidersAreTheListedOnes
                      ExportedSymbols.OfTheEnginesAreTheListedOnes ExportedSymbols.OfTheDetectorAreTheListedOnes
-                     PROPERTIES LABELS abi)
+                     ExportedSymbols.OfTheStreamsAreTheListedOnes PROPERTIES LABELS abi)
 # The engines' types are described with the centroiders, which are linked from the same objects.
 if(CMAKE_BUILD_TYPE STREQUAL Debug AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   find_program(QUEN_ABIDIFF abidiff REQUIRED) # Debian's abigail-tools
@@ -143,8 +153,12 @@ if(CMAKE_BUILD_TYPE STREQUAL Debug AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   add_test(NAME BinaryInterface.OfTheDetectorIsTheDescribedOne
            COMMAND abi/test/check_abi.sh $<TARGET_FILE:quen_detector> abi/libquen_detector.abi
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  add_test(NAME BinaryInterface.OfTheStreamsIsTheDescribedOne COMMAND abi/test/check_abi.sh $<TARGET_FILE:quen_stream>
+                                                                      abi/libquen_stream.abi
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(BinaryInterface.IsTheDescribedOne BinaryInterface.OfTheCentroidersIsTheDescribedOne
-                       BinaryInterface.OfTheDetectorIsTheDescribedOne PROPERTIES LABELS abi)
+                       BinaryInterface.OfTheDetectorIsTheDescribedOne BinaryInterface.OfTheStreamsIsTheDescribedOne
+                       PROPERTIES LABELS abi)
 endif()
 if(CMAKE_BUILD_TYPE STREQUAL Release)
   add_test(NAME VectorCode.OfTheSimulatorUsesItsLevelsRegisters

@@ -18,7 +18,7 @@ ORDER = [
     ["quen_image_processing"],
     ["basesim"],
     ["shssim"],
-    ["detector"],
+    ["detector", "stream"],
     ["centroiders"],
     ["workbench/fits"],
     ["workbench/detector"],

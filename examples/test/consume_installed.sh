@@ -32,7 +32,7 @@ library_path=$(dirname "$pkg_config_path")
 
 # What a host finds installed is every header at the top of a module, but for those that say they are internal.
 (cd "$prefix/include/quen_shssim" && find . -type f | sort) >"$work/installed"
-modules="./basesim ./centroiders ./common ./defs ./detector ./pim ./quen_image_processing ./shssim"
+modules="./basesim ./centroiders ./common ./defs ./detector ./pim ./quen_image_processing ./shssim ./stream"
 (cd "$source" && find $modules -name '*.hpp' -not -path '*/src/*' \
   -not -path '*/test/*' -exec grep --files-without-match 'Internal to the' {} + | sort) >"$work/offered"
 diff -u "$work/offered" "$work/installed" || fail "installed headers differ from the public ones"
@@ -84,6 +84,14 @@ for program in by_cmake/own_frames ./own_frames_by_pkg_config; do
   grep -q libquen_engines loaded || fail "ldd does not see the engines"
   if grep -E 'libquen_shssim_lib|libcfitsio' loaded; then fail "$program needs the simulator"; fi
 done
+
+# A host that publishes its frames.
+host "$source/examples/publishing_host.cpp" publishing_by_pkg_config "quen_shssim quen_stream"
+for program in by_cmake/publishing_host ./publishing_by_pkg_config; do
+  MILK_SHM_DIR=$work "$program" >out
+  expect out "frame 3 of stream sensor: 840 x 816 pixels, as the simulator has them"
+done
+[ ! -e sensor.im.shm ] || fail "a stream outlives its host"
 
 # The README's example, with the output that it shows.
 readme_block cpp >readme.cpp
