@@ -2,10 +2,12 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "centroiders/pixel_reading.hpp"
+#include "common/checks/limits.hpp"
 #include "common/fits/fits.hpp"
 #include "detector/detector.hpp"
 #include "workbench/fits/input_file.hpp"
@@ -36,6 +38,22 @@ struct DetectorDescription {
   bool engines_know_maps = false;  ///< whether engines are told of them
   std::vector<InputFile> files;    ///< that it was read from: the description, then the maps
 };
+
+/// Parameters that a user gives over those that a detector has. Their limits are those of DetectorLimits.
+struct DetectorChanges {
+  static constexpr common::Limits kPhotons = {0.0, 1e9};
+
+  std::optional<double> photons = {};  ///< electrons of a whole spot
+  std::optional<double> background = {};
+  std::optional<double> em_gain = {};
+  std::optional<double> read_noise = {};
+  std::optional<double> pedestal = {};
+
+  [[nodiscard]] bool AreAny() const;
+};
+
+/// Gives a detector those that are given.
+void Change(quen::detector::DetectorConfig& config, const DetectorChanges& changes);
 
 inline constexpr const char* kSeedKeyword = "SEED";  ///< beside a detector's parameters in headers
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "centroiders/score.hpp"
+#include "common/checks/limits.hpp"
 #include "workbench/detector/description.hpp"
 #include "workbench/engines/engines.hpp"
 
@@ -22,6 +23,11 @@ struct NamedScore {
 
   /// RMS error over both axes, pixels.
   [[nodiscard]] double Rms() const;
+};
+
+/// What a user may choose.
+struct ScoringLimits {
+  static constexpr common::Limits kFrames = {1.0, 100000.0};
 };
 
 /// What engines are scored on.

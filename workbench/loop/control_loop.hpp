@@ -105,6 +105,9 @@ struct LoopSummary {
   double disturbance;  ///< there
 };
 
+/// Why a run was no success, in a sentence: it has diverged, or is no better than none. Empty if it was one.
+std::string FailureOf(const LoopRun& run, const LoopSummary& summary);
+
 /// @param delay  that the loop had
 LoopSummary SummaryOf(const LoopRun& run, int delay);
 

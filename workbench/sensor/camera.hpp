@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "centroiders/pixel_reading.hpp"
+#include "common/checks/limits.hpp"
 #include "common/fits/fits.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "workbench/detector/description.hpp"
@@ -17,6 +18,8 @@ namespace quen::workbench {
 
 /// How light becomes a frame: with the simulator's own noise, or by a detector.
 struct Exposure {
+  static constexpr common::Limits kNoise = {0.0, 1e6};  ///< that a user may choose
+
   double noise = 10.0;     ///< half-width, units of pixel values; without a detector
   std::uint32_t seed = 1;  ///< of either
   std::shared_ptr<const DetectorDescription> detector = {};

@@ -70,7 +70,7 @@ Argument Number(const std::string& name, const std::string& what, const std::str
 /// A whole number.
 Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
                 int& variable);
-Argument Number(const std::string& name, const std::string& what, const std::string& unit, int lowest, int highest,
+Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
                 std::size_t& variable);
 /// Any unsigned number of 32 bits.
 Argument Number(const std::string& name, const std::string& what, std::uint32_t& variable);

@@ -253,6 +253,16 @@ std::string DescribedInFull(const DetectorConfig& config, const std::vector<MapS
   return text + "}\n";
 }
 
+bool DetectorChanges::AreAny() const { return photons || background || em_gain || read_noise || pedestal; }
+
+void Change(DetectorConfig& config, const DetectorChanges& changes) {
+  if (changes.photons) config.electrons_per_unit = *changes.photons / quen::shssim::kSpotFlux;
+  config.background = changes.background.value_or(config.background);
+  config.em_gain = changes.em_gain.value_or(config.em_gain);
+  config.read_noise = changes.read_noise.value_or(config.read_noise);
+  config.offset = changes.pedestal.value_or(config.offset);
+}
+
 std::string InWords(const DetectorDescription& detector) {
   return fmt::format("{:.4g} electrons a spot, read noise {:g}{}",
                      detector.config.electrons_per_unit * quen::shssim::kSpotFlux, detector.config.read_noise,

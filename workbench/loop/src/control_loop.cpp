@@ -1,5 +1,7 @@
 #include "workbench/loop/control_loop.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -144,6 +146,19 @@ LoopSummary SummaryOf(const LoopRun& run, int delay) {
   return {Rms(run.records, &FrameRecord::residual, 0, std::min(static_cast<std::size_t>(delay), frames)),
           Rms(run.records, &FrameRecord::residual, frames / 2, frames),
           Rms(run.records, &FrameRecord::disturbance, frames / 2, frames)};
+}
+
+std::string FailureOf(const LoopRun& run, const LoopSummary& summary) {
+  if (run.has_diverged) {
+    return fmt::format(
+        "the loop diverges: in frame {} its residual is {:.3g} rad RMS, more than {:g} times the disturbance; try a "
+        "lower gain, or a shorter delay",
+        run.records.size() - 1, run.records.back().residual.norm(), kDivergence);
+  }
+  if (summary.disturbance > 0.0 && !(summary.after < summary.disturbance)) {
+    return "the loop did not converge: its residual is not below the disturbance; try a lower gain";
+  }
+  return "";
 }
 
 double Rms(const std::vector<FrameRecord>& records, Eigen::VectorXd FrameRecord::*vector, std::size_t first,

@@ -140,9 +140,9 @@ Argument Number(const std::string& name, const std::string& what, const std::str
                 variable);
 }
 
-Argument Number(const std::string& name, const std::string& what, const std::string& unit, int lowest, int highest,
+Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
                 std::size_t& variable) {
-  return Ranged(name, what, unit, static_cast<std::size_t>(lowest), static_cast<std::size_t>(highest),
+  return Ranged(name, what, unit, static_cast<std::size_t>(limits.lowest), static_cast<std::size_t>(limits.highest),
                 InDigits(variable), variable);
 }
 

@@ -39,7 +39,7 @@ Argument CalibrationFolder(std::string& folder) {
 Argument Noise(double& noise) {
   return Number("--noise",
                 fmt::format("Half-width of the pixel noise (a spot's peak is {:g})", quen::shssim::kSpotPeak),
-                "pixel values", {0.0, 1e6}, noise);
+                "pixel values", workbench::Exposure::kNoise, noise);
 }
 
 Argument Seed(std::uint32_t& seed) {
@@ -76,7 +76,8 @@ Argument Engines(std::vector<std::string>& engines) {
 std::vector<Argument> DetectorParameters(DetectorArguments& detector) {
   using Limits = quen::detector::DetectorLimits;
   const std::string otherwise = "what the detector has";
-  return {Number("--photons", "Light of a whole spot", "photo-electrons", {0.0, 1e9}, otherwise, detector.photons),
+  return {Number("--photons", "Light of a whole spot", "photo-electrons", workbench::DetectorChanges::kPhotons,
+                 otherwise, detector.photons),
           Number("--background", "Light between the spots", "electrons per pixel", Limits::kElectrons, otherwise,
                  detector.background),
           Number("--em-gain", "Electron multiplication", "", Limits::kEmGain, otherwise, detector.em_gain),
@@ -88,14 +89,6 @@ std::vector<Argument> DetectorParameters(DetectorArguments& detector) {
 
 Argument UseMaps(DetectorArguments& detector) {
   return Flag("--use-maps", "Let engines correct frames for the detector's maps", detector.engines_know_maps);
-}
-
-void Override(const DetectorArguments& arguments, quen::detector::DetectorConfig& config) {
-  if (arguments.photons) config.electrons_per_unit = *arguments.photons / quen::shssim::kSpotFlux;
-  config.background = arguments.background.value_or(config.background);
-  config.em_gain = arguments.em_gain.value_or(config.em_gain);
-  config.read_noise = arguments.read_noise.value_or(config.read_noise);
-  config.offset = arguments.pedestal.value_or(config.offset);
 }
 
 std::vector<Argument> ExposureArguments(double& noise, std::uint32_t& seed, DetectorArguments& detector) {
@@ -136,12 +129,10 @@ void AddPedestal(Report& report, const std::optional<workbench::Pedestal>& pedes
 
 std::shared_ptr<const workbench::DetectorDescription> DetectorFor(const DetectorArguments& arguments,
                                                                   const workbench::StagedFiles& files) {
-  const bool has_options =
-      arguments.photons || arguments.background || arguments.em_gain || arguments.read_noise || arguments.pedestal;
   if (arguments.engines_know_maps && arguments.file.empty()) {
     throw std::runtime_error("--use-maps: expected a detector with maps, found no --detector");
   }
-  if (arguments.file.empty() && !has_options) return nullptr;
+  if (arguments.file.empty() && !arguments.AreAny()) return nullptr;
   auto detector = std::make_shared<workbench::DetectorDescription>();
   if (!arguments.file.empty()) *detector = workbench::ReadDetector(arguments.file);
   files.RefuseToReplace(detector->files);
@@ -149,7 +140,7 @@ std::shared_ptr<const workbench::DetectorDescription> DetectorFor(const Detector
   if (detector->engines_know_maps && workbench::MapsOf(detector->config).AreEmpty()) {
     throw std::runtime_error("--use-maps: expected a detector with maps, found " + arguments.file + " without any");
   }
-  Override(arguments, detector->config);
+  Change(detector->config, arguments);
   return detector;
 }
 

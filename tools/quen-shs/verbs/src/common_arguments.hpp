@@ -31,21 +31,13 @@ Argument Engine(std::string& engine);
 Argument Engines(std::vector<std::string>& engines);
 
 /// A detector as the command line has it: a description, and parameters that stand over its own.
-struct DetectorArguments {
-  std::string file;               ///< none if empty
-  std::optional<double> photons;  ///< electrons of a whole spot
-  std::optional<double> background;
-  std::optional<double> em_gain;
-  std::optional<double> read_noise;
-  std::optional<double> pedestal;
+struct DetectorArguments : workbench::DetectorChanges {
+  std::string file;  ///< none if empty
   bool engines_know_maps = false;
 };
 
 /// The parameters alone.
 std::vector<Argument> DetectorParameters(DetectorArguments& detector);
-
-/// Gives a detector those that are given.
-void Override(const DetectorArguments& arguments, quen::detector::DetectorConfig& config);
 
 /// The noise of frames: the simulator's own or, by any of the other arguments, a detector's; and the seed of either.
 std::vector<Argument> ExposureArguments(double& noise, std::uint32_t& seed, DetectorArguments& detector);

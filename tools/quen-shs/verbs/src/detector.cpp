@@ -31,7 +31,7 @@ void WriteNew(const DetectorVerbArguments& command) {
   if (!command.force) workbench::RequireNew(names, "give --force to replace it");
   workbench::StagedFiles files(names);
   quen::detector::DetectorConfig config = workbench::UsualCamera();
-  Override(command.detector, config);
+  Change(config, command.detector);
   files.GiveAll(workbench::NewDetectorFiles(names, config, command.maps));
   files.Commit();
   Report report;

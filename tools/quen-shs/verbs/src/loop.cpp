@@ -108,20 +108,6 @@ void AddLostSpots(Report& report, const workbench::LoopRun& run) {
   report.Add("lost_spots", run.lost_spots, "spots not found", LostInWords(run.lost_spots, run.records.size()));
 }
 
-/// @throws std::runtime_error  the loop has diverged, or is no better than none
-void RequireConvergence(const workbench::LoopRun& run, const workbench::LoopSummary& summary) {
-  if (run.has_diverged) {
-    throw std::runtime_error(
-        fmt::format("the loop diverges: in frame {} its residual is {:.3g} rad RMS, more than {:g} times the "
-                    "disturbance; try a lower "
-                    "gain, or a shorter delay",
-                    run.records.size() - 1, run.records.back().residual.norm(), workbench::kDivergence));
-  }
-  if (summary.disturbance > 0.0 && !(summary.after < summary.disturbance)) {
-    throw std::runtime_error("the loop did not converge: its residual is not below the disturbance; try a lower gain");
-  }
-}
-
 void RunOne(const LoopArguments& command, workbench::Camera& camera, const workbench::Series& disturbance,
             workbench::StagedFiles& files) {
   const auto pedestal = workbench::PedestalOfDetector(camera, command.options.exposure);
@@ -145,7 +131,8 @@ void RunOne(const LoopArguments& command, workbench::Camera& camera, const workb
   AddPedestal(report, pedestal, command.options.engine);
   report.AddFiles(files);
   report.Print(command.json);
-  RequireConvergence(run, summary);
+  const std::string failure = workbench::FailureOf(run, summary);
+  if (!failure.empty()) throw std::runtime_error(failure);
 }
 
 void SweepGains(const LoopArguments& command, workbench::Camera& camera, const workbench::Series& disturbance,
