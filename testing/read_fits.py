@@ -2,7 +2,7 @@
 
     read_fits.py describe FILE
     read_fits.py image FILE HDU
-    read_fits.py column FILE EXTENSION COLUMN
+    read_fits.py columns FILE EXTENSION COLUMN…      one after the other, with an empty line behind each
     read_fits.py keyword FILE HDU KEY
 """
 
@@ -38,8 +38,10 @@ def main():
             describe(hdus)
         elif verb == "image":
             print_numbers(hdus[int(rest[0])].data)
-        elif verb == "column":
-            print_numbers(hdus[rest[0]].data[rest[1]])
+        elif verb == "columns":
+            for name in rest[1:]:
+                print_numbers(hdus[rest[0]].data[name])
+                print()
         elif verb == "keyword":
             print(hdus[int(rest[0])].header[rest[1]])
 

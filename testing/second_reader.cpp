@@ -21,14 +21,17 @@ std::string Astropy(const std::string& arguments) {
   return OutputOf(QUEN_PYTHON " " QUEN_SOURCE_DIR "/testing/read_fits.py " + arguments);
 }
 
+double Number(const std::string& line, const std::string& output) {
+  char* end = nullptr;
+  const double value = std::strtod(line.c_str(), &end);
+  if (end == line.c_str()) throw std::runtime_error("not a number: " + output.substr(0, 2000));
+  return value;
+}
+
 std::vector<double> Numbers(const std::string& output) {
   std::vector<double> values;
   std::istringstream lines(output);
-  for (std::string line; std::getline(lines, line);) {
-    char* end = nullptr;
-    values.push_back(std::strtod(line.c_str(), &end));
-    if (end == line.c_str()) throw std::runtime_error("not a number: " + output.substr(0, 2000));
-  }
+  for (std::string line; std::getline(lines, line);) values.push_back(Number(line, output));
   return values;
 }
 
@@ -45,14 +48,33 @@ std::vector<double> ImageReadByAstropy(const std::string& path, int hdu) {
   return Numbers(Astropy("image " + Quoted(path) + " " + std::to_string(hdu)));
 }
 
+std::vector<std::vector<double>> ColumnsReadByAstropy(const std::string& path, const std::string& extension,
+                                                      const std::vector<std::string>& columns) {
+  std::string arguments = "columns " + Quoted(path) + " " + Quoted(extension);
+  for (const std::string& column : columns) arguments += " " + Quoted(column);
+  const std::string output = Astropy(arguments);
+  std::vector<std::vector<double>> values(1);
+  std::istringstream lines(output);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty()) {
+      values.emplace_back();
+    } else {
+      values.back().push_back(Number(line, output));
+    }
+  }
+  values.pop_back();  // behind the last column
+  if (values.size() != columns.size()) throw std::runtime_error("other columns: " + output.substr(0, 2000));
+  return values;
+}
+
 std::vector<double> ColumnReadByAstropy(const std::string& path, const std::string& extension,
                                         const std::string& column) {
-  return Numbers(Astropy("column " + Quoted(path) + " " + Quoted(extension) + " " + Quoted(column)));
+  return ColumnsReadByAstropy(path, extension, {column}).front();
 }
 
 RegionColumns RegionsReadByAstropy(const std::string& path) {
-  const auto column = [&](const char* name) { return ColumnReadByAstropy(path, "rois", name); };
-  return {column("x_low"), column("x_up"), column("x_ref"), column("y_low"), column("y_up"), column("y_ref")};
+  const auto columns = ColumnsReadByAstropy(path, "rois", {"x_low", "x_up", "x_ref", "y_low", "y_up", "y_ref"});
+  return {columns[0], columns[1], columns[2], columns[3], columns[4], columns[5]};
 }
 
 std::string KeywordReadByAstropy(const std::string& path, int hdu, const std::string& key) {

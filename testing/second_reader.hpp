@@ -15,10 +15,13 @@ std::string ComplaintsOfFitsverify(const std::string& path);
 /// (formats as astropy names them). Axes are in FITS order. A warning or a failure is in the text.
 std::string DescribedByAstropy(const std::string& path);
 
-/// Values as astropy reads them, fastest axis first: of an image HDU, or of a column of a table HDU.
+/// Values as astropy reads them, fastest axis first: of an image HDU, of a column of a table HDU, or of several at
+/// once, which takes no longer, as most of the time goes into starting astropy.
 std::vector<double> ImageReadByAstropy(const std::string& path, int hdu = 0);
 std::vector<double> ColumnReadByAstropy(const std::string& path, const std::string& extension,
                                         const std::string& column);
+std::vector<std::vector<double>> ColumnsReadByAstropy(const std::string& path, const std::string& extension,
+                                                      const std::vector<std::string>& columns);
 
 /// A table of regions.
 struct RegionColumns {

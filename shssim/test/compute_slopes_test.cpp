@@ -276,9 +276,10 @@ TEST_F(ComputeSlopes, FileHoldsGeometryFlagsAndResults) {
   EXPECT_EQ(x_ref[0], 412.0);
   EXPECT_EQ(y_ref[1], 0.0);
   EXPECT_EQ(x_ref[2], 0.0);
-  EXPECT_EQ(ColumnReadByAstropy(path, "slopes", "flux"), simulator_.flux);
-  EXPECT_EQ(ColumnReadByAstropy(path, "slopes", "x"), simulator_.x_slopes);
-  EXPECT_EQ(ColumnReadByAstropy(path, "slopes", "y"), simulator_.y_slopes);
+  const auto slopes = testing::ColumnsReadByAstropy(path, "slopes", {"flux", "x", "y"});
+  EXPECT_EQ(slopes[0], simulator_.flux);
+  EXPECT_EQ(slopes[1], simulator_.x_slopes);
+  EXPECT_EQ(slopes[2], simulator_.y_slopes);
 }
 
 TEST_F(ComputeSlopes, FileIsWrittenWithoutUsedSubAperturesToo) {

@@ -215,9 +215,8 @@ TEST(WriteTable, NewTableIsReadByASecondReader) {
   }
   EXPECT_EQ(testing::ComplaintsOfFitsverify(path), "");
   EXPECT_EQ(testing::DescribedByAstropy(path), "0 image '' 8\n1 table 'new' 3 byte:B word:I real:D\n");
-  EXPECT_EQ(testing::ColumnReadByAstropy(path, "new", "byte"), (std::vector<double>{1, 2, 255}));
-  EXPECT_EQ(testing::ColumnReadByAstropy(path, "new", "word"), (std::vector<double>{3, 4, 32767}));
-  EXPECT_EQ(testing::ColumnReadByAstropy(path, "new", "real"), reals);
+  EXPECT_EQ(testing::ColumnsReadByAstropy(path, "new", {"byte", "word", "real"}),
+            (std::vector<std::vector<double>>{{1, 2, 255}, {3, 4, 32767}, reals}));
 }
 
 TEST(WriteTable, IsAppendedAfterTheTablesOfAnExistingFile) {

@@ -12,7 +12,7 @@
 
 namespace {
 
-using quen::testing::ColumnReadByAstropy;
+using quen::testing::ColumnsReadByAstropy;
 using quen::testing::Outcome;
 
 class CameraFrames : public quen::testing::SensorToolTest {
@@ -39,11 +39,11 @@ class CameraFrames : public quen::testing::SensorToolTest {
 
   /// Largest difference of the displacements in a.fits and b.fits.
   [[nodiscard]] double LargestDifference() const {
+    const auto a = ColumnsReadByAstropy(File("a.fits"), "slopes", {"x", "y"});
+    const auto b = ColumnsReadByAstropy(File("b.fits"), "slopes", {"x", "y"});
     double largest = 0.0;
-    for (const char* const axis : {"x", "y"}) {
-      const auto a = ColumnReadByAstropy(File("a.fits"), "slopes", axis);
-      const auto b = ColumnReadByAstropy(File("b.fits"), "slopes", axis);
-      for (std::size_t i = 0; i < 1089; ++i) largest = std::max(largest, std::abs(a.at(i) - b.at(i)));
+    for (std::size_t axis = 0; axis < 2; ++axis) {
+      for (std::size_t i = 0; i < 1089; ++i) largest = std::max(largest, std::abs(a[axis].at(i) - b[axis].at(i)));
     }
     return largest;
   }

@@ -94,8 +94,9 @@ TEST(DisplacementFile, FitsIsWrittenAndRead) {
   EXPECT_EQ(testing::DescribedByAstropy(path), "0 image '' 8\n1 table 'slopes' 1089 x:D y:D\n");
   EXPECT_EQ(testing::KeywordReadByAstropy(path, 1, "TUNIT1"), "pix");
   EXPECT_EQ(testing::KeywordReadByAstropy(path, 1, "TUNIT2"), "pix");
-  EXPECT_EQ(testing::ColumnReadByAstropy(path, "slopes", "x"), displacements.x);
-  EXPECT_EQ(testing::ColumnReadByAstropy(path, "slopes", "y"), displacements.y);
+  const auto columns = testing::ColumnsReadByAstropy(path, "slopes", {"x", "y"});
+  EXPECT_EQ(columns[0], displacements.x);
+  EXPECT_EQ(columns[1], displacements.y);
   EXPECT_EQ(ReadDisplacements(InputFile(path)).x, displacements.x);
   EXPECT_EQ(ReadDisplacements(InputFile(path)).y, displacements.y);
 }
