@@ -248,8 +248,9 @@ if(QUEN_BUILD_TOOLS)
     add_test(NAME FilesOfRuns.${class} COMMAND ${QUEN_PYTHON} tools/quen-shs/test/files_of_runs.py
                                                $<TARGET_FILE:quen-shs> ${class}
              WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-    set_tests_properties(FilesOfRuns.${class} PROPERTIES LABELS tool TIMEOUT 600)
+    set_tests_properties(FilesOfRuns.${class} PROPERTIES LABELS tool TIMEOUT 600 COST 150)
   endforeach()
+  set_tests_properties(FilesOfRuns.Traced PROPERTIES COST 200) # of all tests the longest
 endif()
 
 # --- The order of the rooms.
