@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(QUEN_SANITIZED)
 
 std::optional<std::size_t> quen::testing::MallocCalls() { return std::nullopt; }
 

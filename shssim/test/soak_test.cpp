@@ -32,10 +32,8 @@ using Clock = std::chrono::steady_clock;
 constexpr double kNoise = 10.0;
 constexpr double kSlopeLimit = 5.0;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(QUEN_SANITIZED)
 constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
 #else
 constexpr bool kSanitized = false;
 #endif

@@ -294,7 +294,7 @@ TEST(CommandLine, TextsThatCannotBePrintedAreFailures) {
 
 // --- Little of what a process needs. Sanitizers need more.
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(QUEN_SANITIZED)
 /// Fails, as soon as the loader has found all libraries, with one sentence, or does what it is to do.
 void ExpectSentenceOrSuccess(const Outcome& outcome, const std::string& what) {
   constexpr int kLoaderFailed = 127;

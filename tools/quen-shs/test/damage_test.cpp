@@ -32,7 +32,7 @@ using quen::testing::Outcome;
 using quen::testing::Quoted;
 using quen::testing::TempDir;
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(QUEN_SANITIZED)
 constexpr const char* kLimits = "ulimit -t 60; ASAN_OPTIONS=allocator_may_return_null=1:detect_leaks=0 ";
 #else
 constexpr const char* kLimits = "ulimit -v 2000000; ulimit -t 20; ";
