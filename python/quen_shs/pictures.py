@@ -20,6 +20,11 @@ class Picture(bytes):
     >>> picture.save("frame.png")
     """
 
+    def __new__(cls, content: bytes) -> Picture:
+        if content[:8] != b"\x89PNG\r\n\x1a\n" or len(content) < 24:
+            raise ValueError("content: expected the bytes of a PNG file, found others")
+        return super().__new__(cls, content)
+
     def save(self, file: str | os.PathLike[str]) -> None:
         """Write it to a file, in whose place it appears as a whole or not at all.
 

@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core
-from ._records import number, path, whole
+from ._records import number, path, truth, whole
 from .engines import Centroider
 from .pictures import Picture
 
@@ -112,7 +112,7 @@ class Simulator:
         >>> sim.compute_frame(np.zeros(1089), np.full(1089, 0.5)).shape
         (816, 840)
         """
-        return self._core.compute_frame(dx, dy, number("noise", noise), out, copy)
+        return self._core.compute_frame(dx, dy, number("noise", noise), out, truth("copy", copy))
 
     def compute_slopes(
         self,
@@ -166,7 +166,7 @@ class Simulator:
         >>> bool(np.allclose(slopes[607:], 1.0, atol=1e-3))
         True
         """
-        return self._core.compute_slopes(engine, number("limit", limit), frame, out, copy)
+        return self._core.compute_slopes(engine, number("limit", limit), frame, out, truth("copy", copy))
 
     def picture(self) -> Picture:
         """Draw the last frame, with the displacements of its spots as they were measured last.

@@ -34,6 +34,14 @@ py::array AnyArray(const py::object& values, const char* name) {
   }
 }
 
+/// Only arrays of a derived class may have masks, and few calls are given one.
+/// @throws py::value_error  elements of it are masked
+void RequireNoMask(const py::object& values, const char* name) {
+  if (!py::isinstance<py::array>(values) || Py_TYPE(values.ptr()) == py::detail::npy_api::get().PyArray_Type_) return;
+  if (!py::module_::import("numpy.ma").attr("is_masked")(values).template cast<bool>()) return;
+  throw py::value_error(std::string(name) + ": expected an array without a mask, found one with masked elements");
+}
+
 bool IsAligned(const py::array& array) {
   return py::detail::check_flags(array.ptr(), py::detail::npy_api::NPY_ARRAY_ALIGNED_);
 }
@@ -43,6 +51,7 @@ bool IsAligned(const py::array& array) {
 template <typename T>
 py::array_t<T, py::array::c_style> Input(const py::object& values, const char* name, const Shape& shape) {
   using Array = py::array_t<T, py::array::c_style>;
+  RequireNoMask(values, name);
   if (py::isinstance<Array>(values) && IsAligned(py::reinterpret_borrow<py::array>(values))) {
     auto array = py::reinterpret_borrow<Array>(values);
     RequireShape(array, name, shape);

@@ -119,7 +119,9 @@ py::tuple DrawHotPixels(std::uint64_t seed, double per_million, double mean_leve
 }  // namespace
 
 void BindDetector(py::module_& module) {
-  py::class_<ReadyDetector>(module, "Detector").def(py::init(&Made)).def("expose", &Expose);
+  py::class_<ReadyDetector> ready_made(module, "Detector");
+  ready_made.def(py::init(&Made)).def("expose", &Expose);
+  RefusePickling(ready_made);
   module.def("described_detector", &Described);
   module.def("draw_flat_map", [](std::uint64_t seed, double rms) { return ArrayOf(detector::DrawFlatMap(seed, rms)); });
   module.def("draw_hot_pixels", &DrawHotPixels);

@@ -164,19 +164,14 @@ EngineInUse::EngineInUse(const py::object& engine, const py::object& simulator, 
 EngineInUse::~EngineInUse() = default;
 
 void BindEngines(py::module_& module) {
-  py::class_<Roi>(module, "Roi",
-                  "Region of a sub-aperture: columns x_low to x_up - 1 and rows y_low to y_up - 1 of a frame of x_max "
-                  "columns and y_max rows, and the reference point (x_ref, y_ref) of its spot, pixels.")
-      .def(py::pickle(
-          [](const Roi& roi) {
-            return py::make_tuple(roi.x_low, roi.x_up, roi.y_low, roi.y_up, roi.x_max, roi.y_max, roi.x_ref, roi.y_ref);
-          },
-          [](const py::tuple& bounds) {
-            const auto [x_low, x_up, y_low, y_up, x_max, y_max, x_ref, y_ref] =
-                bounds.cast<std::tuple<std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t,
-                                       std::uint16_t, double, double>>();
-            return Roi(x_low, x_up, y_low, y_up, x_max, y_max, x_ref, y_ref);
-          }))
+  py::class_<Roi> region(
+      module, "Roi",
+      "Region of a sub-aperture: columns x_low to x_up - 1 and rows y_low to y_up - 1 of a frame of x_max columns and "
+      "y_max rows, and the reference point (x_ref, y_ref) of its spot, pixels.");
+  DefineReduce(region, [](const Roi& roi) {
+    return py::make_tuple(roi.x_low, roi.x_up, roi.y_low, roi.y_up, roi.x_max, roi.y_max, roi.x_ref, roi.y_ref);
+  });
+  region
       .def(py::init<std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, double,
                     double>(),
            py::arg("x_low"), py::arg("x_up"), py::arg("y_low"), py::arg("y_up"), py::arg("x_max"), py::arg("y_max"),
@@ -191,7 +186,9 @@ void BindEngines(py::module_& module) {
       .def_readonly("y_max", &Roi::y_max)
       .def("__repr__", &Shown);
 
-  py::class_<ReadyEngine>(module, "Engine").def("compute", &Compute, py::arg("frame"), py::arg("roi"));
+  py::class_<ReadyEngine> engine(module, "Engine");
+  engine.def("compute", &Compute, py::arg("frame"), py::arg("roi"));
+  RefusePickling(engine);
 
   module.attr("spot_fwhm") = kSpotFwhm;
   module.def("centre_of_gravity",
@@ -223,7 +220,9 @@ void BindEngines(py::module_& module) {
   module.def("gaussian_fit", [](double fwhm, int steps) { return Ready<GaussianFit>(GaussianFitConfig{fwhm, steps}); });
   module.def("gaussian_template", &GaussianTemplate);
 
-  py::class_<PixelReading>(module, "PixelReading").def(py::init(&Reading));
+  py::class_<PixelReading> reading(module, "PixelReading");
+  reading.def(py::init(&Reading));
+  RefusePickling(reading);
   module.def("maximum_likelihood_fit", [](const PixelReading& reading, double gain, double read_noise,
                                           const std::string& shape, double fwhm, const std::string& background_model,
                                           double background, int steps, double tolerance, double significance) {

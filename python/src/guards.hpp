@@ -148,6 +148,23 @@ auto WithCalibration(const std::string& folder, const Action& action) {
   }
 }
 
+/// What makes an object again, for pickle at any protocol. (Protocols 0 and 1 make an object of pybind11's own base
+/// class otherwise, which ends the process.)
+template <typename T, typename... Options, typename Arguments>
+void DefineReduce(py::class_<T, Options...>& kind, const Arguments& arguments) {
+  kind.def("__reduce__", [arguments](const py::object& self) {
+    return py::make_tuple(py::type::of(self), arguments(self.cast<const T&>()));
+  });
+}
+
+/// For objects that nothing makes again.
+template <typename T, typename... Options>
+void RefusePickling(py::class_<T, Options...>& kind) {
+  kind.def("__reduce__", [](const py::object& self) -> py::tuple {
+    throw py::type_error("cannot pickle " + std::string(py::repr(py::type::of(self))));
+  });
+}
+
 /// Does what refuses values that it is given, or finds in files. Those refusals are ValueErrors in Python.
 template <typename Action>
 auto WithValues(const Action& action) {

@@ -274,6 +274,7 @@ void Simulator::ForgetForeignFrame() {
 void BindSimulator(py::module_& module) {
   PYBIND11_NUMPY_DTYPE(RoiRow, x_low, x_up, y_low, y_up, x_ref, y_ref);
   py::class_<Simulator> simulator(module, "Simulator");
+  RefusePickling(simulator);
   simulator
       .def(py::init<const std::optional<std::string>&, std::optional<std::uint32_t>>(), py::arg("folder"),
            py::arg("seed"))

@@ -326,6 +326,7 @@ py::bytes ErrorPicture(bool along_light, double range, const std::vector<double>
 }
 
 void WriteFile(const std::string& name, const std::string& bytes) {
+  if (name.empty()) ThrowOsError("file: expected a name, found none", PyExc_FileNotFoundError);
   WithFiles([&] {
     const WithoutLock unlocked;
     workbench::StagedFiles files({name});
@@ -350,8 +351,12 @@ py::dict WholeLimits() {
 }  // namespace
 
 void BindWorkbench(py::module_& module) {
-  py::class_<workbench::Exposure>(module, "Exposure").def(py::init(&MadeExposure));
-  py::class_<workbench::Examination>(module, "Examination").def("picture", &FindingsPicture);
+  py::class_<workbench::Exposure> exposure(module, "Exposure");
+  exposure.def(py::init(&MadeExposure));
+  RefusePickling(exposure);
+  py::class_<workbench::Examination> examination(module, "Examination");
+  examination.def("picture", &FindingsPicture);
+  RefusePickling(examination);
   module.attr("limits") = WholeLimits();
   module.def("score", &Score);
   module.def("score_along", &ScoreAlong);

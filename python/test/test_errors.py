@@ -216,6 +216,8 @@ RAGGED = [[0.0], [0.0, 1.0]]
 @pytest.mark.parametrize(
     "argument, value, error, found",
     [
+        ("copy", "no", TypeError, "True or False, found 'no'"),
+        ("dx", np.ma.masked_array(ZEROS, ZEROS == 0), ValueError, "an array without a mask"),
         ("dx", LONG, ValueError, r"shape \(1089,\), found \(1090,\)"),
         ("dx", np.zeros((33, 33)), ValueError, r"shape \(1089,\), found \(33, 33\)"),
         ("dx", 0.0, ValueError, r"shape \(1089,\), found \(\)"),
@@ -251,6 +253,8 @@ def test_compute_frame_refuses(sim, argument, value, error, found):
         ("out", [0.0] * 1214, TypeError, "an array of float64, found list"),
         ("out", np.zeros(2428)[::2], ValueError, "an array in C order"),
         ("engine", None, TypeError, "an object with a method compute"),
+        ("copy", None, TypeError, "True or False, found None"),
+        ("frame", np.ma.masked_all((816, 840), np.uint16), ValueError, "an array without a mask"),
     ],
 )
 def test_compute_slopes_refuses(sim, argument, value, error, found):
@@ -325,13 +329,20 @@ RISKY = {
     "a huge template": "Correlation(size=10**9)",
     "an engine within itself": "LightEngine(engine=LightEngine(engine=Weighted()))",
     "an engine without attributes": "sim.compute_slopes(type('E', (), {'__getattr__': lambda *a: 1 / 0})())",
+    **{
+        f"a pickle of {what}, protocol {protocol}": f"pickle.dumps({what}, {protocol})"
+        for what in ("Roi(0, 5, 0, 5, 5, 5, 1.0, 1.0)", "sim._core", "Weighted()._measuring", "Detector()._core",
+                     "check(sys.argv[1])._examination", "quen_shs._core.Exposure(1.0, 1, None)",
+                     "MaximumLikelihoodFit()._reading()")
+        for protocol in (0, 1, 5)
+    },
     "an endless engine": "sim.compute_slopes(type('E', (), {'compute': lambda s, f, r: s.compute(f, r)})())",
     "an engine that leaves": "sim.compute_slopes(type('E', (), {'compute': lambda s, f, r: sys.exit(0)})())",
     "light without an engine": "LightEngine(engine=CentreOfGravity)",
     "a loop that is lost": "run_loop(sim, numpy.full((5, 52), 1e99))",
 }
 SCRIPT = """
-import sys, numpy, quen_shs
+import pickle, sys, numpy, quen_shs
 from quen_shs import *
 inf, nan, zeros = float("inf"), float("nan"), numpy.zeros(1089)
 sim = Simulator(sys.argv[1], seed=1)

@@ -63,6 +63,13 @@ def test_a_picture_that_cannot_be_saved_is_an_os_error(sim, tmp_path):
         sim.picture().save(5)
 
 
+def test_a_picture_without_a_name_or_content_is_refused(sim):
+    with pytest.raises(FileNotFoundError, match="file: expected a name, found none"):
+        sim.picture().save("")
+    with pytest.raises(ValueError, match="content: expected the bytes of a PNG file, found others"):
+        Picture(b"junk")
+
+
 def test_a_frame_is_drawn_as_it_is(sim):
     dark = sim.picture()
     assert brightness_of_spots(sim, dark) == (0, 0)

@@ -273,6 +273,23 @@ def test_files_are_read_and_written_in_threads(sensor, tmp_path):
         assert {finding.verdict for finding in check(tmp_path / str(k))} == {"good"}
 
 
+def test_messages_of_threads_are_their_own(sensor, tmp_path):
+    for name in ("M2S.fits", "CM.fits", "shs_rois.fits"):
+        (tmp_path / name / "data").mkdir(parents=True)
+        for file in (sensor / "data").iterdir():
+            (tmp_path / name / "data" / file.name).write_bytes(file.read_bytes()[: 5000 if name == file.name else None])
+
+    def told(name):
+        with pytest.raises(ValueError) as raised:
+            Simulator(tmp_path / name)
+        return str(raised.value)
+
+    names = [file.name for file in tmp_path.iterdir()]
+    expected = [told(name) for name in names]
+    with concurrent.futures.ThreadPoolExecutor(6) as threads:
+        assert list(threads.map(told, names * 60)) == expected * 60
+
+
 # --- Long jobs beside others
 
 WATCHED = """
