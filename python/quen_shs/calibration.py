@@ -184,6 +184,8 @@ class Findings(list[Finding]):
 def check(folder: str | os.PathLike[str]) -> Findings:
     """Examine a calibration, as ``quen-shs check`` does.
 
+    A file that is missing, or cannot be read, is a finding, and the others are examined.
+
     Parameters
     ----------
     folder : path-like
@@ -197,9 +199,9 @@ def check(folder: str | os.PathLike[str]) -> Findings:
     Raises
     ------
     FileNotFoundError
-        A file is missing.
+        All files are missing.
     OSError
-        A file cannot be opened.
+        The system does not let a file be opened.
 
     Examples
     --------

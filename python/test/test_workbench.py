@@ -204,6 +204,19 @@ def test_a_finding_names_its_modes(sensor, tmp_path):
     assert findings["m2s.modes"].numbers == (3, 17)
 
 
+@pytest.mark.parametrize("name, key", [("M2S", "m2s.file"), ("CM", "cm.file"), ("shs_rois", "rois.file")])
+def test_a_missing_file_is_a_finding(name, key, sensor, tool, tmp_path):
+    folder = planted(sensor, tmp_path / "planted", drop_modes)
+    (folder / "data" / f"{name}.fits").unlink()
+    findings = check(folder)
+    expected = json.loads(tool("check", folder, "--json", rc=1))["findings"]
+    assert [(one.verdict, one.key, one.text) for one in findings] == [
+        (one["verdict"], one["key"], one["text"]) for one in expected
+    ]
+    assert next(one for one in findings if one.key == key).verdict == "WRONG"
+    assert findings[-1].key == "skipped"
+
+
 def test_nothing_to_examine_is_an_os_error(tmp_path):
     with pytest.raises(FileNotFoundError, match="M2S.fits"):
         check(tmp_path / "missing")

@@ -1,11 +1,9 @@
 #pragma once
 
 #include <optional>
-#include <span>
 #include <string>
 
 #include "workbench/check/finding.hpp"
-#include "workbench/fits/input_file.hpp"
 
 /// @file
 /// Whether a calibration can be trusted.
@@ -17,17 +15,13 @@ struct Examination {
   std::optional<CalibrationContent> content;  ///< none if the library does not load it
 };
 
-/// Everything that can be found out about the calibration in a folder: its files first, then, if the library loads
-/// them, what they hold. The folder's own "data" may be given, too.
-/// @throws std::runtime_error  a file is missing, or the system does not let it be opened
+/// Everything that can be found out about the calibration in a folder: its files first, each by itself, then what they
+/// hold. Where the library does not load them, because one is missing, or damaged, what can be told of the others is
+/// told, and then what cannot. The folder's own "data" may be given, too.
+/// @throws std::runtime_error  all files are missing; or the system fails, which says nothing of the calibration
 Examination CheckCalibration(const std::string& folder);
 
 /// What the files hold, by itself.
 Findings Examine(const CalibrationContent& content);
-
-/// Its parts: the files, in the order of kCalibrationFiles, and what the library has loaded of them.
-Findings CheckFiles(std::span<const InputFile> calibration);
-Findings CheckRegions(const CalibrationContent& content);
-Findings CheckMatrices(const CalibrationContent& content);
 
 }  // namespace quen::workbench

@@ -13,10 +13,17 @@
 
 namespace quen::workbench {
 
+/// A file that is not to be read by this user, at any moment: a folder, one that others closed, one that is too long.
+class Unreadable : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 /// An open file. A pipe, a terminal or a device is read to its end into memory, and is then like any other file.
 class InputFile {
  public:
-  /// @throws std::runtime_error  no such file, a folder, not readable, more than 4 GiB, a pipe with more than 256 MiB
+  /// @throws Unreadable          no such file, a folder, not readable, more than 4 GiB, a pipe with more than 256 MiB
+  /// @throws std::runtime_error  the system fails, which says nothing of the file
   /// @throws Interrupted         a signal has come while a pipe was waited for
   explicit InputFile(const std::string& name);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -16,6 +17,18 @@ void UseCalibration(const std::string& folder);
 
 /// The same for files that are open, in the order of kCalibrationFiles.
 void UseCalibration(std::vector<InputFile> files);
+
+/// A file of a calibration, as it was found.
+struct FoundFile {
+  std::string path;
+  std::optional<InputFile> file;
+  std::string fault;  ///< why there is none: it is missing, no file, too long, or closed to this user
+};
+
+/// Opens the files of the calibration in a folder, in the order of kCalibrationFiles, each whatever the others are, and
+/// uses none of them.
+/// @throws std::runtime_error  all are missing; or the system fails, which says nothing of a file
+std::vector<FoundFile> FindCalibration(const std::string& folder);
 
 /// The files in use, in the order of kCalibrationFiles.
 std::span<const InputFile> CalibrationFiles();

@@ -191,4 +191,37 @@ TEST(CheckVerb, IsJsonWhateverHappens) {
   EXPECT_EQ(outcome.out, "1 calibration no calibration in\n");
 }
 
+TEST(CheckVerb, ExaminesTheOthersWhereAFileIsMissing) {
+  const DamagedCalibration folder(Exchange);
+  std::filesystem::remove(folder / "sensor/data/CM.fits");
+  const Outcome outcome = QuenShs("check " + (folder / "sensor"));
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.err, "quen-shs: the calibration in " + (folder / "sensor") + " is not to be trusted\n");
+  EXPECT_NE(outcome.out.find("\nWRONG     CM.fits        no calibration in "), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find("\nWRONG     M2S layout     its x and y blocks are exchanged"), std::string::npos);
+  EXPECT_TRUE(outcome.out.ends_with(": 11 things checked, 2 wrong, 1 doubtful\n")) << outcome.out;
+  const Outcome json =
+      QuenShs("check --json " + (folder / "sensor") +
+              " | " QUEN_PYTHON
+              " -c 'import json, sys; print([f[\"key\"] for f in json.load(sys.stdin)[\"findings\"] if "
+              "f[\"verdict\"] != \"good\"])'");
+  EXPECT_EQ(json.out, "['cm.file', 'm2s.layout', 'skipped']\n");
+}
+
+TEST(CheckVerb, WritesNothingOfACalibrationThatLacksAFile) {
+  const DamagedCalibration folder(Exchange);
+  std::filesystem::remove(folder / "sensor/data/CM.fits");
+  const Outcome png = QuenShs("check " + (folder / "sensor") + " --png " + (folder / "findings.png"));
+  EXPECT_EQ(png.exit_code, 1);
+  EXPECT_TRUE(png.out.ends_with("no picture: the library does not load the calibration\n")) << png.out;
+  const Outcome fix = QuenShs("check " + (folder / "sensor") + " --fix " + (folder / "mended"));
+  EXPECT_EQ(fix.exit_code, 1);
+  EXPECT_EQ(fix.err,
+            "quen-shs: the library does not load the calibration, so there is nothing that could be put "
+            "right\n");
+  EXPECT_NE(fix.out.find("2 wrong, 1 doubtful"), std::string::npos) << fix.out;
+  EXPECT_FALSE(std::filesystem::exists(folder / "findings.png"));
+  EXPECT_FALSE(std::filesystem::exists(folder / "mended"));
+}
+
 }  // namespace

@@ -602,7 +602,9 @@ class Streams(Folder):
         os.makedirs(self.path("c/data/M2S.fits"))
         for name in ("CM.fits", "shs_rois.fits"):
             shutil.copy(self.path("s/data/" + name), self.path("c/data/" + name))
-        self.assertIn("c/data/M2S.fits: expected a file, found a folder", self.refuses("check", "c"))
+        result = self.run_tool("check", "c")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(b"c/data/M2S.fits: expected a file, found a folder", result.stdout)
 
     def test_inputs_are_not_replaced(self):
         os.link(self.path("s/frame.fits"), self.path("same"))

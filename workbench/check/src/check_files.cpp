@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "common/fits/fits.hpp"
-#include "workbench/check/check.hpp"
+#include "workbench/check/src/checks.hpp"
 #include "workbench/fits/content.hpp"
 #include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
@@ -43,24 +43,29 @@ std::optional<Finding> CheckPacked(const std::string& key, const std::string& na
 }
 
 /// What `look` finds, or why the file cannot be read.
+/// @param rewrite  what to do where it holds something else
 template <typename Look>
-Finding Looked(const std::string& key, const std::string& name, const InputFile& file, const char* advice,
+Finding Looked(const std::string& key, const std::string& name, const FoundFile& found, const char* rewrite,
                const Look& look) {
+  if (!found.file) {
+    return {Verdict::kWrong, key, name, found.fault, "put the file there that was made with the others", {}};
+  }
+  const InputFile& file = *found.file;
   if (auto packed = CheckPacked(key, name, file)) return *std::move(packed);
   try {
-    if (auto finding = look()) return *std::move(finding);
+    if (auto finding = look(file)) return *std::move(finding);
     return {Verdict::kGood, key, name, PathOf(file), "", {}};
   } catch (const std::runtime_error& error) {
     if (IsFailureToOpen(error)) throw;  // says nothing of the calibration
-    return {Verdict::kWrong, key, name, error.what(), advice, {}};
+    return {Verdict::kWrong, key, name, error.what(), rewrite, {}};
   }
 }
 
 constexpr const char* kTranspose = "transpose it before writing";
 
-Finding CheckMatrixFile(const std::string& key, const std::string& name, const InputFile& file, const Axes& expected) {
+Finding CheckMatrixFile(const std::string& key, const std::string& name, const FoundFile& found, const Axes& expected) {
   constexpr const char* kRewrite = "write it again, as a primary image of doubles with these axes";
-  return Looked(key, name, file, kRewrite, [&]() -> std::optional<Finding> {
+  return Looked(key, name, found, kRewrite, [&](const InputFile& file) -> std::optional<Finding> {
     const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(OpenFits(file, std::nullopt));
     if (axes == Axes(expected.rbegin(), expected.rend())) {
       return Finding{Verdict::kWrong,
@@ -121,11 +126,11 @@ std::optional<std::string> RegionOffTheFrame(const InputFile& file) {
   return std::nullopt;
 }
 
-Finding CheckRoisFile(const InputFile& file) {
+Finding CheckRoisFile(const FoundFile& found) {
   constexpr const char* kKey = "rois.file";
   constexpr const char* kName = "shs_rois.fits";
   constexpr const char* kRewrite = "write it again, with the two tables as the library reads them";
-  return Looked(kKey, kName, file, kRewrite, [&]() -> std::optional<Finding> {
+  return Looked(kKey, kName, found, kRewrite, [&](const InputFile& file) -> std::optional<Finding> {
     auto wrong = MissingColumn(file, kRegionTable, RegionColumnNames());
     if (!wrong) wrong = MissingColumn(file, kFlagTable, FlagColumnNames());
     if (!wrong) wrong = RegionOffTheFrame(file);
@@ -136,7 +141,7 @@ Finding CheckRoisFile(const InputFile& file) {
 
 }  // namespace
 
-Findings CheckFiles(std::span<const InputFile> calibration) {
+Findings CheckFiles(std::span<const FoundFile> calibration) {
   Finding m2s = CheckMatrixFile("m2s.file", "M2S.fits", calibration[0], ExpectedAxes(0));
   Finding cm = CheckMatrixFile("cm.file", "CM.fits", calibration[1], ExpectedAxes(1));
   if (m2s.advice == kTranspose && cm.advice == kTranspose) {  // each has the axes of the other

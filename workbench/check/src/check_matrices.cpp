@@ -9,10 +9,10 @@
 #include <utility>
 
 #include "common/statistics/quantile.hpp"
-#include "workbench/check/check.hpp"
 #include "workbench/check/src/check_inverse.hpp"
 #include "workbench/check/src/check_modes.hpp"
 #include "workbench/check/src/check_subapertures.hpp"
+#include "workbench/check/src/checks.hpp"
 #include "workbench/check/src/matrix_layouts.hpp"
 #include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
@@ -288,7 +288,7 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
 
 }  // namespace
 
-Findings CheckMatrices(const CalibrationContent& content) {
+Findings CheckMatrices(const CalibrationContent& content, const std::optional<Lattice>& lattice) {
   Findings findings = {CheckValues("M2S", content.m2s, "slope", "mode"),
                        CheckValues("CM", content.cm, "mode", "slope")};
   if (std::ranges::any_of(findings, [](const Finding& finding) { return finding.verdict != Verdict::kGood; })) {
@@ -299,7 +299,6 @@ Findings CheckMatrices(const CalibrationContent& content) {
     return findings;
   }
   const std::vector<std::size_t> used = UsedIndices(content.used);
-  const auto lattice = Lattice::Fit(content.rois);
   if (!lattice || used.size() != kNumRoisUsed) {
     findings.push_back({Verdict::kDoubtful,
                         "layout",

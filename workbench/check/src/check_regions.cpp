@@ -4,8 +4,7 @@
 #include <cmath>
 
 #include "common/statistics/quantile.hpp"
-#include "workbench/check/check.hpp"
-#include "workbench/check/src/lattice.hpp"
+#include "workbench/check/src/checks.hpp"
 #include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 
@@ -173,7 +172,7 @@ Finding CheckOffset(const std::vector<Roi>& rois, const std::optional<Lattice>& 
   const double size = std::abs(offsets.median) - (has_odd_gap && std::abs(offsets.median) > kOwn ? 0.5 : 0.0);
   const Correction missing =
       is_high ? MovedBounds("inclusive_bounds", axis, 0, 1) : MovedBounds("counted_from_1", axis, -1, 0);
-  if (has_odd_gap && *gap == 1 && std::abs(size) < kExactly && std::abs(offsets.median) > kOwn) {
+  if (has_odd_gap && *gap == 1 && std::abs(size) < kOwn && std::abs(offsets.median) > kOwn) {
     finding.verdict = Verdict::kDoubtful;
     finding.text += is_high ? "; a pixel is missing above each region: upper bounds are exclusive here"
                             : "; a pixel is missing below each region: pixels are counted from 0 here";
@@ -286,10 +285,9 @@ Finding CheckFlags(const std::vector<std::uint8_t>& flags) {
 
 }  // namespace
 
-Findings CheckRegions(const CalibrationContent& content) {
+Findings CheckRegions(const CalibrationContent& content, const std::optional<Lattice>& lattice) {
   Findings findings = {CheckCoverage(content.rois), CheckFlags(content.used), CheckInside(content.rois)};
   if (std::ranges::any_of(findings, IsWrong) || content.rois.empty()) return findings;
-  const auto lattice = Lattice::Fit(content.rois);
   findings.push_back(CheckOffset(content.rois, lattice, kX));
   findings.push_back(CheckOffset(content.rois, lattice, kY));
   return findings;

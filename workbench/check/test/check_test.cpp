@@ -10,6 +10,8 @@
 #include <iterator>
 #include <limits>
 #include <random>
+#include <stdexcept>
+#include <tuple>
 #include <utility>
 
 #include "testing/calibration.hpp"
@@ -635,6 +637,96 @@ TEST(Check, NamesACompressedFile) {
                 .exit_code,
             0);
   ExpectFindings(CheckCalibration(folder.Path()).findings, Verdict::kWrong, {{"CM.fits", "it is compressed"}});
+}
+
+// --- Files that are not there
+
+const Finding& Of(const Findings& findings, const std::string& key) {
+  const auto found = std::ranges::find(findings, key, &Finding::key);
+  if (found == findings.end()) throw std::out_of_range("no finding has the key " + key);
+  return *found;
+}
+
+std::vector<std::string> Keys(const Findings& findings) {
+  std::vector<std::string> keys;
+  std::ranges::transform(findings, std::back_inserter(keys), &Finding::key);
+  return keys;
+}
+
+TEST(Check, ExaminesTheFilesThatAreThere) {
+  using Strings = std::vector<std::string>;
+  const Strings regions = {"regions.coverage", "flags.count", "references.inside", "references.offset_x",
+                           "references.offset_y"};
+  const std::vector<std::tuple<std::string, std::string, Strings>> cases = {
+      {"M2S.fits", "m2s.file", {"cm.values", "cm.layout"}},
+      {"CM.fits", "cm.file", {"m2s.values", "m2s.layout"}},
+      {"shs_rois.fits", "rois.file", {"m2s.values", "cm.values", "cm.inverse"}}};
+  for (const auto& [name, key, rest] : cases) {
+    const TempDir folder;
+    WriteCalibration(folder.Path(), false);
+    const std::string path = folder / ("data/" + name);
+    std::filesystem::remove(path);
+    const auto [findings, content] = CheckCalibration(folder.Path());
+    EXPECT_FALSE(content);
+    Strings expected = {"m2s.file", "cm.file", "rois.file"};
+    if (key != "rois.file") expected.insert(expected.end(), regions.begin(), regions.end());
+    expected.insert(expected.end(), rest.begin(), rest.end());
+    expected.emplace_back("skipped");
+    EXPECT_EQ(Keys(findings), expected);
+    for (const Finding& finding : findings) {
+      const Verdict verdict = finding.key == key         ? Verdict::kWrong
+                              : finding.key == "skipped" ? Verdict::kDoubtful
+                                                         : Verdict::kGood;
+      EXPECT_EQ(finding.verdict, verdict) << finding.key << " " << finding.text;
+    }
+    EXPECT_EQ(Of(findings, key).text, "no calibration in " + folder.Path() + ": " + path +
+                                          " is missing; 'quen-shs calibrate " + folder.Path() +
+                                          "' makes a synthetic one");
+  }
+}
+
+TEST(Check, NamesMistakesBesideAMissingFile) {
+  const TempDir folder;
+  testing::Calibration calibration = Good();
+  calibration.cm.values = InCm(calibration.cm.values, Exchanged);
+  for (double& value : calibration.rois["x_ref"]) value += 0.5;
+  calibration.Write(folder.Path());
+  std::filesystem::remove(folder / "data/M2S.fits");
+  ExpectFindings(CheckCalibration(folder.Path()).findings, Verdict::kWrong,
+                 {{"M2S.fits", "is missing"}, {"x_ref", "half a"}, {"CM layout", "x and y blocks are exchanged"}});
+  ExpectFindings(CheckCalibration(folder / "data").findings, Verdict::kDoubtful,
+                 {{"not examined", "the layout of M2S, its modes and sub-apertures; CM * M2S"}});
+}
+
+TEST(Check, NamesEachFileThatCannotBeRead) {
+  const TempDir folder;
+  WriteCalibration(folder.Path(), false);
+  std::filesystem::remove(folder / "data/M2S.fits");
+  std::filesystem::create_directory(folder / "data/M2S.fits");
+  std::filesystem::remove(folder / "data/CM.fits");
+  std::filesystem::create_symlink("CM.fits", folder / "data/CM.fits");
+  ExpectFindings(CheckCalibration(folder.Path()).findings, Verdict::kWrong,
+                 {{"M2S.fits", "data/M2S.fits: expected a file, found a folder"},
+                  {"CM.fits", "data/CM.fits: cannot be read: Too many levels of symbolic links"}});
+}
+
+TEST(Check, ExaminesWhatADamagedFileLeaves) {
+  testing::Calibration calibration = Good();
+  calibration.m2s.values = XFlipped(calibration.m2s.values);
+  std::swap(calibration.cm.dims[0], calibration.cm.dims[1]);
+  ExpectWrong(calibration, {{"CM.fits", "is transposed"}, {"M2S layout", "the sign of its x block is flipped"}});
+  calibration = Good();
+  calibration.m2s.values[5] = std::numeric_limits<double>::quiet_NaN();
+  std::swap(calibration.cm.dims[0], calibration.cm.dims[1]);
+  ExpectWrong(calibration, {{"CM.fits", "is transposed"}, {"M2S values", "is nan"}});
+}
+
+TEST(Check, HasNothingToSayWhereAllFilesAreMissing) {
+  const TempDir folder;
+  testing::ExpectThrows<std::runtime_error>("no calibration in " + folder.Path() + ": " + (folder / "data/M2S.fits") +
+                                                " is missing; 'quen-shs calibrate " + folder.Path() +
+                                                "' makes a synthetic one",
+                                            [&] { CheckCalibration(folder.Path()); });
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -24,6 +25,14 @@ constexpr std::size_t kMostOfAText = 16U << 20U;
   throw std::runtime_error(name + ": cannot be read: " + reason);
 }
 
+/// Says why a file could not be opened.
+[[noreturn]] void RefuseToOpen(const std::string& name, int error) {
+  constexpr std::array kOfTheFile = {ENOENT, ENOTDIR, EACCES, EPERM, ELOOP, ENAMETOOLONG, ENXIO, ENODEV};
+  const std::string reason = name + ": cannot be read: " + std::strerror(error);
+  if (std::ranges::count(kOfTheFile, error) > 0) throw Unreadable(reason);
+  throw std::runtime_error(reason);
+}
+
 /// Whether CFITSIO takes a name for nothing but a name.
 bool IsHarmless(const std::string& path) {
   return std::ranges::all_of(path, [](char c) {
@@ -37,19 +46,19 @@ bool IsHarmless(const std::string& path) {
 // A pipe without a writer is waited for when it is read, which a signal can end at any moment.
 InputFile::InputFile(const std::string& name) : name_(name), descriptor_(Open(name, O_RDONLY | O_NONBLOCK)) {
   struct stat status {};
-  if (!descriptor_.IsOpen() || fstat(descriptor_.Number(), &status) != 0) RefuseToRead(name, std::strerror(errno));
-  if (S_ISDIR(status.st_mode)) throw std::runtime_error(name + ": expected a file, found a folder");
+  if (!descriptor_.IsOpen() || fstat(descriptor_.Number(), &status) != 0) RefuseToOpen(name, errno);
+  if (S_ISDIR(status.st_mode)) throw Unreadable(name + ": expected a file, found a folder");
   id_ = IdOf(status);
   is_regular_ = S_ISREG(status.st_mode);
   size_ = static_cast<std::uint64_t>(status.st_size);
   if (is_regular_) {
-    if (size_ > kMostOfAFile) throw std::runtime_error(name + ": expected a file of 4 GiB at most, found more");
+    if (size_ > kMostOfAFile) throw Unreadable(name + ": expected a file of 4 GiB at most, found more");
     return;
   }
   try {
     const std::string bytes = ReadToEnd(descriptor_.Number(), kMostOfAPipe);
     if (bytes.size() > kMostOfAPipe) {
-      throw std::runtime_error(name + ": expected 256 MiB at most from what is no file on a disk, found more");
+      throw Unreadable(name + ": expected 256 MiB at most from what is no file on a disk, found more");
     }
     KeepInMemory(bytes);
   } catch (const std::system_error& error) {

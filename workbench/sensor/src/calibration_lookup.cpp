@@ -34,6 +34,20 @@ quen::workbench::InputFile Opened(const std::string& path) {
   return file;
 }
 
+bool IsMissing(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::status(path, error).type() == std::filesystem::file_type::not_found;
+}
+
+quen::workbench::FoundFile Found(const std::string& folder, const std::string& path) {
+  if (IsMissing(path)) return {path, std::nullopt, Missing(folder, path)};
+  try {
+    return {path, Opened(path), {}};
+  } catch (const quen::workbench::Unreadable& error) {
+    return {path, std::nullopt, error.what()};
+  }
+}
+
 }  // namespace
 
 // The library asks its host's lookup first; this one knows the files that the user named, if any are.
@@ -56,6 +70,14 @@ void quen::workbench::UseCalibration(const std::string& folder) {
 }
 
 void quen::workbench::UseCalibration(std::vector<InputFile> files) { Files() = std::move(files); }
+
+std::vector<quen::workbench::FoundFile> quen::workbench::FindCalibration(const std::string& folder) {
+  const std::vector<std::string> paths = CalibrationNames(folder);
+  if (std::ranges::all_of(paths, IsMissing)) throw std::runtime_error(Missing(folder, paths.front()));
+  std::vector<FoundFile> files;
+  for (const std::string& path : paths) files.push_back(Found(folder, path));
+  return files;
+}
 
 std::span<const quen::workbench::InputFile> quen::workbench::CalibrationFiles() { return Files(); }
 

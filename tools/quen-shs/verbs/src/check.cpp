@@ -157,7 +157,8 @@ void AddCheck(CommandLine& line) {
             .summary = "Say whether a calibration can be trusted",
             .details = R"(
 Loads the calibration as the library does and looks at everything in it: axes, values, regions, references, usage
-flags, the layout of either matrix, and CM * M2S. Names mistakes and says what to do.
+flags, the layout of either matrix, and CM * M2S. Names mistakes and says what to do. Where a file is missing, or
+cannot be read, it says so, and examines the others.
 
 Each finding is WRONG: a loop on this calibration cannot work; or doubtful: unusual, and it says what would make it
 fine; or good. The exit code is 1 where something is wrong, with --strict also where something is doubtful.
@@ -165,14 +166,21 @@ fine; or good. The exit code is 1 where something is wrong, with --strict also w
 The slopes of any smooth wavefront are a gradient: that tells a wrong layout from the right one without knowing the
 modes. It does not tell a flipped sign from a list in mirrored order, which are the same for a mirrored wavefront; both
 are named. Single modes in another layout are told from those of noise, which is measured in each mode's finest details.
-If both matrices have the wrong sign throughout, this does not show. That a control matrix leaves modes out, or gives
+That a control matrix leaves modes out, or gives
 back less of them, is a choice: it is said, and is no mistake.
+
+What the files do not tell, for a right calibration would look the same: both matrices with the wrong sign throughout;
+both mirrored, lists and signs, on a pupil that is its own mirror image, or by columns and with exchanged blocks, or
+turned by 180 degrees; references that are off by less than 0.27 pixels, which lenslet arrays have of their own. What is
+not told, though a close look at the files may: lists that begin one sub-aperture further on, and flags that differ in
+a few sub-apertures, in matrices as noisy as a fifth of their slopes, of which noise hides the seams.
 
 With --png the findings are drawn, each as things stand and as its corrections would have them. With --fix the corrected
 calibration is written to another folder, if what is wrong leaves no choice.)",
             .list = R"(Keys of the findings in JSON:
   calibration                                   what keeps the examination from its beginning
-  m2s.file, cm.file, rois.file, loading         the files, and the library's word on them
+  m2s.file, cm.file, rois.file, loading         the files, each by itself, and the library's word on them
+  skipped                                       what is not examined, for want of a file
   regions.coverage, flags.count                 regions on the frame; number of usage flags
   references.inside, references.offset_x, _y    references within their regions, and from their middle
   m2s.values, cm.values                         finite, and not all zeros
