@@ -98,8 +98,12 @@ class Expectation {
     return expected ? SlopesOf(k).dot(*expected) / expected->squaredNorm() : 1.0;
   }
 
-  /// From now on it says nothing of its neighbours.
+  /// From now on it says nothing of its neighbours, or again what its slopes say.
   void LeaveOut(std::size_t k) { is_odd_[k] = true; }
+  void TakeIn(std::size_t k) { is_odd_[k] = false; }
+
+  /// Whether something is expected of it, or it has been left out.
+  [[nodiscard]] bool IsKnown(std::size_t k) { return is_odd_[k] || Of(k).has_value(); }
 
   [[nodiscard]] const std::vector<std::size_t>& Near(std::size_t k) const { return neighbours_[k].numbers; }
   [[nodiscard]] std::size_t Size() const { return neighbours_.size(); }
@@ -143,6 +147,32 @@ class Expectation {
 /// In the list of the used ones.
 using Numbers = std::vector<std::size_t>;
 
+/// By how much the oddness of a sub-aperture and its neighbours falls if it says nothing of them any more.
+double Relief(Expectation& expectation, const std::vector<double>& oddness, std::size_t k) {
+  double relief = oddness[k];
+  expectation.LeaveOut(k);
+  for (const std::size_t near : expectation.Near(k)) {
+    if (oddness[near] > 0.0) relief += oddness[near] - expectation.Oddness(near);
+  }
+  expectation.TakeIn(k);
+  return relief;
+}
+
+/// Of the worst one and those near it that are odd, or of which nothing is expected, that which makes the others odd: a
+/// sound one may be farther from what is expected of it than the odd one beside it, where its neighbours are few.
+std::size_t Culprit(Expectation& expectation, const std::vector<double>& oddness, std::size_t worst, double least) {
+  std::size_t culprit = worst;
+  double most = Relief(expectation, oddness, worst);
+  for (const std::size_t k : expectation.Near(worst)) {
+    if (oddness[k] <= least && expectation.IsKnown(k)) continue;
+    const double relief = Relief(expectation, oddness, k);
+    if (relief <= most) continue;
+    most = relief;
+    culprit = k;
+  }
+  return culprit;
+}
+
 /// Those that do not fit their neighbours, and stand out: in good calibrations, with a fifth of noise even, none is
 /// farther than 0.5 from what is expected; slopes of noise, or of another place, are 2 from it. None if there are so
 /// many that it is no matter of single ones.
@@ -160,10 +190,11 @@ Numbers OddOnes(Expectation& expectation) {
     const auto worst = static_cast<std::size_t>(std::ranges::max_element(oddness) - oddness.begin());
     if (!(oddness[worst] > least)) break;
     if (odd.size() == kMost) return {};
-    odd.push_back(worst);
-    oddness[worst] = 0.0;
-    expectation.LeaveOut(worst);
-    for (const std::size_t k : expectation.Near(worst)) {
+    const std::size_t culprit = Culprit(expectation, oddness, worst, least);
+    odd.push_back(culprit);
+    oddness[culprit] = 0.0;
+    expectation.LeaveOut(culprit);
+    for (const std::size_t k : expectation.Near(culprit)) {
       if (oddness[k] > 0.0) oddness[k] = expectation.Oddness(k);
     }
   }

@@ -15,6 +15,7 @@
 
 #include "workbench/check/check.hpp"
 #include "workbench/check/correct.hpp"
+#include "workbench/sensor/displacements.hpp"
 
 // Good calibrations are not called wrong, planted mistakes are named, and whoever follows the advice has the unspoiled
 // calibration again. A few hundred of them; all, in half an hour, with QUEN_PLANTED_ALL=1.
@@ -322,19 +323,24 @@ std::ptrdiff_t Unlike(const Flags& one, const Flags& other) {
   return std::inner_product(one.begin(), one.end(), other.begin(), std::ptrdiff_t{0}, std::plus(), std::not_equal_to());
 }
 
-/// Whether a pupil looks the same in a list with columns from the right, rows from the top, or both: but for what is
-/// too little to be seen.
-bool LooksTheSame(const Flags& flags, bool is_from_right, bool is_from_top) {
+constexpr std::size_t kLast = kAcross - 1;
+
+/// Whether a pupil looks the same where the sub-aperture at a row and column is in the place of another: but for what
+/// is too little to be seen.
+bool LooksTheSame(const Flags& flags, std::size_t (*place)(std::size_t row, std::size_t column)) {
   constexpr std::ptrdiff_t kUnseen = 24;
-  constexpr std::size_t kLast = kAcross - 1;
   Flags image;
   for (std::size_t row = 0; row <= kLast; ++row) {
-    for (std::size_t column = 0; column <= kLast; ++column) {
-      image.push_back(flags[kAcross * (is_from_top ? kLast - row : row) + (is_from_right ? kLast - column : column)]);
-    }
+    for (std::size_t column = 0; column <= kLast; ++column) image.push_back(flags[place(row, column)]);
   }
   return Unlike(flags, image) <= kUnseen;
 }
+
+std::size_t FromRight(std::size_t row, std::size_t column) { return kAcross * row + kLast - column; }
+std::size_t FromTop(std::size_t row, std::size_t column) { return kAcross * (kLast - row) + column; }
+std::size_t FromBoth(std::size_t row, std::size_t column) { return kAcross * (kLast - row) + kLast - column; }
+std::size_t ByColumns(std::size_t row, std::size_t column) { return kAcross * column + row; }
+std::size_t ByColumnsFromBoth(std::size_t row, std::size_t column) { return kAcross * (kLast - column) + kLast - row; }
 
 /// On a pupil that is the same upside down, a list from the last to the first is that of modes upside down. A pixel
 /// more, where half a pixel is missing already, is half a pixel less.
@@ -342,7 +348,7 @@ bool CanBeSeen(const Mistake& mistake, const CalibrationContent& good) {
   constexpr double kParity = 0.23;                                                       // pixels
   if (mistake.word == "inclusive_bounds" && good.rois.front().width < 22) return false;  // there are gaps already
   if (mistake.place == Place::kRegions && mistake.Undo && OffsetOf(good) > kParity) return false;
-  return mistake.word != "turned_180" || mistake.place != Place::kBoth || !LooksTheSame(good.used, true, true);
+  return mistake.word != "turned_180" || mistake.place != Place::kBoth || !LooksTheSame(good.used, FromBoth);
 }
 
 void PlantOne(const Mistake& mistake, const Recipe& recipe, Shares& shares) {
@@ -432,6 +438,50 @@ TEST(Planted, ASubapertureWithoutSoundNeighboursIsNotSaidToBeScaled) {
   EXPECT_NE(found->text.find("do not fit"), std::string::npos) << found->text;
 }
 
+/// Its neighbours are sound, though beside a spider's vanes one of them weighs much in what is expected of the others.
+TEST(Planted, OneSubapertureWithTheOtherSignIsNamedAlone) {
+  constexpr std::size_t kStep = 61;
+  int named = 0;
+  for (const Pupil& pupil : Pupils()) {
+    const Recipe recipe = {.modes = Modes::kZernike, .pupil = pupil, .lenslets = LensletArrays().back()};
+    const CalibrationContent& good = Made(recipe);
+    const std::vector<std::size_t> used = UsedIndices(good.used);
+    for (std::size_t k = 1; k < used.size(); k += kStep) {
+      CalibrationContent content = good;
+      for (const std::size_t slope : {k, kUsed + k}) content.m2s.row(static_cast<Eigen::Index>(slope)) *= -1.0;
+      const Findings findings = Examine(content);
+      for (const Finding& finding : findings) {
+        if (finding.key != "m2s.subapertures") continue;
+        ++named;
+        EXPECT_EQ(finding.numbers, std::vector{used[k]}) << Name(recipe) << "\n" << ToldOf(findings);
+      }
+    }
+  }
+  EXPECT_GT(named, 70);
+}
+
+const Mistake& Called(const std::vector<Mistake>& mistakes, const std::string& word) {
+  return *std::ranges::find(mistakes, word, &Mistake::word);
+}
+
+TEST(Planted, InclusiveBoundsAreNamedWhateverTheReferencesScatter) {
+  Shares shares;
+  const std::vector<Mistake> mistakes = RegionMistakes();
+  for (const Lenslets& lenslets : LensletArrays()) {
+    PlantOne(Called(mistakes, "inclusive_bounds"), {.lenslets = lenslets}, shares);
+  }
+  EXPECT_GE(shares.Sum().planted, 4);
+}
+
+TEST(Planted, ATurnedListOfSmoothModesIsNamed) {
+  Shares shares;
+  const std::vector<Mistake> mistakes = LayoutMistakes(Place::kM2s);
+  for (const Pupil& pupil : Pupils()) {
+    PlantOne(Called(mistakes, "turned_180"),
+             {.modes = Modes::kZernike, .pupil = pupil, .lenslets = LensletArrays().back(), .seed = 29}, shares);
+  }
+}
+
 TEST(Planted, MistakesInRegionsAreNamedAndPutRight) { PlantEach(RegionMistakes(), 0, 2, "regions and flags"); }
 
 // --- Pairs
@@ -499,12 +549,17 @@ std::vector<MistakePair> PairsOfKinds() {
   return pairs;
 }
 
-/// A sign and a mirrored list in both matrices are those of a mirrored wavefront, if the pupil is its own mirror image.
+/// In both matrices, a sign and a mirrored list are those of a mirrored wavefront, if the pupil is its own mirror
+/// image; so are exchanged blocks and a list by columns, of one mirrored at a diagonal.
 bool IsMirrorImage(const MistakePair& pair, const CalibrationContent& good) {
   const auto& [first, second] = pair;
-  if (first.place != Place::kBoth || second.place != Place::kBoth || !first.word.ends_with("_flipped")) return false;
-  return (second.word == "mirrored_x" && LooksTheSame(good.used, true, false)) ||
-         (second.word == "mirrored_y" && LooksTheSame(good.used, false, true));
+  if (first.place != Place::kBoth || second.place != Place::kBoth) return false;
+  const bool is_sign = first.word.ends_with("_flipped");
+  const bool is_exchanged = second.word == "exchanged";
+  return (is_sign && second.word == "mirrored_x" && LooksTheSame(good.used, FromRight)) ||
+         (is_sign && second.word == "mirrored_y" && LooksTheSame(good.used, FromTop)) ||
+         (is_exchanged && first.word == "by_columns" && LooksTheSame(good.used, ByColumns)) ||
+         (is_exchanged && first.word == "by_columns_mirrored" && LooksTheSame(good.used, ByColumnsFromBoth));
 }
 
 void PlantPairs(const std::vector<MistakePair>& pairs, std::size_t stride, double least_named, double least_restored,
