@@ -55,7 +55,7 @@ std::vector<workbench::InputFile> FoundFiles() {
   std::vector<workbench::InputFile> files;
   for (const char* const name : workbench::kCalibrationFiles) {
     const std::string file = Found(name);
-    WithFiles([&] { files.emplace_back(file); });
+    WithFiles([&] { files.emplace_back(file, workbench::Packed::kAsItIs); });
   }
   return files;
 }

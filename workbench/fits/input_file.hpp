@@ -19,13 +19,20 @@ class Unreadable : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// What becomes of a file that is compressed by gzip, whatever its name is.
+enum class Packed {
+  kUnpacked,  ///< it is read as what it unpacks to, which is kept in memory
+  kAsItIs,    ///< for what the library reads, which need not unpack it
+};
+
 /// An open file. A pipe, a terminal or a device is read to its end into memory, and is then like any other file.
 class InputFile {
  public:
   /// @throws Unreadable          no such file, a folder, not readable, more than 4 GiB, a pipe with more than 256 MiB
-  /// @throws std::runtime_error  the system fails, which says nothing of the file
-  /// @throws Interrupted         a signal has come while a pipe was waited for
-  explicit InputFile(const std::string& name);
+  /// @throws std::runtime_error  a packed file that is damaged or unpacks to more than 1 GiB; the system fails, which
+  ///                             says nothing of the file
+  /// @throws Interrupted         a signal has come while a pipe was waited for, or a file unpacked
+  explicit InputFile(const std::string& name, Packed packed = Packed::kUnpacked);
 
   /// A file that is only in memory.
   /// @param name  in messages
@@ -70,12 +77,15 @@ class InputFile {
  private:
   InputFile() = default;
   void KeepInMemory(std::string_view bytes);
+  void TakeStream();
+  void Unpack();
 
   std::string name_;
   Descriptor descriptor_;
   std::uint64_t size_ = 0;
   FileId id_ = {};
   bool is_regular_ = false;
+  bool is_unpacked_ = false;
 };
 
 /// Returns what `read` returns.

@@ -14,6 +14,7 @@
 /// - A name leads to the file of that name, after symbolic links, which stay. What is there is replaced by a
 ///   rename when the new file is whole, and keeps its mode, and its owner where the user may give files away. Pipes,
 ///   devices and what the process has open already, its standard output above all, are written to.
+/// - A file whose name ends in ".gz" is compressed by gzip.
 /// - A file is whole when it has been written, the disk has said so, and it has been read back.
 /// - Of several files either all take their places or none does, as long as the file system can exchange two files;
 ///   where it cannot, the message says which files have changed.

@@ -157,6 +157,10 @@ std::vector<Kind> Kinds() {
        {"view {} --png o.png", "view {} --stretch percentile --png o.png", "measure . {} --output o.fits",
         "measure . {} --extension FRAME --output o.fits",
         "measure . frame.fits --engine correlation --template-from {} --output o.fits"}},
+      {"PackedFrame",
+       "packed.fits.gz",
+       {"view {} --png o.png", "measure . {} --output o.fits", "measure . frame.fits --dark-map {} --output o.fits",
+        "frame . --displacements {} --output o.fits", "loop . --frames 10 --disturbance {} --folder o"}},
       {"Map",
        "camera_flat.fits",
        {"view {} --png o.png", "measure . frame.fits --dark-map {} --output o.fits",
@@ -197,6 +201,8 @@ class Sensor {
           "detector camera.json --new"}) {
       EXPECT_EQ(Run(arguments).exit_code, 0) << arguments;
     }
+    EXPECT_EQ(
+        quen::testing::Run("gzip -c " + (folder_ / "frame.fits") + " > " + (folder_ / "packed.fits.gz")).exit_code, 0);
     EXPECT_EQ(quen::testing::Run("head -c 8640 " + (folder_ / "data/M2S.fits") +
                                  " | sed 's/NAXIS2  =                 1214/NAXIS2  =                   13/' > " +
                                  (folder_ / "modes.fits"))

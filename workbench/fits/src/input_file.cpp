@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "workbench/fits/src/gzip.hpp"
 #include "workbench/fits/transfer.hpp"
 
 namespace quen::workbench {
@@ -19,6 +20,7 @@ namespace {
 
 constexpr std::size_t kMostOfAPipe = 256U << 20U;
 constexpr std::uint64_t kMostOfAFile = std::uint64_t{4} << 30U;
+constexpr std::uint64_t kMostUnpacked = std::uint64_t{1} << 30U;
 constexpr std::size_t kMostOfAText = 16U << 20U;
 
 [[noreturn]] void RefuseToRead(const std::string& name, const std::string& reason) {
@@ -41,29 +43,60 @@ bool IsHarmless(const std::string& path) {
   });
 }
 
+/// A file that has no name.
+Descriptor FileInMemory() {
+  Descriptor memory(memfd_create("quen-shs", MFD_CLOEXEC));
+  if (!memory.IsOpen()) throw std::system_error(errno, std::generic_category());
+  return memory;
+}
+
 }  // namespace
 
 // A pipe without a writer is waited for when it is read, which a signal can end at any moment.
-InputFile::InputFile(const std::string& name) : name_(name), descriptor_(Open(name, O_RDONLY | O_NONBLOCK)) {
+InputFile::InputFile(const std::string& name, Packed packed)
+    : name_(name), descriptor_(Open(name, O_RDONLY | O_NONBLOCK)) {
   struct stat status {};
   if (!descriptor_.IsOpen() || fstat(descriptor_.Number(), &status) != 0) RefuseToOpen(name, errno);
   if (S_ISDIR(status.st_mode)) throw Unreadable(name + ": expected a file, found a folder");
   id_ = IdOf(status);
   is_regular_ = S_ISREG(status.st_mode);
   size_ = static_cast<std::uint64_t>(status.st_size);
-  if (is_regular_) {
-    if (size_ > kMostOfAFile) throw Unreadable(name + ": expected a file of 4 GiB at most, found more");
-    return;
-  }
+  if (is_regular_ && size_ > kMostOfAFile) throw Unreadable(name + ": expected a file of 4 GiB at most, found more");
+  if (!is_regular_) TakeStream();
+  if (packed == Packed::kUnpacked && IsGzip(Beginning(2))) Unpack();
+}
+
+void InputFile::TakeStream() {
   try {
     const std::string bytes = ReadToEnd(descriptor_.Number(), kMostOfAPipe);
     if (bytes.size() > kMostOfAPipe) {
-      throw Unreadable(name + ": expected 256 MiB at most from what is no file on a disk, found more");
+      throw Unreadable(name_ + ": expected 256 MiB at most from what is no file on a disk, found more");
     }
     KeepInMemory(bytes);
   } catch (const std::system_error& error) {
-    RefuseToRead(name, error.code().message());
+    RefuseToRead(name_, error.code().message());
   }
+}
+
+void InputFile::Unpack() {
+  constexpr std::size_t kPiece = 1U << 18U;
+  std::uint64_t size = 0;
+  try {
+    Descriptor memory = FileInMemory();
+    const auto keep = [&](std::string_view piece) {
+      WriteToDisk(memory.Number(), piece, size, memory.Number());
+      size += piece.size();
+      if (size <= kMostUnpacked) return;
+      throw std::runtime_error(name_ + ": expected 1 GiB at most to be unpacked, found more; unpack it with gunzip");
+    };
+    Gunzip(
+        name_, [&](std::uint64_t position) { return Piece(position, kPiece); }, keep);
+    descriptor_ = std::move(memory);
+  } catch (const std::system_error& error) {
+    RefuseToRead(name_, error.code().message());
+  }
+  size_ = size;
+  is_unpacked_ = true;
 }
 
 InputFile InputFile::InMemory(const std::string& name, std::string_view bytes) {
@@ -86,8 +119,7 @@ void InputFile::TakeIntoMemory() {
 }
 
 void InputFile::KeepInMemory(std::string_view bytes) {
-  Descriptor memory(memfd_create("quen-shs", MFD_CLOEXEC));
-  if (!memory.IsOpen()) throw std::system_error(errno, std::generic_category());
+  Descriptor memory = FileInMemory();
   WriteToDisk(memory.Number(), bytes, 0, memory.Number());
   descriptor_ = std::move(memory);
   size_ = bytes.size();
@@ -97,10 +129,10 @@ std::string InputFile::Path() const {
   std::string alias = fmt::format("/proc/self/fd/{}", descriptor_.Number());
   if (access(alias.c_str(), F_OK) == 0) return alias;
   std::string path = std::filesystem::absolute(name_).string();
-  if (is_regular_ && IsHarmless(path)) return path;
+  if (is_regular_ && !is_unpacked_ && IsHarmless(path)) return path;
   throw std::runtime_error(name_ +
-                           ": cannot be opened safely: mount /proc, or give a file on a disk whose path has letters, "
-                           "digits and . _ - / only");
+                           ": cannot be opened safely: mount /proc, or give an unpacked file on a disk whose path has "
+                           "letters, digits and . _ - / only");
 }
 
 std::string InputFile::Beginning(std::size_t count) const {

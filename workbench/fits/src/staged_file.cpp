@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "workbench/fits/interruption.hpp"
+#include "workbench/fits/src/gzip.hpp"
 #include "workbench/fits/src/leftovers.hpp"
 #include "workbench/fits/transfer.hpp"
 
@@ -183,6 +184,11 @@ bool StagedFile::Undo() noexcept {
 
 namespace {
 
+/// A file's bytes as its name promises them.
+std::string AsNamed(const std::string& name, std::string bytes) {
+  return name.ends_with(".gz") ? Gzipped(bytes) : std::move(bytes);
+}
+
 /// All files take their places, or none does, as far as that is possible.
 void TakePlaces(std::vector<StagedFile>& files) {
   for (auto file = files.begin(); file != files.end(); ++file) {
@@ -234,7 +240,8 @@ void StagedFiles::RefuseToReplace(std::span<const InputFile> inputs) const {
 }
 
 void StagedFiles::Give(const std::string& name, std::string bytes) {
-  std::ranges::find(outputs_, name, [](const Output& output) { return output.target.name; })->bytes = std::move(bytes);
+  std::ranges::find(outputs_, name, [](const Output& output) { return output.target.name; })->bytes =
+      AsNamed(name, std::move(bytes));
 }
 
 void StagedFiles::GiveUp(const std::string& name) {
@@ -242,7 +249,9 @@ void StagedFiles::GiveUp(const std::string& name) {
 }
 
 void StagedFiles::GiveAll(std::vector<std::string> contents) {
-  for (std::size_t k = 0; k < outputs_.size(); ++k) outputs_[k].bytes = std::move(contents[k]);
+  for (std::size_t k = 0; k < outputs_.size(); ++k) {
+    outputs_[k].bytes = AsNamed(outputs_[k].target.name, std::move(contents[k]));
+  }
 }
 
 void StagedFiles::Commit() {

@@ -29,7 +29,7 @@ std::string Missing(const std::string& folder, const std::string& path) {
 /// a failing disk or another program cannot change what is said of it.
 quen::workbench::InputFile Opened(const std::string& path) {
   constexpr std::uint64_t kMostInMemory = 64U << 20U;
-  quen::workbench::InputFile file(path);
+  quen::workbench::InputFile file(path, quen::workbench::Packed::kAsItIs);
   if (file.Size() <= kMostInMemory) file.TakeIntoMemory();
   return file;
 }
