@@ -49,4 +49,8 @@ bool TakesTemplate(const std::string& text);
 /// @throws std::invalid_argument  as MakeEngine
 bool TakesPedestalAway(const std::string& text);
 
+/// Whether an engine, as its text gives it, leaves saturated pixels out.
+/// @throws std::invalid_argument  as MakeEngine
+bool LeavesSaturatedOut(const std::string& text);
+
 }  // namespace quen::workbench

@@ -40,6 +40,7 @@ class FrameReader {
   FrameReader(const InputFile& file, const std::string& extension);
 
   [[nodiscard]] const std::string& Name() const { return file_.Name(); }  ///< of the file
+  [[nodiscard]] const std::vector<std::size_t>& Axes() const { return axes_; }
   [[nodiscard]] std::size_t Width() const { return axes_[0]; }
   [[nodiscard]] std::size_t Height() const { return axes_[1]; }
   [[nodiscard]] std::size_t Count() const { return axes_.size() == 3 ? axes_[2] : 1; }

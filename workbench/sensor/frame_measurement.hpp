@@ -11,6 +11,7 @@
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/frame_file.hpp"
 #include "workbench/sensor/pedestal.hpp"
+#include "workbench/sensor/saturation.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
 
 /// @file
@@ -59,7 +60,8 @@ struct MeasureOptions {
 /// What was measured in all frames together, at used sub-apertures.
 struct MeasuredFrames {
   PixelRange pixels;
-  Pedestal pedestal;  ///< of the frame that has the largest
+  Pedestal pedestal;      ///< of the frame that has the largest
+  Saturation saturation;  ///< of the frame that has most of it
   Moments flux;
   Moments x;
   Moments y;

@@ -221,6 +221,167 @@ TEST_F(CameraFrames, GiveASpotOfTheirOwnWithoutTheirBadPixels) {
   EXPECT_GT(LargestDifference(), 5.0 * kAsGood);
 }
 
+TEST_F(CameraFrames, PackedByGzipAreReadWhateverTheirNames) {
+  const auto pack = [&](const std::string& name) {
+    ASSERT_EQ(quen::testing::Run("gzip -nc " + File("camera.fits") + " > " + File(name)).exit_code, 0);
+  };
+  const std::string frame = File("frame.fits");
+  const std::string gz = File("x.fits.gz");
+  const std::string to_b = " --output " + File("b.fits");
+  MakeCamera("fits.PrimaryHDU(d.astype(numpy.int16))");
+  pack("x.fits.gz");
+  pack("x");
+  for (const std::string& name : {gz, File("x")}) {
+    Measured(name + to_b);
+    EXPECT_EQ(LargestDifference(), 0.0) << name;
+  }
+  // Two members, one behind the other, and padding, as tapes have it.
+  ASSERT_EQ(quen::testing::Run("(head -c 9999 " + File("camera.fits") + " | gzip; tail -c +10000 " +
+                               File("camera.fits") + " | gzip; head -c 512 /dev/zero) > " + gz)
+                .exit_code,
+            0);
+  Measured(gz + to_b);
+  EXPECT_EQ(LargestDifference(), 0.0);
+  ASSERT_EQ(quen::testing::Run("cat " + gz + " | " QUEN_SHS " measure " + folder_.Path() + " /dev/stdin " + to_b).err,
+            "");
+  EXPECT_EQ(LargestDifference(), 0.0);
+  MakeCamera("fits.HDUList([fits.PrimaryHDU(), fits.CompImageHDU(d.astype(numpy.int16))])");
+  pack("x.fits.gz");
+  Measured(gz + to_b);
+  EXPECT_EQ(LargestDifference(), 0.0);
+
+  MakeCamera("y, x = numpy.indices(d.shape); fits.PrimaryHDU((7 * x + 3 * y) % 50)");
+  pack("map.fits.gz");
+  Measured(frame + " --dark-map " + File("camera.fits") + " --output " + File("a.fits"));
+  Measured(frame + " --dark-map " + File("map.fits.gz") + to_b);
+  EXPECT_EQ(LargestDifference(), 0.0);
+  MakeCamera("fits.PrimaryHDU(numpy.eye(5)[:, ::-1])");
+  pack("spot.fits.gz");
+  Measured(frame + " --engine correlation --template " + File("camera.fits") + " --output " + File("a.fits"));
+  Measured(frame + " --engine correlation --template " + File("spot.fits.gz") + to_b);
+  EXPECT_EQ(LargestDifference(), 0.0);
+  ASSERT_EQ(quen::testing::Run("gzip -k " + File("a.fits")).exit_code, 0);
+  const std::string errors = Measured(frame + " --engine correlation --template " + File("spot.fits.gz") + " --truth " +
+                                      File("a.fits.gz") + to_b);
+  EXPECT_NE(errors.find("0.00e+00 RMS, 0.00e+00 worst"), std::string::npos) << errors;
+}
+
+TEST_F(CameraFrames, PackedByGzipAndDamagedAreRefused) {
+  const std::string gz = File("x.fits.gz");
+  const auto make = [&](const std::string& command) {
+    ASSERT_EQ(quen::testing::Run("(" + command + ") > " + gz).exit_code, 0);
+  };
+  make("gzip -c " + File("frame.fits") + " | head -c 9999");
+  ExpectRefusal(gz, 1, "quen-shs: " + gz + ": cannot be unpacked to its end; the file may be cut short");
+  ExpectFailure("view " + gz, 1, "quen-shs: " + gz + ": cannot be unpacked to its end; the file may be cut short");
+  make("printf '\\037\\213'; head -c 9999 " + File("frame.fits"));
+  ExpectRefusal(gz, 1, "quen-shs: " + gz + ": begins as files of gzip do, and is none; it may be damaged");
+  make("gzip -c " + File("frame.fits") + " | sed 's/\\(.*\\)......../\\1abcdefgh/'; echo x");
+  ExpectRefusal(gz, 1, "quen-shs: " + gz + ": begins as files of gzip do, and is none; it may be damaged");
+  make("echo no image | gzip");
+  ExpectRefusal(gz, 1, "quen-shs: " + gz + ": expected a FITS file, found something else");
+  make("gzip < /dev/null");
+  ExpectRefusal(gz, 1, "quen-shs: " + gz + ": expected a FITS file, found something else");
+  make("head -c 1100000000 /dev/zero | gzip -1");
+  ExpectRefusal(gz, 1,
+                "quen-shs: " + gz + ": expected 1 GiB at most to be unpacked, found more; unpack it with gunzip");
+}
+
+TEST_F(CameraFrames, AreWrittenByGzipWhereTheirNamesSaySo) {
+  const std::string gz = File("made.fits.gz");
+  Do("frame", "--shape tip:1 --noise 0 --output " + gz + " --png " + File("made.png"));
+  const Outcome same = quen::testing::Run("gzip -t " + gz + " && gunzip -c " + gz +
+                                          " | " QUEN_PYTHON
+                                          " -c 'from astropy.io import fits; import sys, io; d = "
+                                          "fits.getdata(io.BytesIO(sys.stdin.buffer.read())); print((d == "
+                                          "fits.getdata(\"" +
+                                          File("frame.fits") + "\")).all())'");
+  EXPECT_EQ(same.out, "True\n") << same.err;
+  Measured(gz + " --output " + File("b.fits"));
+  EXPECT_EQ(LargestDifference(), 0.0);
+  ExpectRefusal(gz + " --output " + gz, 1,
+                "quen-shs: cannot write " + gz + ": it is the same file as " + gz +
+                    ", which is read; give the output another name");
+}
+
+TEST_F(CameraFrames, OfACubeAreDrawnOneByOne) {
+  MakeCamera("fits.PrimaryHDU(numpy.stack([d, d * 0, d[:, ::-1]]).astype(numpy.int16))");
+  const std::string cube = File("camera.fits");
+  const std::string to_png = " --png " + File("p.png");
+  EXPECT_NE(Done("view " + cube + to_png).find("plane                   1 of 3\n"), std::string::npos);
+  const std::string json = Done("view " + cube + " --json --plane 3" + to_png);
+  EXPECT_NE(json.find("\"kind\": \"frame\",\n  \"plane\": 3,\n  \"planes\": 3,"), std::string::npos) << json;
+  ExpectFailure("view " + cube + " --plane 4" + to_png, 1,
+                "quen-shs: " + cube + ": expected a plane 4 of the cube, found 3 of them");
+  ExpectFailure("view " + File("frame.fits") + " --plane 2" + to_png, 1,
+                "quen-shs: --plane: expected a cube of frames, found frame in " + File("frame.fits"));
+
+  const auto picture = [&](const std::string& python, const std::string& options) {
+    MakeCamera(python);
+    Done("view " + cube + options + to_png);
+    return quen::testing::Run("cksum < " + File("p.png")).out;
+  };
+  const std::string one = picture("fits.PrimaryHDU(d[:, ::-1].astype(numpy.int16))", "");
+  EXPECT_NE(picture("fits.PrimaryHDU(d.astype(numpy.int16))", ""), one);
+  for (const std::string hdus : {"fits.ImageHDU(d[:, ::-1].astype(numpy.int16), name=\"SCI\")",
+                                 "fits.CompImageHDU(d[:, ::-1].astype(numpy.int16), name=\"SCI\")"}) {
+    const std::string python = fmt::format("fits.HDUList([fits.PrimaryHDU(), {}])", hdus);
+    EXPECT_EQ(picture(python, ""), one) << hdus;
+    EXPECT_EQ(picture(python, " --extension sci"), one) << hdus;
+  }
+}
+
+TEST_F(CameraFrames, AtTheCeilingOfTheCameraAreToldOf) {
+  MakeCamera("fits.PrimaryHDU(numpy.minimum(d + 100, 3000).astype(numpy.uint16))");
+  const std::string camera = File("camera.fits");
+  const auto warning = [](const std::string& counts) {
+    return "warning: 607 spots have pixels of " + counts +
+           " counts, which must be the camera's ceiling, and what is above it is lost: only maximum-likelihood can do "
+           "without them, with the option ceiling=" +
+           counts + "\n";
+  };
+  const std::string engine = " --engine maximum-likelihood:pedestal=100";
+  EXPECT_NE(Measured(camera + engine).find(warning("3000")), std::string::npos);
+  EXPECT_NE(Measured(camera + " --engine brightest").find(warning("3000")), std::string::npos);
+  EXPECT_EQ(Measured(camera + engine + ",ceiling=3000").find("warning"), std::string::npos);
+  EXPECT_NE(Measured(camera + engine + " --json").find("\"saturated\": {\n    \"spots\": 607,"), std::string::npos);
+  // A single pixel of each spot: the most of a converter, or nothing special.
+  MakeCamera("fits.PrimaryHDU(numpy.minimum(d + 500, 4095).astype(numpy.uint16))");
+  EXPECT_NE(Measured(camera + " --engine brightest").find(warning("4095")), std::string::npos);
+  MakeCamera("fits.PrimaryHDU(numpy.minimum(d + 500, 4096).astype(numpy.uint16))");
+  EXPECT_EQ(Measured(camera + " --engine brightest").find("ceiling"), std::string::npos);
+  // Bad pixels are no spot's, and dim frames have many pixels that are alike.
+  MakeCamera("bad = d * 0; bad[300:500:7, 300:500:7] = 1; fits.writeto(\"" + File("bad.fits") +
+             "\", bad); fits.PrimaryHDU(numpy.where(bad == 1, 65535, d).astype(numpy.uint16))");
+  EXPECT_EQ(Measured(camera + " --engine brightest --bad-pixels " + File("bad.fits")).find("ceiling"),
+            std::string::npos);
+  EXPECT_NE(Measured(camera + " --engine brightest").find(" counts, which must be the camera's ceiling"),
+            std::string::npos);
+  MakeCamera("fits.PrimaryHDU((d // 600).astype(numpy.uint16))");
+  EXPECT_EQ(Measured(camera + " --engine brightest").find("ceiling"), std::string::npos);
+}
+
+TEST_F(CameraFrames, OfNoiseAloneMakeNoTemplate) {
+  const std::string camera = File("camera.fits");
+  const std::string with_template = File("frame.fits") + " --engine correlation --template-from " + camera;
+  const std::string random = "r = numpy.random.default_rng(5); ";
+  for (const std::string noise : {"r.normal(200, 5, d.shape)", "r.poisson(3, d.shape)", "r.uniform(-10, 10, d.shape)",
+                                  "numpy.stack([r.normal(100, 20, d.shape) for k in range(4)])"}) {
+    MakeCamera(fmt::format("{}fits.PrimaryHDU(numpy.rint({}).astype(numpy.int16))", random, noise));
+    const Outcome outcome = quen::testing::QuenShs("measure " + folder_.Path() + " " + with_template);
+    EXPECT_EQ(outcome.exit_code, 1) << noise << outcome.out;
+    EXPECT_EQ(outcome.err.find("quen-shs: " + camera +
+                               ": expected spots that stand out of the noise, to make a "
+                               "template of, found "),
+              0U)
+        << noise << outcome.err;
+  }
+  // Of dim spots, 500 electrons each, there is one.
+  MakeCamera(random +
+             "fits.PrimaryHDU(numpy.rint(r.poisson(d * 500 / 102944) + r.normal(100, 3, d.shape)).astype(int))");
+  Measured(with_template);
+}
+
 TEST_F(CameraFrames, WithoutLightAreTold) {
   MakeCamera("fits.PrimaryHDU((d * 0).astype(numpy.int16))");
   const std::string dark = File("camera.fits");

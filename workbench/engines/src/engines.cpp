@@ -396,6 +396,11 @@ bool TakesPedestalAway(const std::string& text) {
          std::ranges::any_of(kOptionsOfPedestals, [&](const char* name) { return values.contains(name); });
 }
 
+bool LeavesSaturatedOut(const std::string& text) {
+  const Request request = RequestOf(text);
+  return Parse(*request.kind, request.options).contains("ceiling");
+}
+
 bool TakesTemplate(const std::string& text) { return RequestOf(text).kind->takes_template; }
 
 }  // namespace quen::workbench

@@ -90,10 +90,11 @@ MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const Me
     const PixelRange range = RangeOf(frame);
     measured.pixels.lowest = std::min(measured.pixels.lowest, range.lowest);
     measured.pixels.highest = std::max(measured.pixels.highest, range.highest);
-    const Pedestal pedestal =
-        PedestalOf(CorrectedValues(frame, options.maps), frame.width, camera.Rois(), camera.RoisUsed());
+    const std::vector<double> corrected = CorrectedValues(frame, options.maps);
+    const Pedestal pedestal = PedestalOf(corrected, frame.width, camera.Rois(), camera.RoisUsed());
     if (std::abs(pedestal.share) > std::abs(measured.pedestal.share)) measured.pedestal = pedestal;
-
+    const Saturation saturation = SaturationOf(frame, corrected, camera.Rois(), camera.RoisUsed());
+    if (saturation.spots > measured.saturation.spots) measured.saturation = saturation;
     measured.blank += frame.blank.size() - static_cast<std::size_t>(std::ranges::count(frame.blank, 0));
     camera.Load(frame.pixels);
     camera.ComputeSlopes(engines.For(frame, range.Sign()), options.limit, std::nullopt);

@@ -1,5 +1,7 @@
 #include "workbench/sensor/mean_spot.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <optional>
@@ -7,6 +9,7 @@
 #include <vector>
 
 #include "centroiders/correlation.hpp"
+#include "common/statistics/quantile.hpp"
 #include "workbench/engines/engines.hpp"
 #include "workbench/fits/interruption.hpp"
 #include "workbench/sensor/corrected_frame.hpp"
@@ -118,6 +121,23 @@ class Stack {
   std::vector<double> counts_;
 };
 
+/// What neighbours at a region's upper and lower border differ by, in the root mean square, over √2: noise alone,
+/// however uneven the light is. None where there are no neighbours.
+std::optional<double> NoiseAtBorder(const std::vector<double>& values, const Roi& roi) {
+  double sum = 0.0;
+  double pairs = 0.0;
+  for (const std::size_t row : {std::size_t{roi.y_low}, std::size_t{roi.y_up} - 1U}) {
+    for (std::size_t column = roi.x_low; column + 1 < roi.x_up; ++column) {
+      const double* const pixel = values.data() + column + kFrameWidth * row;
+      const double difference = pixel[1] - pixel[0];
+      if (std::isnan(difference)) continue;
+      sum += 0.5 * difference * difference;
+      pairs += 1.0;
+    }
+  }
+  return pairs > 0.0 ? std::optional(std::sqrt(sum / pairs)) : std::nullopt;
+}
+
 /// All spots of all frames.
 class SpotsOfFrames {
  public:
@@ -130,32 +150,42 @@ class SpotsOfFrames {
   }
 
   /// Each shifted by as much.
-  [[nodiscard]] Stack Stacked(const PixelPoint& shift) const {
+  [[nodiscard]] Stack Stacked(const PixelPoint& shift) {
     Stack stack(quen::centroiders::CorrelationConfig().size);
+    noise_.clear();
     for (std::size_t number = 0; number < frames_.Count(); ++number) {
       ThrowIfInterrupted();
       const std::vector<double> values = CorrectedValues(frames_.Read(number), maps_);
       const double pedestal = PedestalOf(values, kFrameWidth, camera_.Rois(), camera_.RoisUsed()).counts;
       for (const auto& [region, centre] : spots_[number]) {
+        if (const auto noise = NoiseAtBorder(values, camera_.Rois()[region])) noise_.push_back(*noise);
         stack.Add(values, camera_.Rois()[region], {centre.x + shift.x, centre.y + shift.y}, pedestal);
       }
     }
     return stack;
   }
 
+  /// That of a pixel between the spots that are stacked: the median over their regions.
+  [[nodiscard]] double Noise() { return common::LowerMedian(noise_); }
+
  private:
   const FrameReader& frames_;
   const PixelMaps& maps_;
   const Camera& camera_;
   std::vector<std::vector<Spot>> spots_;  ///< of each frame
+  std::vector<double> noise_;             ///< at the border of each
 };
 
 }  // namespace
 
 SpotTemplate MeanSpot(const FrameReader& frames, const PixelMaps& maps, Camera& camera) {
   RequireSensorSize(frames);
+  // Where there is noise alone, the correlation finds in each region where it is brightest by chance: the mean of these
+  // is a spot, too, with 0.7 to 1.1 times the deviation of a pixel for its height, as Gaussian noise, Poisson's and
+  // even noise give it.
+  constexpr double kLeastHeight = 1.5;
   constexpr int kSteps = 2;  // the second one is for what regions cut off differently once the first is done
-  const SpotsOfFrames spots(frames, maps, camera);
+  SpotsOfFrames spots(frames, maps, camera);
   PixelPoint shift;
   for (int step = 0; step < kSteps; ++step) {
     const PixelPoint off = spots.Stacked(shift).CentreOfGravity();
@@ -166,6 +196,12 @@ SpotTemplate MeanSpot(const FrameReader& frames, const PixelMaps& maps, Camera& 
   const double height = std::ranges::max(spot.values);
   if (!is_near || !(height > 0.0)) {
     throw std::runtime_error(frames.Name() + ": there is no spot in it to make a template of");
+  }
+  if (height < kLeastHeight * spots.Noise()) {
+    throw std::runtime_error(
+        fmt::format("{}: expected spots that stand out of the noise, to make a template of, found "
+                    "{:.2g} counts of light where a pixel's noise is {:.2g}",
+                    frames.Name(), height, spots.Noise()));
   }
   for (double& value : spot.values) value /= height;
   return spot;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <stdexcept>
 
 #include "workbench/engines/engines.hpp"
 #include "workbench/engines/pixel_maps.hpp"
@@ -47,6 +48,15 @@ Argument Seed(std::uint32_t& seed) {
 }
 
 Argument JsonFlag(bool& json) { return Flag("--json", "Print the result as JSON", json); }
+
+Argument Extension(const std::string& what, std::string& variable) {
+  const auto require_name = [](const std::string& text) {
+    if (text.empty()) throw std::invalid_argument("expected a name or a number, found none");
+  };
+  Argument extension = Checked("--extension", what, "NAME|NUMBER", require_name, variable);
+  extension.otherwise = "the primary image, or the first extension if that is empty";
+  return extension;
+}
 
 Argument Engine(std::string& engine) {
   return {.name = "--engine",

@@ -25,6 +25,9 @@ Argument Noise(double& noise);
 Argument Seed(std::uint32_t& seed);
 Argument JsonFlag(bool& json);
 
+/// An image of a file that is not its first.
+Argument Extension(const std::string& what, std::string& variable);
+
 /// A centroiding engine with its options.
 Argument Engine(std::string& engine);
 /// Any number of engines; all of them where none is given.

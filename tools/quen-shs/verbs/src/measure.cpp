@@ -64,6 +64,17 @@ void AddError(Report& report, const std::string& axis, const workbench::Moments&
                                             errors.Rms(), errors.Largest()));
 }
 
+/// Spots whose tops are cut off; a warning of them where the engine takes what is left for the spot.
+void AddSaturation(Report& report, const workbench::Saturation& saturation, const std::string& engine) {
+  const auto& [counts, spots] = saturation;
+  report.Add("saturated", {{"spots", spots}, {"counts", spots > 0 ? Json(counts) : Json(nullptr)}});
+  if (spots == 0 || workbench::LeavesSaturatedOut(engine)) return;
+  report.AddLine(fmt::format(
+      "warning: {} spots have pixels of {:.0f} counts, which must be the camera's ceiling, and what is above "
+      "it is lost: only maximum-likelihood can do without them, with the option ceiling={:.0f}",
+      spots, counts, counts));
+}
+
 /// How the pixels were read, and what engines take for light that is none.
 void AddPixels(Report& report, const workbench::MeasuredFrames& measured, const std::string& engine) {
   const auto& [lowest, highest] = measured.pixels;
@@ -75,6 +86,7 @@ void AddPixels(Report& report, const workbench::MeasuredFrames& measured, const 
   }
   report.Add("blank_pixels", measured.blank);
   AddPedestal(report, measured.pedestal, engine);
+  AddSaturation(report, measured.saturation, engine);
 }
 
 /// What a file has, if one is named.
@@ -153,17 +165,6 @@ void Measure(const MeasureArguments& command) {
   report.Print(command.json);
 }
 
-/// An image of a file that is not its first.
-Argument Extension(std::string& variable) {
-  const auto require_name = [](const std::string& text) {
-    if (text.empty()) throw std::invalid_argument("expected a name or a number, found none");
-  };
-  Argument extension = Checked("--extension", "Extension that holds the frame, and those of --template-from",
-                               "NAME|NUMBER", require_name, variable);
-  extension.otherwise = "the primary image, or the first extension if that is empty";
-  return extension;
-}
-
 }  // namespace
 
 void AddMeasure(CommandLine& line) {
@@ -173,8 +174,8 @@ void AddMeasure(CommandLine& line) {
        .summary = "Measure a frame file",
        .details = R"(
 Measures the 607 used spots of a frame, simulated or from an instrument: a FITS image of 840 x 816 pixels, or a cube of
-such frames. Its tiles may be compressed, and its pixels may have any type, if they are whole numbers from -32768 to
-32767 or from 0 to 65535. Engines read them as signed numbers if all of them are, otherwise as unsigned ones, unless
+such frames. Its tiles may be compressed, or the whole file by gzip, and its pixels may have any type, if they are whole
+numbers from -32768 to 32767 or from 0 to 65535. Engines read them as signed numbers if all of them are, otherwise as unsigned ones, unless
 their option says so. Pixels without a value, which are NaN or what BLANK in the header says, are bad ones.
 
 With maps of the camera each pixel is corrected before an engine sees it, and bad ones do not count: an engine without
@@ -191,7 +192,8 @@ each frame, whose EXTVER is its number.)",
        .examples = {"quen-shs measure sensor frame.fits --engine weighted --truth truth.fits --output slopes.fits"},
        .arguments =
            {CalibrationFolder(command->folder), Positional("FRAME", "FITS file with the frame", command->frame),
-            Extension(command->extension), Engine(command->options.engine),
+            Extension("Extension that holds the frame, and those of --template-from", command->extension),
+            Engine(command->options.engine),
             File("--dark-map", "FITS image of counts without light, which are subtracted", "none", command->dark_map),
             File("--flat-map", "FITS image of the relative response, which light is divided by", "none",
                  command->flat_map),

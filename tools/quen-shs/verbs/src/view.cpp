@@ -25,6 +25,7 @@
 #include "workbench/pictures/stretch.hpp"
 #include "workbench/pictures/sweep_picture.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/sensor/frame_file.hpp"
 #include "workbench/sensor/geometry.hpp"
 #include "workbench/sensor/matrix_file.hpp"
 #include "workbench/sensor/measurement_file.hpp"
@@ -38,10 +39,14 @@ using quen::workbench::kFrameWidth;
 using quen::workbench::kNumModes;
 using quen::workbench::kNumSlopes;
 
+constexpr int kMostPlanes = 1000000;
+
 struct ViewArguments {
   std::string file;
   std::string calibration;  ///< folder, for outlines on a frame and the places of slopes; none if empty
   std::string slopes;       ///< file, for the arrows on a frame; none if empty
+  std::string extension;    ///< of a frame, name or number; if empty, of the first image
+  std::size_t plane = 1;    ///< of a cube of frames, counted from 1
   std::string stretch = "auto";
   std::string png;  ///< file; if empty, FILE with .png for its extension
   bool json = false;
@@ -51,6 +56,7 @@ struct ViewArguments {
 struct Content {
   const char* kind;
   std::function<std::string()> draw;
+  std::size_t planes = 0;    ///< of a cube of frames
   std::string regions = {};  ///< where the places of a matrix's slopes are from; empty where none are drawn
 };
 
@@ -92,11 +98,28 @@ void RequireDrawable(const std::string& path, std::size_t width, std::size_t hei
       fmt::format("{}: expected 1 to {} pixels along either axis, found {} x {}", path, kLargest, width, height));
 }
 
-std::string FramePicture(const ViewArguments& command, const Inputs& inputs) {
-  const workbench::Frame frame = workbench::ReadFrame(inputs.file);
+std::string PlaneInWords(const ViewArguments& command, std::size_t planes) {
+  return fmt::format("{} of {}", command.plane, planes);
+}
+
+std::string FramePicture(const ViewArguments& command, const Inputs& inputs, std::size_t planes) {
+  const workbench::FrameReader frames(inputs.file, command.extension);
+  const workbench::Frame frame = frames.Read(command.plane - 1);
+  const std::string plane = planes > 0 ? ", plane " + PlaneInWords(command, planes) : "";
   return workbench::DrawFrame(frame, workbench::StretchByWord(command.stretch, frame), FrameOverlay(command, inputs),
-                              fmt::format("{}, row 0 at the bottom, {} stretch", FileName(inputs.file),
+                              fmt::format("{}{}, row 0 at the bottom, {} stretch", FileName(inputs.file), plane,
                                           workbench::ResolvedStretch(command.stretch, frame)));
+}
+
+/// A frame, or a plane of a cube of frames.
+Content FrameContent(const ViewArguments& command, const Inputs& inputs, const std::vector<std::size_t>& axes) {
+  RequireDrawable(inputs.file.Name(), axes[0], axes[1]);  // before memory is asked for
+  const std::size_t planes = axes.size() == 3 ? axes[2] : 0;
+  if (axes.size() == 3 && command.plane > planes) {
+    throw std::runtime_error(fmt::format("{}: expected a plane {} of the cube, found {} of them", inputs.file.Name(),
+                                         command.plane, planes));
+  }
+  return {"frame", [&command, &inputs, planes] { return FramePicture(command, inputs, planes); }, planes};
 }
 
 std::string MatrixPicture(const workbench::InputFile& file, const std::vector<std::size_t>& axes) {
@@ -152,7 +175,7 @@ Content MatrixContent(const ViewArguments& command, Inputs& inputs, const std::v
   const workbench::InputFile& file = inputs.file;
   if (!is_m2s && !is_cm) return {"matrix", [&file, axes] { return MatrixPicture(file, axes); }};
   const Sensor sensor = SensorOf(command, inputs);
-  return {"matrix", [&file, axes, sensor] { return ModePicture(file, workbench::ReadMatrix(file), sensor); },
+  return {"matrix", [&file, axes, sensor] { return ModePicture(file, workbench::ReadMatrix(file), sensor); }, 0,
           sensor.words};
 }
 
@@ -164,6 +187,10 @@ std::string FieldPicture(const workbench::InputFile& file) {
 Content ContentOf(const ViewArguments& command, Inputs& inputs) {
   const workbench::InputFile& file = inputs.file;
   workbench::RequireFits(file);
+  if (!command.extension.empty()) {
+    const workbench::FrameReader frames(file, command.extension);
+    return FrameContent(command, inputs, frames.Axes());
+  }
   if (workbench::HasTable(file, workbench::kTelemetryTable))
     return {"telemetry", [&file] { return workbench::DrawTelemetry(workbench::ReadTelemetry(file)); }};
   if (workbench::HasTable(file, workbench::kSweepTable))
@@ -173,23 +200,20 @@ Content ContentOf(const ViewArguments& command, Inputs& inputs) {
   if (workbench::HasTable(file, workbench::kSlopeTable)) return {"slopes", [&file] { return FieldPicture(file); }};
   if (workbench::HasTable(file, workbench::kRegionTable))
     return {"regions", [&file] { return workbench::DrawRegions(workbench::ReadField(file).overlay); }};
-  const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(workbench::OpenFits(file, std::nullopt));
-  if (axes.size() == 2 && bitpix == SHORT_IMG) {
-    RequireDrawable(file.Name(), axes[0], axes[1]);  // before memory is asked for
-    return {"frame", [&] { return FramePicture(command, inputs); }};
-  }
+  const bool is_primary = !quen::common::Fits::ReadImgParams(workbench::OpenFits(file, std::nullopt)).first.empty();
+  const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(workbench::OpenImage(file, ""));
+  if ((axes.size() == 2 && bitpix == SHORT_IMG) || axes.size() == 3) return FrameContent(command, inputs, axes);
   if (axes == std::vector<std::size_t>{kFrameWidth, kFrameHeight}) {
     return {"map", [&file] { return workbench::DrawMap(workbench::ReadMap(file), FileName(file)); }};
   }
-  if (axes.size() == 2 && bitpix == DOUBLE_IMG && axes[0] > 0 && axes[1] > 0) {
+  if (is_primary && axes.size() == 2 && bitpix == DOUBLE_IMG && axes[0] > 0 && axes[1] > 0) {
     return MatrixContent(command, inputs, axes);
   }
-  throw std::runtime_error(
-      fmt::format("{}: expected a frame (16 bits), a map of its pixels, a matrix (doubles), or a table \"{}\", \"{}\", "
-                  "\"{}\", \"{}\" or "
-                  "\"{}\"; found an image of {} axes with BITPIX {}",
-                  file.Name(), workbench::kSlopeTable, workbench::kRegionTable, workbench::kTelemetryTable,
-                  workbench::kSweepTable, workbench::kScoreTable, axes.size(), bitpix));
+  throw std::runtime_error(fmt::format(
+      "{}: expected a frame (16 bits), a cube of frames, a map of its pixels, a matrix (doubles), or a table "
+      "\"{}\", \"{}\", \"{}\", \"{}\" or \"{}\"; found an image of {} axes with BITPIX {}",
+      file.Name(), workbench::kSlopeTable, workbench::kRegionTable, workbench::kTelemetryTable, workbench::kSweepTable,
+      workbench::kScoreTable, axes.size(), bitpix));
 }
 
 /// Where the picture goes: beside the file where nothing else is said.
@@ -211,6 +235,7 @@ void RequireUse(const ViewArguments& command, const Content& content) {
         fmt::format("{}: expected {}, found {} in {}", argument, expected, content.kind, command.file));
   };
   require("--stretch", is_frame || command.stretch == ViewArguments().stretch, "a frame");
+  require("--plane", content.planes > 0 || command.plane == ViewArguments().plane, "a cube of frames");
   require("--slopes", is_frame || command.slopes.empty(), "a frame");
   require("--calibration", is_frame || command.calibration.empty() || !content.regions.empty(), "a frame, M2S or CM");
 }
@@ -229,6 +254,10 @@ void View(const ViewArguments& command) {
   files.Commit();
   Report report;
   report.Add("kind", content.kind);
+  if (content.planes > 0) {
+    report.Add("plane", command.plane, "plane", PlaneInWords(command, content.planes));
+    report.Add("planes", content.planes);
+  }
   if (!content.regions.empty()) report.Add("regions", content.regions, "regions", content.regions);
   report.AddFiles(files);
   report.Print(command.json);
@@ -242,9 +271,9 @@ void AddView(CommandLine& line) {
       {.name = "view",
        .summary = "Draw a file",
        .details = R"(
-Looks into the file to see what it is: a frame (shades of grey, with outlines and arrows on request), a map of the
-detector's pixels, slopes (arrows, and the light of each sub-aperture), regions, a matrix, a loop's telemetry, a gain
-sweep, or scores. Row 0 of the detector is at the bottom.
+Looks into the file to see what it is: a frame or one of a cube of frames (shades of grey, with outlines and arrows on
+request), a map of the detector's pixels, slopes (arrows, and the light of each sub-aperture), regions, a matrix, a
+loop's telemetry, a gain sweep, or scores. Row 0 of the detector is at the bottom.
 
 Of M2S and CM the slopes of the first modes are drawn as arrows over the pupil, and the size of every mode. Where the
 sub-apertures are is read from the calibration that is given, or from shs_rois.fits beside the matrix; without these, they
@@ -252,6 +281,8 @@ are where 'calibrate' puts them.)",
        .examples = {"quen-shs view sensor/frame.fits --stretch zscale --calibration sensor --slopes sensor/slopes.fits",
                     "quen-shs view sensor/data/M2S.fits --png m2s.png"},
        .arguments = {Positional("FILE", "FITS file", command->file),
+                     Extension("Extension that holds the frame", command->extension),
+                     Number("--plane", "Frame of a cube, counted from 1", "", 1, kMostPlanes, command->plane),
                      OneOf("--stretch",
                            "Shades of a frame; auto is percentile for counts from 0 to 65535, log for others",
                            workbench::StretchWords(), command->stretch),
