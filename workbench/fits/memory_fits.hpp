@@ -14,7 +14,10 @@ namespace quen::workbench {
 /// CFITSIO fails, which it does when memory runs out.
 class MemoryFits {
  public:
-  MemoryFits();
+  /// Whether the comments of its checksums say when they were made. Without dates equal contents are equal bytes.
+  enum class Dates { kToday, kNone };
+
+  explicit MemoryFits(Dates dates = Dates::kToday);
 
   /// The primary image, to be written with the library's functions. Ask for it before the first table is appended.
   [[nodiscard]] const quen::common::Fits::Handle& Image() const { return handle_; }
@@ -30,6 +33,9 @@ class MemoryFits {
  private:
   struct Memory;
 
+  void WriteCheckSums();
+
+  Dates dates_;
   std::unique_ptr<Memory, void (*)(Memory*)> memory_;  // outlives the file that CFITSIO keeps there
   quen::common::Fits::Handle handle_;
 };

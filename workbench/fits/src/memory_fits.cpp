@@ -1,5 +1,6 @@
 #include "workbench/fits/memory_fits.hpp"
 
+#include <array>
 #include <cstdlib>
 
 #include "workbench/fits/src/cfitsio_status.hpp"
@@ -27,8 +28,9 @@ void Close(HandleType* handle) {
 
 }  // namespace
 
-MemoryFits::MemoryFits()
-    : memory_(
+MemoryFits::MemoryFits(Dates dates)
+    : dates_(dates),
+      memory_(
           new Memory,
           [](Memory* memory) {
             std::free(memory->bytes);  // NOLINT(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory): realloc's
@@ -41,15 +43,34 @@ MemoryFits::MemoryFits()
   int type = 0;
   fits_create_memfile(&handle_->file, &memory_->bytes, &memory_->size, kGrowth, std::realloc, &status);
   fits_delete_hdu(handle_->file, &type, &status);  // leaves an empty image
+  Check(status);
+  WriteCheckSums();
+}
+
+void MemoryFits::WriteCheckSums() {
+  int status = 0;
   fits_write_chksum(handle_->file, &status);
+  if (dates_ == Dates::kNone) {
+    // The checksum is a text which makes the sum over the HDU minus zero; as long as it is sixteen zeros, the sum is
+    // what it has to make up for.
+    constexpr int kComplement = 1;
+    constexpr const char* kCheckSum = "CHECKSUM";
+    constexpr const char* kCheckSumComment = "HDU checksum";
+    unsigned long data_sum = 0;
+    unsigned long sum = 0;
+    std::array<char, FLEN_VALUE> text{};
+    fits_modify_comment(handle_->file, "DATASUM", "data unit checksum", &status);
+    fits_modify_key_str(handle_->file, kCheckSum, "0000000000000000", kCheckSumComment, &status);
+    fits_get_chksum(handle_->file, &data_sum, &sum, &status);
+    fits_encode_chksum(sum, kComplement, text.data());
+    fits_modify_key_str(handle_->file, kCheckSum, text.data(), kCheckSumComment, &status);
+  }
   Check(status);
 }
 
 const Handle& MemoryFits::AddTable(const std::string& name,
                                    const std::vector<std::pair<std::string, std::string>>& columns) {
-  int status = 0;
-  fits_write_chksum(handle_->file, &status);
-  Check(status);
+  WriteCheckSums();
   handle_->extension = name;
   handle_->hdu_type = -1;
   quen::common::Fits::WriteTable(handle_, columns);
@@ -57,9 +78,9 @@ const Handle& MemoryFits::AddTable(const std::string& name,
 }
 
 std::string MemoryFits::Bytes() {
+  WriteCheckSums();
   int status = 0;
   LONGLONG end = 0;
-  fits_write_chksum(handle_->file, &status);
   fits_flush_file(handle_->file, &status);
   fits_get_hduaddrll(handle_->file, nullptr, nullptr, &end, &status);
   Check(status);
