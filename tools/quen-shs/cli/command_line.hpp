@@ -39,10 +39,17 @@ struct Verb {
   std::vector<std::string> examples;  ///< command lines
   std::vector<Argument> arguments = {};
   std::vector<std::vector<std::string>> alternatives = {};  ///< names of arguments of which at most one may be given
-  std::function<void()> action;                             ///< once the arguments have filled their variables
+  std::function<void()> action = {};                        ///< once the arguments have filled their variables
+  std::vector<Verb> verbs = {};                             ///< of which one follows, in place of arguments and action
 
   /// An argument's line in help and manual: its own description, and what it cannot be given with.
   [[nodiscard]] std::string DescriptionOf(const Argument& argument) const;
+};
+
+/// A verb and the words that lead to it, "campaign plan" for instance.
+struct NamedVerb {
+  std::string name;
+  const Verb* verb;
 };
 
 class CommandLine {
@@ -55,6 +62,8 @@ class CommandLine {
 
   /// In the order in which they were added.
   [[nodiscard]] const std::vector<Verb>& Verbs() const { return verbs_; }
+  /// The same, each with those that may follow it behind it.
+  [[nodiscard]] std::vector<NamedVerb> AllVerbs() const;
 
  private:
   std::vector<Verb> verbs_;

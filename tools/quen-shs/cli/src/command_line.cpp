@@ -61,12 +61,25 @@ void AddArgument(CLI::App& app, const Argument& argument, const std::string& des
   if (argument.may_be_repeated) option->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
-CLI::App* AddVerb(CLI::App& app, const Verb& verb) {
+/// A verb as the parser has it.
+struct Parsed {
+  const Verb* verb;
+  const CLI::App* app;
+};
+
+/// Adds a verb and those that may follow it.
+/// @param parsed  gets those that have an action
+void AddVerb(CLI::App& app, const Verb& verb, std::vector<Parsed>& parsed) {
   CLI::App* const subcommand = app.add_subcommand(verb.name, verb.summary);
   subcommand->footer(Footer(verb))->group("Verbs");
   subcommand->set_help_flag(kHelp.name, kHelp.what);
   for (const Argument& argument : verb.arguments) AddArgument(*subcommand, argument, verb.DescriptionOf(argument));
-  return subcommand;
+  for (const Verb& next : verb.verbs) AddVerb(*subcommand, next, parsed);
+  if (verb.verbs.empty()) {
+    parsed.push_back({&verb, subcommand});
+  } else {
+    subcommand->require_subcommand(1);
+  }
 }
 
 void SetWords(CLI::App& app) {
@@ -92,21 +105,21 @@ bool Is(const CLI::ParseError& error) {
   return dynamic_cast<const Error*>(&error) != nullptr;
 }
 
-/// The first argument is no verb.
-std::string NoVerb(const CLI::App& app, const std::vector<Verb>& verbs) {
+/// There is no verb where one is due.
+/// @param place  "VERB", or the verb that it is to follow
+std::string NoVerb(const std::string& place, const CLI::App& app, const std::vector<Verb>& verbs) {
   std::vector<std::string> names;
   std::ranges::transform(verbs, std::back_inserter(names), &Verb::name);
   const std::vector<std::string> others = app.remaining();
-  return fmt::format("VERB: expected one of {}, found {}", fmt::join(names, ", "),
+  return fmt::format("{}: expected one of {}, found {}", place, fmt::join(names, ", "),
                      others.empty() ? "none" : others.front());
 }
 
-std::string NotTaken(const CLI::App& verb) {
+std::string NotTaken(const std::string& name, const CLI::App& verb) {
   const std::vector<std::string> others = verb.remaining();
   const auto option = std::ranges::find_if(others, [](const std::string& text) { return text.starts_with('-'); });
-  if (option != others.end()) return fmt::format("{}: expected its own options, found {}", verb.get_name(), *option);
-  return fmt::format("{}: expected no further argument, found {}", verb.get_name(),
-                     others.empty() ? "one" : others.front());
+  if (option != others.end()) return fmt::format("{}: expected its own options, found {}", name, *option);
+  return fmt::format("{}: expected no further argument, found {}", name, others.empty() ? "one" : others.front());
 }
 
 /// The name that one of CLI11's sentences begins with.
@@ -124,10 +137,19 @@ std::string WrongCount(const CLI::App& verb, const std::string& name) {
 /// another form for each case.
 /// @param app  after its parsing has failed with `error`
 std::string WhatIsWrong(const CLI::App& app, const CLI::ParseError& error, const std::vector<Verb>& verbs) {
-  if (app.get_subcommands().empty()) return NoVerb(app, verbs);
-  const CLI::App& verb = *app.get_subcommands().front();
+  if (app.get_subcommands().empty()) return NoVerb("VERB", app, verbs);
+  const CLI::App* found = app.get_subcommands().front();
+  std::string name = found->get_name();
+  const auto* next = &std::ranges::find(verbs, name, &Verb::name)->verbs;
+  while (!next->empty()) {
+    if (found->get_subcommands().empty()) return NoVerb(name, *found, *next);
+    found = found->get_subcommands().front();
+    next = &std::ranges::find(*next, found->get_name(), &Verb::name)->verbs;
+    name += " " + found->get_name();
+  }
+  const CLI::App& verb = *found;
   if (Is<CLI::RequiredError>(error)) return FirstWord(error.what()) + ": expected a name, found none";
-  if (Is<CLI::ExtrasError>(error)) return NotTaken(verb);
+  if (Is<CLI::ExtrasError>(error)) return NotTaken(name, verb);
   if (Is<CLI::ArgumentMismatch>(error)) return WrongCount(verb, FirstWord(error.what()));
   return error.what();
 }
@@ -177,13 +199,13 @@ int CommandLine::Run(int argc, char** argv) const {
   CLI::App app(kToolSummary);
   SetWords(app);
   app.require_subcommand(1);
-  std::vector<const CLI::App*> subcommands;
-  for (const Verb& verb : verbs_) subcommands.push_back(AddVerb(app, verb));
+  std::vector<Parsed> parsed;
+  for (const Verb& verb : verbs_) AddVerb(app, verb, parsed);
   try {
     app.parse(argc, argv);
-    for (std::size_t k = 0; k < verbs_.size(); ++k) {
-      RequireOneOfAlternatives(*subcommands[k], verbs_[k]);
-      RequireWhatArgumentsNeed(*subcommands[k], verbs_[k]);
+    for (const auto& [verb, subcommand] : parsed) {
+      RequireOneOfAlternatives(*subcommand, *verb);
+      RequireWhatArgumentsNeed(*subcommand, *verb);
     }
   } catch (const CLI::Success& asked) {
     std::ostringstream text;
@@ -194,10 +216,27 @@ int CommandLine::Run(int argc, char** argv) const {
     std::cerr << workbench::Sentence(WhatIsWrong(app, error, verbs_)) << "\nRun with --help for more information.\n";
     return kWrongUsage;
   }
-  for (std::size_t k = 0; k < verbs_.size(); ++k) {
-    if (subcommands[k]->parsed()) verbs_[k].action();
+  for (const auto& [verb, subcommand] : parsed) {
+    if (subcommand->parsed()) verb->action();
   }
   return 0;
+}
+
+namespace {
+
+void AddNames(const std::string& before, const std::vector<Verb>& verbs, std::vector<NamedVerb>& names) {
+  for (const Verb& verb : verbs) {
+    names.push_back({before + verb.name, &verb});
+    AddNames(before + verb.name + " ", verb.verbs, names);
+  }
+}
+
+}  // namespace
+
+std::vector<NamedVerb> CommandLine::AllVerbs() const {
+  std::vector<NamedVerb> names;
+  AddNames("", verbs_, names);
+  return names;
 }
 
 }  // namespace quen::tool

@@ -3,6 +3,9 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "tools/quen-shs/cli/src/paragraphs.hpp"
 
 namespace quen::tool {
@@ -54,11 +57,16 @@ std::string ExitStatus() { return Section("EXIT STATUS") + kExitCodes + "\n"; }
 
 // --- Pages
 
-std::string PageName(const Verb& verb) { return fmt::format("{}-{}", kToolName, verb.name); }
+/// @param verb  as it is called, "campaign plan"
+std::string PageName(std::string verb) {
+  std::ranges::replace(verb, ' ', '-');
+  return fmt::format("{}-{}", kToolName, verb);
+}
 
-std::string Synopsis(const Verb& verb) {
-  std::string text =
-      Section("SYNOPSIS") + ".B " + Escaped(kToolName) + "\n.B " + Escaped(verb.name) + "\n[\\fIOPTION\\fR...]";
+std::string Synopsis(const std::string& name, const Verb& verb) {
+  const std::string call = Section("SYNOPSIS") + ".B " + Escaped(kToolName) + "\n.B " + Escaped(name) + "\n";
+  if (!verb.verbs.empty()) return call + "\\fIVERB\\fR [\\fIARGUMENT\\fR...]\n";
+  std::string text = call + "[\\fIOPTION\\fR...]";
   for (const Argument& argument : verb.arguments) {
     if (!argument.IsPositional()) continue;
     text += argument.is_required ? " " + Italic(argument.name) : " [" + Italic(argument.name) + "]";
@@ -83,20 +91,26 @@ std::string Options(const Verb& verb) {
   return text;
 }
 
-std::string VerbPage(const Verb& verb) {
-  return Title(PageName(verb)) + Name(PageName(verb), verb.summary) + Synopsis(verb) + Description(verb) +
-         Options(verb) + ExamplesSection(verb.examples) + ExitStatus() + Section("SEE ALSO") + ".BR " +
-         Escaped(kToolName) + " (1)\n";
+/// What may follow a verb; empty if nothing may.
+std::string NextVerbs(const std::string& name, const std::vector<Verb>& verbs) {
+  std::string text;
+  for (const Verb& verb : verbs) {
+    text += Entry(".BR " + Escaped(PageName(name + verb.name)) + " (1)", Escaped(verb.summary));
+  }
+  return text.empty() ? "" : Section("VERBS") + text;
+}
+
+std::string VerbPage(const std::string& name, const Verb& verb) {
+  return Title(PageName(name)) + Name(PageName(name), verb.summary) + Synopsis(name, verb) + Description(verb) +
+         NextVerbs(name + " ", verb.verbs) + Options(verb) + ExamplesSection(verb.examples) + ExitStatus() +
+         Section("SEE ALSO") + ".BR " + Escaped(kToolName) + " (1)\n";
 }
 
 std::string ToolPage(const CommandLine& line) {
-  std::string text = Title(kToolName) + Name(kToolName, kToolSummary) + Section("SYNOPSIS") + ".B " +
-                     Escaped(kToolName) + "\n\\fIVERB\\fR [\\fIARGUMENT\\fR...]\n" + Section("DESCRIPTION") +
-                     "Each verb has a manual page of its own, and tells of itself with\n" + Bold("--help") + ".\n" +
-                     Section("VERBS");
-  for (const Verb& verb : line.Verbs()) {
-    text += Entry(".BR " + Escaped(PageName(verb)) + " (1)", Escaped(verb.summary));
-  }
+  const std::string text = Title(kToolName) + Name(kToolName, kToolSummary) + Section("SYNOPSIS") + ".B " +
+                           Escaped(kToolName) + "\n\\fIVERB\\fR [\\fIARGUMENT\\fR...]\n" + Section("DESCRIPTION") +
+                           "Each verb has a manual page of its own, and tells of itself with\n" + Bold("--help") +
+                           ".\n" + NextVerbs("", line.Verbs());
   return text + Section("OPTIONS") + Entry(Bold(kHelp.name), kHelp.what) + Entry(Bold(kVersion.name), kVersion.what) +
          Section("ENVIRONMENT") + Escaped(kEnvironment) + "\n" + ExamplesSection(ToolExamples()) + ExitStatus();
 }
@@ -107,35 +121,46 @@ std::string Reply(const std::vector<std::string>& words) {
   return fmt::format("mapfile -t COMPREPLY < <(compgen -W \"{}\" -- \"$word\")", fmt::join(words, " "));
 }
 
+std::vector<std::string> NamesOf(const std::vector<Verb>& verbs) {
+  std::vector<std::string> names;
+  std::ranges::transform(verbs, std::back_inserter(names), &Verb::name);
+  return names;
+}
+
 }  // namespace
 
 std::vector<std::string> ManualPageNames(const CommandLine& line) {
   std::vector<std::string> names = {kToolName};
-  for (const Verb& verb : line.Verbs()) names.push_back(PageName(verb));
+  for (const auto& [name, verb] : line.AllVerbs()) names.push_back(PageName(name));
   return names;
 }
 
 std::string ManualPage(const CommandLine& line, const std::string& name) {
-  for (const Verb& verb : line.Verbs()) {
-    if (name == PageName(verb)) return VerbPage(verb);
+  for (const auto& [words, verb] : line.AllVerbs()) {
+    if (name == PageName(words)) return VerbPage(words, *verb);
   }
   return ToolPage(line);
 }
 
 std::string BashCompletion(const CommandLine& line) {
-  std::vector<std::string> verbs;
+  std::string groups;  // verbs that another one follows
   std::string values;
   std::string options;
-  for (const Verb& verb : line.Verbs()) {
-    verbs.push_back(verb.name);
+  for (const auto& [name, verb] : line.AllVerbs()) {
+    if (!verb->verbs.empty()) {
+      groups += fmt::format(
+          "  if [ \"$verb\" = \"{}\" ]; then\n    [ \"$COMP_CWORD\" -gt 2 ] || {{ {}; return; }}\n"
+          "    verb+=\" ${{COMP_WORDS[2]}}\"\n  fi\n",
+          name, Reply(NamesOf(verb->verbs)));
+    }
     std::vector<std::string> names = {"--help"};
-    for (const Argument& argument : verb.arguments) {
+    for (const Argument& argument : verb->arguments) {
       if (argument.IsPositional()) continue;
       names.push_back(argument.name);
       if (argument.words.empty()) continue;
-      values += fmt::format("    \"{} {}\") {}; return ;;\n", verb.name, argument.name, Reply(argument.words));
+      values += fmt::format("    \"{} {}\") {}; return ;;\n", name, argument.name, Reply(argument.words));
     }
-    options += fmt::format("    {}) {} ;;\n", verb.name, Reply(names));
+    options += fmt::format("    \"{}\") {} ;;\n", name, Reply(names));
   }
   return fmt::format(
       "# bash completion for quen-shs; read it with: . <(quen-shs completion)\n"
@@ -146,16 +171,18 @@ std::string BashCompletion(const CommandLine& line) {
       "    {}\n"
       "    return\n"
       "  fi\n"
-      "  case \"${{COMP_WORDS[1]}} ${{COMP_WORDS[COMP_CWORD-1]}}\" in\n"
+      "  local verb=${{COMP_WORDS[1]}}\n"
+      "{}"
+      "  case \"$verb ${{COMP_WORDS[COMP_CWORD-1]}}\" in\n"
       "{}"
       "  esac\n"
       "  [[ $word == -* ]] || return\n"
-      "  case \"${{COMP_WORDS[1]}}\" in\n"
+      "  case \"$verb\" in\n"
       "{}"
       "  esac\n"
       "}}\n"
       "complete -o default -F _quen_shs quen-shs\n",
-      Reply(verbs), values, options);
+      Reply(NamesOf(line.Verbs())), groups, values, options);
 }
 
 }  // namespace quen::tool

@@ -12,6 +12,7 @@
 namespace quen::tool {
 namespace {
 
+constexpr double kFew = 10.0;  // per second, of which decimals are told
 constexpr auto kInterval = std::chrono::milliseconds(200);
 constexpr const char* kClearLine = "\r\033[K";
 
@@ -24,7 +25,8 @@ int TerminalWidth() {
 
 }  // namespace
 
-Progress::Progress(int total) : total_(total), on_terminal_(isatty(STDERR_FILENO) == 1) {}
+Progress::Progress(int total, const char* unit)
+    : total_(total), unit_(unit), on_terminal_(isatty(STDERR_FILENO) == 1) {}
 
 Progress::~Progress() {
   if (on_terminal_) static_cast<void>(std::fputs(kClearLine, stderr));
@@ -39,8 +41,8 @@ void Progress::Step() {
   shown_ = Clock::now();
   const double rate = Rate();
   std::array<char, 100> line{};
-  static_cast<void>(std::snprintf(line.data(), line.size(), "frame %d of %d, %.0f s left, %.0f frames/s", done_, total_,
-                                  (total_ - done_) / rate, rate));
+  static_cast<void>(std::snprintf(line.data(), line.size(), "%s %d of %d, %.0f s left, %.*f %ss/s", unit_, done_,
+                                  total_, (total_ - done_) / rate, rate < kFew ? 2 : 0, rate, unit_));
   // The last column stays free: some terminals go to the next line after it.
   static_cast<void>(std::fprintf(stderr, "%s%.*s", kClearLine, std::max(TerminalWidth() - 1, 0), line.data()));
   static_cast<void>(std::fflush(stderr));
