@@ -25,14 +25,14 @@ void Line(cairo_t* cr, double x1, double y1, double x2, double y2) {
 
 /// Points of a curve that lie in the same column of pixels. A stroke shows no more of them than their extremes, and
 /// Cairo takes seconds for a hundred thousand points.
-struct Column {
+struct PixelColumn {
   double x;
   double top;
   double bottom;
   double last;
 };
 
-void LineThrough(cairo_t* cr, const Column& column) {
+void LineThrough(cairo_t* cr, const PixelColumn& column) {
   cairo_line_to(cr, column.x, column.top);
   if (column.top == column.bottom) return;
   cairo_line_to(cr, column.x, column.bottom);
@@ -124,7 +124,7 @@ void Plot::DrawCurve(const Colour& colour, std::size_t count, const std::functio
                      const std::function<double(std::size_t)>& y) const {
   Use(cr_, colour);
   cairo_new_path(cr_);  // text leaves a point
-  std::optional<Column> column;
+  std::optional<PixelColumn> column;
   for (std::size_t k = 0; k < count; ++k) {
     if (!std::isfinite(x(k)) || !std::isfinite(y(k))) continue;
     const double place_x = X(x(k));
