@@ -207,6 +207,13 @@ if(QUEN_BUILD_TOOLS)
             testing/malloc_calls.cpp
     LIBRARIES quen_workbench)
   quen_add_test(
+    campaign_test
+    LABEL workbench
+    SOURCES workbench/campaign/test/campaign_test.cpp
+            workbench/campaign/test/execution_test.cpp
+            workbench/campaign/test/result_files_test.cpp
+    LIBRARIES quen_workbench fmt::fmt)
+  quen_add_test(
     check_planted_test
     LABEL workbench
     SOURCES workbench/check/test/planted.cpp workbench/check/test/planted_generator_test.cpp
@@ -216,6 +223,7 @@ if(QUEN_BUILD_TOOLS)
     quen_shs_test
     LABEL tool
     SOURCES tools/quen-shs/test/camera_frames_test.cpp
+            tools/quen-shs/test/campaign_verb_test.cpp
             tools/quen-shs/test/check_verb_test.cpp
             tools/quen-shs/test/command_line_test.cpp
             tools/quen-shs/test/demo_test.cpp
@@ -251,6 +259,14 @@ if(QUEN_BUILD_TOOLS)
     set_tests_properties(FilesOfRuns.${class} PROPERTIES LABELS tool TIMEOUT 600 COST 150)
   endforeach()
   set_tests_properties(FilesOfRuns.Traced PROPERTIES COST 200) # of all tests the longest
+endif()
+
+# --- Campaigns, from outside.
+if(QUEN_BUILD_TOOLS)
+  add_test(NAME CampaignRuns.AreKilledAndGoOn COMMAND ${QUEN_PYTHON} tools/quen-shs/test/campaign_runs.py
+                                                      $<TARGET_FILE:quen-shs>
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(CampaignRuns.AreKilledAndGoOn PROPERTIES LABELS tool TIMEOUT 600)
 endif()
 
 # --- The order of the rooms.

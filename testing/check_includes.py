@@ -25,7 +25,7 @@ ORDER = [
     ["workbench/engines"],
     ["workbench/sensor"],
     ["workbench/loop", "workbench/check"],
-    ["workbench/pictures"],
+    ["workbench/pictures", "workbench/campaign"],
     ["tools/quen-shs/cli", "python"],
     ["tools/quen-shs/verbs"],
     ["tools/quen-shs"],

@@ -72,9 +72,10 @@ done
 export PKG_CONFIG_PATH='' PKG_CONFIG_LIBDIR="$work/packages"
 without_others="-DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON -DCMAKE_DISABLE_FIND_PACKAGE_Eigen3=ON
                 -DCMAKE_DISABLE_FIND_PACKAGE_fmt=ON -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON
-                -DCMAKE_DISABLE_FIND_PACKAGE_ZLIB=ON"
-missing='the host tool quen-shs needs CLI11, Eigen3, fmt, nlohmann_json, ZLIB, cairo; on Debian: apt install'
-missing="$missing libcli11-dev libeigen3-dev libfmt-dev nlohmann-json3-dev zlib1g-dev libcairo2-dev"
+                -DCMAKE_DISABLE_FIND_PACKAGE_tomlplusplus=ON -DCMAKE_DISABLE_FIND_PACKAGE_ZLIB=ON"
+missing='the host tool quen-shs needs CLI11, Eigen3, fmt, nlohmann_json, tomlplusplus, ZLIB, cairo; on Debian: apt'
+missing="$missing install libcli11-dev libeigen3-dev libfmt-dev nlohmann-json3-dev libtomlplusplus-dev zlib1g-dev"
+missing="$missing libcairo2-dev"
 
 # shellcheck disable=SC2086  # a list of words
 configure $without_others || fail "the library does not configure alone"

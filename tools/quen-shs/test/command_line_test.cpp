@@ -31,8 +31,8 @@ std::uint32_t BigEndian(const std::vector<char>& bytes, std::size_t offset) {
   return value;
 }
 
-constexpr std::array kVerbs = {"calibrate", "check", "frame",    "measure", "view",
-                               "score",     "loop",  "detector", "manual",  "completion"};
+constexpr std::array kVerbs = {"calibrate", "check",    "frame",    "measure", "view",      "score",
+                               "loop",      "campaign", "detector", "manual",  "completion"};
 
 std::string NoVerb(const std::string& found) {
   return fmt::format("VERB: expected one of {}, found {}", fmt::join(kVerbs, ", "), found);
@@ -41,6 +41,8 @@ std::string NoVerb(const std::string& found) {
 TEST(CommandLine, HelpExitsWithZero) {
   std::vector<std::string> helps = {"--help"};
   for (const std::string verb : kVerbs) helps.push_back(verb + " --help");
+  for (const std::string verb : {"plan", "run", "status", "merge", "plot", "show"})
+    helps.push_back("campaign " + verb + " --help");
   for (const std::string& arguments : helps) {
     const Outcome outcome = QuenShs(arguments);
     EXPECT_EQ(outcome.exit_code, 0) << arguments;
@@ -85,6 +87,13 @@ TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
       {"calibrate x y", "calibrate: expected no further argument, found y"},
       {"calibrate x y z", "calibrate: expected no further argument, found y"},
       {"calibrate --force=3 x", "--force: expected no value, found one"},
+      {"campaign", "campaign: expected one of plan, run, status, merge, plot, show, found none"},
+      {"campaign dance", "campaign: expected one of plan, run, status, merge, plot, show, found dance"},
+      {"campaign plan", "FILE: expected a name, found none"},
+      {"campaign plan x y", "campaign plan: expected no further argument, found y"},
+      {"campaign plan x --nois 3", "campaign plan: expected its own options, found --nois"},
+      {"campaign run x --shard 3/2", "--shard: expected I/N, 1 <= I <= N <= 100000, found 3/2"},
+      {"campaign run x --jobs 0", "--jobs: expected a whole number from 1 to 256, found 0"},
       {"loop x --nois 3", "loop: expected its own options, found --nois"},
       {"loop x -f", "loop: expected its own options, found -f"},
       {"loop x --noise", "--noise: expected NUMBER, found none"},

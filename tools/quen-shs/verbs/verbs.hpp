@@ -16,6 +16,7 @@ void AddMeasure(CommandLine& line);
 void AddView(CommandLine& line);
 void AddScore(CommandLine& line);
 void AddLoop(CommandLine& line);
+void AddCampaign(CommandLine& line);
 void AddDetector(CommandLine& line);
 void AddManual(CommandLine& line);
 void AddCompletion(CommandLine& line);

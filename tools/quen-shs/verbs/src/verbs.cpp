@@ -3,8 +3,8 @@
 namespace quen::tool {
 
 void AddVerbs(CommandLine& line) {
-  for (const auto add : {AddCalibrate, AddCheck, AddFrame, AddMeasure, AddView, AddScore, AddLoop, AddDetector,
-                         AddManual, AddCompletion}) {
+  for (const auto add : {AddCalibrate, AddCheck, AddFrame, AddMeasure, AddView, AddScore, AddLoop, AddCampaign,
+                         AddDetector, AddManual, AddCompletion}) {
     add(line);
   }
 }

@@ -1,0 +1,140 @@
+#!/usr/bin/env python3
+"""A campaign from outside: killed at random moments, run by two processes at once, and its tables against numpy.
+
+    campaign_runs.py QUEN_SHS [TEST...]
+"""
+
+import json
+import os
+import pathlib
+import random
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+import numpy as np
+from astropy.table import Table
+
+TOOL = ""
+KILLS = 100
+RUNS = 400
+CAMPAIGN = """
+verb = "score"
+calibration = "sensor"
+frames = 1
+repeats = 50
+[axes]
+engine = ["weighted", "brightest"]
+noise = { from = 0, to = 30, step = 10 }
+"""
+
+
+def tool(*arguments, check=True):
+    return subprocess.run([TOOL, *arguments], capture_output=True, text=True, check=check)
+
+
+class Campaigns(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        # pylint: disable=consider-using-with
+        cls.temporary = tempfile.TemporaryDirectory()
+        cls.folder = pathlib.Path(cls.temporary.name)
+        tool("calibrate", str(cls.folder / "sensor"))
+        cls.file = cls.folder / "scores.toml"
+        cls.file.write_text(CAMPAIGN, encoding="utf-8")
+        cls.command = [TOOL, "campaign", "run", str(cls.file), "--output"]
+        cls.plain = cls.folder / "plain"
+        subprocess.run([*cls.command, str(cls.plain)], check=True, capture_output=True)
+        tool("campaign", "merge", str(cls.plain))
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.temporary.cleanup()
+
+    def assert_equals_plain(self, folder):
+        tool("campaign", "merge", str(folder))
+        for name in ("runs.fits", "points.fits"):
+            self.assertEqual((folder / name).read_bytes(), (self.plain / name).read_bytes(), name)
+
+    def done(self, folder):
+        return json.loads(tool("campaign", "status", str(folder), "--json").stdout)["done"]
+
+    def test_kills(self):
+        generator = random.Random(1)
+        folder = self.folder / "killed"
+        done = 0
+        for kill in range(KILLS):
+            shard = generator.choice(["1/1", "1/2", "2/2", "2/3"])
+            with subprocess.Popen([*self.command, str(folder), "--jobs", generator.choice("12"), "--shard", shard],
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as process:
+                time.sleep(generator.uniform(0.0, 0.15))
+                process.send_signal(signal.SIGKILL)
+            if (folder / "campaign.json").exists():
+                now = self.done(folder)
+                self.assertGreaterEqual(now, done, kill)
+                done = now
+        print(f"{done} of {RUNS} runs done after {KILLS} kills", file=sys.stderr)
+        subprocess.run([*self.command, str(folder)], check=True, capture_output=True)
+        self.assert_equals_plain(folder)
+
+    def test_interruption(self):
+        folder = self.folder / "interrupted"
+        with subprocess.Popen([*self.command, str(folder), "--jobs", "2"], stderr=subprocess.PIPE, text=True) as process:
+            while not (folder / "runs-1-of-1").exists() or self.done(folder) < 3:
+                time.sleep(0.01)
+            process.send_signal(signal.SIGINT)
+            _, error = process.communicate()
+        self.assertEqual(process.returncode, -signal.SIGINT)
+        self.assertEqual(error,
+                         "quen-shs: interrupted; what is finished is kept, and the same command goes on\n")
+        self.assertEqual([name for name in os.listdir(folder) if name.startswith("at-work")], [])
+        subprocess.run([*self.command, str(folder)], check=True, capture_output=True)
+        self.assert_equals_plain(folder)
+
+    def test_two_writers(self):
+        folder = self.folder / "two"
+        # pylint: disable=consider-using-with
+        writers = [subprocess.Popen([*self.command, str(folder), "--jobs", "1"], stdout=subprocess.DEVNULL)
+                   for _ in range(2)]
+        seen = 0
+        while writers[0].poll() is None:
+            if (folder / "campaign.json").exists():
+                status = json.loads(tool("campaign", "status", str(folder), "--json").stdout)
+                self.assertEqual(status["damaged"], 0)
+                seen = max(seen, status["running"])
+        self.assertEqual([writer.wait() for writer in writers], [0, 0])
+        self.assertGreaterEqual(seen, 1)
+        self.assert_equals_plain(folder)
+
+    def test_tables(self):
+        runs = Table.read(self.plain / "runs.fits")
+        points = Table.read(self.plain / "points.fits")
+        self.assertEqual((len(runs), len(points)), (RUNS, 8))
+        self.assertEqual(len(set(runs["seed"])), RUNS)
+        self.assertEqual(runs["rms"].unit, "pixel")
+        for point in points:
+            these = runs[(runs["engine"] == point["engine"]) & (runs["noise"] == point["noise"])]
+            self.assertEqual((len(these), point["runs"], point["failures"]), (50, 50, 0))
+            for name in ("rms", "bias_x", "flux_rms", "failed_spots"):
+                values = np.asarray(these[name])
+                scatter = np.std(values, ddof=1)
+                for statistic, expected in (("mean", np.mean(values)), ("scatter", scatter),
+                                            ("error", scatter / np.sqrt(len(values)))):
+                    np.testing.assert_allclose(point[f"{name}_{statistic}"], expected, rtol=1e-10, atol=1e-15)
+
+    def test_read_only_folder(self):
+        folder = self.folder / "plain-read-only"
+        subprocess.run(["cp", "-r", str(self.plain), str(folder)], check=True)
+        (folder / "runs-1-of-1").unlink()
+        (folder / "runs-1-of-1").mkdir()  # even root cannot write to it
+        result = subprocess.run([*self.command, str(folder)], capture_output=True, text=True, check=False)
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(result.stderr.count("\n"), 1, result.stderr)
+
+
+if __name__ == "__main__":
+    TOOL = os.path.abspath(sys.argv.pop(1))
+    unittest.main()

@@ -1,0 +1,448 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <thread>
+
+#include "tools/quen-shs/cli/progress.hpp"
+#include "tools/quen-shs/cli/report.hpp"
+#include "tools/quen-shs/verbs/src/common_arguments.hpp"
+#include "tools/quen-shs/verbs/verbs.hpp"
+#include "workbench/campaign/campaign.hpp"
+#include "workbench/campaign/campaign_folder.hpp"
+#include "workbench/campaign/execution.hpp"
+#include "workbench/campaign/result_tables.hpp"
+#include "workbench/campaign/runner.hpp"
+#include "workbench/campaign/status.hpp"
+#include "workbench/fits/interruption.hpp"
+#include "workbench/fits/staged_file.hpp"
+#include "workbench/pictures/points_picture.hpp"
+
+namespace quen::tool {
+namespace {
+
+constexpr int kMostJobs = 256;
+
+int Processors() { return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, kMostJobs); }
+
+/// "40 s", "12 min", "3.5 h", "6 days".
+std::string Duration(double seconds) {
+  constexpr double kMinute = 60.0;
+  constexpr double kHour = 3600.0;
+  constexpr double kDay = 86400.0;
+  if (seconds < 2 * kMinute) return fmt::format("{:.0f} s", seconds);
+  if (seconds < 2 * kHour) return fmt::format("{:.0f} min", seconds / kMinute);
+  if (seconds < 2 * kDay) return fmt::format("{:.1f} h", seconds / kHour);
+  return fmt::format("{:.0f} days", seconds / kDay);
+}
+
+Argument CampaignFile(std::string& file) { return Positional("FILE", "Campaign, in TOML or JSON", file); }
+Argument CampaignDir(std::string& folder) { return Positional("DIR", "Folder of the campaign", folder); }
+Argument Jobs(int& jobs) { return Number("--jobs", "Runs at the same time, a thread each", "", 1, kMostJobs, jobs); }
+
+workbench::CampaignInputs InputsOf(const std::string& file) {
+  return workbench::CampaignInputs(workbench::ReadCampaign(workbench::InputFile(file)));
+}
+
+// --- plan
+
+struct PlanArguments {
+  std::string file;
+  int jobs = Processors();
+  bool json = false;
+};
+
+void Plan(const PlanArguments& command) {
+  const workbench::CampaignInputs inputs = InputsOf(command.file);
+  const workbench::Campaign& campaign = inputs.Of();
+  const double seconds = workbench::ExpectedSeconds(inputs) / command.jobs;
+  Report report;
+  report.Add("verb", campaign.verb, "verb", campaign.verb);
+  Json axes = Json::object();
+  for (const workbench::Axis& axis : campaign.axes) {
+    axes[axis.Name()] = axis.Size();
+    const std::string first = workbench::InWords(axis.At(0));
+    const std::string last = workbench::InWords(axis.At(axis.Size() - 1));
+    report.AddLine(fmt::format("{:<24}{} values, {} to {}", "axis " + axis.Name(), axis.Size(), first, last));
+  }
+  report.Add("axes", axes);
+  report.Add("points", campaign.Points(), "points", fmt::format("{}", campaign.Points()));
+  report.Add("repeats", campaign.repeats, "repeats", fmt::format("{}", campaign.repeats));
+  report.Add("runs", campaign.Runs(), "runs", fmt::format("{}", campaign.Runs()));
+  report.Add("expected_seconds", seconds, "expected time",
+             fmt::format("{} with {} jobs here", Duration(seconds), command.jobs));
+  report.Print(command.json);
+}
+
+Verb PlanVerb() {
+  const auto command = std::make_shared<PlanArguments>();
+  return {.name = "plan",
+          .summary = "Check a campaign, and tell how long it will take",
+          .details = R"(
+Checks the campaign whole, each value by the rules of the verb that it runs, and the files that it names. The expected
+time comes from a trial of some of its points.)",
+          .examples = {"quen-shs campaign plan gains.toml"},
+          .arguments = {CampaignFile(command->file), Jobs(command->jobs), JsonFlag(command->json)},
+          .action = [command] { Plan(*command); }};
+}
+
+// --- run
+
+struct RunArguments {
+  std::string file;
+  std::string output;
+  std::string shard = "1/1";
+  workbench::ExecutionOptions options = {.jobs = Processors()};
+  bool json = false;
+};
+
+void RunIt(RunArguments& command) {
+  if (command.output.empty()) throw std::runtime_error("--output: expected a folder for the results, found none");
+  command.options.shard = workbench::ParseShard(command.shard);
+  const workbench::CampaignInputs inputs = InputsOf(command.file);
+  const workbench::CampaignFolder folder = workbench::PrepareFolder(command.output, inputs);
+  workbench::ExecutionCounts counts = workbench::WhatIsToDo(folder, command.options);
+  const std::uint64_t size = command.options.shard.Size(inputs.Of().Runs());
+  const std::uint64_t were_there = size - counts.to_do;
+  double rate = 0.0;
+  try {
+    Progress progress(static_cast<int>(counts.to_do), "run");
+    workbench::Execute(inputs, folder, command.options, counts, [&] { progress.Step(); });
+    rate = progress.Rate();
+  } catch (const workbench::Interrupted&) {
+    throw workbench::Interrupted("interrupted; what is finished is kept, and the same command goes on");
+  }
+  Report report;
+  report.Add("runs", size, "runs",
+             fmt::format("{} (shard {} of {})", size, command.options.shard.number, command.options.shard.of));
+  report.Add("were_there", were_there, "were there", fmt::format("{}", were_there));
+  report.Add("finished", counts.finished, "finished now", fmt::format("{}", counts.finished));
+  report.Add("failed", counts.failed, "failed of these", fmt::format("{}", counts.failed));
+  report.Add("damaged", counts.damaged);
+  if (counts.damaged > 0) {
+    report.AddLine(fmt::format("damaged results, which have been made again: {}, the first {}", counts.damaged,
+                               counts.first_damaged));
+  }
+  report.Add("runs_per_second", rate, "speed", fmt::format("{:.3g} runs/s", rate));
+  report.Print(command.json);
+}
+
+Verb RunVerb() {
+  const auto command = std::make_shared<RunArguments>();
+  return {
+      .name = "run",
+      .summary = "Run what is missing of a campaign",
+      .details = R"(
+Makes the runs that are not yet in the folder. It can be ended at any time, by Ctrl-C too: only the runs that it is at
+are lost, and the same command goes on. Any number of processes, here or on other machines that see the folder, may run
+shards of the same campaign; what they find together is the same, byte by byte, as what one finds alone.
+
+A run that fails, a loop that diverges for instance, is a result with its sentence. A result that is damaged is made
+again. Another campaign in the same folder is refused.)",
+      .examples = {"quen-shs campaign run gains.toml --output gains",
+                   "quen-shs campaign run gains.toml --output gains --shard 3/8 --jobs 1"},
+      .arguments = {CampaignFile(command->file),
+                    Folder("--output", "Folder for the results; made if missing", "must be given", command->output),
+                    Jobs(command->options.jobs),
+                    Checked(
+                        "--shard", "Part I of N of the runs, I from 1 to N", "I/N",
+                        [](const std::string& text) { workbench::ParseShard(text); }, command->shard),
+                    Flag("--retry-failed", "Make the runs that have failed again, too", command->options.retry_failed),
+                    JsonFlag(command->json)},
+      .action = [command] { RunIt(*command); }};
+}
+
+// --- status
+
+struct FolderArguments {
+  std::string folder;
+  bool json = false;
+};
+
+void Status(const FolderArguments& command) {
+  const workbench::CampaignStatus status = workbench::StatusOf(workbench::OpenFolder(command.folder));
+  Report report;
+  const auto count = [&](const std::string& key, std::uint64_t number) {
+    report.Add(key, number, key, fmt::format("{}", number));
+  };
+  count("runs", status.runs);
+  count("done", status.done);
+  count("failed", status.failed);
+  count("missing", status.missing);
+  count("running", status.running);
+  const auto list = [&](const std::string& key, const char* what, const auto& runs) {
+    Json all = Json::array();
+    for (const auto& [run, text] : runs) {
+      all.push_back({{"run", run}, {what, text}});
+      report.AddLine(fmt::format("  {} run {}: {}", key, run, text));
+    }
+    return all;
+  };
+  report.Add("damaged", status.damaged);
+  report.Add("first_failures", list("failed", "sentence", status.first_failures));
+  report.Add("first_damages", list("damaged", "file", status.first_damages));
+  report.Add("runs_per_second", status.rate);
+  report.Add("seconds_left", status.seconds_left ? Json(*status.seconds_left) : Json());
+  if (status.rate > 0.0) report.AddLine(fmt::format("{:<24}{:.3g} runs/s", "speed", status.rate));
+  if (status.seconds_left) report.AddLine(fmt::format("{:<24}{}", "time left", Duration(*status.seconds_left)));
+  report.Print(command.json);
+}
+
+Verb StatusVerb() {
+  const auto command = std::make_shared<FolderArguments>();
+  return {.name = "status",
+          .summary = "Tell how far a campaign is",
+          .details = R"(
+Tells how many runs are done, have failed, are missing or at work, with the sentences of the first that have failed and
+the files of the first that are damaged. Others may be at work on the campaign meanwhile.)",
+          .examples = {"quen-shs campaign status gains"},
+          .arguments = {CampaignDir(command->folder), JsonFlag(command->json)},
+          .action = [command] { Status(*command); }};
+}
+
+// --- merge
+
+struct MergeArguments {
+  std::string folder;
+  std::string output;  ///< folder; that of the campaign if empty
+  bool takes_part = false;
+  bool json = false;
+};
+
+void Merge(const MergeArguments& command) {
+  const std::filesystem::path output = command.output.empty() ? command.folder : command.output;
+  workbench::StagedFiles files({(output / "runs.fits").string(), (output / "points.fits").string()});
+  const workbench::CampaignFolder folder = workbench::OpenFolder(command.folder);
+  workbench::MergedTables tables = workbench::MergeResults(folder, command.takes_part);
+  files.GiveAll({std::move(tables.runs), std::move(tables.points)});
+  files.Commit();
+  Report report;
+  report.AddFiles(files);
+  report.Print(command.json);
+}
+
+Verb MergeVerb() {
+  const auto command = std::make_shared<MergeArguments>();
+  return {.name = "merge",
+          .summary = "Make tables of a campaign's results",
+          .details = R"(
+Writes runs.fits, a row per run with its axes, its seed and its results, and points.fits, a row per point with the mean
+of each result over its repeats, the scatter of a run (the standard deviation, with n - 1), the standard error of the
+mean, and the number of failures, which the means leave out. The bytes of both depend on the campaign alone.)",
+          .examples = {"quen-shs campaign merge gains"},
+          .arguments = {CampaignDir(command->folder),
+                        Folder("--output", "Folder for the tables; made if missing", "DIR", command->output),
+                        Flag("--partial", "Make tables of the runs that are there, though others are missing",
+                             command->takes_part),
+                        JsonFlag(command->json)},
+          .action = [command] { Merge(*command); }};
+}
+
+// --- show
+
+struct ShowArguments {
+  std::string folder;
+  std::size_t run = 0;
+  bool json = false;
+};
+
+void Show(const ShowArguments& command) {
+  const workbench::CampaignFolder folder = workbench::OpenFolder(command.folder);
+  const workbench::Campaign& campaign = folder.campaign;
+  if (command.run >= campaign.Runs()) {
+    throw std::runtime_error(
+        fmt::format("--run: expected a run from 0 to {}, found {}", campaign.Runs() - 1, command.run));
+  }
+  const workbench::RunRecord record = folder.results.Read(command.run, 1).front();
+  const bool is_there = !record.values.empty();
+  Report report;
+  report.Add("run", command.run);
+  report.Add("command", campaign.CommandOf(command.run));
+  report.AddLine(campaign.CommandOf(command.run));
+  Json results = Json::object();
+  for (std::size_t k = 0; k < record.values.size(); ++k) {
+    const workbench::ResultColumn& column = campaign.Rules().results[k];
+    results[column.name] = record.values[k];
+    const char* const gap = *column.unit == '\0' ? "" : " ";
+    report.AddLine(fmt::format("{:<24}{}{}{}", column.name, record.values[k], gap, column.unit));
+  }
+  report.Add("results", is_there ? results : Json());
+  report.Add("failure", record.failure);
+  if (!record.failure.empty()) report.AddLine(fmt::format("{:<24}{}", "failed", record.failure));
+  if (!is_there) report.AddLine("its result is missing");
+  report.Print(command.json);
+}
+
+Verb ShowVerb() {
+  const auto command = std::make_shared<ShowArguments>();
+  constexpr int kMost = static_cast<int>(workbench::kMostRuns);
+  return {.name = "show",
+          .summary = "Print the command that repeats a run by hand",
+          .details = "Prints a command that does the same as a run of the campaign, and the results that are there.",
+          .examples = {"quen-shs campaign show gains --run 1234"},
+          .arguments = {CampaignDir(command->folder), Number("--run", "Number of the run", "", 0, kMost, command->run),
+                        JsonFlag(command->json)},
+          .action = [command] { Show(*command); }};
+}
+
+// --- plot
+
+struct PlotArguments {
+  std::string folder;
+  std::string x;
+  std::string y;
+  std::string curve;  ///< axis; all but those of x and panels if empty
+  std::string panel;  ///< axis; one panel if empty
+  std::string png;    ///< DIR/plot.png if empty
+  bool json = false;
+};
+
+/// @return  its place among the axes
+/// @throws std::runtime_error  there is no such axis
+std::size_t AxisNamed(const workbench::Campaign& campaign, const std::string& argument, const std::string& name) {
+  const auto axis = std::ranges::find(campaign.axes, name, &workbench::Axis::Name);
+  if (axis != campaign.axes.end()) return static_cast<std::size_t>(axis - campaign.axes.begin());
+  std::vector<std::string> names;
+  for (const workbench::Axis& known : campaign.axes) names.push_back(known.Name());
+  throw std::runtime_error(fmt::format("{}: expected one of the axes {}, found {}", argument, fmt::join(names, ", "),
+                                       name.empty() ? "none" : name));
+}
+
+std::size_t ResultNamed(const workbench::Campaign& campaign, const std::string& name) {
+  const std::vector<workbench::ResultColumn>& results = campaign.Rules().results;
+  std::vector<std::string> names;
+  std::ranges::transform(results, std::back_inserter(names), &workbench::ResultColumn::name);
+  const auto result = std::ranges::find(names, name);
+  if (result != names.end()) return static_cast<std::size_t>(result - names.begin());
+  throw std::runtime_error(fmt::format("--y: expected one of the results {}, found {}", fmt::join(names, ", "),
+                                       name.empty() ? "none" : name));
+}
+
+/// Sorts the means of points into panels and curves, in the order in which they come.
+class Curves {
+ public:
+  Curves(const workbench::Campaign& campaign, const PlotArguments& command)
+      : campaign_(campaign), x_(AxisNamed(campaign, "--x", command.x)), y_(ResultNamed(campaign, command.y)) {
+    if (!std::holds_alternative<double>(campaign.axes[x_].At(0))) {
+      throw std::runtime_error(fmt::format("--x: expected an axis of numbers, found {}", command.x));
+    }
+    if (!command.panel.empty()) panel_ = AxisNamed(campaign, "--panel", command.panel);
+    if (!command.curve.empty()) order_.push_back(AxisNamed(campaign, "--curve", command.curve));
+    for (std::size_t k = 0; k < campaign.axes.size(); ++k) {
+      if (k != x_ && panel_ != k && std::ranges::find(order_, k) == order_.end()) order_.push_back(k);
+    }
+    const std::string unit = campaign.Rules().results[y_].unit;
+    title_ = fmt::format("{}{}, mean and its standard error, against {}", command.y, unit.empty() ? "" : " in " + unit,
+                         command.x);
+  }
+
+  void Add(const workbench::PointSummary& summary) {
+    const std::vector<workbench::OptionValue> values = campaign_.ValuesAt(summary.point);
+    std::string name;
+    for (const std::size_t axis : order_) {
+      const bool is_text = std::holds_alternative<std::string>(values[axis]);
+      name += (name.empty() ? "" : ", ") + (is_text ? "" : campaign_.axes[axis].Name() + " ") +
+              workbench::InWords(values[axis]);
+    }
+    const std::string title =
+        panel_ ? fmt::format("{}; {} {}", title_, campaign_.axes[*panel_].Name(), workbench::InWords(values[*panel_]))
+               : title_;
+    const auto& [mean, scatter, standard_error] = summary.results[y_];
+    CurveOf(title, name).points.push_back({std::get<double>(values[x_]), mean, standard_error});
+  }
+
+  [[nodiscard]] const std::vector<workbench::PanelOfCurves>& Panels() const { return panels_; }
+
+ private:
+  workbench::CurveOfPoints& CurveOf(const std::string& title, const std::string& name) {
+    constexpr std::size_t kMost = 20;
+    const auto found = std::ranges::find(panels_, title, &workbench::PanelOfCurves::title);
+    auto& curves = (found != panels_.end() ? *found : panels_.emplace_back(workbench::PanelOfCurves{title, {}})).curves;
+    const auto curve = std::ranges::find(curves, name, &workbench::CurveOfPoints::name);
+    if (curve != curves.end()) return *curve;
+    if (panels_.size() > kMost || curves.size() >= kMost) {
+      throw std::runtime_error(
+          fmt::format("expected {} panels, and {} curves in each, at most; found more", kMost, kMost));
+    }
+    return curves.emplace_back(workbench::CurveOfPoints{name, {}});
+  }
+
+  const workbench::Campaign& campaign_;
+  std::size_t x_;
+  std::size_t y_;
+  std::optional<std::size_t> panel_;
+  std::vector<std::size_t> order_;  ///< axes that name a curve
+  std::string title_;
+  std::vector<workbench::PanelOfCurves> panels_;
+};
+
+void DrawPlot(const PlotArguments& command) {
+  const std::string png =
+      command.png.empty() ? (std::filesystem::path(command.folder) / "plot.png").string() : command.png;
+  workbench::StagedFiles files({png});
+  const workbench::CampaignFolder folder = workbench::OpenFolder(command.folder);
+  Curves curves(folder.campaign, command);
+  workbench::ForEachPoint(folder, [&](const workbench::PointSummary& summary) { curves.Add(summary); });
+  files.Give(png, workbench::DrawPoints(curves.Panels()));
+  files.Commit();
+  Report report;
+  report.AddFiles(files);
+  report.Print(command.json);
+}
+
+Verb PlotVerb() {
+  const auto command = std::make_shared<PlotArguments>();
+  const auto axis = [](const std::string& name, const std::string& what, const std::string& otherwise,
+                       std::string& variable) {
+    Argument argument = Checked(
+        name, what, "AXIS", [](const std::string&) {}, variable);
+    argument.otherwise = otherwise;
+    return argument;
+  };
+  Argument result = Checked(
+      "--y", "Result whose means are drawn", "RESULT", [](const std::string&) {}, command->y);
+  result.otherwise = "must be given";
+  return {.name = "plot",
+          .summary = "Draw means of a result against an axis",
+          .details = R"(
+Draws the mean of a result over the repeats of each point, with its standard error, against an axis of numbers. Runs
+that have failed, or are missing, do not count. There is a curve for each combination of the axes that are neither along
+the picture nor make panels of it.)",
+          .examples = {"quen-shs campaign plot gains --x gain --y residual --curve engine --panel delay"},
+          .arguments = {CampaignDir(command->folder),
+                        axis("--x", "Axis along the picture", "must be given", command->x), result,
+                        axis("--curve", "Axis whose values name the curves first", "the first left", command->curve),
+                        axis("--panel", "Axis with a panel for each value", "one panel", command->panel),
+                        File("--png", "PNG file", "DIR/plot.png", command->png), JsonFlag(command->json)},
+          .action = [command] { DrawPlot(*command); }};
+}
+
+}  // namespace
+
+void AddCampaign(CommandLine& line) {
+  line.Add({.name = "campaign",
+            .summary = "Run a verb with many options, many times over",
+            .details = R"(
+A campaign is a file that says which verb is run, with which values of its options: every combination of its axes, each
+with some repeats that differ in their seeds. It is TOML or JSON; 'quen-shs campaign plan' checks it.)",
+            .list = R"(A campaign:
+  verb = "loop"                      # or "score"
+  calibration = "sensor"             # from the campaign's own folder on, as all files
+  repeats = 20                       # runs of each point [1]
+  seed = 1                           # from which those of the runs follow [1]
+  frames = 1000                      # and any other option of the verb
+  [axes]                             # every combination
+  gain = { from = 0.1, to = 0.9, step = 0.1 }
+  delay = [1, 2]
+  engine = ["weighted", "gaussian-fit"]
+)",
+            .examples = {"quen-shs campaign plan gains.toml", "quen-shs campaign run gains.toml --output gains"},
+            .verbs = {PlanVerb(), RunVerb(), StatusVerb(), MergeVerb(), PlotVerb(), ShowVerb()}});
+}
+
+}  // namespace quen::tool
