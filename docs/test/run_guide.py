@@ -3,7 +3,7 @@
     run_guide.py GUIDE FOLDER_OF_THE_TOOL [--update]
 
 A block ```console holds commands, each after "$ ", and what they print; their exit codes must be 0, or the one in a
-last line "[exit code N]". A block ```python NAME is a file. The folder that all of it runs in is called /home/you. Text
+last line "[exit code N]". A block ```python NAME or ```toml NAME is a file. The folder that all of it runs in is called /home/you. Text
 must be the same; numbers may differ in their third digit, and those that follow from the machine's speed or from
 rounding may differ altogether. With --update the guide is written anew, to be read again.
 """
@@ -16,10 +16,10 @@ import tempfile
 
 HOME = "/home/you"
 PYTHON = os.path.dirname(sys.executable)  # whose python3 the commands are run with
-BLOCK = re.compile(r"^```(console|python (\S+))\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+BLOCK = re.compile(r"^```(console|(?:python|toml) (\S+))\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 NUMBER = re.compile(r"(?<![\w.])[+-]?\d+(?:\.\d+)?(?:e[+-]?\d+)?(?![\w.]*/)")
-# Speeds, the column of times in a table of scores, and which of many equal elements is the worst.
-UNSURE = re.compile(r"\d+ frames/s|\| +\d+ \|$|element \d+, \d+", re.MULTILINE)
+# Speeds, times that are expected, the column of times in a table of scores, and which of many equal elements is the worst.
+UNSURE = re.compile(r"\d+ frames/s|[\d.e+]+ runs/s|^expected time.*|\| +\d+ \|$|element \d+, \d+", re.MULTILINE)
 
 
 def run(command, folder, path):
