@@ -79,8 +79,8 @@ TEST(DisplacementFile, TextThatIsWrongIsNamedByItsLine) {
         path + ": expected 1089 lines \"dx,dy\", one per sub-aperture, found " + std::to_string(count),
         [&] { ReadDisplacements(InputFile(path)); });
   }
-  ExpectThrows<std::runtime_error>((folder / "none") + ": cannot be read: No such file or directory",
-                                   [&] { ReadDisplacements(InputFile(folder / "none")); });
+  ExpectThrows<Unreadable>((folder / "none") + ": cannot be read: No such file or directory",
+                           [&] { ReadDisplacements(InputFile(folder / "none")); });
 }
 
 TEST(DisplacementFile, FitsIsWrittenAndRead) {

@@ -166,14 +166,13 @@ fine; or good. The exit code is 1 where something is wrong, with --strict also w
 The slopes of any smooth wavefront are a gradient: that tells a wrong layout from the right one without knowing the
 modes. It does not tell a flipped sign from a list in mirrored order, which are the same for a mirrored wavefront; both
 are named. Single modes in another layout are told from those of noise, which is measured in each mode's finest details.
-That a control matrix leaves modes out, or gives
-back less of them, is a choice: it is said, and is no mistake.
+That a control matrix leaves modes out, or gives back less of them, is a choice: it is said, and is no mistake.
 
 What the files do not tell, for a right calibration would look the same: both matrices with the wrong sign throughout;
 both mirrored, lists and signs, on a pupil that is its own mirror image, or by columns and with exchanged blocks, or
 turned by 180 degrees; references that are off by less than 0.27 pixels, which lenslet arrays have of their own. What is
 not told, though a close look at the files may: lists that begin one sub-aperture further on, and flags that differ in
-a few sub-apertures, in matrices as noisy as a fifth of their slopes, of which noise hides the seams.
+a few sub-apertures, in matrices as noisy as a fifth of their slopes.
 
 With --png the findings are drawn, each as things stand and as its corrections would have them. With --fix the corrected
 calibration is written to another folder, if what is wrong leaves no choice.)",
