@@ -305,11 +305,11 @@ TEST_F(Verbs, ViewSaysWhatIsWrong) {
   ExpectFailure("view " + File("frame.fits"), 1,
                 "quen-shs: " + File("frame.fits") +
                     ": expected 1373760 bytes, as its header declares, found 5760; the file may be cut short");
-  quen::testing::WriteImage(File("cube.fits"), SHORT_IMG, {4, 3, 2}, {});
+  quen::testing::WriteImage(File("cube.fits"), SHORT_IMG, {4, 3, 2, 2}, {});
   ExpectFailure("view " + File("cube.fits"), 1,
                 "quen-shs: " + File("cube.fits") +
                     ": expected a frame (16 bits), a map of its pixels, a matrix (doubles), or a table \"slopes\", "
-                    "\"rois\", \"telemetry\", \"sweep\" or \"scores\"; found an image of 3 axes with BITPIX 16");
+                    "\"rois\", \"telemetry\", \"sweep\" or \"scores\"; found an image of 4 axes with BITPIX 16");
   ExpectFailure(
       "view " + File("data/M2S.fits") + " --stretch cube", 2,
       "--stretch: expected one of auto, log, zscale, percentile, sqrt, linear, found cube" + std::string(kHint));
