@@ -5,6 +5,8 @@
 toward higher columns and rows. A vector of slopes has the y displacements of the used sub-apertures first, then their x
 displacements.
 
+The examples of the help go on from these lines and from ``from quen_shs import *``.
+
 >>> import numpy as np, quen_shs
 >>> _ = quen_shs.calibrate("sensor", force=True)
 >>> sim = quen_shs.Simulator("sensor", seed=1)

@@ -122,7 +122,8 @@ class Detector(Record):
         Parameters
         ----------
         values : array_like, shape (816, 840)
-            Expected values, `Simulator.frame_values` for instance. float64 in C order is used as it is.
+            Expected values, `Simulator.frame_values` for instance. float64 in C order is used as it is. A frame of pixels
+            is none of these: they have been cut to whole numbers, and its noise is not a camera's.
         frame_number : int
             The same number gives the same noise.
         out : ndarray, optional
@@ -138,13 +139,18 @@ class Detector(Record):
         ValueError
             Another shape.
         TypeError
-            Elements of another type.
+            Elements of another type; uint16, which is a frame of pixels.
 
         Examples
         --------
         >>> Detector(offset=100).expose(np.zeros((816, 840)))[0, 0]
         100
         """
+        if isinstance(values, np.ndarray) and values.dtype == np.uint16:
+            raise TypeError(
+                "values: expected light, found uint16, a frame in which pixels below 0 read as 65535 or a little less; "
+                "give frame_values of the simulator, or values.astype(float) of a frame of another maker"
+            )
         made: _core.Detector = self._core  # type: ignore[attr-defined]
         return made.expose(values, whole("frame_number", frame_number, 0, 2**64 - 1), out)
 

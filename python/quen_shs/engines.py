@@ -323,7 +323,8 @@ class MaximumLikelihoodFit(_CameraEngine):
     Parameters
     ----------
     pixels : {'unsigned', 'signed'}
-        How 16 bits are read: those of a camera or detector, or of the simulator's own frames.
+        How 16 bits are read: 'unsigned' those of a camera or a `Detector`, 'signed' those of the simulator's own
+        frames, whose pixels below 0 would be bright otherwise.
     pedestal : float
         Counts without light, -65535 to 65535.
     ceiling : float, optional

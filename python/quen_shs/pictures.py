@@ -31,6 +31,7 @@ class Picture(bytes):
         Parameters
         ----------
         file : path-like
+            PNG whatever its name. Folders that are missing are made.
 
         Raises
         ------

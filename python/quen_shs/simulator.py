@@ -83,9 +83,10 @@ class Simulator:
         ----------
         dx, dy : array_like, shape (1089,)
             Displacement of each spot along the columns and along the rows, pixels. Arrays of float64 in C order are
-            used as they are.
+            used as they are. One that is not a finite number is no error: its region is dark.
         noise : float
-            Half-width of the uniform noise, in units of pixel values, 0 or more.
+            Half-width of the uniform noise, in units of pixel values, 0 or more. Pixels have 16 bits, with their sign:
+            beyond 32767 they wrap.
         out : ndarray, optional
             Array of uint16, shape (816, 840), for the frame.
         copy : bool
@@ -130,7 +131,8 @@ class Simulator:
         engine : Centroider
             That measures: a ready-made engine, or an object of your own with a method ``compute(frame, roi)``.
         limit : float
-            Largest displacement, pixels, 0 or more; larger ones are cut to it. NaN cuts nothing.
+            Largest displacement, pixels, 0 or more; larger ones are cut to it, infinite ones too. One that is NaN, as
+            engines give it for a spot that they do not find, stays NaN. A limit of NaN cuts nothing.
         frame : array_like, shape (816, 840), optional
             Pixels of uint16 to be measured in place of the last frame, which they replace.
         out : ndarray, optional

@@ -260,7 +260,7 @@ struct Simulator::Loaded {
 Simulator::Simulator(const std::optional<std::string>& folder, std::optional<std::uint32_t> seed)
     : Simulator(Loaded::From(folder), folder.value_or("."), seed) {}
 
-Simulator::Simulator(Loaded loaded, const std::string& folder, std::optional<std::uint32_t> seed)
+Simulator::Simulator(Loaded&& loaded, const std::string& folder, std::optional<std::uint32_t> seed)
     : camera(std::move(loaded.camera)),
       m2s_file(std::move(loaded.m2s_file)),
       flaw(FlawOf(camera, folder)),

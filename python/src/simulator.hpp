@@ -34,7 +34,7 @@ class Simulator {
 
  private:
   struct Loaded;
-  Simulator(Loaded loaded, const std::string& folder, std::optional<std::uint32_t> seed);
+  Simulator(Loaded&& loaded, const std::string& folder, std::optional<std::uint32_t> seed);
 };
 
 void BindSimulator(py::module_& module);

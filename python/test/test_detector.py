@@ -123,6 +123,15 @@ def test_values_may_have_any_layout():
         camera.expose(values * 1j)
 
 
+def test_a_frame_of_pixels_is_no_light(sensor):
+    """Its pixels below 0 would be the brightest of all."""
+    sim = Simulator(sensor, seed=1)
+    frame = sim.compute_frame(np.zeros(1089), np.zeros(1089), noise=10.0)
+    with pytest.raises(TypeError, match="values: expected light, found uint16.*give frame_values of the simulator"):
+        Detector().expose(frame)
+    assert Detector().expose(frame.astype(float)).shape == frame.shape
+
+
 def test_values_that_are_no_numbers_end_nothing():
     for value in (np.nan, np.inf, -np.inf, -1.0, 1e300):
         frame = Detector(read_noise=1, offset=50, em_gain=2).expose(np.full((816, 840), value))

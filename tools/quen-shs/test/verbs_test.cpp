@@ -308,7 +308,8 @@ TEST_F(Verbs, ViewSaysWhatIsWrong) {
   quen::testing::WriteImage(File("cube.fits"), SHORT_IMG, {4, 3, 2, 2}, {});
   ExpectFailure("view " + File("cube.fits"), 1,
                 "quen-shs: " + File("cube.fits") +
-                    ": expected a frame (16 bits), a map of its pixels, a matrix (doubles), or a table \"slopes\", "
+                    ": expected a frame (16 bits), a cube of frames, a map of its pixels, a matrix (doubles), or a "
+                    "table \"slopes\", "
                     "\"rois\", \"telemetry\", \"sweep\" or \"scores\"; found an image of 4 axes with BITPIX 16");
   ExpectFailure(
       "view " + File("data/M2S.fits") + " --stretch cube", 2,

@@ -43,7 +43,9 @@ std::string Duration(double seconds) {
 
 Argument CampaignFile(std::string& file) { return Positional("FILE", "Campaign, in TOML or JSON", file); }
 Argument CampaignDir(std::string& folder) { return Positional("DIR", "Folder of the campaign", folder); }
-Argument Jobs(int& jobs) { return Number("--jobs", "Runs at the same time, a thread each", "", {1.0, kMostJobs}, jobs); }
+Argument Jobs(int& jobs) {
+  return Number("--jobs", "Runs at the same time, a thread each", "", {1.0, kMostJobs}, jobs);
+}
 
 workbench::CampaignInputs InputsOf(const std::string& file) {
   return workbench::CampaignInputs(workbench::ReadCampaign(workbench::InputFile(file)));
@@ -285,8 +287,8 @@ Verb ShowVerb() {
           .summary = "Print the command that repeats a run by hand",
           .details = "Prints a command that does the same as a run of the campaign, and the results that are there.",
           .examples = {"quen-shs campaign show gains --run 1234"},
-          .arguments = {CampaignDir(command->folder), Number("--run", "Number of the run", "", {0.0, kMost}, command->run),
-                        JsonFlag(command->json)},
+          .arguments = {CampaignDir(command->folder),
+                        Number("--run", "Number of the run", "", {0.0, kMost}, command->run), JsonFlag(command->json)},
           .action = [command] { Show(*command); }};
 }
 
