@@ -51,6 +51,7 @@ WithoutLock::WithoutLock() {
   released_.emplace();
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): the interpreter gave its lock away, and knows how to take it back
 WithoutLock::~WithoutLock() {
   if (!released_) return;
   released_.reset();

@@ -66,7 +66,7 @@ class InPlaceOfTheThreads {
 class WithoutLock {
  public:
   WithoutLock();
-  ~WithoutLock();
+  ~WithoutLock();  // NOLINT(bugprone-exception-escape): see its definition
   WithoutLock(const WithoutLock&) = delete;
   WithoutLock& operator=(const WithoutLock&) = delete;
   WithoutLock(WithoutLock&&) = delete;

@@ -131,8 +131,12 @@ double ErrorBound(const workbench::Exposure& exposure) {
 
 // --- Loops
 
+constexpr auto kModes = static_cast<py::ssize_t>(workbench::kNumModes);
+
 /// Modes over time.
-const Shape kModeRows = {kAnyLength, static_cast<py::ssize_t>(workbench::kNumModes)};
+py::array_t<double, py::array::c_style> ModeRows(const py::object& rows, const char* name) {
+  return Input<double>(rows, name, {kAnyLength, kModes});
+}
 
 py::array_t<double> ArrayOf(const workbench::Series& series) {
   py::array_t<double> array(Shape{series.rows(), series.cols()});
@@ -163,7 +167,7 @@ py::array_t<double> ArrayOf(const workbench::LoopRun& run, Eigen::VectorXd workb
 py::tuple RunLoop(const py::object& simulator_object, const py::object& disturbance, const py::object& engine,
                   double gain, double leak, int delay, const workbench::Exposure& exposure) {
   auto& simulator = simulator_object.cast<Simulator&>();
-  const auto modes = Input<double>(disturbance, "disturbance", kModeRows);
+  const auto modes = ModeRows(disturbance, "disturbance");
   if (modes.shape(0) == 0) throw py::value_error("disturbance: expected a frame or more, found none");
   RequireWithin("gain", gain, workbench::LoopLimits::kGain);
   RequireWithin("leak", leak, workbench::LoopLimits::kLeak);
@@ -288,13 +292,13 @@ py::bytes FindingsPicture(const workbench::Examination& examination, const std::
 }
 
 py::bytes LoopPicture(const py::object& disturbance, const py::object& residual) {
-  const auto disturbances = Input<double>(disturbance, "disturbance", kModeRows);
-  const auto residuals = Input<double>(residual, "residual", {disturbances.shape(0), kModeRows.back()});
+  const auto disturbances = ModeRows(disturbance, "disturbance");
+  const auto residuals = Input<double>(residual, "residual", {disturbances.shape(0), kModes});
   if (disturbances.shape(0) == 0) throw py::value_error("disturbance: expected a frame or more, found none");
   std::vector<workbench::FrameRecord> records;
   for (py::ssize_t frame = 0; frame < disturbances.shape(0); ++frame) {
     const auto modes = [frame](const auto& array) {
-      return Eigen::Map<const Eigen::VectorXd>(array.data(frame), kModeRows.back());
+      return Eigen::Map<const Eigen::VectorXd>(array.data(frame), kModes);
     };
     records.push_back({.disturbance = modes(disturbances), .correction = {}, .residual = modes(residuals)});
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <new>
 #include <optional>
 #include <stdexcept>
@@ -28,9 +29,11 @@ bool AreAllThere(const Files& files) { return std::ranges::count(files, nullptr)
 /// In use from now on, if they are all there.
 Files InUse(std::vector<FoundFile>& found) {
   Files files;
-  for (const FoundFile& one : found) files.push_back(one.file ? &*one.file : nullptr);
+  std::ranges::transform(found, std::back_inserter(files),
+                         [](const FoundFile& one) { return one.file ? &*one.file : nullptr; });
   if (!AreAllThere(files)) return files;
   std::vector<InputFile> used;
+  used.reserve(found.size());
   for (FoundFile& one : found) used.push_back(*std::move(one.file));
   UseCalibration(std::move(used));
   std::ranges::transform(CalibrationFiles(), files.begin(), [](const InputFile& file) { return &file; });

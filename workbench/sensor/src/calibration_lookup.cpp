@@ -75,7 +75,7 @@ std::vector<quen::workbench::FoundFile> quen::workbench::FindCalibration(const s
   const std::vector<std::string> paths = CalibrationNames(folder);
   if (std::ranges::all_of(paths, IsMissing)) throw std::runtime_error(Missing(folder, paths.front()));
   std::vector<FoundFile> files;
-  for (const std::string& path : paths) files.push_back(Found(folder, path));
+  std::ranges::transform(paths, std::back_inserter(files), [&](const std::string& path) { return Found(folder, path); });
   return files;
 }
 
