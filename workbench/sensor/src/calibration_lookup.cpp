@@ -75,7 +75,8 @@ std::vector<quen::workbench::FoundFile> quen::workbench::FindCalibration(const s
   const std::vector<std::string> paths = CalibrationNames(folder);
   if (std::ranges::all_of(paths, IsMissing)) throw std::runtime_error(Missing(folder, paths.front()));
   std::vector<FoundFile> files;
-  std::ranges::transform(paths, std::back_inserter(files), [&](const std::string& path) { return Found(folder, path); });
+  std::ranges::transform(paths, std::back_inserter(files),
+                         [&](const std::string& path) { return Found(folder, path); });
   return files;
 }
 

@@ -371,7 +371,8 @@ class Curves {
       throw std::runtime_error(
           fmt::format("expected {} panels, and {} curves in each, at most; found more", kMost, kMost));
     }
-    return curves.emplace_back(workbench::CurveOfPoints{name, {}});
+    curves.push_back({name, {}});
+    return curves.back();
   }
 
   const workbench::Campaign& campaign_;
