@@ -136,6 +136,7 @@ std::optional<Lattice> Lattice::Fit(const std::vector<Roi>& rois) {
   constexpr double kFar = 0.4;  // of a step
   constexpr double kMostOfThem = 0.95;
   constexpr int kRounds = 3;
+  constexpr double kMostPlaces = 1e6;  // along either axis; references of 1e300 lie in no grid that can be counted
   const std::vector<Point> points = References(rois);
   if (points.size() < 2 || !std::ranges::all_of(points, [](const Point& point) { return point.allFinite(); })) {
     return std::nullopt;
@@ -156,6 +157,7 @@ std::optional<Lattice> Lattice::Fit(const std::vector<Roi>& rois) {
   std::size_t near = 0;
   for (const Point& point : points) {
     const Point place = grid.Rounded(point) - lowest;
+    if (!(place.array() < kMostPlaces).all()) return std::nullopt;
     if ((grid.Exact(point) - grid.Rounded(point)).cwiseAbs().maxCoeff() < kFar) ++near;
     lattice.places.push_back({.row = static_cast<int>(place.y()), .column = static_cast<int>(place.x())});
     if (!taken.insert(lattice.places.back()).second) return std::nullopt;
