@@ -51,6 +51,16 @@ std::vector<std::unique_ptr<Reader>> TenReaders() {
   return readers;
 }
 
+/// Publishes a second frame when a process has published the first, and waits for it; it must end well then.
+void ExpectIsWoken(pid_t process, Writer& writer) {
+  while (writer.Count() == 0) std::this_thread::yield();
+  std::this_thread::sleep_for(milliseconds(20));
+  PublishEqual(writer, 2);
+  int status = 1;
+  waitpid(process, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
 std::string ContentOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
@@ -218,12 +228,7 @@ TEST(Reader, OfAnotherProcessIsWoken) {
     PublishEqual(writer, 1);  // tells that it is there
     _exit(WaitForOne(reader, 1) == 2 && !::testing::Test::HasFailure() ? 0 : 1);
   }
-  while (writer.Count() == 0) std::this_thread::yield();
-  std::this_thread::sleep_for(milliseconds(20));
-  PublishEqual(writer, 2);
-  int status = 1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+  ExpectIsWoken(child, writer);
 }
 
 TEST(Reader, OfTheLogIsWokenInAnotherProcess) {
@@ -241,12 +246,7 @@ TEST(Reader, OfTheLogIsWokenInAnotherProcess) {
     const bool took_first = sem_trywait(file.LogSemaphore()) == 0;
     _exit(took_first && sem_clockwait(file.LogSemaphore(), CLOCK_MONOTONIC, &limit) == 0 ? 0 : 1);
   }
-  while (writer.Count() == 0) std::this_thread::yield();
-  std::this_thread::sleep_for(milliseconds(20));
-  PublishEqual(writer, 2);
-  int status = 1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+  ExpectIsWoken(child, writer);
 }
 
 TEST(Reader, EmptiesItsSemaphoreOnAttaching) {

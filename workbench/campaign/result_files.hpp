@@ -81,6 +81,8 @@ class ResultFiles {
 
   [[nodiscard]] std::vector<File> Files() const;
   [[nodiscard]] std::size_t PlaceSize() const;
+  /// Of a run's place behind the check sum.
+  [[nodiscard]] std::uint64_t SumOf(std::uint64_t run, std::string_view bytes) const;
   [[nodiscard]] std::string Encoded(std::uint64_t run, const RunRecord& record) const;
   [[nodiscard]] RunRecord Decoded(std::uint64_t run, std::string_view place) const;
   void ReadFile(const File& file, std::uint64_t first, std::vector<RunRecord>& records) const;

@@ -129,6 +129,13 @@ std::vector<ResultFiles::File> ResultFiles::Files() const {
   return files;
 }
 
+std::uint64_t ResultFiles::SumOf(std::uint64_t run, std::string_view bytes) const {
+  std::string key;
+  Put(key, identity_);
+  Put(key, run);
+  return CheckSum(bytes, CheckSum(key));
+}
+
 std::string ResultFiles::Encoded(std::uint64_t run, const RunRecord& record) const {
   std::string sentence = Plain(record.failure);
   if (sentence.size() > kLongestFailure) sentence = Plain(sentence.substr(0, kLongestFailure - 3)) + "...";
@@ -139,21 +146,14 @@ std::string ResultFiles::Encoded(std::uint64_t run, const RunRecord& record) con
   for (const double value : record.values) Put(bytes, value);
   bytes += sentence;
   bytes.resize(PlaceSize() - kState, '\0');
-  std::string key;
-  Put(key, identity_);
-  Put(key, run);
   std::string place;
-  Put(place, CheckSum(bytes, CheckSum(key)));
+  Put(place, SumOf(run, bytes));
   return place + bytes;
 }
 
 RunRecord ResultFiles::Decoded(std::uint64_t run, std::string_view place) const {
   if (place.find_first_not_of('\0') == std::string_view::npos) return {};
-  std::string key;
-  Put(key, identity_);
-  Put(key, run);
-  const bool is_whole =
-      place.size() == PlaceSize() && Get<std::uint64_t>(place, 0) == CheckSum(place.substr(kState), CheckSum(key));
+  const bool is_whole = place.size() == PlaceSize() && Get<std::uint64_t>(place, 0) == SumOf(run, place.substr(kState));
   if (!is_whole) return {.state = RunState::kDamaged};
   RunRecord record = {.state = static_cast<RunState>(Get<std::uint32_t>(place, kState))};
   for (std::size_t k = 0; k < results_; ++k) {
