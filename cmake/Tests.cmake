@@ -1,5 +1,5 @@
-# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, workbench, tool, python (python/CMakeLists.txt)
-# and fuzz-replay (fuzz/CMakeLists.txt). Those with a COST are the longest, and begin first, so that no processor waits
+# The tests. Labels: unit, comparison, statistics, soak, abi, consumer, workbench, tool, cluster, python
+# (python/CMakeLists.txt) and fuzz-replay (fuzz/CMakeLists.txt). Those with a COST are the longest, and begin first, so that no processor waits
 # for them at the end.
 enable_testing()
 include(GoogleTest)
@@ -267,6 +267,12 @@ if(QUEN_BUILD_TOOLS)
                                                       $<TARGET_FILE:quen-shs>
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(CampaignRuns.AreKilledAndGoOn PROPERTIES LABELS tool TIMEOUT 600)
+  # Skipped where Slurm is not installed.
+  add_test(NAME CampaignOnCluster.LosesNothingWithANode
+           COMMAND ${QUEN_PYTHON} tools/quen-shs/test/campaign_on_cluster.py $<TARGET_FILE:quen-shs> scripts/cluster
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(CampaignOnCluster.LosesNothingWithANode PROPERTIES LABELS cluster TIMEOUT 150 COST 100
+                                                                          SKIP_RETURN_CODE 77)
 endif()
 
 # --- The order of the rooms.

@@ -79,6 +79,9 @@ struct Campaign {
   [[nodiscard]] std::string CommandOf(std::uint64_t run) const;
 };
 
+/// Whether a campaign comes from a pipe, or from a name that only this process has.
+bool IsStream(const InputFile& file);
+
 /// Reads a campaign and checks it whole, but for the files that it names.
 /// @throws std::runtime_error  the file cannot be read, or something in it is wrong: where, what was expected, what was
 ///                             found

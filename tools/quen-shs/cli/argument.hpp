@@ -24,7 +24,7 @@ struct Argument {
   std::string alias = {};               ///< another name for it; empty if it has none
   std::string only_with = {};           ///< the argument without which it would do nothing; empty if there is none
   std::vector<std::string> words = {};  ///< values to complete
-  bool is_required = false;             ///< positional arguments only
+  bool is_required = false;             ///< it must be given
   bool may_be_repeated = false;         ///< takes its value each time
   std::function<void(const std::string&)> take;  ///< throws std::invalid_argument with a reason for a wrong value
 
@@ -37,6 +37,9 @@ struct Argument {
 
 /// The same arguments, which do nothing without another one, and are refused then.
 std::vector<Argument> OnlyWith(const std::string& other, std::vector<Argument> arguments);
+
+/// The same argument, which must be given.
+Argument Required(Argument argument);
 
 // What arguments there are. Each fills a variable, which keeps its value where the argument is not given.
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -36,6 +37,11 @@ class CampaignVerb : public quen::testing::SensorToolTest {
   std::string RunAll(const std::string& campaign, const std::string& folder, const std::string& options = "") {
     Done("campaign run " + File(campaign) + " --output " + File(folder) + " " + options);
     return File(folder);
+  }
+
+  static std::string TextOf(const std::string& file) {
+    const std::vector<char> bytes = Bytes(file);
+    return {bytes.begin(), bytes.end()};
   }
 
   static void ExpectFailure(const std::string& words, const std::string& sentence) {
@@ -135,6 +141,51 @@ TEST_F(CampaignVerb, MergesToTheSameBytesHoweverItRan) {
   EXPECT_TRUE(Bytes(one + "/points.fits") == Bytes(File("tables/points.fits")));
 }
 
+/// Where a shell, or the scheduler, gives some characters a meaning of their own.
+TEST_F(CampaignVerb, TasksOfTheBatchScriptMakeAllRuns) {
+  const std::string folder = File("it's 5% of\\\"$HOME");
+  std::filesystem::create_directory(folder);
+  const quen::testing::ScopedCurrentDirectory here(folder);
+  std::filesystem::copy(File("scores.json"), "scores.json");
+  std::filesystem::create_symlink(File("data"), "data");
+  const json written = Said("slurm scores.json --output out --nodes 2 --shards 3");
+  EXPECT_EQ(written["runs"], 8);
+  EXPECT_EQ(written["tasks"], 3);
+  EXPECT_EQ(written["files"], json{"out/slurm.sh"});
+  const std::string script = TextOf("out/slurm.sh");
+  EXPECT_NE(script.find("\n#SBATCH --array=1-3%2\n"), std::string::npos) << script;
+  EXPECT_NE(script.find("\n#SBATCH --exclusive\n"), std::string::npos) << script;
+  EXPECT_NE(script.find("5%% of"), std::string::npos) << script;
+  for (const char* const task : {"3", "1", "2"}) {
+    const Outcome outcome =
+        quen::testing::Run("cd out; SLURM_CPUS_ON_NODE=1 SLURM_ARRAY_TASK_ID=" + std::string(task) + " sh slurm.sh");
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+  }
+  Done("campaign merge out");
+  Done("campaign merge " + RunAll("scores.json", "one"));
+  EXPECT_TRUE(Bytes("out/runs.fits") == Bytes(File("one/runs.fits")));
+}
+
+TEST_F(CampaignVerb, BatchScriptsAskForWhatTheyAreTold) {
+  const std::string words = "slurm " + File("scores.json") + " --output " + File("out") + " --nodes 20 --cpus 3";
+  const json written = Said(words + " --script " + File("job"));
+  EXPECT_EQ(written["tasks"], 8) << "no more than there are runs";
+  const std::string script = TextOf(File("job"));
+  EXPECT_NE(script.find("\n#SBATCH --array=1-8%8\n"), std::string::npos) << script;
+  EXPECT_NE(script.find("\n#SBATCH --cpus-per-task=3\n"), std::string::npos) << script;
+  const Outcome streamed = quen::testing::Run(
+      "cat " + File("scores.json") + " | " QUEN_SHS " campaign slurm /dev/stdin --nodes 1 --output " + File("out"));
+  EXPECT_EQ(streamed.exit_code, 1);
+  EXPECT_EQ(streamed.err,
+            "quen-shs: /dev/stdin: expected a file, for every task to read, found what this process alone has\n");
+  ExpectFailure("slurm " + File("loops.toml") + " --nodes 2 --output " + File("out"),
+                File("out") +
+                    ": holds another campaign; verb: it has \"score\", this campaign \"loop\"; give another "
+                    "folder");
+  ExpectFailure("slurm " + File("scores.json") + " --nodes 2 --output '" + File("a\nb") + "'",
+                File("a?b") + ": expected a folder whose name is one line, as Slurm wants it");
+}
+
 TEST_F(CampaignVerb, DrawsMeansWithTheirErrors) {
   const std::string folder = RunAll("scores.json", "out");
   Done("campaign plot " + folder + " --x photons --y rms --curve engine --png " + File("plot.png"));
@@ -152,7 +203,6 @@ TEST_F(CampaignVerb, SaysWhatIsWrong) {
   ExpectFailure("plan " + File("nothing"), File("nothing") + ": cannot be read: No such file or directory");
   ExpectFailure("status " + folder_.Path(),
                 folder_.Path() + ": expected the folder of a campaign, found no campaign.json in it");
-  ExpectFailure("run " + File("loops.toml"), "--output: expected a folder for the results, found none");
   WriteText(File("wrong.toml"), "verb = 'loop'\ncalibration = '.'\n[axes]\ngain = { from = 0, to = 1, step = 0 }\n");
   ExpectFailure("plan " + File("wrong.toml"),
                 File("wrong.toml") + ": axes.gain.step: expected a number above 0, found 0");

@@ -41,7 +41,7 @@ std::string NoVerb(const std::string& found) {
 TEST(CommandLine, HelpExitsWithZero) {
   std::vector<std::string> helps = {"--help"};
   for (const std::string verb : kVerbs) helps.push_back(verb + " --help");
-  for (const std::string verb : {"plan", "run", "status", "merge", "plot", "show"})
+  for (const std::string verb : {"plan", "run", "status", "merge", "plot", "show", "slurm"})
     helps.push_back("campaign " + verb + " --help");
   for (const std::string& arguments : helps) {
     const Outcome outcome = QuenShs(arguments);
@@ -87,13 +87,15 @@ TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
       {"calibrate x y", "calibrate: expected no further argument, found y"},
       {"calibrate x y z", "calibrate: expected no further argument, found y"},
       {"calibrate --force=3 x", "--force: expected no value, found one"},
-      {"campaign", "campaign: expected one of plan, run, status, merge, plot, show, found none"},
-      {"campaign dance", "campaign: expected one of plan, run, status, merge, plot, show, found dance"},
+      {"campaign", "campaign: expected one of plan, run, status, merge, plot, show, slurm, found none"},
+      {"campaign dance", "campaign: expected one of plan, run, status, merge, plot, show, slurm, found dance"},
       {"campaign plan", "FILE: expected a name, found none"},
       {"campaign plan x y", "campaign plan: expected no further argument, found y"},
       {"campaign plan x --nois 3", "campaign plan: expected its own options, found --nois"},
       {"campaign run x --shard 3/2", "--shard: expected I/N, 1 <= I <= N <= 100000, found 3/2"},
-      {"campaign run x --jobs 0", "--jobs: expected a whole number from 1 to 256, found 0"},
+      {"campaign run x --jobs 0", "--jobs: expected a whole number from 1 to 1024, found 0"},
+      {"campaign run x", "--output: expected DIR, found none"},
+      {"campaign slurm x --output y", "--nodes: expected INTEGER, found none"},
       {"loop x --nois 3", "loop: expected its own options, found --nois"},
       {"loop x -f", "loop: expected its own options, found -f"},
       {"loop x --noise", "--noise: expected NUMBER, found none"},

@@ -86,7 +86,7 @@ TEST(Completion, KnowsVerbsOptionsAndWords) {
   EXPECT_EQ(Completed("quen-shs calibrate DIR --basis z"), "zernike\n");
   EXPECT_EQ(Completed("quen-shs view f --stretch \"\""), "auto\nlog\nzscale\npercentile\nsqrt\nlinear\n");
   EXPECT_EQ(Completed("quen-shs measure --engine w"), "windowed\nweighted\n");
-  EXPECT_EQ(Completed("quen-shs campaign s"), "status\nshow\n");
+  EXPECT_EQ(Completed("quen-shs campaign s"), "status\nshow\nslurm\n");
   EXPECT_EQ(Completed("quen-shs campaign run x --sh"), "--shard\n");
   EXPECT_EQ(Completed("quen-shs loop x"), "\n");  // bash goes on with files
   EXPECT_EQ(Shell("bash -c '. <(" QUEN_SHS " completion); complete -p quen-shs'").out,
@@ -98,10 +98,11 @@ TEST(Completion, KnowsVerbsOptionsAndWords) {
 TEST(Manual, HasAPagePerVerbInTheWordsOfItsHelp) {
   const TempDir folder;
   ASSERT_EQ(Shell(QUEN_SHS " manual --folder " + (folder / "man1")).exit_code, 0);
-  EXPECT_EQ(quen::testing::EntriesBelow(folder / "man1"), 18U);
-  for (const char* const verb : {"", "-calibrate", "-check", "-frame", "-measure", "-view", "-score", "-loop",
-                                 "-campaign", "-campaign-plan", "-campaign-run", "-campaign-status", "-campaign-merge",
-                                 "-campaign-plot", "-campaign-show", "-detector", "-manual", "-completion"}) {
+  EXPECT_EQ(quen::testing::EntriesBelow(folder / "man1"), 19U);
+  for (const char* const verb :
+       {"", "-calibrate", "-check", "-frame", "-measure", "-view", "-score", "-loop", "-campaign", "-campaign-plan",
+        "-campaign-run", "-campaign-status", "-campaign-merge", "-campaign-plot", "-campaign-show", "-campaign-slurm",
+        "-detector", "-manual", "-completion"}) {
     const std::string path = (folder / "man1/quen-shs") + verb + ".1";
     const Outcome page = Shell("man --warnings=w -E UTF-8 -P cat -l " + path);
     EXPECT_EQ(page.err, "") << path;

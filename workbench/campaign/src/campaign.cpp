@@ -14,6 +14,7 @@
 
 #include "workbench/campaign/seeds.hpp"
 #include "workbench/campaign/src/document.hpp"
+#include "workbench/campaign/src/shell_word.hpp"
 
 namespace quen::workbench {
 namespace {
@@ -226,15 +227,6 @@ Document AsDocument(const Axis& axis) {
   return list;
 }
 
-/// As one word of a shell's command line.
-std::string Word(const std::string& text) {
-  constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+=:,./%@";
-  if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) return text;
-  std::string quoted = "'";
-  for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + "'";
-}
-
 }  // namespace
 
 // --- Axes
@@ -294,14 +286,14 @@ std::uint32_t Campaign::SeedOf(std::uint64_t run) const { return SeedOfRun(seed,
 std::string Campaign::Located(const std::string& name) const { return (std::filesystem::path(folder) / name).string(); }
 
 std::string Campaign::CommandOf(std::uint64_t run) const {
-  std::string command = "quen-shs " + verb + " " + Word(Located(calibration));
+  std::string command = "quen-shs " + verb + " " + ShellWord(Located(calibration));
   const auto add = [&](const std::string& name, const OptionValue& value) {
     if (const bool* const flag = std::get_if<bool>(&value)) {
       if (*flag) command += " --" + name;
       return;
     }
     const std::string text = InWords(value);
-    command += " --" + name + " " + Word(Rules().Find(name)->is_file ? Located(text) : text);
+    command += " --" + name + " " + ShellWord(Rules().Find(name)->is_file ? Located(text) : text);
   };
   for (const auto& [name, value] : options) add(name, value);
   const std::vector<OptionValue> values = ValuesAt(run / repeats);
@@ -320,9 +312,12 @@ Campaign ParseCampaign(const std::string& name, const std::string& text, const s
   }
 }
 
+bool IsStream(const InputFile& file) {
+  return !file.IsRegular() || file.Name().starts_with("/dev/") || file.Name().starts_with("/proc/");
+}
+
 Campaign ReadCampaign(const InputFile& file) {
-  const bool is_stream = !file.IsRegular() || file.Name().starts_with("/dev/") || file.Name().starts_with("/proc/");
-  const std::filesystem::path folder = is_stream ? "" : std::filesystem::path(file.Name()).parent_path();
+  const std::filesystem::path folder = IsStream(file) ? "" : std::filesystem::path(file.Name()).parent_path();
   return ParseCampaign(file.Name(), file.Text(),
                        (std::filesystem::current_path() / folder).lexically_normal().string());
 }

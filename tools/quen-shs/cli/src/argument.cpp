@@ -72,6 +72,12 @@ std::vector<Argument> OnlyWith(const std::string& other, std::vector<Argument> a
   return arguments;
 }
 
+Argument Required(Argument argument) {
+  argument.is_required = true;
+  argument.otherwise = "must be given";
+  return argument;
+}
+
 std::string Argument::Description() const {
   std::string text = what;
   if (!unit.empty()) text += ", " + unit;

@@ -125,6 +125,12 @@ std::string NotTaken(const std::string& name, const CLI::App& verb) {
 /// The name that one of CLI11's sentences begins with.
 std::string FirstWord(const std::string& sentence) { return sentence.substr(0, sentence.find_first_of(": ")); }
 
+/// What must be given and is not.
+std::string NotGiven(const CLI::App& verb, const std::string& name) {
+  const CLI::Option* const option = name.starts_with('-') ? verb.get_option_no_throw(name) : nullptr;
+  return fmt::format("{}: expected {}, found none", name, option == nullptr ? "a name" : option->get_type_name());
+}
+
 /// A value too many or too few.
 std::string WrongCount(const CLI::App& verb, const std::string& name) {
   const CLI::Option* const option = verb.get_option_no_throw(name);
@@ -148,7 +154,7 @@ std::string WhatIsWrong(const CLI::App& app, const CLI::ParseError& error, const
     name += " " + found->get_name();
   }
   const CLI::App& verb = *found;
-  if (Is<CLI::RequiredError>(error)) return FirstWord(error.what()) + ": expected a name, found none";
+  if (Is<CLI::RequiredError>(error)) return NotGiven(verb, FirstWord(error.what()));
   if (Is<CLI::ExtrasError>(error)) return NotTaken(name, verb);
   if (Is<CLI::ArgumentMismatch>(error)) return WrongCount(verb, FirstWord(error.what()));
   return error.what();

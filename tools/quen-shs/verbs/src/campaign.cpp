@@ -1,16 +1,14 @@
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <thread>
 
 #include "tools/quen-shs/cli/progress.hpp"
 #include "tools/quen-shs/cli/report.hpp"
+#include "tools/quen-shs/verbs/src/campaign.hpp"
 #include "tools/quen-shs/verbs/src/common_arguments.hpp"
 #include "tools/quen-shs/verbs/verbs.hpp"
 #include "workbench/campaign/campaign.hpp"
@@ -21,12 +19,20 @@
 #include "workbench/campaign/status.hpp"
 #include "workbench/fits/interruption.hpp"
 #include "workbench/fits/staged_file.hpp"
-#include "workbench/pictures/points_picture.hpp"
 
 namespace quen::tool {
+
+Argument CampaignFile(std::string& file) { return Positional("FILE", "Campaign, in TOML or JSON", file); }
+
+Argument CampaignFolder(std::string& folder) { return Positional("DIR", "Folder of the campaign", folder); }
+
+Argument CampaignOutput(std::string& folder) {
+  return Required(Folder("--output", "Folder for the results; made if missing", "", folder));
+}
+
 namespace {
 
-constexpr int kMostJobs = 256;
+constexpr int kMostJobs = 1024;
 
 int Processors() { return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, kMostJobs); }
 
@@ -41,14 +47,8 @@ std::string Duration(double seconds) {
   return fmt::format("{:.0f} days", seconds / kDay);
 }
 
-Argument CampaignFile(std::string& file) { return Positional("FILE", "Campaign, in TOML or JSON", file); }
-Argument CampaignDir(std::string& folder) { return Positional("DIR", "Folder of the campaign", folder); }
 Argument Jobs(int& jobs) {
   return Number("--jobs", "Runs at the same time, a thread each", "", {1.0, kMostJobs}, jobs);
-}
-
-workbench::CampaignInputs InputsOf(const std::string& file) {
-  return workbench::CampaignInputs(workbench::ReadCampaign(workbench::InputFile(file)));
 }
 
 // --- plan
@@ -60,7 +60,7 @@ struct PlanArguments {
 };
 
 void Plan(const PlanArguments& command) {
-  const workbench::CampaignInputs inputs = InputsOf(command.file);
+  const workbench::CampaignInputs inputs(workbench::ReadCampaign(workbench::InputFile(command.file)));
   const workbench::Campaign& campaign = inputs.Of();
   const double seconds = workbench::ExpectedSeconds(inputs) / command.jobs;
   Report report;
@@ -104,9 +104,8 @@ struct RunArguments {
 };
 
 void RunIt(RunArguments& command) {
-  if (command.output.empty()) throw std::runtime_error("--output: expected a folder for the results, found none");
   command.options.shard = workbench::ParseShard(command.shard);
-  const workbench::CampaignInputs inputs = InputsOf(command.file);
+  const workbench::CampaignInputs inputs(workbench::ReadCampaign(workbench::InputFile(command.file)));
   const workbench::CampaignFolder folder = workbench::PrepareFolder(command.output, inputs);
   workbench::ExecutionCounts counts = workbench::WhatIsToDo(folder, command.options);
   const std::uint64_t size = command.options.shard.Size(inputs.Of().Runs());
@@ -148,9 +147,7 @@ A run that fails, a loop that diverges for instance, is a result with its senten
 again. Another campaign in the same folder is refused.)",
       .examples = {"quen-shs campaign run gains.toml --output gains",
                    "quen-shs campaign run gains.toml --output gains --shard 3/8 --jobs 1"},
-      .arguments = {CampaignFile(command->file),
-                    Folder("--output", "Folder for the results; made if missing", "must be given", command->output),
-                    Jobs(command->options.jobs),
+      .arguments = {CampaignFile(command->file), CampaignOutput(command->output), Jobs(command->options.jobs),
                     Checked(
                         "--shard", "Part I of N of the runs, I from 1 to N", "I/N",
                         [](const std::string& text) { workbench::ParseShard(text); }, command->shard),
@@ -203,7 +200,7 @@ Verb StatusVerb() {
 Tells how many runs are done, have failed, are missing or at work, with the sentences of the first that have failed and
 the files of the first that are damaged. Others may be at work on the campaign meanwhile.)",
           .examples = {"quen-shs campaign status gains"},
-          .arguments = {CampaignDir(command->folder), JsonFlag(command->json)},
+          .arguments = {CampaignFolder(command->folder), JsonFlag(command->json)},
           .action = [command] { Status(*command); }};
 }
 
@@ -237,7 +234,7 @@ Writes runs.fits, a row per run with its axes, its seed and its results, and poi
 of each result over its repeats, the scatter of a run (the standard deviation, with n - 1), the standard error of the
 mean, and the number of failures, which the means leave out. The bytes of both depend on the campaign alone.)",
           .examples = {"quen-shs campaign merge gains"},
-          .arguments = {CampaignDir(command->folder),
+          .arguments = {CampaignFolder(command->folder),
                         Folder("--output", "Folder for the tables; made if missing", "DIR", command->output),
                         Flag("--partial", "Make tables of the runs that are there, though others are missing",
                              command->takes_part),
@@ -287,142 +284,9 @@ Verb ShowVerb() {
           .summary = "Print the command that repeats a run by hand",
           .details = "Prints a command that does the same as a run of the campaign, and the results that are there.",
           .examples = {"quen-shs campaign show gains --run 1234"},
-          .arguments = {CampaignDir(command->folder),
+          .arguments = {CampaignFolder(command->folder),
                         Number("--run", "Number of the run", "", {0.0, kMost}, command->run), JsonFlag(command->json)},
           .action = [command] { Show(*command); }};
-}
-
-// --- plot
-
-struct PlotArguments {
-  std::string folder;
-  std::string x;
-  std::string y;
-  std::string curve;  ///< axis; all but those of x and panels if empty
-  std::string panel;  ///< axis; one panel if empty
-  std::string png;    ///< DIR/plot.png if empty
-  bool json = false;
-};
-
-/// @return  its place among the axes
-/// @throws std::runtime_error  there is no such axis
-std::size_t AxisNamed(const workbench::Campaign& campaign, const std::string& argument, const std::string& name) {
-  const auto axis = std::ranges::find(campaign.axes, name, &workbench::Axis::Name);
-  if (axis != campaign.axes.end()) return static_cast<std::size_t>(axis - campaign.axes.begin());
-  std::vector<std::string> names;
-  for (const workbench::Axis& known : campaign.axes) names.push_back(known.Name());
-  throw std::runtime_error(fmt::format("{}: expected one of the axes {}, found {}", argument, fmt::join(names, ", "),
-                                       name.empty() ? "none" : name));
-}
-
-std::size_t ResultNamed(const workbench::Campaign& campaign, const std::string& name) {
-  const std::vector<workbench::ResultColumn>& results = campaign.Rules().results;
-  std::vector<std::string> names;
-  std::ranges::transform(results, std::back_inserter(names), &workbench::ResultColumn::name);
-  const auto result = std::ranges::find(names, name);
-  if (result != names.end()) return static_cast<std::size_t>(result - names.begin());
-  throw std::runtime_error(fmt::format("--y: expected one of the results {}, found {}", fmt::join(names, ", "),
-                                       name.empty() ? "none" : name));
-}
-
-/// Sorts the means of points into panels and curves, in the order in which they come.
-class Curves {
- public:
-  Curves(const workbench::Campaign& campaign, const PlotArguments& command)
-      : campaign_(campaign), x_(AxisNamed(campaign, "--x", command.x)), y_(ResultNamed(campaign, command.y)) {
-    if (!std::holds_alternative<double>(campaign.axes[x_].At(0))) {
-      throw std::runtime_error(fmt::format("--x: expected an axis of numbers, found {}", command.x));
-    }
-    if (!command.panel.empty()) panel_ = AxisNamed(campaign, "--panel", command.panel);
-    if (!command.curve.empty()) order_.push_back(AxisNamed(campaign, "--curve", command.curve));
-    for (std::size_t k = 0; k < campaign.axes.size(); ++k) {
-      if (k != x_ && panel_ != k && std::ranges::find(order_, k) == order_.end()) order_.push_back(k);
-    }
-    const std::string unit = campaign.Rules().results[y_].unit;
-    title_ = fmt::format("{}{}, mean and its standard error, against {}", command.y, unit.empty() ? "" : " in " + unit,
-                         command.x);
-  }
-
-  void Add(const workbench::PointSummary& summary) {
-    const std::vector<workbench::OptionValue> values = campaign_.ValuesAt(summary.point);
-    std::string name;
-    for (const std::size_t axis : order_) {
-      const bool is_text = std::holds_alternative<std::string>(values[axis]);
-      name += (name.empty() ? "" : ", ") + (is_text ? "" : campaign_.axes[axis].Name() + " ") +
-              workbench::InWords(values[axis]);
-    }
-    const std::string title =
-        panel_ ? fmt::format("{}; {} {}", title_, campaign_.axes[*panel_].Name(), workbench::InWords(values[*panel_]))
-               : title_;
-    const auto& [mean, scatter, standard_error] = summary.results[y_];
-    CurveOf(title, name).points.push_back({std::get<double>(values[x_]), mean, standard_error});
-  }
-
-  [[nodiscard]] const std::vector<workbench::PanelOfCurves>& Panels() const { return panels_; }
-
- private:
-  workbench::CurveOfPoints& CurveOf(const std::string& title, const std::string& name) {
-    constexpr std::size_t kMost = 20;
-    const auto found = std::ranges::find(panels_, title, &workbench::PanelOfCurves::title);
-    auto& curves = (found != panels_.end() ? *found : panels_.emplace_back(workbench::PanelOfCurves{title, {}})).curves;
-    const auto curve = std::ranges::find(curves, name, &workbench::CurveOfPoints::name);
-    if (curve != curves.end()) return *curve;
-    if (panels_.size() > kMost || curves.size() >= kMost) {
-      throw std::runtime_error(
-          fmt::format("expected {} panels, and {} curves in each, at most; found more", kMost, kMost));
-    }
-    curves.push_back({name, {}});
-    return curves.back();
-  }
-
-  const workbench::Campaign& campaign_;
-  std::size_t x_;
-  std::size_t y_;
-  std::optional<std::size_t> panel_;
-  std::vector<std::size_t> order_;  ///< axes that name a curve
-  std::string title_;
-  std::vector<workbench::PanelOfCurves> panels_;
-};
-
-void DrawPlot(const PlotArguments& command) {
-  const std::string png =
-      command.png.empty() ? (std::filesystem::path(command.folder) / "plot.png").string() : command.png;
-  workbench::StagedFiles files({png});
-  const workbench::CampaignFolder folder = workbench::OpenFolder(command.folder);
-  Curves curves(folder.campaign, command);
-  workbench::ForEachPoint(folder, [&](const workbench::PointSummary& summary) { curves.Add(summary); });
-  files.Give(png, workbench::DrawPoints(curves.Panels()));
-  files.Commit();
-  Report report;
-  report.AddFiles(files);
-  report.Print(command.json);
-}
-
-Verb PlotVerb() {
-  const auto command = std::make_shared<PlotArguments>();
-  const auto axis = [](const std::string& name, const std::string& what, const std::string& otherwise,
-                       std::string& variable) {
-    Argument argument = Checked(
-        name, what, "AXIS", [](const std::string&) {}, variable);
-    argument.otherwise = otherwise;
-    return argument;
-  };
-  Argument result = Checked(
-      "--y", "Result whose means are drawn", "RESULT", [](const std::string&) {}, command->y);
-  result.otherwise = "must be given";
-  return {.name = "plot",
-          .summary = "Draw means of a result against an axis",
-          .details = R"(
-Draws the mean of a result over the repeats of each point, with its standard error, against an axis of numbers. Runs
-that have failed, or are missing, do not count. There is a curve for each combination of the axes that are neither along
-the picture nor make panels of it.)",
-          .examples = {"quen-shs campaign plot gains --x gain --y residual --curve engine --panel delay"},
-          .arguments = {CampaignDir(command->folder),
-                        axis("--x", "Axis along the picture", "must be given", command->x), result,
-                        axis("--curve", "Axis whose values name the curves first", "the first left", command->curve),
-                        axis("--panel", "Axis with a panel for each value", "one panel", command->panel),
-                        File("--png", "PNG file", "DIR/plot.png", command->png), JsonFlag(command->json)},
-          .action = [command] { DrawPlot(*command); }};
 }
 
 }  // namespace
@@ -445,7 +309,8 @@ with some repeats that differ in their seeds. It is TOML or JSON; 'quen-shs camp
   engine = ["weighted", "gaussian-fit"]
 )",
             .examples = {"quen-shs campaign plan gains.toml", "quen-shs campaign run gains.toml --output gains"},
-            .verbs = {PlanVerb(), RunVerb(), StatusVerb(), MergeVerb(), PlotVerb(), ShowVerb()}});
+            .verbs = {PlanVerb(), RunVerb(), StatusVerb(), MergeVerb(), CampaignPlotVerb(), ShowVerb(),
+                      CampaignSlurmVerb()}});
 }
 
 }  // namespace quen::tool
