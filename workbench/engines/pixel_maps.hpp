@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "detector/detector.hpp"
@@ -24,6 +25,11 @@ struct PixelMaps {
 /// its pedestal and the dark of all pixels; its response; and as bad all pixels that are dead, hot or stuck, or have
 /// more counts without light than a converter has.
 PixelMaps MapsOf(const quen::detector::DetectorConfig& detector);
+
+/// @param option  by which engines are told of the maps, as the user wrote it
+/// @param file    of the detector's description
+/// @throws std::runtime_error  the detector has none
+void RequireMaps(const quen::detector::DetectorConfig& detector, const std::string& option, const std::string& file);
 
 /// Reads a map of counts without light.
 /// @throws std::runtime_error  the file cannot be read, is no image of 840 × 816 numbers, or has one in it that is not

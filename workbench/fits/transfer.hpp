@@ -33,6 +33,10 @@ std::string ReadAt(int descriptor, std::size_t position, std::size_t size);
 /// @throws Interrupted        a signal has come meanwhile
 void WriteAll(int descriptor, std::string_view bytes);
 
+/// Writes all bytes into a regular file from a position on, wherever its descriptor stands.
+/// @throws std::system_error  it takes no more
+void WriteAt(int descriptor, std::string_view bytes, std::size_t position);
+
 /// Writes all bytes into a regular file, waits until the disk has them, and reads them back.
 /// @param position  where they begin in the file, which is where the descriptor stands
 /// @param readable  a descriptor of the same file that is open for reading

@@ -31,47 +31,52 @@ bool IsToDo(const RunRecord& record, bool retry_failed) {
          (retry_failed && record.state == RunState::kFailed);
 }
 
+void Add(std::uint64_t run, const RunRecord& record, WorkList& work) {
+  ++work.runs;
+  if (record.state == RunState::kDamaged && work.damaged++ == 0) {
+    work.first_damaged = fmt::format("run {} in {}", run, record.file);
+  }
+  if (!work.ranges.empty()) {
+    RunRange& last = work.ranges.back();
+    if (last.first + last.count * work.shard.of == run) {
+      ++last.count;
+      return;
+    }
+  }
+  work.ranges.push_back({run, 1});
+}
+
 /// Ends a trial.
 class Enough : public std::exception {};
 
-/// Goes through the runs of a shard that are to be done, in their order.
-class ToDo {
+/// Goes through the runs of a list, in their order.
+class Queue {
  public:
-  ToDo(const ResultFiles& results, const ExecutionOptions& options) : results_(results), options_(options) {}
+  explicit Queue(const WorkList& work) : work_(work) {}
 
-  /// The next run, and what is known of it; none when all are done.
-  std::optional<std::pair<std::uint64_t, RunRecord>> Next() {
-    while (true) {
-      for (; at_ < records_.size(); ++at_) {
-        const std::uint64_t run = first_ + at_;
-        if (!options_.shard.Has(run) || !IsToDo(records_[at_], options_.retry_failed)) continue;
-        return std::pair(run, std::move(records_[at_++]));
-      }
-      first_ += records_.size();
-      if (first_ >= results_.Runs()) return std::nullopt;
-      records_ = results_.Read(first_, kRunsAtOnce);
+  /// None when all have been given out.
+  std::optional<std::uint64_t> Next() {
+    if (range_ == work_.ranges.size()) return std::nullopt;
+    const RunRange& range = work_.ranges[range_];
+    const std::uint64_t run = range.first + at_ * work_.shard.of;
+    if (++at_ == range.count) {
+      ++range_;
       at_ = 0;
     }
+    return run;
   }
 
  private:
-  const ResultFiles& results_;
-  const ExecutionOptions& options_;
-  std::uint64_t first_ = 0;
-  std::size_t at_ = 0;
-  std::vector<RunRecord> records_;
+  const WorkList& work_;
+  std::size_t range_ = 0;
+  std::uint64_t at_ = 0;  ///< in the range
 };
 
 /// What the threads share.
 class Crew {
  public:
-  Crew(const CampaignFolder& folder, const ExecutionOptions& options, ExecutionCounts& counts,
-       const std::function<void()>& after_run)
-      : to_do_(folder.results, options),
-        writer_(folder.results, options.shard),
-        at_work_(folder.name, options.jobs),
-        counts_(counts),
-        after_run_(after_run) {}
+  Crew(const CampaignFolder& folder, const WorkList& work, int jobs, const std::function<void()>& after_run)
+      : to_do_(work), writer_(folder.results, work.shard), at_work_(folder.name, jobs), after_run_(after_run) {}
 
   /// Runs one after the other, until there is none left or a thread has failed.
   void Work(Runner& runner) {
@@ -93,37 +98,42 @@ class Crew {
   }
 
   /// Once all threads are back.
-  void End() {
+  ExecutionCounts End() {
     writer_.Settle();
     if (failure_) std::rethrow_exception(failure_);
+    return counts_;
   }
 
  private:
   std::optional<std::uint64_t> Next() {
     const std::scoped_lock lock(mutex_);
     if (is_over_) return std::nullopt;
-    const auto next = to_do_.Next();
-    return next ? std::optional(next->first) : std::nullopt;
+    return to_do_.Next();
   }
 
+  /// The disk is waited for by one thread, while the others go on.
   void Count(RunState state) {
+    if (Tell(state)) writer_.Settle();
+  }
+
+  /// @return  whether it is time to wait for the disk
+  bool Tell(RunState state) {
     constexpr double kInterval = 5.0;  // seconds that a machine that stops may lose
     const std::scoped_lock lock(mutex_);
     ++counts_.finished;
     counts_.failed += state == RunState::kFailed ? 1U : 0U;
     at_work_.Tell(counts_.finished);
-    if (SecondsSince(settled_) > kInterval) {
-      writer_.Settle();
-      settled_ = Clock::now();
-    }
     after_run_();
+    if (SecondsSince(settled_) <= kInterval) return false;
+    settled_ = Clock::now();
+    return true;
   }
 
   std::mutex mutex_;
-  ToDo to_do_;
+  Queue to_do_;
   ResultFiles::Writer writer_;
   AtWork at_work_;
-  ExecutionCounts& counts_;
+  ExecutionCounts counts_;
   const std::function<void()>& after_run_;
   Clock::time_point settled_ = Clock::now();
   std::atomic<bool> is_over_ = false;
@@ -132,25 +142,24 @@ class Crew {
 
 }  // namespace
 
-ExecutionCounts WhatIsToDo(const CampaignFolder& folder, const ExecutionOptions& options) {
-  ExecutionCounts counts;
-  ToDo to_do(folder.results, options);
-  while (const auto next = to_do.Next()) {
+WorkList WhatIsToDo(const CampaignFolder& folder, const Shard& shard, bool retry_failed) {
+  WorkList work = {.shard = shard};
+  for (std::uint64_t first = 0; first < folder.results.Runs(); first += kRunsAtOnce) {
     ThrowIfInterrupted();
-    const auto& [run, record] = *next;
-    ++counts.to_do;
-    if (record.state != RunState::kDamaged) continue;
-    if (counts.damaged++ == 0) counts.first_damaged = fmt::format("run {} in {}", run, record.file);
+    const std::vector<RunRecord> records = folder.results.Read(first, kRunsAtOnce);
+    for (std::size_t k = 0; k < records.size(); ++k) {
+      if (shard.Has(first + k) && IsToDo(records[k], retry_failed)) Add(first + k, records[k], work);
+    }
   }
-  return counts;
+  return work;
 }
 
-void Execute(const CampaignInputs& inputs, const CampaignFolder& folder, const ExecutionOptions& options,
-             ExecutionCounts& counts, const std::function<void()>& after_run) {
+ExecutionCounts Execute(const CampaignInputs& inputs, const CampaignFolder& folder, const WorkList& work, int jobs,
+                        const std::function<void()>& after_run) {
   std::deque<Runner> runners;  // made by one thread: the library's files are not for several
-  const auto jobs = std::min<std::uint64_t>(static_cast<std::uint64_t>(options.jobs), counts.to_do);
-  for (std::uint64_t k = 0; k < jobs; ++k) runners.emplace_back(inputs);
-  Crew crew(folder, options, counts, after_run);
+  const auto threads_at_most = std::min<std::uint64_t>(static_cast<std::uint64_t>(jobs), work.runs);
+  for (std::uint64_t k = 0; k < threads_at_most; ++k) runners.emplace_back(inputs);
+  Crew crew(folder, work, jobs, after_run);
   {
     std::vector<std::jthread> threads;
     try {
@@ -161,7 +170,7 @@ void Execute(const CampaignInputs& inputs, const CampaignFolder& folder, const E
     }
     if (!runners.empty()) crew.Work(runners.front());
   }
-  crew.End();
+  return crew.End();
 }
 
 double ExpectedSeconds(const CampaignInputs& inputs) {

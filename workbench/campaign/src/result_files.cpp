@@ -210,12 +210,10 @@ ResultFiles::Writer::Writer(const ResultFiles& files, const Shard& shard)
 void ResultFiles::Writer::Write(std::uint64_t run, const RunRecord& record) {
   const std::string bytes = files_.Encoded(run, record);
   const std::uint64_t place = run / shard_.of;
-  std::size_t written = 0;
-  while (written < bytes.size()) {
-    const ssize_t count = pwrite(file_.Number(), bytes.data() + written, bytes.size() - written,
-                                 static_cast<off_t>(place * bytes.size() + written));
-    if (count < 0 && errno != EINTR) RefuseToWrite(path_, errno);
-    written += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+  try {
+    WriteAt(file_.Number(), bytes, place * bytes.size());
+  } catch (const std::system_error& error) {
+    RefuseToWrite(path_, error.code().value());
   }
 }
 

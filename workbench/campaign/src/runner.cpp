@@ -102,10 +102,7 @@ void CampaignInputs::ReadFiles(const OptionRule& rule, const std::vector<OptionV
 void CampaignInputs::ReadDetectorFile(const std::string& name) {
   DetectorDescription& detector = detectors_[name] = ReadDetector(campaign_.Located(name));
   sums_[name] = SumOfAll(detector.files);
-  if (MayUseMaps(campaign_) && MapsOf(detector.config).AreEmpty()) {
-    throw std::runtime_error("use-maps: expected a detector with maps, found " + campaign_.Located(name) +
-                             " without any");
-  }
+  if (MayUseMaps(campaign_)) RequireMaps(detector.config, "use-maps", campaign_.Located(name));
   detector.files.clear();  // they need no longer be open
 }
 

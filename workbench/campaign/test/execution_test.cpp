@@ -4,6 +4,8 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
@@ -32,12 +34,16 @@ class Execution : public ::testing::Test {
     return CampaignInputs(ParseCampaign("c", text, sensor_.Path()));
   }
 
-  static ExecutionCounts RunAll(const CampaignInputs& inputs, const std::string& folder,
-                                const ExecutionOptions& options) {
+  struct How {
+    int jobs = 1;
+    Shard shard = {};
+    bool retry_failed = false;
+  };
+
+  static ExecutionCounts RunAll(const CampaignInputs& inputs, const std::string& folder, const How& how) {
     const CampaignFolder campaign = PrepareFolder(folder, inputs);
-    ExecutionCounts counts = WhatIsToDo(campaign, options);
-    Execute(inputs, campaign, options, counts, [] {});
-    return counts;
+    const WorkList work = WhatIsToDo(campaign, how.shard, how.retry_failed);
+    return Execute(inputs, campaign, work, how.jobs, [] {});
   }
 
   TempDir sensor_;
@@ -85,11 +91,30 @@ TEST_F(Execution, WhatIsDamagedIsNamedAndRunAgain) {
   bytes[bytes.size() / 2 + 20] ^= 1;
   quen::testing::WriteText(file, std::string(bytes.begin(), bytes.end()));
   EXPECT_EQ(StatusOf(OpenFolder(folder_.Path())).damaged, 1U);
-  const ExecutionCounts counts = RunAll(inputs, folder_.Path(), {});
-  EXPECT_EQ(counts.damaged, 1U);
-  EXPECT_EQ(counts.first_damaged, "run 6 in " + file);
-  EXPECT_EQ(counts.finished, 1U);
+  const WorkList work = WhatIsToDo(OpenFolder(folder_.Path()), {}, false);
+  EXPECT_EQ(work.runs, 1U);
+  EXPECT_EQ(work.damaged, 1U);
+  EXPECT_EQ(work.first_damaged, "run 6 in " + file);
+  EXPECT_EQ(RunAll(inputs, folder_.Path(), {}).finished, 1U);
   EXPECT_TRUE(MergeResults(OpenFolder(folder_.Path()), false).runs == expected.runs);
+}
+
+/// What a list holds grows with the gaps alone.
+TEST_F(Execution, WhatIsToDoIsTheRangesBetweenWhatIsDone) {
+  const CampaignInputs inputs = Inputs(kScores);
+  const CampaignFolder folder = PrepareFolder(folder_.Path(), inputs);
+  const auto ranges = [&](const Shard& shard) {
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> list;
+    for (const auto& [first, count] : WhatIsToDo(folder, shard, false).ranges) list.emplace_back(first, count);
+    return list;
+  };
+  using List = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
+  EXPECT_EQ(ranges({}), (List{{0, 12}}));
+  EXPECT_EQ(ranges({2, 5}), (List{{1, 3}}));
+  RunAll(inputs, folder_.Path(), {.shard = {3, 5}});  // 2 and 7
+  EXPECT_EQ(ranges({}), (List{{0, 2}, {3, 4}, {8, 4}}));
+  EXPECT_EQ(ranges({1, 2}), (List{{0, 1}, {4, 4}}));
+  EXPECT_EQ(ranges({3, 5}), List());
 }
 
 TEST_F(Execution, AnotherCampaignIsRefusedInTheSameFolder) {

@@ -29,6 +29,11 @@ std::vector<double> ReadMapWithin(const InputFile& file, const quen::common::Lim
 
 }  // namespace
 
+void RequireMaps(const quen::detector::DetectorConfig& detector, const std::string& option, const std::string& file) {
+  if (!MapsOf(detector).AreEmpty()) return;
+  throw std::runtime_error(option + ": expected a detector with maps, found " + file + " without any");
+}
+
 PixelMaps MapsOf(const quen::detector::DetectorConfig& detector) {
   PixelMaps maps;
   if (!detector.dark_map.empty() || !detector.offset_map.empty()) maps.dark.assign(kPixels, 0.0);

@@ -36,12 +36,11 @@ bool Append(std::string& bytes, const std::string& piece, ssize_t count) {
   return count != 0;
 }
 
-/// @param most  of a piece
-void WritePieces(int descriptor, std::string_view bytes, std::size_t most, bool may_block) {
+/// @param write_piece  writes some of the bytes that are left, as write(2) does
+template <typename WritePiece>
+void WritePieces(std::string_view bytes, const WritePiece& write_piece) {
   while (!bytes.empty()) {
-    if (may_block) WaitFor(descriptor, POLLOUT);
-    ThrowIfInterrupted();
-    const ssize_t written = write(descriptor, bytes.data(), std::min(bytes.size(), most));
+    const ssize_t written = write_piece(bytes);
     if (written < 0) {
       TryAgainOrThrow();
     } else {
@@ -90,11 +89,27 @@ std::string ReadAt(int descriptor, std::size_t position, std::size_t size) {
   return bytes;
 }
 
-void WriteAll(int descriptor, std::string_view bytes) { WritePieces(descriptor, bytes, PIPE_BUF, true); }
+void WriteAll(int descriptor, std::string_view bytes) {
+  WritePieces(bytes, [&](std::string_view left) {
+    WaitFor(descriptor, POLLOUT);
+    ThrowIfInterrupted();
+    return write(descriptor, left.data(), std::min<std::size_t>(left.size(), PIPE_BUF));
+  });
+}
+
+void WriteAt(int descriptor, std::string_view bytes, std::size_t position) {
+  const std::size_t end = position + bytes.size();
+  WritePieces(bytes, [&](std::string_view left) {
+    return pwrite(descriptor, left.data(), left.size(), static_cast<off_t>(end - left.size()));
+  });
+}
 
 void WriteToDisk(int descriptor, std::string_view bytes, std::size_t position, int readable) {
   constexpr std::size_t kMost = 1U << 20U;
-  WritePieces(descriptor, bytes, kMost, false);
+  WritePieces(bytes, [&](std::string_view left) {
+    ThrowIfInterrupted();
+    return write(descriptor, left.data(), std::min(left.size(), kMost));
+  });
   while (fsync(descriptor) != 0) TryAgainOrThrow();
   for (std::size_t at = 0; at < bytes.size(); at += kMost) {
     const std::string_view meant = bytes.substr(at, kMost);

@@ -99,35 +99,36 @@ struct RunArguments {
   std::string file;
   std::string output;
   std::string shard = "1/1";
-  workbench::ExecutionOptions options = {.jobs = Processors()};
+  int jobs = Processors();
+  bool retry_failed = false;
   bool json = false;
 };
 
-void RunIt(RunArguments& command) {
-  command.options.shard = workbench::ParseShard(command.shard);
+void RunIt(const RunArguments& command) {
+  const workbench::Shard shard = workbench::ParseShard(command.shard);
   const workbench::CampaignInputs inputs(workbench::ReadCampaign(workbench::InputFile(command.file)));
   const workbench::CampaignFolder folder = workbench::PrepareFolder(command.output, inputs);
-  workbench::ExecutionCounts counts = workbench::WhatIsToDo(folder, command.options);
-  const std::uint64_t size = command.options.shard.Size(inputs.Of().Runs());
-  const std::uint64_t were_there = size - counts.to_do;
+  const workbench::WorkList work = workbench::WhatIsToDo(folder, shard, command.retry_failed);
+  const std::uint64_t size = shard.Size(inputs.Of().Runs());
+  const std::uint64_t were_there = size - work.runs;
+  workbench::ExecutionCounts counts;
   double rate = 0.0;
   try {
-    Progress progress(static_cast<int>(counts.to_do), "run");
-    workbench::Execute(inputs, folder, command.options, counts, [&] { progress.Step(); });
+    Progress progress(static_cast<int>(work.runs), "run");
+    counts = workbench::Execute(inputs, folder, work, command.jobs, [&] { progress.Step(); });
     rate = progress.Rate();
   } catch (const workbench::Interrupted&) {
     throw workbench::Interrupted("interrupted; what is finished is kept, and the same command goes on");
   }
   Report report;
-  report.Add("runs", size, "runs",
-             fmt::format("{} (shard {} of {})", size, command.options.shard.number, command.options.shard.of));
+  report.Add("runs", size, "runs", fmt::format("{} (shard {} of {})", size, shard.number, shard.of));
   report.Add("were_there", were_there, "were there", fmt::format("{}", were_there));
   report.Add("finished", counts.finished, "finished now", fmt::format("{}", counts.finished));
   report.Add("failed", counts.failed, "failed of these", fmt::format("{}", counts.failed));
-  report.Add("damaged", counts.damaged);
-  if (counts.damaged > 0) {
-    report.AddLine(fmt::format("damaged results, which have been made again: {}, the first {}", counts.damaged,
-                               counts.first_damaged));
+  report.Add("damaged", work.damaged);
+  if (work.damaged > 0) {
+    report.AddLine(
+        fmt::format("damaged results, which have been made again: {}, the first {}", work.damaged, work.first_damaged));
   }
   report.Add("runs_per_second", rate, "speed", fmt::format("{:.3g} runs/s", rate));
   report.Print(command.json);
@@ -135,25 +136,24 @@ void RunIt(RunArguments& command) {
 
 Verb RunVerb() {
   const auto command = std::make_shared<RunArguments>();
-  return {
-      .name = "run",
-      .summary = "Run what is missing of a campaign",
-      .details = R"(
+  return {.name = "run",
+          .summary = "Run what is missing of a campaign",
+          .details = R"(
 Makes the runs that are not yet in the folder. It can be ended at any time, by Ctrl-C too: only the runs that it is at
 are lost, and the same command goes on. Any number of processes, here or on other machines that see the folder, may run
 shards of the same campaign; what they find together is the same, byte by byte, as what one finds alone.
 
 A run that fails, a loop that diverges for instance, is a result with its sentence. A result that is damaged is made
 again. Another campaign in the same folder is refused.)",
-      .examples = {"quen-shs campaign run gains.toml --output gains",
-                   "quen-shs campaign run gains.toml --output gains --shard 3/8 --jobs 1"},
-      .arguments = {CampaignFile(command->file), CampaignOutput(command->output), Jobs(command->options.jobs),
-                    Checked(
-                        "--shard", "Part I of N of the runs, I from 1 to N", "I/N",
-                        [](const std::string& text) { workbench::ParseShard(text); }, command->shard),
-                    Flag("--retry-failed", "Make the runs that have failed again, too", command->options.retry_failed),
-                    JsonFlag(command->json)},
-      .action = [command] { RunIt(*command); }};
+          .examples = {"quen-shs campaign run gains.toml --output gains",
+                       "quen-shs campaign run gains.toml --output gains --shard 3/8 --jobs 1"},
+          .arguments = {CampaignFile(command->file), CampaignOutput(command->output), Jobs(command->jobs),
+                        Checked(
+                            "--shard", "Part I of N of the runs, I from 1 to N", "I/N",
+                            [](const std::string& text) { workbench::ParseShard(text); }, command->shard),
+                        Flag("--retry-failed", "Make the runs that have failed again, too", command->retry_failed),
+                        JsonFlag(command->json)},
+          .action = [command] { RunIt(*command); }};
 }
 
 // --- status

@@ -147,9 +147,7 @@ std::shared_ptr<const workbench::DetectorDescription> DetectorFor(const Detector
   if (!arguments.file.empty()) *detector = workbench::ReadDetector(arguments.file);
   files.RefuseToReplace(detector->files);
   detector->engines_know_maps = arguments.engines_know_maps;
-  if (detector->engines_know_maps && workbench::MapsOf(detector->config).AreEmpty()) {
-    throw std::runtime_error("--use-maps: expected a detector with maps, found " + arguments.file + " without any");
-  }
+  if (arguments.engines_know_maps) workbench::RequireMaps(detector->config, "--use-maps", arguments.file);
   Change(detector->config, arguments);
   return detector;
 }
