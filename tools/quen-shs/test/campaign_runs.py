@@ -62,6 +62,12 @@ class Campaigns(unittest.TestCase):
     def done(self, folder):
         return json.loads(tool("campaign", "status", str(folder), "--json").stdout)["done"]
 
+    @staticmethod
+    def wait_for_work(folder, process):
+        """Waits until a process tells that it is at work, or has ended."""
+        while process.poll() is None and not list(folder.glob(f"at-work-*-{process.pid}")):
+            time.sleep(0.002)
+
     def test_kills(self):
         generator = random.Random(1)
         folder = self.folder / "killed"
@@ -70,6 +76,8 @@ class Campaigns(unittest.TestCase):
             shard = generator.choice(["1/1", "1/2", "2/2", "2/3"])
             with subprocess.Popen([*self.command, str(folder), "--jobs", generator.choice("12"), "--shard", shard],
                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as process:
+                if kill % 2 == 0:  # the others are killed while they begin, if not before
+                    self.wait_for_work(folder, process)
                 time.sleep(generator.uniform(0.0, 0.15))
                 process.send_signal(signal.SIGKILL)
             if (folder / "campaign.json").exists():
@@ -77,6 +85,7 @@ class Campaigns(unittest.TestCase):
                 self.assertGreaterEqual(now, done, kill)
                 done = now
         print(f"{done} of {RUNS} runs done after {KILLS} kills", file=sys.stderr)
+        self.assertGreater(done, 0)
         subprocess.run([*self.command, str(folder)], check=True, capture_output=True)
         self.assert_equals_plain(folder)
 
@@ -125,14 +134,54 @@ class Campaigns(unittest.TestCase):
                                             ("error", scatter / np.sqrt(len(values)))):
                     np.testing.assert_allclose(point[f"{name}_{statistic}"], expected, rtol=1e-10, atol=1e-15)
 
+    def with_mounts(self, script):
+        """Runs a shell script that may mount: what it mounts is its own, and gone with it."""
+        can = subprocess.run(["unshare", "-rm", "true"], capture_output=True, check=False).returncode == 0
+        if not can:
+            self.skipTest("this system lets no process have mounts of its own")
+        environment = {**os.environ, "TOOL": TOOL, "FILE": str(self.file)}
+        result = subprocess.run(["unshare", "-rm", "sh", "-euc", script], cwd=self.folder, env=environment,
+                                capture_output=True, text=True, check=False)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return result
+
+    def test_full_disk(self):
+        os.mkdir(self.folder / "disk")
+        result = self.with_mounts("""
+            mount -t tmpfs -o size=60k tmpfs disk
+            "$TOOL" campaign run "$FILE" --output disk/out --jobs 2 && exit 9
+            "$TOOL" campaign status disk/out --json
+            mount -o remount,size=10m disk
+            "$TOOL" campaign run "$FILE" --output disk/out >/dev/null
+            cp -r disk/out from-disk
+        """)
+        self.assertEqual(result.stderr, "quen-shs: cannot write disk/out/runs-1-of-1: No space left on device\n")
+        status = json.loads(result.stdout)
+        self.assertGreater(status["done"], 50)
+        self.assertGreater(status["missing"], 50)
+        self.assertEqual(status["done"] + status["missing"], RUNS)
+        self.assert_equals_plain(self.folder / "from-disk")
+
     def test_read_only_folder(self):
-        folder = self.folder / "plain-read-only"
-        subprocess.run(["cp", "-r", str(self.plain), str(folder)], check=True)
-        (folder / "runs-1-of-1").unlink()
-        (folder / "runs-1-of-1").mkdir()  # even root cannot write to it
-        result = subprocess.run([*self.command, str(folder)], capture_output=True, text=True, check=False)
-        self.assertEqual(result.returncode, 1)
-        self.assertEqual(result.stderr.count("\n"), 1, result.stderr)
+        folder = self.folder / "read-only"
+        subprocess.run([*self.command, str(folder), "--shard", "1/2"], check=True, capture_output=True)
+        result = self.with_mounts("""
+            mount --bind read-only read-only
+            mount -o remount,bind,ro read-only
+            "$TOOL" campaign run "$FILE" --output read-only && exit 9
+            "$TOOL" campaign run "$FILE" --output read-only --shard 1/2 && exit 9
+            "$TOOL" campaign merge read-only --partial && exit 9
+            "$TOOL" campaign merge read-only --partial --output elsewhere >/dev/null
+            "$TOOL" campaign status read-only --json
+        """)
+        self.assertEqual(json.loads(result.stdout)["done"], RUNS // 2)
+        self.assertEqual(result.stderr.splitlines(), [
+            "quen-shs: cannot write read-only/runs-1-of-1: Read-only file system",
+            "quen-shs: cannot write read-only/runs-1-of-2: Read-only file system",
+            "quen-shs: cannot write read-only/runs.fits: Read-only file system"])
+        self.assertEqual(len(Table.read(self.folder / "elsewhere" / "runs.fits")), RUNS // 2)
+        subprocess.run([*self.command, str(folder)], check=True, capture_output=True)
+        self.assert_equals_plain(folder)
 
 
 if __name__ == "__main__":
