@@ -19,6 +19,7 @@ True
 from ._core import Roi
 from ._core import version as __version__
 from .calibration import Finding, Findings, calibrate, check
+from .campaigns import CampaignTables, campaign
 from .detector import Detector, draw_flat_map, draw_hot_pixels
 from .engines import (
     BrightestPixels,
@@ -42,6 +43,7 @@ from .simulator import Simulator
 __all__ = [
     "AxisScore",
     "BrightestPixels",
+    "CampaignTables",
     "Centroider",
     "CentreOfGravity",
     "Correlation",
@@ -62,6 +64,7 @@ __all__ = [
     "Weighted",
     "Windowed",
     "calibrate",
+    "campaign",
     "check",
     "draw_flat_map",
     "draw_hot_pixels",

@@ -1,5 +1,6 @@
 #include <pybind11/pybind11.h>
 
+#include "python/src/campaign.hpp"
 #include "python/src/detector.hpp"
 #include "python/src/engines.hpp"
 #include "python/src/guards.hpp"
@@ -13,5 +14,6 @@ PYBIND11_MODULE(_core, module) {
   quen::python::BindDetector(module);
   quen::python::BindSimulator(module);
   quen::python::BindWorkbench(module);
+  quen::python::BindCampaign(module);
   module.attr("version") = QUEN_VERSION;
 }

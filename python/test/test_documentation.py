@@ -13,7 +13,7 @@ import pytest
 import quen_shs
 
 HERE = pathlib.Path(__file__).parent
-MODULES = ["", ".calibration", ".detector", ".engines", ".loop", ".pictures", ".scores", ".simulator"]
+MODULES = ["", ".calibration", ".campaigns", ".detector", ".engines", ".loop", ".pictures", ".scores", ".simulator"]
 
 
 @pytest.mark.parametrize("module", MODULES)

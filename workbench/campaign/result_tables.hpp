@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "workbench/campaign/campaign_folder.hpp"
@@ -40,5 +42,23 @@ struct MergedTables {
 /// @param takes_part  whether runs may be missing
 /// @throws std::runtime_error  results cannot be read; runs are missing
 MergedTables MergeResults(const CampaignFolder& folder, bool takes_part);
+
+/// A column of a table.
+struct TableColumn {
+  std::string name;
+  std::string unit;  ///< empty if it has none
+  std::string comment;
+  std::variant<std::vector<double>, std::vector<long long>, std::vector<std::string>> values;
+  std::size_t width = 0;  ///< of texts, in bytes
+};
+
+/// The same tables, column by column.
+struct MergedColumns {
+  std::vector<TableColumn> runs;
+  std::vector<TableColumn> points;
+};
+
+/// @throws as MergeResults
+MergedColumns MergeColumns(const CampaignFolder& folder, bool takes_part);
 
 }  // namespace quen::workbench

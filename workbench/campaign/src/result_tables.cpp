@@ -88,14 +88,6 @@ class PointSums {
 
 // --- Tables of columns that a campaign decides
 
-struct TableColumn {
-  std::string name;
-  std::string unit;  ///< empty if it has none
-  std::string comment;
-  std::variant<std::vector<double>, std::vector<long long>, std::vector<std::string>> values;  ///< not yet written
-  std::size_t width = 0;                                                                       ///< of texts
-};
-
 template <typename T>
 TableColumn NumberColumn(const std::string& name, const std::string& unit = "", const std::string& comment = "") {
   return {name, unit, comment, std::vector<T>()};
@@ -119,24 +111,12 @@ void WriteAt(const Handle& table, int column, LONGLONG row, std::vector<std::str
   fits_write_col(table->file, TSTRING, column, row, 1, static_cast<LONGLONG>(values.size()), texts.data(), &status);
 }
 
-/// A table that grows row by row.
-class GrowingTable {
+/// Rows of a table: values go into its columns one after the other.
+class Rows {
  public:
-  GrowingTable(std::string name, std::vector<TableColumn> columns)
-      : name_(std::move(name)), columns_(std::move(columns)) {
-    std::vector<std::pair<std::string, std::string>> formats;
-    for (const TableColumn& column : columns_) formats.emplace_back(column.name, FormatOf(column));
-    const Handle& table = fits_.AddTable(name_, formats);
-    for (std::size_t k = 0; k < columns_.size(); ++k) {
-      const TableColumn& column = columns_[k];
-      if (!column.unit.empty()) WriteKey(table, fmt::format("TUNIT{}", k + 1), column.unit, column.comment);
-    }
-    WriteCreator(table, "campaign");
-    table_ = &table;
-  }
+  explicit Rows(std::vector<TableColumn> columns) : columns_(std::move(columns)) {}
 
-  /// Values go into the columns one after the other.
-  void BeginRow() { next_ = 0; }
+  void Begin() { next_ = 0; }
   void Add(double value) { std::get<0>(columns_[next_++].values).push_back(value); }
   void Add(std::uint64_t value) { std::get<1>(columns_[next_++].values).push_back(static_cast<long long>(value)); }
   void Add(const std::string& value) { std::get<2>(columns_[next_++].values).push_back(value); }
@@ -145,8 +125,44 @@ class GrowingTable {
     if (const bool* const flag = std::get_if<bool>(&value)) return Add(std::uint64_t{*flag ? 1U : 0U});
     Add(std::get<std::string>(value));
   }
-  void EndRow() {
-    if (++waiting_ == kRowsAtOnce) Write();
+  void End() { ++count_; }
+
+  [[nodiscard]] std::size_t Count() const { return count_; }
+  [[nodiscard]] std::vector<TableColumn>& Columns() { return columns_; }
+
+  /// Forgets all rows; the columns stay.
+  void Clear() {
+    for (TableColumn& column : columns_) std::visit([](auto& values) { values.clear(); }, column.values);
+    count_ = 0;
+  }
+
+ private:
+  std::vector<TableColumn> columns_;
+  std::size_t next_ = 0;
+  std::size_t count_ = 0;
+};
+
+/// A FITS file with a table that takes rows some thousands at a time.
+class FitsTable {
+ public:
+  FitsTable(std::string name, std::vector<TableColumn> columns) : name_(std::move(name)), waiting_(std::move(columns)) {
+    std::vector<std::pair<std::string, std::string>> formats;
+    for (const TableColumn& column : waiting_.Columns()) formats.emplace_back(column.name, FormatOf(column));
+    const Handle& table = fits_.AddTable(name_, formats);
+    int number = 0;
+    for (const TableColumn& column : waiting_.Columns()) {
+      ++number;
+      if (!column.unit.empty()) WriteKey(table, fmt::format("TUNIT{}", number), column.unit, column.comment);
+    }
+    WriteCreator(table, "campaign");
+    table_ = &table;
+  }
+
+  /// To be added to, row by row.
+  [[nodiscard]] Rows& Waiting() { return waiting_; }
+
+  void WriteIfMany() {
+    if (waiting_.Count() >= kRowsAtOnce) Write();
   }
 
   std::string Bytes() {
@@ -161,26 +177,22 @@ class GrowingTable {
   }
 
   void Write() {
+    if (waiting_.Count() == 0) return;
     int status = 0;
-    for (std::size_t k = 0; k < columns_.size() && waiting_ > 0; ++k) {
-      std::visit(
-          [&](auto& values) {
-            WriteAt(*table_, static_cast<int>(k) + 1, written_ + 1, values, status);
-            values.clear();
-          },
-          columns_[k].values);
+    int number = 0;
+    for (TableColumn& column : waiting_.Columns()) {
+      ++number;
+      std::visit([&](auto& values) { WriteAt(*table_, number, written_ + 1, values, status); }, column.values);
     }
     if (status != 0) throw std::runtime_error(fmt::format("cannot make the table \"{}\" in memory", name_));
-    written_ += static_cast<LONGLONG>(waiting_);
-    waiting_ = 0;
+    written_ += static_cast<LONGLONG>(waiting_.Count());
+    waiting_.Clear();
   }
 
   std::string name_;
-  std::vector<TableColumn> columns_;
+  Rows waiting_;
   MemoryFits fits_ = MemoryFits(MemoryFits::Dates::kNone);
   const Handle* table_ = nullptr;
-  std::size_t next_ = 0;
-  std::size_t waiting_ = 0;
   LONGLONG written_ = 0;
 };
 
@@ -200,7 +212,7 @@ TableColumn ColumnOf(const Axis& axis) {
   return TextColumn(name, width);
 }
 
-GrowingTable TableOfRuns(const Campaign& campaign, std::size_t longest_failure) {
+std::vector<TableColumn> ColumnsOfRuns(const Campaign& campaign, std::size_t longest_failure) {
   std::vector<TableColumn> columns = {NumberColumn<long long>("run"), NumberColumn<long long>("point")};
   for (const Axis& axis : campaign.axes) columns.push_back(ColumnOf(axis));
   columns.push_back(NumberColumn<long long>("seed"));
@@ -209,10 +221,10 @@ GrowingTable TableOfRuns(const Campaign& campaign, std::size_t longest_failure) 
   }
   columns.push_back(NumberColumn<long long>("failed"));
   columns.push_back(TextColumn("failure", longest_failure));
-  return {"runs", std::move(columns)};
+  return columns;
 }
 
-GrowingTable TableOfPoints(const Campaign& campaign) {
+std::vector<TableColumn> ColumnsOfPoints(const Campaign& campaign) {
   std::vector<TableColumn> columns = {NumberColumn<long long>("point")};
   for (const Axis& axis : campaign.axes) columns.push_back(ColumnOf(axis));
   columns.push_back(NumberColumn<long long>("runs"));
@@ -223,34 +235,62 @@ GrowingTable TableOfPoints(const Campaign& campaign) {
     columns.push_back(NumberColumn<double>(name + "_scatter", result.unit, "of a run"));
     columns.push_back(NumberColumn<double>(name + "_error", result.unit, "standard error of the mean"));
   }
-  return {"points", std::move(columns)};
+  return columns;
 }
 
-void AddRun(const Campaign& campaign, std::uint64_t run, const RunRecord& record, GrowingTable& table) {
+void AddRun(const Campaign& campaign, std::uint64_t run, const RunRecord& record, Rows& rows) {
   const std::uint64_t point = run / campaign.repeats;
-  table.BeginRow();
-  table.Add(run);
-  table.Add(point);
-  for (const OptionValue& value : campaign.ValuesAt(point)) table.Add(value);
-  table.Add(std::uint64_t{campaign.SeedOf(run)});
-  for (const double value : record.values) table.Add(value);
-  table.Add(std::uint64_t{record.state == RunState::kFailed ? 1U : 0U});
-  table.Add(record.failure);
-  table.EndRow();
+  rows.Begin();
+  rows.Add(run);
+  rows.Add(point);
+  for (const OptionValue& value : campaign.ValuesAt(point)) rows.Add(value);
+  rows.Add(std::uint64_t{campaign.SeedOf(run)});
+  for (const double value : record.values) rows.Add(value);
+  rows.Add(std::uint64_t{record.state == RunState::kFailed ? 1U : 0U});
+  rows.Add(record.failure);
+  rows.End();
 }
 
-void AddPoint(const Campaign& campaign, const PointSummary& summary, GrowingTable& table) {
-  table.BeginRow();
-  table.Add(summary.point);
-  for (const OptionValue& value : campaign.ValuesAt(summary.point)) table.Add(value);
-  table.Add(summary.runs);
-  table.Add(summary.failed);
+void AddPoint(const Campaign& campaign, const PointSummary& summary, Rows& rows) {
+  rows.Begin();
+  rows.Add(summary.point);
+  for (const OptionValue& value : campaign.ValuesAt(summary.point)) rows.Add(value);
+  rows.Add(summary.runs);
+  rows.Add(summary.failed);
   for (const auto& [mean, scatter, standard_error] : summary.results) {
-    table.Add(mean);
-    table.Add(scatter);
-    table.Add(standard_error);
+    rows.Add(mean);
+    rows.Add(scatter);
+    rows.Add(standard_error);
   }
-  table.EndRow();
+  rows.End();
+}
+
+/// What the first look at the results must tell: the tables have columns as wide as their longest text.
+/// @throws std::runtime_error  runs are missing, and must not be
+std::size_t LongestFailure(const CampaignFolder& folder, bool takes_part) {
+  std::uint64_t missing = 0;
+  std::size_t longest = 0;
+  ForEachRun(folder, [&](std::uint64_t /*run*/, const RunRecord& record) {
+    missing += IsThere(record) ? 0U : 1U;
+    longest = std::max(longest, record.failure.size());
+  });
+  if (missing > 0 && !takes_part) {
+    throw std::runtime_error(
+        fmt::format("{}: expected {} runs, {} of them are missing; 'quen-shs campaign run' goes on, or give --partial",
+                    folder.name, folder.results.Runs(), missing));
+  }
+  return longest;
+}
+
+/// @param after_run  called after what there is of each run has been added
+template <typename AfterRun>
+void Merge(const CampaignFolder& folder, Rows& runs, Rows& points, const AfterRun& after_run) {
+  PointSums sums(folder);
+  ForEachRun(folder, [&](std::uint64_t run, const RunRecord& record) {
+    if (IsThere(record)) AddRun(folder.campaign, run, record, runs);
+    sums.Add(run, record, [&](const PointSummary& summary) { AddPoint(folder.campaign, summary, points); });
+    after_run();
+  });
 }
 
 }  // namespace
@@ -261,25 +301,20 @@ void ForEachPoint(const CampaignFolder& folder, const std::function<void(const P
 }
 
 MergedTables MergeResults(const CampaignFolder& folder, bool takes_part) {
-  std::uint64_t missing = 0;
-  std::size_t longest_failure = 0;
-  ForEachRun(folder, [&](std::uint64_t /*run*/, const RunRecord& record) {
-    missing += IsThere(record) ? 0U : 1U;
-    longest_failure = std::max(longest_failure, record.failure.size());
-  });
-  if (missing > 0 && !takes_part) {
-    throw std::runtime_error(
-        fmt::format("{}: expected {} runs, {} of them are missing; 'quen-shs campaign run' goes on, or give --partial",
-                    folder.name, folder.results.Runs(), missing));
-  }
-  GrowingTable runs = TableOfRuns(folder.campaign, longest_failure);
-  GrowingTable points = TableOfPoints(folder.campaign);
-  PointSums sums(folder);
-  ForEachRun(folder, [&](std::uint64_t run, const RunRecord& record) {
-    if (IsThere(record)) AddRun(folder.campaign, run, record, runs);
-    sums.Add(run, record, [&](const PointSummary& summary) { AddPoint(folder.campaign, summary, points); });
+  FitsTable runs("runs", ColumnsOfRuns(folder.campaign, LongestFailure(folder, takes_part)));
+  FitsTable points("points", ColumnsOfPoints(folder.campaign));
+  Merge(folder, runs.Waiting(), points.Waiting(), [&] {
+    runs.WriteIfMany();
+    points.WriteIfMany();
   });
   return {runs.Bytes(), points.Bytes()};
+}
+
+MergedColumns MergeColumns(const CampaignFolder& folder, bool takes_part) {
+  Rows runs(ColumnsOfRuns(folder.campaign, LongestFailure(folder, takes_part)));
+  Rows points(ColumnsOfPoints(folder.campaign));
+  Merge(folder, runs, points, [] {});
+  return {std::move(runs.Columns()), std::move(points.Columns())};
 }
 
 }  // namespace quen::workbench
