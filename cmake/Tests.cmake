@@ -271,7 +271,7 @@ if(QUEN_BUILD_TOOLS)
   add_test(NAME CampaignOnCluster.LosesNothingWithANode
            COMMAND ${QUEN_PYTHON} tools/quen-shs/test/campaign_on_cluster.py $<TARGET_FILE:quen-shs> scripts/cluster
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(CampaignOnCluster.LosesNothingWithANode PROPERTIES LABELS cluster TIMEOUT 150 COST 100
+  set_tests_properties(CampaignOnCluster.LosesNothingWithANode PROPERTIES LABELS cluster TIMEOUT 250 COST 100
                                                                           SKIP_RETURN_CODE 77)
 endif()
 
