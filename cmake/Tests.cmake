@@ -213,6 +213,8 @@ if(QUEN_BUILD_TOOLS)
             workbench/campaign/test/execution_test.cpp
             workbench/campaign/test/result_files_test.cpp
     LIBRARIES quen_workbench fmt::fmt)
+  quen_add_test(live_test LABEL workbench SOURCES workbench/live/test/controller_test.cpp
+                                                  workbench/live/test/live_test.cpp LIBRARIES quen_workbench)
   quen_add_test(
     check_planted_test
     LABEL workbench
@@ -229,6 +231,7 @@ if(QUEN_BUILD_TOOLS)
             tools/quen-shs/test/demo_test.cpp
             tools/quen-shs/test/detector_verb_test.cpp
             tools/quen-shs/test/score_verb_test.cpp
+            tools/quen-shs/test/streams_verb_test.cpp
             tools/quen-shs/test/terminal_test.cpp
             tools/quen-shs/test/verbs_test.cpp
     LIBRARIES quen_shs_core)

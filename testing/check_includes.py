@@ -25,6 +25,7 @@ ORDER = [
     ["workbench/engines"],
     ["workbench/sensor"],
     ["workbench/loop", "workbench/check"],
+    ["workbench/live"],
     ["workbench/pictures", "workbench/campaign"],
     ["tools/quen-shs/cli", "python"],
     ["tools/quen-shs/verbs"],

@@ -34,6 +34,20 @@ void WaitFor(int descriptor, short events);
 /// @throws Interrupted  a signal has come, before or meanwhile
 void WaitForAMoment();
 
+/// While it lives, a signal that has come before ends nothing: what is left to be said can be said. Afterwards it does.
+class Reprieve {
+ public:
+  Reprieve();
+  ~Reprieve();
+  Reprieve(const Reprieve&) = delete;
+  Reprieve& operator=(const Reprieve&) = delete;
+  Reprieve(Reprieve&&) = delete;
+  Reprieve& operator=(Reprieve&&) = delete;
+
+ private:
+  int signal_;  ///< 0: none
+};
+
 /// Ends the process by the signal that has come.
 void EndByInterruption();
 

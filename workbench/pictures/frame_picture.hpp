@@ -22,10 +22,11 @@ std::string ArrowLegend(const Overlay& overlay);
 std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::optional<Overlay>& overlay,
                       const std::string& title);
 
-/// Draws a map of a detector's pixels by zscale; from its lowest value to its highest where zscale finds no range.
+/// Draws a map of pixels by zscale; from its lowest value to its highest where zscale finds no range.
 /// What is not finite is black. Returns a PNG file.
-/// @param map  a number for each of the 840 × 816 pixels
+/// @param map    a number for each of the pixels, row by row
+/// @param width  pixels in a row
 /// @throws std::runtime_error  there is no memory for it
-std::string DrawMap(const std::vector<double>& map, const std::string& name);
+std::string DrawMap(const std::vector<double>& map, std::size_t width, const std::string& name);
 
 }  // namespace quen::workbench

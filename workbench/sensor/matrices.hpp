@@ -29,6 +29,10 @@ inline Eigen::Map<const Eigen::VectorXd> SlopesOf(const quen::shssim::ShsSimulat
   return {simulator.Slopes().data(), kNumSlopes};
 }
 
+/// result = matrix · vector, in the result's own memory.
+void Multiply(const Eigen::Map<const Matrix>& matrix, const Eigen::Ref<const Eigen::VectorXd>& vector,
+              Eigen::VectorXd& result);
+
 /// The control matrix of a modes-to-slopes matrix, or the reverse.
 Matrix PseudoInverse(const Matrix& matrix);
 

@@ -2,20 +2,17 @@
 
 #include <chrono>
 
+#include "tools/quen-shs/cli/status_line.hpp"
+
 namespace quen::tool {
 
-/// A line on standard error that tells how far a job is, its rate and the time left, redrawn in place and cut to the
-/// terminal's width. Silent where standard error is not a terminal.
+/// A line on standard error that tells how far a job is, its rate and the time left. Silent where standard error is not
+/// a terminal.
 class Progress {
  public:
   /// @param total  number of frames, or of what else there is to do
   /// @param unit   what one of them is called
   explicit Progress(int total, const char* unit = "frame");
-  ~Progress();
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-  Progress(Progress&&) = delete;
-  Progress& operator=(Progress&&) = delete;
 
   /// One more is done.
   /// @throws Interrupted  the job is to end
@@ -30,9 +27,8 @@ class Progress {
   int total_;
   const char* unit_;
   int done_ = 0;
-  bool on_terminal_;
   Clock::time_point start_ = Clock::now();
-  Clock::time_point shown_ = start_;
+  StatusLine line_;
 };
 
 }  // namespace quen::tool

@@ -31,8 +31,8 @@ std::uint32_t BigEndian(const std::vector<char>& bytes, std::size_t offset) {
   return value;
 }
 
-constexpr std::array kVerbs = {"calibrate", "check",    "frame",    "measure", "view",      "score",
-                               "loop",      "campaign", "detector", "manual",  "completion"};
+constexpr std::array kVerbs = {"calibrate", "check",    "frame",    "measure", "view",   "score",
+                               "loop",      "campaign", "detector", "watch",   "manual", "completion"};
 
 std::string NoVerb(const std::string& found) {
   return fmt::format("VERB: expected one of {}, found {}", fmt::join(kVerbs, ", "), found);

@@ -98,11 +98,27 @@ TEST(Completion, KnowsVerbsOptionsAndWords) {
 TEST(Manual, HasAPagePerVerbInTheWordsOfItsHelp) {
   const TempDir folder;
   ASSERT_EQ(Shell(QUEN_SHS " manual --folder " + (folder / "man1")).exit_code, 0);
-  EXPECT_EQ(quen::testing::EntriesBelow(folder / "man1"), 19U);
-  for (const char* const verb :
-       {"", "-calibrate", "-check", "-frame", "-measure", "-view", "-score", "-loop", "-campaign", "-campaign-plan",
-        "-campaign-run", "-campaign-status", "-campaign-merge", "-campaign-plot", "-campaign-show", "-campaign-slurm",
-        "-detector", "-manual", "-completion"}) {
+  EXPECT_EQ(quen::testing::EntriesBelow(folder / "man1"), 20U);
+  for (const char* const verb : {"",
+                                 "-calibrate",
+                                 "-check",
+                                 "-frame",
+                                 "-measure",
+                                 "-view",
+                                 "-score",
+                                 "-loop",
+                                 "-campaign",
+                                 "-campaign-plan",
+                                 "-campaign-run",
+                                 "-campaign-status",
+                                 "-campaign-merge",
+                                 "-campaign-plot",
+                                 "-campaign-show",
+                                 "-campaign-slurm",
+                                 "-detector",
+                                 "-watch",
+                                 "-manual",
+                                 "-completion"}) {
     const std::string path = (folder / "man1/quen-shs") + verb + ".1";
     const Outcome page = Shell("man --warnings=w -E UTF-8 -P cat -l " + path);
     EXPECT_EQ(page.err, "") << path;

@@ -18,6 +18,7 @@ void AddScore(CommandLine& line);
 void AddLoop(CommandLine& line);
 void AddCampaign(CommandLine& line);
 void AddDetector(CommandLine& line);
+void AddWatch(CommandLine& line);
 void AddManual(CommandLine& line);
 void AddCompletion(CommandLine& line);
 

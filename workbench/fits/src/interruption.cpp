@@ -59,6 +59,12 @@ void WaitForAMoment() {
   Wait(kNone, 0, &kMoment);
 }
 
+Reprieve::Reprieve() : signal_(noted) { noted = 0; }
+
+Reprieve::~Reprieve() {
+  if (noted == 0) noted = signal_;
+}
+
 void EndByInterruption() {
   struct sigaction action {};
   action.sa_handler = SIG_DFL;  // NOLINT(cppcoreguidelines-pro-type-union-access)

@@ -6,36 +6,12 @@
 #include <cmath>
 #include <utility>
 
+#include "workbench/loop/integrator.hpp"
 #include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/matrices.hpp"
 
 namespace quen::workbench {
-namespace {
-
-/// result = matrix · vector, in the result's own memory. No wider than any x86-64 processor has it: the frame has
-/// driven the matrices out of the second-level cache, and wider instructions wait as long for the third (a trial: 29
-/// and 24 µs for the two products, 23 and 25 with AVX-512).
-void Multiply(const Eigen::Map<const Matrix>& matrix, const Eigen::Ref<const Eigen::VectorXd>& vector,
-              Eigen::VectorXd& result) {
-  if (vector.data() == nullptr) return;  // never; Eigen would allocate for it, as analyzers see
-  result.noalias() = matrix * vector;
-}
-
-/// Puts 0 in the place of both slopes of a spot of which one is not finite.
-/// @return  how many spots these are
-std::size_t LeaveOutLost(Eigen::VectorXd& slopes) {
-  const Eigen::Index half = slopes.size() / 2;
-  std::size_t lost = 0;
-  for (Eigen::Index spot = 0; spot < half; ++spot) {
-    if (std::isfinite(slopes(spot)) && std::isfinite(slopes(half + spot))) continue;
-    slopes(spot) = slopes(half + spot) = 0.0;
-    ++lost;
-  }
-  return lost;
-}
-
-}  // namespace
 
 struct ControlLoop::State {
   /// Tells when the residual is out of all proportion, NaN included.
@@ -54,9 +30,9 @@ struct ControlLoop::State {
       : camera(camera),
         options(options),
         m2s(M2sOf(camera)),
-        cm(CmOf(camera)),
         used(UsedIndices(camera.RoisUsed())),
         centroiding(engine),
+        integrator(camera, options.gain, options.leak),
         corrections(static_cast<std::size_t>(options.delay), NoModes()) {
     run.records.assign(frames, {NoModes(), NoModes(), NoModes()});
   }
@@ -66,15 +42,13 @@ struct ControlLoop::State {
   Camera& camera;
   LoopOptions options;
   Eigen::Map<const Matrix> m2s;
-  Eigen::Map<const Matrix> cm;
   std::vector<std::size_t> used;
   Engine& centroiding;
+  Integrator integrator;
   DivergenceDetector detector;
   std::vector<Eigen::VectorXd> corrections;  ///< still to act, the next frame's first
   Displacements displacements;
   Eigen::VectorXd slopes = Eigen::VectorXd::Zero(kNumSlopes);  ///< that the residual makes
-  Eigen::VectorXd found = Eigen::VectorXd::Zero(kNumSlopes);   ///< slopes of the spots that were found
-  Eigen::VectorXd measured = NoModes();
   LoopRun run;
   std::size_t frames = 0;  ///< so far
 };
@@ -105,12 +79,9 @@ void ControlLoop::Draw() { state_->camera.Draw(state_->displacements); }
 void ControlLoop::Measure() { state_->camera.ComputeSlopes(state_->centroiding, kSlopeLimit, std::nullopt); }
 
 void ControlLoop::Correct() {
-  state_->found = SlopesOf(state_->camera);
-  state_->run.lost_spots += LeaveOutLost(state_->found);
-  Multiply(state_->cm, state_->found, state_->measured);
   // The correction that has acted makes room for the newest one.
   std::vector<Eigen::VectorXd>& corrections = state_->corrections;
-  corrections.front() = (1.0 - state_->options.leak) * corrections.back() + state_->options.gain * state_->measured;
+  state_->run.lost_spots += state_->integrator.Integrate(corrections.back(), corrections.front());
   std::rotate(corrections.begin(), corrections.begin() + 1, corrections.end());
 }
 

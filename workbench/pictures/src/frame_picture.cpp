@@ -70,7 +70,7 @@ std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::opt
   return canvas.Png();
 }
 
-std::string DrawMap(const std::vector<double>& map, const std::string& name) {
+std::string DrawMap(const std::vector<double>& map, std::size_t width, const std::string& name) {
   constexpr double kLevels = 65535.0;  // of a frame's pixels
   const double unit = LargestMagnitude(map);
   const std::vector<double> values = FiniteOf(map, unit);
@@ -79,7 +79,7 @@ std::string DrawMap(const std::vector<double>& map, const std::string& name) {
     stretch.black = std::ranges::min(values);
     stretch.white = std::ranges::max(values);
   }
-  Frame frame = {kFrameWidth, kFrameHeight, std::vector<std::uint16_t>(map.size()), true};
+  Frame frame = {width, map.size() / width, std::vector<std::uint16_t>(map.size()), true};
   std::ranges::transform(map, frame.pixels.begin(), [&](double element) {
     const bool is_shown = std::isfinite(element) && stretch.white > stretch.black;
     return static_cast<std::uint16_t>(is_shown ? kLevels * stretch.Shade(element / unit) : 0.0);

@@ -445,21 +445,21 @@ std::vector<double> Map() {
 TEST(Picture, MapIsDrawnFromItsLowestValueToItsHighest) {
   std::vector<double> map = Map();
   for (std::ptrdiff_t row = 100; row < 140; ++row) std::fill_n(map.begin() + 840 * row + 600, 60, kNan);
-  ExpectLooksLike("map", [&] { return DrawMap(map, "flat.fits"); });
+  ExpectLooksLike("map", [&] { return DrawMap(map, kFrameWidth, "flat.fits"); });
 }
 
 TEST(Picture, MapOfAFewPixelsShowsThem) {
   std::vector<double> map(std::size_t{840} * 816, 0.0);
   for (std::ptrdiff_t row = 100; row < 140; ++row) std::fill_n(map.begin() + 840 * row + 20, 60, 2.0);
   map.back() = 3.0;
-  ExpectLooksLike("map_of_states", [&] { return DrawMap(map, "states.fits"); });
+  ExpectLooksLike("map_of_states", [&] { return DrawMap(map, kFrameWidth, "states.fits"); });
 }
 
 TEST(Picture, MapOfAnyNumbers) {
   for (const auto& [first, second] : ExtremePairs()) {
     std::vector<double> map(std::size_t{840} * 816, first);
     map[1000] = second;
-    ExpectDrawn([&] { return DrawMap(map, "map.fits"); });
+    ExpectDrawn([&] { return DrawMap(map, kFrameWidth, "map.fits"); });
   }
 }
 

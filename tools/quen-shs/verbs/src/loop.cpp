@@ -4,12 +4,17 @@
 #include <memory>
 #include <stdexcept>
 
+#include "tools/quen-shs/cli/output.hpp"
 #include "tools/quen-shs/cli/progress.hpp"
 #include "tools/quen-shs/cli/report.hpp"
+#include "tools/quen-shs/cli/status_line.hpp"
 #include "tools/quen-shs/verbs/src/common_arguments.hpp"
+#include "tools/quen-shs/verbs/src/streams.hpp"
 #include "tools/quen-shs/verbs/verbs.hpp"
 #include "workbench/engines/engines.hpp"
+#include "workbench/fits/interruption.hpp"
 #include "workbench/fits/staged_file.hpp"
+#include "workbench/live/controller.hpp"
 #include "workbench/loop/control_loop.hpp"
 #include "workbench/loop/series_file.hpp"
 #include "workbench/loop/sweep.hpp"
@@ -26,13 +31,14 @@ namespace {
 
 struct LoopArguments {
   std::string folder;
-  int frames = 1000;
+  int frames = 0;           ///< 0: not given
   double d_over_r0 = 20.0;  ///< strength of the turbulence
   std::string disturbance;  ///< file; turbulence of that strength if empty
   workbench::LoopOptions options;
   DetectorArguments detector;
-  std::string sweep;    ///< gain=FIRST:LAST:STEP; one loop if empty
-  std::string results;  ///< folder; DIR/loop if empty
+  std::string sweep;                        ///< gain=FIRST:LAST:STEP; one loop if empty
+  std::string results;                      ///< folder; DIR/loop if empty
+  workbench::ControllerOptions controller;  ///< of a loop through streams; one of its own if these have no name
   bool json = false;
 };
 
@@ -177,7 +183,73 @@ void SweepGains(const LoopArguments& command, workbench::Camera& camera, const w
   if (!best) throw std::runtime_error("the loop diverges with every gain; try lower ones, or a shorter delay");
 }
 
-void Loop(LoopArguments& command) {
+// --- Through streams
+
+std::string LineOf(const workbench::Controller& controller) {
+  const workbench::ControllerCounts& counts = controller.Counts();
+  return fmt::format("{} frames, {:.1f} frames/s, {} lost, slopes {:.4f} pixels RMS", counts.frames,
+                     controller.FramesPerSecond(), counts.lost, controller.RecentSlopes());
+}
+
+/// Answers frames until there were as many as are wanted.
+/// @throws Interrupted         a signal has come
+/// @throws std::runtime_error  no frame comes any more
+void Answer(workbench::Controller& controller, const LoopArguments& command) {
+  StatusLine line;
+  while (command.frames == 0 || controller.Counts().frames < static_cast<std::uint64_t>(command.frames)) {
+    workbench::ThrowIfInterrupted();
+    const workbench::StreamEvent event = controller.Step();
+    if (event == workbench::StreamEvent::kMadeAnew || event == workbench::StreamEvent::kGone) {
+      line.Clear();
+      Say(EventInWords(event, command.controller.frames));
+    }
+    if (line.IsDue()) line.Show(LineOf(controller));
+  }
+}
+
+void PrintController(const workbench::Controller& controller, const LoopArguments& command) {
+  const workbench::ControllerOptions& options = command.controller;
+  const workbench::ControllerCounts& counts = controller.Counts();
+  Report report;
+  report.Add("frames", counts.frames, "frames",
+             fmt::format("{} of stream {} (gain {:g}, {}{})", counts.frames, options.frames, options.gain,
+                         options.leak > 0.0 ? fmt::format("leak {:g}, ", options.leak) : "", options.engine));
+  report.Add("through", options.frames);
+  report.Add("corrections", options.corrections);
+  report.Add("gain", options.gain);
+  report.Add("leak", options.leak);
+  report.Add("engine", options.engine);
+  report.Add("lost_frames", counts.lost, "lost frames", std::to_string(counts.lost));
+  report.Add("made_anew", counts.made_anew);
+  report.Add("slopes_rms_first", controller.FirstSlopes());
+  report.Add("slopes_rms", controller.RecentSlopes(), "slopes",
+             fmt::format("{:.4f} pixels RMS in the last 100 frames, {:.4f} in the first one", controller.RecentSlopes(),
+                         controller.FirstSlopes()));
+  report.Add("lost_spots", counts.lost_spots);
+  if (counts.lost_spots > 0) {
+    report.AddLine(fmt::format("{:<24}{}", "spots not found", LostInWords(counts.lost_spots, counts.frames)));
+  }
+  AddTimes(report, "latency", controller.Latencies(), "from a frame's time of writing to its corrections");
+  report.Add("frames_per_second", controller.FramesPerSecond(), "speed",
+             fmt::format("{:.0f} frames/s", controller.FramesPerSecond()));
+  report.Print(command.json);
+}
+
+/// The other end of a closed loop.
+void Control(LoopArguments& command) {
+  command.controller.gain = command.options.gain;
+  command.controller.leak = command.options.leak;
+  command.controller.engine = command.options.engine;
+  auto camera = workbench::LoadSimulator<workbench::Camera>(command.folder);
+  workbench::Controller controller(camera, command.controller);
+  PrintEvenIfItFails([&] { Answer(controller, command); }, [&] { PrintController(controller, command); });
+}
+
+// --- Of its own
+
+void CloseLoop(LoopArguments& command) {
+  constexpr int kDefaultFrames = 1000;
+  if (command.frames == 0) command.frames = kDefaultFrames;
   workbench::StagedFiles files(OutputNames(command));
   auto camera = workbench::LoadSimulator<workbench::Camera>(command.folder);
   files.RefuseToReplace(workbench::CalibrationFiles());
@@ -190,6 +262,29 @@ void Loop(LoopArguments& command) {
   }
 }
 
+/// A verb's alternatives, and that --through takes the place of all that makes frames and files.
+std::vector<std::vector<std::string>> NotWithThrough(std::vector<std::vector<std::string>> alternatives) {
+  constexpr const char* kThrough = "--through";
+  for (const char* const own : {"--delay", "--d-over-r0", "--disturbance", "--sweep", "--folder", "--use-maps"}) {
+    alternatives.push_back({own, kThrough});
+  }
+  std::uint32_t seed = 0;
+  double noise = 0.0;
+  DetectorArguments detector;
+  for (const Argument& argument : ExposureArguments(noise, seed, detector)) {
+    alternatives.push_back({argument.name, kThrough});
+  }
+  return alternatives;
+}
+
+void Loop(LoopArguments& command) {
+  if (command.controller.frames.empty()) {
+    CloseLoop(command);
+  } else {
+    Control(command);
+  }
+}
+
 }  // namespace
 
 void AddLoop(CommandLine& line) {
@@ -199,6 +294,8 @@ void AddLoop(CommandLine& line) {
   Argument strength = Number("--d-over-r0", "Strength of the turbulence: diameter over Fried parameter", "",
                              Limits::kDOverR0, command->d_over_r0);
   strength.alias = "--amplitude";
+  Argument frames = Number("--frames", "Number of frames", "", Limits::kFrames, command->frames);
+  frames.otherwise = "1000; with --through, until Ctrl-C";
   line.Add(
       {.name = "loop",
        .summary = "Close an integrator loop on a calibration",
@@ -213,14 +310,20 @@ that diverges is stopped, and its files end with that frame.
 
 The disturbance is turbulence, with Kolmogorov's variances for the modes of the calibration's basis (Zernike modes from
 tip on where the calibration does not say), or what a file says: a table "telemetry" with a column "disturbance", or an
-image of doubles, 52 modes x frames, in radians.)",
+image of doubles, 52 modes x frames, in radians.
+
+With --through it is the controller alone, the other end of a loop that some program closes: it takes each frame of the
+stream (840 x 816, int16 or uint16), measures it, and writes the new correction into the stream --corrections, which it
+makes: 52 float64, modes in radians, the whole of what is to be taken from the disturbance. DIR, --engine, --gain,
+--leak, --frames and --json hold for it; what makes frames or files does not, and is refused. No file is written. It
+waits for the stream to be made, goes on where it is made anew, and prints its report after --frames or Ctrl-C.)",
        .list = workbench::EngineHelp(),
        .examples =
            {"quen-shs loop sensor --frames 500 --gain 0.4 --noise 50 --engine windowed:half-width=5 --folder windy",
-            "quen-shs loop sensor --frames 200 --delay 2 --sweep gain=0.1:0.9:0.1"},
+            "quen-shs loop sensor --frames 200 --delay 2 --sweep gain=0.1:0.9:0.1",
+            "quen-shs loop sensor --through frames --corrections modes --gain 0.4"},
        .arguments = Joined(
-           {{CalibrationFolder(command->folder),
-             Number("--frames", "Number of frames", "", Limits::kFrames, command->frames),
+           {{CalibrationFolder(command->folder), frames,
              Number("--gain", "Gain of the integrator", "", Limits::kGain, options.gain),
              Number("--leak", "Fraction of the correction that is forgotten in each frame", "", Limits::kLeak,
                     options.leak),
@@ -234,8 +337,14 @@ image of doubles, 52 modes x frames, in radians.)",
                  "--sweep", "Gains to be tried one after the other", "gain=FIRST:LAST:STEP",
                  [](const std::string& text) { workbench::ParseSweep(text); }, command->sweep),
              Folder("--folder", "Folder for the results; made if missing", "DIR/loop", command->results),
-             JsonFlag(command->json)}}),
-       .alternatives = WithExposure({{"--d-over-r0", "--disturbance"}, {"--gain", "--sweep"}}),
+             JsonFlag(command->json)},
+            OnlyWith("--corrections", {StreamName("--through", "Stream with the frames of another program",
+                                                  command->controller.frames)}),
+            OnlyWith("--through", {StreamName("--corrections", "Stream to be made for the corrections",
+                                              command->controller.corrections),
+                                   Number("--timeout", "Longest wait for a frame", "seconds",
+                                          workbench::ControllerOptions::kTimeout, command->controller.timeout)})}),
+       .alternatives = NotWithThrough(WithExposure({{"--d-over-r0", "--disturbance"}, {"--gain", "--sweep"}})),
        .action = [command] { Loop(*command); }});
 }
 

@@ -4,7 +4,7 @@ namespace quen::tool {
 
 void AddVerbs(CommandLine& line) {
   for (const auto add : {AddCalibrate, AddCheck, AddFrame, AddMeasure, AddView, AddScore, AddLoop, AddCampaign,
-                         AddDetector, AddManual, AddCompletion}) {
+                         AddDetector, AddWatch, AddManual, AddCompletion}) {
     add(line);
   }
 }

@@ -204,7 +204,7 @@ Content ContentOf(const ViewArguments& command, Inputs& inputs) {
   const auto [axes, bitpix] = quen::common::Fits::ReadImgParams(workbench::OpenImage(file, ""));
   if ((axes.size() == 2 && bitpix == SHORT_IMG) || axes.size() == 3) return FrameContent(command, inputs, axes);
   if (axes == std::vector<std::size_t>{kFrameWidth, kFrameHeight}) {
-    return {"map", [&file] { return workbench::DrawMap(workbench::ReadMap(file), FileName(file)); }};
+    return {"map", [&file] { return workbench::DrawMap(workbench::ReadMap(file), kFrameWidth, FileName(file)); }};
   }
   if (is_primary && axes.size() == 2 && bitpix == DOUBLE_IMG && axes[0] > 0 && axes[1] > 0) {
     return MatrixContent(command, inputs, axes);
