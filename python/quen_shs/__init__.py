@@ -39,6 +39,7 @@ from .loop import LoopRun, run_loop, turbulence
 from .pictures import Picture
 from .scores import AxisScore, ErrorCurves, Score, error_bound, error_curves, score
 from .simulator import Simulator
+from .stream import Stream, StreamWriter
 
 __all__ = [
     "AxisScore",
@@ -61,6 +62,8 @@ __all__ = [
     "Roi",
     "Score",
     "Simulator",
+    "Stream",
+    "StreamWriter",
     "Weighted",
     "Windowed",
     "calibrate",

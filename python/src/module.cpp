@@ -5,6 +5,7 @@
 #include "python/src/engines.hpp"
 #include "python/src/guards.hpp"
 #include "python/src/simulator.hpp"
+#include "python/src/streams.hpp"
 #include "python/src/workbench.hpp"
 
 /// The compiled half of the package quen_shs: what its Python half calls, which checks, names and documents.
@@ -13,6 +14,7 @@ PYBIND11_MODULE(_core, module) {
   quen::python::BindEngines(module);
   quen::python::BindDetector(module);
   quen::python::BindSimulator(module);
+  quen::python::BindStreams(module);
   quen::python::BindWorkbench(module);
   quen::python::BindCampaign(module);
   module.attr("version") = QUEN_VERSION;

@@ -13,13 +13,15 @@ import pytest
 import quen_shs
 
 HERE = pathlib.Path(__file__).parent
-MODULES = ["", ".calibration", ".campaigns", ".detector", ".engines", ".loop", ".pictures", ".scores", ".simulator"]
+MODULES = ["", ".calibration", ".campaigns", ".detector", ".engines", ".loop", ".pictures", ".scores", ".simulator",
+           ".stream"]
 
 
 @pytest.mark.parametrize("module", MODULES)
 def test_examples_of_docstrings_run(module, sensor, tmp_path, monkeypatch):
     (tmp_path / "sensor").symlink_to(sensor)
     monkeypatch.chdir(tmp_path)
+    monkeypatch.setenv("MILK_SHM_DIR", str(tmp_path))
     names = {}
     exec("import numpy as np\nfrom quen_shs import *", names)
     results = doctest.testmod(importlib.import_module("quen_shs" + module), extraglobs=names)
