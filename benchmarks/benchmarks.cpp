@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 #include "benchmarks/exponentials.hpp"
@@ -17,6 +19,8 @@
 #include "detector/detector.hpp"
 #include "shssim/shs_simulator.hpp"
 #include "shssim/src/render_frame.hpp"
+#include "stream/reader.hpp"
+#include "stream/writer.hpp"
 #include "workbench/engines/engines.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
@@ -262,6 +266,29 @@ void AddFiles(Scene& scene, const std::string& folder) {
       [&scene, path = folder + "/frame.fits"] { scene.camera.ComputeFrame(scene.dx, scene.dy, 10.0, path); });
 }
 
+/// A frame to other programs, by shared memory, and from them.
+void AddPublishing(Scene& scene) {
+  static std::vector<std::uint16_t> copy(scene.pixels.size());
+  static const auto writer = std::make_unique<quen::stream::Writer>(quen::stream::StreamConfig{
+      .name = "benchmark",
+      .size = {quen::basesim::kFrameWidth, quen::basesim::kFrameHeight},
+      .keywords = {{"FRAME", std::int64_t{0}}}});
+  static const quen::stream::Reader reader("benchmark");
+  static quen::stream::FrameInfo info;
+  const std::string group = "streams, a frame of 16 bits/";
+  Add(group + "memcpy", [&scene] {
+    std::memcpy(copy.data(), scene.pixels.data(), gsl::span(scene.pixels).size_bytes());
+    benchmark::ClobberMemory();
+  });
+  Add(group + "Publish", [&scene] {
+    static const std::vector<quen::stream::KeywordValue> values = {std::int64_t{1}};
+    writer->Publish(gsl::as_bytes(gsl::span(scene.pixels)), quen::stream::Now(), values);
+  });
+  Add(group + "Read", [] {
+    benchmark::DoNotOptimize(reader.Read(gsl::as_writable_bytes(gsl::span(copy)), info));
+  });
+}
+
 void AddLoop(Scene& scene) {
   for (const char* const engine : {"centre-of-gravity", "weighted"}) {
     const std::string group = std::string("closed loop, ") + engine + "/";
@@ -287,6 +314,7 @@ int main(int argc, char** argv) {
   if (mkdtemp(folder.data()) == nullptr) return 1;
   quen::workbench::WriteCalibration(folder, false);
   quen::workbench::UseCalibration(folder);
+  setenv("MILK_SHM_DIR", folder.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): there is one thread
 
   const bool verified = Verified() && EnginesVerified() && DetectorVerified();
   if (verified) {
@@ -298,6 +326,7 @@ int main(int argc, char** argv) {
     AddDetector(scene);
     AddProportions(scene);
     AddFiles(scene, folder);
+    AddPublishing(scene);
     AddLoop(scene);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
