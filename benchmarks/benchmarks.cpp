@@ -269,10 +269,10 @@ void AddFiles(Scene& scene, const std::string& folder) {
 /// A frame to other programs, by shared memory, and from them.
 void AddPublishing(Scene& scene) {
   static std::vector<std::uint16_t> copy(scene.pixels.size());
-  static const auto writer = std::make_unique<quen::stream::Writer>(quen::stream::StreamConfig{
-      .name = "benchmark",
-      .size = {quen::basesim::kFrameWidth, quen::basesim::kFrameHeight},
-      .keywords = {{"FRAME", std::int64_t{0}}}});
+  static const auto writer = std::make_unique<quen::stream::Writer>(
+      quen::stream::StreamConfig{.name = "benchmark",
+                                 .size = {quen::basesim::kFrameWidth, quen::basesim::kFrameHeight},
+                                 .keywords = {{"FRAME", std::int64_t{0}}}});
   static const quen::stream::Reader reader("benchmark");
   static quen::stream::FrameInfo info;
   const std::string group = "streams, a frame of 16 bits/";
@@ -284,9 +284,7 @@ void AddPublishing(Scene& scene) {
     static const std::vector<quen::stream::KeywordValue> values = {std::int64_t{1}};
     writer->Publish(gsl::as_bytes(gsl::span(scene.pixels)), quen::stream::Now(), values);
   });
-  Add(group + "Read", [] {
-    benchmark::DoNotOptimize(reader.Read(gsl::as_writable_bytes(gsl::span(copy)), info));
-  });
+  Add(group + "Read", [] { benchmark::DoNotOptimize(reader.Read(gsl::as_writable_bytes(gsl::span(copy)), info)); });
 }
 
 void AddLoop(Scene& scene) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <fstream>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -171,7 +172,7 @@ class FrameStatisticsOf : public ::testing::Test {
   FrameStatistics statistics_;
 };
 
-TEST_F(FrameStatisticsOf, AGoodStreamHaveNothingToTell) {
+TEST_F(FrameStatisticsOf, AGoodStreamHasNothingToTell) {
   Begin();
   EXPECT_EQ(Counts().frames, 8);
   EXPECT_EQ(Counts().lost + Counts().unpublished + Counts().repeated + Counts().torn + Counts().overtaken +
@@ -236,6 +237,21 @@ TEST_F(FrameStatisticsOf, RowsThatDoNotAlwaysChangeSayNothing) {
     Look();
   }
   EXPECT_EQ(Counts().torn, 0);
+}
+
+TEST_F(FrameStatisticsOf, AFrameThatIsBeingWrittenIsOvertakenOnce) {
+  Begin();
+  Publish(next_++);
+  constexpr std::streamoff kWrite = 288;  // the place of the flag
+  std::fstream file(writer_.Path(), std::ios::binary | std::ios::in | std::ios::out);
+  file.seekp(kWrite).put(1).flush();
+  Look();
+  Look();
+  EXPECT_EQ(Counts().overtaken, 1);
+  EXPECT_EQ(Counts().frames, 8);
+  file.seekp(kWrite).put(0).flush();
+  Look();
+  EXPECT_EQ(Counts().frames, 9);
 }
 
 TEST_F(FrameStatisticsOf, FramesThatWereThereBeforeDoNotCount) {
