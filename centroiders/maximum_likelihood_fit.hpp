@@ -70,9 +70,11 @@ struct MaximumLikelihoodConfig {
 ///
 /// Starts where the mean of a square of pixels is largest, whose side is 2 · round(deviation) + 1, each pixel taken for
 /// no brighter than the brightest of its neighbours: no single pixel can draw the start away from the spot. The first
-/// step is that of equal weights. Of a step that would change the squared widths by more than about a half only the
-/// part is taken that does not, in all parameters; and none moves the centre farther than half a pixel out of the
-/// region. The fit ends with the first step that moves neither the centre nor a deviation by more than `tolerance`.
+/// step is that of equal weights. What a step gives is taken for the light, the mean and the variances of the spot
+/// times g, which is right from afar, too, and to first order the same as a change of the parameters. Of a step that
+/// would change these variances by more than 0.7 of themselves, and a deviation by more than about a factor of two,
+/// only the part is taken that does not, in all parameters; and none moves the centre farther than half a pixel out of
+/// the region. The fit ends with the first step that moves neither the centre nor a deviation by more than `tolerance`.
 ///
 /// Pixels that do not count (pixel_reading.hpp) have weight 0. A flat map's response weighs pixels, too: the variance
 /// of their light is (μ + r²) / flat_map, which is exact but for the read noise. The noise of dark electrons belongs in

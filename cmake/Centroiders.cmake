@@ -38,6 +38,7 @@ target_sources(
           centroiders/src/quad_cell.cpp
           centroiders/src/scoring_step.cpp
           centroiders/src/smoothed_maximum.cpp
+          centroiders/src/spot_estimate.cpp
           centroiders/src/spot_moments.cpp
           centroiders/src/weighted_centre_of_gravity.cpp
           centroiders/src/weighted_sums.cpp

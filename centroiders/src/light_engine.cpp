@@ -44,7 +44,7 @@ class LightEngine::Light {
 
   /// @return  what the pixels are to be multiplied with to be light again
   double Read(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
-    reader_.Read(frame, roi, patch_);
+    reader_.Read(common::simd::Best(), frame, roi, patch_);
     const double background = Background();
     double scale = 1.0;
     while (!Convert(background, scale)) scale *= 0.5;

@@ -10,6 +10,7 @@
 #include "centroiders/src/pixel_reader.hpp"
 #include "centroiders/src/scoring_step.hpp"
 #include "centroiders/src/smoothed_maximum.hpp"
+#include "centroiders/src/spot_estimate.hpp"
 #include "centroiders/src/spot_moments.hpp"
 
 namespace quen::centroiders {
@@ -29,36 +30,23 @@ MaximumLikelihoodConfig Checked(const MaximumLikelihoodConfig& config) {
 
 constexpr double kOutside = 0.5;  // how far a centre may be from the centres of the outermost pixels
 
-/// The change of the centre d by the coefficients of g·u and g·v, which are a · P · d.
-Point ChangeOfCentre(const double* c, double height, const Precision& p) {
-  return p.Solve({c[0] / height, c[1] / height});
-}
-
-/// The change of P by the coefficients of g·u², g·u·v and g·v², or by that of g·(u² + v²): they are −a · dP_xx / 2,
-/// −a · dP_xy and −a · dP_yy / 2.
-Precision ChangeOfShape(const double* c, double height, SpotShape shape) {
-  if (shape == SpotShape::kGiven) return {0.0, 0.0, 0.0};
-  if (shape == SpotShape::kRound) return {-2.0 * c[0] / height, 0.0, -2.0 * c[0] / height};
-  return {-2.0 * c[0] / height, -c[1] / height, -2.0 * c[2] / height};
-}
-
-/// The root of the sum of the squared eigenvalues of P⁻¹ · dP.
-double RelativeSize(const Precision& change, const Precision& p) {
-  const Point first = p.Solve({change.xx, change.xy});
-  const Point second = p.Solve({change.xy, change.yy});
-  return std::sqrt(first.x * first.x + 2.0 * first.y * second.x + second.y * second.y);
+/// What coefficients of g, of g·u, g·v and of those of the shape add to a spot.
+Correction CorrectionOf(double height, const double* c, SpotShape shape) {
+  Correction correction = {height, {c[0], c[1]}, {0.0, 0.0, 0.0}};
+  if (shape == SpotShape::kRound) correction.square = {c[2], 0.0, c[2]};
+  if (shape == SpotShape::kOval) correction.square = {c[2], 0.5 * c[3], c[4]};
+  return correction;
 }
 
 /// No farther than kOutside allows.
-void MoveCentre(Point change, const Patch& patch, SpotModel& model) {
+Point Moved(const Point& centre, const Point& change, const Patch& patch) {
   const auto moved = [](double to, std::size_t size) {
     return std::clamp(to, -kOutside, static_cast<double>(size - 1) + kOutside);
   };
-  model.centre.x = moved(model.centre.x + change.x, patch.width);
-  model.centre.y = moved(model.centre.y + change.y, patch.height);
+  return {moved(centre.x + change.x, patch.width), moved(centre.y + change.y, patch.height)};
 }
 
-bool IsPossible(const Precision& p, const Patch& patch) {
+bool IsPossible(const Symmetric& p, const Patch& patch) {
   constexpr double kNarrowest = 0.3;  // deviation, pixels
   const auto widest = static_cast<double>(std::max(patch.width, patch.height));
   return p.LargestEigenvalue() <= 1.0 / (kNarrowest * kNarrowest) && p.LeastEigenvalue() >= 1.0 / (widest * widest);
@@ -80,10 +68,10 @@ class MaximumLikelihoodFit::Fit {
   /// What is expected of the region after the last step; nothing where the fit fails.
   std::optional<SpotModel> Measure(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi) {
     constexpr std::size_t kFewest = 3;  // columns or rows
-    reader_.Read(frame, roi, patch_);
-    if (std::min(patch_.width, patch_.height) < kFewest) return std::nullopt;
-    SpotModel model = Start();
     const common::simd::Level level = common::simd::Best();
+    reader_.Read(level, frame, roi, patch_);
+    if (std::min(patch_.width, patch_.height) < kFewest) return std::nullopt;
+    SpotModel model = Start(level);
     const Extent& extent = terms_.SumsNeeded();
     if (!TakeStep(SumBeforeTheSpot(level, patch_, model, extent), model)) return std::nullopt;
     for (int step = 1; step < config_.steps; ++step) {
@@ -102,12 +90,12 @@ class MaximumLikelihoodFit::Fit {
     double height_error;  ///< standard error of the height
   };
 
-  SpotModel Start() {
+  SpotModel Start(common::simd::Level level) {
     const double sigma = config_.fwhm / kFwhmPerSigma;
     const auto side = 2 * static_cast<std::size_t>(std::lround(sigma)) + 1;
     const bool is_sloping = config_.background_model == SpotBackground::kSlope;
     SpotModel model{};
-    model.centre = start_.Find(common::simd::Best(), patch_, side, is_sloping);
+    model.centre = start_.Find(level, patch_, side, is_sloping);
     model.p = {1.0 / (sigma * sigma), 0.0, 1.0 / (sigma * sigma)};
     if (config_.background_model == SpotBackground::kGiven) model.background = config_.gain * config_.background;
     return model;
@@ -115,30 +103,27 @@ class MaximumLikelihoodFit::Fit {
 
   /// @return  nothing where the pixels do not tell what step to take, and where it ends at what is no spot
   std::optional<Step> TakeStep(const SpotMoments& sums, SpotModel& model) const {
-    constexpr double kMostOfShape = 0.5;  // of the eigenvalues of P
     const std::optional<Coefficients> solution = Solve(sums, terms_);
     if (!solution) return std::nullopt;
     const double* const c = solution->of.data();
-    const double* const of_background = c + terms_.FirstOfBackground();
-    const double height = model.height > 0.0 ? model.height : c[terms_.Height()];
-    if (!(height > 0.0)) return std::nullopt;
-    const Point move = ChangeOfCentre(c, height, model.p);
-    const Precision reshape = ChangeOfShape(c + 2, height, config_.shape);
-    const double size = RelativeSize(reshape, model.p);
-    const double part = size > kMostOfShape ? kMostOfShape / size : 1.0;
-    const double length = std::max({std::abs(move.x), std::abs(move.y), 0.5 * size * model.p.LargestDeviation()});
+    const std::optional<SpotEstimate> spot =
+        EstimateSpot(model.height, model.p, CorrectionOf(c[terms_.Height()], c, config_.shape), config_.shape);
+    if (!spot) return std::nullopt;
+    const double deviation = 1.0 / std::sqrt(model.p.LeastEigenvalue());
+    const double move = std::max(std::abs(spot->centre.x), std::abs(spot->centre.y)) / spot->part;
+    const double length = std::max(move, 0.5 * spot->change * deviation);
 
-    MoveCentre({part * move.x, part * move.y}, patch_, model);
-    model.height += part * c[terms_.Height()];
-    model.p.xx += part * reshape.xx;
-    model.p.xy += part * reshape.xy;
-    model.p.yy += part * reshape.yy;
-    if (config_.background_model != SpotBackground::kGiven) model.background += part * of_background[0];
+    const Point before = model.centre;
+    model.centre = Moved(before, spot->centre, patch_);
+    model.height = spot->height;
+    model.p = spot->p;
+    const double* const of_background = c + terms_.FirstOfBackground();
+    if (config_.background_model != SpotBackground::kGiven) model.background += spot->part * of_background[0];
     if (config_.background_model == SpotBackground::kSlope) {
-      model.slope_x += part * of_background[1];
-      model.slope_y += part * of_background[2];
+      model.slope_x += spot->part * of_background[1];
+      model.slope_y += spot->part * of_background[2];
+      model.background += model.slope_x * (model.centre.x - before.x) + model.slope_y * (model.centre.y - before.y);
     }
-    if (!(model.height > 0.0)) return std::nullopt;
     if (!IsPossible(model.p, patch_)) return std::nullopt;
     return Step{length, std::sqrt(config_.gain * solution->height_variance)};
   }

@@ -1,15 +1,22 @@
 #include "centroiders/src/pixel_reader.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <gsl/assert>
 #include <limits>
 #include <utility>
 
 #include "centroiders/src/block.hpp"
 #include "centroiders/src/checks.hpp"
+#include "centroiders/src/lanes.hpp"
+#include "common/simd/vector_memory.hpp"
 
 namespace quen::centroiders {
 namespace {
+
+using common::simd::Load;
+using common::simd::Store;
 
 std::string IndexInBrackets(std::size_t k) { return "[" + std::to_string(k) + "]"; }
 
@@ -30,6 +37,92 @@ constexpr double kLeastResponse = 0.001;
 constexpr double kNoCeiling = std::numeric_limits<double>::infinity();
 constexpr double kBad = -1.0;  // response of a bad pixel, until it is mended
 
+// --- Rows. One source for all levels, each pixel by itself.
+
+/// A row of a region, and of the maps beside it; null for a map that there is not.
+struct Row {
+  const std::int16_t* counts;
+  std::size_t width;
+  const double* dark;
+  const double* flat;
+  const std::uint8_t* bad;
+};
+
+struct Scale {
+  PixelSign sign;
+  double pedestal;
+  double ceiling;
+};
+
+/// Light and response of W pixels from column x on.
+template <std::size_t W>
+QUEN_ALWAYS_INLINE void ReadPixels(const Row& row, const Scale& scale, std::size_t x, double* light, double* response,
+                                   Words<W>& saturated) {
+  using V = Doubles<W>;
+  std::array<std::int32_t, W> pixels;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+  for (std::size_t lane = 0; lane < W; ++lane) pixels[lane] = row.counts[x + lane];
+  Ints32<W> whole;
+  Load(whole, pixels.data());
+  if (scale.sign == PixelSign::kUnsigned) whole &= 0xffff;
+  V counts = __builtin_convertvector(whole, V);
+  V l = counts - scale.pedestal;
+  V r = counts < scale.ceiling ? V{} + 1.0 : V{};
+  saturated |= counts >= scale.ceiling;
+  if (row.dark != nullptr) {
+    V dark;
+    Load(dark, row.dark + x);
+    l -= dark;
+  }
+  if (row.flat != nullptr) {
+    V flat;
+    Load(flat, row.flat + x);
+    l /= flat;
+    r *= flat;
+  }
+  Store(l, light + x);
+  Store(r, response + x);
+}
+
+/// @return  whether a pixel is saturated
+template <std::size_t W>
+QUEN_ALWAYS_INLINE bool ReadRow(const Row& given_row, const Scale& given_scale, double* light, double* response) {
+  const Row row = given_row;  // for all the compiler knows, what is written might change what is given
+  const Scale scale = given_scale;
+  Words<W> saturated = {};
+  Words<1> saturated_rest = {};
+  std::size_t x = 0;
+  for (; x + W <= row.width; x += W) ReadPixels<W>(row, scale, x, light, response, saturated);
+  for (; x < row.width; ++x) ReadPixels<1>(row, scale, x, light, response, saturated_rest);
+  std::int64_t any = saturated_rest[0];
+  for (std::size_t lane = 0; lane < W; ++lane) any |= saturated[lane];
+  return any != 0;
+}
+
+bool ReadRowPlain(const Row& row, const Scale& scale, double* light, double* response) {
+  return ReadRow<2>(row, scale, light, response);
+}
+QUEN_TARGET_AVX2 bool ReadRowAvx2(const Row& row, const Scale& scale, double* light, double* response) {
+  return ReadRow<4>(row, scale, light, response);
+}
+QUEN_TARGET_AVX512 bool ReadRowAvx512(const Row& row, const Scale& scale, double* light, double* response) {
+  return ReadRow<8>(row, scale, light, response);
+}
+
+// --- Bad pixels
+
+/// Whether some of these are not 0. Most often none is.
+bool HasOther(const std::uint8_t* values, std::size_t count) {
+  std::uint64_t any = 0;
+  std::size_t k = 0;
+  for (; k + sizeof(any) <= count; k += sizeof(any)) {
+    std::uint64_t eight = 0;
+    std::memcpy(&eight, values + k, sizeof(eight));
+    any |= eight;
+  }
+  for (; k < count; ++k) any |= values[k];
+  return any != 0;
+}
+
 /// The mean light of the pixels around (x, y) that are not bad; 0 where there is none.
 double MeanAround(const Patch& patch, std::size_t x, std::size_t y) {
   double sum = 0.0;
@@ -46,13 +139,8 @@ double MeanAround(const Patch& patch, std::size_t x, std::size_t y) {
 }
 
 void Mend(Patch& patch) {
-  for (std::size_t y = 0; y < patch.height; ++y) {
-    for (std::size_t x = 0; x < patch.width; ++x) {
-      const std::size_t k = x + patch.stride * y;
-      if (patch.response[k] == kBad) patch.light[k] = MeanAround(patch, x, y);
-    }
-  }
-  std::ranges::replace(patch.response, kBad, 0.0);
+  for (const std::size_t k : patch.bad) patch.light[k] = MeanAround(patch, k % patch.stride, k / patch.stride);
+  for (const std::size_t k : patch.bad) patch.response[k] = 0.0;
 }
 
 }  // namespace
@@ -60,6 +148,7 @@ void Mend(Patch& patch) {
 Patch::Patch() {
   light.reserve(kUsualPixels);
   response.reserve(kUsualPixels);
+  bad.reserve(kUsualPixels);
 }
 
 void Patch::Resize(std::size_t new_width, std::size_t new_height) {
@@ -91,59 +180,37 @@ PixelReader::PixelReader(const std::string& engine, PixelReading reading)
   }
 }
 
-void PixelReader::ReadRow(const Pixels& pixels, std::size_t y, std::size_t first, double* light,
-                          double* response) const {
-  const std::int16_t* row = pixels.Row(y);
-  const double pedestal = reading_.pedestal;  // for all the compiler knows, what is written might change the members
-  const double ceiling = ceiling_;
-  const auto read = [&](auto count_of) {
-    for (std::size_t x = 0; x < pixels.width; ++x) light[x] = count_of(row[x]) - pedestal;
-    if (ceiling == kNoCeiling) {
-      std::fill(response, response + pixels.width, 1.0);
-      return;
-    }
-    for (std::size_t x = 0; x < pixels.width; ++x) response[x] = count_of(row[x]) < ceiling ? 1.0 : 0.0;
-  };
-  if (reading_.sign == PixelSign::kSigned) {
-    read([](std::int16_t pixel) { return static_cast<double>(pixel); });
-  } else {
-    read([](std::int16_t pixel) { return static_cast<double>(static_cast<std::uint16_t>(pixel)); });
-  }
-  if (!reading_.dark_map.empty()) {
-    for (std::size_t x = 0; x < pixels.width; ++x) light[x] -= reading_.dark_map[first + x];
-  }
-  if (!reading_.flat_map.empty()) {
-    for (std::size_t x = 0; x < pixels.width; ++x) {
-      light[x] /= reading_.flat_map[first + x];
-      response[x] *= reading_.flat_map[first + x];
-    }
-  }
-  if (!reading_.bad_pixels.empty()) {
-    for (std::size_t x = 0; x < pixels.width; ++x)
-      response[x] = reading_.bad_pixels[first + x] != 0 ? kBad : response[x];
-  }
-}
-
 /// In the padding there is no light, and nothing that counts.
-void PixelReader::Read(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi, Patch& patch) const {
+void PixelReader::Read(common::simd::Level level, gsl::span<const std::uint16_t> frame,
+                       const image_processing::Roi& roi, Patch& patch) const {
   const Pixels pixels = PixelsOf(frame, roi);
   for (const std::size_t size : {reading_.dark_map.size(), reading_.flat_map.size(), reading_.bad_pixels.size()}) {
     Expects(size == 0 || size == frame.size());
   }
+  const auto read = common::simd::Pick(level, ReadRowPlain, ReadRowAvx2, ReadRowAvx512);
+  const Scale scale = {reading_.sign, reading_.pedestal, ceiling_};
+  const auto part = [](const auto& map, std::size_t first) { return map.empty() ? nullptr : map.data() + first; };
   patch.Resize(pixels.width, pixels.height);
+  patch.bad.clear();
   patch.counts_everywhere = reading_.flat_map.empty() && reading_.bad_pixels.empty();
   for (std::size_t y = 0; y < pixels.height; ++y) {
     const std::size_t first = roi.x_low + pixels.stride * (roi.y_low + y);
+    const Row row = {pixels.Row(y), pixels.width, part(reading_.dark_map, first), part(reading_.flat_map, first),
+                     part(reading_.bad_pixels, first)};
     double* light = patch.light.data() + y * patch.stride;
     double* response = patch.response.data() + y * patch.stride;
-    ReadRow(pixels, y, first, light, response);
-    if (ceiling_ != kNoCeiling && std::find(response, response + pixels.width, 0.0) != response + pixels.width) {
-      patch.counts_everywhere = false;
+    if (read(row, scale, light, response)) patch.counts_everywhere = false;
+    if (row.bad != nullptr && HasOther(row.bad, pixels.width)) {
+      for (std::size_t x = 0; x < pixels.width; ++x) {
+        if (row.bad[x] == 0) continue;
+        response[x] = kBad;
+        patch.bad.push_back(x + y * patch.stride);
+      }
     }
     std::fill(light + pixels.width, light + patch.stride, 0.0);
     std::fill(response + pixels.width, response + patch.stride, 0.0);
   }
-  if (!reading_.bad_pixels.empty()) Mend(patch);
+  Mend(patch);
 }
 
 }  // namespace quen::centroiders

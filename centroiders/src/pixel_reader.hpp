@@ -7,6 +7,7 @@
 
 #include "centroiders/pixel_reading.hpp"
 #include "centroiders/src/pixels.hpp"
+#include "common/simd/level.hpp"
 
 namespace quen::centroiders {
 
@@ -22,6 +23,7 @@ struct Patch {
   std::size_t stride = 0;          ///< from row to row
   std::vector<double> light;       ///< counts
   std::vector<double> response;    ///< that of the flat map; 0 where the pixel does not count
+  std::vector<std::size_t> bad;    ///< elements whose light is made up
   bool counts_everywhere = false;  ///< every response is known to be 1
 };
 
@@ -34,11 +36,12 @@ class PixelReader {
 
   /// Bad pixels get the mean of their neighbours that count, or that are saturated; 0 where there are none. Saturated
   /// ones keep their light, which is the least that it can be.
-  void Read(gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi, Patch& patch) const;
+  ///
+  /// The same bits at all levels.
+  void Read(common::simd::Level level, gsl::span<const std::uint16_t> frame, const image_processing::Roi& roi,
+            Patch& patch) const;
 
  private:
-  void ReadRow(const Pixels& pixels, std::size_t y, std::size_t first, double* light, double* response) const;
-
   PixelReading reading_;  ///< whose bad pixels are also those without response
   double ceiling_;        ///< infinity for none
 };

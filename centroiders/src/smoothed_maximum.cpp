@@ -1,6 +1,7 @@
 #include "centroiders/src/smoothed_maximum.hpp"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 #include "centroiders/src/block.hpp"
@@ -30,23 +31,46 @@ struct Slopes {
   double y = 0.0;
 };
 
-Slopes SlopesOf(const Patch& patch) {
+/// Down each column first; then every eighth one is added to those before it. In the padding there is no light.
+template <std::size_t W>
+QUEN_ALWAYS_INLINE void SumSlopes(const Patch& patch, Slopes& slopes) {
   const double middle_x = 0.5 * static_cast<double>(patch.width - 1);
   const double middle_y = 0.5 * static_cast<double>(patch.height - 1);
-  Slopes sums;
-  for (std::size_t y = 0; y < patch.height; ++y) {
-    for (std::size_t x = 0; x < patch.width; ++x) {
-      const double light = patch.light[x + patch.stride * y];
-      sums.x += light * (static_cast<double>(x) - middle_x);
-      sums.y += light * (static_cast<double>(y) - middle_y);
+  alignas(64) std::array<double, kBlock> sums_x = {};
+  alignas(64) std::array<double, kBlock> sums_y = {};
+  for (std::size_t x = 0; x < patch.stride; x += W) {
+    Doubles<W> column = {};
+    Doubles<W> with_v = {};
+    double v = -middle_y;
+    for (std::size_t k = x; k < patch.light.size(); k += patch.stride) {
+      Doubles<W> light;
+      Load(light, patch.light.data() + k);
+      column += light;
+      with_v += light * v;
+      v += 1.0;
     }
+    Doubles<W> u;
+    Count<W>(x, u);
+    u -= middle_x;
+    Doubles<W> sum_x;
+    Doubles<W> sum_y;
+    Load(sum_x, sums_x.data() + x % kBlock);
+    Load(sum_y, sums_y.data() + x % kBlock);
+    sum_x += column * u;
+    sum_y += with_v;
+    Store(sum_x, sums_x.data() + x % kBlock);
+    Store(sum_y, sums_y.data() + x % kBlock);
   }
   // Σ (x − middle)² over n columns is n · (n² − 1) / 12.
   const auto width = static_cast<double>(patch.width);
   const auto height = static_cast<double>(patch.height);
-  return {12.0 * sums.x / (width * height * (width * width - 1.0)),
-          12.0 * sums.y / (width * height * (height * height - 1.0))};
+  slopes.x = 12.0 * SumOfEight(sums_x.data()) / (width * height * (width * width - 1.0));
+  slopes.y = 12.0 * SumOfEight(sums_y.data()) / (width * height * (height * height - 1.0));
 }
+
+void SlopesPlain(const Patch& patch, Slopes& slopes) { SumSlopes<2>(patch, slopes); }
+QUEN_TARGET_AVX2 void SlopesAvx2(const Patch& patch, Slopes& slopes) { SumSlopes<4>(patch, slopes); }
+QUEN_TARGET_AVX512 void SlopesAvx512(const Patch& patch, Slopes& slopes) { SumSlopes<8>(patch, slopes); }
 
 /// Where the search has what it works on; rows are `stride` apart.
 struct Search {
@@ -181,9 +205,10 @@ Point SmoothedMaximum::Find(Level level, const Patch& patch, std::size_t side, b
   sums_.resize(patch.light.size());
   most_.resize(patch.stride);
   row_.resize(patch.stride);
-  common::simd::Pick(level, FindPlain, FindAvx2,
-                     FindAvx2)({patch, levelled ? SlopesOf(patch) : Slopes{}, side, light_.data() + kMargin,
-                                capped_.data(), sums_.data(), most_.data(), row_.data()});
+  Slopes slopes;
+  if (levelled) common::simd::Pick(level, SlopesPlain, SlopesAvx2, SlopesAvx512)(patch, slopes);
+  common::simd::Pick(level, FindPlain, FindAvx2, FindAvx2)(
+      {patch, slopes, side, light_.data() + kMargin, capped_.data(), sums_.data(), most_.data(), row_.data()});
   const auto first = most_.begin() + 1;
   const auto end = most_.begin() + static_cast<std::ptrdiff_t>(patch.width - side);
   const auto column = static_cast<std::size_t>(std::max_element(first, end) - most_.begin());

@@ -98,9 +98,6 @@ QUEN_ALWAYS_INLINE void AddColumns(const Doubles<W>* sums, const Doubles<W>& u, 
   }
 }
 
-/// Of sums over every eighth column or row.
-double SumOfEight(const double* t) { return ((t[0] + t[1]) + (t[2] + t[3])) + ((t[4] + t[5]) + (t[6] + t[7])); }
-
 template <std::size_t P, typename Sums>
 void Collapse(const Totals<P>& totals, Sums& sums) {
   for (std::size_t j = 0; j < P; ++j) {

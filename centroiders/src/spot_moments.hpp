@@ -1,40 +1,21 @@
 #pragma once
 
 #include <array>
-#include <cmath>
 #include <cstddef>
 
 #include "centroiders/src/pixel_reader.hpp"
 #include "centroiders/src/pixels.hpp"
+#include "centroiders/src/symmetric.hpp"
 #include "common/simd/level.hpp"
 
 namespace quen::centroiders {
-
-/// The inverse of a spot's matrix of variances: symmetric, with positive eigenvalues.
-struct Precision {
-  double xx;
-  double xy;
-  double yy;
-
-  [[nodiscard]] double Determinant() const { return xx * yy - xy * xy; }
-  [[nodiscard]] double LeastEigenvalue() const { return 0.5 * (xx + yy) - HalfTheGap(); }
-  [[nodiscard]] double LargestEigenvalue() const { return 0.5 * (xx + yy) + HalfTheGap(); }
-  [[nodiscard]] double LargestDeviation() const { return 1.0 / std::sqrt(LeastEigenvalue()); }
-  /// The vector whose product with this matrix is b.
-  [[nodiscard]] Point Solve(Point b) const {
-    return {(yy * b.x - xy * b.y) / Determinant(), (xx * b.y - xy * b.x) / Determinant()};
-  }
-
- private:
-  [[nodiscard]] double HalfTheGap() const { return std::sqrt(0.25 * (xx - yy) * (xx - yy) + xy * xy); }
-};
 
 /// What a region's light is expected to be, in counts:
 ///
 ///     μ = b + b_x · u + b_y · v + a · g,   g = exp(−(p_xx u² + 2 p_xy u v + p_yy v²) / 2),   (u, v) = (x, y) − centre.
 struct SpotModel {
   Point centre = {};
-  Precision p = {};
+  Symmetric p = {};         ///< the inverse of its variances, with positive eigenvalues
   double height = 0.0;      ///< a
   double background = 0.0;  ///< b
   double slope_x = 0.0;     ///< b_x

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <random>
 
 #include "centroiders/src/pixel_reader.hpp"
 #include "centroiders/src/scoring_step.hpp"
 #include "centroiders/src/smoothed_maximum.hpp"
+#include "centroiders/src/spot_estimate.hpp"
 #include "centroiders/src/spot_moments.hpp"
 #include "testing/levels.hpp"
 
@@ -22,7 +24,7 @@ using quen::image_processing::Roi;
 // --- Reading
 
 /// A frame of 6 columns and 5 rows, of which a region of 3 columns and 3 rows is read.
-class Reading : public ::testing::Test {
+class Reading : public testing::AtLevel {
  protected:
   static constexpr std::uint16_t kWide = 6;
   static constexpr std::uint16_t kHigh = 5;
@@ -30,7 +32,7 @@ class Reading : public ::testing::Test {
   std::uint16_t& Count(std::size_t column, std::size_t row) { return frame_[column + kWide * row]; }
 
   void Read(const PixelReading& reading) {
-    PixelReader("Engine", reading).Read(frame_, Roi(2, 5, 1, 4, kWide, kHigh, 3, 2), patch_);
+    PixelReader("Engine", reading).Read(GetParam(), frame_, Roi(2, 5, 1, 4, kWide, kHigh, 3, 2), patch_);
   }
   /// By the frame's columns and rows.
   double Light(std::size_t column, std::size_t row) { return patch_.light[column - 2 + patch_.stride * (row - 1)]; }
@@ -41,8 +43,9 @@ class Reading : public ::testing::Test {
   std::vector<std::uint16_t> frame_ = std::vector<std::uint16_t>(std::size_t{kWide} * kHigh, 100);
   Patch patch_;
 };
+INSTANTIATE_TEST_SUITE_P(Levels, Reading, ::testing::ValuesIn(kLevels), testing::kNameOfLevel);
 
-TEST_F(Reading, CountsAreSignedUnlessToldOtherwise) {
+TEST_P(Reading, CountsAreSignedUnlessToldOtherwise) {
   Count(3, 2) = 65'535;
   Read({});
   EXPECT_EQ(Light(3, 2), -1.0);
@@ -52,7 +55,7 @@ TEST_F(Reading, CountsAreSignedUnlessToldOtherwise) {
   EXPECT_EQ(Light(3, 2), 65'535.0);
 }
 
-TEST_F(Reading, LightIsWhatIsAbovePedestalAndDarkMapOverTheResponse) {
+TEST_P(Reading, LightIsWhatIsAbovePedestalAndDarkMapOverTheResponse) {
   PixelReading reading = {.pedestal = 10.0};
   reading.dark_map.resize(frame_.size(), 5.0);
   reading.flat_map.resize(frame_.size(), 1.0);
@@ -64,7 +67,7 @@ TEST_F(Reading, LightIsWhatIsAbovePedestalAndDarkMapOverTheResponse) {
   EXPECT_EQ(Response(4, 3), 0.5);
 }
 
-TEST_F(Reading, SaturatedPixelsKeepTheirLightAndDoNotCount) {
+TEST_P(Reading, SaturatedPixelsKeepTheirLightAndDoNotCount) {
   Count(3, 2) = 200;
   Count(4, 2) = 199;
   Read({.ceiling = 200.0});
@@ -73,7 +76,7 @@ TEST_F(Reading, SaturatedPixelsKeepTheirLightAndDoNotCount) {
   EXPECT_EQ(Response(4, 2), 1.0);
 }
 
-TEST_F(Reading, BadPixelsAreTheMeanOfTheirGoodNeighboursInTheRegion) {
+TEST_P(Reading, BadPixelsAreTheMeanOfTheirGoodNeighboursInTheRegion) {
   PixelReading reading;
   reading.bad_pixels.resize(frame_.size());
   reading.flat_map.resize(frame_.size(), 1.0);
@@ -91,13 +94,13 @@ TEST_F(Reading, BadPixelsAreTheMeanOfTheirGoodNeighboursInTheRegion) {
   EXPECT_EQ(Response(2, 2), 1.0);
 }
 
-TEST_F(Reading, BadPixelsWithoutGoodNeighboursAreDark) {
+TEST_P(Reading, BadPixelsWithoutGoodNeighboursAreDark) {
   Read({.bad_pixels = std::vector<std::uint8_t>(frame_.size(), 1)});
   EXPECT_EQ(Light(3, 2), 0.0);
   EXPECT_EQ(Response(3, 2), 0.0);
 }
 
-TEST_F(Reading, PixelsWithoutResponseAreBadWithoutAMapOfThose) {
+TEST_P(Reading, PixelsWithoutResponseAreBadWithoutAMapOfThose) {
   PixelReading reading;
   reading.flat_map.resize(frame_.size(), 1.0);
   reading.flat_map[3 + kWide * 2] = 0.0;
@@ -107,7 +110,7 @@ TEST_F(Reading, PixelsWithoutResponseAreBadWithoutAMapOfThose) {
   EXPECT_EQ(Response(2, 2), 1.0);
 }
 
-TEST_F(Reading, SaysWhereEveryPixelCounts) {
+TEST_P(Reading, SaysWhereEveryPixelCounts) {
   Read({});
   EXPECT_TRUE(patch_.counts_everywhere);
   Read({.ceiling = 101.0});
@@ -121,13 +124,43 @@ TEST_F(Reading, SaysWhereEveryPixelCounts) {
   EXPECT_FALSE(patch_.counts_everywhere);
 }
 
-TEST_F(Reading, NothingCountsBeyondTheColumns) {
-  PixelReader("Engine", {}).Read(frame_, Roi(0, kWide, 0, kHigh, kWide, kHigh, 3, 2), patch_);
+TEST_P(Reading, NothingCountsBeyondTheColumns) {
+  PixelReader("Engine", {}).Read(GetParam(), frame_, Roi(0, kWide, 0, kHigh, kWide, kHigh, 3, 2), patch_);
   Read({});
   for (std::size_t y = 0; y < patch_.height; ++y) {
     for (std::size_t x = patch_.width; x < patch_.stride; ++x) {
       EXPECT_EQ(patch_.response[x + patch_.stride * y], 0.0);
       EXPECT_EQ(patch_.light[x + patch_.stride * y], 0.0);
+    }
+  }
+}
+
+TEST_P(Reading, IsThePlainOne) {
+  std::mt19937 random(6);
+  std::uniform_real_distribution<double> value(0.0, 2.0);
+  for (std::uint16_t width = 1; width <= 25; ++width) {
+    constexpr std::uint16_t kRows = 5;
+    const auto across = static_cast<std::uint16_t>(width + 3);
+    const std::size_t size = std::size_t{across} * kRows;
+    std::vector<std::uint16_t> frame(size);
+    PixelReading reading = {.pedestal = 12.3, .ceiling = 60'000.0};
+    reading.dark_map.resize(size);
+    reading.flat_map.resize(size);
+    reading.bad_pixels.resize(size);
+    for (std::size_t k = 0; k < size; ++k) {
+      frame[k] = static_cast<std::uint16_t>(random());
+      reading.dark_map[k] = 100.0 * value(random);
+      reading.flat_map[k] = value(random);
+      reading.bad_pixels[k] = random() % 7 == 0 ? 1 : 0;
+    }
+    const Roi roi(2, static_cast<std::uint16_t>(2 + width), 1, 4, across, kRows, 3, 2);
+    for (const PixelSign sign : {PixelSign::kSigned, PixelSign::kUnsigned}) {
+      reading.sign = sign;
+      Patch plain;
+      PixelReader("Engine", reading).Read(Level::kPlain, frame, roi, plain);
+      PixelReader("Engine", reading).Read(GetParam(), frame, roi, patch_);
+      EXPECT_EQ(patch_.light, plain.light) << width;
+      EXPECT_EQ(patch_.response, plain.response) << width;
     }
   }
 }
@@ -311,6 +344,104 @@ TEST(StepOfTheFit, NeedsAsManyPixelsAsTerms) {
   }
 }
 
+// --- What a step makes of a spot
+
+/// A spot of height 100 in a region of its own, without noise and background.
+Patch PatchWithASpot(const Point& centre, const Symmetric& p) {
+  constexpr std::size_t kSide = 64;
+  Patch patch;
+  patch.Resize(kSide, kSide);
+  std::ranges::fill(patch.response, 1.0);
+  patch.counts_everywhere = true;
+  for (std::size_t row = 0; row < kSide; ++row) {
+    for (std::size_t column = 0; column < kSide; ++column) {
+      const Point d = {static_cast<double>(column) - centre.x, static_cast<double>(row) - centre.y};
+      const Point p_d = p * d;
+      patch.light[column + kSide * row] = 100.0 * std::exp(-0.5 * (d.x * p_d.x + d.y * p_d.y));
+    }
+  }
+  return patch;
+}
+
+/// One step from a round spot of deviation 2 at (30, 33), with equal weights.
+SpotEstimate FirstStep(const Patch& patch, SpotShape shape) {
+  const Terms terms(shape, SpotBackground::kGiven);
+  SpotModel model{};
+  model.centre = {30.0, 33.0};
+  model.p = {0.25, 0.0, 0.25};
+  const auto c = Solve(SumBeforeTheSpot(Level::kPlain, patch, model, terms.SumsNeeded()), terms)->of;
+  Correction fit = {c.at(terms.Height()), {c[0], c[1]}, {0.0, 0.0, 0.0}};
+  if (shape == SpotShape::kRound) fit.square = {c[2], 0.0, c[2]};
+  if (shape == SpotShape::kOval) fit.square = {c[2], 0.5 * c[3], c[4]};
+  return *EstimateSpot(0.0, model.p, fit, shape);
+}
+
+TEST(StepOfTheFit, FindsASpotFromFarAway) {
+  constexpr double kOfSums = 1e-4;  // over pixels in place of integrals
+  const Symmetric spot = Symmetric{9.0, 2.5, 3.0}.Inverse();
+  const SpotEstimate oval = FirstStep(PatchWithASpot({31.3, 31.9}, spot), SpotShape::kOval);
+  EXPECT_NEAR(oval.centre.x, 1.3, kOfSums);
+  EXPECT_NEAR(oval.centre.y, -1.1, kOfSums);
+  EXPECT_NEAR(oval.p.xx, spot.xx, kOfSums);
+  EXPECT_NEAR(oval.p.xy, spot.xy, kOfSums);
+  EXPECT_NEAR(oval.p.yy, spot.yy, kOfSums);
+  EXPECT_NEAR(oval.height, 100.0, 2.0);  // but for the exponential's series
+
+  const SpotEstimate round = FirstStep(PatchWithASpot({30.7, 33.4}, {0.12, 0.0, 0.12}), SpotShape::kRound);
+  EXPECT_NEAR(round.centre.x, 0.7, kOfSums);
+  EXPECT_NEAR(round.centre.y, 0.4, kOfSums);
+  EXPECT_NEAR(round.p.xx, 0.12, kOfSums);
+  EXPECT_EQ(round.p.yy, round.p.xx);
+  EXPECT_EQ(round.p.xy, 0.0);
+  EXPECT_NEAR(round.height, 100.0, 0.5);
+
+  const SpotEstimate given = FirstStep(PatchWithASpot({28.2, 33.9}, {0.25, 0.0, 0.25}), SpotShape::kGiven);
+  EXPECT_NEAR(given.centre.x, -1.8, kOfSums);
+  EXPECT_NEAR(given.centre.y, 0.9, kOfSums);
+  EXPECT_EQ(given.p.xx, 0.25);
+  EXPECT_EQ(given.change, 0.0);
+}
+
+TEST(StepOfTheFit, ChangesVariancesBySomeSevenTenthsAtTheMost) {
+  // Both by 0.7 / √2; the spot's inverse variances are then P · (1 − change) / (1 + change).
+  const double change = 0.7 / std::numbers::sqrt2;
+  for (const double p : {0.002, 10.0}) {
+    const SpotEstimate found = FirstStep(PatchWithASpot({30.0, 33.0}, {p, 0.0, p}), SpotShape::kOval);
+    const double sign = p < 0.25 ? 1.0 : -1.0;
+    EXPECT_NEAR(found.p.xx, 0.25 * (1.0 - sign * change) / (1.0 + sign * change), 1e-9);
+    EXPECT_NEAR(found.p.yy, found.p.xx, 1e-9);
+    EXPECT_EQ(found.part, 1.0);
+    EXPECT_GT(found.change, 1.4);
+  }
+}
+
+TEST(StepOfTheFit, TakesAPartOfACorrectionThatIsTooLarge) {
+  // Of a dark middle in a bright ring: what is left of the light is what changes the variances by 0.7.
+  const Symmetric p = {0.25, 0.0, 0.25};
+  const Correction ring = {-300.0, {8.0, 0.0}, {40.0, 0.0, 40.0}};
+  const SpotEstimate found = *EstimateSpot(100.0, p, ring, SpotShape::kOval);
+  const double light = 100.0 - found.part * 300.0 + found.part * 2.0 * 2.0 * 40.0;
+  EXPECT_LT(found.part, 1.0);
+  EXPECT_NEAR(found.part * std::numbers::sqrt2 * 2.0 * 2.0 * 40.0, 0.7 * light, 1e-9);
+  EXPECT_GT(found.height, 0.0);
+  EXPECT_LT(found.p.xx, p.xx);
+  EXPECT_GT(found.centre.x, 0.0);
+}
+
+TEST(StepOfTheFit, WithoutLightThereIsNoSpot) {
+  const Symmetric p = {0.25, 0.0, 0.25};
+  const auto found = [&](double height, double added, SpotShape shape) {
+    return EstimateSpot(height, p, {added, {0.0, 0.0}, {0.0, 0.0, 0.0}}, shape).has_value();
+  };
+  for (const SpotShape shape : {SpotShape::kGiven, SpotShape::kRound, SpotShape::kOval}) {
+    EXPECT_FALSE(found(0.0, 0.0, shape));
+    EXPECT_FALSE(found(0.0, -1.0, shape));
+    EXPECT_FALSE(found(5.0, -5.0, shape));
+    EXPECT_TRUE(found(5.0, -4.0, shape));
+    EXPECT_TRUE(found(0.0, 1.0, shape));
+  }
+}
+
 // --- The start
 
 /// What the search is to find, pixel by pixel; column by column, where several are equal.
@@ -381,7 +512,7 @@ TEST_P(SumsOfTheFit, TheLevelledStartIsThePlainOne) {
   }
 }
 
-Patch PatchWithASpot(double x, double y) {
+Patch SmallPatchWithASpot(double x, double y) {
   Patch patch;
   patch.Resize(24, 24);
   for (std::size_t row = 0; row < 24; ++row) {
@@ -397,7 +528,7 @@ Patch PatchWithASpot(double x, double y) {
 TEST_P(SumsOfTheFit, NoSinglePixelDrawsTheStartAway) {
   SmoothedMaximum start;
   for (std::size_t pixel = 0; pixel < std::size_t{24} * 24; ++pixel) {
-    Patch patch = PatchWithASpot(9.0, 13.0);
+    Patch patch = SmallPatchWithASpot(9.0, 13.0);
     patch.light[pixel] = 1e6;
     const Point found = start.Find(GetParam(), patch, 5, false);
     EXPECT_NEAR(found.x, 9.0, 1.0) << pixel;
@@ -406,7 +537,7 @@ TEST_P(SumsOfTheFit, NoSinglePixelDrawsTheStartAway) {
 }
 
 TEST_P(SumsOfTheFit, NoSlopeDrawsALevelledStartAway) {
-  Patch patch = PatchWithASpot(9.0, 13.0);
+  Patch patch = SmallPatchWithASpot(9.0, 13.0);
   for (std::size_t k = 0; k < patch.light.size(); ++k) {
     const std::size_t row = k / 24;
     patch.light[k] += 20.0 * static_cast<double>(k % 24) - 30.0 * static_cast<double>(row);
