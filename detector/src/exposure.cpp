@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 
 #include "detector/src/gamma.hpp"
 
@@ -26,7 +27,7 @@ void Expose(common::simd::Level level, const Plan& plan, const double* values, s
   for (std::size_t first = 0; first < kPixels; first += kChunk) {
     Expect(level, plan, first, values + first, electrons.data());
     if (plan.photon_noise) CountPhotons(level, stream, first, electrons.data());
-    Hold(plan.full_well, electrons.data());
+    if (plan.full_well < std::numeric_limits<double>::infinity()) Hold(plan.full_well, electrons.data());
     if (plan.em_gain > 1.0) Multiply(stream, first, plan.em_gain, electrons.data());
     if (plan.read_noise > 0.0) AddReadNoise(level, stream, first, plan.read_noise, electrons.data());
     Convert(level, plan, first, electrons.data(), frame + first);

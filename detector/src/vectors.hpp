@@ -64,6 +64,25 @@ QUEN_TARGET_AVX512 inline void Lower(const Wide::Floats& x, Wide::Floats& least)
   least = _mm512_maskz_min_ps(kAllOfWide, x, least);
 }
 
+/// a · b + c with one rounding, for what need not be the plain form's bits.
+QUEN_TARGET_AVX2 inline void Fused(const Narrow::Floats& a, const Narrow::Floats& b, const Narrow::Floats& c,
+                                   Narrow::Floats& sum) {
+  sum = _mm256_fmadd_ps(a, b, c);
+}
+QUEN_TARGET_AVX512 inline void Fused(const Wide::Floats& a, const Wide::Floats& b, const Wide::Floats& c,
+                                     Wide::Floats& sum) {
+  sum = _mm512_fmadd_ps(a, b, c);
+}
+
+/// The least magnitude so far: `least` is not negative.
+QUEN_TARGET_AVX2 inline void LowerToMagnitude(const Narrow::Floats& x, Narrow::Floats& least) {
+  Lower(_mm256_andnot_ps(_mm256_set1_ps(-0.0F), x), least);
+}
+QUEN_TARGET_AVX512 inline void LowerToMagnitude(const Wide::Floats& x, Wide::Floats& least) {
+  constexpr int kLeastMagnitude = 0b1010;  // positive
+  least = _mm512_maskz_range_ps(kAllOfWide, x, least, kLeastMagnitude);
+}
+
 /// A bit for each element of a that is at least that of b.
 QUEN_TARGET_AVX2 inline std::uint32_t AtLeast(const Narrow::Floats& a, const Narrow::Floats& b) {
   return static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_cmp_ps(a, b, _CMP_GE_OQ)));
