@@ -19,6 +19,9 @@ namespace {
 constexpr const char* kSubject = "CM * M2S";
 constexpr const char* kRemake = "compute CM.fits anew from this M2S.fits: its pseudo-inverse";
 
+constexpr const char* kOtherModes = "other_modes";
+constexpr const char* kRowTwice = "row_twice";
+
 using Modes = std::vector<Eigen::Index>;
 
 Correction Remade(const char* mistake) {
@@ -264,7 +267,7 @@ std::optional<Finding> RowTwice(const Matrix& m2s, const Matrix& cm) {
                    kSubject,
                    fmt::format("row {} of the control matrix is row {} once more", second, first),
                    kRemake,
-                   {Remade("row_twice")},
+                   {Remade(kRowTwice)},
                    {static_cast<std::size_t>(second), static_cast<std::size_t>(first)}};
   }
   return std::nullopt;
@@ -302,7 +305,7 @@ Finding Unequal(const Response& response) {
                   "mirror or of other modes, or spoiled by noise",
                   off),
       kRemake,
-      {Remade("other_modes")}};
+      {Remade(kOtherModes)}};
 }
 
 }  // namespace
@@ -321,11 +324,39 @@ std::string ModeWords(const Modes& modes) {
   return fmt::format("{} {}{}", modes.size() == 1 ? "mode" : "modes", fmt::join(runs, ", "), end);
 }
 
-double Recovery(const Matrix& m2s, const Matrix& cm) {
-  const Matrix product = cm * m2s;
-  const double all = product.squaredNorm();
-  return all > 0.0 ? product.diagonal().squaredNorm() / all : 0.0;
+bool RemakesCm(const Correction& correction) {
+  return correction.mistake == kOtherModes || correction.mistake == kRowTwice;
 }
+
+namespace {
+
+constexpr double kMostRows = 0.85;
+
+}  // namespace
+
+GivenBack::GivenBack(const Eigen::MatrixXd& response) {
+  double clear = 0.0;
+  for (Eigen::Index row = 0; row < response.rows(); ++row) {
+    if (response.row(row).isZero(0.0)) continue;
+    Eigen::Index mode = 0;
+    response.row(row).cwiseAbs().maxCoeff(&mode);
+    const double gain = response(row, mode);
+    clear += gain * gain;
+    cosines_ += response(row, row) / response.row(row).norm();
+    ++rows_;
+    rows_in_place_ += static_cast<int>(mode == row);
+    positive_rows_ += static_cast<int>(gain > 0.0);
+  }
+  if (clear > 0.0) unclear_ = 1.0 - clear / response.squaredNorm();
+}
+
+bool GivenBack::AreRight() const {
+  constexpr double kMostly = 0.4;
+  return cosines_ > kMostly * rows_;
+}
+bool GivenBack::IsInOrder() const { return rows_in_place_ >= kMostRows * rows_; }
+bool GivenBack::IsNegative() const { return 2 * positive_rows_ < rows_; }
+bool GivenBack::HasMixedSigns() const { return std::max(positive_rows_, rows_ - positive_rows_) < kMostRows * rows_; }
 
 std::optional<Finding> CheckSame(const CalibrationContent& content) {
   const Eigen::Map<const Eigen::VectorXd> m2s(content.m2s.data(), content.m2s.size());

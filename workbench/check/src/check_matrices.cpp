@@ -135,8 +135,58 @@ std::optional<Correction> OtherRegions(const Layout& layout, const std::vector<L
                     }};
 }
 
-Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, bool is_in_both,
-                    const std::vector<ListOrder>& orders) {
+/// What may be wrong, one of which is.
+struct Alternatives {
+  std::vector<std::string> texts;
+  std::vector<std::string> advice;
+  std::vector<Correction> corrections;
+
+  void Add(std::string text, std::string what_to_do, Correction correction) {
+    texts.push_back(std::move(text));
+    advice.push_back(std::move(what_to_do));
+    corrections.push_back(std::move(correction));
+  }
+};
+
+Correction PutRightFrom(const NamedMatrix& file, const Layout& layout, const std::vector<ListOrder>& orders) {
+  return {Joined(MistakesOf(layout, orders), &LayoutMistake::word, "+"),
+          [file, layout, orders](CalibrationContent& content) {
+            content.*file.matrix = file.put_right(content.*file.matrix, layout, orders);
+          }};
+}
+
+void AddLayout(const NamedMatrix& file, const Layout& layout, const std::vector<ListOrder>& orders,
+               const std::string& before, Alternatives& alternatives) {
+  const std::vector<LayoutMistake> mistakes = MistakesOf(layout, orders);
+  alternatives.Add(before + Joined(mistakes, &LayoutMistake::text, ", and "),
+                   before + Joined(mistakes, &LayoutMistake::advice, ", and "), PutRightFrom(file, layout, orders));
+}
+
+void AddOtherRegions(const Layout& layout, const std::vector<ListOrder>& orders, Alternatives& alternatives) {
+  const auto other_regions = OtherRegions(layout, orders);
+  if (!other_regions) return;
+  alternatives.Add(layout.is_x_first ? "x and y are exchanged in shs_rois.fits"
+                                     : "the regions in shs_rois.fits are in another order",
+                   layout.is_x_first ? "exchange x and y in shs_rois.fits"
+                                     : "list the regions in shs_rois.fits in the order of the slopes",
+                   *other_regions);
+}
+
+/// Layouts of one mistake more, in short: a wavefront that is mirrored or turned on a pupil that looks the same so.
+void AddFurther(const NamedMatrix& file, const std::vector<Layout>& further, const std::vector<ListOrder>& orders,
+                Alternatives& alternatives) {
+  std::vector<std::string> words;
+  for (const Layout& layout : further) {
+    words.push_back(Joined(MistakesOf(layout, orders), &LayoutMistake::word, " and "));
+    std::ranges::replace(words.back(), '_', ' ');
+    alternatives.corrections.push_back(PutRightFrom(file, layout, orders));
+  }
+  if (words.empty()) return;
+  alternatives.texts.push_back(
+      fmt::format("with one mistake more, which looks the same, {}", fmt::join(words, " or ")));
+}
+
+Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, const Alternatives& alternatives) {
   constexpr double kSmooth = 0.6;
   const std::string subject = std::string(file.name) + " layout";
   const std::string share = fmt::format("{:.1f} % of the slopes are a smooth wavefront's", 100.0 * found.as_it_stands);
@@ -159,30 +209,31 @@ Finding CheckLayout(const NamedMatrix& file, const MatrixLayout& found, bool is_
             "measure the matrix with less noise; if its modes are so fine, nothing is to be done",
             {}};
   }
-  Finding finding = {Verdict::kWrong, file.key, subject, "", "", {}};
-  std::vector<std::string> texts;
-  std::vector<std::string> advice;
-  for (const Layout& layout : found.layouts) {
-    const std::vector<LayoutMistake> mistakes = MistakesOf(layout, orders);
-    texts.push_back(Joined(mistakes, &LayoutMistake::text, ", and "));
-    advice.push_back(Joined(mistakes, &LayoutMistake::advice, ", and "));
-    finding.corrections.push_back(
-        {Joined(mistakes, &LayoutMistake::word, "+"), [file, layout, orders](CalibrationContent& content) {
-           content.*file.matrix = file.put_right(content.*file.matrix, layout, orders);
-         }});
-    if (const auto other_regions = is_in_both ? OtherRegions(layout, orders) : std::nullopt) {
-      texts.emplace_back(layout.is_x_first ? "x and y are exchanged in shs_rois.fits"
-                                           : "the regions in shs_rois.fits are in another order");
-      advice.emplace_back(layout.is_x_first ? "exchange x and y in shs_rois.fits"
-                                            : "list the regions in shs_rois.fits in the order of the slopes");
-      finding.corrections.push_back(*other_regions);
+  return {Verdict::kWrong,
+          file.key,
+          subject,
+          fmt::format("{} ({:.1f} % of the slopes are a smooth wavefront's as it stands, {:.1f} % so)",
+                      fmt::join(alternatives.texts, "; or "), 100.0 * found.as_it_stands, 100.0 * found.put_right),
+          fmt::format("{}{}", fmt::join(alternatives.advice, "; or "),
+                      alternatives.corrections.size() > 1 ? ": poke one actuator, and see which it is" : ""),
+          alternatives.corrections};
+}
+
+/// A finding for each matrix.
+void CheckLayouts(const MatrixLayouts& layouts, const std::vector<ListOrder>& orders, Findings& findings) {
+  const bool is_in_both = layouts.m2s.layouts == layouts.cm.layouts;
+  for (const auto& [file, found] : {std::pair(kM2s, &layouts.m2s), std::pair(kCm, &layouts.cm)}) {
+    Alternatives alternatives;
+    for (const Layout& layout : found->layouts) {
+      AddLayout(file, layout, orders, "", alternatives);
+      if (is_in_both) AddOtherRegions(layout, orders, alternatives);
     }
+    if (is_in_both) AddFurther(file, found->further, orders, alternatives);
+    if (found == &layouts.cm) {
+      for (const Layout& layout : layouts.of_m2s_instead) AddLayout(kM2s, layout, orders, "in M2S, ", alternatives);
+    }
+    findings.push_back(CheckLayout(file, *found, alternatives));
   }
-  finding.text = fmt::format("{} ({:.1f} % of the slopes are a smooth wavefront's as it stands, {:.1f} % so)",
-                             fmt::join(texts, "; or "), 100.0 * found.as_it_stands, 100.0 * found.put_right);
-  finding.advice = fmt::format("{}{}", fmt::join(advice, "; or "),
-                               finding.corrections.size() > 1 ? ": poke one actuator, and see which it is" : "");
-  return finding;
 }
 
 // Shares of the slopes that are a smooth wavefront's, as measured on calibrations of four kinds of modes, eight pupils
@@ -312,18 +363,16 @@ Findings CheckMatrices(const CalibrationContent& content, const std::optional<La
   }
   const std::vector<ListOrder> orders = ListOrders(*lattice, used);
   const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kSmoothDegree);
-  MatrixLayouts layouts = FindLayouts(content, content.m2s, gradients, orders);
+  MatrixLayouts layouts = FindLayouts(content, content.m2s, gradients, *lattice, used, orders);
   OddSubapertures odd = FindOddSubapertures(content.m2s, *lattice, used);
   const Matrix sound_m2s = WithoutOddSubapertures(content.m2s, odd, layouts.m2s.put_right, gradients);
-  if (sound_m2s != content.m2s) layouts = FindLayouts(content, sound_m2s, gradients, orders);
+  if (sound_m2s != content.m2s) layouts = FindLayouts(content, sound_m2s, gradients, *lattice, used, orders);
   const auto pupil =
       CheckPupil({sound_m2s, content.cm, content.rois, content.used}, gradients, layouts, *lattice, orders);
   if (pupil) {
     findings.push_back(*pupil);
   } else {
-    const bool is_in_both = layouts.m2s.layouts == layouts.cm.layouts;
-    findings.push_back(CheckLayout(kM2s, layouts.m2s, is_in_both, orders));
-    findings.push_back(CheckLayout(kCm, layouts.cm, is_in_both, orders));
+    CheckLayouts(layouts, orders, findings);
   }
   const auto first = [](const MatrixLayout& layout) {
     return layout.layouts.empty() ? Layout() : layout.layouts.front();
@@ -334,7 +383,9 @@ Findings CheckMatrices(const CalibrationContent& content, const std::optional<La
   const bool is_m2s_sure = std::ranges::none_of(
       findings, [](const Finding& finding) { return finding.key == kM2s.key && finding.verdict != Verdict::kGood; });
   for (Finding& finding : CheckInverse(m2s, cm)) {
-    if (!is_m2s_sure) finding.corrections.clear();  // CM is not to be made of what may be wrong
+    if (!is_m2s_sure) {  // CM is not to be made of what may be wrong
+      std::erase_if(finding.corrections, [](const Correction& correction) { return RemakesCm(correction); });
+    }
     findings.push_back(std::move(finding));
   }
   if (pupil) return findings;  // without the right flags, nothing can be told of the modes

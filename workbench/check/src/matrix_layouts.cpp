@@ -15,10 +15,11 @@
 namespace quen::workbench {
 namespace {
 
-constexpr double kClearly = 0.94;           // in the space: right without trying others; a turned list may have 0.91
-constexpr double kNoOrder = 0.35;           // less is what noise has there, and lists in random order
-constexpr double kSameSlopes = 0.8;         // of the control matrix' slopes in those of the other
-constexpr double kSurelySameSlopes = 0.95;  // with no other layout tried: a turned list may have 0.9
+constexpr double kClearly = 0.94;      // in the space, as it stands; a turned list may have 0.95, though
+constexpr double kNoOrder = 0.35;      // less is what noise has there, and lists in random order
+constexpr double kSameSlopes = 0.8;    // of the control matrix' slopes in those of the other
+constexpr double kSurelyClear = 1e-4;  // what an inverse gives back
+constexpr double kClear = 0.6;         // what one of noisier slopes gives back
 
 using Candidates = std::vector<SlopeSpace::Candidate>;
 
@@ -32,20 +33,15 @@ double ShareOf(const Candidates& candidates, const Layout& layout) {
   return found == candidates.end() ? 0.0 : found->share;
 }
 
-/// Of the candidates that are as good as the best one, those of the fewest mistakes.
-std::vector<Layout> Simplest(const Candidates& candidates) {
+int MistakesIn(const SlopeSpace::Candidate& candidate) { return candidate.layout.Mistakes(); }
+
+/// Those that are as good as the best one, which is the first.
+Candidates AsGood(const Candidates& candidates) {
   const double missing = 1.15 * (1.0 - candidates.front().share) + 0.01;
-  std::vector<Layout> layouts;
-  int fewest = std::numeric_limits<int>::max();
-  for (const auto& [layout, share] : candidates) {
-    if (1.0 - share > missing) break;
-    fewest = std::min(fewest, layout.Mistakes());
-  }
-  for (const auto& [layout, share] : candidates) {
-    if (1.0 - share > missing) break;
-    if (layout.Mistakes() == fewest) layouts.push_back(layout);
-  }
-  return layouts;
+  Candidates as_good;
+  std::ranges::copy_if(candidates, std::back_inserter(as_good),
+                       [missing](const auto& candidate) { return 1.0 - candidate.share <= missing; });
+  return as_good;
 }
 
 /// The other sign of both blocks.
@@ -55,166 +51,282 @@ Layout Negative(Layout layout) {
   return layout;
 }
 
-/// The same layouts, with the unit as all slopes together say it.
-void MeasureUnits(const SlopeSpace& space, const Fields& fields, const Fields& transposed,
-                  const std::vector<ListOrder>& orders, std::vector<Layout>& layouts) {
-  for (Layout& layout : layouts) {
-    if (layout.x_unit == 1.0) continue;
-    const Candidates candidates = space.InPlace(PutRight(layout.is_transposed ? transposed : fields, layout, orders));
-    const auto with_unit =
-        std::ranges::find_if(candidates, [](const auto& candidate) { return candidate.layout.x_unit != 1.0; });
-    if (with_unit != candidates.end()) layout.x_unit *= with_unit->layout.x_unit;
+/// A matrix's slope vectors as they stand, and as they would had it been transposed in memory.
+struct Standing {
+  Fields fields;
+  Fields transposed;
+
+  [[nodiscard]] Fields PutRight(const Layout& layout, const std::vector<ListOrder>& orders) const {
+    return workbench::PutRight(layout.is_transposed ? transposed : fields, layout, orders);
   }
+
+  /// Enough to tell the units by.
+  [[nodiscard]] Standing Sampled() const {
+    constexpr Eigen::Index kSums = 12;
+    return {Sample(fields, kSums), Sample(transposed, kSums)};
+  }
+};
+
+Standing StandingM2s(const Matrix& m2s) { return {M2sFields(m2s, false), M2sFields(m2s, true)}; }
+Standing StandingCm(const Matrix& cm) { return {CmFields(cm, false), CmFields(cm, true)}; }
+
+/// The same layout, with the unit as all slopes together say it.
+Layout WithUnit(const SlopeSpace& space, const Standing& slopes, const std::vector<ListOrder>& orders, Layout layout) {
+  const Candidates candidates = space.InPlace(slopes.PutRight(layout, orders));
+  const auto with_unit =
+      std::ranges::find_if(candidates, [](const auto& candidate) { return candidate.layout.x_unit != 1.0; });
+  if (with_unit != candidates.end()) layout.x_unit *= with_unit->layout.x_unit;
+  return layout;
 }
 
 /// The layout of slopes that are in a space as they stand, with the signs that they have: the right one, or that with
 /// another unit.
-std::optional<SlopeSpace::Candidate> InPlace(const SlopeSpace& space, const Fields& fields,
+std::optional<SlopeSpace::Candidate> InPlace(const SlopeSpace& space, const Standing& slopes,
                                              const std::vector<ListOrder>& orders) {
-  const Candidates candidates = space.InPlace(fields);
+  const Candidates candidates = space.InPlace(slopes.fields);
   if (candidates.empty() || candidates.front().share < kClearly || candidates.front().layout.is_x_flipped) {
     return std::nullopt;
   }
   const auto& [layout, share] = candidates.front();
-  std::vector<Layout> layouts = {layout};
-  MeasureUnits(space, fields, fields, orders, layouts);
-  return SlopeSpace::Candidate{layouts.front(), share};
+  return SlopeSpace::Candidate{layout.x_unit == 1.0 ? layout : WithUnit(space, slopes, orders, layout), share};
 }
 
-MatrixLayout ByGradients(const SlopeSpace& gradients, const Fields& fields, const Fields& transposed,
-                         const std::vector<ListOrder>& orders) {
-  MatrixLayout found;
-  found.as_it_stands = gradients.Share(fields);
-  found.put_right = found.as_it_stands;
-  found.layouts = {Layout()};
-  if (const auto in_place = InPlace(gradients, fields, orders)) {
-    found.layouts = {in_place->layout};
-    found.put_right = in_place->share;
-    return found;
-  }
-  const Candidates candidates = gradients.Try(fields, transposed, orders);
-  if (candidates.empty()) return found;
-  const double best = candidates.front().share;
-  if (IsBetter(best, ShareOf(candidates, Layout()))) {
-    found.put_right = best;
-    found.layouts = Simplest(candidates);
-    MeasureUnits(gradients, fields, transposed, orders, found.layouts);
-    const std::size_t count = found.layouts.size();
-    for (std::size_t k = 0; k < count; ++k) {  // which of the blocks is flipped does not show
-      if (found.layouts[k].is_x_flipped) found.layouts.push_back(Negative(found.layouts[k]));
-    }
-  }
-  if (found.put_right < kNoOrder) found.layouts.clear();
-  return found;
-}
+/// What a matrix's slopes alone say of their layout.
+struct OwnLayouts {
+  double as_it_stands = 0.0;                    ///< share that is a smooth gradient
+  std::optional<SlopeSpace::Candidate> stands;  ///< how they stand, if nothing is clearly better
+  Candidates candidates = {};  ///< all that are as good, of the fewest mistakes first; none of no order
+};
 
-/// Where slopes are noisy, another unit of the control matrix may not show, and that of the other one is twice as far
-/// from it then.
-bool HaveSameUnit(const Layout& one, const Layout& other) {
-  constexpr double kSame = 1.2;
-  const double ratio = one.x_unit / other.x_unit;
-  return ratio < kSame && ratio > 1.0 / kSame;
-}
-
-/// The two matrices, and how their slopes stand.
-struct BothMatrices {
-  const Matrix& m2s;
-  const Matrix& cm;
+/// Looks for the layouts in which slopes are smooth gradients.
+struct Search {
+  const SlopeSpace& gradients;
+  const Lattice& lattice;
+  const std::vector<std::size_t>& used;
   const std::vector<ListOrder>& orders;
 
-  /// The layout of the one in which its slopes are those of the other, in its own layout.
-  [[nodiscard]] std::optional<Layout> Relative(bool is_of_cm, const Layout& others) const {
-    const SlopeSpace space(is_of_cm ? PutRight(M2sFields(m2s, others.is_transposed), others, orders)
-                                    : PutRight(CmFields(cm, others.is_transposed), others, orders));
-    const Fields fields = is_of_cm ? CmFields(cm, false) : M2sFields(m2s, false);
-    const auto in_place = InPlace(space, fields, orders);
-    if (in_place && in_place->share > kSurelySameSlopes) return in_place->layout;
-    const Fields transposed = is_of_cm ? CmFields(cm, true) : M2sFields(m2s, true);
-    const Candidates candidates = space.Try(fields, transposed, orders);
-    if (candidates.empty() || candidates.front().share < kSameSlopes) return std::nullopt;
-    if (!IsBetter(candidates.front().share, ShareOf(candidates, Layout()))) return Layout();
-    std::optional<Layout> best;
-    double best_recovery = -1.0;
-    double best_trace = 0.0;
-    std::vector<Layout> layouts = Simplest(candidates);
-    MeasureUnits(space, fields, transposed, orders, layouts);
-    for (const Layout& layout : layouts) {
-      constexpr double kRounding = 1e-6;
-      const Matrix right_m2s = M2sPutRight(m2s, is_of_cm ? others : layout, orders);
-      const Matrix right_cm = CmPutRight(cm, is_of_cm ? layout : others, orders);
-      const double recovery = Recovery(right_m2s, right_cm);
-      const double trace = (right_cm * right_m2s).trace();
-      // In some bases a mirrored list does to each mode what a flipped sign does, but for the mode's own sign.
-      const bool has_better_signs = recovery > best_recovery - kRounding && std::abs(trace) > best_trace + kRounding;
-      if (recovery > best_recovery + kRounding || has_better_signs) {
-        best_recovery = recovery;
-        best_trace = std::abs(trace);
-        // x flipped, and all of it negative: y flipped
-        best = layout.is_x_flipped && trace < 0.0 ? Negative(layout) : layout;
-      }
+  /// @param is_thorough  other layouts are looked for also where the slopes are in place
+  [[nodiscard]] OwnLayouts LayoutsOf(const Standing& slopes, bool is_thorough) const {
+    constexpr double kSurely = 0.25;  // of what is no gradient: slopes may be out of place in no layout that has a name
+    OwnLayouts own = {gradients.Share(slopes.fields), InPlace(gradients, slopes, orders)};
+    const SlopeSpace::Candidate standing = own.stands.value_or(SlopeSpace::Candidate{Layout(), own.as_it_stands});
+    const bool is_almost_in_place = own.stands && !IsRestNoise(slopes.fields, own.stands->share);
+    if (is_almost_in_place) own.stands.reset();
+    if (own.stands && !is_thorough) {
+      own.candidates = {standing};
+      return own;
     }
-    return best;
+    const Candidates all = gradients.Try(slopes.fields, slopes.transposed, orders);
+    const double best = all.empty() ? 0.0 : all.front().share;
+    const bool is_better =
+        is_almost_in_place ? 1.0 - best < kSurely * (1.0 - standing.share) : IsBetter(best, ShareOf(all, Layout()));
+    if (!is_better) own.stands = standing;
+    if (std::max(standing.share, best) < kNoOrder) return {own.as_it_stands, {}};
+    if (!all.empty()) own.candidates = WithUnits(AsGood(all), slopes);
+    if (own.stands && ShareOf(own.candidates, standing.layout) == 0.0) own.candidates.push_back(standing);
+    AddOtherSigns(own.candidates);
+    std::ranges::stable_sort(own.candidates, {}, MistakesIn);
+    return own;
+  }
+
+ private:
+  /// Whether what is no smooth wavefront's, where slopes stand, can be noise.
+  [[nodiscard]] bool IsRestNoise(const Fields& slopes, double share) const {
+    constexpr double kSurely = 0.967;  // next to none that is not in its place
+    constexpr double kAsNoise = 0.5;   // as uneven along the list
+    return share > kSurely || Unevenness(Sample(slopes), lattice, used) > kAsNoise * (1.0 - share);
+  }
+
+  [[nodiscard]] Candidates WithUnits(Candidates candidates, const Standing& slopes) const {
+    const Standing sample = slopes.Sampled();
+    for (auto& candidate : candidates) candidate.layout = WithUnit(gradients, sample, orders, candidate.layout);
+    return candidates;
+  }
+
+  /// Which of the blocks is flipped does not show.
+  static void AddOtherSigns(Candidates& candidates) {
+    const std::size_t count = candidates.size();
+    for (std::size_t k = 0; k < count; ++k) {
+      const auto [layout, share] = candidates[k];
+      if (layout.is_x_flipped) candidates.push_back({Negative(layout), share});
+    }
   }
 };
 
-constexpr double kLoss = 0.02;  // of the smooth share: what puts a matrix right does not take as much
+// --- Both together
 
-/// Where what would put CM right takes from its smooth share, it is M2S that is mistaken, if the same adds to its
-/// share; else neither is known to be.
-void BlameM2s(const BothMatrices& both, const SlopeSpace& gradients, MatrixLayouts& found) {
-  found.cm.layouts = {Layout()};
-  found.cm.put_right = found.cm.as_it_stands;
-  const auto layout = both.Relative(false, Layout());
-  if (!layout || *layout == Layout()) return;
-  const Fields m2s = M2sFields(M2sPutRight(both.m2s, *layout, both.orders), false);
-  const double put_right = gradients.Share(m2s);
-  const bool is_of_cm = SlopeSpace(CmFields(both.cm, false)).Share(m2s) > 1.0 - kLoss;
-  if (!is_of_cm || put_right < std::max(found.m2s.as_it_stands, found.cm.as_it_stands - kLoss)) return;
-  found.m2s.layouts = {*layout};
-  found.m2s.put_right = put_right;
+/// How many mistakes someone has made who has the two matrices in these layouts: what is the same in both counts once.
+int JointMistakes(const Layout& one, const Layout& other) {
+  constexpr double kSame = 1.1;
+  const auto is_one = [](double ratio) { return ratio < kSame && ratio > 1.0 / kSame; };
+  Layout rest = other;
+  if (one.is_transposed) rest.is_transposed = false;
+  if (one.is_interleaved == other.is_interleaved && one.is_x_first == other.is_x_first) {
+    rest.is_interleaved = false;
+    rest.is_x_first = false;
+  }
+  if (one.order == other.order) rest.order = 0;
+  if (one.is_x_flipped == other.is_x_flipped && one.is_y_flipped == other.is_y_flipped) {
+    rest.is_x_flipped = false;
+    rest.is_y_flipped = false;
+  }
+  // The control matrix of slopes that are too large is made of these, or undoes it.
+  if (is_one(one.x_unit / other.x_unit) || is_one(one.x_unit * other.x_unit)) rest.x_unit = 1.0;
+  return one.Mistakes() + rest.Mistakes();
+}
+
+/// Layouts of both matrices in which the control matrix gives back modes.
+struct Pairing {
+  Layout m2s;
+  Layout cm;
+  double no_gradient = 0.0;  ///< share of the slopes
+  double unclear = 0.0;      ///< share of what is given back; none where each row gives back one mode, whichever
+  int mistakes = 0;          ///< those of the order and the signs of the modes included
+};
+
+/// The two matrices, and how their slopes stand.
+struct BothMatrices {
+  Standing m2s;
+  Standing cm;
+  const std::vector<ListOrder>& orders;
+
+  /// All that may be of the fewest mistakes.
+  [[nodiscard]] std::vector<Pairing> Pairings(const Candidates& of_m2s) const {
+    std::vector<Pairing> pairings;
+    int fewest = std::numeric_limits<int>::max();
+    for (const auto& candidate : of_m2s) {
+      if (candidate.layout.Mistakes() > fewest) break;
+      for (const Layout& of_cm : OfCm(candidate.layout)) {
+        pairings.push_back(Paired(candidate, of_cm));
+        if (pairings.back().unclear < kSurelyClear) fewest = std::min(fewest, pairings.back().mistakes);
+      }
+    }
+    return pairings;
+  }
+
+ private:
+  /// Layouts of CM in which its slopes are those of M2S in a layout of its own.
+  [[nodiscard]] std::vector<Layout> OfCm(const Layout& of_m2s) const {
+    const SlopeSpace space(m2s.PutRight(of_m2s, orders));
+    const Candidates candidates = space.Try(cm.fields, cm.transposed, orders);
+    if (candidates.empty() || candidates.front().share < kSameSlopes) return {};
+    const Standing sample = cm.Sampled();
+    std::vector<Layout> layouts;
+    for (const auto& candidate : AsGood(candidates)) {
+      const bool is_right = candidate.layout == Layout();
+      layouts.push_back(is_right ? Layout() : WithUnit(space, sample, orders, candidate.layout));
+    }
+    return layouts;
+  }
+
+  [[nodiscard]] Pairing Paired(const SlopeSpace::Candidate& of_m2s, const Layout& of_cm) const {
+    const GivenBack modes(cm.PutRight(of_cm, orders).transpose() * m2s.PutRight(of_m2s.layout, orders));
+    const bool is_y_flipped = modes.IsNegative() && of_cm.is_x_flipped;  // x flipped, and all of it negative
+    Pairing pairing = {of_m2s.layout, is_y_flipped ? Negative(of_cm) : of_cm, 1.0 - of_m2s.share, modes.Unclear()};
+    pairing.mistakes = JointMistakes(pairing.m2s, pairing.cm) + static_cast<int>(modes.IsNegative() && !is_y_flipped) +
+                       static_cast<int>(!modes.IsInOrder()) + static_cast<int>(modes.HasMixedSigns());
+    return pairing;
+  }
+};
+
+void KeepLeast(std::vector<Pairing>& pairings, double Pairing::*value, double accident) {
+  constexpr double kFactor = 1.15;
+  if (pairings.empty()) return;
+  const double least = std::ranges::min(pairings, {}, value).*value;
+  std::erase_if(pairings, [&](const Pairing& pairing) { return pairing.*value > kFactor * least + accident; });
+}
+
+/// Those in which the control matrix gives back modes most clearly, whose slopes are nearest to gradients, and of these
+/// the ones of the fewest mistakes.
+std::vector<Pairing> Likeliest(std::vector<Pairing> pairings) {
+  constexpr double kOfUnits = 3e-4;   // which are measured
+  constexpr double kOfPupils = 3e-3;  // which look almost the same turned or mirrored
+  KeepLeast(pairings, &Pairing::unclear, kOfUnits);
+  KeepLeast(pairings, &Pairing::no_gradient, kOfPupils);
+  if (pairings.empty()) return pairings;
+  const int fewest = std::ranges::min(pairings, {}, &Pairing::mistakes).mistakes;
+  std::erase_if(pairings, [fewest](const Pairing& pairing) { return pairing.mistakes > fewest; });
+  return pairings;
+}
+
+// --- What is told of them
+
+void AddOnce(std::vector<Layout>& layouts, const Layout& layout) {
+  if (std::ranges::find(layouts, layout) == layouts.end()) layouts.push_back(layout);
+}
+
+/// What the slopes alone say: those of the fewest mistakes, and those of one more.
+MatrixLayout Taken(const OwnLayouts& own, const std::vector<ListOrder>& orders) {
+  MatrixLayout matrix = {.as_it_stands = own.as_it_stands, .put_right = own.as_it_stands};
+  if (own.stands) {
+    matrix.put_right = own.stands->share;
+    matrix.layouts = {own.stands->layout};
+    return matrix;
+  }
+  const auto is_turned_back = [&](Layout layout) {  // of a pupil that is the same upside down, that is always so
+    const bool is_turned = orders[layout.order].mistake == "turned_180";
+    layout.order = 0;
+    return is_turned && std::ranges::find(matrix.layouts, layout) != matrix.layouts.end();
+  };
+  for (const auto& [layout, share] : own.candidates) {
+    matrix.put_right = std::max(matrix.put_right, share);
+    const int more = layout.Mistakes() - own.candidates.front().layout.Mistakes();
+    if (more == 0) AddOnce(matrix.layouts, layout);
+    if (more == 1 && !is_turned_back(layout)) AddOnce(matrix.further, layout);
+  }
+  return matrix;
+}
+
+/// Where one matrix is right in one of the pairs, and the other one in another, it is told of CM, and of M2S as what
+/// may be instead.
+void Take(const std::vector<Pairing>& pairings, MatrixLayouts& found) {
+  const bool may_m2s_be_right =
+      std::ranges::any_of(pairings, [](const Pairing& pairing) { return pairing.m2s == Layout(); });
+  for (MatrixLayout* const matrix : {&found.m2s, &found.cm}) {
+    matrix->layouts.clear();
+    matrix->further.clear();
+  }
+  for (const Pairing& pairing : pairings) {
+    if (!may_m2s_be_right || pairing.m2s == Layout()) {
+      AddOnce(found.m2s.layouts, pairing.m2s);
+      AddOnce(found.cm.layouts, pairing.cm);
+    } else if (pairing.cm == Layout()) {
+      AddOnce(found.of_m2s_instead, pairing.m2s);
+    }
+  }
+  found.m2s.put_right = 1.0 - pairings.front().no_gradient;
 }
 
 }  // namespace
 
 MatrixLayouts FindLayouts(const CalibrationContent& content, const Matrix& sound_m2s, const SlopeSpace& gradients,
+                          const Lattice& lattice, const std::vector<std::size_t>& used,
                           const std::vector<ListOrder>& orders) {
-  const Fields cm = CmFields(content.cm, false);
+  const Search search = {gradients, lattice, used, orders};
+  const BothMatrices both = {StandingM2s(content.m2s), StandingCm(content.cm), orders};
+  const auto relative = InPlace(SlopeSpace(both.m2s.fields), both.cm, orders);
+  const bool are_same = relative && relative->layout == Layout();
+  const bool are_modes_right = GivenBack(content.cm * content.m2s).AreRight();
+  const OwnLayouts m2s = search.LayoutsOf(StandingM2s(sound_m2s), !are_modes_right);
   MatrixLayouts found;
-  found.m2s = ByGradients(gradients, M2sFields(sound_m2s, false), M2sFields(sound_m2s, true), orders);
-  const SlopeSpace slopes(M2sFields(content.m2s, false));
-  const BothMatrices both = {content.m2s, content.cm, orders};
-  const auto in_place = InPlace(slopes, cm, orders);
-  if (in_place && in_place->layout == Layout()) {  // whatever it is, it is the same in both
-    found.cm = found.m2s;
-    found.cm.as_it_stands = gradients.Share(cm);
-    found.cm.is_of_the_other = true;
-    return found;
-  }
-  found.cm = ByGradients(gradients, cm, CmFields(content.cm, true), orders);
-  if (found.m2s.layouts.empty()) return found;
-  if (!found.m2s.IsRight() && found.cm.IsRight()) {
-    const auto layout = both.Relative(false, Layout());
-    if (!layout) return found;
-    if (HaveSameUnit(*layout, found.m2s.layouts.front())) {
-      found.m2s.layouts = {*layout};
+  found.m2s = Taken(m2s, orders);
+  if (!are_same || !are_modes_right) {
+    const std::vector<Pairing> pairings = Likeliest(both.Pairings(m2s.candidates));
+    if (!pairings.empty() && pairings.front().unclear < kClear) {
+      found.cm.as_it_stands = gradients.Share(both.cm.fields);
+      Take(pairings, found);
+      found.cm.put_right = gradients.Share(both.cm.PutRight(found.cm.layouts.front(), orders));
+      found.cm.is_of_the_other = are_same && found.cm.IsRight();
       return found;
     }
   }
-  double best_recovery = -1.0;
-  const std::vector<Layout> m2s_layouts = found.m2s.layouts;
-  for (const Layout& m2s_layout : m2s_layouts) {
-    const auto cm_layout = both.Relative(true, m2s_layout);
-    if (!cm_layout) continue;
-    const double recovery =
-        Recovery(M2sPutRight(content.m2s, m2s_layout, orders), CmPutRight(content.cm, *cm_layout, orders)) -
-        0.01 * cm_layout->Mistakes();
-    if (recovery <= best_recovery) continue;
-    best_recovery = recovery;
-    found.m2s.layouts = {m2s_layout};
-    found.cm.layouts = {*cm_layout};
-    found.cm.put_right = gradients.Share(PutRight(CmFields(content.cm, cm_layout->is_transposed), *cm_layout, orders));
+  if (are_same) {  // whatever the layout is, it is the same in both
+    found.cm = found.m2s;
+    found.cm.as_it_stands = gradients.Share(both.cm.fields);
+    found.cm.is_of_the_other = true;
+    return found;
   }
-  if (found.m2s.IsRight() && found.cm.put_right < found.cm.as_it_stands - kLoss) BlameM2s(both, gradients, found);
+  found.cm = Taken(search.LayoutsOf(both.cm, false), orders);
   return found;
 }
 

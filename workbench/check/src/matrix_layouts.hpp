@@ -19,10 +19,12 @@
 namespace quen::workbench {
 
 struct MatrixLayout {
-  double as_it_stands = 0.0;     ///< share of the slopes' mean square that is a smooth gradient
-  double put_right = 0.0;        ///< the same in the layouts below
-  bool is_of_the_other = false;  ///< its slopes are those of the other matrix
-  std::vector<Layout> layouts;   ///< one of these; none if the slopes are without order in all of them
+  double as_it_stands = 0.0;         ///< share of the slopes' mean square that is a smooth gradient
+  double put_right = 0.0;            ///< the same in the layouts below
+  bool is_of_the_other = false;      ///< its slopes are those of the other matrix
+  std::vector<Layout> layouts = {};  ///< one of these; none if the slopes are without order in all of them
+  /// As good, and of one mistake more; none where the other matrix tells.
+  std::vector<Layout> further = {};
 
   [[nodiscard]] bool IsRight() const { return !layouts.empty() && layouts.front() == Layout(); }
 };
@@ -30,12 +32,16 @@ struct MatrixLayout {
 struct MatrixLayouts {
   MatrixLayout m2s;
   MatrixLayout cm;
+  /// Where the mistake may be of either matrix, M2S is said to be right, and may be in one of these while CM is right.
+  std::vector<Layout> of_m2s_instead = {};
 };
 
 /// @param sound_m2s  M2S, or the same without what is odd of single sub-apertures, which is no matter of its layout
 /// @param gradients  of smooth surfaces, at the used sub-apertures
-/// @param orders     of the list of used sub-apertures
+/// @param used       indices of the used sub-apertures
+/// @param orders     of the list of these
 MatrixLayouts FindLayouts(const CalibrationContent& content, const Matrix& sound_m2s, const SlopeSpace& gradients,
+                          const Lattice& lattice, const std::vector<std::size_t>& used,
                           const std::vector<ListOrder>& orders);
 
 using UsageFlags = std::vector<std::uint8_t>;  ///< other than 0 where a sub-aperture is used

@@ -218,11 +218,10 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Try(const Fields& fields, const F
   return candidates;
 }
 
-Fields Sample(const Fields& fields) {
-  constexpr Eigen::Index kSums = 4;
+Fields Sample(const Fields& fields, Eigen::Index sums) {
   const Fields normalised = Normalised(fields);
   std::mt19937 random(1);  // NOLINT(cert-msc51-cpp): the same examination each time
-  Eigen::MatrixXd signs(normalised.cols(), kSums);
+  Eigen::MatrixXd signs(normalised.cols(), sums);
   for (double& sign : signs.reshaped()) sign = random() % 2 == 0 ? 1.0 : -1.0;
   return normalised * signs;
 }

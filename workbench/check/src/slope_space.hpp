@@ -72,6 +72,6 @@ class SlopeSpace {
 };
 
 /// A few sums of slope vectors of the same size with random signs, which are in a layout, and a space, as these are.
-Fields Sample(const Fields& fields);
+Fields Sample(const Fields& fields, Eigen::Index sums = 4);
 
 }  // namespace quen::workbench

@@ -618,11 +618,11 @@ TEST(Planted, FlagsOfAnyOtherPupilAreNamed) {
   }
 }
 
-TEST(Planted, PairsOfLayoutsAreNamedAndPutRight) { PlantPairs(PairsOfLayouts(), 13, 0.85, 0.85, "pairs of layouts"); }
+TEST(Planted, PairsOfLayoutsAreNamedAndPutRight) { PlantPairs(PairsOfLayouts(), 13, 0.97, 0.97, "pairs of layouts"); }
 TEST(Planted, MistakesOfEachMatrixAreNamedAndPutRight) {
-  PlantPairs(PairsOfMatrices(), 13, 0.9, 0.9, "a layout of each matrix");
+  PlantPairs(PairsOfMatrices(), 13, 0.99, 0.99, "a layout of each matrix");
 }
-TEST(Planted, PairsOfKindsAreNamedAndPutRight) { PlantPairs(PairsOfKinds(), 79, 0.9, 0.9, "pairs of kinds"); }
+TEST(Planted, PairsOfKindsAreNamedAndPutRight) { PlantPairs(PairsOfKinds(), 79, 0.97, 0.97, "pairs of kinds"); }
 
 }  // namespace
 }  // namespace quen::workbench::planted
