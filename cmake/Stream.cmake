@@ -1,8 +1,8 @@
 # Shared-memory image streams: an optional library. Needs no simulator.
 add_library(quen_stream_objects OBJECT)
-target_sources(quen_stream_objects PRIVATE stream/src/claim.cpp stream/src/keywords.cpp stream/src/names.cpp
-                                           stream/src/parts.cpp stream/src/reader.cpp stream/src/shared_file.cpp
-                                           stream/src/writer.cpp)
+target_sources(quen_stream_objects PRIVATE stream/src/claim.cpp stream/src/keywords.cpp
+                                           stream/src/living_readers.cpp stream/src/names.cpp stream/src/parts.cpp
+                                           stream/src/reader.cpp stream/src/shared_file.cpp stream/src/writer.cpp)
 quen_configure_objects(quen_stream_objects)
 target_link_libraries(quen_stream_objects PUBLIC PkgConfig::log4cplus Microsoft.GSL::GSL)
 

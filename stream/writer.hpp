@@ -67,8 +67,14 @@ class Writer {
   QUEN_EXPORT void Publish(gsl::span<const std::byte> pixels, std::timespec acquired,
                            gsl::span<const KeywordValue> values = {});
 
+  /// By how much Count() goes on with the next frame alone, in place of 1: for those who test what readers make of a
+  /// counter that jumps, or stands still. Of a stream's first frame: where it begins.
+  QUEN_EXPORT void SetNextStep(std::uint64_t step);
+
   /// Frames published so far.
   [[nodiscard]] QUEN_EXPORT std::uint64_t Count() const;
+  /// How many of the semaphores living readers have. Allocates nothing.
+  [[nodiscard]] QUEN_EXPORT std::size_t SemaphoresTaken() const;
   /// Of a frame's pixels.
   [[nodiscard]] QUEN_EXPORT std::size_t Bytes() const;
   [[nodiscard]] QUEN_EXPORT const std::string& Path() const;

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <semaphore.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 
 #include "stream/names.hpp"
 #include "stream/src/keywords.hpp"
+#include "stream/src/living_readers.hpp"
 #include "stream/src/parts.hpp"
 #include "stream/src/refusal.hpp"
 #include "stream/src/shared_file.hpp"
@@ -95,8 +95,6 @@ Parts Checked(const Metadata& head, std::size_t bytes, const std::string& path) 
   doubts.Require(head.image_bytes == image_bytes, std::to_string(image_bytes) + " bytes of pixels", head.image_bytes);
   return *parts;
 }
-
-bool IsOfLivingProcess(std::int32_t pid) { return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM); }
 
 /// The semaphore that is now ours, emptied: it may hold what was posted for readers before.
 std::optional<std::size_t> TakeSemaphore(const SharedFile& file, std::size_t semaphores) {
@@ -185,13 +183,7 @@ std::vector<Keyword> Reader::Keywords() const {
 
 bool Reader::HasSemaphore() const { return state_->semaphore.has_value(); }
 
-std::size_t Reader::SemaphoresTaken() const {
-  std::size_t taken = 0;
-  for (std::size_t i = 0; i < state_->head.semaphores; ++i) {
-    if (IsOfLivingProcess(Shared(state_->file.ReaderPid(i)).load())) ++taken;
-  }
-  return taken;
-}
+std::size_t Reader::SemaphoresTaken() const { return stream::SemaphoresTaken(state_->file, state_->head.semaphores); }
 
 std::uint64_t Reader::Count() const { return Shared(state_->file.Head().cnt0).load(std::memory_order_acquire); }
 

@@ -8,10 +8,12 @@
 #include <functional>
 #include <numeric>
 #include <stdexcept>
+#include <utility>
 
 #include "stream/names.hpp"
 #include "stream/src/claim.hpp"
 #include "stream/src/keywords.hpp"
+#include "stream/src/living_readers.hpp"
 #include "stream/src/refusal.hpp"
 #include "stream/src/shared_file.hpp"
 #include "stream/src/words.hpp"
@@ -95,6 +97,7 @@ struct Writer::State {
   Metadata head;
   SharedFile file;
   std::int32_t pid = getpid();
+  std::uint64_t step = 1;  ///< of cnt0, with the next frame
 };
 
 namespace {
@@ -170,12 +173,14 @@ void Writer::Publish(gsl::span<const std::byte> pixels, std::timespec acquired, 
   for (std::size_t i = 0; i < values.size(); ++i) Write(values[i], file.Keyword(i));
   Store(Now(), head.written);
   Store(acquired, head.acquired);
-  Shared(head.cnt0).store(Count() + 1, std::memory_order_release);
+  Shared(head.cnt0).store(Count() + std::exchange(state_->step, 1), std::memory_order_release);
   Shared(head.write).store(0, std::memory_order_release);
   state_->Wake();
 }
 
+void Writer::SetNextStep(std::uint64_t step) { state_->step = step; }
 std::uint64_t Writer::Count() const { return Shared(state_->file.Head().cnt0).load(std::memory_order_relaxed); }
+std::size_t Writer::SemaphoresTaken() const { return stream::SemaphoresTaken(state_->file, kSemaphores); }
 std::size_t Writer::Bytes() const { return state_->head.image_bytes; }
 const std::string& Writer::Path() const { return state_->claim.Path(); }
 

@@ -205,6 +205,34 @@ TEST(Writer, WithoutRoomNothingIsLeft) {
   EXPECT_EQ(testing::EntriesBelow(folder.Path()), 0);
 }
 
+TEST(Writer, CounterJumpsOrStandsStillOnce) {
+  const StreamFolder folder;
+  Writer writer(SmallStream());
+  writer.SetNextStep(7);
+  PublishEqual(writer, 1);
+  EXPECT_EQ(writer.Count(), 7);
+  PublishEqual(writer, 1);
+  EXPECT_EQ(writer.Count(), 8);
+  writer.SetNextStep(0);
+  PublishEqual(writer, 1);
+  EXPECT_EQ(writer.Count(), 8);
+  PublishEqual(writer, 1);
+  EXPECT_EQ(writer.Count(), 9);
+}
+
+TEST(Writer, TellsHowManySemaphoresLivingReadersHave) {
+  const StreamFolder folder;
+  const Writer writer(SmallStream());
+  StatusOfChild([] {
+    const Reader reader("test");
+    kill(getpid(), SIGKILL);
+  });
+  EXPECT_EQ(writer.SemaphoresTaken(), 0);
+  const Reader first("test");
+  const Reader second("test");
+  EXPECT_EQ(writer.SemaphoresTaken(), 2);
+}
+
 TEST(Writer, PublishingAllocatesNothing) {
   const StreamFolder folder;
   Writer writer(SmallStream());
