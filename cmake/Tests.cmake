@@ -216,6 +216,15 @@ if(QUEN_BUILD_TOOLS)
   quen_add_test(live_test LABEL workbench SOURCES workbench/live/test/controller_test.cpp
                                                   workbench/live/test/live_test.cpp LIBRARIES quen_workbench)
   quen_add_test(
+    serve_test
+    LABEL workbench
+    SOURCES workbench/serve/test/faults_test.cpp
+            workbench/serve/test/latched_stream_test.cpp
+            workbench/serve/test/schedule_test.cpp
+            workbench/serve/test/server_test.cpp
+            testing/malloc_calls.cpp
+    LIBRARIES quen_serve)
+  quen_add_test(
     check_planted_test
     LABEL workbench
     SOURCES workbench/check/test/planted.cpp workbench/check/test/planted_generator_test.cpp
@@ -276,6 +285,14 @@ if(QUEN_BUILD_TOOLS)
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(CampaignOnCluster.LosesNothingWithANode PROPERTIES LABELS cluster TIMEOUT 250 COST 100
                                                                           SKIP_RETURN_CODE 77)
+endif()
+
+# --- A server, from outside.
+if(QUEN_BUILD_TOOLS)
+  add_test(NAME ServedFrames.AreReadByOthers COMMAND ${QUEN_PYTHON} tools/quen-shs/test/served_frames.py
+                                                     $<TARGET_FILE:quen-shs>
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(ServedFrames.AreReadByOthers PROPERTIES LABELS tool TIMEOUT 600)
 endif()
 
 # --- The order of the rooms.

@@ -26,6 +26,7 @@ ORDER = [
     ["workbench/sensor"],
     ["workbench/loop", "workbench/check"],
     ["workbench/live"],
+    ["workbench/serve"],
     ["workbench/pictures", "workbench/campaign"],
     ["tools/quen-shs/cli", "python"],
     ["tools/quen-shs/verbs"],

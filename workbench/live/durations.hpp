@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -20,8 +22,21 @@ class Durations {
   [[nodiscard]] double Worst() const { return worst_; }
   [[nodiscard]] double Least() const { return least_; }
 
+  /// How many are in a range of durations.
+  struct Bar {
+    double from = 0.0;  ///< seconds
+    double to = 0.0;    ///< seconds; infinite in the last one that there may be
+    std::uint64_t count = 0;
+  };
+  /// From the first range that has any to the last one. Ranges end at 1, 2, 5, 10, … microseconds, up to 100 seconds.
+  [[nodiscard]] std::vector<Bar> Histogram() const;
+
  private:
+  static constexpr std::size_t kDecades = 8;  ///< of bars, from a microsecond on
+  static constexpr std::size_t kBars = 3 * kDecades + 2;
+
   std::vector<std::uint64_t> bins_;  ///< of equal ratios
+  std::array<std::uint64_t, kBars> bars_ = {};
   std::uint64_t count_ = 0;
   double worst_ = 0.0;
   double least_ = 0.0;

@@ -25,16 +25,17 @@ class Disturbance {
   /// The modes of the current frame.
   [[nodiscard]] const Eigen::VectorXd& Modes() const { return modes_; }
 
-  /// Goes on to the next frame.
+  /// Goes on to the next frame. Allocates nothing.
   void Advance();
 
  private:
-  Eigen::VectorXd Draw();
+  const Eigen::VectorXd& Draw();
 
   std::mt19937_64 generator_;
   std::normal_distribution<double> normal_;
   double correlation_;
   Eigen::VectorXd sigma_;
+  Eigen::VectorXd drawn_;
   Eigen::VectorXd modes_;
 };
 

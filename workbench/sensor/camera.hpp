@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <gsl/span>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -45,12 +46,15 @@ class Camera : public quen::shssim::ShsSimulator {
   /// From now on frames are drawn so. They are numbered from 0 anew; the calling thread's generator is seeded.
   void Use(const Exposure& exposure);
 
-  /// Draws the next frame. Allocates nothing.
-  void Draw(const Displacements& displacements);
+  /// Draws the next frame. Allocates nothing, but where a detector's noise has a factor that it had not before.
+  /// @param noise_factor  so many times larger is the simulator's half-width, or the detector's read noise
+  void Draw(const Displacements& displacements, double noise_factor = 1.0);
 
  private:
-  double noise_ = 0.0;
-  std::optional<quen::detector::Detector> detector_;
+  const quen::detector::Detector& DetectorWith(double noise_factor);
+
+  Exposure exposure_ = {.noise = 0.0};
+  std::map<double, quen::detector::Detector> detectors_;  ///< by the factor of their noise; none without a detector
   std::uint64_t frame_number_ = 0;
 };
 

@@ -75,6 +75,8 @@ Argument Number(const std::string& name, const std::string& what, const std::str
                 int& variable);
 Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
                 std::size_t& variable);
+Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
+                const std::string& otherwise, std::optional<std::size_t>& variable);
 /// Any unsigned number of 32 bits.
 Argument Number(const std::string& name, const std::string& what, std::uint32_t& variable);
 

@@ -16,6 +16,7 @@ class StatusLine {
   StatusLine(StatusLine&&) = delete;
   StatusLine& operator=(StatusLine&&) = delete;
 
+  [[nodiscard]] bool IsOnTerminal() const { return on_terminal_; }
   /// Whether there is a line, and what it shows is old enough to be replaced.
   [[nodiscard]] bool IsDue() const;
   void Show(const std::string& text);

@@ -31,8 +31,8 @@ std::uint32_t BigEndian(const std::vector<char>& bytes, std::size_t offset) {
   return value;
 }
 
-constexpr std::array kVerbs = {"calibrate", "check",    "frame",    "measure", "view",   "score",
-                               "loop",      "campaign", "detector", "watch",   "manual", "completion"};
+constexpr std::array kVerbs = {"calibrate", "check", "frame",    "measure", "view",   "score",     "loop",
+                               "campaign",  "serve", "detector", "watch",   "manual", "completion"};
 
 std::string NoVerb(const std::string& found) {
   return fmt::format("VERB: expected one of {}, found {}", fmt::join(kVerbs, ", "), found);
@@ -107,6 +107,13 @@ TEST(CommandLine, WrongUsageExitsWithTwoAndSaysWhy) {
       {"calibrate x --spider-width 0.1", "--spider-width: expected --spider-angle with it, found none"},
       {"detector x --hot-pixels 5", "--hot-pixels: expected --new with it, found none"},
       {"score x --engine", "--engine: expected ENGINE, found none"},
+      {"serve x --stream a --wind 8 --disturbance b", "--wind, --disturbance: expected one of the two, found both"},
+      {"serve x --stream a --ahead 2 --corrections b", "--corrections, --ahead: expected one of the two, found both"},
+      {"serve x --stream a --timeout 3", "--timeout: expected --lockstep with it, found none"},
+      {"serve x --frames 0", "--frames: expected a whole number from 1 to 1000000000000000, found 0"},
+      {"serve x --faults random:1:2",
+       "--faults: expected random:SEED:SHARE, a whole number from 0 to 4294967295 and a number from 0 to 1, found "
+       "random:1:2"},
       {"loop x --gain 3", "--gain: expected a number from 0 to 2, found 3"},
       {"loop x --gain nan", "--gain: expected a number from 0 to 2, found nan"},
       {"loop x --noise -1", "--noise: expected a number from 0 to 1000000, found -1"},

@@ -234,7 +234,7 @@ class Names(Folder):
     def pages(self):
         verbs = ["", "-calibrate", "-check", "-frame", "-measure", "-view", "-score", "-loop", "-campaign",
                  "-campaign-plan", "-campaign-run", "-campaign-status", "-campaign-merge", "-campaign-plot", "-campaign-show",
-                 "-campaign-slurm", "-detector", "-watch", "-manual", "-completion"]
+                 "-campaign-slurm", "-serve", "-detector", "-watch", "-manual", "-completion"]
         return [f"quen-shs{verb}.1" for verb in verbs]
 
     def test_compressed_files_are_no_other_name(self):

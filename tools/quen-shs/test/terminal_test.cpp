@@ -98,7 +98,7 @@ TEST(Completion, KnowsVerbsOptionsAndWords) {
 TEST(Manual, HasAPagePerVerbInTheWordsOfItsHelp) {
   const TempDir folder;
   ASSERT_EQ(Shell(QUEN_SHS " manual --folder " + (folder / "man1")).exit_code, 0);
-  EXPECT_EQ(quen::testing::EntriesBelow(folder / "man1"), 20U);
+  EXPECT_EQ(quen::testing::EntriesBelow(folder / "man1"), 21U);
   for (const char* const verb : {"",
                                  "-calibrate",
                                  "-check",
@@ -115,6 +115,7 @@ TEST(Manual, HasAPagePerVerbInTheWordsOfItsHelp) {
                                  "-campaign-plot",
                                  "-campaign-show",
                                  "-campaign-slurm",
+                                 "-serve",
                                  "-detector",
                                  "-watch",
                                  "-manual",

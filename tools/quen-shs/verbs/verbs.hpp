@@ -17,6 +17,7 @@ void AddView(CommandLine& line);
 void AddScore(CommandLine& line);
 void AddLoop(CommandLine& line);
 void AddCampaign(CommandLine& line);
+void AddServe(CommandLine& line);
 void AddDetector(CommandLine& line);
 void AddWatch(CommandLine& line);
 void AddManual(CommandLine& line);

@@ -49,6 +49,30 @@ TEST(Durations, TakeAnyNumber) {
   EXPECT_LE(durations.Quantile(0.0), 1e-7);
 }
 
+TEST(Durations, AreCountedInBars) {
+  Durations durations;
+  EXPECT_TRUE(durations.Histogram().empty());
+  for (int k = 0; k < 98; ++k) durations.Add(300e-6);
+  durations.Add(7e-3);
+  durations.Add(1000.0);
+  const auto bars = durations.Histogram();
+  ASSERT_EQ(bars.size(), 18U);
+  EXPECT_DOUBLE_EQ(bars.front().from, 200e-6);
+  EXPECT_DOUBLE_EQ(bars.front().to, 500e-6);
+  EXPECT_EQ(bars.front().count, 98U);
+  EXPECT_DOUBLE_EQ(bars[4].from, 5e-3);
+  EXPECT_EQ(bars[4].count, 1U);
+  EXPECT_TRUE(std::isinf(bars.back().to));
+  EXPECT_EQ(bars.back().count, 1U);
+}
+
+TEST(Durations, BelowAMicrosecondAreInTheFirstBar) {
+  Durations durations;
+  for (const double seconds : {0.0, 5e-9}) durations.Add(seconds);
+  ASSERT_EQ(durations.Histogram().size(), 1U);
+  EXPECT_EQ(durations.Histogram().front().count, 2U);
+}
+
 // --- Pixels
 
 template <typename Pixel>

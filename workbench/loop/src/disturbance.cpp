@@ -11,14 +11,14 @@ Disturbance::Disturbance(const Eigen::VectorXd& variances, double d_over_r0, dou
     : generator_(seed),
       correlation_(correlation),
       sigma_((variances * std::pow(d_over_r0, 5.0 / 3.0)).cwiseSqrt()),
+      drawn_(sigma_.size()),
       modes_(Draw()) {}
 
 void Disturbance::Advance() { modes_ = correlation_ * modes_ + std::sqrt(1.0 - correlation_ * correlation_) * Draw(); }
 
-Eigen::VectorXd Disturbance::Draw() {
-  Eigen::VectorXd values(sigma_.size());
-  for (Eigen::Index mode = 0; mode < values.size(); ++mode) values(mode) = sigma_(mode) * normal_(generator_);
-  return values;
+const Eigen::VectorXd& Disturbance::Draw() {
+  for (Eigen::Index mode = 0; mode < drawn_.size(); ++mode) drawn_(mode) = sigma_(mode) * normal_(generator_);
+  return drawn_;
 }
 
 void RequireModerate(const Series& series, const std::string& source) {

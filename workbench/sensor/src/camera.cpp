@@ -12,9 +12,10 @@
 namespace quen::workbench {
 namespace {
 
-quen::detector::Detector SeededDetector(const DetectorDescription& description, std::uint32_t seed) {
-  quen::detector::DetectorConfig config = description.config;
-  config.seed = seed;
+quen::detector::Detector DetectorOf(const Exposure& exposure, double noise_factor) {
+  quen::detector::DetectorConfig config = exposure.detector->config;
+  config.seed = exposure.seed;
+  config.read_noise = std::min(config.read_noise * noise_factor, quen::detector::DetectorLimits::kReadNoise.highest);
   return quen::detector::Detector(config);
 }
 
@@ -47,18 +48,22 @@ void Camera::Use(const Exposure& exposure) {
   quen::common::random::detail::MersenneTwisterEngine().seed(exposure.seed);
   frame_number_ = 0;
   std::ranges::fill(frame, 0);  // a detector's pixels are everywhere, the simulator's in the regions alone
-  detector_.reset();
-  noise_ = exposure.noise;
-  if (exposure.detector) {
-    detector_ = SeededDetector(*exposure.detector, exposure.seed);
-    noise_ = 0.0;
-  }
+  exposure_ = exposure;
+  detectors_.clear();
+  if (exposure.detector) DetectorWith(1.0);
 }
 
-void Camera::Draw(const Displacements& displacements) {
-  ComputeFrame(displacements.x, displacements.y, noise_, std::nullopt);
-  if (detector_) detector_->Expose(frame_values, frame_number_, frame);
+void Camera::Draw(const Displacements& displacements, double noise_factor) {
+  const double noise = exposure_.detector ? 0.0 : exposure_.noise * noise_factor;
+  ComputeFrame(displacements.x, displacements.y, noise, std::nullopt);
+  if (exposure_.detector) DetectorWith(noise_factor).Expose(frame_values, frame_number_, frame);
   ++frame_number_;
+}
+
+const quen::detector::Detector& Camera::DetectorWith(double noise_factor) {
+  const auto known = detectors_.find(noise_factor);
+  if (known != detectors_.end()) return known->second;
+  return detectors_.emplace(noise_factor, DetectorOf(exposure_, noise_factor)).first->second;
 }
 
 }  // namespace quen::workbench

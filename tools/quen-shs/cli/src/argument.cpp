@@ -152,6 +152,12 @@ Argument Number(const std::string& name, const std::string& what, const std::str
                 InDigits(variable), variable);
 }
 
+Argument Number(const std::string& name, const std::string& what, const std::string& unit, const common::Limits& limits,
+                const std::string& otherwise, std::optional<std::size_t>& variable) {
+  return Ranged(name, what, unit, static_cast<std::size_t>(limits.lowest), static_cast<std::size_t>(limits.highest),
+                otherwise, variable);
+}
+
 Argument Number(const std::string& name, const std::string& what, std::uint32_t& variable) {
   return Ranged(name, what, "", std::uint32_t{0}, std::numeric_limits<std::uint32_t>::max(), InDigits(variable),
                 variable);

@@ -4,7 +4,7 @@ namespace quen::tool {
 
 void AddVerbs(CommandLine& line) {
   for (const auto add : {AddCalibrate, AddCheck, AddFrame, AddMeasure, AddView, AddScore, AddLoop, AddCampaign,
-                         AddDetector, AddWatch, AddManual, AddCompletion}) {
+                         AddServe, AddDetector, AddWatch, AddManual, AddCompletion}) {
     add(line);
   }
 }
