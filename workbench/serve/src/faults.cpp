@@ -30,7 +30,7 @@ FaultParameter Real(const char* name, const char* unit, common::Limits limits, c
   return {name, unit, limits, false, std::nullopt, random};
 }
 
-FaultParameter Frames(double otherwise) { return Whole("frames", "frames", {1, kMostFrames}, {1, 20}, otherwise); }
+FaultParameter Frames(double otherwise) { return Whole("frames", "", {1, kMostFrames}, {1, 20}, otherwise); }
 
 const FaultRule& RuleOf(FaultKind kind) { return FaultRules().at(static_cast<std::size_t>(kind)); }
 
