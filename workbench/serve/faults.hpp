@@ -44,19 +44,19 @@ enum class FaultKind {
 };
 
 struct FaultParameter {
-  const char* name;
-  const char* unit;  ///< may be empty
-  common::Limits limits;
-  bool is_whole;                    ///< a whole number
-  std::optional<double> otherwise;  ///< where it is left out; none if it must be given
-  common::Limits random;            ///< what random faults have
+  const char* name = "";
+  const char* unit = "";  ///< may be empty
+  common::Limits limits = {};
+  bool is_whole = false;                 ///< a whole number
+  std::optional<double> otherwise = {};  ///< where it is left out; none if it must be given
+  common::Limits random = {};            ///< what random faults have
 };
 
 struct FaultRule {
-  FaultKind kind;
-  const char* name;
-  const char* what;
-  std::vector<FaultParameter> parameters;
+  FaultKind kind = FaultKind::kDrop;
+  const char* name = "";
+  const char* what = "";
+  std::vector<FaultParameter> parameters = {};
 };
 
 /// All kinds, in the order of FaultKind.

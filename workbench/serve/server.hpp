@@ -97,7 +97,6 @@ class Server {
   void Put(const Ready& ready, std::timespec acquired);
   void Remake(bool goes_on);
   void NotePublication(Time due);
-  [[nodiscard]] bool IsHit(const Ready& ready, FaultKind kind) const;
   [[nodiscard]] bool IsPublished(const Ready& ready) const;
 
   Camera& camera_;

@@ -198,10 +198,10 @@ class Served(unittest.TestCase):
         for options in (["--noise", "25"], ["--photons", "5000", "--pedestal", "100"]):
             expected = self.folder / "frame.fits"
             self.tool("frame", str(self.sensor), "--seed", "9", *options, "--output", str(expected))
-            seen, report = self.lockstep(1, self.nothing, "--seed", "9", "--amplitude", "0", *options)
+            seen, report = self.lockstep(2, self.nothing, "--seed", "9", "--amplitude", "0", *options)
             inode, count, number, pixels = seen[0]
             self.assertGreater(inode, 0)
-            self.assertEqual((count, number, len(seen), report["published"]), (1, 0, 1, 1))
+            self.assertEqual((count, number, len(seen), report["published"]), (1, 0, 2, 2))
             with fits.open(expected) as file:
                 data = file[0].data
             self.assertEqual(pixels.dtype, np.dtype("<i2") if options[0] == "--noise" else np.dtype("<u2"))

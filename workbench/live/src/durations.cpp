@@ -24,7 +24,8 @@ double EndOf(std::size_t bin) { return kLeastDuration * std::pow(kBinRatio, stat
 double EndOfBar(std::size_t bar) {
   constexpr double kFirst = 1e-6;
   constexpr std::array<double, 3> kEnds = {1.0, 2.0, 5.0};
-  return kFirst * kEnds.at(bar % kEnds.size()) * std::pow(10.0, static_cast<double>(bar / kEnds.size()));
+  const std::size_t decade = bar / kEnds.size();
+  return kFirst * kEnds.at(bar % kEnds.size()) * std::pow(10.0, static_cast<double>(decade));
 }
 
 }  // namespace

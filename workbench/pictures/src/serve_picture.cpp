@@ -14,29 +14,27 @@ constexpr double kPlotHeight = 420.0;
 constexpr double kMillisecond = 1e-3;
 constexpr double kSmallest = 1e-3;  // milliseconds: a logarithmic axis needs an end
 
-/// A step for each bar, against its ends in milliseconds.
+/// A dot for each bar, in its middle.
 void DrawBars(cairo_t* cr, double left, const Durations& durations, const std::string& title) {
-  std::vector<Durations::Bar> bars = durations.Histogram();
-  if (!bars.empty() && std::isinf(bars.back().to)) bars.back().to = durations.Worst();
+  const std::vector<Durations::Bar> bars = durations.Histogram();
+  const auto middle = [&](std::size_t k) {
+    const double end = std::isinf(bars[k].to) ? durations.Worst() : bars[k].to;
+    return std::sqrt(std::max(bars[k].from / kMillisecond, kSmallest) * end / kMillisecond);
+  };
+  const auto count = [&](std::size_t k) { return static_cast<double>(bars[k].count); };
   Range times;
   Range counts;
   counts.Hold(1.0);
-  for (const Durations::Bar& bar : bars) {
-    times.Hold(bar.from / kMillisecond);
-    times.Hold(bar.to / kMillisecond);
-    counts.Hold(static_cast<double>(bar.count));
+  for (std::size_t k = 0; k < bars.size(); ++k) {
+    times.Hold(middle(k));
+    counts.Hold(count(k));
   }
   const Plot plot(cr, {left, kTop, kPlotWidth, kPlotHeight}, LogarithmicScale(times, kSmallest),
                   LinearScale(counts.highest));
   plot.DrawGrid(title);
   cairo_set_line_width(cr, 1.8);
-  plot.DrawCurve(
-      kCurves[0], 2 * bars.size(),
-      [&](std::size_t k) {
-        const Durations::Bar& bar = bars[k / 2];
-        return (k % 2 == 0 ? std::max(bar.from / kMillisecond, kSmallest) : bar.to / kMillisecond);
-      },
-      [&](std::size_t k) { return static_cast<double>(bars[k / 2].count); });
+  plot.DrawCurve(kCurves[0], bars.size(), middle, count);
+  plot.DrawDots(kCurves[0], bars.size(), middle, count);
 }
 
 }  // namespace

@@ -62,6 +62,8 @@ const Fault* Find(std::span<const Fault> faults, FaultKind kind) {
   return found == faults.end() ? nullptr : &*found;
 }
 
+bool IsHit(std::span<const Fault> faults, FaultKind kind) { return Find(faults, kind) != nullptr; }
+
 }  // namespace
 
 Server::Server(Camera& camera, SpotSource& spots, const ServeOptions& options, std::optional<FaultScript> faults,
@@ -180,13 +182,9 @@ void Server::Draw() {
 }
 
 void Server::DrawAhead() {
-  while (ready_to_ - ready_from_ < options_.ahead && End().empty()) {
-    const bool is_ready = ready_from_ < ready_to_;
-    if (schedule_ && is_ready &&
-        clock_.Now() + drawing_.Get() > schedule_->Due(ready_[ready_from_ % ready_.size()].number)) {
-      return;
-    }
-    if (!is_ready) return;
+  while (schedule_ && ready_to_ - ready_from_ < options_.ahead && End().empty()) {
+    const std::uint64_t published_next = ready_from_ < ready_to_ ? ready_[ready_from_ % ready_.size()].number : next_;
+    if (clock_.Now() + drawing_.Get() > schedule_->Due(published_next)) return;
     Draw();
   }
 }
@@ -206,10 +204,8 @@ void Server::PublishNext() {
   if (!is_skipped && log_ != nullptr) log_->Add(ready.row);
 }
 
-bool Server::IsHit(const Ready& ready, FaultKind kind) const { return Find(ready.faults, kind) != nullptr; }
-
 bool Server::IsPublished(const Ready& ready) const {
-  return !IsHit(ready, FaultKind::kDrop) && !(schedule_ && IsHit(ready, FaultKind::kPause));
+  return !IsHit(ready.faults, FaultKind::kDrop) && !(schedule_ && IsHit(ready.faults, FaultKind::kPause));
 }
 
 void Server::Publish(Ready& ready, Time due) {
@@ -230,7 +226,7 @@ void Server::Publish(Ready& ready, Time due) {
   clock_.WaitUntil(due + Milliseconds(late));
 
   const std::uint64_t before = writer_->Count();
-  const int times = IsHit(ready, FaultKind::kTwice) ? 2 : 1;
+  const int times = IsHit(ready.faults, FaultKind::kTwice) ? 2 : 1;
   for (int k = 0; k < times; ++k) {
     Put(ready, acquired);
     NotePublication(due);
@@ -242,7 +238,7 @@ void Server::Publish(Ready& ready, Time due) {
 }
 
 void Server::Put(const Ready& ready, std::timespec acquired) {
-  if (!IsHit(ready, FaultKind::kRepeat)) {
+  if (!IsHit(ready.faults, FaultKind::kRepeat)) {
     last_number_ = static_cast<std::int64_t>(ready.number);
     last_acquired_ = acquired;
   }

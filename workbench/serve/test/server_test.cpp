@@ -176,6 +176,19 @@ TEST_F(ServerTest, DrawnAheadTheyAreTheSame) {
   EXPECT_EQ(server.Counts().published, 7U);
 }
 
+TEST_F(ServerTest, AfterADelayFramesAreDrawnAheadAgain) {
+  ServeOptions options = Options(100.0, 100);
+  options.ahead = 3;
+  Camera camera;
+  Watching spots([this](std::uint64_t frame) {
+    if (frame == 10) clock_.Pass(milliseconds(200));
+  });
+  Server server(camera, spots, options, std::nullopt, nullptr, clock_);
+  server.Run();
+  EXPECT_EQ(spots.seen.back().number, 96) << "while frame 99 was drawn";
+  EXPECT_GT(server.Counts().skipped, 10U);
+}
+
 TEST_F(ServerTest, DroppedFrameIsDrawnButNotPublished) {
   const auto drawn = Drawn(4);
   const auto seen = Serve(Options(0.0, 4), R"([{"frame":1,"kind":"drop"}])");
