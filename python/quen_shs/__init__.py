@@ -37,7 +37,7 @@ from .engines import (
 )
 from .loop import LoopRun, run_loop, turbulence
 from .pictures import Picture
-from .scores import AxisScore, ErrorCurves, Score, error_bound, error_curves, score
+from .scores import AxisScore, ErrorCurves, Score, Scores, error_bound, error_curves, score
 from .simulator import Simulator
 from .stream import Stream, StreamWriter
 
@@ -61,6 +61,7 @@ __all__ = [
     "ReadyMade",
     "Roi",
     "Score",
+    "Scores",
     "Simulator",
     "Stream",
     "StreamWriter",

@@ -11,8 +11,20 @@ import numpy as np
 from numpy.typing import NDArray
 
 
+def shown(value: Any) -> str:
+    """A value in a message: on one line, and short."""
+    if value is np.ma.masked:
+        return "masked"
+    if isinstance(value, np.ndarray):
+        return f"an array of {value.dtype}, shape {value.shape}"
+    if isinstance(value, type):
+        return f"the class {value.__name__}"
+    text = " ".join(repr(value).split())
+    return text if len(text) <= 100 else text[:97] + "..."
+
+
 def number(name: str, value: Any) -> float:
-    """A float, from anything that is a number.
+    """A float, from anything that is a number, but for True and False.
 
     Raises
     ------
@@ -21,18 +33,18 @@ def number(name: str, value: Any) -> float:
     ValueError
         It is larger than any float.
     """
-    if isinstance(value, (str, bytes)):
-        raise TypeError(f"{name}: expected a number, found {value!r}")
+    if isinstance(value, (str, bytes, bool, np.bool_)) or value is np.ma.masked:
+        raise TypeError(f"{name}: expected a number, found {shown(value)}")
     try:
         return float(value)
     except (TypeError, ValueError):
-        raise TypeError(f"{name}: expected a number, found {value!r}") from None
+        raise TypeError(f"{name}: expected a number, found {shown(value)}") from None
     except OverflowError:
         raise ValueError(f"{name}: expected a number that float64 holds, found a larger one") from None
 
 
 def whole(name: str, value: Any, lowest: int = 0, highest: int = 2**32 - 1) -> int:
-    """A whole number within limits.
+    """A whole number within limits, not True or False.
 
     Raises
     ------
@@ -44,7 +56,9 @@ def whole(name: str, value: Any, lowest: int = 0, highest: int = 2**32 - 1) -> i
     try:
         found = operator.index(value)
     except TypeError:
-        raise TypeError(f"{name}: expected a whole number, found {value!r}") from None
+        found = None
+    if found is None or isinstance(value, bool):
+        raise TypeError(f"{name}: expected a whole number, found {shown(value)}")
     if not lowest <= found <= highest:
         raise ValueError(f"{name}: expected {lowest} to {highest}, found {found}")
     return found
@@ -59,7 +73,7 @@ def truth(name: str, value: Any) -> bool:
         It is neither.
     """
     if not isinstance(value, (bool, np.bool_)):
-        raise TypeError(f"{name}: expected True or False, found {value!r}")
+        raise TypeError(f"{name}: expected True or False, found {shown(value)}")
     return bool(value)
 
 
@@ -72,7 +86,7 @@ def word(name: str, value: Any) -> str:
         It is none.
     """
     if not isinstance(value, str):
-        raise TypeError(f"{name}: expected a word, found {value!r}")
+        raise TypeError(f"{name}: expected a word, found {shown(value)}")
     return value
 
 
@@ -89,7 +103,7 @@ def path(name: str, value: Any) -> str:
     try:
         found = os.fsdecode(value)
     except TypeError:
-        raise TypeError(f"{name}: expected a path, found {value!r}") from None
+        raise TypeError(f"{name}: expected a path, found {shown(value)}") from None
     if "\0" in found or found.encode(errors="ignore").decode() != found:
         raise ValueError(f"{name}: expected a path in UTF-8 without zeros, found {found!r}")
     return found
@@ -120,7 +134,9 @@ def core(name: str, kind: type[Any], value: Any) -> Any:
         It is of another kind.
     """
     if not isinstance(value, kind):
-        raise TypeError(f"{name}: expected a {kind.__name__}, found {value!r}")
+        is_class = isinstance(value, type) and issubclass(value, kind)
+        remedy = f"; make one: {value.__name__}(...)" if is_class else ""
+        raise TypeError(f"{name}: expected a {kind.__name__}, found {shown(value)}{remedy}")
     return value._core
 
 
@@ -146,7 +162,8 @@ def _converted(field: dataclasses.Field[Any], value: Any) -> Any:
     return value
 
 
-def _same(a: Any, b: Any) -> bool:
+def same(a: Any, b: Any) -> bool:
+    """Whether values are equal, also where they are arrays."""
     if isinstance(a, np.ndarray) or isinstance(b, np.ndarray):
         return a is not None and b is not None and np.array_equal(np.asarray(a), np.asarray(b))
     return bool(a == b)
@@ -170,7 +187,7 @@ class Record:
         if not isinstance(other, Record) or type(self) is not type(other):
             return NotImplemented
         mine, others = self._fields(), other._fields()
-        return all(_same(mine[name], others[name]) for name in mine)
+        return all(same(mine[name], others[name]) for name in mine)
 
     def __hash__(self) -> int:
         return hash(type(self))

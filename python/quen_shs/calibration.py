@@ -111,7 +111,7 @@ def calibrate(
         word("basis", basis),
         measuring,
         number("poke_amplitude", 1.0 if poke_amplitude is None else poke_amplitude),
-        exposure(0.0 if noise is None else noise, 1 if seed is None else seed, detector),
+        exposure(noise, 1 if seed is None else seed, detector, 0.0),
     )
 
 
@@ -136,7 +136,13 @@ class Finding:
     mistakes : tuple of str
         Stable names of the corrections that come into question; certain if it is one.
     numbers : tuple of int
-        Of the modes, or sub-apertures, that it is about.
+        Of the modes, or sub-apertures, that it is about, counted from 0; empty if it is about no single one.
+
+    Examples
+    --------
+    >>> [finding] = [finding for finding in check("sensor") if finding.key == "m2s.layout"]
+    >>> finding.verdict, finding.mistakes
+    ('good', ())
     """
 
     verdict: str
@@ -149,11 +155,17 @@ class Finding:
 
 
 class Findings(list[Finding]):
-    """What `check` found: a list, and its picture. Copies and pickles of it are lists alone.
+    """What `check` found: a list, shown as the table of ``quen-shs check``, and its picture.
+
+    Copies, pickles and parts of it are lists alone.
 
     Examples
     --------
-    >>> check("sensor").picture().save("findings.png")
+    >>> findings = check("sensor")
+    >>> print(findings)  # doctest: +ELLIPSIS
+    good      ...
+    sensor: 14 things checked, 0 wrong, 0 doubtful
+    >>> findings.picture().save("findings.png")
     """
 
     def __init__(self, findings: Iterable[Finding], examination: _core.Examination, folder: str) -> None:
@@ -163,6 +175,12 @@ class Findings(list[Finding]):
 
     def __reduce_ex__(self, protocol: object) -> tuple[Any, ...]:
         return list, (list(self),)
+
+    def __repr__(self) -> str:
+        rows = [(one.verdict, one.subject, one.text, one.advice) for one in self]
+        return _core.findings_table(rows, self._folder).rstrip("\n")
+
+    __str__ = __repr__
 
     def picture(self) -> Picture:
         """Draw what is found: each thing as it stands and, beside it, as its corrections would have it.
@@ -194,7 +212,7 @@ def check(folder: str | os.PathLike[str]) -> Findings:
     Returns
     -------
     Findings
-        A list of `Finding`, which can be drawn.
+        A list of `Finding`, which is printed as a table, and can be drawn.
 
     Raises
     ------

@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core
-from ._records import Record, core, limited, number, path, whole
+from ._records import Record, core, limited, number, path, shown, whole
 
 
 @dataclasses.dataclass(frozen=True, eq=False)
@@ -213,13 +213,17 @@ def draw_hot_pixels(
     )
 
 
-def exposure(noise: float, seed: int, detector: Detector | None) -> _core.Exposure:
+def exposure(
+    noise: float | None, seed: int, detector: Detector | None, noise_otherwise: float
+) -> _core.Exposure:
     """What the compiled functions take for noise, or a detector in its place, and the seed of either.
 
     Raises
     ------
     TypeError, ValueError
-        One of them is none, or out of its range.
+        One of them is none, or out of its range; both are given.
     """
     ready_made = None if detector is None else core("detector", Detector, detector)
-    return _core.Exposure(number("noise", noise), whole("seed", seed), ready_made)
+    if ready_made is not None and noise is not None:
+        raise ValueError(f"noise: expected none beside a detector, which has its own, found {shown(noise)}")
+    return _core.Exposure(number("noise", noise_otherwise if noise is None else noise), whole("seed", seed), ready_made)

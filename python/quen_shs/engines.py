@@ -10,7 +10,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core
-from ._records import Record, held, limited, number, whole
+from ._records import Record, held, limited, number, same, shown, whole
 
 # Full width at half maximum of the spot that the simulator draws, pixels.
 SPOT_FWHM = _core.spot_fwhm
@@ -53,6 +53,12 @@ class ReadyMade(Record, Centroider):
     Equal fields make equal engines; `repr` gives what makes the engine again, unless it has maps; engines can be
     pickled. One engine serves one thread at a time. A pixel is a 16-bit two's-complement number unless the engine is
     told otherwise.
+
+    Examples
+    --------
+    >>> engine = Weighted(fwhm=5)
+    >>> isinstance(engine, ReadyMade), engine == eval(repr(engine)), engine.fwhm
+    (True, True, 5.0)
     """
 
     _measuring: _core.Engine
@@ -422,10 +428,29 @@ class LightEngine(_CameraEngine):
 
     def _made(self) -> _core.Engine:
         if not isinstance(self.engine, ReadyMade) or self.engine._engine is None:
-            raise TypeError(f"engine: expected a ready-made engine, found {self.engine!r}")
+            raise TypeError(f"engine: expected a ready-made engine, found {shown(self.engine)}{_remedy(self.engine)}")
         return _core.light_engine(
             self._reading(), self.background, self.quantile, self.engine._made()
         )
+
+
+def _remedy(engine: object) -> str:
+    return f"; write {engine.__name__}()" if isinstance(engine, type) and issubclass(engine, ReadyMade) else ""
+
+
+def label(engine: object) -> str:
+    """What an engine is called where there are several: its class, and of a ready-made one what is not the default."""
+    name = type(engine).__name__
+    if not isinstance(engine, ReadyMade):
+        return name
+    told = []
+    for field in dataclasses.fields(engine):
+        value = getattr(engine, field.name)
+        if same(value, field.default):
+            continue
+        short = label(value) if isinstance(value, ReadyMade) else shown(value)
+        told.append(f"{field.name}={'...' if isinstance(value, (tuple, np.ndarray)) else short}")
+    return f"{name}({', '.join(told)})" if told else name
 
 
 def gaussian_template(size: int, fwhm: float) -> NDArray[np.float64]:

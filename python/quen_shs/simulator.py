@@ -94,7 +94,7 @@ class Simulator:
 
         Returns
         -------
-        ndarray, shape (816, 840)
+        ndarray of uint16, shape (816, 840)
             The frame: `out`, a new array, or a view. Pixels are 16-bit two's-complement numbers: dark ones may be below 0,
             which uint16 shows as 65535 and a little less; ``frame.view(np.int16)`` has them with their sign.
 
@@ -142,7 +142,7 @@ class Simulator:
 
         Returns
         -------
-        ndarray, shape (1214,)
+        ndarray of float64, shape (1214,)
             `out`, a new array, or a view: the y displacements of the 607 used sub-apertures, then their x displacements,
             pixels.
 
@@ -246,65 +246,68 @@ class Simulator:
 
     @property
     def frame(self) -> NDArray[np.uint16]:
-        """The last frame, shape (816, 840): a view."""
+        """The last frame: uint16, shape (816, 840), pixel values of 16 bits with their sign; a view."""
         return self._core.frame
 
     @property
     def frame_values(self) -> NDArray[np.float64]:
-        """The last frame before it was made whole numbers, shape (816, 840): a view."""
+        """The last frame before it was made whole numbers: float64, shape (816, 840), pixel values; a view."""
         return self._core.frame_values
 
     @property
     def slopes(self) -> NDArray[np.float64]:
-        """The last slopes, shape (1214,), y displacements first: a view."""
+        """The last slopes: float64, shape (1214,), pixels, the y displacements first; a view."""
         return self._core.slopes
 
     @property
     def flux(self) -> NDArray[np.float64]:
-        """Light of each sub-aperture, shape (1089,), 0 where unused: a view."""
+        """Light of each sub-aperture: float64, shape (1089,), as the engine gives it, 0 where unused; a view."""
         return self._core.flux
 
     @property
     def flux_used(self) -> NDArray[np.float64]:
-        """Light of each used sub-aperture, shape (607,): a view."""
+        """Light of each used sub-aperture: float64, shape (607,), as the engine gives it; a view."""
         return self._core.flux_used
 
     @property
     def x_slopes(self) -> NDArray[np.float64]:
-        """Displacement of each spot along the columns, pixels, shape (1089,), 0 where unused: a view."""
+        """Displacement of each spot along the columns: float64, shape (1089,), pixels, 0 where unused; a view."""
         return self._core.x_slopes
 
     @property
     def x_slopes_used(self) -> NDArray[np.float64]:
-        """The same of used sub-apertures, shape (607,): a view."""
+        """The same of used sub-apertures: float64, shape (607,), pixels; a view."""
         return self._core.x_slopes_used
 
     @property
     def y_slopes(self) -> NDArray[np.float64]:
-        """Displacement of each spot along the rows, pixels, shape (1089,), 0 where unused: a view."""
+        """Displacement of each spot along the rows: float64, shape (1089,), pixels, 0 where unused; a view."""
         return self._core.y_slopes
 
     @property
     def y_slopes_used(self) -> NDArray[np.float64]:
-        """The same of used sub-apertures, shape (607,): a view."""
+        """The same of used sub-apertures: float64, shape (607,), pixels; a view."""
         return self._core.y_slopes_used
 
     @property
     def m2s(self) -> NDArray[np.float64]:
-        """Modes-to-slopes matrix, shape (1214, 52): a view."""
+        """Modes-to-slopes matrix: float64, shape (1214, 52), pixels per radian; a view."""
         return self._core.m2s
 
     @property
     def cm(self) -> NDArray[np.float64]:
-        """Control matrix, shape (52, 1214): a view."""
+        """Control matrix: float64, shape (52, 1214), radians per pixel; a view."""
         return self._core.cm
 
     @property
     def rois(self) -> NDArray[np.void]:
-        """The regions, shape (1089,): fields x_low, x_up, y_low, y_up (upper ends not included), x_ref, y_ref."""
+        """The regions: a structured array, shape (1089,), not writeable, pixels.
+
+        Fields x_low, x_up, y_low, y_up of uint16 (upper ends not included), and x_ref, y_ref of float64.
+        """
         return self._core.rois
 
     @property
     def rois_used(self) -> NDArray[np.bool_]:
-        """Which sub-apertures are used, shape (1089,)."""
+        """Which sub-apertures are used: bool, shape (1089,), not writeable."""
         return self._core.rois_used

@@ -20,8 +20,10 @@ std::string InWords(const Shape& shape) {
 void RequireShape(const py::array& array, const char* name, const Shape& shape) {
   const auto fits = [](py::ssize_t wanted, py::ssize_t found) { return wanted == kAnyLength || wanted == found; };
   if (std::equal(shape.begin(), shape.end(), array.shape(), array.shape() + array.ndim(), fits)) return;
+  const bool has_swapped_axes =
+      shape.size() > 1 && std::equal(shape.rbegin(), shape.rend(), array.shape(), array.shape() + array.ndim(), fits);
   throw py::value_error(std::string(name) + ": expected shape " + InWords(shape) + ", found " +
-                        InWords(array.attr("shape")));
+                        InWords(array.attr("shape")) + (has_swapped_axes ? "; give its transpose, .T" : ""));
 }
 
 /// @throws py::value_error  lists of different lengths
@@ -40,6 +42,17 @@ void RequireNoMask(const py::object& values, const char* name) {
   if (!py::isinstance<py::array>(values) || Py_TYPE(values.ptr()) == py::detail::npy_api::get().PyArray_Type_) return;
   if (!py::module_::import("numpy.ma").attr("is_masked")(values).template cast<bool>()) return;
   throw py::value_error(std::string(name) + ": expected an array without a mask, found one with masked elements");
+}
+
+/// What to do with numbers of another type, where something can be done.
+std::string Remedy(const py::dtype& found, const py::dtype& wanted) {
+  if (wanted.kind() != 'u') return {};
+  if (found.kind() == 'i' && found.itemsize() == wanted.itemsize()) {
+    return "; .view(" + InWords(wanted) + ") has the same bits";
+  }
+  if (std::string("iuf").find(found.kind()) == std::string::npos) return {};
+  return "; if they are whole numbers from 0 to " + std::to_string((1L << (8 * wanted.itemsize())) - 1) +
+         ", give .astype(" + InWords(wanted) + ")";
 }
 
 bool IsAligned(const py::array& array) {
@@ -62,7 +75,7 @@ py::array_t<T, py::array::c_style> Input(const py::object& values, const char* n
   const py::dtype wanted = py::dtype::of<T>();
   if (!numpy.attr("can_cast")(any.dtype(), wanted, "safe").template cast<bool>()) {
     throw py::type_error(std::string(name) + ": expected numbers that " + InWords(wanted) +
-                         " holds without loss, found " + InWords(any.dtype()));
+                         " holds without loss, found " + InWords(any.dtype()) + Remedy(any.dtype(), wanted));
   }
   RequireShape(any, name, shape);
   return Array(numpy.attr("require")(any, wanted, "CA"));

@@ -153,7 +153,12 @@ EngineInUse::EngineInUse(const py::object& engine, const py::object& simulator, 
     return;
   }
   const py::object compute = AttributeOf(engine, "compute");
-  if (PyCallable_Check(compute.ptr()) == 0 || py::isinstance<py::type>(engine)) {
+  if (PyCallable_Check(compute.ptr()) != 0 && py::isinstance<py::type>(engine)) {
+    const std::string name = py::str(engine.attr("__name__"));
+    throw py::type_error("engine: expected an object with a method compute(frame, roi), found the class " + name +
+                         "; write " + name + "()");
+  }
+  if (PyCallable_Check(compute.ptr()) == 0) {
     throw py::type_error("engine: expected an object with a method compute(frame, roi), found " +
                          std::string(py::repr(engine)));
   }
@@ -167,7 +172,14 @@ void BindEngines(py::module_& module) {
   py::class_<Roi> region(
       module, "Roi",
       "Region of a sub-aperture: columns x_low to x_up - 1 and rows y_low to y_up - 1 of a frame of x_max columns and "
-      "y_max rows, and the reference point (x_ref, y_ref) of its spot, pixels.");
+      "y_max rows, and the reference point (x_ref, y_ref) of its spot, pixels.\n\n"
+      "Examples\n--------\n"
+      ">>> from quen_shs import CentreOfGravity, Roi\n"
+      ">>> roi = Roi(x_low=0, x_up=9, y_low=0, y_up=9, x_max=9, y_max=9, x_ref=4.0, y_ref=4.0)\n"
+      ">>> frame = np.zeros((9, 9), np.uint16)\n"
+      ">>> frame[5, 4] = 100\n"
+      ">>> CentreOfGravity().compute(frame, roi)  # flux, x, y\n"
+      "(100.0, 0.0, 1.0)\n");
   DefineReduce(region, [](const Roi& roi) {
     return py::make_tuple(roi.x_low, roi.x_up, roi.y_low, roi.y_up, roi.x_max, roi.y_max, roi.x_ref, roi.y_ref);
   });

@@ -39,11 +39,10 @@ using Random = std::mt19937;
 std::string Found(const char* file) {
   try {
     return common::FileSystem::FindFileOrThrow(file, {});
-  } catch (const std::logic_error& error) {  // which is how the library says that INTROOT is not set
+  } catch (const std::logic_error&) {  // which is how the library says that INTROOT is not set
     ThrowOsError(std::string(file) +
                      " is neither along CFGPATH nor below the current folder, and INTROOT is not set; "
-                     "give the folder of a calibration (" +
-                     error.what() + ")",
+                     "give the folder of a calibration, as calibrate makes one",
                  PyExc_FileNotFoundError);
   } catch (const std::runtime_error& error) {
     ThrowOsError(error.what(), PyExc_FileNotFoundError);

@@ -3,6 +3,7 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <array>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -20,6 +21,7 @@
 #include "python/src/guards.hpp"
 #include "python/src/simulator.hpp"
 #include "workbench/check/check.hpp"
+#include "workbench/check/findings_table.hpp"
 #include "workbench/engines/scoring.hpp"
 #include "workbench/fits/staged_file.hpp"
 #include "workbench/loop/control_loop.hpp"
@@ -66,6 +68,39 @@ py::list AsList(const std::vector<workbench::NamedScore>& scores) {
   return list;
 }
 
+centroiders::Score AsScore(const py::tuple& values) {
+  using Four = std::tuple<double, double, double, double>;
+  const auto axis = [](const Four& of) {
+    const auto& [bias, rms, gain, offset] = of;
+    return centroiders::AxisScore{.bias = bias, .rms = rms, .gain = gain, .offset = offset};
+  };
+  const auto [x, y, worst, flux_bias, flux_rms, failed, microseconds] =
+      values.cast<std::tuple<Four, Four, double, double, double, double, double>>();
+  return {.x = axis(x),
+          .y = axis(y),
+          .worst = worst,
+          .flux_bias = flux_bias,
+          .flux_rms = flux_rms,
+          .failed = failed,
+          .microseconds = microseconds};
+}
+
+workbench::ScoreConditions ConditionsOf(double range, std::size_t frames, const workbench::Exposure& exposure) {
+  return {.options = {.noise = exposure.noise, .range = range, .frames = frames, .seed = exposure.seed},
+          .detector = exposure.detector};
+}
+
+/// The table that the tool prints.
+/// @param scores  as AsList makes them
+std::string ScoreTable(const std::vector<std::string>& names, const py::list& scores, double range, std::size_t frames,
+                       const workbench::Exposure& exposure) {
+  std::vector<workbench::NamedScore> named;
+  for (const py::handle& score : scores) {
+    named.push_back({names.at(named.size()), AsScore(py::reinterpret_borrow<py::tuple>(score))});
+  }
+  return workbench::ScoreTable(named, ConditionsOf(range, frames, exposure));
+}
+
 /// Engines that are scored on one simulator, for the length of a call.
 class Scoring {
  public:
@@ -74,12 +109,8 @@ class Scoring {
           const workbench::Exposure& exposure)
       : simulator_(simulator_object.cast<Simulator&>()),
         in_use_(simulator_.is_in_use, "Simulator"),
-        conditions_({.options = {.noise = exposure.noise,
-                                 .range = range,
-                                 .frames = frames,
-                                 .seed = exposure.seed,
-                                 .after_frame = std::ref(watch_)},
-                     .detector = exposure.detector}) {
+        conditions_(ConditionsOf(range, frames, exposure)) {
+    conditions_.options.after_frame = std::ref(watch_);
     RequireWithin("range", range, centroiders::ScoreLimits::kRange);
     if (!simulator_.flaw.empty()) throw py::value_error(simulator_.flaw);
     simulator_.ForgetForeignFrame();
@@ -164,14 +195,20 @@ py::array_t<double> ArrayOf(const workbench::LoopRun& run, Eigen::VectorXd workb
   return array;
 }
 
-py::tuple RunLoop(const py::object& simulator_object, const py::object& disturbance, const py::object& engine,
-                  double gain, double leak, int delay, const workbench::Exposure& exposure) {
+/// @param frames  how many of the disturbance's; none: all
+py::tuple RunLoop(const py::object& simulator_object, const py::object& disturbance, std::optional<py::ssize_t> frames,
+                  const py::object& engine, double gain, double leak, int delay, const workbench::Exposure& exposure) {
   auto& simulator = simulator_object.cast<Simulator&>();
   const auto modes = ModeRows(disturbance, "disturbance");
   if (modes.shape(0) == 0) throw py::value_error("disturbance: expected a frame or more, found none");
+  if (frames.value_or(0) > modes.shape(0)) {
+    const std::string found = std::to_string(modes.shape(0));
+    throw py::value_error("disturbance: expected " + std::to_string(*frames) + " frames at least, found " + found +
+                          "; give frames=" + found);
+  }
   RequireWithin("gain", gain, workbench::LoopLimits::kGain);
   RequireWithin("leak", leak, workbench::LoopLimits::kLeak);
-  const workbench::Series series = Eigen::Map<const workbench::Series>(modes.data(), modes.shape(0),
+  const workbench::Series series = Eigen::Map<const workbench::Series>(modes.data(), frames.value_or(modes.shape(0)),
                                                                        static_cast<Eigen::Index>(workbench::kNumModes));
   if (!series.allFinite()) throw py::value_error("disturbance: expected finite numbers, found others");
   WithValues([&] { workbench::RequireModerate(series, "disturbance"); });
@@ -284,6 +321,22 @@ py::tuple Check(const std::string& folder) {
   return py::make_tuple(list, std::move(examination));
 }
 
+/// The table that the tool prints.
+/// @param rows  of each finding its verdict, subject, text and advice
+std::string FindingsTable(const std::vector<std::array<std::string, 4>>& rows, const std::string& folder) {
+  workbench::Findings findings;
+  for (const auto& [word, subject, text, advice] : rows) {
+    workbench::Finding& finding = findings.emplace_back();
+    for (const workbench::Verdict verdict : {workbench::Verdict::kDoubtful, workbench::Verdict::kWrong}) {
+      if (word == workbench::Word(verdict)) finding.verdict = verdict;
+    }
+    finding.subject = subject;
+    finding.text = text;
+    finding.advice = advice;
+  }
+  return workbench::FindingsTable(findings, folder);
+}
+
 // --- Pictures
 
 py::bytes FindingsPicture(const workbench::Examination& examination, const std::string& title) {
@@ -364,11 +417,13 @@ void BindWorkbench(py::module_& module) {
   module.attr("limits") = WholeLimits();
   module.def("score", &Score);
   module.def("score_along", &ScoreAlong);
+  module.def("score_table", &ScoreTable);
   module.def("error_bound", &ErrorBound);
   module.def("turbulence", &Turbulence);
   module.def("run_loop", &RunLoop);
   module.def("calibrate", &Calibrate);
   module.def("check", &Check);
+  module.def("findings_table", &FindingsTable);
   module.def("loop_picture", &LoopPicture);
   module.def("error_picture", &ErrorPicture);
   module.def("write_file", &WriteFile);

@@ -8,7 +8,21 @@ import numpy as np
 import pytest
 from astropy.io import fits
 
-from quen_shs import CentreOfGravity, Simulator, calibrate, check, gaussian_template, run_loop, score, turbulence
+from quen_shs import (
+    CentreOfGravity,
+    Correlation,
+    Detector,
+    Simulator,
+    Weighted,
+    Windowed,
+    calibrate,
+    check,
+    draw_flat_map,
+    gaussian_template,
+    run_loop,
+    score,
+    turbulence,
+)
 
 ZEROS = np.zeros(1089)
 FILES = ["M2S.fits", "CM.fits", "shs_rois.fits"]
@@ -35,6 +49,16 @@ def test_a_missing_file_is_named(file, damaged):
     (damaged / "data" / file).unlink()
     with pytest.raises(FileNotFoundError, match=f"{file} is missing"):
         Simulator(damaged)
+
+
+def test_the_folder_above_is_named(sensor, tmp_path, monkeypatch):
+    monkeypatch.chdir(sensor)
+    for name in (sensor / "data", f"{sensor}/data/", "data"):
+        with pytest.raises(FileNotFoundError, match=f"give the folder above, {sensor}, which has one$"):
+            Simulator(name)
+    (tmp_path / "data").mkdir()
+    with pytest.raises(FileNotFoundError, match="makes a synthetic one$"):
+        Simulator(tmp_path / "data")
 
 
 def test_a_missing_folder_is_named(tmp_path):
@@ -172,6 +196,7 @@ def test_a_calibration_that_is_nowhere_is_a_file_not_found(unset, child, tmp_pat
     script = f"import os; {unset} import quen_shs\ntry: quen_shs.Simulator()\nexcept FileNotFoundError as e: print(e)"
     result = child(script, environment=environment(), cwd=tmp_path)
     assert "data/M2S.fits" in result.stdout, result.stderr
+    assert "basic_string" not in result.stdout
 
 
 def test_a_variable_set_in_python_is_heeded(monkeypatch, sensor, tmp_path):
@@ -245,14 +270,15 @@ def test_compute_frame_refuses(sim, argument, value, error, found):
     [
         ("limit", -0.5, ValueError, "0 or more, found -0.5"),
         ("limit", None, TypeError, "a number, found None"),
-        ("frame", np.zeros((816, 840)), TypeError, "numbers that uint16 holds without loss, found float64"),
-        ("frame", np.zeros((816, 840), np.int16), TypeError, "numbers that uint16 holds without loss, found int16"),
-        ("frame", np.zeros((840, 816), np.uint16), ValueError, r"shape \(816, 840\), found \(840, 816\)"),
+        ("frame", np.zeros((816, 840)), TypeError, "numbers that uint16 holds without loss, found float64; if they are whole numbers from 0 to 65535, give .astype.uint16."),
+        ("frame", np.zeros((816, 840), np.int16), TypeError, "numbers that uint16 holds without loss, found int16; .view.uint16. has the same bits$"),
+        ("frame", np.zeros((840, 816), np.uint16), ValueError, r"shape \(816, 840\), found \(840, 816\); give its transpose, .T$"),
         ("out", np.zeros(1214, np.float32), TypeError, "an array of float64, found an array of float32"),
         ("out", np.zeros(1213), ValueError, r"shape \(1214,\), found \(1213,\)"),
         ("out", [0.0] * 1214, TypeError, "an array of float64, found list"),
         ("out", np.zeros(2428)[::2], ValueError, "an array in C order"),
         ("engine", None, TypeError, "an object with a method compute"),
+        ("engine", CentreOfGravity, TypeError, r"an object .*, found the class CentreOfGravity; write CentreOfGravity\(\)$"),
         ("copy", None, TypeError, "True or False, found None"),
         ("frame", np.ma.masked_all((816, 840), np.uint16), ValueError, "an array without a mask"),
     ],
@@ -362,3 +388,12 @@ print("goes on")
 def test_nothing_ends_the_process(name, child, sensor):
     result = child(SCRIPT, sensor, RISKY[name])
     assert (result.stdout, result.returncode) == ("goes on\n", 0), result.stderr
+
+
+def test_refusals_name_no_class_of_the_library():
+    for wrong in (
+        lambda: Weighted(fwhm=-1), lambda: Windowed(half_width=0), lambda: Detector(gain=0),
+        lambda: draw_flat_map(1, 2.0), lambda: gaussian_template(5, 0.5), lambda: Correlation(size=4),
+    ):
+        with pytest.raises(ValueError, match="^[a-z_]+ must be "):
+            wrong()

@@ -1,6 +1,8 @@
 """Calibrations, findings, scores and loops, against what the tool makes of the same options."""
 
+import dataclasses
 import json
+import pickle
 
 import numpy as np
 import pytest
@@ -11,11 +13,13 @@ from quen_shs import (
     CentreOfGravity,
     Detector,
     GaussianFit,
+    LightEngine,
     Simulator,
     Weighted,
     calibrate,
     check,
     error_bound,
+    error_curves,
     run_loop,
     score,
     turbulence,
@@ -128,6 +132,9 @@ def test_a_folder_may_have_any_name(name, tmp_path):
         ({"measured": 1}, TypeError, "measured: expected True or False, found 1"),
         ({"measured": True, "engine": 5}, TypeError, "engine: expected an object with a method compute"),
         ({"measured": True, "poke_amplitude": 0}, ValueError, "poke_amplitude must be from 0.001 to 12, found 0"),
+        ({"measured": True, "noise": 1.0, "detector": Detector()}, ValueError, "noise: expected none beside a detector"),
+        ({"measured": True, "engine": Weighted}, TypeError, r"found the class Weighted; write Weighted\(\)"),
+        ({"measured": True, "detector": Detector}, TypeError, r"found the class Detector; make one: Detector\(\.\.\.\)"),
         ({"measured": True, "noise": -1}, ValueError, "noise must be from 0 to 1000000000, found -1"),
         ({"measured": True, "seed": -1}, ValueError, "seed: expected 0 to 4294967295, found -1"),
         ({"measured": True, "detector": "camera.json"}, TypeError, "detector: expected a Detector, found 'camera.json'"),
@@ -217,6 +224,15 @@ def test_a_missing_file_is_a_finding(name, key, sensor, tool, tmp_path):
     assert findings[-1].key == "skipped"
 
 
+@pytest.mark.parametrize("mistake", [None, drop_modes])
+def test_findings_are_printed_as_by_the_tool(mistake, sensor, tool, tmp_path):
+    folder = sensor if mistake is None else planted(sensor, tmp_path / "planted", mistake)
+    findings = check(folder)
+    assert f"{findings}\n" == tool("check", folder, rc=0 if mistake is None else 1) == f"{findings!r}\n"
+    findings.reverse()
+    assert str(findings).splitlines()[0] == f"{findings[0].verdict:9} {findings[0].subject:14} {findings[0].text}"
+
+
 def test_nothing_to_examine_is_an_os_error(tmp_path):
     with pytest.raises(FileNotFoundError, match="M2S.fits"):
         check(tmp_path / "missing")
@@ -255,6 +271,57 @@ def test_scores_with_a_detector_are_those_of_the_tool(sim, sensor, tool, tmp_pat
     assert error_bound(detector=camera) == json.loads(expected)["least_rms"]
 
 
+def without_times(table):
+    return [line.rpartition("|")[0].rpartition("|")[0] for line in table.splitlines()]
+
+
+def test_scores_are_printed_as_by_the_tool(sim, sensor, tool, tmp_path):
+    (tmp_path / "camera.json").write_text('{"electrons_per_unit": 0.1, "read_noise": 3, "offset": 100}')
+    names = ["weighted", "centre-of-gravity:background=100"]
+    engines = dict(zip(names, [Weighted(), CentreOfGravity(background=100)]))
+    arguments = [argument for name in names for argument in ("--engine", name)]
+    options = {"range": 1.5, "frames": 2, "seed": 8}
+    for theirs, ours in (
+        (["--noise", 30], {"noise": 30}),
+        (["--detector", tmp_path / "camera.json"], {"detector": Detector.from_file(tmp_path / "camera.json")}),
+    ):
+        scores = score(sim, engines, **options, **ours)
+        expected = tool("score", sensor, *arguments, *as_arguments(options), *theirs)
+        assert without_times(str(scores)) == without_times(expected)
+        assert repr(scores) == str(scores)
+        again = pickle.loads(pickle.dumps(scores))
+        assert again == scores and str(again) == str(scores)
+        scores.reverse()
+        assert str(scores).splitlines()[4].startswith("| centre-of-gravity:background=100 |")
+        assert type(scores[:1]) is list
+
+
+def test_engines_are_called_after_what_tells_them_apart(sim):
+    class Own:
+        def compute(self, frame, roi):
+            return 1.0, 0.0, 0.0
+
+    engines = [Weighted(), Weighted(fwhm=5), LightEngine(engine=Weighted(fwhm=8), dark_map=np.zeros((816, 840))), Own()]
+    assert [one.engine for one in score(sim, engines, frames=1)] == [
+        "Weighted", "Weighted(fwhm=5.0)", "LightEngine(dark_map=..., engine=Weighted(fwhm=8.0))", "Own",
+    ]
+
+
+def test_results_are_shown_on_a_short_line(sim):
+    run = run_loop(sim, frames=12)
+    assert repr(run) == str(run) == (
+        f"<LoopRun of 12 frames, 52 modes: residual {run.residual_before:.4f} rad RMS before, {run.residual_after:.4f} after>"
+    )
+    curves = error_curves(sim, [Weighted()], frames=1)
+    assert repr(curves).startswith("<ErrorCurves of Weighted at noises 1 to 1000: RMS error ")
+    assert "lights 30 to 1e+06" in repr(error_curves(sim, [Weighted()], frames=1, detector=Detector()))
+    assert repr(dataclasses.replace(curves, places=np.zeros(0), scores=[])).endswith("at noises none: RMS error nan to nan pixels>")
+    [one] = score(sim, [Weighted()], frames=1)
+    assert repr(one).startswith(f"<Score of Weighted: RMS error x {one.x.rms:.1e}, y {one.y.rms:.1e} pixels, 0.0 % failed, ")
+    assert repr(one.x) == f"<AxisScore: RMS {one.x.rms:.1e} pixels, bias {one.x.bias:+.1e}, gain {one.x.gain:.4f}>"
+    assert pickle.loads(pickle.dumps(one)) == one
+
+
 def test_an_engine_of_ones_own_gets_the_score_of_what_it_does(sim):
     class Own:
         def compute(self, frame, roi):
@@ -278,7 +345,15 @@ def test_a_score_without_engines_is_empty(sim):
         ({"frames": 2.0}, TypeError, "frames: expected a whole number, found 2.0"),
         ({"seed": 2**32}, ValueError, "seed: expected 0 to 4294967295"),
         ({"engines": Weighted()}, TypeError, "engines: expected a list of engines, found Weighted"),
-        ({"engines": [Weighted]}, TypeError, "engine: expected an object with a method compute"),
+        ({"engines": [Weighted]}, TypeError, r"found the class Weighted; write Weighted\(\)"),
+        ({"engines": Weighted()}, TypeError, r"write it in brackets, \[\.\.\.\]"),
+        ({"engines": "weighted"}, TypeError, "engines: expected a list of engines, found 'weighted'"),
+        ({"noise": True}, TypeError, "noise: expected a number, found True"),
+        ({"seed": True}, TypeError, "seed: expected a whole number, found True"),
+        ({"noise": np.ma.masked}, TypeError, "noise: expected a number, found masked"),
+        ({"noise": np.zeros((3, 5))}, TypeError, r"noise: expected a number, found an array of float64, shape \(3, 5\)"),
+        ({"noise": 10.0, "detector": Detector()}, ValueError, "noise: expected none beside a detector"),
+        ({"sim": Simulator}, TypeError, r"found the class Simulator; make one: Simulator\(\.\.\.\)"),
         ({"sim": "sensor"}, TypeError, "sim: expected a Simulator, found 'sensor'"),
         ({"sim": Detector()}, TypeError, "sim: expected a Simulator, found Detector"),
     ],
@@ -341,6 +416,13 @@ def test_a_disturbance_of_ones_own_is_followed(sim):
     assert np.array_equal(again.residual, run.residual)
 
 
+def test_frames_are_the_first_of_a_disturbance(sim):
+    disturbance = turbulence(sim, 20)
+    run = run_loop(sim, disturbance, frames=12)
+    assert np.array_equal(run.disturbance, disturbance[:12])
+    assert np.array_equal(run.residual, run_loop(sim, disturbance[:12]).residual)
+
+
 def test_turbulence_is_that_of_the_loop(sim):
     run = run_loop(sim, frames=12, d_over_r0=7, seed=3)
     assert np.array_equal(run.disturbance, turbulence(sim, 12, 7, 3))
@@ -401,6 +483,13 @@ def test_lost_spots_and_divergence_are_told(sim):
         ({"disturbance": np.full((3, 52), 1e200)}, ValueError, "disturbance: expected modes up to"),
         ({"disturbance": "wind"}, TypeError, "disturbance: expected numbers"),
         ({"disturbance": [[1.0], [1.0, 2.0]]}, ValueError, "disturbance: expected an array"),
+        ({"disturbance": np.zeros((52, 10))}, ValueError, r"found \(52, 10\); give its transpose, .T"),
+        ({"disturbance": 300}, TypeError, "disturbance: .* found 300; write frames=300 for as many frames of turbulence"),
+        ({"disturbance": Weighted()}, TypeError, r"disturbance: .* found Weighted\(.*; write engine=... for an engine"),
+        ({"disturbance": np.zeros((12, 52)), "frames": 13}, ValueError, "expected 13 frames at least, found 12; give frames=12"),
+        ({"disturbance": np.zeros((12, 52)), "frames": 0}, ValueError, "frames: expected 1 to 100000, found 0"),
+        ({"disturbance": np.zeros((12, 52)), "d_over_r0": 3}, ValueError, "d_over_r0: expected none beside a disturbance"),
+        ({"noise": 1, "detector": Detector()}, ValueError, "noise: expected none beside a detector"),
         ({"engine": "weighted"}, TypeError, "engine: expected an object with a method compute"),
         ({"detector": 1}, TypeError, "detector: expected a Detector, found 1"),
         ({"sim": None}, TypeError, "sim: expected a Simulator, found None"),

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 #include "pim/configuration_path.hpp"
 #include "pim/helper.hpp"
@@ -20,9 +23,21 @@ std::vector<quen::workbench::InputFile>& Files() {
   return files;
 }
 
+/// The folder above, where this one is the data/ of a calibration; none otherwise.
+std::optional<std::string> CalibrationAbove(const std::string& folder) {
+  const std::filesystem::path above = (std::filesystem::path(folder) / "").parent_path().parent_path();
+  const std::filesystem::path file = above / quen::workbench::kCalibrationFiles.front();
+  std::error_code error;
+  if (!std::filesystem::exists(file, error)) return std::nullopt;
+  if (!std::filesystem::equivalent(file.parent_path(), folder, error)) return std::nullopt;
+  return above.empty() ? "." : above.string();
+}
+
 std::string Missing(const std::string& folder, const std::string& path) {
-  return "no calibration in " + folder + ": " + path + " is missing; 'quen-shs calibrate " + folder +
-         "' makes a synthetic one";
+  const std::optional<std::string> above = CalibrationAbove(folder);
+  return "no calibration in " + folder + ": " + path + " is missing; " +
+         (above ? "give the folder above, " + *above + ", which has one"
+                : "'quen-shs calibrate " + folder + "' makes a synthetic one");
 }
 
 /// A file that the library and `check` read several times: if it is not far too large, its bytes are fetched once, and

@@ -1,7 +1,5 @@
 #include "workbench/check/check.hpp"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <iterator>
 #include <memory>
@@ -14,6 +12,7 @@
 #include "tools/quen-shs/verbs/src/common_arguments.hpp"
 #include "tools/quen-shs/verbs/verbs.hpp"
 #include "workbench/check/correct.hpp"
+#include "workbench/check/findings_table.hpp"
 #include "workbench/fits/staged_file.hpp"
 #include "workbench/pictures/check_picture.hpp"
 #include "workbench/sensor/calibration.hpp"
@@ -38,13 +37,10 @@ workbench::Finding Unreadable(const std::string& why) {
 void AddFindings(const workbench::Findings& findings, Report& report) {
   Json list = Json::array();
   for (const workbench::Finding& finding : findings) {
-    const char* const verdict = Word(finding.verdict);
-    report.AddLine(fmt::format("{:<9} {:<14} {}", verdict, finding.subject, finding.text));
-    if (!finding.advice.empty()) report.AddLine(fmt::format("{:<9} {:<14} -> {}", "", "", finding.advice));
     Json mistakes = Json::array();
     for (const workbench::Correction& correction : finding.corrections) mistakes.push_back(correction.mistake);
     list.push_back({{"key", finding.key},
-                    {"verdict", verdict},
+                    {"verdict", Word(finding.verdict)},
                     {"subject", finding.subject},
                     {"text", finding.text},
                     {"advice", finding.advice},
@@ -133,8 +129,7 @@ void Check(const CheckArguments& command) {
   AddFindings(findings, report);
   report.Add("wrong", wrong);
   report.Add("doubtful", doubtful);
-  report.AddLine(
-      fmt::format("{}: {} things checked, {} wrong, {} doubtful", command.folder, findings.size(), wrong, doubtful));
+  report.AddLines(workbench::FindingsTable(findings, command.folder));
   try {
     WriteFiles(command, examination, files, report);
   } catch (const std::exception&) {
