@@ -14,6 +14,7 @@
 #include "workbench/check/src/check_subapertures.hpp"
 #include "workbench/check/src/checks.hpp"
 #include "workbench/check/src/matrix_layouts.hpp"
+#include "workbench/check/src/slide.hpp"
 #include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/displacements.hpp"
 
@@ -314,7 +315,7 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
   }
   if (!m2s.layouts.empty() && !m2s.IsRight()) {
     const Matrix put_right = M2sPutRight(content.m2s, m2s.layouts.front(), orders);
-    const OddSubapertures odd = FindOddSubapertures(put_right, lattice, used);
+    const OddSubapertures odd = FindOddSubapertures(put_right, lattice, used, gradients);
     const Fields sound = WithoutOddSubapertures(put_right, odd, m2s.put_right, gradients);
     if (UnevennessOfRest(sound, gradients, lattice, used) > kMisplaced) return std::nullopt;
   }
@@ -335,6 +336,49 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
       unlike;
   finding.advice += ", and the slopes from the first used sub-aperture on";
   return finding;
+}
+
+/// A list that begins one further on, or flags with one sub-aperture in the place of another, which noise can hide from
+/// all that is looked at before.
+std::optional<Finding> CheckSlide(const CalibrationContent& content, const SlopeSpace& gradients,
+                                  const MatrixLayouts& layouts, const Lattice& lattice) {
+  constexpr double kSmooth = 0.7;
+  if (!layouts.m2s.IsRight() || layouts.m2s.as_it_stands < kSmooth) return std::nullopt;
+  const std::vector<std::size_t> used = UsedIndices(content.used);
+  const auto slide = FindSlide(M2sFields(content.m2s, false), gradients, lattice, used);
+  if (!slide) return std::nullopt;
+  const char* const how = slide->is_late ? "late" : "early";
+  const std::string gain =
+      fmt::format("{:.0f} % of what is no wavefront's disappears once they are in place", 100.0 * slide->gain);
+  if (!layouts.cm.is_of_the_other) {
+    return Finding{Verdict::kWrong,
+                   kM2s.key,
+                   std::string(kM2s.name) + " layout",
+                   fmt::format("its slopes stand one place too {} in the list: its list begins with another "
+                               "sub-aperture than that of CM ({})",
+                               how, gain),
+                   "list the slopes of M2S as those of CM, from the first used sub-aperture on",
+                   {}};
+  }
+  if (slide->IsOfAll(used.size())) {
+    return Finding{Verdict::kWrong,
+                   "flags.pupil",
+                   "usage flags",
+                   fmt::format("the slopes stand one place too {} in the list of used sub-apertures: the list begins "
+                               "elsewhere, or the flags do ({})",
+                               how, gain),
+                   "write the slopes from the first used sub-aperture on",
+                   {}};
+  }
+  return Finding{Verdict::kWrong,
+                 "flags.pupil",
+                 "usage flags",
+                 fmt::format("the slopes from sub-aperture {} to {} stand one place too {} in the list: the flags have "
+                             "one of these two in the place of another one at the rim of the pupil ({})",
+                             used[slide->first], used[slide->last], how, gain),
+                 "write the flags of the pupil that the matrices were made for",
+                 {},
+                 {used[slide->first], used[slide->last]}};
 }
 
 }  // namespace
@@ -364,11 +408,12 @@ Findings CheckMatrices(const CalibrationContent& content, const std::optional<La
   const std::vector<ListOrder> orders = ListOrders(*lattice, used);
   const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kSmoothDegree);
   MatrixLayouts layouts = FindLayouts(content, content.m2s, gradients, *lattice, used, orders);
-  OddSubapertures odd = FindOddSubapertures(content.m2s, *lattice, used);
+  OddSubapertures odd = FindOddSubapertures(content.m2s, *lattice, used, gradients);
   const Matrix sound_m2s = WithoutOddSubapertures(content.m2s, odd, layouts.m2s.put_right, gradients);
   if (sound_m2s != content.m2s) layouts = FindLayouts(content, sound_m2s, gradients, *lattice, used, orders);
-  const auto pupil =
-      CheckPupil({sound_m2s, content.cm, content.rois, content.used}, gradients, layouts, *lattice, orders);
+  const CalibrationContent sound = {sound_m2s, content.cm, content.rois, content.used};
+  auto pupil = CheckPupil(sound, gradients, layouts, *lattice, orders);
+  if (!pupil) pupil = CheckSlide(sound, gradients, layouts, *lattice);
   if (pupil) {
     findings.push_back(*pupil);
   } else {
@@ -390,7 +435,8 @@ Findings CheckMatrices(const CalibrationContent& content, const std::optional<La
   }
   if (pupil) return findings;  // without the right flags, nothing can be told of the modes
   const SlopeSpace surfaces = SlopeSpace::OfSurfaces(content.rois, used, kSmoothDegree - 1);
-  if (first(layouts.m2s) != Layout()) odd = FindOddSubapertures(m2s, *lattice, used);
+  if (first(layouts.m2s) != Layout()) odd = FindOddSubapertures(m2s, *lattice, used, gradients);
+  if (layouts.m2s.layouts.empty()) odd = {.sound = m2s};  // where all is without order, single ones say nothing
   for (Finding& finding : CheckModes(odd.sound, gradients, surfaces, *lattice, used)) {
     findings.push_back(std::move(finding));
   }

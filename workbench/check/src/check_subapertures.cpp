@@ -202,7 +202,51 @@ Numbers OddOnes(Expectation& expectation) {
   return odd;
 }
 
-OddSubapertures SortedOut(const Numbers& odd, Expectation& expectation) {
+/// What an exchange of two sub-apertures makes of slopes that are no gradient. At the rim, neighbours say too little.
+class Exchanges {
+ public:
+  Exchanges(const Matrix& m2s, const SlopeSpace& gradients)
+      : gradients_(gradients), slopes_(ColumnsOfLengthOne(Sample(m2s, kSums))) {}
+
+  /// Whether most of what an exchange moves was no gradient, and is one then.
+  [[nodiscard]] bool PutsRight(std::size_t one, std::size_t other) const {
+    constexpr double kMost = 0.4;  // of the rest the polynomials follow half, at the rim
+    Matrix exchanged = slopes_;
+    const Index half = slopes_.rows() / 2;
+    double moved = 0.0;
+    for (const Index first : {Index{0}, half}) {
+      const Index from = first + static_cast<Index>(one);
+      const Index to = first + static_cast<Index>(other);
+      moved += 2.0 * (slopes_.row(from) - slopes_.row(to)).squaredNorm();
+      exchanged.row(from).swap(exchanged.row(to));
+    }
+    const double gain = gradients_.Share(exchanged) - gradients_.Share(slopes_);
+    return gain * static_cast<double>(slopes_.cols()) > kMost * moved;
+  }
+
+ private:
+  static constexpr Index kSums = 12;
+
+  const SlopeSpace& gradients_;
+  Matrix slopes_;
+};
+
+/// The one whose slopes are most like what is expected of a sub-aperture, if an exchange puts both right.
+std::optional<std::size_t> PartnerByGradients(std::size_t k, Expectation& expectation, const Exchanges& exchanges) {
+  constexpr std::size_t kTried = 6;
+  std::vector<std::pair<double, std::size_t>> others;
+  for (std::size_t other = 0; other < expectation.Size(); ++other) {
+    if (other != k) others.emplace_back(expectation.Misfit(k, other), other);
+  }
+  std::ranges::partial_sort(others, others.begin() + kTried);
+  others.resize(kTried);
+  const auto partner =
+      std::ranges::find_if(others, [&](const auto& other) { return exchanges.PutsRight(k, other.second); });
+  if (partner == others.end()) return std::nullopt;
+  return partner->second;
+}
+
+OddSubapertures SortedOut(const Numbers& odd, Expectation& expectation, const Exchanges& exchanges) {
   constexpr double kFits = 0.3;
   OddSubapertures sorted;
   Numbers rest;
@@ -227,6 +271,7 @@ OddSubapertures SortedOut(const Numbers& odd, Expectation& expectation) {
         partner = other;
       }
     }
+    if (!partner) partner = PartnerByGradients(k, expectation, exchanges);
     if (!partner) {
       sorted.unlike.push_back(k);
       continue;
@@ -308,10 +353,11 @@ void AddOdd(const OddSubapertures& odd, const std::vector<std::size_t>& used, Fi
 
 }  // namespace
 
-OddSubapertures FindOddSubapertures(const Matrix& m2s, const Lattice& lattice, const std::vector<std::size_t>& used) {
+OddSubapertures FindOddSubapertures(const Matrix& m2s, const Lattice& lattice, const std::vector<std::size_t>& used,
+                                    const SlopeSpace& gradients) {
   Expectation expectation(ColumnsOfLengthOne(m2s), lattice, used);
   const Numbers all = OddOnes(expectation);
-  OddSubapertures odd = SortedOut(all, expectation);
+  OddSubapertures odd = all.empty() ? OddSubapertures() : SortedOut(all, expectation, Exchanges(m2s, gradients));
   odd.sound = m2s;
   Numbers replaced = all;
   for (const auto& [one, other] : odd.exchanged) replaced.insert(replaced.end(), {one, other});

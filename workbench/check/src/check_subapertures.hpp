@@ -6,6 +6,7 @@
 
 #include "workbench/check/finding.hpp"
 #include "workbench/check/src/lattice.hpp"
+#include "workbench/check/src/slope_space.hpp"
 #include "workbench/sensor/matrices.hpp"
 
 namespace quen::workbench {
@@ -22,7 +23,9 @@ struct OddSubapertures {
 /// sub-apertures are unlike their neighbours, and none stands out.
 /// @param m2s   in the right layout
 /// @param used  indices of the used sub-apertures
-OddSubapertures FindOddSubapertures(const Matrix& m2s, const Lattice& lattice, const std::vector<std::size_t>& used);
+/// @param gradients  of smooth surfaces, at these
+OddSubapertures FindOddSubapertures(const Matrix& m2s, const Lattice& lattice, const std::vector<std::size_t>& used,
+                                    const SlopeSpace& gradients);
 
 /// What is to be told of single sub-apertures: the odd ones, and those that no mode moves.
 /// @param m2s   in the right layout

@@ -111,6 +111,8 @@ SlopeSpace SlopeSpace::OfSurfaces(const std::vector<Roi>& rois, const std::vecto
 
 Eigen::MatrixXd SlopeSpace::Solved(const Eigen::MatrixXd& products) const { return gram_.matrixL().solve(products); }
 
+Eigen::MatrixXd SlopeSpace::Basis() const { return Solved(vectors_.transpose()).transpose(); }
+
 Eigen::VectorXd SlopeSpace::Shares(const Fields& fields) const {
   Eigen::VectorXd shares = Eigen::VectorXd::Zero(fields.cols());
   for (Eigen::Index k = 0; k < fields.cols(); ++k) {

@@ -30,6 +30,9 @@ class SlopeSpace {
   /// The share of each vector's mean square that is in this space, 0 to 1; 0 for zeros.
   [[nodiscard]] Eigen::VectorXd Shares(const Fields& fields) const;
 
+  /// Slope vectors of this space at right angles, of length 1: 1214 × n.
+  [[nodiscard]] Eigen::MatrixXd Basis() const;
+
   /// A layout in which slope vectors may be, and what of their mean square is in this space then.
   struct Candidate {
     Layout layout;

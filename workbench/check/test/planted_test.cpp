@@ -460,6 +460,112 @@ TEST(Planted, OneSubapertureWithTheOtherSignIsNamedAlone) {
   EXPECT_GT(named, 70);
 }
 
+/// Every basis on every pupil, as noisy as any that is good.
+std::vector<Recipe> NoisyRecipes() {
+  std::vector<Recipe> recipes = BaseRecipes();
+  for (Recipe& recipe : recipes) {
+    recipe.noise = 0.2;
+    recipe.has_cm_of_noiseless = false;
+  }
+  std::vector<Recipe> some;
+  for (std::size_t k = 0; k < recipes.size(); k += PlantAll() ? 1U : 3U) some.push_back(recipes[k]);
+  return some;
+}
+
+/// Entry k is what entry k + 1 was.
+void BeginOneFurtherOn(CalibrationContent& content, Place place) {
+  const auto turn = [](auto&& slopes) {
+    for (const Eigen::Index first : {Eigen::Index{0}, kUsed}) {
+      for (Eigen::Index k = 0; k + 1 < kUsed; ++k) slopes.row(first + k).swap(slopes.row(first + k + 1));
+    }
+  };
+  turn(content.m2s);
+  if (place == Place::kBoth) turn(content.cm.transpose());
+}
+
+TEST(Planted, AListThatBeginsOneFurtherOnIsToldWhateverTheNoise) {
+  for (const Place place : {Place::kM2s, Place::kBoth}) {
+    int told = 0;
+    const std::vector<Recipe> recipes = NoisyRecipes();
+    for (const Recipe& recipe : recipes) {
+      CalibrationContent content = Made(recipe);
+      BeginOneFurtherOn(content, place);
+      const Findings findings = Examined(content);
+      const bool is_told = std::ranges::any_of(
+          findings, [](const Finding& finding) { return IsWrong(finding) && HasText(finding, "begins"); });
+      told += static_cast<int>(is_told);
+      if (!is_told) std::cout << "not told: " << Name(recipe) << "\n" << ToldOf(findings);
+    }
+    std::cout << fmt::format("lists that begin one further on, at 20 % noise: {} of {} told\n", told, recipes.size());
+    EXPECT_GE(told, 0.6 * static_cast<double>(recipes.size()));
+  }
+}
+
+/// At the left rim, one in each row that has one: used, and beside it one that is not.
+std::vector<std::size_t> LeftRim(const Flags& used) {
+  std::vector<std::size_t> rim;
+  for (std::size_t row = 0; row <= kLast; ++row) {
+    const auto begin = used.begin() + static_cast<std::ptrdiff_t>(kAcross * row);
+    const auto first = std::find(begin, begin + kAcross, 1);
+    if (first != begin && first != begin + kAcross) rim.push_back(static_cast<std::size_t>(first - used.begin()));
+  }
+  return rim;
+}
+
+TEST(Planted, FlagsWithOneSubapertureInThePlaceOfAnotherAreToldWhateverTheNoise) {
+  int told = 0;
+  const std::vector<Recipe> recipes = NoisyRecipes();
+  for (const Recipe& recipe : recipes) {
+    CalibrationContent content = Made(recipe);
+    const std::vector<std::size_t> rim = LeftRim(content.used);
+    content.used[rim[rim.size() / 4]] = 0;
+    content.used[rim[3 * rim.size() / 4] - 1] = 1;
+    const Findings findings = Examined(content);
+    const auto named = std::ranges::find(findings, "flags.pupil", &Finding::key);
+    told += static_cast<int>(named != findings.end());
+    if (named == findings.end()) std::cout << "not told: " << Name(recipe) << "\n" << ToldOf(findings);
+  }
+  std::cout << fmt::format("one flag in the place of another, at 20 % noise: {} of {} told\n", told, recipes.size());
+  EXPECT_GE(told, 0.7 * static_cast<double>(recipes.size()));
+}
+
+TEST(Planted, NoSingleSubaperturesAreNamedWhereNothingHasOrder) {
+  const std::vector<Mistake> mistakes = LayoutMistakes(Place::kM2s);
+  const Mistake& no_order = mistakes.back();
+  for (const Recipe& recipe : NoisyRecipes()) {
+    CalibrationContent content = Made(recipe);
+    no_order.Plant(content);
+    const Findings findings = Examined(content);
+    EXPECT_EQ(std::ranges::count(findings, "m2s.subapertures", &Finding::key), 0) << ToldOf(findings);
+    EXPECT_EQ(std::ranges::count_if(findings, IsWrong) > 0, true) << Name(recipe);
+  }
+}
+
+/// Beside the hole of the pupil and at its rim neighbours say little.
+TEST(Planted, SubaperturesExchangedAtTheRimAreNamedAndPutRight) {
+  int planted = 0;
+  int restored = 0;
+  for (const Recipe& recipe : BaseRecipes()) {
+    if (recipe.noise > 0.1 && !PlantAll()) continue;
+    const CalibrationContent& good = Made(recipe);
+    CalibrationContent content = good;
+    const std::vector<std::size_t> rim = LeftRim(good.used);
+    const std::vector<std::size_t> used = UsedIndices(good.used);
+    const auto number = [&](std::size_t index) { return std::ranges::find(used, index) - used.begin(); };
+    for (const Eigen::Index first : {Eigen::Index{0}, kUsed}) {
+      content.m2s.row(first + number(rim[rim.size() / 3]))
+          .swap(content.m2s.row(first + number(rim[rim.size() / 2]) + 9));
+    }
+    const Findings findings = Examined(content);
+    ++planted;
+    const bool is_restored = Follow(content, findings, good, kRounded) == Outcome::kRestored;
+    restored += static_cast<int>(is_restored);
+    if (!is_restored) std::cout << "not restored: " << Name(recipe) << "\n" << ToldOf(findings);
+  }
+  std::cout << fmt::format("exchanged at the rim: {} of {} restored\n", restored, planted);
+  EXPECT_GE(restored, 0.9 * planted);
+}
+
 const Mistake& Called(const std::vector<Mistake>& mistakes, const std::string& word) {
   return *std::ranges::find(mistakes, word, &Mistake::word);
 }
