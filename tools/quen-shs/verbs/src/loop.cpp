@@ -29,6 +29,8 @@
 namespace quen::tool {
 namespace {
 
+constexpr int kDefaultFrames = 1000;
+
 struct LoopArguments {
   std::string folder;
   int frames = 0;           ///< 0: not given
@@ -248,7 +250,6 @@ void Control(LoopArguments& command) {
 // --- Of its own
 
 void CloseLoop(LoopArguments& command) {
-  constexpr int kDefaultFrames = 1000;
   if (command.frames == 0) command.frames = kDefaultFrames;
   workbench::StagedFiles files(OutputNames(command));
   auto camera = workbench::LoadSimulator<workbench::Camera>(command.folder);
@@ -294,8 +295,9 @@ void AddLoop(CommandLine& line) {
   Argument strength = Number("--d-over-r0", "Strength of the turbulence: diameter over Fried parameter", "",
                              Limits::kDOverR0, command->d_over_r0);
   strength.alias = "--amplitude";
-  Argument frames = Number("--frames", "Number of frames", "", Limits::kFrames, command->frames);
-  frames.otherwise = "1000; with --through, until Ctrl-C";
+  Argument frames = Number("--frames", "Number of frames; without it, --through goes on until Ctrl-C", "",
+                           Limits::kFrames, command->frames);
+  frames.otherwise = std::to_string(kDefaultFrames);
   line.Add(
       {.name = "loop",
        .summary = "Close an integrator loop on a calibration",
