@@ -49,6 +49,14 @@ TEST_F(Terminal, ProgressStaysInANarrowWindow) {
   EXPECT_GT(shown, 0U);
 }
 
+TEST_F(Terminal, ServerTellsHowItIs) {
+  const Outcome outcome = OnTerminal("MILK_SHM_DIR=" + folder_.Path() + " " QUEN_SHS " serve --stream wfs --rate 50 " +
+                                         "--frames 60 " + folder_.Path(),
+                                     "sleep 3");
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_NE(outcome.out.find("; readers 0; received 0"), std::string::npos) << outcome.out;
+}
+
 TEST_F(Terminal, CtrlCLeavesNoFile) {
   for (const std::string& command : {"loop --frames 100000 --folder " + (folder_ / "out"),
                                      "loop --frames 50000 --sweep gain=0.1:0.9:0.1 --folder " + (folder_ / "out"),

@@ -185,11 +185,10 @@ class LineOfServer {
     constexpr double kMillisecond = 1e-3;
     const workbench::ServeCounts counts = server_.Counts();
     const workbench::Durations& late = counts.lateness;
-    line_.Show(
-        fmt::format("{} frames, {:.1f}/s, late {:.2f} ms (99 % {:.2f}, worst {:.2f}), {} skipped, {} readers, "
-                    "{} received",
-                    counts.frames, counts.Rate(), late.Quantile(0.5) / kMillisecond, late.Quantile(0.99) / kMillisecond,
-                    late.Worst() / kMillisecond, counts.skipped, counts.readers, counts.input.received));
+    // All of it in the 79 columns of a usual terminal.
+    line_.Show(fmt::format("{:.1f}/s; late {:.2f}, 99 % {:.2f}, worst {:.2f} ms; skipped {}; readers {}; received {}",
+                           counts.Rate(), late.Quantile(0.5) / kMillisecond, late.Quantile(0.99) / kMillisecond,
+                           late.Worst() / kMillisecond, counts.skipped, counts.readers, counts.input.received));
   }
 
   const workbench::Server& server_;
