@@ -31,8 +31,7 @@ using Plan = std::tuple<std::string, std::string, std::string>;
 /// Reads what a campaign's runs read, and returns what `make` makes of it while the calibration is in use.
 template <typename Make>
 auto WithInputs(const Plan& plan, const Make& make) {
-  const auto& [name, text, folder] = plan;
-  workbench::Campaign campaign = WithValues([&] { return workbench::ParseCampaign(name, text, folder); });
+  workbench::Campaign campaign = WithValues([&] { return std::apply(&workbench::ParseCampaign, plan); });
   return WithCalibration(campaign.Located(campaign.calibration), [&] {
     const WithoutLock unlocked;
     const FilesInUse in_use;
