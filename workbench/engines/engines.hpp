@@ -45,7 +45,8 @@ std::unique_ptr<Engine> MakeEngine(const std::string& text, const EngineInputs& 
 /// @throws std::invalid_argument  no such engine
 bool TakesTemplate(const std::string& text);
 
-/// Whether an engine, as its text gives it, knows of counts that are no light: it fits them, or an option tells it.
+/// Whether an engine, as its text gives it, knows of counts that are no light: it fits them, subtracts what its pixels
+/// have in common, or an option tells it.
 /// @throws std::invalid_argument  as MakeEngine
 bool TakesPedestalAway(const std::string& text);
 

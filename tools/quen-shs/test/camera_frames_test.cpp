@@ -99,12 +99,19 @@ TEST_F(CameraFrames, OnAPedestalThatAnEngineTakesForLightAreWarnedOf) {
             std::string::npos);
   for (const std::string engine :
        {"centre-of-gravity:pedestal=200", "centre-of-gravity:subtract=border", "centre-of-gravity:background=200",
-        "centre-of-gravity:threshold=300", "maximum-likelihood"}) {
+        "centre-of-gravity:threshold=300", "maximum-likelihood", "brightest", "brightest:fraction=0.1"}) {
     std::string arguments = camera;
     arguments.append(" --engine ").append(engine);
     EXPECT_EQ(Measured(arguments).find("warning"), std::string::npos) << engine;
   }
   EXPECT_EQ(Measured(File("frame.fits")).find("warning"), std::string::npos);
+}
+
+TEST_F(CameraFrames, OnAPedestalAreTheSameToTheBrightestPixels) {
+  MakeCamera("fits.PrimaryHDU((d + 200).astype(numpy.uint16))");
+  Measured(File("frame.fits") + " --engine brightest --output " + File("a.fits"));
+  Measured(File("camera.fits") + " --engine brightest --output " + File("b.fits"));
+  EXPECT_EQ(LargestDifference(), 0.0);
 }
 
 TEST_F(CameraFrames, AreCorrectedForTheMapsOfTheCamera) {
@@ -366,19 +373,23 @@ TEST_F(CameraFrames, OfNoiseAloneMakeNoTemplate) {
   const std::string with_template = File("frame.fits") + " --engine correlation --template-from " + camera;
   const std::string random = "r = numpy.random.default_rng(5); ";
   for (const std::string noise : {"r.normal(200, 5, d.shape)", "r.poisson(3, d.shape)", "r.uniform(-10, 10, d.shape)",
-                                  "numpy.stack([r.normal(100, 20, d.shape) for k in range(4)])"}) {
+                                  "numpy.stack([r.normal(100, 20, d.shape) for k in range(4)])",
+                                  "r.poisson(0.01, d.shape)", "r.poisson(0.0005, d.shape)"}) {
     MakeCamera(fmt::format("{}fits.PrimaryHDU(numpy.rint({}).astype(numpy.int16))", random, noise));
     const Outcome outcome = quen::testing::QuenShs("measure " + folder_.Path() + " " + with_template);
     EXPECT_EQ(outcome.exit_code, 1) << noise << outcome.out;
     EXPECT_EQ(outcome.err.find("quen-shs: " + camera +
-                               ": expected spots that stand out of the noise, to make a "
-                               "template of, found "),
+                               ": expected spots that stand out of the noise, to make a template of, at least 2 times "
+                               "as bright as the same pixels at random, found "),
               0U)
         << noise << outcome.err;
   }
   // Of dim spots, 500 electrons each, there is one.
   MakeCamera(random +
              "fits.PrimaryHDU(numpy.rint(r.poisson(d * 500 / 102944) + r.normal(100, 3, d.shape)).astype(int))");
+  Measured(with_template);
+  // And of photons alone, 10 a spot.
+  MakeCamera(random + "fits.PrimaryHDU(r.poisson(d * 10 / 102944).astype(int))");
   Measured(with_template);
 }
 

@@ -195,6 +195,7 @@ struct Kind {
   std::unique_ptr<Engine> (*make)(const Options&);
   bool reads = false;           ///< whether it makes light of counts by itself
   bool takes_template = false;  ///< whether it looks for a spot that it is told
+  bool is_relative = false;     ///< whether what all pixels have in common makes no difference to it
 };
 
 /// Those that say what is no light.
@@ -257,7 +258,10 @@ const std::vector<Kind>& Kinds() {
       {"brightest",
        {WithDefault("number", "of pixels", BrightestPixelsLimits::kNumber, kUsualNumber),
         {"fraction", "of the pixels, instead", BrightestPixelsLimits::kFraction}},
-       MakeBrightest},
+       MakeBrightest,
+       false,
+       false,
+       true},
       {"quad-cell", {{"gain", "pixels", QuadCellLimits::kGain, "for the drawn spot"}}, MakeQuadCell},
       {"correlation",
        {WithDefault("size", "of the template, odd, pixels", CorrelationLimits::kSize,
@@ -392,7 +396,7 @@ std::unique_ptr<Engine> MakeEngine(const std::string& text, const EngineInputs& 
 bool TakesPedestalAway(const std::string& text) {
   const Request request = RequestOf(text);
   const std::map<std::string, std::string> values = Parse(*request.kind, request.options);
-  return request.kind->reads ||
+  return request.kind->reads || request.kind->is_relative ||
          std::ranges::any_of(kOptionsOfPedestals, [&](const char* name) { return values.contains(name); });
 }
 

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "centroiders/correlation.hpp"
-#include "common/statistics/quantile.hpp"
 #include "workbench/engines/engines.hpp"
 #include "workbench/fits/interruption.hpp"
 #include "workbench/sensor/corrected_frame.hpp"
@@ -17,6 +16,7 @@
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/overlay.hpp"
 #include "workbench/sensor/pedestal.hpp"
+#include "workbench/sensor/spot_contrast.hpp"
 
 namespace quen::workbench {
 namespace {
@@ -121,23 +121,6 @@ class Stack {
   std::vector<double> counts_;
 };
 
-/// What neighbours at a region's upper and lower border differ by, in the root mean square, over √2: noise alone,
-/// however uneven the light is. None where there are no neighbours.
-std::optional<double> NoiseAtBorder(const std::vector<double>& values, const Roi& roi) {
-  double sum = 0.0;
-  double pairs = 0.0;
-  for (const std::size_t row : {std::size_t{roi.y_low}, std::size_t{roi.y_up} - 1U}) {
-    for (std::size_t column = roi.x_low; column + 1 < roi.x_up; ++column) {
-      const double* const pixel = values.data() + column + kFrameWidth * row;
-      const double difference = pixel[1] - pixel[0];
-      if (std::isnan(difference)) continue;
-      sum += 0.5 * difference * difference;
-      pairs += 1.0;
-    }
-  }
-  return pairs > 0.0 ? std::optional(std::sqrt(sum / pairs)) : std::nullopt;
-}
-
 /// All spots of all frames.
 class SpotsOfFrames {
  public:
@@ -152,38 +135,40 @@ class SpotsOfFrames {
   /// Each shifted by as much.
   [[nodiscard]] Stack Stacked(const PixelPoint& shift) {
     Stack stack(quen::centroiders::CorrelationConfig().size);
-    noise_.clear();
     for (std::size_t number = 0; number < frames_.Count(); ++number) {
       ThrowIfInterrupted();
       const std::vector<double> values = CorrectedValues(frames_.Read(number), maps_);
       const double pedestal = PedestalOf(values, kFrameWidth, camera_.Rois(), camera_.RoisUsed()).counts;
       for (const auto& [region, centre] : spots_[number]) {
-        if (const auto noise = NoiseAtBorder(values, camera_.Rois()[region])) noise_.push_back(*noise);
         stack.Add(values, camera_.Rois()[region], {centre.x + shift.x, centre.y + shift.y}, pedestal);
       }
     }
     return stack;
   }
 
-  /// That of a pixel between the spots that are stacked: the median over their regions.
-  [[nodiscard]] double Noise() { return common::LowerMedian(noise_); }
+  /// How the frames differ from noise.
+  [[nodiscard]] double Contrast() const {
+    SpotContrast contrast;
+    for (std::size_t number = 0; number < frames_.Count(); ++number) {
+      ThrowIfInterrupted();
+      const std::vector<double> values = CorrectedValues(frames_.Read(number), maps_);
+      for (const std::size_t i : UsedIndices(camera_.RoisUsed())) contrast.Add(values, kFrameWidth, camera_.Rois()[i]);
+    }
+    return contrast.Ratio();
+  }
 
  private:
   const FrameReader& frames_;
   const PixelMaps& maps_;
   const Camera& camera_;
   std::vector<std::vector<Spot>> spots_;  ///< of each frame
-  std::vector<double> noise_;             ///< at the border of each
 };
 
 }  // namespace
 
 SpotTemplate MeanSpot(const FrameReader& frames, const PixelMaps& maps, Camera& camera) {
   RequireSensorSize(frames);
-  // Where there is noise alone, the correlation finds in each region where it is brightest by chance: the mean of these
-  // is a spot, too, with 0.7 to 1.1 times the deviation of a pixel for its height, as Gaussian noise, Poisson's and
-  // even noise give it.
-  constexpr double kLeastHeight = 1.5;
+  constexpr double kLeastContrast = 2.0;
   constexpr int kSteps = 2;  // the second one is for what regions cut off differently once the first is done
   SpotsOfFrames spots(frames, maps, camera);
   PixelPoint shift;
@@ -197,11 +182,12 @@ SpotTemplate MeanSpot(const FrameReader& frames, const PixelMaps& maps, Camera& 
   if (!is_near || !(height > 0.0)) {
     throw std::runtime_error(frames.Name() + ": there is no spot in it to make a template of");
   }
-  if (height < kLeastHeight * spots.Noise()) {
+  const double contrast = spots.Contrast();
+  if (contrast < kLeastContrast) {
     throw std::runtime_error(
-        fmt::format("{}: expected spots that stand out of the noise, to make a template of, found "
-                    "{:.2g} counts of light where a pixel's noise is {:.2g}",
-                    frames.Name(), height, spots.Noise()));
+        fmt::format("{}: expected spots that stand out of the noise, to make a template of, at least {:.2g} times as "
+                    "bright as the same pixels at random, found {:.2g} times",
+                    frames.Name(), kLeastContrast, contrast));
   }
   for (double& value : spot.values) value /= height;
   return spot;
