@@ -157,7 +157,7 @@ TEST_F(StreamVerbs, WatchSaysWhatIsWrong) {
 
 TEST_F(StreamVerbs, WatchSeesThatAStreamIsMadeAnew) {
   auto publishing = std::make_unique<Publishing>();
-  Outcome outcome;
+  Outcome outcome = {};
   std::thread watching([&outcome] { outcome = QuenShs("watch test --seconds 1.5 --json"); });
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   publishing.reset();
@@ -253,9 +253,9 @@ TEST_F(StreamVerbs, LoopThroughStreamsRefusesWhatMakesFrames) {
   for (const std::string option :
        {"--delay 2", "--d-over-r0 3", "--disturbance x", "--noise 1", "--seed 2", "--detector x", "--photons 10",
         "--sweep gain=0.1:0.2:0.1", "--folder x", "--use-maps"}) {
-    const std::string name = option.substr(0, option.find(' '));
-    ExpectFailure("loop x --through frames --corrections modes " + option, 2,
-                  name + ", --through: expected one of the two, found both" + more);
+    std::string sentence = option.substr(0, option.find(' '));
+    sentence += ", --through: expected one of the two, found both" + more;
+    ExpectFailure("loop x --through frames --corrections modes " + option, 2, sentence);
   }
   ExpectFailure("loop x --through frames", 2, "--through: expected --corrections with it, found none" + more);
   ExpectFailure("loop x --corrections modes", 2, "--corrections: expected --through with it, found none" + more);
