@@ -10,7 +10,7 @@
 namespace quen::workbench {
 
 /// What pixels of a stream can hold.
-struct PixelRange {
+struct PixelLimits {
   std::uint16_t highest = 0;      ///< the most
   bool is_signed = true;          ///< whether 16 bits are to be read with a sign
   double units_per_cosmic = 1.0;  ///< of an electron, or of a unit
@@ -19,7 +19,7 @@ struct PixelRange {
 /// Puts faults into frames as they were drawn. Knows the frame before, as it was published.
 class PixelFaults {
  public:
-  explicit PixelFaults(const PixelRange& range);
+  explicit PixelFaults(const PixelLimits& range);
 
   /// @param drawn   840 × 816 pixels
   /// @param faults  of the frame; those that are no matter of pixels do nothing here
@@ -37,7 +37,7 @@ class PixelFaults {
   void Shift(const Fault& fault);
   void KeepRegion(const Fault& fault);
 
-  PixelRange range_;
+  PixelLimits range_;
   std::vector<std::uint16_t> last_;
   std::vector<std::uint16_t> next_;
   std::vector<std::uint16_t> shifted_;

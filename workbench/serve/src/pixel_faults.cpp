@@ -20,7 +20,7 @@ std::size_t Forward(double shift, std::size_t size) {
 
 }  // namespace
 
-PixelFaults::PixelFaults(const PixelRange& range)
+PixelFaults::PixelFaults(const PixelLimits& range)
     : range_(range), last_(kFramePixels), next_(kFramePixels), shifted_(kFramePixels) {}
 
 gsl::span<const std::uint16_t> PixelFaults::Apply(gsl::span<const std::uint16_t> drawn, std::span<const Fault> faults,

@@ -15,8 +15,7 @@ namespace {
 using quen::stream::KeywordValue;
 using quen::stream::PixelType;
 
-constexpr double kOutOfSight = 1e6;  // pixels: a spot so far away leaves no light in its region
-constexpr double kMillisecond = 1e-3;
+constexpr double kOutOfSight = 1e6;                         // pixels: a spot so far away leaves no light in its region
 constexpr Time kWakingUp = std::chrono::microseconds(100);  // what a thread may wake up late
 
 quen::stream::StreamConfig StreamOf(const ServeOptions& options) {
@@ -36,7 +35,7 @@ std::vector<KeywordValue> ValuesOf(const quen::stream::StreamConfig& config) {
   return values;
 }
 
-PixelRange RangeOf(const ServeOptions& options) {
+PixelLimits RangeOf(const ServeOptions& options) {
   const bool is_signed = options.type == PixelType::kInt16;
   const std::uint16_t most = is_signed ? 32767 : 65535;
   if (!options.exposure.detector) return {most, is_signed, 1.0};
@@ -46,7 +45,7 @@ PixelRange RangeOf(const ServeOptions& options) {
 }
 
 Time Milliseconds(double milliseconds) {
-  return std::chrono::duration_cast<Time>(std::chrono::duration<double>(milliseconds * kMillisecond));
+  return std::chrono::duration_cast<Time>(std::chrono::duration<double, std::milli>(milliseconds));
 }
 
 /// All of a frame's faults, in the room that a row of the log has for them.

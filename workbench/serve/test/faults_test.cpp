@@ -152,7 +152,7 @@ Pixels Ramp(std::uint16_t first) {
 }
 
 /// What becomes of the second of two frames.
-Pixels Second(const std::string& fault, const PixelRange& range = {32767, true, 1.0}) {
+Pixels Second(const std::string& fault, const PixelLimits& range = {32767, true, 1.0}) {
   PixelFaults faults(range);
   faults.Apply(Ramp(0), {}, 0);
   const auto read = Read("[" + fault + "]");
