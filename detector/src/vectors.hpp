@@ -79,8 +79,7 @@ QUEN_TARGET_AVX2 inline void LowerToMagnitude(const Narrow::Floats& x, Narrow::F
   Lower(_mm256_andnot_ps(_mm256_set1_ps(-0.0F), x), least);
 }
 QUEN_TARGET_AVX512 inline void LowerToMagnitude(const Wide::Floats& x, Wide::Floats& least) {
-  constexpr int kLeastMagnitude = 0b1010;  // positive
-  least = _mm512_maskz_range_ps(kAllOfWide, x, least, kLeastMagnitude);
+  Lower(_mm512_abs_ps(x), least);
 }
 
 /// A bit for each element of a that is at least that of b.

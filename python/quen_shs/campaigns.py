@@ -35,6 +35,12 @@ class CampaignTables:
         each result, the scatter of a run (the standard deviation, with n - 1), the standard error of the mean.
     units : dict of str
         Of fields that have one, of either table.
+
+    Examples
+    --------
+    >>> tables = campaign({"verb": "score", "calibration": "sensor", "frames": 1, "axes": {"noise": [0, 10]}})
+    >>> tables.runs["noise"].tolist(), tables.points["failed"].tolist()
+    ([0.0, 10.0], [0, 0])
     """
 
     runs: NDArray[np.void]

@@ -239,6 +239,13 @@ class StreamWriter:
     name : str
     shape : tuple of int
     dtype : numpy.dtype
+
+    Examples
+    --------
+    >>> with Stream.create("example", (2, 3), "float64") as writer:
+    ...     writer.publish(np.zeros((2, 3)))
+    ...     writer.shape, str(writer.dtype)
+    ((2, 3), 'float64')
     """
 
     def __init__(

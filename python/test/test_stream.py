@@ -229,7 +229,7 @@ def test_what_is_wrong_is_said(folder):
         Stream("text")
     with pytest.raises(ValueError, match="^dtype: expected whole numbers of 8 to 64 bits, .* found bool$"):
         Stream.create("test", 1, bool)
-    with pytest.raises(ValueError, match="^Writer: size must have 1 to 3 axes, found 4$"):
+    with pytest.raises(ValueError, match="^size must have 1 to 3 axes, found 4$"):
         Stream.create("test", (1, 1, 1, 1), "uint8")
     with pytest.raises(ValueError, match="^the name of a keyword must have 1 to 15 bytes"):
         Stream.create("test", 1, "uint8", keywords={"A" * 16: 1})

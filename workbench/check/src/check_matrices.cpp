@@ -343,10 +343,13 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
 std::optional<Finding> CheckSlide(const CalibrationContent& content, const SlopeSpace& gradients,
                                   const MatrixLayouts& layouts, const Lattice& lattice) {
   constexpr double kSmooth = 0.7;
-  if (!layouts.m2s.IsRight() || layouts.m2s.as_it_stands < kSmooth) return std::nullopt;
+  const double rest = 1.0 - layouts.m2s.as_it_stands;
+  if (rest > 1.0 - kSmooth) return std::nullopt;
   const std::vector<std::size_t> used = UsedIndices(content.used);
   const auto slide = FindSlide(M2sFields(content.m2s, false), gradients, lattice, used);
   if (!slide) return std::nullopt;
+  const bool is_layout_better = !layouts.m2s.IsRight() && 1.0 - layouts.m2s.put_right < (1.0 - slide->gain) * rest;
+  if (is_layout_better) return std::nullopt;
   const char* const how = slide->is_late ? "late" : "early";
   const std::string gain =
       fmt::format("{:.0f} % of what is no wavefront's disappears once they are in place", 100.0 * slide->gain);

@@ -1,6 +1,5 @@
 #include "workbench/check/src/slide.hpp"
 
-#include <initializer_list>
 
 namespace quen::workbench {
 namespace {

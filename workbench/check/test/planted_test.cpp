@@ -497,7 +497,7 @@ TEST(Planted, AListThatBeginsOneFurtherOnIsToldWhateverTheNoise) {
       if (!is_told) std::cout << "not told: " << Name(recipe) << "\n" << ToldOf(findings);
     }
     std::cout << fmt::format("lists that begin one further on, at 20 % noise: {} of {} told\n", told, recipes.size());
-    EXPECT_GE(told, 0.6 * static_cast<double>(recipes.size()));
+    EXPECT_GE(told, 0.95 * static_cast<double>(recipes.size()));
   }
 }
 
@@ -526,7 +526,7 @@ TEST(Planted, FlagsWithOneSubapertureInThePlaceOfAnotherAreToldWhateverTheNoise)
     if (named == findings.end()) std::cout << "not told: " << Name(recipe) << "\n" << ToldOf(findings);
   }
   std::cout << fmt::format("one flag in the place of another, at 20 % noise: {} of {} told\n", told, recipes.size());
-  EXPECT_GE(told, 0.7 * static_cast<double>(recipes.size()));
+  EXPECT_GE(told, 0.95 * static_cast<double>(recipes.size()));
 }
 
 TEST(Planted, NoSingleSubaperturesAreNamedWhereNothingHasOrder) {
