@@ -18,12 +18,14 @@ HOME = "/home/you"
 PYTHON = os.path.dirname(sys.executable)  # whose python3 the commands are run with
 BLOCK = re.compile(r"^```(console|(?:python|toml) (\S+))\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 NUMBER = re.compile(r"(?<![\w.])[+-]?\d+(?:\.\d+)?(?:e[+-]?\d+)?(?![\w.]*/)")
-# Speeds, times that are expected, the column of times in a table of scores, and which of many equal elements is the worst.
-UNSURE = re.compile(r"\d+ frames/s|[\d.e+]+ runs/s|^expected time.*|\| +\d+ \|$|element \d+, \d+", re.MULTILINE)
+# Speeds, times that are expected or measured, the column of times in a table of scores, and which of many equal elements
+# is the worst.
+UNSURE = re.compile(r"\d+ frames/s|[\d.e+]+ runs/s|[\d.]+ a second|^(expected time|latency|intervals).*|\| +\d+ \|$"
+                    r"|element \d+, \d+", re.MULTILINE)
 
 
 def run(command, folder, path):
-    environment = {**os.environ, "PATH": f"{path}:{PYTHON}:/usr/bin:/bin", "LC_ALL": "C.UTF-8"}
+    environment = {**os.environ, "PATH": f"{path}:{PYTHON}:/usr/bin:/bin", "LC_ALL": "C.UTF-8", "MILK_SHM_DIR": folder}
     result = subprocess.run(["bash", "-c", command], cwd=folder, env=environment, text=True, timeout=300,
                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     printed = result.stdout.replace(folder, HOME)

@@ -1,6 +1,5 @@
 #include "workbench/check/src/slide.hpp"
 
-
 namespace quen::workbench {
 namespace {
 

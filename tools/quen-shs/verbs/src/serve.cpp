@@ -30,6 +30,7 @@
 namespace quen::tool {
 namespace {
 
+constexpr double kMillisecond = 1e-3;
 constexpr double kUsualRate = 500.0;    // frames a second
 constexpr double kRateOfNone = 1000.0;  // that the turbulence has where frames come as they can
 
@@ -175,14 +176,11 @@ class LineOfServer {
  private:
   void Work(const std::stop_token& end) {
     constexpr auto kInterval = std::chrono::milliseconds(500);
-    std::mutex mutex;
-    std::condition_variable_any ended;
-    std::unique_lock lock(mutex);
-    while (!ended.wait_for(lock, end, kInterval, [&] { return end.stop_requested(); })) Show();
+    std::unique_lock lock(mutex_);
+    while (!ended_.wait_for(lock, end, kInterval, [&] { return end.stop_requested(); })) Show();
   }
 
   void Show() {
-    constexpr double kMillisecond = 1e-3;
     const workbench::ServeCounts counts = server_.Counts();
     const workbench::Durations& late = counts.lateness;
     // All of it in the 79 columns of a usual terminal.
@@ -193,12 +191,12 @@ class LineOfServer {
 
   const workbench::Server& server_;
   StatusLine line_;
+  std::mutex mutex_;
+  std::condition_variable_any ended_;
   std::jthread thread_;
 };
 
 // --- What came of it
-
-constexpr double kMillisecond = 1e-3;
 
 /// Median, 99 % and worst, in milliseconds.
 std::string InWords(const workbench::Durations& durations) {
