@@ -38,8 +38,9 @@ class CampaignTables:
 
     Examples
     --------
-    >>> tables = campaign({"verb": "score", "calibration": "sensor", "frames": 1, "axes": {"noise": [0, 10]}})
-    >>> tables.runs["noise"].tolist(), tables.points["failed"].tolist()
+    >>> plan = {"verb": "score", "calibration": "sensor", "frames": 1, "engine": "weighted", "axes": {"noise": [0, 10]}}
+    >>> tables = campaign(plan)
+    >>> tables.runs["noise"].tolist(), tables.points["failures"].tolist()
     ([0.0, 10.0], [0, 0])
     """
 
