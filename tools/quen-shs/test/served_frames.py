@@ -386,12 +386,14 @@ class Served(unittest.TestCase):
                  "--realtime: expected a rate above 0, found 0; without one nothing else would ever run"),
                 (["--stream", "wfs", "--corrections", "wfs"],
                  "--stream: expected another stream than the one that is read, found wfs"),
-                ([], "--stream: expected a name for the stream, found none"),
                 (["--stream", "a/b"], "the name of a stream must have 1 to 79 bytes, no slash and no zero byte, found "
                                       "'a/b'")):
             result = self.tool("serve", str(self.sensor), *arguments, env=self.environment, check=False)
             self.assertEqual((result.returncode, result.stderr), (1, f"quen-shs: {sentence}\n"))
             self.assertEqual(os.listdir(self.shm), [])
+        nameless = self.tool("serve", str(self.sensor), env=self.environment, check=False)
+        self.assertEqual((nameless.returncode, nameless.stderr),
+                         (2, "--stream: expected NAME, found none\nRun with --help for more information.\n"))
 
 
 if __name__ == "__main__":

@@ -64,7 +64,6 @@ struct ServeArguments {
 };
 
 void RequireSense(const ServeArguments& command) {
-  if (command.stream.empty()) throw std::runtime_error("--stream: expected a name for the stream, found none");
   if (command.lockstep && command.Rate() > 0.0) {
     throw std::runtime_error(fmt::format("--lockstep: expected --rate 0 with it, found {:g}", command.Rate()));
   }
@@ -372,7 +371,7 @@ seeds give equal runs, to the last bit.)",
                     "quen-shs serve sensor --stream wfs --faults random:7:0.01 --frames 5000 --json"},
        .arguments = Joined(
            {{CalibrationFolder(command->folder),
-             stream("--stream", "Stream for the frames", "must be given", command->stream), std::move(type),
+             Required(stream("--stream", "Stream for the frames", "", command->stream)), std::move(type),
              Number("--rate", "Frames a second; 0: as fast as they come", "Hz", kRates, "500, with --lockstep 0",
                     command->rate),
              Number("--frames", "Number of frames", "", kFrames, "until Ctrl-C", command->frames), std::move(strength),
