@@ -16,7 +16,8 @@ class Schedule {
 
   [[nodiscard]] Time Due(std::uint64_t frame) const {
     constexpr long double kNanoseconds = 1e9L;
-    return start_ + Time(std::llround(static_cast<long double>(frame) * kNanoseconds / rate_));
+    return start_ +
+           Time(std::llround(static_cast<long double>(frame) * kNanoseconds / static_cast<long double>(rate_)));
   }
 
   /// Whether a frame that is not begun yet is to be skipped: its successor is due.

@@ -27,7 +27,7 @@ void Convert(const std::vector<std::byte>& pixels, std::vector<double>& values) 
   for (std::size_t i = 0; i < values.size(); ++i) {
     T value;
     std::memcpy(&value, pixels.data() + i * sizeof(T), sizeof(T));
-    values[i] = value;
+    values[i] = static_cast<double>(value);
   }
 }
 
