@@ -174,7 +174,8 @@ TEST(PixelFaults, FrozenAndRepeatedFramesAreTheOneBefore) {
 TEST(PixelFaults, TornFrameIsNewAbove) {
   Pixels expected = Ramp(1000);
   const Pixels old = Ramp(0);
-  std::copy(old.begin() + 840 * 100, old.end(), expected.begin() + 840 * 100);
+  constexpr std::ptrdiff_t kRows = 100L * 840L;
+  std::copy(old.begin() + kRows, old.end(), expected.begin() + kRows);
   EXPECT_EQ(Second(R"({"frame":1,"kind":"tear","rows":100})"), expected);
 }
 
