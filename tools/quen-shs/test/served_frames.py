@@ -6,6 +6,7 @@
 QUEN_KILLS says how often a server is killed (24).
 """
 
+import contextlib
 import json
 import mmap
 import os
@@ -43,6 +44,18 @@ def until(condition, process=None):
             raise AssertionError("the server has ended: " + process.stderr.read())
         time.sleep(0.0005)
     raise AssertionError("nothing has come")
+
+
+def inode_of(path):
+    """None in the moment in which the file is made anew."""
+    try:
+        return os.stat(path).st_ino
+    except FileNotFoundError:
+        return None
+
+
+def rows(log):
+    return fits.getheader(log, 1)["NAXIS2"]
 
 
 class Reader:
@@ -158,9 +171,16 @@ class Served(unittest.TestCase):
     def tool(*arguments, check=True, **options):
         return subprocess.run([TOOL, *arguments], capture_output=True, text=True, check=check, timeout=LIMIT, **options)
 
+    @contextlib.contextmanager
     def start(self, *arguments):
-        return subprocess.Popen([TOOL, "serve", str(self.sensor), "--stream", "wfs", *arguments], env=self.environment,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        """A server; what goes wrong beside it ends it, too, where it would wait for ever otherwise."""
+        with subprocess.Popen([TOOL, "serve", str(self.sensor), "--stream", "wfs", *arguments], env=self.environment,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+            try:
+                yield process
+            except BaseException:
+                process.kill()
+                raise
 
     def lockstep(self, frames, answer, *arguments):
         """Serves so many frames; all that were published, as (inode, cnt0, FRAME, pixels)."""
@@ -172,11 +192,8 @@ class Served(unittest.TestCase):
             last = 0
             while process.poll() is None:
                 if reader.count() == last:
-                    try:
-                        if os.stat(self.stream).st_ino != reader.inode:
-                            reader, last = Reader.attached(self.stream), 0
-                    except FileNotFoundError:  # the end, or the moment before it is made anew
-                        pass
+                    if inode_of(self.stream) not in (None, reader.inode):
+                        reader, last = Reader.attached(self.stream), 0
                     time.sleep(0.0001)
                     continue
                 last, number, pixels = reader.read()
@@ -322,23 +339,21 @@ class Served(unittest.TestCase):
     def test_kills(self):
         generator = random.Random(1)
         log = self.shm / "log.fits"
-        inodes = set()
+        inodes = {None}
         kept = []  # so that no inode is used again
         for kill in range(KILLS):
             with self.start("--rate", "0", "--log", str(log)) as process:
-                until(lambda: self.stream.exists() and os.stat(self.stream).st_ino not in inodes,
-                      process)  # pylint: disable=cell-var-from-loop
+                until(lambda: inode_of(self.stream) not in inodes, process)
                 time.sleep(generator.uniform(0.0, 0.05))
                 process.kill()
             kept.append(open(self.stream, "rb"))  # pylint: disable=consider-using-with
             inodes.add(os.fstat(kept[-1].fileno()).st_ino)
-            rows = fits.getheader(log, 1)["NAXIS2"]
-            self.assertEqual(rows % 64, 0, kill)
-        self.assertEqual(len(inodes), KILLS)
+            self.assertEqual(rows(log) % 64, 0, kill)
+        self.assertEqual(len(inodes), 1 + KILLS)
         for file in kept:
             file.close()
         with self.start("--rate", "0", "--log", str(log)) as process:
-            until(lambda: fits.getheader(log, 1)["NAXIS2"] >= 128, process)
+            until(lambda: rows(log) >= 128, process)
             process.kill()
         table = Table.read(log)
         np.testing.assert_array_equal(table["FRAME"], np.arange(len(table)))
@@ -352,7 +367,7 @@ class Served(unittest.TestCase):
                                             "choose another name\n")
             count = reader.count()
             until(lambda: reader.count() > count, process)
-            self.assertEqual(os.stat(self.stream).st_ino, reader.inode)
+            self.assertEqual(inode_of(self.stream), reader.inode)
             process.terminate()
             process.communicate()
 

@@ -176,11 +176,11 @@ TEST_F(StreamVerbs, WatchSeesThatAStreamIsMadeAnew) {
 
 TEST_F(StreamVerbs, CtrlCPrintsTheSummary) {
   const Publishing publishing;
-  const Outcome outcome =
-      quen::testing::Run("timeout --preserve-status -s INT 0.5 " QUEN_SHS " watch test --png " + File("test.png"));
+  const Outcome outcome = quen::testing::Run(
+      "timeout --foreground --preserve-status -s INT 0.5 " QUEN_SHS " watch test --png " + File("test.png"));
   EXPECT_EQ(outcome.exit_code, 0) << "a picture alone is no matter of waiting";
-  const Outcome watched =
-      quen::testing::Run("timeout --preserve-status -s INT 0.5 " QUEN_SHS " watch test --json --frames 1000000");
+  const Outcome watched = quen::testing::Run("timeout --foreground --preserve-status -s INT 0.5 " QUEN_SHS
+                                             " watch test --json --frames 1000000");
   EXPECT_EQ(watched.exit_code, 130);
   EXPECT_EQ(watched.err, "quen-shs: interrupted\n");
   EXPECT_GT(Json::parse(watched.out)["frames"], 5);
@@ -238,8 +238,9 @@ TEST_F(StreamVerbs, LoopControlsThroughStreams) {
 
 TEST_F(StreamVerbs, LoopThroughStreamsEndsByCtrlCWithItsReport) {
   const Publishing publishing(FramesOfTheSensor());
-  const Outcome outcome = quen::testing::Run(
-      "timeout --preserve-status -s INT 1 " QUEN_SHS " loop --through frames --corrections modes " + folder_.Path());
+  const Outcome outcome = quen::testing::Run("timeout --foreground --preserve-status -s INT 1 " QUEN_SHS
+                                             " loop --through frames --corrections modes " +
+                                             folder_.Path());
   EXPECT_EQ(outcome.exit_code, 130);
   EXPECT_EQ(outcome.err, "quen-shs: interrupted\n");
   EXPECT_NE(outcome.out.find(" of stream frames (gain 0.5, centre-of-gravity)\nlost frames "), std::string::npos)
