@@ -183,6 +183,7 @@ if(QUEN_BUILD_TOOLS)
     workbench_test
     LABEL workbench
     SOURCES workbench/fits/test/disk_test.cpp
+            workbench/fits/test/long_table_test.cpp
             workbench/fits/test/numbers_test.cpp
             workbench/fits/test/plain_text_test.cpp
             workbench/fits/test/staged_file_test.cpp
@@ -299,6 +300,11 @@ endif()
 add_test(NAME Includes.PointDown COMMAND ${QUEN_PYTHON} testing/check_includes.py ${PROJECT_SOURCE_DIR}
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(Includes.PointDown PROPERTIES LABELS unit)
+
+# --- What makes and what checks the documentation site.
+add_test(NAME Site.IsMadeAndCheckedRight COMMAND ${QUEN_PYTHON} docs/test/site_test.py
+         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+set_tests_properties(Site.IsMadeAndCheckedRight PROPERTIES LABELS unit)
 
 # --- The guide, as it stands; it has a chapter on the Python package.
 if(QUEN_BUILD_PYTHON AND NOT QUEN_SANITIZE)

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "workbench/campaign/campaign_folder.hpp"
+#include "workbench/fits/long_table.hpp"
 
 /// @file
 /// What the runs of a campaign have given, as tables.
@@ -32,17 +33,13 @@ struct PointSummary {
 /// @throws std::runtime_error  results cannot be read
 void ForEachPoint(const CampaignFolder& folder, const std::function<void(const PointSummary&)>& look);
 
-/// FITS files with a table each.
-struct MergedTables {
-  std::string runs;    ///< table "runs": a row per run with its number, point, axes, seed, results, failure
-  std::string points;  ///< table "points": a row per point with its axes, runs, failures, and the statistics
-};
-
-/// The same bytes for the same results, in whatever order, with however many processes, on whatever day they were made.
-/// They are made in memory, which takes twice their size: 300 MB for a million runs of a score.
+/// Makes two FITS files with a table each: "runs", a row per run with its number, point, axes, seed, results, failure,
+/// and "points", a row per point with its axes, runs, failures, and the statistics. They are the same bytes for the
+/// same results, in whatever order, with however many processes, on whatever day these were made. Memory, some
+/// megabytes, does not grow with the number of runs.
 /// @param takes_part  whether runs may be missing
-/// @throws std::runtime_error  results cannot be read; runs are missing
-MergedTables MergeResults(const CampaignFolder& folder, bool takes_part);
+/// @throws std::runtime_error  results cannot be read; runs are missing; and what the sinks throw
+void MergeResults(const CampaignFolder& folder, bool takes_part, ByteSink runs, ByteSink points);
 
 /// A column of a table.
 struct TableColumn {
@@ -53,7 +50,7 @@ struct TableColumn {
   std::size_t width = 0;  ///< of texts, in bytes
 };
 
-/// The same tables, column by column.
+/// The same tables, column by column: in memory.
 struct MergedColumns {
   std::vector<TableColumn> runs;
   std::vector<TableColumn> points;

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "workbench/fits/descriptor.hpp"
@@ -35,8 +38,17 @@ class StagedFile {
   StagedFile& operator=(const StagedFile&) = delete;
   StagedFile& operator=(StagedFile&&) = delete;
 
-  /// @throws std::runtime_error  it cannot be written as a whole
-  void Write(std::string_view bytes);
+  /// @throws std::runtime_error  the disk does not take them all, or gives others back
+  void WriteAt(std::string_view bytes, std::size_t position);
+
+  /// Once all is written.
+  /// @throws std::runtime_error  it is not as long as what was written, or cannot become like its target
+  void Finish() const;
+  /// Both, for all of it.
+  void Write(std::string_view bytes) {
+    WriteAt(bytes, 0);
+    Finish();
+  }
 
   /// Puts the file into its target's place. What was there stays beside it, for Undo(), as long as the object lives.
   /// @throws std::runtime_error  it cannot be put there; the target is as before
@@ -55,9 +67,10 @@ class StagedFile {
   void BecomeLikeTarget(const struct stat& status) const;
 
   OutputTarget target_;
-  std::string path_;  ///< beside the target; empty if nothing is there
-  Descriptor file_;   ///< locked, so that others see that somebody is at work
-  Descriptor old_;    ///< what was there before, locked for the same reason
+  std::string path_;      ///< beside the target; empty if nothing is there
+  Descriptor file_;       ///< locked, so that others see that somebody is at work
+  Descriptor old_;        ///< what was there before, locked for the same reason
+  std::size_t size_ = 0;  ///< of what was written
   Place place_ = Place::kBeside;
 };
 
@@ -84,6 +97,11 @@ class StagedFiles {
   /// Gives a file its content.
   /// @param name  one of those claimed
   void Give(const std::string& name, std::string bytes);
+  /// Gives a file a part of its content, which goes to the disk at once: memory holds it only where the name is a
+  /// pipe's or a device's. No name that ends in ".gz".
+  /// @param name  one of those claimed
+  /// @throws std::runtime_error  it cannot be written
+  void GiveAt(const std::string& name, std::string_view bytes, std::size_t position);
   /// A file that is not written after all.
   /// @param name  one of those claimed
   void GiveUp(const std::string& name);
@@ -105,8 +123,11 @@ class StagedFiles {
   struct Output {
     OutputTarget target;
     std::string bytes;
+    std::unique_ptr<StagedFile> file = nullptr;  ///< once it is begun
   };
 
+  [[nodiscard]] Output& Named(const std::string& name);
+  StagedFile& Begun(Output& output);
   void MakeFolders(const OutputTarget& target);
 
   std::vector<Output> outputs_;

@@ -158,7 +158,7 @@ void CheckTogether(const Campaign& campaign) {
     }
   }
   for (const std::string& name : rules.required) {
-    if (!Sets(campaign, name)) throw CampaignError(name, "expected it, as an option or among the axes, found none");
+    if (!Sets(campaign, name)) throw CampaignError(name, "expected a value, or an axis of values, found neither");
   }
 }
 

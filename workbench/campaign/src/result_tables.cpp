@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
@@ -16,16 +17,14 @@
 namespace quen::workbench {
 namespace {
 
-using quen::common::Fits::Handle;
-
-constexpr std::size_t kRowsAtOnce = 4096;  // runs, or rows
+constexpr std::size_t kRunsAtATime = 4096;
 
 /// Calls `look` with the number and the record of each run.
 template <typename Look>
 void ForEachRun(const CampaignFolder& folder, const Look& look) {
-  for (std::uint64_t first = 0; first < folder.results.Runs(); first += kRowsAtOnce) {
+  for (std::uint64_t first = 0; first < folder.results.Runs(); first += kRunsAtATime) {
     ThrowIfInterrupted();
-    const std::vector<RunRecord> records = folder.results.Read(first, kRowsAtOnce);
+    const std::vector<RunRecord> records = folder.results.Read(first, kRunsAtATime);
     for (std::size_t k = 0; k < records.size(); ++k) look(first + k, records[k]);
   }
 }
@@ -98,103 +97,81 @@ TableColumn TextColumn(const std::string& name, std::size_t width) {
   return {name, "", "", std::vector<std::string>(), std::max<std::size_t>(width, 1)};
 }
 
-void WriteAt(const Handle& table, int column, LONGLONG row, std::vector<double>& values, int& status) {
-  fits_write_col(table->file, TDOUBLE, column, row, 1, static_cast<LONGLONG>(values.size()), values.data(), &status);
-}
-void WriteAt(const Handle& table, int column, LONGLONG row, std::vector<long long>& values, int& status) {
-  fits_write_col(table->file, TLONGLONG, column, row, 1, static_cast<LONGLONG>(values.size()), values.data(), &status);
-}
-void WriteAt(const Handle& table, int column, LONGLONG row, std::vector<std::string>& values, int& status) {
-  std::vector<char*> texts;
-  texts.reserve(values.size());
-  for (std::string& value : values) texts.push_back(value.data());
-  fits_write_col(table->file, TSTRING, column, row, 1, static_cast<LONGLONG>(values.size()), texts.data(), &status);
-}
-
-/// Rows of a table: values go into its columns one after the other.
-class Rows {
+/// Rows of a table as its columns: values go into these one after the other.
+class ColumnRows {
  public:
-  explicit Rows(std::vector<TableColumn> columns) : columns_(std::move(columns)) {}
+  explicit ColumnRows(std::vector<TableColumn> columns) : columns_(std::move(columns)) {}
 
-  void Begin() { next_ = 0; }
   void Add(double value) { std::get<0>(columns_[next_++].values).push_back(value); }
   void Add(std::uint64_t value) { std::get<1>(columns_[next_++].values).push_back(static_cast<long long>(value)); }
   void Add(const std::string& value) { std::get<2>(columns_[next_++].values).push_back(value); }
-  void Add(const OptionValue& value) {
-    if (const double* const number = std::get_if<double>(&value)) return Add(*number);
-    if (const bool* const flag = std::get_if<bool>(&value)) return Add(std::uint64_t{*flag ? 1U : 0U});
-    Add(std::get<std::string>(value));
-  }
-  void End() { ++count_; }
+  void EndRow() { next_ = 0; }
 
-  [[nodiscard]] std::size_t Count() const { return count_; }
   [[nodiscard]] std::vector<TableColumn>& Columns() { return columns_; }
-
-  /// Forgets all rows; the columns stay.
-  void Clear() {
-    for (TableColumn& column : columns_) std::visit([](auto& values) { values.clear(); }, column.values);
-    count_ = 0;
-  }
 
  private:
   std::vector<TableColumn> columns_;
   std::size_t next_ = 0;
-  std::size_t count_ = 0;
 };
 
-/// A FITS file with a table that takes rows some thousands at a time.
-class FitsTable {
+std::string FormatOf(const TableColumn& column) {
+  if (std::holds_alternative<std::vector<double>>(column.values)) return "D";
+  return std::holds_alternative<std::vector<long long>>(column.values) ? "K" : fmt::format("{}A", column.width);
+}
+
+/// The FITS file with the table, which has no rows yet.
+std::string EmptyTable(const std::string& name, const std::vector<TableColumn>& columns) {
+  std::vector<std::pair<std::string, std::string>> formats;
+  formats.reserve(columns.size());
+  for (const TableColumn& column : columns) formats.emplace_back(column.name, FormatOf(column));
+  MemoryFits fits(MemoryFits::Dates::kNone);
+  const quen::common::Fits::Handle& table = fits.AddTable(name, formats);
+  for (std::size_t k = 0; k < columns.size(); ++k) {
+    const auto& [column, unit, comment, values, width] = columns[k];
+    if (!unit.empty()) WriteKey(table, fmt::format("TUNIT{}", k + 1), unit, comment);
+  }
+  WriteCreator(table, "campaign");
+  return fits.Bytes();
+}
+
+/// Rows of a table in a FITS file.
+class FitsRows {
  public:
-  FitsTable(std::string name, std::vector<TableColumn> columns) : name_(std::move(name)), waiting_(std::move(columns)) {
-    std::vector<std::pair<std::string, std::string>> formats;
-    for (const TableColumn& column : waiting_.Columns()) formats.emplace_back(column.name, FormatOf(column));
-    const Handle& table = fits_.AddTable(name_, formats);
-    int number = 0;
-    for (const TableColumn& column : waiting_.Columns()) {
-      ++number;
-      if (!column.unit.empty()) WriteKey(table, fmt::format("TUNIT{}", number), column.unit, column.comment);
-    }
-    WriteCreator(table, "campaign");
-    table_ = &table;
+  FitsRows(const std::string& name, const std::vector<TableColumn>& columns, ByteSink sink)
+      : table_(EmptyTable(name, columns), std::move(sink)) {
+    for (const TableColumn& column : columns) widths_.push_back(column.width);
   }
 
-  /// To be added to, row by row.
-  [[nodiscard]] Rows& Waiting() { return waiting_; }
-
-  void WriteIfMany() {
-    if (waiting_.Count() >= kRowsAtOnce) Write();
+  void Add(double value) { Add(std::bit_cast<std::uint64_t>(value)); }
+  void Add(std::uint64_t value) {
+    for (int shift = 56; shift >= 0; shift -= 8) row_ += static_cast<char>(value >> static_cast<unsigned int>(shift));
+    ++next_;
   }
-
-  std::string Bytes() {
-    Write();
-    return fits_.Bytes();
+  void Add(const std::string& value) {
+    const std::size_t end = row_.size() + widths_[next_++];
+    row_ += value;
+    row_.resize(end, ' ');
   }
+  void EndRow() {
+    table_.Add(row_);
+    row_.clear();
+    next_ = 0;
+  }
+  void End() { table_.End(); }
 
  private:
-  static std::string FormatOf(const TableColumn& column) {
-    if (std::holds_alternative<std::vector<double>>(column.values)) return "D";
-    return std::holds_alternative<std::vector<long long>>(column.values) ? "K" : fmt::format("{}A", column.width);
-  }
-
-  void Write() {
-    if (waiting_.Count() == 0) return;
-    int status = 0;
-    int number = 0;
-    for (TableColumn& column : waiting_.Columns()) {
-      ++number;
-      std::visit([&](auto& values) { WriteAt(*table_, number, written_ + 1, values, status); }, column.values);
-    }
-    if (status != 0) throw std::runtime_error(fmt::format("cannot make the table \"{}\" in memory", name_));
-    written_ += static_cast<LONGLONG>(waiting_.Count());
-    waiting_.Clear();
-  }
-
-  std::string name_;
-  Rows waiting_;
-  MemoryFits fits_ = MemoryFits(MemoryFits::Dates::kNone);
-  const Handle* table_ = nullptr;
-  LONGLONG written_ = 0;
+  LongTable table_;
+  std::vector<std::size_t> widths_;  ///< of texts
+  std::string row_;
+  std::size_t next_ = 0;
 };
+
+template <typename Rows>
+void AddValue(const OptionValue& value, Rows& rows) {
+  if (const double* const number = std::get_if<double>(&value)) return rows.Add(*number);
+  if (const bool* const flag = std::get_if<bool>(&value)) return rows.Add(std::uint64_t{*flag ? 1U : 0U});
+  rows.Add(std::get<std::string>(value));
+}
 
 /// Names of columns have no dashes.
 std::string ColumnName(std::string name) {
@@ -238,23 +215,23 @@ std::vector<TableColumn> ColumnsOfPoints(const Campaign& campaign) {
   return columns;
 }
 
+template <typename Rows>
 void AddRun(const Campaign& campaign, std::uint64_t run, const RunRecord& record, Rows& rows) {
   const std::uint64_t point = run / campaign.repeats;
-  rows.Begin();
   rows.Add(run);
   rows.Add(point);
-  for (const OptionValue& value : campaign.ValuesAt(point)) rows.Add(value);
+  for (const OptionValue& value : campaign.ValuesAt(point)) AddValue(value, rows);
   rows.Add(std::uint64_t{campaign.SeedOf(run)});
   for (const double value : record.values) rows.Add(value);
   rows.Add(std::uint64_t{record.state == RunState::kFailed ? 1U : 0U});
   rows.Add(record.failure);
-  rows.End();
+  rows.EndRow();
 }
 
+template <typename Rows>
 void AddPoint(const Campaign& campaign, const PointSummary& summary, Rows& rows) {
-  rows.Begin();
   rows.Add(summary.point);
-  for (const OptionValue& value : campaign.ValuesAt(summary.point)) rows.Add(value);
+  for (const OptionValue& value : campaign.ValuesAt(summary.point)) AddValue(value, rows);
   rows.Add(summary.runs);
   rows.Add(summary.failed);
   for (const auto& [mean, scatter, standard_error] : summary.results) {
@@ -262,7 +239,7 @@ void AddPoint(const Campaign& campaign, const PointSummary& summary, Rows& rows)
     rows.Add(scatter);
     rows.Add(standard_error);
   }
-  rows.End();
+  rows.EndRow();
 }
 
 /// What the first look at the results must tell: the tables have columns as wide as their longest text.
@@ -282,14 +259,12 @@ std::size_t LongestFailure(const CampaignFolder& folder, bool takes_part) {
   return longest;
 }
 
-/// @param after_run  called after what there is of each run has been added
-template <typename AfterRun>
-void Merge(const CampaignFolder& folder, Rows& runs, Rows& points, const AfterRun& after_run) {
+template <typename Rows>
+void Merge(const CampaignFolder& folder, Rows& runs, Rows& points) {
   PointSums sums(folder);
   ForEachRun(folder, [&](std::uint64_t run, const RunRecord& record) {
     if (IsThere(record)) AddRun(folder.campaign, run, record, runs);
     sums.Add(run, record, [&](const PointSummary& summary) { AddPoint(folder.campaign, summary, points); });
-    after_run();
   });
 }
 
@@ -300,20 +275,18 @@ void ForEachPoint(const CampaignFolder& folder, const std::function<void(const P
   ForEachRun(folder, [&](std::uint64_t run, const RunRecord& record) { sums.Add(run, record, look); });
 }
 
-MergedTables MergeResults(const CampaignFolder& folder, bool takes_part) {
-  FitsTable runs("runs", ColumnsOfRuns(folder.campaign, LongestFailure(folder, takes_part)));
-  FitsTable points("points", ColumnsOfPoints(folder.campaign));
-  Merge(folder, runs.Waiting(), points.Waiting(), [&] {
-    runs.WriteIfMany();
-    points.WriteIfMany();
-  });
-  return {runs.Bytes(), points.Bytes()};
+void MergeResults(const CampaignFolder& folder, bool takes_part, ByteSink runs, ByteSink points) {
+  FitsRows run_rows("runs", ColumnsOfRuns(folder.campaign, LongestFailure(folder, takes_part)), std::move(runs));
+  FitsRows point_rows("points", ColumnsOfPoints(folder.campaign), std::move(points));
+  Merge(folder, run_rows, point_rows);
+  run_rows.End();
+  point_rows.End();
 }
 
 MergedColumns MergeColumns(const CampaignFolder& folder, bool takes_part) {
-  Rows runs(ColumnsOfRuns(folder.campaign, LongestFailure(folder, takes_part)));
-  Rows points(ColumnsOfPoints(folder.campaign));
-  Merge(folder, runs, points, [] {});
+  ColumnRows runs(ColumnsOfRuns(folder.campaign, LongestFailure(folder, takes_part)));
+  ColumnRows points(ColumnsOfPoints(folder.campaign));
+  Merge(folder, runs, points);
   return {std::move(runs.Columns()), std::move(points.Columns())};
 }
 

@@ -12,7 +12,6 @@
 
 namespace {
 
-using quen::workbench::Axis;
 using quen::workbench::Campaign;
 using quen::workbench::OptionValue;
 using quen::workbench::ParseCampaign;
@@ -116,7 +115,7 @@ TEST(Campaign, SaysWhatIsWrongAndWhere) {
        "c: axes: expected 1000000000 runs at most, the repeats of all points, found 1e+12"},
       {"verb = 'loop'\ncalibration = 's'\ngain = 1\n[axes]\ngain = [1]",
        "c: axes.gain: expected an option or an axis, found both"},
-      {"verb = 'score'\ncalibration = 's'", "c: engine: expected it, as an option or among the axes, found none"},
+      {"verb = 'score'\ncalibration = 's'", "c: engine: expected a value, or an axis of values, found neither"},
       {R"({"verb": "loop", "verb": "loop"})", "c: expected verb once, found it twice"},
       {R"({"verb": "loop")", "c: expected a campaign in TOML or JSON, found something else at line 1, column 16"},
       {R"({"verb": 1e999})", "c: expected numbers of magnitude 1.8e308 at most, found a larger one"},

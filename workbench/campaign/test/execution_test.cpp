@@ -1,9 +1,14 @@
 #include "workbench/campaign/execution.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -11,6 +16,7 @@
 #include "testing/fits_files.hpp"
 #include "workbench/campaign/result_tables.hpp"
 #include "workbench/campaign/status.hpp"
+#include "workbench/fits/staged_file.hpp"
 #include "workbench/sensor/calibration.hpp"
 
 namespace {
@@ -25,6 +31,24 @@ constexpr const char* kLoops =
 constexpr const char* kScores =
     "verb = 'score'\ncalibration = '.'\nframes = 1\nrepeats = 3\n[axes]\nengine = ['weighted', 'brightest']\nrange = "
     "[0, 1]\n";
+
+struct MergedTables {
+  std::string runs;
+  std::string points;
+};
+
+/// Both files.
+MergedTables Merged(const std::string& folder) {
+  MergedTables tables;
+  const auto into = [](std::string& file) {
+    return [&file](std::string_view bytes, std::size_t position) {
+      file.resize(std::max(file.size(), position + bytes.size()));
+      file.replace(position, bytes.size(), bytes);
+    };
+  };
+  MergeResults(OpenFolder(folder), false, into(tables.runs), into(tables.points));
+  return tables;
+}
 
 class Execution : public ::testing::Test {
  protected:
@@ -59,11 +83,11 @@ TEST_F(Execution, GivesTheSameBytesHoweverItRuns) {
     for (std::uint64_t number = 4; number >= 1; --number) RunAll(inputs, folder / "shards", {.shard = {number, 4}});
     RunAll(inputs, folder / "mixed", {.shard = {2, 3}});
     RunAll(inputs, folder / "mixed", {.jobs = 2, .shard = {1, 2}});
-    EXPECT_THROW(MergeResults(OpenFolder(folder / "mixed"), false), std::runtime_error);
+    EXPECT_THROW(Merged(folder / "mixed"), std::runtime_error);
     RunAll(inputs, folder / "mixed", {.jobs = 2});
-    const MergedTables expected = MergeResults(OpenFolder(folder / "one"), false);
+    const MergedTables expected = Merged(folder / "one");
     for (const char* const name : {"three", "shards", "mixed"}) {
-      const MergedTables merged = MergeResults(OpenFolder(folder / name), false);
+      const MergedTables merged = Merged(folder / name);
       EXPECT_TRUE(merged.runs == expected.runs) << name;
       EXPECT_TRUE(merged.points == expected.points) << name;
     }
@@ -85,7 +109,7 @@ TEST_F(Execution, FailuresAreResultsWithTheirSentence) {
 TEST_F(Execution, WhatIsDamagedIsNamedAndRunAgain) {
   const CampaignInputs inputs = Inputs(kScores);
   RunAll(inputs, folder_.Path(), {});
-  const MergedTables expected = MergeResults(OpenFolder(folder_.Path()), false);
+  const MergedTables expected = Merged(folder_.Path());
   const std::string file = folder_ / "runs-1-of-1";
   std::vector<char> bytes = quen::testing::Bytes(file);
   bytes[bytes.size() / 2 + 20] ^= 1;
@@ -96,7 +120,7 @@ TEST_F(Execution, WhatIsDamagedIsNamedAndRunAgain) {
   EXPECT_EQ(work.damaged, 1U);
   EXPECT_EQ(work.first_damaged, "run 6 in " + file);
   EXPECT_EQ(RunAll(inputs, folder_.Path(), {}).finished, 1U);
-  EXPECT_TRUE(MergeResults(OpenFolder(folder_.Path()), false).runs == expected.runs);
+  EXPECT_TRUE(Merged(folder_.Path()).runs == expected.runs);
 }
 
 /// What a list holds grows with the gaps alone.
@@ -138,6 +162,44 @@ TEST_F(Execution, AnotherCampaignIsRefusedInTheSameFolder) {
   EXPECT_EQ(refusal("verb = 'score'\ncalibration = '.'\nframes = 1\nrepeats = 3\n"
                     "[axes]\nrange = [0, 1]\nengine = ['weighted', 'brightest']\n"),
             said("the order of the axes"));
+}
+
+// --- Memory
+
+/// Makes the tables of a campaign with a point for each run, all of which are there, in a process of its own.
+/// @return  kilobytes that this had in memory at the most
+long PeakOfMerging(const CampaignInputs& inputs, const std::string& folder) {
+  const CampaignFolder campaign = PrepareFolder(folder, inputs);
+  ResultFiles::Writer writer(campaign.results, {});
+  const std::vector<double> values(inputs.Of().Rules().results.size(), 0.1);
+  for (std::uint64_t run = 0; run < inputs.Of().Runs(); ++run) writer.Write(run, {RunState::kDone, values});
+  const pid_t child = fork();
+  if (child == 0) {
+    StagedFiles files({folder + "/runs.fits", folder + "/points.fits"});
+    const auto into = [&files](const std::string& name) {
+      return [&files, name](std::string_view bytes, std::size_t position) { files.GiveAt(name, bytes, position); };
+    };
+    MergeResults(campaign, false, into(folder + "/runs.fits"), into(folder + "/points.fits"));
+    files.Commit();
+    _exit(0);
+  }
+  int status = -1;
+  struct rusage usage {};
+  EXPECT_EQ(wait4(child, &status, 0, &usage), child);
+  EXPECT_EQ(status, 0);
+  return usage.ru_maxrss;  // NOLINT(cppcoreguidelines-pro-type-union-access): as the C library has it
+}
+
+TEST_F(Execution, MergingTakesAsMuchMemoryForManyRunsAsForFew) {
+#if defined(QUEN_SANITIZED)
+  GTEST_SKIP() << "sanitizers keep what is given back";
+#endif
+  constexpr long kNoise = 4096;  // kilobytes
+  const std::string scores = "verb = 'score'\ncalibration = '.'\nframes = 1\nengine = 'weighted'\n[axes]\n";
+  const long few = PeakOfMerging(Inputs(scores + "noise = { from = 1, to = 20000, step = 1 }"), folder_ / "few");
+  const long many = PeakOfMerging(Inputs(scores + "noise = { from = 1, to = 100000, step = 1 }"), folder_ / "many");
+  EXPECT_LT(many - few, kNoise) << "tables of 45 MB";
+  EXPECT_GT(std::filesystem::file_size(folder_ / "many/points.fits"), 30U << 20U);
 }
 
 }  // namespace

@@ -35,6 +35,11 @@ int RenameToNew(const std::string& from, const std::string& to) {
 /// Whether the file system, or the kernel, has only the plain rename.
 bool IsUnknown(int code) { return code == EINVAL || code == ENOSYS || code == EOPNOTSUPP; }
 
+[[noreturn]] void RefuseAsNotWhole(const std::string& name) {
+  throw std::runtime_error("cannot write " + name +
+                           ": read back, it is not whole; look after the disk and run this again");
+}
+
 // --- Streams
 
 /// While it lives, a pipe that nobody reads is an error (EPIPE), not the end of the process.
@@ -113,26 +118,29 @@ StagedFile::StagedFile(StagedFile&& other) noexcept
       path_(std::exchange(other.path_, {})),
       file_(std::move(other.file_)),
       old_(std::move(other.old_)),
+      size_(other.size_),
       place_(other.place_) {}
 
 StagedFile::~StagedFile() {
   if (!path_.empty()) unlink(path_.c_str());
 }
 
-void StagedFile::Write(std::string_view bytes) {
+void StagedFile::WriteAt(std::string_view bytes, std::size_t position) {
   try {
-    WriteToDisk(file_.Number(), bytes, 0, file_.Number());
-    struct stat status {};
-    if (fstat(file_.Number(), &status) != 0) RefuseToWrite(target_.name, errno);
-    if (static_cast<std::size_t>(status.st_size) != bytes.size()) {
-      throw std::system_error(EIO, std::generic_category());
-    }
-    if (target_.Exists()) BecomeLikeTarget(status);
+    if (lseek(file_.Number(), static_cast<off_t>(position), SEEK_SET) < 0) RefuseToWrite(target_.name, errno);
+    WriteToDisk(file_.Number(), bytes, position, file_.Number());
+    size_ = std::max(size_, position + bytes.size());
   } catch (const std::system_error& error) {
-    if (error.code().value() != EIO) RefuseToWrite(target_.name, error.code().value());
-    throw std::runtime_error("cannot write " + target_.name +
-                             ": read back, it is not whole; look after the disk and run this again");
+    if (error.code().value() == EIO) RefuseAsNotWhole(target_.name);
+    RefuseToWrite(target_.name, error.code().value());
   }
+}
+
+void StagedFile::Finish() const {
+  struct stat status {};
+  if (fstat(file_.Number(), &status) != 0) RefuseToWrite(target_.name, errno);
+  if (static_cast<std::size_t>(status.st_size) != size_) RefuseAsNotWhole(target_.name);
+  if (target_.Exists()) BecomeLikeTarget(status);
 }
 
 void StagedFile::BecomeLikeTarget(const struct stat& status) const {
@@ -223,6 +231,7 @@ StagedFiles::StagedFiles(const std::vector<std::string>& names) {
 }
 
 StagedFiles::~StagedFiles() {
+  outputs_.clear();  // and what is unfinished in the folders
   // Those that have a file in them stay: the system removes empty folders only.
   for (auto folder = folders_.rbegin(); folder != folders_.rend(); ++folder) rmdir(folder->c_str());
 }
@@ -239,9 +248,19 @@ void StagedFiles::RefuseToReplace(std::span<const InputFile> inputs) const {
   for (const InputFile& input : inputs) RefuseToReplace(input);
 }
 
+StagedFiles::Output& StagedFiles::Named(const std::string& name) {
+  return *std::ranges::find(outputs_, name, [](const Output& output) { return output.target.name; });
+}
+
 void StagedFiles::Give(const std::string& name, std::string bytes) {
-  std::ranges::find(outputs_, name, [](const Output& output) { return output.target.name; })->bytes =
-      AsNamed(name, std::move(bytes));
+  Named(name).bytes = AsNamed(name, std::move(bytes));
+}
+
+void StagedFiles::GiveAt(const std::string& name, std::string_view bytes, std::size_t position) {
+  Output& output = Named(name);
+  if (!output.target.is_stream) return Begun(output).WriteAt(bytes, position);
+  output.bytes.resize(std::max(output.bytes.size(), position + bytes.size()));
+  output.bytes.replace(position, bytes.size(), bytes);
 }
 
 void StagedFiles::GiveUp(const std::string& name) {
@@ -256,16 +275,25 @@ void StagedFiles::GiveAll(std::vector<std::string> contents) {
 
 void StagedFiles::Commit() {
   std::vector<StagedFile> files;
-  for (const auto& [target, bytes] : outputs_) {
-    if (target.is_stream) continue;
-    MakeFolders(target);
-    files.emplace_back(target).Write(bytes);
+  for (Output& output : outputs_) {
+    if (output.target.is_stream) continue;
+    Begun(output).WriteAt(output.bytes, 0);
+    output.file->Finish();
+    files.push_back(std::move(*output.file));
   }
-  for (const auto& [target, bytes] : outputs_) {
-    if (target.is_stream) WriteStream(target, bytes);
+  for (const Output& output : outputs_) {
+    if (output.target.is_stream) WriteStream(output.target, output.bytes);
   }
   ThrowIfInterrupted();
   TakePlaces(files);
+}
+
+StagedFile& StagedFiles::Begun(Output& output) {
+  if (!output.file) {
+    MakeFolders(output.target);
+    output.file = std::make_unique<StagedFile>(output.target);
+  }
+  return *output.file;
 }
 
 void StagedFiles::MakeFolders(const OutputTarget& target) {

@@ -224,6 +224,36 @@ TEST_F(Staged, FoldersMadeForFilesThatFailGoAgain) {
   EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 0U);
 }
 
+TEST_F(Staged, PartsGoToTheirPlacesInAnyOrder) {
+  WriteText(File("a"), "old and longer");
+  ASSERT_EQ(mkfifo(File("pipe").c_str(), 0600), 0);
+  const Descriptor reader(open(File("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  StagedFiles files({File("a"), File("deep/b"), File("pipe")});
+  for (const char* const name : {"a", "deep/b", "pipe"}) {
+    files.GiveAt(File(name), "world", 6);
+    files.GiveAt(File(name), "hello ", 0);
+  }
+  EXPECT_EQ(Text(File("a")), "old and longer");
+  files.Commit();
+  EXPECT_EQ(Text(File("a")), "hello world");
+  EXPECT_EQ(Text(File("deep/b")), "hello world");
+  std::string text(20, ' ');
+  text.resize(static_cast<std::size_t>(read(reader.Number(), text.data(), text.size())));
+  EXPECT_EQ(text, "hello world");
+  EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 4U);
+}
+
+TEST_F(Staged, PartsOfWhatIsNotCommittedGoAgainWithTheirFolders) {
+  WriteText(File("a"), "old");
+  {
+    StagedFiles files({File("a"), File("x/y/b")});
+    files.GiveAt(File("a"), "new", 0);
+    files.GiveAt(File("x/y/b"), "new", 0);
+  }
+  EXPECT_EQ(Text(File("a")), "old");
+  EXPECT_EQ(testing::EntriesBelow(folder_.Path()), 1U);
+}
+
 // --- Leftovers
 
 TEST_F(Staged, LeftoversOfKilledRunsAreRemovedAndNothingElse) {

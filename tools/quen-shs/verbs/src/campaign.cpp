@@ -215,10 +215,14 @@ struct MergeArguments {
 
 void Merge(const MergeArguments& command) {
   const std::filesystem::path output = command.output.empty() ? command.folder : command.output;
-  workbench::StagedFiles files({(output / "runs.fits").string(), (output / "points.fits").string()});
+  const std::string runs = (output / "runs.fits").string();
+  const std::string points = (output / "points.fits").string();
+  workbench::StagedFiles files({runs, points});
   const workbench::CampaignFolder folder = workbench::OpenFolder(command.folder);
-  workbench::MergedTables tables = workbench::MergeResults(folder, command.takes_part);
-  files.GiveAll({std::move(tables.runs), std::move(tables.points)});
+  const auto into = [&files](const std::string& name) {
+    return [&files, name](std::string_view bytes, std::size_t position) { files.GiveAt(name, bytes, position); };
+  };
+  workbench::MergeResults(folder, command.takes_part, into(runs), into(points));
   files.Commit();
   Report report;
   report.AddFiles(files);
