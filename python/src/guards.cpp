@@ -4,6 +4,10 @@
 
 #include <thread>
 
+namespace log4cplus {
+void shutdownThreadPool();  // which the library exports, and no header of its own declares
+}  // namespace log4cplus
+
 namespace quen::python {
 namespace {
 
@@ -29,8 +33,13 @@ void EndCalls() {
   }
 }
 
-/// A child process has the thread that forked, and no other: nothing that another one held would be given back.
-void PrepareForFork() { files_in_use.lock(); }
+/// A child process has the thread that forked, and no other: nothing that another one held would be given back, and its
+/// end would wait for ever for the threads that log4cplus keeps for appenders that work in the background. There are no
+/// such appenders here.
+void PrepareForFork() {
+  log4cplus::shutdownThreadPool();
+  files_in_use.lock();
+}
 void GoOnAfterFork() { files_in_use.unlock(); }
 void BeginAsChild() {
   calls_without_lock = 0;

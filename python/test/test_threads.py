@@ -377,3 +377,81 @@ for _ in range(20):
 """
     result = child(script, sensor)
     assert (result.stdout, result.returncode) == ("3847\n" * 20, 0), result.stderr
+
+
+# --- Forks
+
+FORKED = """
+import os, signal, sys, threading, time
+import quen_shs
+
+sensor, zeros = sys.argv[1], [0.0] * 1089
+expected = quen_shs.Simulator(sensor, seed=1).compute_frame(zeros, zeros, 9.0).tobytes()
+shared = quen_shs.Simulator(sensor, seed=2)
+over = False
+
+def measure():
+    while not over:
+        quen_shs.score(shared, [quen_shs.GaussianFit(steps=100)], frames=2)
+
+def load():
+    while not over:
+        quen_shs.Simulator(sensor)
+
+threads = [threading.Thread(target=work) for work in (measure, load, load)]
+for thread in threads:
+    thread.start()
+for fork in range(8):
+    time.sleep(0.01 * (fork % 3))
+    reading, writing = os.pipe()
+    if os.fork() == 0:
+        signal.alarm(30)  # which ends a child that waits for what nobody gives back
+        frame = quen_shs.Simulator(sensor, seed=1).compute_frame(zeros, zeros, 9.0).tobytes()
+        try:
+            shared.compute_frame(zeros, zeros)
+        except RuntimeError as error:  # where the other thread had it
+            assert "is in use by another call" in str(error), error
+        os.write(writing, b"same" if frame == expected else b"other")
+        os._exit(0)
+    os.close(writing)
+    answer = os.read(reading, 10)
+    os.close(reading)
+    _, status = os.wait()
+    assert (answer, status) == (b"same", 0), (fork, answer, status)
+over = True
+for thread in threads:
+    thread.join()
+print("all have answered")
+"""
+
+
+def test_a_fork_in_the_midst_of_calls_has_a_package_that_works(child, sensor):
+    result = child(FORKED, sensor)
+    assert (result.stdout, result.returncode) == ("all have answered\n", 0), result.stderr
+
+
+ENDING_CHILD = """
+import os, sys, threading, time
+began = []
+import atexit
+atexit.register(lambda: os.write(1, b"%.3f " % (time.monotonic() - began[0])))  # comes after that of the package
+import quen_shs
+
+sim = quen_shs.Simulator(sys.argv[1])
+thread = threading.Thread(target=lambda: quen_shs.score(sim, [quen_shs.GaussianFit(steps=100)], frames=10**9), daemon=True)
+thread.start()
+time.sleep(0.2)
+for _ in range(4):
+    if os.fork() == 0:
+        began.append(time.monotonic())
+        sys.exit()
+    os.wait()
+os._exit(0)
+"""
+
+
+def test_a_fork_waits_for_no_call_of_its_parents_when_it_ends(child, sensor):
+    result = child(ENDING_CHILD, sensor)
+    waits = [float(wait) for wait in result.stdout.split()]
+    assert len(waits) == 4, result.stderr
+    assert min(waits) < 1.0  # where it waited, all would take two seconds
