@@ -22,11 +22,11 @@
 namespace quen::basesim {
 
 // The sensor's geometry. Fixed; the calibration files must agree with it.
-inline constexpr std::size_t kNumRois = 1089;    ///< sub-apertures
-inline constexpr std::size_t kFrameWidth = 840;  ///< pixels in a row
-inline constexpr std::size_t kFrameHeight = 816;
-inline constexpr std::size_t kNumModes = 52;
-inline constexpr std::size_t kNumSlopes = 1214;  ///< two for each used sub-aperture
+inline constexpr std::size_t kNumRois = 1089;     ///< sub-apertures
+inline constexpr std::size_t kFrameWidth = 840;   ///< pixels in a row
+inline constexpr std::size_t kFrameHeight = 816;  ///< rows
+inline constexpr std::size_t kNumModes = 52;      ///< of the modal basis
+inline constexpr std::size_t kNumSlopes = 1214;   ///< two for each used sub-aperture
 
 /// Owns the calibration. One that exists is completely loaded and does not change by itself.
 class BaseSimulator {
@@ -53,10 +53,10 @@ class BaseSimulator {
 
  protected:
   // NOLINTBEGIN(cppcoreguidelines-non-private-member-variables-in-classes): derived simulators work on the data.
-  std::vector<double> m2s;
-  std::vector<double> cm;
-  std::vector<image_processing::Roi> rois;
-  std::vector<std::uint8_t> rois_used;
+  std::vector<double> m2s;                  ///< M2s()
+  std::vector<double> cm;                   ///< Cm()
+  std::vector<image_processing::Roi> rois;  ///< Rois()
+  std::vector<std::uint8_t> rois_used;      ///< RoisUsed()
   // NOLINTEND(cppcoreguidelines-non-private-member-variables-in-classes)
 };
 

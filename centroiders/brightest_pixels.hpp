@@ -8,9 +8,10 @@
 
 namespace quen::centroiders {
 
+/// What the numbers of BrightestPixelsConfig may be.
 struct BrightestPixelsLimits {
-  static constexpr common::Limits kNumber = {2, 1'000'000};
-  static constexpr common::Limits kFraction = {0.0, 1.0, true};
+  static constexpr common::Limits kNumber = {2, 1'000'000};      ///< pixels
+  static constexpr common::Limits kFraction = {0.0, 1.0, true};  ///< of the region's pixels
 };
 
 /// Exactly one of the two, within BrightestPixelsLimits.

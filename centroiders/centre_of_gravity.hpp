@@ -8,14 +8,16 @@
 
 namespace quen::centroiders {
 
+/// What becomes of the light of pixels above a threshold.
 enum class Thresholding {
   kSubtract,  ///< light above the threshold counts: p − background − threshold
   kCut        ///< all light of a pixel above the threshold counts: p − background
 };
 
+/// What the numbers of CentreOfGravityConfig may be.
 struct CentreOfGravityLimits {
-  static constexpr common::Limits kBackground = {-32768.0, 32767.0};
-  static constexpr common::Limits kThreshold = {0.0, 65535.0};
+  static constexpr common::Limits kBackground = {-32768.0, 32767.0};  ///< pixel values
+  static constexpr common::Limits kThreshold = {0.0, 65535.0};        ///< pixel values
 };
 
 /// Numbers are within CentreOfGravityLimits.
@@ -23,7 +25,7 @@ struct CentreOfGravityConfig {
   double background = 0.0;               ///< subtracted from every pixel
   std::optional<double> threshold = {};  ///< above the background; pixels up to it count nothing. Without one every
                                          ///< pixel counts, those below the background with negative light
-  Thresholding thresholding = Thresholding::kSubtract;
+  Thresholding thresholding = Thresholding::kSubtract;  ///< what counts above the threshold
 };
 
 /// The centre of gravity of a region's light l:   x = Σ l · x / Σ l − x_ref,   flux = Σ l.

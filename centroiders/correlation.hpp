@@ -8,8 +8,9 @@
 
 namespace quen::centroiders {
 
+/// What the numbers of CorrelationConfig and GaussianTemplate may be.
 struct CorrelationLimits {
-  static constexpr common::Limits kSize = {3, 63};
+  static constexpr common::Limits kSize = {3, 63};       ///< of a template, pixels
   static constexpr common::Limits kFwhm = {1.0, 100.0};  ///< of a GaussianTemplate
 };
 
@@ -20,6 +21,7 @@ struct CorrelationLimits {
 /// @throws std::invalid_argument  another size or width
 QUEN_EXPORT std::vector<double> GaussianTemplate(std::size_t size, double fwhm);
 
+/// The spot that is looked for.
 struct CorrelationConfig {
   /// Side of the template, pixels: odd, within CorrelationLimits.
   std::size_t size = 21;
@@ -63,6 +65,7 @@ class QUEN_EXPORT Correlation : public PixelEngine {
   /// @throws std::invalid_argument  an even or out-of-range `size`, a template with another number of values, with one
   ///                                that is not finite, or with zeros only
   explicit Correlation(const CorrelationConfig& config = {});
+  /// The same with a top of one's choice; the first one takes that of parabolas.
   Correlation(const CorrelationConfig& config, CorrelationTop top);
 
  private:

@@ -11,9 +11,10 @@ namespace quen::centroiders {
 
 class Gaussian;
 
+/// What the numbers of GaussianFitConfig may be.
 struct GaussianFitLimits {
-  static constexpr common::Limits kFwhm = {1.0, 100.0};
-  static constexpr common::Limits kSteps = {1, 100};
+  static constexpr common::Limits kFwhm = {1.0, 100.0};  ///< pixels
+  static constexpr common::Limits kSteps = {1, 100};     ///< of Gauss-Newton
 };
 
 /// Within GaussianFitLimits.

@@ -20,13 +20,15 @@ enum class BackgroundEstimate {
   kQuantile,      ///< a quantile of the light of all its pixels
 };
 
+/// What the numbers of LightConfig may be.
 struct LightLimits {
-  static constexpr common::Limits kQuantile = {0.0, 1.0};
+  static constexpr common::Limits kQuantile = {0.0, 1.0};  ///< of a region's pixels
 };
 
+/// How counts become light, and what of it is none of the spot's.
 struct LightConfig {
-  PixelReading reading = {};
-  BackgroundEstimate background = BackgroundEstimate::kNone;
+  PixelReading reading = {};                                  ///< counts to light
+  BackgroundEstimate background = BackgroundEstimate::kNone;  ///< what is subtracted from the light
   double quantile = 0.25;  ///< for kQuantile, within LightLimits: 0 is the dimmest pixel, 1 the brightest
 };
 
@@ -46,14 +48,16 @@ struct LightConfig {
 /// later ones that are larger still, and throws what the engine throws.
 class QUEN_EXPORT LightEngine : public image_processing::Centroiding<std::uint16_t> {
  public:
+  /// What it works with: any engine for 16-bit pixels.
   using Engine = image_processing::Centroiding<std::uint16_t>;
 
+  /// @param config  how counts become light, and what is subtracted from it
   /// @param engine  that measures; there must be one
   /// @throws std::invalid_argument  a value out of its range, or maps of different sizes
   LightEngine(const LightConfig& config, std::unique_ptr<Engine> engine);
   ~LightEngine() override;
-  LightEngine(LightEngine&& other) noexcept;
-  LightEngine& operator=(LightEngine&& other) noexcept;
+  LightEngine(LightEngine&& other) noexcept;             ///< `other` may then only be assigned to, or destroyed
+  LightEngine& operator=(LightEngine&& other) noexcept;  ///< as moving into a new one
   LightEngine(const LightEngine& other) = delete;
   LightEngine& operator=(const LightEngine& other) = delete;
 

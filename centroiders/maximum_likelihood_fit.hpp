@@ -26,27 +26,28 @@ enum class SpotBackground {
   kSlope,     ///< level and slopes along both axes are fitted
 };
 
+/// What the numbers of MaximumLikelihoodConfig may be.
 struct MaximumLikelihoodLimits {
-  static constexpr common::Limits kGain = {0.0, 1e6, true};
-  static constexpr common::Limits kReadNoise = {0.0, 1e6};
-  static constexpr common::Limits kFwhm = {1.0, 100.0};
-  static constexpr common::Limits kBackground = {0.0, 1e9};
-  static constexpr common::Limits kSteps = {2, 1000};
-  static constexpr common::Limits kTolerance = {1e-9, 1.0};
-  static constexpr common::Limits kSignificance = {0.0, 1000.0};
+  static constexpr common::Limits kGain = {0.0, 1e6, true};       ///< counts per electron
+  static constexpr common::Limits kReadNoise = {0.0, 1e6};        ///< electrons RMS
+  static constexpr common::Limits kFwhm = {1.0, 100.0};           ///< pixels
+  static constexpr common::Limits kBackground = {0.0, 1e9};       ///< electrons per pixel
+  static constexpr common::Limits kSteps = {2, 1000};             ///< at most
+  static constexpr common::Limits kTolerance = {1e-9, 1.0};       ///< pixels
+  static constexpr common::Limits kSignificance = {0.0, 1000.0};  ///< standard errors
 };
 
 /// Numbers are within MaximumLikelihoodLimits.
 struct MaximumLikelihoodConfig {
-  PixelReading reading = {};
-  double gain = 1.0;        ///< counts per electron
-  double read_noise = 5.0;  ///< electrons RMS; for frames of the simulator, their noise / √3
-  SpotShape shape = SpotShape::kGiven;
-  double fwhm = kSpotFwhm;  ///< of the spot, pixels; where a width is fitted, the search starts with it
-  SpotBackground background_model = SpotBackground::kConstant;
-  double background = 0.0;    ///< electrons per pixel, where it is given
-  int steps = 50;             ///< at most
-  double tolerance = 1e-3;    ///< pixels; a smaller step than this one is the last
+  PixelReading reading = {};            ///< counts to light
+  double gain = 1.0;                    ///< counts per electron
+  double read_noise = 5.0;              ///< electrons RMS; for frames of the simulator, their noise / √3
+  SpotShape shape = SpotShape::kGiven;  ///< what of it is fitted
+  double fwhm = kSpotFwhm;              ///< of the spot, pixels; where a width is fitted, the search starts with it
+  SpotBackground background_model = SpotBackground::kConstant;  ///< what of it is fitted
+  double background = 0.0;                                      ///< electrons per pixel, where it is given
+  int steps = 50;                                               ///< at most
+  double tolerance = 1e-3;                                      ///< pixels; a smaller step than this one is the last
   double significance = 4.0;  ///< least light of a spot, in units of its own standard error
 };
 
@@ -99,8 +100,8 @@ class QUEN_EXPORT MaximumLikelihoodFit : public image_processing::Centroiding<st
   /// @throws std::invalid_argument  a value out of its range, or maps of different sizes
   explicit MaximumLikelihoodFit(const MaximumLikelihoodConfig& config = {});
   ~MaximumLikelihoodFit() override;
-  MaximumLikelihoodFit(MaximumLikelihoodFit&& other) noexcept;
-  MaximumLikelihoodFit& operator=(MaximumLikelihoodFit&& other) noexcept;
+  MaximumLikelihoodFit(MaximumLikelihoodFit&& other) noexcept;  ///< `other` may then only be assigned to, or destroyed
+  MaximumLikelihoodFit& operator=(MaximumLikelihoodFit&& other) noexcept;  ///< as moving into a new one
   MaximumLikelihoodFit(const MaximumLikelihoodFit& other) = delete;
   MaximumLikelihoodFit& operator=(const MaximumLikelihoodFit& other) = delete;
 

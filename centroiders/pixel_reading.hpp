@@ -19,23 +19,25 @@
 
 namespace quen::centroiders {
 
+/// What a pixel's 16 bits are.
 enum class PixelSign {
   kSigned,    ///< two's complement, −32768 to 32767: the simulator's pixels
   kUnsigned,  ///< 0 to 65535: a camera's, or the detector's
 };
 
+/// What the numbers of PixelReading may be.
 struct PixelReadingLimits {
-  static constexpr common::Limits kPedestal = {-65535.0, 65535.0};
-  static constexpr common::Limits kCeiling = {-32768.0, 65535.0};
-  static constexpr common::Limits kDark = kPedestal;
-  static constexpr common::Limits kResponse = {0.0, 1000.0};
+  static constexpr common::Limits kPedestal = {-65535.0, 65535.0};  ///< counts
+  static constexpr common::Limits kCeiling = {-32768.0, 65535.0};   ///< counts
+  static constexpr common::Limits kDark = kPedestal;                ///< of each pixel, counts
+  static constexpr common::Limits kResponse = {0.0, 1000.0};        ///< of each pixel, relative
 };
 
 /// Numbers are within PixelReadingLimits.
 /// A map is empty, which is none, or has an element for each pixel of the frame: column c of row r is element
 /// c + r · width. A frame of another size ends the process, as one does that is too small for its region.
 struct PixelReading {
-  PixelSign sign = PixelSign::kSigned;
+  PixelSign sign = PixelSign::kSigned;        ///< what the bits are
   double pedestal = 0.0;                      ///< counts without any light
   std::optional<double> ceiling = {};         ///< counts that are saturated, from this one up
   std::vector<double> dark_map = {};          ///< counts, each within kDark

@@ -9,10 +9,12 @@
 
 namespace quen::centroiders {
 
+/// What the numbers of QuadCellConfig may be.
 struct QuadCellLimits {
-  static constexpr common::Limits kGain = {0.0, 1000.0, true};
+  static constexpr common::Limits kGain = {0.0, 1000.0, true};  ///< pixels
 };
 
+/// How the share of light becomes a displacement.
 struct QuadCellConfig {
   std::optional<double> gain = {};  ///< pixels, within QuadCellLimits; if not given, the one for small
                                     ///< displacements of the drawn spot

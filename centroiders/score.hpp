@@ -15,18 +15,19 @@
 
 namespace quen::centroiders {
 
+/// What the numbers of ScoreOptions may be.
 struct ScoreLimits {
-  static constexpr common::Limits kNoise = {0.0, 1e9};
-  static constexpr common::Limits kRange = {0.0, 100.0};
-  static constexpr common::Limits kFrames = {1.0, 1e9};
+  static constexpr common::Limits kNoise = {0.0, 1e9};    ///< units of pixel values
+  static constexpr common::Limits kRange = {0.0, 100.0};  ///< pixels
+  static constexpr common::Limits kFrames = {1.0, 1e9};   ///< frames
 };
 
 /// Numbers are within ScoreLimits.
 struct ScoreOptions {
-  double noise = 10.0;  ///< half-width of the pixel noise, units of pixel values
-  double range = 2.0;   ///< displacements are uniform in [−range, range] along either axis, pixels
-  std::size_t frames = 20;
-  std::uint32_t seed = 1;  ///< of displacements and noise; equal options give equal scores, but for the time
+  double noise = 10.0;      ///< half-width of the pixel noise, units of pixel values
+  double range = 2.0;       ///< displacements are uniform in [−range, range] along either axis, pixels
+  std::size_t frames = 20;  ///< that are measured
+  std::uint32_t seed = 1;   ///< of displacements and noise; equal options give equal scores, but for the time
   std::function<void()> after_frame = {};  ///< called, if there is one, after each frame; may throw
 };
 
@@ -38,9 +39,10 @@ struct AxisScore {
   double offset = 0.0;  ///< where that line is for no displacement; NaN for range 0
 };
 
+/// Of one engine.
 struct Score {
-  AxisScore x;
-  AxisScore y;
+  AxisScore x;                ///< along the columns
+  AxisScore y;                ///< along the rows
   double worst = 0.0;         ///< largest error along either axis, but for the failed spots; pixels
   double flux_bias = 0.0;     ///< mean of measured light over that of the whole spot, less 1
   double flux_rms = 0.0;      ///< root of the mean square of that
@@ -79,6 +81,7 @@ QUEN_EXPORT double ErrorBound(double noise);
 /// where reading is (as in Thomas et al. 2006). Infinite without light.
 QUEN_EXPORT double ErrorBound(const detector::DetectorConfig& detector);
 
+/// What is scored: any engine for 16-bit pixels.
 using Engine = image_processing::Centroiding<std::uint16_t>;
 
 /// Renders frames and measures each with all engines, by ComputeSlopes. The errors of used sub-apertures count.

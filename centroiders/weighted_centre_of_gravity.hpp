@@ -12,9 +12,10 @@ namespace quen::centroiders {
 
 class Gaussian;
 
+/// What the numbers of WeightedCentreOfGravityConfig may be.
 struct WeightedCentreOfGravityLimits {
-  static constexpr common::Limits kFwhm = {1.0, 100.0};
-  static constexpr common::Limits kGain = {0.0, 100.0, true};
+  static constexpr common::Limits kFwhm = {1.0, 100.0};        ///< pixels
+  static constexpr common::Limits kGain = {0.0, 100.0, true};  ///< without a unit
 };
 
 /// Within WeightedCentreOfGravityLimits.

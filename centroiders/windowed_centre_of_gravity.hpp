@@ -7,18 +7,21 @@
 
 namespace quen::centroiders {
 
+/// What the window is around.
 enum class WindowCentre {
   kReference,       ///< the region's reference point
   kBrightestPixel,  ///< the brightest pixel; the mean position of the brightest ones where several are equal
 };
 
+/// What the numbers of WindowedCentreOfGravityConfig may be.
 struct WindowedCentreOfGravityLimits {
-  static constexpr common::Limits kHalfWidth = {0.5, 1000.0};
+  static constexpr common::Limits kHalfWidth = {0.5, 1000.0};  ///< pixels
 };
 
+/// Where the window is, and how wide.
 struct WindowedCentreOfGravityConfig {
-  WindowCentre around = WindowCentre::kBrightestPixel;
-  double half_width = 6.0;  ///< pixels, within WindowedCentreOfGravityLimits
+  WindowCentre around = WindowCentre::kBrightestPixel;  ///< the window's centre
+  double half_width = 6.0;                              ///< pixels, within WindowedCentreOfGravityLimits
 };
 
 /// The centre of gravity of those pixels whose column and row are at most `half_width` from the window's centre. The

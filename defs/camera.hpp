@@ -35,8 +35,8 @@ const std::map<std::string, Camera> kCameraByName = {
 /// Names of the product's modules, shared like the cameras.
 // NOLINTBEGIN(cert-err58-cpp): too short to allocate.
 const std::string kModuleApp = "app";
-const std::string kModulePimSm = "pim.sm";
-const std::string kModulePim = "pim";
+const std::string kModulePimSm = "pim.sm";  ///< likewise
+const std::string kModulePim = "pim";       ///< likewise
 // NOLINTEND(cert-err58-cpp)
 
 }  // namespace quen::defs

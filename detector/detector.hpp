@@ -40,8 +40,8 @@ namespace quen::detector {
 
 struct Plan;
 
-inline constexpr std::size_t kWidth = 840;  ///< pixels in a row
-inline constexpr std::size_t kHeight = 816;
+inline constexpr std::size_t kWidth = 840;                ///< pixels in a row
+inline constexpr std::size_t kHeight = 816;               ///< rows
 inline constexpr std::size_t kPixels = kWidth * kHeight;  ///< pixel (column x, row y) is element x + 840 · y
 
 /// What is wrong with a pixel, if anything.
@@ -52,16 +52,17 @@ enum class PixelState : std::uint8_t {
   kStuck = 3,  ///< always gives the same count, its level
 };
 
+/// What the numbers of DetectorConfig may be.
 struct DetectorLimits {
-  static constexpr common::Limits kElectronsPerUnit = {0.0, 1e6};
-  static constexpr common::Limits kElectrons = {0.0, 1e9};  ///< of a pixel: light, dark, or both
-  static constexpr common::Limits kEmGain = {1.0, 1e4};
-  static constexpr common::Limits kReadNoise = {0.0, 1e6};
-  static constexpr common::Limits kFullWell = {0.0, kElectrons.highest, true};
-  static constexpr common::Limits kGain = {0.0, 1e6, true};
-  static constexpr common::Limits kOffset = {-65535.0, 65535.0};
-  static constexpr common::Limits kBits = {1, 16};
-  static constexpr common::Limits kResponse = {0.0, 1000.0};
+  static constexpr common::Limits kElectronsPerUnit = {0.0, 1e6};               ///< electrons for a value of 1
+  static constexpr common::Limits kElectrons = {0.0, 1e9};                      ///< of a pixel: light, dark, or both
+  static constexpr common::Limits kEmGain = {1.0, 1e4};                         ///< without a unit
+  static constexpr common::Limits kReadNoise = {0.0, 1e6};                      ///< electrons RMS
+  static constexpr common::Limits kFullWell = {0.0, kElectrons.highest, true};  ///< electrons
+  static constexpr common::Limits kGain = {0.0, 1e6, true};                     ///< counts per electron
+  static constexpr common::Limits kOffset = {-65535.0, 65535.0};                ///< counts
+  static constexpr common::Limits kBits = {1, 16};                              ///< of the converter
+  static constexpr common::Limits kResponse = {0.0, 1000.0};                    ///< of each pixel, relative
 };
 
 /// A detector's parameters, within DetectorLimits. A map is empty, which is none, or has 685 440 elements.

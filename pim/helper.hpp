@@ -10,6 +10,7 @@
 
 namespace pim {
 
+/// The lookup, of which this system uses one function.
 class Helper {
  public:
   /// Looks `name` up along the configuration path: the directories of the environment variable CFGPATH, a

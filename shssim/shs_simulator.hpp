@@ -117,15 +117,15 @@ class ShsSimulator : public basesim::BaseSimulator {
 
  protected:
   // NOLINTBEGIN(cppcoreguidelines-non-private-member-variables-in-classes): derived simulators work on the data.
-  std::vector<double> frame_values;
-  std::vector<std::uint16_t> frame;
-  std::vector<double> flux_used;
-  std::vector<double> slopes;
-  std::vector<double> flux;
-  std::vector<double> x_slopes;
-  std::vector<double> x_slopes_used;
-  std::vector<double> y_slopes;
-  std::vector<double> y_slopes_used;
+  std::vector<double> frame_values;   ///< FrameValues()
+  std::vector<std::uint16_t> frame;   ///< Frame()
+  std::vector<double> flux_used;      ///< FluxUsed()
+  std::vector<double> slopes;         ///< Slopes()
+  std::vector<double> flux;           ///< Flux()
+  std::vector<double> x_slopes;       ///< XSlopes()
+  std::vector<double> x_slopes_used;  ///< XSlopesUsed()
+  std::vector<double> y_slopes;       ///< YSlopes()
+  std::vector<double> y_slopes_used;  ///< YSlopesUsed()
   // NOLINTEND(cppcoreguidelines-non-private-member-variables-in-classes)
 };
 

@@ -26,11 +26,11 @@ namespace quen::stream {
 
 static_assert(sizeof(std::timespec) == 16);
 
-inline constexpr std::array<char, 5> kVersion = {"2.00"};
-inline constexpr std::size_t kLongestName = 79;   ///< bytes
-inline constexpr std::size_t kLongestPath = 199;  ///< bytes, of the stream's file
-inline constexpr std::uint64_t kMostElements = 10'000'000'000;
-inline constexpr int kMostPosts = 10;  ///< a semaphore that holds as many is not posted again
+inline constexpr std::array<char, 5> kVersion = {"2.00"};       ///< of the layout
+inline constexpr std::size_t kLongestName = 79;                 ///< bytes
+inline constexpr std::size_t kLongestPath = 199;                ///< bytes, of the stream's file
+inline constexpr std::uint64_t kMostElements = 10'000'000'000;  ///< of all axes
+inline constexpr int kMostPosts = 10;                           ///< a semaphore that holds as many is not posted again
 
 /// What a pixel is; its number in the file.
 enum class PixelType : std::uint8_t {
@@ -57,37 +57,37 @@ constexpr std::size_t SizeOf(PixelType type) {
 
 /// The beginning of the file.
 struct Metadata {
-  std::array<char, 32> version;  ///< kVersion; written last, so that nobody uses a half-made stream
-  std::array<char, 80> name;
-  std::uint8_t axes;                  ///< 1 to 3
-  std::array<std::uint32_t, 3> size;  ///< pixels along each axis, the fastest first; 0 along unused ones
-  std::uint64_t elements;             ///< product of the axes in use
-  std::uint8_t type;                  ///< PixelType
-  std::uint64_t image_type;           ///< 0 or 2: a plain image
-  std::timespec created;              ///< this and all other times: TAI
-  std::timespec last_access;
-  std::timespec acquired;  ///< when the pixels that are there now were measured
-  std::timespec written;   ///< when they were put there
-  std::int32_t creator_pid;
-  std::int32_t owner_pid;  ///< 0: not set
-  std::uint8_t shared;     ///< 1
-  std::uint64_t inode;     ///< of this file
-  std::int8_t location;    ///< -1: memory of the processor
-  std::uint8_t status;
-  std::uint64_t flag;
-  std::uint8_t log_flag;
-  std::uint16_t semaphores;
-  std::uint16_t traces;
-  std::uint64_t cnt0;  ///< frames written so far
-  std::uint64_t cnt1;  ///< last slice of a cube
-  std::uint64_t cnt2;  ///< events
-  std::uint8_t write;  ///< 1 while a frame is being written
-  std::uint16_t keywords;
-  std::uint32_t past_frames;       ///< length of the ring of past frames
-  std::uint32_t past_frame_index;  ///< place in it
-  std::uint64_t past_frame_cycle;
-  std::uint64_t image_bytes;  ///< of the pixels
-  std::array<std::byte, 64> graphics_memory;
+  std::array<char, 32> version;               ///< kVersion; written last, so that nobody uses a half-made stream
+  std::array<char, 80> name;                  ///< of the stream
+  std::uint8_t axes;                          ///< 1 to 3
+  std::array<std::uint32_t, 3> size;          ///< pixels along each axis, the fastest first; 0 along unused ones
+  std::uint64_t elements;                     ///< product of the axes in use
+  std::uint8_t type;                          ///< PixelType
+  std::uint64_t image_type;                   ///< 0 or 2: a plain image
+  std::timespec created;                      ///< this and all other times: TAI
+  std::timespec last_access;                  ///< others' to set; here when it was made
+  std::timespec acquired;                     ///< when the pixels that are there now were measured
+  std::timespec written;                      ///< when they were put there
+  std::int32_t creator_pid;                   ///< the process that made the file
+  std::int32_t owner_pid;                     ///< 0: not set
+  std::uint8_t shared;                        ///< 1
+  std::uint64_t inode;                        ///< of this file
+  std::int8_t location;                       ///< -1: memory of the processor
+  std::uint8_t status;                        ///< other programs' own; 0 in what is made here
+  std::uint64_t flag;                         ///< the same
+  std::uint8_t log_flag;                      ///< the same
+  std::uint16_t semaphores;                   ///< how many there are, without the log's
+  std::uint16_t traces;                       ///< how many there are
+  std::uint64_t cnt0;                         ///< frames written so far
+  std::uint64_t cnt1;                         ///< last slice of a cube
+  std::uint64_t cnt2;                         ///< events
+  std::uint8_t write;                         ///< 1 while a frame is being written
+  std::uint16_t keywords;                     ///< how many there are, unused ones included
+  std::uint32_t past_frames;                  ///< length of the ring of past frames
+  std::uint32_t past_frame_index;             ///< place in it
+  std::uint64_t past_frame_cycle;             ///< how often it went round
+  std::uint64_t image_bytes;                  ///< of the pixels
+  std::array<std::byte, 64> graphics_memory;  ///< a handle, where the pixels are not in the processor's memory
 };
 static_assert(offsetof(Metadata, version) == 0);
 static_assert(offsetof(Metadata, name) == 32);
@@ -124,11 +124,11 @@ static_assert(sizeof(Metadata) == 384);
 
 /// A keyword as it stands in the file.
 struct KeywordEntry {
-  std::array<char, 16> name;
+  std::array<char, 16> name;                   ///< ends with a zero byte
   char type;                                   ///< 'N' unused, 'L' integer, 'D' double, 'S' text
   alignas(8) std::array<std::byte, 16> value;  ///< the number in the first eight bytes, or the text
   std::uint64_t writes;                        ///< how often the value was written
-  std::array<char, 80> comment;
+  std::array<char, 80> comment;                ///< ends with a zero byte
 };
 static_assert(offsetof(KeywordEntry, name) == 0);
 static_assert(offsetof(KeywordEntry, type) == 16);
@@ -139,14 +139,14 @@ static_assert(sizeof(KeywordEntry) == 128);
 
 /// What made a program write a frame; ours leave no traces.
 struct Trace {
-  std::int32_t trigger_mode;
-  std::int32_t writer_pid;
-  std::uint64_t trigger_inode;
-  std::timespec start;
-  std::timespec update;
-  std::int32_t semaphore;  ///< its index; -1: none
-  std::int32_t status;
-  std::uint64_t trigger_cnt0;
+  std::int32_t trigger_mode;    ///< how it was woken
+  std::int32_t writer_pid;      ///< the program
+  std::uint64_t trigger_inode;  ///< file of the stream that woke it
+  std::timespec start;          ///< when it was woken
+  std::timespec update;         ///< when it wrote
+  std::int32_t semaphore;       ///< its index; -1: none
+  std::int32_t status;          ///< other programs' own
+  std::uint64_t trigger_cnt0;   ///< cnt0 of the stream that woke it
 };
 static_assert(offsetof(Trace, trigger_mode) == 0);
 static_assert(offsetof(Trace, writer_pid) == 4);

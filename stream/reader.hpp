@@ -59,6 +59,7 @@ class Reader {
   Reader(Reader&&) = delete;
   Reader& operator=(Reader&&) = delete;
 
+  /// What its pixels are.
   [[nodiscard]] QUEN_EXPORT PixelType Type() const;
   /// Pixels along each axis, the fastest (x) first: 1 to 3.
   [[nodiscard]] QUEN_EXPORT std::vector<std::uint32_t> Size() const;
@@ -80,6 +81,7 @@ class Reader {
 
   /// Copies the pixels that are there. Allocates nothing, but for the values in their first use, and for texts.
   /// @param pixels  Bytes() bytes
+  /// @param info    gets what is told with them
   /// @returns whether they and `info` are one whole frame; if not, both hold parts of two, and one reads again
   /// @throws std::invalid_argument  another number of bytes
   QUEN_EXPORT bool Read(gsl::span<std::byte> pixels, FrameInfo& info) const;

@@ -29,9 +29,10 @@
 
 namespace quen::stream {
 
-inline constexpr std::uint16_t kSemaphores = 10;
-inline constexpr std::uint16_t kTraces = 10;
+inline constexpr std::uint16_t kSemaphores = 10;  ///< of a stream that is made here
+inline constexpr std::uint16_t kTraces = 10;      ///< the same
 
+/// What a stream is to be.
 struct StreamConfig {
   std::string name;                    ///< as for PathOf
   PixelType type = PixelType::kInt16;  ///< of all pixels
@@ -77,6 +78,7 @@ class Writer {
   [[nodiscard]] QUEN_EXPORT std::size_t SemaphoresTaken() const;
   /// Of a frame's pixels.
   [[nodiscard]] QUEN_EXPORT std::size_t Bytes() const;
+  /// Of its file.
   [[nodiscard]] QUEN_EXPORT const std::string& Path() const;
 
  private:

@@ -53,14 +53,17 @@ template <typename T>
 struct CppToFits;
 
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): the type of `format` is part of the interface.
+/// Of std::uint8_t.
 template <>
 struct CppToFits<unsigned char> {
   QUEN_EXPORT static const char* format;  ///< "B"
 };
+/// Of std::uint16_t.
 template <>
 struct CppToFits<unsigned short> {
   QUEN_EXPORT static const char* format;  ///< "U"
 };
+/// Of double.
 template <>
 struct CppToFits<double> {
   QUEN_EXPORT static const char* format;  ///< "D"
@@ -98,6 +101,7 @@ QUEN_EXPORT ImgParams ReadImgParams(const Handle& handle);
 
 /// Reads a whole image.
 ///
+/// @param handle    positioned on the image
 /// @param buffer    room for `count` elements of the type that `datatype` names; filled fastest axis first
 /// @param count     at least the number of pixels; elements beyond it are left alone
 /// @param bitpix    BITPIX that the file must have
@@ -110,7 +114,12 @@ QUEN_EXPORT void ReadImgPriv(const Handle& handle, void* buffer, std::size_t cou
 
 /// Reads one plane, NAXIS1 × NAXIS2 pixels, of a three-dimensional image.
 ///
-/// @param slice  0-based index along the third axis; the other arguments as for ReadImgPriv
+/// @param handle    positioned on the image
+/// @param buffer    as for ReadImgPriv
+/// @param count     at least NAXIS1 × NAXIS2
+/// @param bitpix    as for ReadImgPriv
+/// @param datatype  as for ReadImgPriv
+/// @param slice     0-based index along the third axis
 /// @throws std::invalid_argument  not three axes; other BITPIX
 /// @throws std::out_of_range      no such plane
 /// @throws std::invalid_argument  buffer too small (all checked in this order; buffer untouched)
@@ -122,6 +131,7 @@ QUEN_EXPORT void ReadImgSlicePriv(const Handle& handle, void* buffer, std::size_
 ///
 /// @param handle    from FitsFileWrite, opened without an extension name
 /// @param buffer    `count` elements of the type that `datatype` names, fastest axis first
+/// @param count     number of pixels
 /// @param bitpix    pixel type of the file: 16 or -64 here
 /// @param datatype  CFITSIO code of the buffer's elements: 21 for the 16-bit frame, 82 for double
 /// @param dims      axis lengths NAXIS1, NAXIS2, …; their product is `count`
@@ -132,7 +142,10 @@ QUEN_EXPORT void WriteImgPriv(const Handle& handle, const void* buffer, std::siz
 
 /// Reads the value of one header keyword of the image that the handle is positioned on.
 ///
+/// @param handle    positioned on the image
 /// @param value     room for one value of the type that `datatype` names (FLEN_VALUE characters for TSTRING)
+/// @param datatype  CFITSIO code of the value
+/// @param key       the keyword
 /// @throws std::runtime_error  HDU type is not 0; no such keyword, or its value does not convert
 QUEN_EXPORT void ReadImgHeaderPriv(const Handle& handle, void* value, int datatype, const std::string& key);
 
@@ -140,14 +153,18 @@ QUEN_EXPORT void ReadImgHeaderPriv(const Handle& handle, void* value, int dataty
 
 /// Lists the columns of the table that the handle is positioned on.
 ///
+/// @param handle  positioned on the table
 /// @param column  none: all columns; a name: the first column of exactly this name, or no column if there is none
 /// @throws std::runtime_error  HDU type is neither 1 nor 2, CFITSIO failure
 QUEN_EXPORT TableParams ReadTableParams(const Handle& handle, const std::optional<std::string>& column);
 
 /// Reads a column, one element per row.
 ///
+/// @param handle    positioned on the table
 /// @param buffer    room for `capacity` elements of the type that `datatype` names
 /// @param capacity  at least the number of rows; elements beyond it are left alone
+/// @param datatype  CFITSIO code of the buffer's elements; CFITSIO converts
+/// @param column    its name
 /// @return          `capacity`
 /// @throws std::invalid_argument  no such column; buffer too small (buffer untouched)
 /// @throws std::runtime_error     not a table; CFITSIO failure; undefined entries (buffer then partly written)
@@ -172,7 +189,10 @@ QUEN_EXPORT void WriteTable(const Handle& handle, const std::vector<std::pair<st
 
 /// Writes into a column; the table grows as needed.
 ///
+/// @param handle     from FitsFileWrite, positioned on the table
 /// @param data       `count` elements of the type that `datatype` names, one per row in a scalar column
+/// @param count      number of elements
+/// @param datatype   CFITSIO code of the elements
 /// @param column     1-based column number
 /// @param first_row  1-based row of the first element
 /// @return           `count`

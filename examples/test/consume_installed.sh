@@ -31,10 +31,8 @@ pkg_config_path=$(dirname "$(find "$prefix" -name quen_shssim.pc)")
 library_path=$(dirname "$pkg_config_path")
 
 # What a host finds installed is every header at the top of a module, but for those that say they are internal.
-(cd "$prefix/include/quen_shssim" && find . -type f | sort) >"$work/installed"
-modules="./basesim ./centroiders ./common ./defs ./detector ./pim ./quen_image_processing ./shssim ./stream"
-(cd "$source" && find $modules -name '*.hpp' -not -path '*/src/*' \
-  -not -path '*/test/*' -exec grep --files-without-match 'Internal to the' {} + | sort) >"$work/offered"
+(cd "$prefix/include/quen_shssim" && find . -type f | LC_ALL=C sort) >"$work/installed"
+"$source/testing/public_headers.sh" "$source" >"$work/offered"
 diff -u "$work/offered" "$work/installed" || fail "installed headers differ from the public ones"
 
 "$prefix/bin/quen-shs" calibrate "$work/sensor" >/dev/null
