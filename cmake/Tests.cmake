@@ -9,7 +9,7 @@ find_package(Eigen3 REQUIRED)
 find_program(QUEN_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
 
 add_library(quen_testing STATIC testing/calibration.cpp testing/fits_files.cpp testing/process.cpp
-                                testing/second_reader.cpp)
+                                testing/python.cpp testing/second_reader.cpp)
 target_compile_definitions(quen_testing PUBLIC QUEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}" QUEN_PYTHON="${QUEN_PYTHON}")
 target_include_directories(quen_testing PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(quen_testing PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL GTest::gtest_main

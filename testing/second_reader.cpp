@@ -1,70 +1,57 @@
 #include "testing/second_reader.hpp"
 
-#include <cstdlib>
 #include <sstream>
 #include <stdexcept>
 
 #include "testing/process.hpp"
+#include "testing/python.hpp"
 
 namespace quen::testing {
 namespace {
 
-/// What a command printed, and its exit code where that is not 0.
-std::string OutputOf(const std::string& command) {
-  const Outcome outcome = Run(command);
+/// What a program printed, and its exit code where that is not 0.
+std::string All(const Outcome& outcome) {
   const std::string failure =
       outcome.exit_code == 0 ? std::string() : "(exit code " + std::to_string(outcome.exit_code) + ")\n";
   return outcome.out + outcome.err + failure;
 }
 
-std::string Astropy(const std::string& arguments) {
-  return OutputOf(QUEN_PYTHON " " QUEN_SOURCE_DIR "/testing/read_fits.py " + arguments);
-}
+/// A call of a function of read_fits.py.
+Outcome Astropy(const std::string& call) { return RunPython("import read_fits\nread_fits." + call); }
 
-double Number(const std::string& line, const std::string& output) {
-  char* end = nullptr;
-  const double value = std::strtod(line.c_str(), &end);
-  if (end == line.c_str()) throw std::runtime_error("not a number: " + output.substr(0, 2000));
-  return value;
-}
-
-std::vector<double> Numbers(const std::string& output) {
-  std::vector<double> values;
-  std::istringstream lines(output);
-  for (std::string line; std::getline(lines, line);) values.push_back(Number(line, output));
+/// Lists of numbers as read_fits.py writes them.
+std::vector<std::vector<double>> Numbers(const Outcome& outcome, std::size_t lists) {
+  if (outcome.exit_code != 0) throw std::runtime_error("no numbers: " + outcome.err);
+  std::istringstream bytes(outcome.out);
+  std::vector<std::vector<double>> values(lists);
+  for (std::vector<double>& list : values) {
+    std::string size;
+    std::getline(bytes, size);
+    list.resize(std::stoul(size));
+    bytes.read(reinterpret_cast<char*>(list.data()), static_cast<std::streamsize>(list.size() * sizeof(double)));
+  }
   return values;
 }
 
 }  // namespace
 
 std::string ComplaintsOfFitsverify(const std::string& path) {
-  const std::string output = OutputOf("fitsverify -q " + Quoted(path));
-  return output.starts_with("verification OK") ? std::string() : output + OutputOf("fitsverify " + Quoted(path));
+  const std::string output = All(Run("fitsverify -q " + Quoted(path)));
+  return output.starts_with("verification OK") ? std::string() : output + All(Run("fitsverify " + Quoted(path)));
 }
 
-std::string DescribedByAstropy(const std::string& path) { return Astropy("describe " + Quoted(path)); }
+std::string DescribedByAstropy(const std::string& path) { return All(Astropy("describe(" + PythonText(path) + ")")); }
 
 std::vector<double> ImageReadByAstropy(const std::string& path, int hdu) {
-  return Numbers(Astropy("image " + Quoted(path) + " " + std::to_string(hdu)));
+  return Numbers(Astropy("image(" + PythonText(path) + ", " + std::to_string(hdu) + ")"), 1).front();
 }
 
 std::vector<std::vector<double>> ColumnsReadByAstropy(const std::string& path, const std::string& extension,
                                                       const std::vector<std::string>& columns) {
-  std::string arguments = "columns " + Quoted(path) + " " + Quoted(extension);
-  for (const std::string& column : columns) arguments += " " + Quoted(column);
-  const std::string output = Astropy(arguments);
-  std::vector<std::vector<double>> values(1);
-  std::istringstream lines(output);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.empty()) {
-      values.emplace_back();
-    } else {
-      values.back().push_back(Number(line, output));
-    }
-  }
-  values.pop_back();  // behind the last column
-  if (values.size() != columns.size()) throw std::runtime_error("other columns: " + output.substr(0, 2000));
-  return values;
+  std::string names;
+  for (const std::string& column : columns) names.append(PythonText(column)).append(", ");
+  return Numbers(Astropy("columns(" + PythonText(path) + ", " + PythonText(extension) + ", [" + names + "])"),
+                 columns.size());
 }
 
 std::vector<double> ColumnReadByAstropy(const std::string& path, const std::string& extension,
@@ -78,7 +65,8 @@ RegionColumns RegionsReadByAstropy(const std::string& path) {
 }
 
 std::string KeywordReadByAstropy(const std::string& path, int hdu, const std::string& key) {
-  std::string text = Astropy("keyword " + Quoted(path) + " " + std::to_string(hdu) + " " + Quoted(key));
+  std::string text =
+      All(Astropy("keyword(" + PythonText(path) + ", " + std::to_string(hdu) + ", " + PythonText(key) + ")"));
   if (!text.empty()) text.pop_back();
   return text;
 }

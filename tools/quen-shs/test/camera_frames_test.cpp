@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "testing/process.hpp"
+#include "testing/python.hpp"
 #include "testing/second_reader.hpp"
 #include "tools/quen-shs/test/quen_shs.hpp"
 
@@ -24,9 +25,9 @@ class CameraFrames : public quen::testing::SensorToolTest {
 
   /// Makes camera.fits of `d`, the pixels of frame.fits.
   void MakeCamera(const std::string& python) {
-    const Outcome made = quen::testing::Run(
-        QUEN_PYTHON " -c 'from astropy.io import fits; import numpy; d = fits.getdata(\"" + File("frame.fits") +
-        "\").astype(numpy.int32); " + python + ".writeto(\"" + File("camera.fits") + "\", overwrite=True)'");
+    const Outcome made = quen::testing::RunPython("from astropy.io import fits; import numpy; d = fits.getdata(\"" +
+                                                  File("frame.fits") + "\").astype(numpy.int32); " + python +
+                                                  ".writeto(\"" + File("camera.fits") + "\", overwrite=True)");
     ASSERT_EQ(made.exit_code, 0) << made.err;
   }
 
@@ -81,11 +82,10 @@ TEST_F(CameraFrames, OfACubeHaveATableEach) {
   EXPECT_NE(report.find("\nframes                  3\n"), std::string::npos) << report;
   EXPECT_NE(report.find(" of 1821 spots"), std::string::npos) << report;
   EXPECT_EQ(quen::testing::ComplaintsOfFitsverify(File("b.fits")), "");
-  const Outcome same = quen::testing::Run(
-      QUEN_PYTHON " -c 'from astropy.io import fits; a = fits.open(\"" + File("a.fits") + "\"); b = fits.open(\"" +
-      File("b.fits") +
+  const Outcome same = quen::testing::RunPython(
+      "from astropy.io import fits; a = fits.open(\"" + File("a.fits") + "\"); b = fits.open(\"" + File("b.fits") +
       "\"); print([(h.name, h.ver) for h in b[1:]], (a[\"slopes\"].data == b[\"slopes\", 2].data).all(), "
-      "abs(b[\"slopes\", 3].data[\"x\"] - b[\"slopes\", 2].data[\"x\"]).max() > 1)'");
+      "abs(b[\"slopes\", 3].data[\"x\"] - b[\"slopes\", 2].data[\"x\"]).max() > 1)");
   EXPECT_EQ(same.out, "[('rois', 1), ('rois_use', 1), ('slopes', 1), ('slopes', 2), ('slopes', 3)] True True\n")
       << same.err;
 }
@@ -200,9 +200,9 @@ TEST_F(CameraFrames, PixelsWithoutAValueAreBadOnes) {
   EXPECT_EQ(LargestDifference(), 0.0);
   MakeCamera(hot + "fits.PrimaryHDU(numpy.stack([d, numpy.where(hot, numpy.nan, d), d]))");
   Measured(File("camera.fits") + " --output " + File("b.fits"));
-  const Outcome of_cube = quen::testing::Run(
-      QUEN_PYTHON " -c 'from astropy.io import fits; b = fits.open(\"" + File("b.fits") +
-      "\"); x = [b[\"slopes\", k].data[\"x\"] for k in (1, 2, 3)]; print((x[0] == x[2]).all(), (x[0] == x[1]).all())'");
+  const Outcome of_cube = quen::testing::RunPython(
+      "from astropy.io import fits; b = fits.open(\"" + File("b.fits") +
+      "\"); x = [b[\"slopes\", k].data[\"x\"] for k in (1, 2, 3)]; print((x[0] == x[2]).all(), (x[0] == x[1]).all())");
   EXPECT_EQ(of_cube.out, "True False\n") << of_cube.err;
   MakeCamera("fits.PrimaryHDU(d * numpy.nan)");
   ExpectRefusal(File("camera.fits"), 1,

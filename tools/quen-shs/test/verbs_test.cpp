@@ -9,6 +9,7 @@
 #include "testing/calibration.hpp"
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
+#include "testing/python.hpp"
 #include "testing/second_reader.hpp"
 #include "tools/quen-shs/test/quen_shs.hpp"
 #include "workbench/sensor/calibration.hpp"
@@ -91,8 +92,9 @@ TEST_F(Verbs, FrameIsTheSimulatorsAndRepeatable) {
   EXPECT_EQ(quen::testing::DescribedByAstropy(File("frame.fits")), "0 image '' 16 840x816\n");
   // Sub-aperture 8 + 33 · 16 is used: its spot is 1.25 columns to the right of (227.5, 407.5).
   const double expected = 4096.0 * std::exp(-(0.75 * 0.75 + 0.5 * 0.5) / 8.0);
-  const Outcome pixels = quen::testing::Run(QUEN_PYTHON " -c 'from astropy.io import fits; d = fits.getdata(\"" +
-                                            File("frame.fits") + "\"); print(d[407, 228], d[407, 227] < d[407, 229])'");
+  const Outcome pixels =
+      quen::testing::RunPython("from astropy.io import fits; d = fits.getdata(\"" + File("frame.fits") +
+                               "\"); print(d[407, 228], d[407, 227] < d[407, 229])");
   EXPECT_EQ(pixels.out, std::to_string(static_cast<int>(expected)) + " True\n") << pixels.err;
 
   for (const char* const run : {"a.fits --seed 4", "b.fits --seed 4", "c.fits --seed 5"}) {
@@ -184,9 +186,9 @@ TEST_F(Verbs, MeasureGivesErrorsAsMeasuredLessTrue) {
 TEST_F(Verbs, MeasureTakesAnInstrumentsUnsignedFrame) {
   Do("frame", "--shape tip:1 --noise 0");
   // As a camera's software writes it: unsigned by BZERO, with a background of 100.
-  const Outcome made = quen::testing::Run(
-      QUEN_PYTHON " -c 'from astropy.io import fits; import numpy; d = fits.getdata(\"" + File("frame.fits") +
-      "\"); fits.writeto(\"" + File("camera.fits") + "\", (d + 100).astype(numpy.uint16))'");
+  const Outcome made =
+      quen::testing::RunPython("from astropy.io import fits; import numpy; d = fits.getdata(\"" + File("frame.fits") +
+                               "\"); fits.writeto(\"" + File("camera.fits") + "\", (d + 100).astype(numpy.uint16))");
   ASSERT_EQ(made.exit_code, 0) << made.err;
   EXPECT_EQ(quen::testing::KeywordReadByAstropy(File("camera.fits"), 0, "BZERO"), "32768");
   Do("measure", File("frame.fits") + " --output " + File("a.fits"));
@@ -389,8 +391,8 @@ TEST_F(Verbs, ScoreWritesItsTable) {
   const auto rms = ColumnReadByAstropy(File("scores.fits"), "scores", "rms_x");
   EXPECT_LT(rms[0], rms[18]);
   const Outcome names =
-      quen::testing::Run(QUEN_PYTHON " -c 'from astropy.io import fits; t = fits.getdata(\"" + File("scores.fits") +
-                         "\", \"scores\"); print(t[\"engine\"][0], t[\"engine\"][1])'");
+      quen::testing::RunPython("from astropy.io import fits; t = fits.getdata(\"" + File("scores.fits") +
+                               "\", \"scores\"); print(t[\"engine\"][0], t[\"engine\"][1])");
   EXPECT_EQ(names.out, "weighted windowed:half-width=4\n");
 }
 
