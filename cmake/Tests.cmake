@@ -296,6 +296,15 @@ if(QUEN_BUILD_TOOLS)
   set_tests_properties(ServedFrames.AreReadByOthers PROPERTIES LABELS tool TIMEOUT 600)
 endif()
 
+# --- A server's camera, taken from by Aravis' own client. Skipped where there is no Aravis for Python, or no network
+# namespace. Aravis' threads are none that a sanitizer knows.
+if(QUEN_BUILD_TOOLS AND QUEN_BUILD_GIGE AND NOT QUEN_SANITIZE)
+  add_test(NAME GigeFrames.AreTakenByOthers COMMAND ${QUEN_PYTHON} tools/quen-shs/test/gige_frames.py
+                                                    $<TARGET_FILE:quen-shs>
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(GigeFrames.AreTakenByOthers PROPERTIES LABELS tool TIMEOUT 300 SKIP_RETURN_CODE 77)
+endif()
+
 # --- The order of the rooms.
 add_test(NAME Includes.PointDown COMMAND ${QUEN_PYTHON} testing/check_includes.py ${PROJECT_SOURCE_DIR}
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
