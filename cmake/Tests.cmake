@@ -303,6 +303,9 @@ if(QUEN_BUILD_TOOLS AND QUEN_BUILD_GIGE AND NOT QUEN_SANITIZE)
                                                     $<TARGET_FILE:quen-shs>
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(GigeFrames.AreTakenByOthers PROPERTIES LABELS tool TIMEOUT 300 SKIP_RETURN_CODE 77)
+  # Built where somebody asks for it, to measure: gige_frames.py build/dev/gige_rate --measure 500 10
+  add_executable(gige_rate EXCLUDE_FROM_ALL workbench/serve/test/gige_rate.cpp)
+  target_link_libraries(gige_rate PRIVATE quen_serve fmt::fmt quen_warnings)
 endif()
 
 # --- The order of the rooms.
