@@ -296,6 +296,18 @@ if(QUEN_BUILD_TOOLS)
   set_tests_properties(ServedFrames.AreReadByOthers PROPERTIES LABELS tool TIMEOUT 600)
 endif()
 
+# --- A server's camera, taken from by Aravis' own client. Skipped where there is no Aravis for Python, or no network
+# namespace. Aravis' threads are none that a sanitizer knows.
+if(QUEN_BUILD_TOOLS AND QUEN_BUILD_GIGE AND NOT QUEN_SANITIZE)
+  add_test(NAME GigeFrames.AreTakenByOthers COMMAND ${QUEN_PYTHON} tools/quen-shs/test/gige_frames.py
+                                                    $<TARGET_FILE:quen-shs>
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(GigeFrames.AreTakenByOthers PROPERTIES LABELS tool TIMEOUT 300 SKIP_RETURN_CODE 77)
+  # Built where somebody asks for it, to measure: gige_frames.py build/dev/gige_rate --measure 500 10
+  add_executable(gige_rate EXCLUDE_FROM_ALL workbench/serve/test/gige_rate.cpp)
+  target_link_libraries(gige_rate PRIVATE quen_serve fmt::fmt quen_warnings)
+endif()
+
 # --- The order of the rooms.
 add_test(NAME Includes.PointDown COMMAND ${QUEN_PYTHON} testing/check_includes.py ${PROJECT_SOURCE_DIR}
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})

@@ -33,6 +33,19 @@ if(QUEN_BUILD_TOOLS)
   endif()
 endif()
 
+# A sensor as a camera on the network. Where Aravis is not found, serve says that it has none.
+quen_choice(QUEN_BUILD_GIGE "Let the host tool be a GigE Vision camera")
+if(QUEN_BUILD_TOOLS AND QUEN_BUILD_GIGE)
+  pkg_check_modules(aravis QUIET IMPORTED_TARGET aravis-0.8)
+  if(NOT aravis_FOUND)
+    if(NOT QUEN_BUILD_GIGE STREQUAL "AUTO")
+      message(FATAL_ERROR "QUEN_BUILD_GIGE is ${QUEN_BUILD_GIGE}, but a GigE Vision camera needs Aravis; on Debian: apt "
+                          "install libaravis-dev libusb-1.0-0-dev")
+    endif()
+    set(QUEN_BUILD_GIGE OFF)
+  endif()
+endif()
+
 if(QUEN_BUILD_TOOLS)
   add_subdirectory(workbench)
   add_subdirectory(tools/quen-shs)

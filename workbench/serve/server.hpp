@@ -13,6 +13,7 @@
 #include "workbench/live/durations.hpp"
 #include "workbench/sensor/camera.hpp"
 #include "workbench/serve/faults.hpp"
+#include "workbench/serve/gige_camera.hpp"
 #include "workbench/serve/pixel_faults.hpp"
 #include "workbench/serve/schedule.hpp"
 #include "workbench/serve/spot_source.hpp"
@@ -33,6 +34,7 @@ struct ServeOptions {
   Exposure exposure = {};
   std::optional<Time> lockstep = {};  ///< each frame waits for an answer to the one before, for so long at the most
   std::size_t ahead = 0;              ///< frames drawn before their time; without faults and input alone
+  GigeCamera* camera = nullptr;       ///< gets what the stream gets, after it
 };
 
 /// What a server has done so far.

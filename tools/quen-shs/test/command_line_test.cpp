@@ -333,7 +333,7 @@ TEST(CommandLine, LittleMemoryIsASentence) {
        {"calibrate c --force --basis karhunen-loeve", "check s", "frame s --png p.png", "measure s frame.fits",
         "view frame.fits", "view telemetry.fits", "view s/data/CM.fits",
         "score s --frames 1 --engine weighted --output c.fits --png p.png", "loop s --frames 10"}) {
-    for (int kilobytes = 40000; kilobytes <= 90000; kilobytes += 7000) {
+    for (int kilobytes = 40000; kilobytes <= 104000; kilobytes += 7000) {
       const std::string command =
           "cd " + Quoted(folder.Path()) + " && ulimit -v " + std::to_string(kilobytes) + " && " + QUEN_SHS + " " + verb;
       const Outcome outcome = quen::testing::Run(command);

@@ -243,6 +243,7 @@ void Server::Put(const Ready& ready, std::timespec acquired) {
   }
   keywords_.front() = last_number_;
   writer_->Publish(gsl::as_bytes(ready.pixels), last_acquired_, keywords_);
+  if (options_.camera != nullptr) options_.camera->Send(ready.pixels);
 }
 
 void Server::Remake(bool goes_on) {

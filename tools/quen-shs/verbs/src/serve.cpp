@@ -55,6 +55,7 @@ struct ServeArguments {
   std::string faults;     ///< file, or random:SEED:SHARE; none if empty
   std::string log;        ///< file; none if empty
   std::string png;        ///< file; none if empty
+  std::string gige;       ///< address of a camera; none if empty
   std::size_t ahead = 0;
   int priority = 0;  ///< none if 0
   std::optional<std::size_t> processor;
@@ -88,6 +89,19 @@ workbench::AtEnd AtEndNamed(const std::string& word) {
 workbench::WhenLost WhenLostNamed(const std::string& word) {
   if (word == "zero") return workbench::WhenLost::kZero;
   return word == "stop" ? workbench::WhenLost::kStop : workbench::WhenLost::kHold;
+}
+
+/// A camera of the network, if one is asked for.
+std::unique_ptr<workbench::GigeCamera> CameraFor(const ServeArguments& command) {
+  if (command.gige.empty()) return nullptr;
+  if (command.exposure.detector == nullptr || command.type == "int16") {
+    throw std::runtime_error(
+        fmt::format("--gige: expected a detector (--detector, or a parameter of one such as --pedestal) and pixels of "
+                    "uint16, found {}; pixels of GigE Vision (Mono16) have no sign, and there is no format for those "
+                    "below zero",
+                    command.exposure.detector == nullptr ? "no detector" : "int16"));
+  }
+  return std::make_unique<workbench::GigeCamera>(command.gige, command.stream, command.Rate());
 }
 
 quen::stream::PixelType TypeFor(const ServeArguments& command) {
@@ -228,7 +242,8 @@ void AddDurations(Report& report, const std::string& key, const workbench::Durat
   }
 }
 
-Report ReportOf(const ServeArguments& command, const std::string& path, const workbench::ServeCounts& counts) {
+Report ReportOf(const ServeArguments& command, const std::string& path, const workbench::ServeCounts& counts,
+                const workbench::GigeCamera* gige) {
   Report report;
   report.Add("stream", path, "stream", path);
   report.Add("ended", counts.end, "ended", counts.end);
@@ -254,6 +269,11 @@ Report ReportOf(const ServeArguments& command, const std::string& path, const wo
                 {"lost", input.lost}},
                what, InWords(input));
   }
+  if (gige != nullptr) {
+    const auto [sent, left_out] = gige->Counts();
+    report.Add("gige", {{"sent", sent}, {"left_out", left_out}}, "GigE camera",
+               fmt::format("{}: {} sent, {} left out for a slow client", command.gige, sent, left_out));
+  }
   if (command.Rate() > 0.0) AddDurations(report, "lateness", counts.lateness);
   AddDurations(report, "intervals", counts.intervals);
   return report;
@@ -270,12 +290,14 @@ void Serve(ServeArguments& command) {
   const std::unique_ptr<workbench::SpotSource> spots = SpotsFor(command, camera, files, clock);
   std::optional<workbench::FaultScript> faults = FaultsFor(command, files);
 
+  const std::unique_ptr<workbench::GigeCamera> gige = CameraFor(command);
   workbench::ServeOptions options = {.stream = command.stream,
                                      .type = TypeFor(command),
                                      .rate = command.Rate(),
                                      .frames = command.frames.value_or(workbench::kNoEnd),
                                      .exposure = command.exposure,
-                                     .ahead = command.ahead};
+                                     .ahead = command.ahead,
+                                     .camera = gige.get()};
   if (command.lockstep) {
     options.lockstep = std::chrono::duration_cast<workbench::Time>(std::chrono::duration<double>(command.timeout));
   }
@@ -291,9 +313,10 @@ void Serve(ServeArguments& command) {
     server.Run();
     reprieve.emplace();
     if (log) log->Finish();
+    if (gige) gige->Finish();
     counts = server.Counts();
   }
-  Report report = ReportOf(command, path, counts);
+  Report report = ReportOf(command, path, counts, gige.get());
   if (!command.png.empty()) files.Give(command.png, workbench::DrawServe(counts.lateness, counts.intervals));
   if (!command.log.empty()) {
     report.Add("log", command.log, "log", command.log);
@@ -339,6 +362,9 @@ void AddServe(CommandLine& line) {
   strength.alias = "--amplitude";
   Argument type = OneOf("--type", "What the pixels are", {"int16", "uint16"}, command->type);
   type.otherwise = "int16, with a detector uint16";
+  Argument gige = File("--gige", "Address at which a GigE Vision camera has the same frames; with a detector", "none",
+                       command->gige);
+  gige.value = "ADDRESS";
   Argument faults = Checked(
       "--faults", "What goes wrong: a JSON file, or one fault in a share of the frames, 0 to 1",
       "FILE|random:SEED:SHARE",
@@ -393,7 +419,7 @@ seeds give equal runs, to the last bit.)",
              Flag("--lockstep", "Let each frame wait for an answer to the one before; rate 0", command->lockstep)},
             OnlyWith("--lockstep", {Number("--timeout", "How long", "s", kTimeouts, command->timeout)}),
             {std::move(faults), File("--log", "FITS file for truth and times, a row per frame", "none", command->log),
-             File("--png", "PNG file for a picture of lateness and intervals", "none", command->png),
+             File("--png", "PNG file for a picture of lateness and intervals", "none", command->png), std::move(gige),
              Number("--ahead", "Frames drawn before their time", "frames", kAheads, command->ahead),
              std::move(priority),
              Number("--cpu", "Processor on which frames are drawn", "", kProcessors, "any", command->processor),
