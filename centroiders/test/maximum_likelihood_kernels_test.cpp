@@ -262,7 +262,8 @@ void ExpectTheFormulas(const SpotMoments& sums, const Patch& patch, const SpotMo
   const auto expect = [&](double found, int n, std::size_t j, std::size_t k, bool of_residuals) {
     const double expected = SumOf(patch, model, noise, n, j, k, of_residuals);
     const double terms = SumOf(patch, model, noise, n, 2 * ((j + 1) / 2), 2 * ((k + 1) / 2), false);
-    EXPECT_NEAR(found, expected, relative * (std::abs(expected) + (of_residuals ? 3000.0 : 1.0) * terms)) << n << ' ' << j << ' ' << k;
+    EXPECT_NEAR(found, expected, relative * (std::abs(expected) + (of_residuals ? 3000.0 : 1.0) * terms))
+        << n << ' ' << j << ' ' << k;
   };
   for (const auto& [n, degree] :
        {std::pair(0U, powers(0, 0)), std::pair(1U, powers(0, 1)), std::pair(2U, powers(1, 1))}) {
