@@ -28,8 +28,6 @@ std::vector<Roi> Regions() {
   return rois;
 }
 
-const std::vector<std::uint8_t> kAllUsed(kAcross* kDown, 1);
-
 /// A spot of some electrons and deviation in each region, on a background.
 std::vector<double> Spots(double electrons, double sigma, double background) {
   std::vector<double> values(detector::kPixels, background);
