@@ -76,6 +76,8 @@ struct MaximumLikelihoodConfig {
 /// would change these variances by more than 0.7 of themselves, and a deviation by more than about a factor of two,
 /// only the part is taken that does not, in all parameters; and none moves the centre farther than half a pixel out of
 /// the region. The fit ends with the first step that moves neither the centre nor a deviation by more than `tolerance`.
+/// With a tolerance of 10⁻⁴ pixels or more, all steps but the first have their sums in single precision: what these err
+/// by is a ten-thousandth of the noise of photons, and shifts a centre by some 10⁻⁶ pixels.
 ///
 /// Pixels that do not count (pixel_reading.hpp) have weight 0. A flat map's response weighs pixels, too: the variance
 /// of their light is (μ + r²) / flat_map, which is exact but for the read noise. The noise of dark electrons belongs in

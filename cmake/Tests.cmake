@@ -195,6 +195,7 @@ if(QUEN_BUILD_TOOLS)
             workbench/sensor/test/camera_test.cpp
             workbench/sensor/test/files_test.cpp
             workbench/sensor/test/geometry_test.cpp
+            workbench/sensor/test/hot_pixels_test.cpp
             workbench/sensor/test/mean_spot_test.cpp
             workbench/sensor/test/sensor_test.cpp
             workbench/sensor/test/zernike_test.cpp

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 #include "common/simd/level.hpp"
 
@@ -13,6 +16,12 @@ namespace quen::centroiders {
 
 template <std::size_t W>
 using Doubles __attribute__((vector_size(8 * W))) = double;
+/// Of numbers of type T, and of whole numbers of their size.
+template <typename T, std::size_t W>
+using Lanes __attribute__((vector_size(sizeof(T) * W))) = T;
+template <typename T, std::size_t W>
+using WordsOf __attribute__((vector_size(sizeof(T) * W))) =
+    std::conditional_t<sizeof(T) == sizeof(std::int64_t), std::int64_t, std::int32_t>;
 template <std::size_t W>
 using Words __attribute__((vector_size(8 * W))) = std::int64_t;
 template <std::size_t W>
@@ -25,6 +34,14 @@ template <std::size_t W>
 QUEN_ALWAYS_INLINE void Count(std::size_t first, Doubles<W>& numbers) {
   for (std::size_t lane = 0; lane < W; ++lane) numbers[lane] = static_cast<double>(lane);
   numbers += static_cast<double>(first);
+}
+
+/// W numbers as doubles. From an array: GCC 12 widens its elements in one step.
+template <std::size_t W, typename T>
+QUEN_ALWAYS_INLINE void Widen(const T* numbers, Doubles<W>& wide) {
+  std::array<double, W> widened;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+  for (std::size_t lane = 0; lane < W; ++lane) widened[lane] = static_cast<double>(numbers[lane]);
+  std::memcpy(&wide, &widened, sizeof(wide));
 }
 
 /// Of sums over every eighth column or row.

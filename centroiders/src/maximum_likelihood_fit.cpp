@@ -28,6 +28,9 @@ MaximumLikelihoodConfig Checked(const MaximumLikelihoodConfig& config) {
   return config;
 }
 
+/// The least tolerance that sums in single precision are for, pixels: their steps come to rest at some 10⁻⁶.
+constexpr double kTolerableInSingle = 1e-4;
+
 constexpr double kOutside = 0.5;  // how far a centre may be from the centres of the outermost pixels
 
 /// What coefficients of g, of g·u, g·v and of those of the shape add to a spot.
@@ -71,11 +74,16 @@ class MaximumLikelihoodFit::Fit {
     const common::simd::Level level = common::simd::Best();
     reader_.Read(level, frame, roi, patch_);
     if (std::min(patch_.width, patch_.height) < kFewest) return std::nullopt;
+    Round(level, patch_, single_);
     SpotModel model = Start(level);
     const Extent& extent = terms_.SumsNeeded();
     if (!TakeStep(SumBeforeTheSpot(level, patch_, model, extent), model)) return std::nullopt;
+    const bool is_single = config_.tolerance >= kTolerableInSingle;
     for (int step = 1; step < config_.steps; ++step) {
-      const std::optional<Step> taken = TakeStep(SumSpotMoments(level, patch_, model, noise_, extent), model);
+      const std::optional<Step> taken =
+          TakeStep(is_single ? SumSpotMoments(level, single_, model, noise_, extent)
+                             : SumSpotMoments<double>(level, patch_, model, noise_, extent),
+                   model);
       if (!taken) return std::nullopt;
       if (!(taken->length <= config_.tolerance)) continue;
       if (model.height < config_.significance * taken->height_error) return std::nullopt;
@@ -95,7 +103,7 @@ class MaximumLikelihoodFit::Fit {
     const auto side = 2 * static_cast<std::size_t>(std::lround(sigma)) + 1;
     const bool is_sloping = config_.background_model == SpotBackground::kSlope;
     SpotModel model{};
-    model.centre = start_.Find(level, patch_, side, is_sloping);
+    model.centre = start_.Find(level, single_, side, is_sloping);
     model.p = {1.0 / (sigma * sigma), 0.0, 1.0 / (sigma * sigma)};
     if (config_.background_model == SpotBackground::kGiven) model.background = config_.gain * config_.background;
     return model;
@@ -133,6 +141,7 @@ class MaximumLikelihoodFit::Fit {
   double noise_;
   Terms terms_;
   Patch patch_;
+  SinglePatch single_;
   SmoothedMaximum start_;
 };
 

@@ -108,6 +108,19 @@ QUEN_TARGET_AVX512 bool ReadRowAvx512(const Row& row, const Scale& scale, double
   return ReadRow<8>(row, scale, light, response);
 }
 
+// --- Single precision
+
+/// Whole blocks of numbers.
+QUEN_ALWAYS_INLINE void RoundBlocks(const double* from, std::size_t count, float* to) {
+  for (std::size_t k = 0; k < count; k += kBlock) {
+    for (std::size_t lane = 0; lane < kBlock; ++lane) to[k + lane] = static_cast<float>(from[k + lane]);
+  }
+}
+
+void RoundPlain(const double* from, std::size_t count, float* to) { RoundBlocks(from, count, to); }
+QUEN_TARGET_AVX2 void RoundAvx2(const double* from, std::size_t count, float* to) { RoundBlocks(from, count, to); }
+QUEN_TARGET_AVX512 void RoundAvx512(const double* from, std::size_t count, float* to) { RoundBlocks(from, count, to); }
+
 // --- Bad pixels
 
 /// Whether some of these are not 0. Most often none is.
@@ -145,18 +158,22 @@ void Mend(Patch& patch) {
 
 }  // namespace
 
-Patch::Patch() {
-  light.reserve(kUsualPixels);
-  response.reserve(kUsualPixels);
-  bad.reserve(kUsualPixels);
-}
-
-void Patch::Resize(std::size_t new_width, std::size_t new_height) {
+template <typename Number>
+void PatchOf<Number>::Resize(std::size_t new_width, std::size_t new_height) {
   width = new_width;
   height = new_height;
   stride = WholeBlocks(width);
   light.resize(stride * height);
   response.resize(stride * height);
+}
+template struct PatchOf<double>;
+template struct PatchOf<float>;
+
+void Round(common::simd::Level level, const Patch& patch, SinglePatch& single) {
+  const auto round = common::simd::Pick(level, RoundPlain, RoundAvx2, RoundAvx512);
+  single.Resize(patch.width, patch.height);
+  round(patch.light.data(), patch.light.size(), single.light.data());
+  round(patch.response.data(), patch.response.size(), single.response.data());
 }
 
 PixelReader::PixelReader(const std::string& engine, PixelReading reading)

@@ -12,20 +12,36 @@
 namespace quen::centroiders {
 
 /// A region's light, row by row. Rows are padded to whole blocks with pixels that do not count.
-struct Patch {
+template <typename Number>
+struct PatchOf {
   static constexpr std::size_t kUsualPixels = 16384;  ///< room for as many is made beforehand
 
-  Patch();
+  PatchOf() {
+    light.reserve(kUsualPixels);
+    response.reserve(kUsualPixels);
+  }
   void Resize(std::size_t new_width, std::size_t new_height);
 
   std::size_t width = 0;
   std::size_t height = 0;
-  std::size_t stride = 0;          ///< from row to row
-  std::vector<double> light;       ///< counts
-  std::vector<double> response;    ///< that of the flat map; 0 where the pixel does not count
+  std::size_t stride = 0;        ///< from row to row
+  std::vector<Number> light;     ///< counts
+  std::vector<Number> response;  ///< that of the flat map; 0 where the pixel does not count
+};
+
+/// In single precision.
+using SinglePatch = PatchOf<float>;
+
+/// As it is read.
+struct Patch : PatchOf<double> {
+  Patch() { bad.reserve(kUsualPixels); }
+
   std::vector<std::size_t> bad;    ///< elements whose light is made up
   bool counts_everywhere = false;  ///< every response is known to be 1
 };
+
+/// The same region in single precision. The same bits at all levels.
+void Round(common::simd::Level level, const Patch& patch, SinglePatch& single);
 
 /// Reads regions as a PixelReading says.
 class PixelReader {

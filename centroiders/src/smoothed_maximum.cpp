@@ -33,7 +33,7 @@ struct Slopes {
 
 /// Down each column first; then every eighth one is added to those before it. In the padding there is no light.
 template <std::size_t W>
-QUEN_ALWAYS_INLINE void SumSlopes(const Patch& patch, Slopes& slopes) {
+QUEN_ALWAYS_INLINE void SumSlopes(const SinglePatch& patch, Slopes& slopes) {
   const double middle_x = 0.5 * static_cast<double>(patch.width - 1);
   const double middle_y = 0.5 * static_cast<double>(patch.height - 1);
   alignas(64) std::array<double, kBlock> sums_x = {};
@@ -44,7 +44,7 @@ QUEN_ALWAYS_INLINE void SumSlopes(const Patch& patch, Slopes& slopes) {
     double v = -middle_y;
     for (std::size_t k = x; k < patch.light.size(); k += patch.stride) {
       Doubles<W> light;
-      Load(light, patch.light.data() + k);
+      Widen<W>(patch.light.data() + k, light);
       column += light;
       with_v += light * v;
       v += 1.0;
@@ -68,13 +68,13 @@ QUEN_ALWAYS_INLINE void SumSlopes(const Patch& patch, Slopes& slopes) {
   slopes.y = 12.0 * SumOfEight(sums_y.data()) / (width * height * (height * height - 1.0));
 }
 
-void SlopesPlain(const Patch& patch, Slopes& slopes) { SumSlopes<2>(patch, slopes); }
-QUEN_TARGET_AVX2 void SlopesAvx2(const Patch& patch, Slopes& slopes) { SumSlopes<4>(patch, slopes); }
-QUEN_TARGET_AVX512 void SlopesAvx512(const Patch& patch, Slopes& slopes) { SumSlopes<8>(patch, slopes); }
+void SlopesPlain(const SinglePatch& patch, Slopes& slopes) { SumSlopes<2>(patch, slopes); }
+QUEN_TARGET_AVX2 void SlopesAvx2(const SinglePatch& patch, Slopes& slopes) { SumSlopes<4>(patch, slopes); }
+QUEN_TARGET_AVX512 void SlopesAvx512(const SinglePatch& patch, Slopes& slopes) { SumSlopes<8>(patch, slopes); }
 
 /// Where the search has what it works on; rows are `stride` apart.
 struct Search {
-  const Patch& patch;
+  const SinglePatch& patch;
   Slopes slopes = {};
   std::size_t side = 0;
   float* light = nullptr;
@@ -159,27 +159,28 @@ QUEN_ALWAYS_INLINE void Compare(const Search& s, std::size_t x) {
   Store(row, s.row + x);
 }
 
-/// The region's light, less a plane, in single precision; half as many at a time, for doubles take twice the room.
+/// The region's light, less a plane.
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void SubtractPlane(const Search& s) {
+  const auto slope_x = static_cast<float>(s.slopes.x);
+  const auto slope_y = static_cast<float>(s.slopes.y);
   for (std::size_t x = 0; x < s.patch.stride; x += W) {
-    Doubles<W> plane;
-    Count<W>(x, plane);
-    plane *= s.slopes.x;
+    Floats<W> plane;
+    for (std::size_t lane = 0; lane < W; ++lane) plane[lane] = static_cast<float>(lane);
+    plane = slope_x * (plane + static_cast<float>(x));
     for (std::size_t k = x; k < s.patch.light.size(); k += s.patch.stride) {
-      Doubles<W> light;
+      Floats<W> light;
       Load(light, s.patch.light.data() + k);
       light -= plane;
-      const Floats<W> rounded = __builtin_convertvector(light, Floats<W>);
-      Store(rounded, s.light + k);
-      plane += s.slopes.y;
+      Store(light, s.light + k);
+      plane += slope_y;
     }
   }
 }
 
 template <std::size_t W>
 QUEN_ALWAYS_INLINE void FindSquares(const Search& s) {
-  SubtractPlane<W / 2>(s);
+  SubtractPlane<W>(s);
   for (std::size_t x = 0; x < s.patch.stride; x += W) Cap<W>(s, x);
   SumAlongRows<W>(s);
   for (std::size_t x = 0; x < s.patch.stride; x += W) Compare<W>(s, x);
@@ -191,14 +192,14 @@ QUEN_TARGET_AVX2 void FindAvx2(const Search& search) { FindSquares<8>(search); }
 }  // namespace
 
 SmoothedMaximum::SmoothedMaximum() {
-  light_.reserve(Patch::kUsualPixels + 2 * kMargin);
+  light_.reserve(SinglePatch::kUsualPixels + 2 * kMargin);
   capped_.reserve(Patch::kUsualPixels);
   sums_.reserve(Patch::kUsualPixels);
   most_.reserve(Patch::kUsualPixels);
   row_.reserve(Patch::kUsualPixels);
 }
 
-Point SmoothedMaximum::Find(Level level, const Patch& patch, std::size_t side, bool levelled) {
+Point SmoothedMaximum::Find(Level level, const SinglePatch& patch, std::size_t side, bool levelled) {
   side = std::min(side, (std::min(patch.width, patch.height) - 3) / 2 * 2 + 1);
   light_.resize(patch.light.size() + 2 * kMargin);
   capped_.resize(patch.light.size());

@@ -20,7 +20,7 @@ class SmoothedMaximum {
   /// @param patch     of at least 3 columns and rows
   /// @param side      of the square, pixels, odd; less where the region is too small for it
   /// @param levelled  whether the plane that is closest to the region's light is subtracted first
-  Point Find(common::simd::Level level, const Patch& patch, std::size_t side, bool levelled);
+  Point Find(common::simd::Level level, const SinglePatch& patch, std::size_t side, bool levelled);
 
  private:
   std::vector<float> light_;

@@ -40,8 +40,9 @@ struct SpotMoments {
 };
 
 /// The same bits at all levels.
-SpotMoments SumSpotMoments(common::simd::Level level, const Patch& patch, const SpotModel& model, double noise,
-                           const Extent& extent);
+template <typename Number>
+SpotMoments SumSpotMoments(common::simd::Level level, const PatchOf<Number>& patch, const SpotModel& model,
+                           double noise, const Extent& extent);
 
 /// The sums of a first step, from a model without spot and slopes: height, b_x, b_y and p_xy are 0. All pixels have the
 /// same variance, so that the step does not depend on it, and the weights of these sums have a common factor that is

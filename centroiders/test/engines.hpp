@@ -28,7 +28,10 @@ struct EngineCase {
   std::function<std::unique_ptr<Engine>()> make;
   bool needs_reference;  ///< a NaN reference coordinate leaves nothing to measure
   WithoutLight without_light = needs_reference ? WithoutLight::kBothNaN : WithoutLight::kAxisNaN;
+  double rounding = 1e-10;  ///< of a displacement, pixels, and of the flux, relative
 };
+
+constexpr double kRoundingOfSingles = 1e-6;
 
 inline std::ostream& operator<<(std::ostream& stream, const EngineCase& engine) { return stream << engine.name; }
 
@@ -58,13 +61,14 @@ inline std::vector<EngineCase> EngineCases() {
       {"QuadCell", [] { return std::make_unique<QuadCell>(); }, true},
       {"Correlation", [] { return std::make_unique<Correlation>(); }, false, WithoutLight::kZero},
       {"GaussianFit", [] { return std::make_unique<GaussianFit>(); }, false, WithoutLight::kZero},
-      {"MaximumLikelihood", [] { return std::make_unique<MaximumLikelihoodFit>(); }, false, WithoutLight::kFailure},
+      {"MaximumLikelihood", [] { return std::make_unique<MaximumLikelihoodFit>(); }, false, WithoutLight::kFailure,
+       kRoundingOfSingles},
       {"MaximumLikelihoodOfOvals",
        [] {
          return std::make_unique<MaximumLikelihoodFit>(
              MaximumLikelihoodConfig{.shape = SpotShape::kOval, .background_model = SpotBackground::kSlope});
        },
-       false, WithoutLight::kFailure},
+       false, WithoutLight::kFailure, kRoundingOfSingles},
   };
 }
 

@@ -10,6 +10,7 @@
 #include "workbench/sensor/camera.hpp"
 #include "workbench/sensor/displacements.hpp"
 #include "workbench/sensor/frame_file.hpp"
+#include "workbench/sensor/hot_pixels.hpp"
 #include "workbench/sensor/pedestal.hpp"
 #include "workbench/sensor/saturation.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
@@ -62,6 +63,7 @@ struct MeasuredFrames {
   PixelRange pixels;
   Pedestal pedestal;      ///< of the frame that has the largest
   Saturation saturation;  ///< of the frame that has most of it
+  HotPixels hot;          ///< of all frames together
   Moments flux;
   Moments x;
   Moments y;

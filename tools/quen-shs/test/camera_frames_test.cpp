@@ -368,6 +368,36 @@ TEST_F(CameraFrames, AtTheCeilingOfTheCameraAreToldOf) {
   EXPECT_EQ(Measured(camera + " --engine brightest").find("ceiling"), std::string::npos);
 }
 
+TEST_F(CameraFrames, WithHotPixelsThatAreInNoMapAreWarnedOf) {
+  // A pixel nine columns from a spot.
+  const std::string camera = File("camera.fits");
+  const std::string spot =
+      "y, x = numpy.unravel_index(numpy.argmax(d[400:424, 210:234]), (24, 24)); y += 400; "
+      "x += 210; ";
+  MakeCamera(spot +
+             "d[y, x - 9 if x > 221 else x + 9] += 2000; bad = d * 0; bad[y, x - 9 if x > 221 else x + 9] = 1; "
+             "fits.writeto(\"" +
+             File("bad.fits") + "\", bad); fits.PrimaryHDU(d.astype(numpy.int16))");
+  const std::string report = Measured(camera);
+  EXPECT_NE(report.find("\nwarning: a pixel at column "), std::string::npos) << report;
+  EXPECT_NE(report.find(" (from 0) is far from the spot and much brighter than those around it, as hot ones are: name "
+                        "it by --bad-pixels\n"),
+            std::string::npos)
+      << report;
+  EXPECT_NE(Measured(camera + " --json").find("\"hot_pixels\": {\n    \"pixels\": 1,\n    \"spots\": 1\n"),
+            std::string::npos);
+  EXPECT_EQ(Measured(camera + " --bad-pixels " + File("bad.fits")).find("warning"), std::string::npos);
+  // What moves from frame to frame is no hot pixel; what stays in most of them is.
+  const auto cube = [&](const std::string& pixels) {
+    MakeCamera("c = numpy.stack([d, d, d, d]).astype(numpy.int16); " + pixels + "fits.PrimaryHDU(c)");
+    return Measured(camera);
+  };
+  EXPECT_EQ(cube("c[0, 300, 300] += 2000; c[1, 340, 310] += 2000; ").find("warning"), std::string::npos);
+  EXPECT_NE(cube("c[:3, 200:600:97, 200:600:97] += 2000; ")
+                .find("warning: 22 pixels, the brightest at column 200 and row 200"),
+            std::string::npos);
+}
+
 TEST_F(CameraFrames, OfNoiseAloneMakeNoTemplate) {
   const std::string camera = File("camera.fits");
   const std::string with_template = File("frame.fits") + " --engine correlation --template-from " + camera;

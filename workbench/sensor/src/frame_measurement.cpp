@@ -84,6 +84,7 @@ MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const Me
   RequireSensorSize(frames);
   EnginesForFrames engines(options);
   MeasuredFrames measured;
+  HotPixelSearch hot;
   for (std::size_t number = 0; number < frames.Count(); ++number) {
     ThrowIfInterrupted();
     const Frame frame = frames.Read(number);
@@ -95,12 +96,14 @@ MeasuredFrames MeasureFrames(const FrameReader& frames, Camera& camera, const Me
     if (std::abs(pedestal.share) > std::abs(measured.pedestal.share)) measured.pedestal = pedestal;
     const Saturation saturation = SaturationOf(frame, corrected, camera.Rois(), camera.RoisUsed());
     if (saturation.spots > measured.saturation.spots) measured.saturation = saturation;
+    hot.Add(corrected, frame.width, camera.Rois(), camera.RoisUsed());
     measured.blank += frame.blank.size() - static_cast<std::size_t>(std::ranges::count(frame.blank, 0));
     camera.Load(frame.pixels);
     camera.ComputeSlopes(engines.For(frame, range.Sign()), options.limit, std::nullopt);
     AddSpots(camera, options, measured);
     measured.slopes.push_back(MeasuredSlopes(camera));
   }
+  measured.hot = hot.Found();
   return measured;
 }
 

@@ -75,6 +75,21 @@ void AddSaturation(Report& report, const workbench::Saturation& saturation, cons
       spots, counts, counts));
 }
 
+/// A warning of pixels that are in no map and draw spots away.
+void AddHotPixels(Report& report, const workbench::HotPixels& hot) {
+  report.Add("hot_pixels", {{"pixels", hot.pixels}, {"spots", hot.spots}});
+  if (hot.pixels == 0) return;
+  const std::string place = fmt::format("at column {} and row {} (from 0)", hot.column, hot.row);
+  report.AddLine(
+      hot.pixels == 1
+          ? fmt::format("warning: a pixel {} is far from the spot and much brighter than those around it, as "
+                        "hot ones are: name it by --bad-pixels",
+                        place)
+          : fmt::format("warning: {} pixels, the brightest {}, are far from the spots and much brighter than "
+                        "those around them, as hot ones are: name them by --bad-pixels",
+                        hot.pixels, place));
+}
+
 /// How the pixels were read, and what engines take for light that is none.
 void AddPixels(Report& report, const workbench::MeasuredFrames& measured, const std::string& engine) {
   const auto& [lowest, highest] = measured.pixels;
@@ -87,6 +102,7 @@ void AddPixels(Report& report, const workbench::MeasuredFrames& measured, const 
   report.Add("blank_pixels", measured.blank);
   AddPedestal(report, measured.pedestal, engine);
   AddSaturation(report, measured.saturation, engine);
+  AddHotPixels(report, measured.hot);
 }
 
 /// What a file has, if one is named.
