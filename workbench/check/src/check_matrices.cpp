@@ -274,6 +274,20 @@ bool AreInPlace(const CalibrationContent& content, const Lattice& lattice) {
   return UnevennessOfRest(M2sFields(content.m2s, false), gradients, lattice, used) > kClearlyInPlace;
 }
 
+/// Whether another layout says why slopes are out of place: they are in place so, or next to all that was no gradient
+/// is one then, and what is left is to be seen once the layout is right.
+bool IsOfLayout(const CalibrationContent& content, const SlopeSpace& gradients, const MatrixLayout& m2s,
+                const Lattice& lattice, const std::vector<ListOrder>& orders) {
+  constexpr double kRest = 0.25;
+  if (m2s.layouts.empty() || m2s.IsRight()) return false;
+  if (1.0 - m2s.put_right < kRest * (1.0 - m2s.as_it_stands)) return true;
+  const std::vector<std::size_t> used = UsedIndices(content.used);
+  const Matrix put_right = M2sPutRight(content.m2s, m2s.layouts.front(), orders);
+  const OddSubapertures odd = FindOddSubapertures(put_right, lattice, used, gradients);
+  const Fields sound = WithoutOddSubapertures(put_right, odd, m2s.put_right, gradients);
+  return UnevennessOfRest(sound, gradients, lattice, used) > kMisplaced;
+}
+
 /// Usage flags that belong to another pupil.
 std::optional<Finding> CheckPupil(const CalibrationContent& content, const SlopeSpace& gradients,
                                   const MatrixLayouts& layouts, const Lattice& lattice,
@@ -282,6 +296,8 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
   const Fields slopes = M2sFields(content.m2s, false);
   const std::vector<std::size_t> used = UsedIndices(content.used);
   if (UnevennessOfRest(slopes, gradients, lattice, used) > kMisplaced) return std::nullopt;
+  const bool is_of_layout = IsOfLayout(content, gradients, m2s, lattice, orders);
+  if (is_of_layout && m2s.put_right > kSurelyInPlace) return std::nullopt;  // the search for flags takes its time
   Finding finding = {Verdict::kWrong,
                      "flags.pupil",
                      "usage flags",
@@ -293,12 +309,7 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
     finding.corrections = {{"flags", [flags = *flags](CalibrationContent& changed) { changed.used = flags; }}};
     return finding;
   }
-  if (!m2s.layouts.empty() && !m2s.IsRight()) {
-    const Matrix put_right = M2sPutRight(content.m2s, m2s.layouts.front(), orders);
-    const OddSubapertures odd = FindOddSubapertures(put_right, lattice, used, gradients);
-    const Fields sound = WithoutOddSubapertures(put_right, odd, m2s.put_right, gradients);
-    if (UnevennessOfRest(sound, gradients, lattice, used) > kMisplaced) return std::nullopt;
-  }
+  if (is_of_layout) return std::nullopt;
   const std::string unlike = fmt::format(
       "change evenly along the list of used sub-apertures, and not over the pupil ({:.1f} % of them are a smooth "
       "wavefront's)",

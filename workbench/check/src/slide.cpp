@@ -1,6 +1,7 @@
 #include "workbench/check/src/slide.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 #include <functional>
 #include <set>
 #include <span>
@@ -13,12 +14,22 @@ namespace {
 
 using Eigen::Index;
 
-/// The places where the list goes from one row of neighbours to the next: the first and the last of each.
+/// The places where the list goes from one row of neighbours to the next, or column, as it goes: the first and the last
+/// of each.
 std::vector<std::size_t> EndsOfRuns(const Lattice& lattice, const std::vector<std::size_t>& used) {
-  const auto is_next = [&](std::size_t k) {
+  const auto is_step = [&](std::size_t k, int Place::*along, int Place::*across) {
     const Place& before = lattice.places[used[k - 1]];
     const Place& after = lattice.places[used[k]];
-    return before.row == after.row && after.column - before.column == 1;
+    return before.*across == after.*across && std::abs(after.*along - before.*along) == 1;
+  };
+  std::size_t in_rows = 0;
+  std::size_t in_columns = 0;
+  for (std::size_t k = 1; k < used.size(); ++k) {
+    in_rows += static_cast<std::size_t>(is_step(k, &Place::column, &Place::row));
+    in_columns += static_cast<std::size_t>(is_step(k, &Place::row, &Place::column));
+  }
+  const auto is_next = [&](std::size_t k) {
+    return in_rows >= in_columns ? is_step(k, &Place::column, &Place::row) : is_step(k, &Place::row, &Place::column);
   };
   std::vector<std::size_t> ends;
   for (std::size_t k = 0; k < used.size(); ++k) {
