@@ -6,6 +6,7 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
+#include <cstdlib>
 #include <utility>
 
 #include "common/statistics/quantile.hpp"
@@ -13,6 +14,8 @@
 #include "workbench/check/src/check_modes.hpp"
 #include "workbench/check/src/check_subapertures.hpp"
 #include "workbench/check/src/checks.hpp"
+#include "workbench/check/src/in_place.hpp"
+#include "workbench/check/src/list_beginnings.hpp"
 #include "workbench/check/src/matrix_layouts.hpp"
 #include "workbench/check/src/slide.hpp"
 #include "workbench/sensor/dimensions.hpp"
@@ -237,33 +240,6 @@ void CheckLayouts(const MatrixLayouts& layouts, const std::vector<ListOrder>& or
   }
 }
 
-// Shares of the slopes that are a smooth wavefront's, as measured on calibrations of four kinds of modes, eight pupils
-// and eleven lenslet arrays, of which no noise, 5 %, a tenth or a fifth of each mode's RMS is noise:
-//
-//                                                 no noise       5 %            a tenth        a fifth
-//   M2S in place, median of the modes             0.979 to 1     0.977 to 1     0.970 to 0.99  0.945 to 0.97
-//   with the flags of another pupil               up to 0.962    up to 0.959    up to 0.953    up to 0.929
-//   with a list that begins three further on      up to 0.968    up to 0.965    up to 0.958    up to 0.933
-//   CM in place, mean of the modes                0.918 to 1     0.906 to 0.99  0.872 to 0.97  0.769 to 0.91
-//   with the flags of another pupil               up to 0.884    up to 0.877    up to 0.859    up to 0.795
-//
-// A list that begins one further on is not always to be told from one in its place: up to 0.979.
-constexpr double kInPlaceWithNoise = 0.945;  // of M2S: all that are in place, with a fifth of noise even
-constexpr double kSurelyInPlace = 0.967;     // of M2S: next to none that is not
-constexpr double kCmInPlace = 0.965;         // none that is not
-
-/// The share of a mode's slopes that is a smooth wavefront's where they stand, whatever their signs and units: the
-/// median over the modes, some of which may be mistaken, or finer.
-double ShareInPlace(const SlopeSpace& gradients, const Fields& slopes) {
-  const std::vector<SlopeSpace::Candidate> candidates = gradients.InPlace(slopes);
-  if (candidates.empty()) return 0.0;
-  const Layout& layout = candidates.front().layout;
-  Fields right = slopes;
-  right.bottomRows(right.rows() / 2) *= (layout.is_x_flipped ? -1.0 : 1.0) / layout.x_unit;
-  const Eigen::VectorXd shares = gradients.Shares(right);
-  return quen::common::UpperMedian({shares.begin(), shares.end()});
-}
-
 /// Without the slopes of a few odd sub-apertures, if these are all that is wrong with the layout: if the others are a
 /// smooth wavefront's where they stand, and that more clearly than in any other layout, in which some seem odd, too.
 /// @param odd        of this matrix
@@ -276,19 +252,41 @@ Matrix WithoutOddSubapertures(const Matrix& m2s, const OddSubapertures& odd, dou
   return ShareInPlace(gradients, odd.sound) > std::max(kInPlaceWithNoise, put_right) ? odd.sound : m2s;
 }
 
-/// How unevenly slopes change along the list of the used sub-apertures, over what of them is no smooth wavefront's. Of
-/// slopes in their places, what is not smooth is noise, or details too fine, and as uneven along the list. Measured
-/// with no noise, 5 %, a tenth and a fifth: 0.84 and more in place (at a fifth; with less, their share says it); with
-/// the flags of another pupil below 0.23, 0.28, 0.40 and 0.65; in lists turned by 180° below 0.46, 0.47, 0.59 and 0.90,
-/// also where the pupil looks the same so: these are told only once they are put right.
-double UnevennessOfRest(const Fields& slopes, const SlopeSpace& gradients, const Lattice& lattice,
-                        const std::vector<std::size_t>& used) {
-  const double smooth_share = ShareInPlace(gradients, slopes);
-  return smooth_share > kSurelyInPlace ? 1.0 : Unevenness(Sample(slopes), lattice, used) / (1.0 - smooth_share);
+/// A list that begins with another sub-aperture.
+Finding OtherBeginning(const NamedMatrix& file, int further_on, std::size_t size) {
+  const int places = std::abs(further_on);
+  return {Verdict::kWrong,
+          file.key,
+          std::string(file.name) + " layout",
+          fmt::format("its list begins with another sub-aperture: its slopes stand {} {} too {}, those at one end of "
+                      "either block at the other",
+                      places, places == 1 ? "place" : "places", further_on > 0 ? "early" : "late"),
+          fmt::format("move the {} {} of its y slopes to the {} of these, and those of its x slopes likewise",
+                      further_on > 0 ? "last" : "first", places == 1 ? "one" : fmt::format("{}", places),
+                      further_on > 0 ? "front" : "end"),
+          {PutRightFrom(file, kFurtherOn, OrdersFurtherOn(further_on, size))}};
 }
 
-constexpr double kMisplaced = 0.5;
-constexpr double kClearlyInPlace = 0.8;
+/// Whether the slopes of M2S are where its usage flags say.
+bool AreInPlace(const CalibrationContent& content, const Lattice& lattice) {
+  const std::vector<std::size_t> used = UsedIndices(content.used);
+  const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kSmoothDegree);
+  return UnevennessOfRest(M2sFields(content.m2s, false), gradients, lattice, used) > kClearlyInPlace;
+}
+
+/// Whether another layout says why slopes are out of place: they are in place so, or next to all that was no gradient
+/// is one then, and what is left is to be seen once the layout is right.
+bool IsOfLayout(const CalibrationContent& content, const SlopeSpace& gradients, const MatrixLayout& m2s,
+                const Lattice& lattice, const std::vector<ListOrder>& orders) {
+  constexpr double kRest = 0.25;
+  if (m2s.layouts.empty() || m2s.IsRight()) return false;
+  if (1.0 - m2s.put_right < kRest * (1.0 - m2s.as_it_stands)) return true;
+  const std::vector<std::size_t> used = UsedIndices(content.used);
+  const Matrix put_right = M2sPutRight(content.m2s, m2s.layouts.front(), orders);
+  const OddSubapertures odd = FindOddSubapertures(put_right, lattice, used, gradients);
+  const Fields sound = WithoutOddSubapertures(put_right, odd, m2s.put_right, gradients);
+  return UnevennessOfRest(sound, gradients, lattice, used) > kMisplaced;
+}
 
 /// Usage flags that belong to another pupil.
 std::optional<Finding> CheckPupil(const CalibrationContent& content, const SlopeSpace& gradients,
@@ -298,6 +296,8 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
   const Fields slopes = M2sFields(content.m2s, false);
   const std::vector<std::size_t> used = UsedIndices(content.used);
   if (UnevennessOfRest(slopes, gradients, lattice, used) > kMisplaced) return std::nullopt;
+  const bool is_of_layout = IsOfLayout(content, gradients, m2s, lattice, orders);
+  if (is_of_layout && m2s.put_right > kSurelyInPlace) return std::nullopt;  // the search for flags takes its time
   Finding finding = {Verdict::kWrong,
                      "flags.pupil",
                      "usage flags",
@@ -305,20 +305,11 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
                      "write the flags of the pupil that the matrices were made for",
                      {}};
   const auto flags = FlagsOfAnotherPupil(content);
-  const auto have_place = [&](const std::vector<std::size_t>& others) {
-    const SlopeSpace gradients_there = SlopeSpace::OfGradients(content.rois, others, kSmoothDegree);
-    return UnevennessOfRest(slopes, gradients_there, lattice, others) > kClearlyInPlace;
-  };
-  if (flags && have_place(UsedIndices(*flags))) {
+  if (flags && AreInPlace({content.m2s, content.cm, content.rois, *flags}, lattice)) {
     finding.corrections = {{"flags", [flags = *flags](CalibrationContent& changed) { changed.used = flags; }}};
     return finding;
   }
-  if (!m2s.layouts.empty() && !m2s.IsRight()) {
-    const Matrix put_right = M2sPutRight(content.m2s, m2s.layouts.front(), orders);
-    const OddSubapertures odd = FindOddSubapertures(put_right, lattice, used, gradients);
-    const Fields sound = WithoutOddSubapertures(put_right, odd, m2s.put_right, gradients);
-    if (UnevennessOfRest(sound, gradients, lattice, used) > kMisplaced) return std::nullopt;
-  }
+  if (is_of_layout) return std::nullopt;
   const std::string unlike = fmt::format(
       "change evenly along the list of used sub-apertures, and not over the pupil ({:.1f} % of them are a smooth "
       "wavefront's)",
@@ -338,55 +329,61 @@ std::optional<Finding> CheckPupil(const CalibrationContent& content, const Slope
   return finding;
 }
 
-/// A list that begins one further on, or flags with one sub-aperture in the place of another, which noise can hide from
-/// all that is looked at before.
+/// A calibration after the first correction of a finding.
+CalibrationContent After(const Finding& finding, CalibrationContent content) {
+  finding.corrections.front().apply(content);
+  return content;
+}
+
+/// Whether flags with one sub-aperture in the place of another say more than what is found of the pupil.
+bool IsBetter(const Finding& slide, const std::optional<Finding>& pupil, const CalibrationContent& content,
+              const Lattice& lattice) {
+  if (!pupil) return true;
+  if (slide.corrections.empty()) return false;
+  const CalibrationContent right = After(slide, content);
+  if (pupil->corrections.empty()) return AreInPlace(right, lattice);
+  const auto share = [](const CalibrationContent& of) {
+    const auto gradients = SlopeSpace::OfGradients(of.rois, UsedIndices(of.used), kSmoothDegree);
+    return gradients.Share(Sample(of.m2s));
+  };
+  return share(right) > share(After(*pupil, content));
+}
+
+/// Flags with one sub-aperture in the place of another, which noise can hide from all that is looked at before.
 std::optional<Finding> CheckSlide(const CalibrationContent& content, const SlopeSpace& gradients,
                                   const MatrixLayouts& layouts, const Lattice& lattice) {
   constexpr double kSmooth = 0.7;
   const double rest = 1.0 - layouts.m2s.as_it_stands;
-  if (rest > 1.0 - kSmooth) return std::nullopt;
+  if (rest > 1.0 - kSmooth || !layouts.cm.is_of_the_other) return std::nullopt;
   const std::vector<std::size_t> used = UsedIndices(content.used);
-  const auto slide = FindSlide(M2sFields(content.m2s, false), gradients, lattice, used);
-  if (!slide) return std::nullopt;
-  const bool is_layout_better = !layouts.m2s.IsRight() && 1.0 - layouts.m2s.put_right < (1.0 - slide->gain) * rest;
+  const std::vector<Slide> slides = FindSlides(M2sFields(content.m2s, false), gradients, lattice, used);
+  if (slides.empty()) return std::nullopt;
+  const Slide& slide = slides.front();
+  const bool is_layout_better = !layouts.m2s.IsRight() && 1.0 - layouts.m2s.put_right < (1.0 - slide.gain) * rest;
   if (is_layout_better) return std::nullopt;
-  const char* const how = slide->is_late ? "late" : "early";
-  const std::string gain =
-      fmt::format("{:.0f} % of what is no wavefront's disappears once they are in place", 100.0 * slide->gain);
-  if (!layouts.cm.is_of_the_other) {
-    return Finding{Verdict::kWrong,
-                   kM2s.key,
-                   std::string(kM2s.name) + " layout",
-                   fmt::format("its slopes stand one place too {} in the list: its list begins with another "
-                               "sub-aperture than that of CM ({})",
-                               how, gain),
-                   "list the slopes of M2S as those of CM, from the first used sub-aperture on",
-                   {}};
+  std::vector<std::string> advice;
+  std::vector<Correction> corrections;
+  for (const MovedFlag& flag : MovedFlags(slides, content, lattice)) {
+    advice.push_back(fmt::format("flag sub-aperture {} in the place of {}", flag.lit, flag.dark));
+    corrections.push_back({"flags", [flag](CalibrationContent& changed) { PutBack(flag, changed.used); }});
   }
-  if (slide->IsOfAll(used.size())) {
-    return Finding{Verdict::kWrong,
-                   "flags.pupil",
-                   "usage flags",
-                   fmt::format("the slopes stand one place too {} in the list of used sub-apertures: the list begins "
-                               "elsewhere, or the flags do ({})",
-                               how, gain),
-                   "write the slopes from the first used sub-aperture on",
-                   {}};
-  }
-  return Finding{Verdict::kWrong,
-                 "flags.pupil",
-                 "usage flags",
-                 fmt::format("the slopes from sub-aperture {} to {} stand one place too {} in the list: the flags have "
-                             "one of these two in the place of another one at the rim of the pupil ({})",
-                             used[slide->first], used[slide->last], how, gain),
-                 "write the flags of the pupil that the matrices were made for",
-                 {},
-                 {used[slide->first], used[slide->last]}};
+  if (advice.empty()) advice.emplace_back("write the flags of the pupil that the matrices were made for");
+  return Finding{
+      Verdict::kWrong,
+      "flags.pupil",
+      "usage flags",
+      fmt::format("the slopes from sub-aperture {} to {} stand one place too {} in the list: the flags have one of "
+                  "these two in the place of another one at the rim of the pupil ({:.0f} % of what is no wavefront's "
+                  "disappears once they are in place)",
+                  used[slide.first], used[slide.last], slide.is_late ? "late" : "early", 100.0 * slide.gain),
+      fmt::format("{}", fmt::join(advice, "; or ")),
+      std::move(corrections),
+      {used[slide.first], used[slide.last]}};
 }
 
 }  // namespace
 
-Findings CheckMatrices(const CalibrationContent& content, const std::optional<Lattice>& lattice) {
+Findings CheckMatrices(CalibrationContent content, const std::optional<Lattice>& lattice) {
   Findings findings = {CheckValues("M2S", content.m2s, "slope", "mode"),
                        CheckValues("CM", content.cm, "mode", "slope")};
   if (std::ranges::any_of(findings, [](const Finding& finding) { return finding.verdict != Verdict::kGood; })) {
@@ -410,17 +407,30 @@ Findings CheckMatrices(const CalibrationContent& content, const std::optional<La
   }
   const std::vector<ListOrder> orders = ListOrders(*lattice, used);
   const SlopeSpace gradients = SlopeSpace::OfGradients(content.rois, used, kSmoothDegree);
+  const ListBeginnings begin = FindListBeginnings(content.m2s, content.cm, gradients, *lattice, used, orders);
+  for (const auto& [file, further_on] : {std::pair(kM2s, begin.m2s), std::pair(kCm, begin.cm)}) {
+    if (further_on == 0) continue;
+    findings.push_back(OtherBeginning(file, further_on, used.size()));
+    findings.back().corrections.front().apply(content);  // what else is wrong is to be put right after that
+  }
   MatrixLayouts layouts = FindLayouts(content, content.m2s, gradients, *lattice, used, orders);
   OddSubapertures odd = FindOddSubapertures(content.m2s, *lattice, used, gradients);
   const Matrix sound_m2s = WithoutOddSubapertures(content.m2s, odd, layouts.m2s.put_right, gradients);
   if (sound_m2s != content.m2s) layouts = FindLayouts(content, sound_m2s, gradients, *lattice, used, orders);
   const CalibrationContent sound = {sound_m2s, content.cm, content.rois, content.used};
   auto pupil = CheckPupil(sound, gradients, layouts, *lattice, orders);
-  if (!pupil) pupil = CheckSlide(sound, gradients, layouts, *lattice);
+  if (auto slide = CheckSlide(sound, gradients, layouts, *lattice); slide && IsBetter(*slide, pupil, sound, *lattice)) {
+    pupil = std::move(slide);
+  }
   if (pupil) {
     findings.push_back(*pupil);
   } else {
     CheckLayouts(layouts, orders, findings);
+    const auto is_said = [&](const Finding& finding) {  // in place, but for where its list begins
+      const auto is_wrong = [&](const Finding& other) { return other.key == finding.key && IsWrong(other); };
+      return finding.verdict == Verdict::kGood && std::ranges::any_of(findings, is_wrong);
+    };
+    std::erase_if(findings, is_said);
   }
   const auto first = [](const MatrixLayout& layout) {
     return layout.layouts.empty() ? Layout() : layout.layouts.front();

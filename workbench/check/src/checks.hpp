@@ -18,6 +18,6 @@ Findings CheckFiles(std::span<const FoundFile> calibration);
 /// What they hold.
 /// @param lattice  fitted to the references; none if they are on no grid
 Findings CheckRegions(const CalibrationContent& content, const std::optional<Lattice>& lattice);
-Findings CheckMatrices(const CalibrationContent& content, const std::optional<Lattice>& lattice);
+Findings CheckMatrices(CalibrationContent content, const std::optional<Lattice>& lattice);
 
 }  // namespace quen::workbench

@@ -1,16 +1,35 @@
 #include "workbench/check/src/slide.hpp"
 
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <set>
+#include <span>
+#include <utility>
+
+#include "workbench/sensor/displacements.hpp"
+
 namespace quen::workbench {
 namespace {
 
 using Eigen::Index;
 
-/// The places where the list goes from one row of neighbours to the next: the first and the last of each.
+/// The places where the list goes from one row of neighbours to the next, or column, as it goes: the first and the last
+/// of each.
 std::vector<std::size_t> EndsOfRuns(const Lattice& lattice, const std::vector<std::size_t>& used) {
-  const auto is_next = [&](std::size_t k) {
+  const auto is_step = [&](std::size_t k, int Place::*along, int Place::*across) {
     const Place& before = lattice.places[used[k - 1]];
     const Place& after = lattice.places[used[k]];
-    return before.row == after.row && after.column - before.column == 1;
+    return before.*across == after.*across && std::abs(after.*along - before.*along) == 1;
+  };
+  std::size_t in_rows = 0;
+  std::size_t in_columns = 0;
+  for (std::size_t k = 1; k < used.size(); ++k) {
+    in_rows += static_cast<std::size_t>(is_step(k, &Place::column, &Place::row));
+    in_columns += static_cast<std::size_t>(is_step(k, &Place::row, &Place::column));
+  }
+  const auto is_next = [&](std::size_t k) {
+    return in_rows >= in_columns ? is_step(k, &Place::column, &Place::row) : is_step(k, &Place::row, &Place::column);
   };
   std::vector<std::size_t> ends;
   for (std::size_t k = 0; k < used.size(); ++k) {
@@ -51,20 +70,19 @@ class Sums {
 
 }  // namespace
 
-std::optional<Slide> FindSlide(const Fields& slopes, const SlopeSpace& gradients, const Lattice& lattice,
-                               const std::vector<std::size_t>& used) {
+std::vector<Slide> FindSlides(const Fields& slopes, const SlopeSpace& gradients, const Lattice& lattice,
+                              const std::vector<std::size_t>& used) {
   constexpr double kLeast = 0.04;  // of good calibrations up to 0.002
-  constexpr Index kSums = 2;
-  const Fields sample = Sample(slopes, kSums);
+  const Fields sample = Sample(slopes, kSumsSlid);
   const Eigen::MatrixXd basis = gradients.Basis();
   const Sums in_place(sample, basis, 0);
   const Sums from_next(sample, basis, 1);
   const Sums from_previous(sample, basis, -1);
   const Eigen::VectorXd all = in_place.Between(0, sample.rows() / 2);
   const double rest = sample.squaredNorm() - all.squaredNorm();
-  if (!(rest > 0.0)) return std::nullopt;
+  if (!(rest > 0.0)) return {};
   const std::vector<std::size_t> ends = EndsOfRuns(lattice, used);
-  Slide best = {.gain = kLeast};
+  std::vector<Slide> slides;
   Eigen::VectorXd moved;
   for (std::size_t i = 0; i < ends.size(); ++i) {
     for (std::size_t j = i + 1; j < ends.size(); ++j) {
@@ -78,12 +96,54 @@ std::optional<Slide> FindSlide(const Fields& slopes, const SlopeSpace& gradients
           moved += from_previous.Between(first + 1, last + 1) + in_place.Part(first, last);
         }
         const double gain = (moved.squaredNorm() - all.squaredNorm()) / rest;
-        if (gain > best.gain) best = {ends[i], ends[j], is_late, gain};
+        if (gain > kLeast) slides.push_back({ends[i], ends[j], is_late, gain});
       }
     }
   }
-  if (best.last == 0) return std::nullopt;
-  return best;
+  std::ranges::stable_sort(slides, std::greater(), &Slide::gain);
+  return slides;
+}
+
+std::vector<MovedFlag> MovedFlags(const std::vector<Slide>& slides, const CalibrationContent& content,
+                                  const Lattice& lattice) {
+  constexpr std::size_t kTried = 8;  // the best of them may be a row farther on than the right one
+  constexpr std::size_t kTold = 3;
+  constexpr int kCoarse = 8;        // degree
+  constexpr double kAsNear = 1.03;  // times what is no gradient
+  const std::vector<std::size_t> used = UsedIndices(content.used);
+  const NumbersByPlace numbers = NumbersOf(lattice, used);
+  const auto is_at_rim = [&](std::size_t i) {
+    const auto& [row, column] = lattice.places[i];
+    return numbers.contains({row - 1, column}) || numbers.contains({row + 1, column}) ||
+           numbers.contains({row, column - 1}) || numbers.contains({row, column + 1});
+  };
+  std::set<MovedFlag> tried;
+  for (const Slide& slide : std::span(slides).first(std::min(kTried, slides.size()))) {
+    const std::size_t next = slide.is_late ? slide.first : slide.last + 1;  // after the one that is left over
+    const std::size_t end = next < used.size() ? used[next] : content.rois.size();
+    for (std::size_t i = next > 0 ? used[next - 1] + 1 : 0; i < end; ++i) {
+      if (is_at_rim(i)) tried.insert({used[slide.is_late ? slide.last : slide.first], i});
+    }
+  }
+  const Fields sample = Sample(content.m2s);
+  std::vector<std::pair<double, MovedFlag>> found;
+  for (const MovedFlag& flag : tried) {
+    UsageFlags flags = content.used;
+    PutBack(flag, flags);
+    const double share = SlopeSpace::OfGradients(content.rois, UsedIndices(flags), kCoarse).Share(sample);
+    found.emplace_back(1.0 - share, flag);
+  }
+  std::ranges::sort(found);
+  std::vector<MovedFlag> nearest;
+  for (const auto& [rest, flag] : found) {
+    if (nearest.size() < kTold && rest < kAsNear * found.front().first) nearest.push_back(flag);
+  }
+  return nearest;
+}
+
+void PutBack(const MovedFlag& flag, UsageFlags& flags) {
+  flags[flag.dark] = 0;
+  flags[flag.lit] = 1;
 }
 
 }  // namespace quen::workbench

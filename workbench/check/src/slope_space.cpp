@@ -160,7 +160,8 @@ std::vector<SlopeSpace::Candidate> SlopeSpace::Signs(const Block& y, const Block
   Eigen::SelfAdjointEigenSolver<Eigen::Matrix2d> solver;
   solver.computeDirect(scaled);  // by formula: the steps for larger ones take the compiler ten seconds
   const Eigen::Vector2d best = solver.eigenvectors().col(1);
-  if (best(0) == 0.0 || best(1) == 0.0) return candidates;  // one axis alone says nothing of the other's unit
+  constexpr double kLeastPart = 0.05;  // of both blocks together; one axis alone says nothing of the other's unit
+  if (best.cwiseAbs().minCoeff() < kLeastPart) return candidates;
   const double ratio = best(1) / best(0) * std::sqrt(y_square / x_square);
   const double size = std::abs(ratio);
   const double in_one_unit = candidates[ratio < 0.0 ? 1 : 0].share;

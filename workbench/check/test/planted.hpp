@@ -107,6 +107,9 @@ std::string Name(const Mistake& mistake);
 /// Orders and signs of slopes, as they are mistaken in one matrix or both.
 std::vector<Mistake> LayoutMistakes(Place place);
 
+/// Lists that begin up to three places further on, or before, in one matrix or both.
+std::vector<Mistake> BeginningMistakes();
+
 /// Modes, scales and matrices that do not belong together; single modes and sub-apertures.
 std::vector<Mistake> MatrixMistakes();
 

@@ -332,6 +332,22 @@ std::vector<Mistake> LayoutMistakes(Place place) {
   return mistakes;
 }
 
+std::vector<Mistake> BeginningMistakes() {
+  std::vector<Mistake> mistakes;
+  for (const Place place : {Place::kM2s, Place::kCm, Place::kBoth}) {
+    for (const Index further_on : {-3, -2, -1, 1, 2, 3}) {
+      SlopeMap map = Identity();
+      for (Index s = 0; s < kSlopes; ++s) {
+        const Index first = s < kUsed ? 0 : kUsed;
+        map.from[static_cast<std::size_t>(s)] = first + (s - first + further_on + kUsed) % kUsed;
+      }
+      const auto always = [map](const Content&) { return map; };
+      mistakes.push_back(OfSlopes("begins_elsewhere", fmt::format("{:+}", further_on), place, always));
+    }
+  }
+  return mistakes;
+}
+
 std::vector<Mistake> MatrixMistakes() {
   Permutation reversed(52);
   std::iota(reversed.rbegin(), reversed.rend(), Index{0});
@@ -524,7 +540,7 @@ std::vector<Mistake> RegionMistakes() {
 std::vector<Mistake> AllMistakes() {
   std::vector<Mistake> all;
   for (const auto& some : {LayoutMistakes(Place::kM2s), LayoutMistakes(Place::kCm), LayoutMistakes(Place::kBoth),
-                           MatrixMistakes(), RegionMistakes()}) {
+                           BeginningMistakes(), MatrixMistakes(), RegionMistakes()}) {
     all.insert(all.end(), some.begin(), some.end());
   }
   return all;

@@ -163,11 +163,15 @@ modes. It does not tell a flipped sign from a list in mirrored order, which are 
 are named. Single modes in another layout are told from those of noise, which is measured in each mode's finest details.
 That a control matrix leaves modes out, or gives back less of them, is a choice: it is said, and is no mistake.
 
-What the files do not tell, for a right calibration would look the same: both matrices with the wrong sign throughout;
-both mirrored, lists and signs, on a pupil that is its own mirror image, or by columns and with exchanged blocks, or
-turned by 180 degrees; references that are off by less than 0.27 pixels, which lenslet arrays have of their own. What is
-not told, though a close look at the files may: lists that begin one sub-aperture further on, and flags that differ in
-a few sub-apertures, in matrices as noisy as a fifth of their slopes.
+What the files do not tell, for they are the same up to noise, is this. Both matrices with the wrong sign throughout, and
+references that are off by less than 0.27 pixels, which lenslet arrays have of their own, look like a right calibration.
+On a pupil that looks the same mirrored or turned, so do both matrices with lists turned by 180 degrees; both mirrored,
+lists and signs; or both by columns and with exchanged blocks: they are those of a mirrored or turned wavefront. Where
+another layout has such a twin, both are named. Of two matrices that do not match, it is not told which has the flipped
+sign, the other order of modes or the other scale: the findings name either. To be sure, poke one actuator, and see.
+
+What is not told, though a close look at the files may: flags that differ in a few sub-apertures, in matrices as noisy
+as a fifth of their slopes.
 
 With --png the findings are drawn, each as things stand and as its corrections would have them. With --fix the corrected
 calibration is written to another folder, if what is wrong leaves no choice.)",
