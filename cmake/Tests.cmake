@@ -5,12 +5,11 @@ enable_testing()
 include(GoogleTest)
 find_package(GTest REQUIRED)
 find_package(Eigen3 REQUIRED)
-# Files are read back by astropy, which Debian's own interpreter has.
-find_program(QUEN_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
-
+# Files are read back by astropy, which the interpreter of QUEN_PYTHON_INTERPRETER (Python.cmake) has to have.
 add_library(quen_testing STATIC testing/calibration.cpp testing/fits_files.cpp testing/process.cpp
                                 testing/python.cpp testing/second_reader.cpp)
-target_compile_definitions(quen_testing PUBLIC QUEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}" QUEN_PYTHON="${QUEN_PYTHON}")
+target_compile_definitions(quen_testing PUBLIC QUEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+                                               QUEN_PYTHON="${QUEN_PYTHON_INTERPRETER}")
 target_include_directories(quen_testing PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(quen_testing PUBLIC PkgConfig::cfitsio PkgConfig::log4cplus Microsoft.GSL::GSL GTest::gtest_main
                       PRIVATE quen_warnings)
@@ -267,7 +266,7 @@ endif()
 # --- The tool's files, from outside. Without strace, or where it may not trace, what needs it is skipped.
 if(QUEN_BUILD_TOOLS)
   foreach(class Names Streams Damaged Traced Kills)
-    add_test(NAME FilesOfRuns.${class} COMMAND ${QUEN_PYTHON} tools/quen-shs/test/files_of_runs.py
+    add_test(NAME FilesOfRuns.${class} COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/files_of_runs.py
                                                $<TARGET_FILE:quen-shs> ${class}
              WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
     set_tests_properties(FilesOfRuns.${class} PROPERTIES LABELS tool TIMEOUT 600 COST 150)
@@ -277,13 +276,13 @@ endif()
 
 # --- Campaigns, from outside.
 if(QUEN_BUILD_TOOLS)
-  add_test(NAME CampaignRuns.AreKilledAndGoOn COMMAND ${QUEN_PYTHON} tools/quen-shs/test/campaign_runs.py
+  add_test(NAME CampaignRuns.AreKilledAndGoOn COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/campaign_runs.py
                                                       $<TARGET_FILE:quen-shs>
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(CampaignRuns.AreKilledAndGoOn PROPERTIES LABELS tool TIMEOUT 600)
   # Skipped where Slurm is not installed.
   add_test(NAME CampaignOnCluster.LosesNothingWithANode
-           COMMAND ${QUEN_PYTHON} tools/quen-shs/test/campaign_on_cluster.py $<TARGET_FILE:quen-shs> scripts/cluster
+           COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/campaign_on_cluster.py $<TARGET_FILE:quen-shs> scripts/cluster
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(CampaignOnCluster.LosesNothingWithANode PROPERTIES LABELS cluster TIMEOUT 250 COST 100
                                                                           SKIP_RETURN_CODE 77)
@@ -291,7 +290,7 @@ endif()
 
 # --- A server, from outside.
 if(QUEN_BUILD_TOOLS)
-  add_test(NAME ServedFrames.AreReadByOthers COMMAND ${QUEN_PYTHON} tools/quen-shs/test/served_frames.py
+  add_test(NAME ServedFrames.AreReadByOthers COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/served_frames.py
                                                      $<TARGET_FILE:quen-shs>
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(ServedFrames.AreReadByOthers PROPERTIES LABELS tool TIMEOUT 600)
@@ -300,7 +299,7 @@ endif()
 # --- A server's camera, taken from by Aravis' own client. Skipped where there is no Aravis for Python, or no network
 # namespace. Aravis' threads are none that a sanitizer knows.
 if(QUEN_BUILD_TOOLS AND QUEN_BUILD_GIGE AND NOT QUEN_SANITIZE)
-  add_test(NAME GigeFrames.AreTakenByOthers COMMAND ${QUEN_PYTHON} tools/quen-shs/test/gige_frames.py
+  add_test(NAME GigeFrames.AreTakenByOthers COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/gige_frames.py
                                                     $<TARGET_FILE:quen-shs>
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(GigeFrames.AreTakenByOthers PROPERTIES LABELS tool TIMEOUT 300 SKIP_RETURN_CODE 77)
@@ -310,12 +309,12 @@ if(QUEN_BUILD_TOOLS AND QUEN_BUILD_GIGE AND NOT QUEN_SANITIZE)
 endif()
 
 # --- The order of the rooms.
-add_test(NAME Includes.PointDown COMMAND ${QUEN_PYTHON} testing/check_includes.py ${PROJECT_SOURCE_DIR}
+add_test(NAME Includes.PointDown COMMAND ${QUEN_PYTHON_INTERPRETER} testing/check_includes.py ${PROJECT_SOURCE_DIR}
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(Includes.PointDown PROPERTIES LABELS unit)
 
 # --- What makes and what checks the documentation site.
-add_test(NAME Site.IsMadeAndCheckedRight COMMAND ${QUEN_PYTHON} docs/test/site_test.py
+add_test(NAME Site.IsMadeAndCheckedRight COMMAND ${QUEN_PYTHON_INTERPRETER} docs/test/site_test.py
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(Site.IsMadeAndCheckedRight PROPERTIES LABELS unit)
 

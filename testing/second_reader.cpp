@@ -1,5 +1,7 @@
 #include "testing/second_reader.hpp"
 
+#include <array>
+#include <bit>
 #include <sstream>
 #include <stdexcept>
 
@@ -28,7 +30,11 @@ std::vector<std::vector<double>> Numbers(const Outcome& outcome, std::size_t lis
     std::string size;
     std::getline(bytes, size);
     list.resize(std::stoul(size));
-    bytes.read(reinterpret_cast<char*>(list.data()), static_cast<std::streamsize>(list.size() * sizeof(double)));
+    for (double& value : list) {
+      std::array<char, sizeof(double)> written{};
+      bytes.read(written.data(), written.size());
+      value = std::bit_cast<double>(written);
+    }
   }
   return values;
 }

@@ -33,7 +33,8 @@ def number(name: str, value: Any) -> float:
     ValueError
         It is larger than any float.
     """
-    if isinstance(value, (str, bytes, bool, np.bool_)) or value is np.ma.masked:
+    is_float = type(value) is float  # as nearly always, and known at once: calls of the simulator are to cost nothing
+    if not is_float and (isinstance(value, (str, bytes, bool, np.bool_)) or value is np.ma.masked):
         raise TypeError(f"{name}: expected a number, found {shown(value)}")
     try:
         return float(value)
@@ -72,7 +73,7 @@ def truth(name: str, value: Any) -> bool:
     TypeError
         It is neither.
     """
-    if not isinstance(value, (bool, np.bool_)):
+    if value is not True and value is not False and not isinstance(value, np.bool_):
         raise TypeError(f"{name}: expected True or False, found {shown(value)}")
     return bool(value)
 
@@ -84,9 +85,13 @@ def word(name: str, value: Any) -> str:
     ------
     TypeError
         It is none.
+    ValueError
+        It has halves of characters, which no UTF-8 has.
     """
     if not isinstance(value, str):
         raise TypeError(f"{name}: expected a word, found {shown(value)}")
+    if value.encode(errors="ignore").decode() != value:
+        raise ValueError(f"{name}: expected a word in UTF-8, found {shown(value)}")
     return value
 
 

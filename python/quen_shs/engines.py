@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import abc
 import dataclasses
+import functools
 from typing import Literal
 
 import numpy as np
@@ -61,19 +62,22 @@ class ReadyMade(Record, Centroider):
     (True, True, 5.0)
     """
 
-    _measuring: _core.Engine
-
     def __post_init__(self) -> None:
         super().__post_init__()
-        object.__setattr__(self, "_measuring", self._made())
+        _ = self._measuring  # made now, so that values out of their ranges are refused now
 
-    @property
+    @functools.cached_property
+    def _measuring(self) -> _core.Engine:
+        return self._made()
+
+    @functools.cached_property
     def _engine(self) -> _core.Engine | None:
         """What measures without a call of `compute`; none where a derived class has a `compute` of its own."""
         return self._measuring if type(self).compute is ReadyMade.compute else None
 
+    @abc.abstractmethod
     def _made(self) -> _core.Engine:
-        raise NotImplementedError
+        """An engine of these fields."""
 
     def compute(self, frame: NDArray[np.uint16], roi: _core.Roi) -> tuple[float, float, float]:
         return self._measuring.compute(frame, roi)

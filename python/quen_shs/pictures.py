@@ -6,7 +6,7 @@ import os
 import struct
 
 from . import _core
-from ._records import path
+from ._records import path, shown
 
 
 class Picture(bytes):
@@ -21,6 +21,8 @@ class Picture(bytes):
     """
 
     def __new__(cls, content: bytes) -> Picture:
+        if not isinstance(content, bytes):
+            raise TypeError(f"content: expected bytes, found {shown(content)}")
         if content[:8] != b"\x89PNG\r\n\x1a\n" or len(content) < 24:
             raise ValueError("content: expected the bytes of a PNG file, found others")
         return super().__new__(cls, content)

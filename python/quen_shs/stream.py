@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import collections.abc
+import math
 import types
 from typing import Any, Union
 
@@ -10,7 +11,7 @@ import numpy as np
 from numpy.typing import ArrayLike, DTypeLike, NDArray
 
 from . import _core
-from ._records import number, whole, word
+from ._records import number, shown, whole, word
 
 KeywordValue = Union[int, float, str]
 
@@ -18,7 +19,10 @@ _A_FRAME = 1.0  # seconds within which a writer lets others have a whole copy
 
 
 def _seconds(timeout: float | None) -> float | None:
-    return None if timeout is None else number("timeout", timeout)
+    seconds = None if timeout is None else number("timeout", timeout)
+    if seconds is not None and math.isnan(seconds):
+        raise ValueError("timeout: expected seconds, found nan")
+    return seconds
 
 
 class Stream:
@@ -258,8 +262,10 @@ class StreamWriter:
         self.name = word("name", name)
         lengths = shape if isinstance(shape, tuple) else (shape,)
         self.shape: tuple[int, ...] = tuple(whole("shape", length, 1) for length in lengths)
-        self.dtype: np.dtype[Any] = np.dtype(dtype)
-        described = {key: _described(key, value) for key, value in (keywords or {}).items()}
+        self.dtype: np.dtype[Any] = np.dtype(dtype).newbyteorder("=")
+        if keywords is not None and not isinstance(keywords, collections.abc.Mapping):
+            raise TypeError(f"keywords: expected a mapping of names to values, found {shown(keywords)}")
+        described = {word("keywords", key): _described(key, value) for key, value in (keywords or {}).items()}
         self._values = {key: value for key, (value, _) in described.items()}
         parts = [(key, value, comment) for key, (value, comment) in described.items()]
         self._core = _core.StreamWriter(self.name, list(reversed(self.shape)), self.dtype.name, parts)

@@ -3,6 +3,8 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -63,8 +65,8 @@ PixelReading Reading(const std::string& pixels, double pedestal, std::optional<d
 
 /// None where there is no such attribute. What else goes wrong, Ctrl-C in a property's code for instance, comes
 /// through.
-py::object AttributeOf(const py::object& object, const char* name) {
-  if (PyObject* const found = PyObject_GetAttrString(object.ptr(), name); found != nullptr) {
+py::object AttributeOf(const py::object& object, const py::handle& name) {
+  if (PyObject* const found = PyObject_GetAttr(object.ptr(), name.ptr()); found != nullptr) {
     return py::reinterpret_steal<py::object>(found);
   }
   if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) throw py::error_already_set();
@@ -90,6 +92,20 @@ py::tuple Compute(ReadyEngine& ready, const py::object& frame, const py::object&
 
 bool HasMaps(const PixelReading& reading) {
   return !reading.dark_map.empty() || !reading.flat_map.empty() || !reading.bad_pixels.empty();
+}
+
+/// By the checks of the package's own half.
+Roi MadeRoi(const py::object& x_low, const py::object& x_up, const py::object& y_low, const py::object& y_up,
+            const py::object& x_max, const py::object& y_max, const py::object& x_ref, const py::object& y_ref) {
+  const py::module_ checks = py::module_::import("quen_shs._records");
+  const auto pixel = [&](const char* name, const py::object& value) {
+    return checks.attr("whole")(name, value, 0, std::numeric_limits<std::uint16_t>::max()).cast<std::uint16_t>();
+  };
+  const auto place = [&](const char* name, const py::object& value) {
+    return checks.attr("number")(name, value).cast<double>();
+  };
+  return {pixel("x_low", x_low), pixel("x_up", x_up),   pixel("y_low", y_low), pixel("y_up", y_up),
+          pixel("x_max", x_max), pixel("y_max", y_max), place("x_ref", x_ref), place("y_ref", y_ref)};
 }
 
 std::string Shown(const Roi& roi) {
@@ -143,16 +159,19 @@ class EngineInUse::PythonEngine : public Engine {
 };
 
 EngineInUse::EngineInUse(const py::object& engine, const py::object& simulator, const std::uint16_t* pixels) {
+  // Python finds names in what it keeps of a class where they are always the same objects.
+  static const py::handle ready_name = PyUnicode_InternFromString("_engine");
+  static const py::handle compute_name = PyUnicode_InternFromString("compute");
   // Only a ready-made engine has one by its class: an object that passes every name on to another one has its own
   // compute.
-  if (!AttributeOf(py::type::of(engine), "_engine").is_none()) ready_ = AttributeOf(engine, "_engine");
+  if (!AttributeOf(py::type::of(engine), ready_name).is_none()) ready_ = AttributeOf(engine, ready_name);
   if (py::isinstance<ReadyEngine>(ready_)) {
     auto& known = ready_.cast<ReadyEngine&>();
     in_use_.emplace(known.is_in_use, "engine");
     engine_ = known.engine.get();
     return;
   }
-  const py::object compute = AttributeOf(engine, "compute");
+  const py::object compute = AttributeOf(engine, compute_name);
   if (PyCallable_Check(compute.ptr()) != 0 && py::isinstance<py::type>(engine)) {
     const std::string name = py::str(engine.attr("__name__"));
     throw py::type_error("engine: expected an object with a method compute(frame, roi), found the class " + name +
@@ -184,10 +203,8 @@ void BindEngines(py::module_& module) {
     return py::make_tuple(roi.x_low, roi.x_up, roi.y_low, roi.y_up, roi.x_max, roi.y_max, roi.x_ref, roi.y_ref);
   });
   region
-      .def(py::init<std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, std::uint16_t, double,
-                    double>(),
-           py::arg("x_low"), py::arg("x_up"), py::arg("y_low"), py::arg("y_up"), py::arg("x_max"), py::arg("y_max"),
-           py::arg("x_ref"), py::arg("y_ref"))
+      .def(py::init(&MadeRoi), py::arg("x_low"), py::arg("x_up"), py::arg("y_low"), py::arg("y_up"), py::arg("x_max"),
+           py::arg("y_max"), py::arg("x_ref"), py::arg("y_ref"))
       .def_readonly("x_low", &Roi::x_low)
       .def_readonly("x_up", &Roi::x_up)
       .def_readonly("y_low", &Roi::y_low)

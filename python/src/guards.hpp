@@ -44,14 +44,14 @@ class InUse {
   std::atomic_flag& flag_;
 };
 
-/// Puts a generator into the place of the calling thread's, and back.
+/// Puts a generator into the place of the calling thread's, and back. In four copies of it: two swaps would be six.
 class InPlaceOfTheThreads {
  public:
   explicit InPlaceOfTheThreads(std::mt19937& generator)
-      : generator_(generator), threads_(common::random::detail::MersenneTwisterEngine()) {
-    std::swap(generator_, threads_);
-  }
-  ~InPlaceOfTheThreads() { std::swap(generator_, threads_); }
+      : generator_(generator),
+        threads_(common::random::detail::MersenneTwisterEngine()),
+        kept_(std::exchange(threads_, generator_)) {}
+  ~InPlaceOfTheThreads() { generator_ = std::exchange(threads_, kept_); }
   InPlaceOfTheThreads(const InPlaceOfTheThreads&) = delete;
   InPlaceOfTheThreads& operator=(const InPlaceOfTheThreads&) = delete;
   InPlaceOfTheThreads(InPlaceOfTheThreads&&) = delete;
@@ -60,6 +60,7 @@ class InPlaceOfTheThreads {
  private:
   std::mt19937& generator_;
   std::mt19937& threads_;
+  const std::mt19937 kept_;
 };
 
 /// While this exists, the interpreter's lock is free for other threads. Not so once the interpreter has begun to end.

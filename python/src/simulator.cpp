@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -176,26 +175,27 @@ py::bytes Picture(Simulator& self) {
 
 // --- What a call costs without Python, for the benchmarks
 
-template <typename Action>
-double LeastSeconds(int times, const Action& action) {
-  double least = std::numeric_limits<double>::infinity();
-  for (int k = 0; k < times; ++k) {
-    const auto start = std::chrono::steady_clock::now();
-    action();
-    least = std::min(least, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-  }
-  return least;
+/// A copy into `out`, if there is one, included.
+template <typename T, typename Action>
+double SecondsOf(const Action& action, const std::vector<T>& result, const py::object& out, const Shape& shape) {
+  T* const copy = out.is_none() ? nullptr : Output<T>(out, "out", shape).mutable_data();
+  const auto start = std::chrono::steady_clock::now();
+  action();
+  if (copy != nullptr) std::memcpy(copy, result.data(), result.size() * sizeof(T));
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-double LeastSecondsOfFrames(Simulator& self, const py::object& dx, const py::object& dy, double noise, int times) {
+double SecondsOfFrame(Simulator& self, const py::object& dx, const py::object& dy, double noise,
+                      const py::object& out) {
   const auto x = Input<double>(dx, "dx", {kNumRois});
   const auto y = Input<double>(dy, "dy", {kNumRois});
-  return LeastSeconds(times, [&] { self.camera.ComputeFrame(In(x), In(y), noise); });
+  return SecondsOf([&] { self.camera.ComputeFrame(In(x), In(y), noise); }, self.camera.Frame(), out, FrameShape());
 }
 
-double LeastSecondsOfSlopes(Simulator& self, const py::object& engine, double limit, int times) {
+double SecondsOfSlopes(Simulator& self, const py::object& engine, double limit, const py::object& out) {
   EngineInUse measuring(engine);
-  return LeastSeconds(times, [&] { self.camera.ComputeSlopes(measuring.Get(), limit); });
+  const auto measure = [&] { self.camera.ComputeSlopes(measuring.Get(), limit); };
+  return SecondsOf(measure, self.camera.Slopes(), out, {kNumSlopes});
 }
 
 /// A property: a view of a buffer.
@@ -280,8 +280,8 @@ void BindSimulator(py::module_& module) {
       .def("compute_frame", &ComputeFrame)
       .def("compute_slopes", &ComputeSlopes)
       .def("picture", &Picture)
-      .def("least_seconds_of_frames", &LeastSecondsOfFrames)
-      .def("least_seconds_of_slopes", &LeastSecondsOfSlopes)
+      .def("seconds_of_frame", &SecondsOfFrame)
+      .def("seconds_of_slopes", &SecondsOfSlopes)
       .def("seed",
            [](Simulator& self, std::uint32_t seed) {
              const InUse in_use(self.is_in_use, "Simulator");

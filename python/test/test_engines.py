@@ -382,6 +382,17 @@ def test_an_engine_that_passes_names_on_is_asked_itself(sim):
     assert (sim.compute_slopes(Wrapper(Weighted()))[607:] == 7.0).all()
 
 
+def test_a_derived_engine_that_sets_no_field_has_the_defaults(sim):
+    class Derived(Weighted):
+        def __init__(self):
+            pass
+
+    expected = sim.compute_slopes(Weighted())
+    assert (sim.compute_slopes(Derived()) == expected).all()
+    roi = Roi(x_low=4, x_up=24, y_low=4, y_up=24, x_max=840, y_max=816, x_ref=14.0, y_ref=14.0)
+    assert Derived().compute(sim.frame, roi) == Weighted().compute(sim.frame, roi)
+
+
 def test_slopes_before_an_exception_stay(sim):
     calls = []
 

@@ -14,6 +14,8 @@ from quen_shs import (
     Detector,
     LightEngine,
     MaximumLikelihoodFit,
+    Picture,
+    ReadyMade,
     Roi,
     Simulator,
     Stream,
@@ -66,6 +68,11 @@ def closed():
         stream.wait(0.0)
 
 
+def waited(timeout):
+    with Stream.create("refused", 3, "int8"), Stream("refused") as stream:
+        stream.wait(timeout)
+
+
 # What is refused: the exception, its whole text but for "...", and a call, which has a simulator, a folder with a
 # calibration and one for files.
 REFUSALS = [
@@ -91,6 +98,20 @@ REFUSALS = [
     (TypeError, "roi: expected a Roi, found 5", lambda s, c, f: Weighted().compute(FRAME, 5)),
     (ValueError, "frame: expected one of 816 rows and 840 columns, as the engine's maps have, found another",
      lambda s, c, f: MaximumLikelihoodFit(flat_map=np.ones((816, 840))).compute(FRAME[:20, :20], ROI)),
+    (ValueError, "x_low: expected 0 to 65535, found -1", lambda s, c, f: Roi(-1, 20, 0, 20, 20, 20, 10.0, 10.0)),
+    (TypeError, "y_max: expected a whole number, found 1.5", lambda s, c, f: Roi(0, 20, 0, 20, 20, 1.5, 10.0, 10.0)),
+    (TypeError, "x_ref: expected a number, found None", lambda s, c, f: Roi(0, 20, 0, 20, 20, 20, None, 10.0)),
+    (TypeError, "Can't instantiate abstract class ReadyMade...", lambda s, c, f: ReadyMade()),
+    (ValueError, "thresholding: expected a word in UTF-8, found '\\ud800'",
+     lambda s, c, f: CentreOfGravity(thresholding="\ud800")),
+    (TypeError, "content: expected bytes, found 3", lambda s, c, f: Picture(3)),
+    (ValueError, "content: expected the bytes of a PNG file, found others", lambda s, c, f: Picture(b"3")),
+    (TypeError, "keywords: expected a mapping of names to values, found 7",
+     lambda s, c, f: Stream.create("refused", 3, "int8", keywords=7)),
+    (TypeError, "keywords: expected a word, found 7",
+     lambda s, c, f: Stream.create("refused", 3, "int8", keywords={7: 1})),
+    (ValueError, "timeout: expected seconds, found nan", lambda s, c, f: waited(np.nan)),
+    (TypeError, "timeout: expected a number, found '1'", lambda s, c, f: waited("1")),
     (TypeError, "compute: expected (flux, x, y), found 3", lambda s, c, f: s.compute_slopes(Answers(3))),
     (TypeError, "compute: expected (flux, x, y), found (1.0, 'x', 0.0)",
      lambda s, c, f: s.compute_slopes(Answers((1.0, "x", 0.0)))),

@@ -271,6 +271,14 @@ def test_any_layout_in_memory_is_published_row_by_row():
         assert stream.read()[1].tolist() == [8, 10, 12, 14]
 
 
+def test_frames_are_published_in_the_order_of_bytes_that_they_are_read_in():
+    with Stream.create("test", 3, ">u2") as writer, Stream("test") as stream:
+        writer.publish(np.array([1, 2, 3], "uint16"))
+        assert stream.read().tolist() == [1, 2, 3]
+        with pytest.raises(TypeError, match="^frame: expected uint16, found >u2$"):
+            writer.publish(np.array([1, 2, 3], ">u2"))
+
+
 # --- The tool beside
 
 

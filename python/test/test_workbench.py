@@ -104,6 +104,12 @@ def test_a_calibration_has_no_remains(tmp_path):
     assert sorted(file.name for file in (tmp_path / "data").iterdir()) == sorted(FILES)
 
 
+def test_the_calibration_above_its_data_is_checked(sensor, monkeypatch):
+    for here, name in ((sensor.parent, "sensor/data"), (sensor, "data"), (sensor, "data/"), (sensor / "data", ".")):
+        monkeypatch.chdir(here)
+        assert list(check(name)) == list(check(sensor))
+
+
 @pytest.mark.parametrize("name", ["with space", "brackets[1]", "ünïcode", "(parentheses)", "a+b", "!exclamation"])
 def test_a_folder_may_have_any_name(name, tmp_path):
     calibrate(tmp_path / name)

@@ -10,11 +10,11 @@
 
 namespace quen::workbench {
 
-/// Magnification that makes the root mean square displacement of the used sub-apertures a typical arrow; 1 if there is
-/// nothing to show.
+/// Magnification with which nineteen of twenty displacements of the used sub-apertures are no longer than the longest
+/// arrow; longer ones are cut to it, and red. 1 if there is nothing to show.
 double ArrowMagnification(const Overlay& overlay);
 
-/// The magnification in words, and how many used sub-apertures have no arrow.
+/// How many pixels the longest arrow is in words, and how many used sub-apertures have no arrow.
 std::string ArrowLegend(const Overlay& overlay);
 
 /// Draws a frame, and sub-apertures on it if there are any; says how many pixels have no value. Returns a PNG file.

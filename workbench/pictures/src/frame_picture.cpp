@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/statistics/quantile.hpp"
 #include "workbench/pictures/src/plane.hpp"
 #include "workbench/pictures/src/plot.hpp"
 #include "workbench/sensor/dimensions.hpp"
@@ -12,8 +13,8 @@
 namespace quen::workbench {
 namespace {
 
-constexpr double kTypicalArrow = 5.0;  // pixels of the frame
-constexpr double kShortest = 1e-300;   // pixels; shorter ones are too short to be enlarged
+constexpr double kShortest = 1e-300;  // pixels; shorter ones are too short to be enlarged
+constexpr double kLong = 0.95;        // of the arrows are no longer than the longest that is drawn
 
 /// What is finite of a map, in units of its largest magnitude, so that differences are numbers, too; a 0 where nothing
 /// is.
@@ -40,18 +41,18 @@ double ArrowMagnification(const Overlay& overlay) {
     if (!overlay.IsUsed(i) || !overlay.HasArrow(i)) continue;
     lengths.push_back(std::hypot(overlay.displacements->x[i], overlay.displacements->y[i]));
   }
-  const double longest = lengths.empty() ? 0.0 : std::ranges::max(lengths);
+  if (lengths.empty()) return 1.0;
+  const double longest = std::ranges::max(lengths);
+  const double long_one = common::Quantile(lengths, kLong);
   if (!(longest > 0.0)) return 1.0;
-  double sum = 0.0;  // of squares over the longest one's, which may be more than a number holds
-  for (const double length : lengths) sum += (length / longest) * (length / longest);
-  const double rms = longest * std::sqrt(sum / static_cast<double>(lengths.size()));
-  return kTypicalArrow / std::max(rms, kShortest);
+  return kLongestArrow / std::max(long_one > 0.0 ? long_one : longest, kShortest);
 }
 
 std::string ArrowLegend(const Overlay& overlay) {
   std::ptrdiff_t lost = 0;
   for (std::size_t i = 0; i < overlay.rois.size(); ++i) lost += overlay.IsUsed(i) && !overlay.HasArrow(i) ? 1 : 0;
-  return Short(ArrowMagnification(overlay)) + " times enlarged" + NotFinite(overlay.displacements ? lost : 0);
+  return "the longest arrow is " + Short(kLongestArrow / ArrowMagnification(overlay)) + " px, red: cut" +
+         NotFinite(overlay.displacements ? lost : 0);
 }
 
 std::string DrawFrame(const Frame& frame, const Stretch& stretch, const std::optional<Overlay>& overlay,

@@ -6,11 +6,11 @@
 namespace quen::workbench {
 namespace {
 
-constexpr double kLongestArrow = 11.0;  // stays inside the region
-
 constexpr Colour kUsedOutline = {0.25, 0.60, 0.90, 0.55};
 constexpr Colour kUnusedOutline = {0.60, 0.60, 0.60, 0.18};
 constexpr Colour kArrow = {1.00, 0.55, 0.10, 1.0};
+constexpr Colour kCutArrow = {0.90, 0.00, 0.10, 1.0};
+constexpr double kRounding = 1e-9;  // of an arrow that is as long as the longest
 
 }  // namespace
 
@@ -40,7 +40,6 @@ void Plane::DrawOutlines(const Overlay& overlay) const {
 
 void Plane::DrawArrows(const Overlay& overlay, double magnification) const {
   if (!overlay.displacements) return;
-  Use(cr_, kArrow);
   cairo_set_line_width(cr_, 1.4);
   for (std::size_t i = 0; i < overlay.rois.size(); ++i) {
     if (!overlay.IsUsed(i) || !overlay.HasArrow(i)) continue;
@@ -53,7 +52,9 @@ void Plane::Arrow(double x, double y, double dx, double dy) const {
   constexpr double kHead = 3.0;
   constexpr double kHeadAngle = 2.6;
   const double angle = std::atan2(dy, dx);
-  const double shown = std::min(std::hypot(dx, dy), kLongestArrow);
+  const double length = std::hypot(dx, dy);
+  const double shown = std::min(length, kLongestArrow);
+  Use(cr_, length > kLongestArrow * (1.0 + kRounding) ? kCutArrow : kArrow);
   const double tip_x = x + shown * std::cos(angle);
   const double tip_y = y + shown * std::sin(angle);
   cairo_move_to(cr_, X(x), Y(y));

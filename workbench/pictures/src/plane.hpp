@@ -8,6 +8,8 @@
 
 namespace quen::workbench {
 
+inline constexpr double kLongestArrow = 11.0;  ///< pixels of the picture; stays inside a region
+
 /// From a detector's coordinates to a picture's: row 0 at the bottom, a pixel of the detector a pixel of the picture.
 class Plane {
  public:
@@ -17,7 +19,7 @@ class Plane {
 
   void DrawPixels(const Frame& frame, const Stretch& stretch) const;
   void DrawOutlines(const Overlay& overlay) const;
-  /// Arrows for the displacements of the used sub-apertures, cut to the longest that stays inside a region.
+  /// Arrows for the displacements of the used sub-apertures; longer ones than the longest are cut to it, and red.
   void DrawArrows(const Overlay& overlay, double magnification) const;
   /// Fills the region of a sub-aperture.
   void Fill(const Roi& roi, const Colour& colour) const;

@@ -230,20 +230,31 @@ TEST_F(Pictures, RegionsWithoutReferences) {
 TEST_F(Pictures, FieldTellsHowManyHaveNoArrow) {
   const auto simulator = Load();
   Overlay overlay = Coma(simulator);
-  EXPECT_EQ(ArrowLegend(overlay), "4.91 times enlarged");
+  EXPECT_EQ(ArrowLegend(overlay), "the longest arrow is 1.84 px, red: cut");
   const std::vector<std::size_t> used = UsedIndices(overlay.used);
   overlay.displacements->x[used[3]] = std::numeric_limits<double>::infinity();
   overlay.displacements->y[used[4]] = std::numeric_limits<double>::quiet_NaN();
   overlay.rois[used[5]].y_ref = std::numeric_limits<double>::quiet_NaN();
   overlay.displacements->x[0] = std::numeric_limits<double>::quiet_NaN();  // is not used
-  EXPECT_NE(ArrowLegend(overlay).find(" times enlarged (3 not finite)"), std::string::npos) << ArrowLegend(overlay);
+  EXPECT_NE(ArrowLegend(overlay).find(" px, red: cut (3 not finite)"), std::string::npos) << ArrowLegend(overlay);
   std::ranges::fill(overlay.displacements->x, 1e308);
   std::ranges::fill(overlay.displacements->y, 0.0);
-  EXPECT_EQ(ArrowLegend(overlay), "5e-308 times enlarged (1 not finite)");
+  EXPECT_EQ(ArrowLegend(overlay), "the longest arrow is 1e+308 px, red: cut (1 not finite)");
   std::ranges::fill(overlay.displacements->x, 5e-324);
   EXPECT_GT(ArrowMagnification(overlay), 0.0);
   EXPECT_TRUE(std::isfinite(ArrowMagnification(overlay)));
-  EXPECT_EQ(ArrowLegend({overlay.rois, overlay.used, std::nullopt}), "1 times enlarged");
+  EXPECT_EQ(ArrowLegend({overlay.rois, overlay.used, std::nullopt}), "the longest arrow is 11 px, red: cut");
+}
+
+TEST_F(Pictures, FieldOfFewLongDisplacementsShowsTheShortOnes) {
+  const auto simulator = Load();
+  Overlay overlay = Coma(simulator);
+  std::ranges::fill(overlay.displacements->x, 1e-3);
+  std::ranges::fill(overlay.displacements->y, 0.0);
+  const std::vector<std::size_t> used = UsedIndices(overlay.used);
+  for (std::size_t k = 0; k < 30; ++k) overlay.displacements->y[used[20 * k]] = 10.0;
+  EXPECT_EQ(ArrowLegend(overlay), "the longest arrow is 0.001 px, red: cut");
+  ExpectLooksLike("field_uneven", [&] { return DrawField(overlay, {}); });
 }
 
 TEST(Picture, TextOfAnyBytesIsDrawn) {
