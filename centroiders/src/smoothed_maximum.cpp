@@ -165,7 +165,7 @@ QUEN_ALWAYS_INLINE void SubtractPlane(const Search& s) {
   const auto slope_x = static_cast<float>(s.slopes.x);
   const auto slope_y = static_cast<float>(s.slopes.y);
   for (std::size_t x = 0; x < s.patch.stride; x += W) {
-    Floats<W> plane;
+    Floats<W> plane = {};
     for (std::size_t lane = 0; lane < W; ++lane) plane[lane] = static_cast<float>(lane);
     plane = slope_x * (plane + static_cast<float>(x));
     for (std::size_t k = x; k < s.patch.light.size(); k += s.patch.stride) {
