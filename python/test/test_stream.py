@@ -116,8 +116,10 @@ def test_waiting_ends_with_the_next_frame_or_the_time():
         begin = time.monotonic()
         assert not stream.wait(timeout=0.05)
         assert 0.05 <= time.monotonic() - begin < 5.0
-        threading.Timer(0.05, writer.publish, [np.ones(3, "uint8")]).start()
+        timer = threading.Timer(0.05, writer.publish, [np.ones(3, "uint8")])
+        timer.start()
         assert stream.wait(timeout=30.0)
+        timer.join()
         assert stream.wait(timeout=0), "it has not been read"
         stream.read()
         assert not stream.wait(timeout=0)

@@ -14,8 +14,8 @@ int main(int count, char** words) {
   using namespace quen::workbench;
   const gsl::span<char*> arguments(words, static_cast<std::size_t>(count));
   if (arguments.size() != 3) return EXIT_FAILURE;
-  const double rate = std::atof(arguments[1]);
-  const auto frames = static_cast<std::uint64_t>(rate * std::atof(arguments[2]));
+  const double rate = std::strtod(arguments[1], nullptr);
+  const auto frames = static_cast<std::uint64_t>(rate * std::strtod(arguments[2], nullptr));
   std::vector<std::uint16_t> pixels(kFrameWidth * kFrameHeight);
   GigeCamera camera("127.0.0.1", "rate", rate);
   MonotonicClock clock;
