@@ -294,6 +294,10 @@ if(QUEN_BUILD_TOOLS)
                                                      $<TARGET_FILE:quen-shs>
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(ServedFrames.AreReadByOthers PROPERTIES LABELS tool TIMEOUT 600)
+  add_test(NAME LiveSoak.AClosedLoopGoesOn COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/live_soak.py
+                                                   $<TARGET_FILE:quen-shs>
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(LiveSoak.AClosedLoopGoesOn PROPERTIES LABELS soak)
 endif()
 
 # --- A server's camera, taken from by Aravis' own client. Skipped where there is no Aravis for Python, or no network
