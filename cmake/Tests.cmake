@@ -215,6 +215,7 @@ if(QUEN_BUILD_TOOLS)
             workbench/campaign/test/result_files_test.cpp
     LIBRARIES quen_workbench fmt::fmt)
   quen_add_test(live_test LABEL workbench SOURCES workbench/live/test/controller_test.cpp
+                                                  workbench/live/test/frame_contents_test.cpp
                                                   workbench/live/test/live_test.cpp LIBRARIES quen_workbench)
   quen_add_test(
     serve_test

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -8,6 +9,7 @@
 
 #include "workbench/live/durations.hpp"
 #include "workbench/live/follower.hpp"
+#include "workbench/live/frame_contents.hpp"
 
 namespace quen::workbench {
 
@@ -21,6 +23,7 @@ struct FrameCounts {
   std::uint64_t overtaken = 0;    ///< of which the writer let nobody have a whole copy at first
   std::uint64_t misnumbered = 0;  ///< the counter went back, or further than the keyword FRAME
   std::uint64_t made_anew = 0;    ///< times that the stream was
+  std::array<std::uint64_t, kOddities.size()> odd = {};  ///< of each oddity, those that have it
 };
 
 /// Takes what a Follower finds, and counts.
@@ -32,12 +35,16 @@ struct FrameCounts {
 /// **Lost frames** are the gaps in the counter. Where the stream has an integer keyword FRAME, which numbers what is
 /// rendered, the counter is held against it: it tells frames that were never written from those that were missed, and a
 /// counter that jumps from a loss.
+///
+/// **Odd frames** are told of images of 16-bit pixels; those that are repeated or torn are told of that alone.
 class FrameStatistics {
  public:
   /// Takes what the last look has found.
   void Take(StreamEvent event, const Follower& stream);
 
   [[nodiscard]] const FrameCounts& Counts() const { return counts_; }
+  /// Whether odd frames are told: the pixels have 16 bits, and two axes that are long enough.
+  [[nodiscard]] bool TellsOddities() const { return contents_.has_value(); }
   /// From the time that the writer gives until the frame was seen to be there, seconds.
   [[nodiscard]] const Durations& Latencies() const { return latencies_; }
   /// From one frame until the next one, seconds.
@@ -58,7 +65,8 @@ class FrameStatistics {
   void TakeFrame(const Follower& stream);
   void CountSteps(const stream::FrameInfo& info, std::optional<std::int64_t> number);
   void TakeTimes(const Follower& stream);
-  void Compare(const std::vector<std::byte>& pixels);
+  void Compare(const Follower& stream);
+  void LookAtContents(const Follower& stream);
 
   FrameCounts counts_;
   Durations latencies_;
@@ -71,6 +79,8 @@ class FrameStatistics {
   std::vector<std::uint8_t> is_lively_;  ///< of each row: whether it has changed in every frame so far
   std::size_t comparisons_ = 0;
   Before before_;
+  std::optional<FrameContents> contents_;
+  std::vector<std::int16_t> levels_;  ///< pixels, as signed ones
 };
 
 }  // namespace quen::workbench

@@ -312,6 +312,34 @@ class Served(unittest.TestCase):
         self.assertTrue(np.isnan(table["published"].filled(np.nan)[1]))
         self.assertGreater(table["published"][12] - table["due"][12], 0.04)
 
+    def test_faults_are_seen_by_watch(self):
+        """Every kind, four times over: what the watcher does not lose it calls by its name."""
+        kinds = [{"kind": "drop"}, {"kind": "repeat"}, {"kind": "twice"}, {"kind": "freeze"},
+                 {"kind": "pause", "milliseconds": 20}, {"kind": "tear", "rows": 400}, {"kind": "dark"},
+                 {"kind": "saturate"}, {"kind": "stuck", "x": 300, "y": 300, "width": 23, "height": 23},
+                 {"kind": "shift", "rows": 1}, {"kind": "shift", "columns": -3},
+                 {"kind": "cosmic", "hits": 2, "amount": 9000}, {"kind": "bitflip", "x": 12, "y": 13, "bit": 11},
+                 {"kind": "lost", "subaperture": 544}, {"kind": "burst", "factor": 2}, {"kind": "counter", "by": 0}]
+        faults = [{"frame": 40 + 4 * k} | kind for k, kind in enumerate(4 * kinds)]
+        faults.append({"frame": faults[-1]["frame"] + 4, "kind": "remake"})
+        script = self.shm / "faults.json"
+        script.write_text(json.dumps(faults), encoding="utf-8")
+        for rate in (60, 30, 15):  # slower where a busy machine loses frames
+            with self.start("--d-over-r0=5", f"--rate={rate}", f"--frames={faults[-1]['frame'] + 20}",
+                            f"--faults={script}") as server:
+                Reader.attached(self.stream, server)
+                seconds = len(faults) * 4 / rate + 1.5
+                watched = json.loads(self.tool("watch", "wfs", f"--seconds={seconds}", "--json",
+                                               env=self.environment).stdout)
+                server.kill()
+            if watched["lost"] < 0.03 * watched["frames"]:
+                break
+        for key in ("unpublished", "repeated", "torn", "misnumbered", "made_anew"):
+            self.assertGreater(watched[key], 0, (key, watched))
+        for key, count in watched["odd"].items():
+            self.assertGreater(count, 0, (key, watched))
+            self.assertLessEqual(count, 8, (key, watched))
+
     # --- Beginnings and ends
 
     def test_ends_in_order(self):

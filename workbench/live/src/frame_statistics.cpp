@@ -63,6 +63,13 @@ void FrameStatistics::Attach(const Follower& stream) {
   place_of_number_ = PlaceOf(stream.Stream(), "FRAME");
   is_lively_.assign(RowsOf(stream.Stream()), 1);
   comparisons_ = 0;
+  contents_.reset();
+  const std::vector<std::uint32_t> size = stream.Stream().Size();
+  const stream::PixelType type = stream.Stream().Type();
+  const bool has_16_bits = type == stream::PixelType::kInt16 || type == stream::PixelType::kUint16;
+  if (!has_16_bits || size.size() != 2 || !FrameContents::Fits(size[0], size[1])) return;
+  contents_.emplace(size[0], size[1]);
+  levels_.resize(std::size_t{size[0]} * size[1]);
 }
 
 void FrameStatistics::TakeFrame(const Follower& stream) {
@@ -73,7 +80,7 @@ void FrameStatistics::TakeFrame(const Follower& stream) {
     ++counts_.frames;
     CountSteps(info, number);
     TakeTimes(stream);
-    Compare(stream.Pixels());
+    Compare(stream);
   }
   before_.count = info.count;
   before_.number = number;
@@ -104,7 +111,8 @@ void FrameStatistics::TakeTimes(const Follower& stream) {
   if (info.count > before_.count) written_ += info.count - before_.count;
 }
 
-void FrameStatistics::Compare(const std::vector<std::byte>& pixels) {
+void FrameStatistics::Compare(const Follower& stream) {
+  const std::vector<std::byte>& pixels = stream.Pixels();
   if (before_.pixels.size() != pixels.size()) return;
   const std::size_t rows = is_lively_.size();
   const std::size_t bytes = pixels.size() / rows;
@@ -120,6 +128,19 @@ void FrameStatistics::Compare(const std::vector<std::byte>& pixels) {
   } else {
     for (std::size_t row = 0; row < rows; ++row) is_lively_[row] &= has_changed[row];
     ++comparisons_;
+    if (contents_) LookAtContents(stream);
+  }
+}
+
+void FrameStatistics::LookAtContents(const Follower& stream) {
+  std::memcpy(levels_.data(), stream.Pixels().data(), stream.Pixels().size());
+  if (stream.Stream().Type() == stream::PixelType::kUint16) {
+    constexpr int kHighest = 0x8000;
+    for (std::int16_t& level : levels_) level = static_cast<std::int16_t>(static_cast<std::uint16_t>(level) - kHighest);
+  }
+  const FrameContents::Oddities oddities = contents_->Look(levels_);
+  for (std::size_t k = 0; k < oddities.size(); ++k) {
+    if (oddities.at(k)) ++counts_.odd.at(k);
   }
 }
 

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
 #include <fstream>
 #include <limits>
 #include <memory>
+#include <random>
+#include <string>
 #include <vector>
 
 #include "stream/test/streams.hpp"
@@ -261,6 +264,48 @@ TEST_F(FrameStatisticsOf, RowsThatDoNotAlwaysChangeSayNothing) {
     Look();
   }
   EXPECT_EQ(Counts().torn, 0);
+}
+
+TEST(FrameStatistics, OddFramesOfUnsignedPixelsAreTold) {
+  const StreamFolder folder;
+  constexpr std::size_t kSide = 4 * FrameContents::kTile;
+  Writer writer({.name = "test", .type = PixelType::kUint16, .size = {kSide, kSide}});
+  Follower stream("test");
+  FrameStatistics statistics;
+  std::vector<std::uint16_t> pixels(kSide * kSide);
+  std::mt19937 random(1);
+  const auto publish = [&] {
+    writer.Publish(gsl::as_bytes(gsl::span(pixels)), kAnyTime);
+    statistics.Take(stream.Look(), stream);
+  };
+  for (std::size_t k = 0; k < FrameContents::kLearned + 3; ++k) {
+    for (std::uint16_t& pixel : pixels) pixel = static_cast<std::uint16_t>(32700 + random() % 100);
+    publish();
+  }
+  EXPECT_EQ(std::ranges::count(statistics.Counts().odd, 0), 7) << "they are about half of what there can be";
+  std::ranges::fill(pixels, std::uint16_t{65535});
+  publish();
+  EXPECT_TRUE(statistics.TellsOddities());
+  EXPECT_EQ(statistics.Counts().odd, (std::array<std::uint64_t, 7>{0, 1, 0, 0, 0, 0, 0}));
+}
+
+TEST(FrameStatistics, OddFramesAreToldOfImagesOfSixteenBits) {
+  const StreamFolder folder;
+  const std::uint32_t side = 4 * FrameContents::kTile;
+  int number = 0;
+  const auto tells = [&](const std::vector<std::uint32_t>& size, PixelType type) {
+    const std::string name = "test" + std::to_string(++number);
+    Writer writer({.name = name, .type = type, .size = size});
+    Follower stream(name);
+    FrameStatistics statistics;
+    statistics.Take(stream.Look(), stream);
+    return statistics.TellsOddities();
+  };
+  EXPECT_TRUE(tells({side, side}, PixelType::kInt16));
+  EXPECT_FALSE(tells({side, side}, PixelType::kInt32));
+  EXPECT_FALSE(tells({side, side - 1}, PixelType::kInt16));
+  EXPECT_FALSE(tells({side, side, 2}, PixelType::kInt16));
+  EXPECT_FALSE(tells({side * side}, PixelType::kInt16));
 }
 
 TEST_F(FrameStatisticsOf, AFrameThatIsBeingWrittenIsOvertakenOnce) {

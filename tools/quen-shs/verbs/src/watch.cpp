@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -161,6 +162,21 @@ void AddCounts(Report& report, const Watch& watch) {
   }
 }
 
+void AddOddities(Report& report, const Watch& watch) {
+  Json counts;  // null where nothing can be told
+  if (watch.Statistics().TellsOddities()) counts = Json::object();
+  for (std::size_t k = 0; k < workbench::kOddities.size() && !counts.is_null(); ++k) {
+    const auto& [oddity, key, text] = workbench::kOddities.at(k);
+    const std::uint64_t count = watch.Statistics().Counts().odd.at(k);
+    counts[key] = count;
+    if (count == 0) continue;
+    std::string name = key;
+    std::ranges::replace(name, '_', ' ');
+    report.AddLine(fmt::format("{:<24}{}, {}", name, count, text));
+  }
+  report.Add("odd", counts);
+}
+
 void AddWarnings(Report& report, const Watch& watch) {
   constexpr double kLong = 1.0;
   constexpr double kAhead = -1e-3;  // seconds, which no clock of one machine is
@@ -186,6 +202,7 @@ void Print(const Watch& watch, const workbench::StagedFiles& files, bool are_wri
   Report report;
   AddStream(report, watch);
   AddCounts(report, watch);
+  AddOddities(report, watch);
   AddTimes(report, "latency", watch.Statistics().Latencies(), "from the writer's time to here");
   AddTimes(report, "interval", watch.Statistics().Intervals(), "from frame to frame");
   AddWarnings(report, watch);
@@ -261,6 +278,10 @@ new at one end of the image alone, though the writer said that the frame is whol
 copied; the copy is thrown away, and the next one taken. With an integer keyword FRAME in the stream, frames that were
 never written are told from lost ones, and a counter that jumps is noticed. The latency counts from the writer's time of
 writing (clock TAI) until the frame was seen to be there.
+
+In images of 16-bit pixels, odd frames are told beside those before: dark (without light), saturated, displaced
+by whole pixels, stuck in part (23 x 23 pixels or more), with spots lost, with odd pixels, noisy. The first 16
+are learned from.
 
 A stream that is made anew under the same name is said, and followed; so is one that is gone. The exit code is 1 where
 no frame has come.
