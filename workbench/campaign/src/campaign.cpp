@@ -15,6 +15,7 @@
 #include "workbench/campaign/seeds.hpp"
 #include "workbench/campaign/src/document.hpp"
 #include "workbench/campaign/src/shell_word.hpp"
+#include "workbench/fits/plain_text.hpp"
 
 namespace quen::workbench {
 namespace {
@@ -25,7 +26,8 @@ constexpr std::size_t kLongestValue = 300;  // bytes of a text: what a column of
 /// What is wrong, and where: "axes.gain".
 class CampaignError : public std::invalid_argument {
  public:
-  CampaignError(const std::string& where, const std::string& what) : std::invalid_argument(where + ": " + what) {}
+  CampaignError(const std::string& where, const std::string& what)
+      : std::invalid_argument(Plain(where + ": " + what)) {}
 };
 
 /// As a sentence shows it.
@@ -33,6 +35,7 @@ std::string Shown(const Document& value) {
   if (value.is_structured()) return value.is_array() ? "a list" : "a table";
   if (value.is_string()) return value.get<std::string>();
   if (value.is_null()) return "null";
+  if (value.is_number_float()) return InWords(value.get<double>());
   return value.dump(-1, ' ', false, Document::error_handler_t::replace);
 }
 
@@ -76,8 +79,9 @@ std::uint64_t WholeOf(const std::string& where, const Document& value, double lo
 }
 
 std::string TextOf(const std::string& where, const Document& value, const char* what) {
-  if (!value.is_string() || value.get_ref<const std::string&>().empty()) Refuse(where, what, value);
-  return value.get<std::string>();
+  std::string text = value.is_string() ? value.get<std::string>() : "";
+  if (text.empty() || text.find('\0') != std::string::npos) Refuse(where, what, value);
+  return text;
 }
 
 Axis ListedAxis(const std::string& where, const OptionRule& rule, const Document& list) {
@@ -109,7 +113,9 @@ Axis SteppedAxis(const std::string& where, const OptionRule& rule, const Documen
   const auto& [from, to, step] = numbers;
   CheckValue(where + ".from", rule, from);
   CheckValue(where + ".to", rule, to);
-  if (!(step > 0.0)) throw CampaignError(where + ".step", fmt::format("expected a number above 0, found {}", step));
+  if (!(step > 0.0) || std::isinf(step)) {
+    throw CampaignError(where + ".step", fmt::format("expected a finite number above 0, found {}", step));
+  }
   if (!(from <= to)) throw CampaignError(where, fmt::format("expected from <= to, found {} and {}", from, to));
   if (!((to - from) / step < kMostRuns)) {
     throw CampaignError(where,
