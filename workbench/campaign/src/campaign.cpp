@@ -237,6 +237,25 @@ Document AsDocument(const Axis& axis) {
 
 // --- Axes
 
+namespace {
+
+/// The least power of ten by which both numbers become whole, and stay exact up to the last value; 0 if none does. A
+/// whole number over it is the decimal number itself, rounded once.
+double UnitsOf(double from, double to, double step) {
+  constexpr double kMostExact = 0x1p52;
+  constexpr double kMostUnits = 1e15;
+  const double largest = std::max(std::abs(from), std::abs(to)) + step;
+  const auto is_whole = [](double number, double units) { return std::round(number * units) / units == number; };
+  double units = 1.0;
+  while (units <= kMostUnits && largest * units < kMostExact) {
+    if (is_whole(from, units) && is_whole(step, units)) return units;
+    units *= 10.0;
+  }
+  return 0.0;
+}
+
+}  // namespace
+
 Axis Axis::Listed(std::string name, std::vector<OptionValue> values) {
   Axis axis;
   axis.name_ = std::move(name);
@@ -249,16 +268,20 @@ Axis Axis::Stepped(std::string name, double from, double to, double step) {
   constexpr double kRounding = 1e-9;  // of a step
   Axis axis;
   axis.name_ = std::move(name);
-  axis.from_ = from;
   axis.to_ = to;
   axis.step_ = step;
+  const double units = UnitsOf(from, to, step);
+  axis.first_ = units > 0.0 ? std::round(from * units) : from;
+  axis.stride_ = units > 0.0 ? std::round(step * units) : step;
+  axis.units_ = units > 0.0 ? units : 1.0;
   axis.size_ = 1 + static_cast<std::uint64_t>(std::floor((to - from) / step + kRounding));
   return axis;
 }
 
 OptionValue Axis::At(std::uint64_t k) const {
   if (!values_.empty()) return values_[k];
-  return std::min(from_ + static_cast<double>(k) * step_, to_);  // the last step may end on it but for its rounding
+  return std::min((first_ + static_cast<double>(k) * stride_) / units_,
+                  to_);  // the last step may end on it but for its rounding
 }
 
 // --- The campaign

@@ -56,6 +56,22 @@ TEST(Campaign, PointsAreEveryCombinationTheLastAxisFirst) {
                 std::to_string(SeedOfRun(1, 35)));
 }
 
+TEST(Campaign, StepsAreDecimalNumbers) {
+  const auto values = [](const std::string& axis) {
+    const quen::workbench::Axis gain = Parsed(WithAxes("gain = " + axis)).axes.front();
+    std::vector<double> all;
+    all.reserve(gain.Size());
+    for (std::uint64_t k = 0; k < gain.Size(); ++k) all.push_back(std::get<double>(gain.At(k)));
+    return all;
+  };
+  EXPECT_EQ(values("{ from = 0.1, to = 0.9, step = 0.1 }"),
+            (std::vector<double>{0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9}));
+  EXPECT_EQ(values("{ from = 0.05, to = 1, step = 0.35 }"), (std::vector<double>{0.05, 0.4, 0.75}));
+  EXPECT_EQ(values("{ from = 1e-12, to = 4e-12, step = 1e-12 }"), (std::vector<double>{1e-12, 2e-12, 3e-12, 4e-12}));
+  // Of others each is the sum.
+  EXPECT_EQ(values("{ from = 0.3333333333333333, to = 1, step = 0.1 }").at(2), 0.3333333333333333 + 2 * 0.1);
+}
+
 TEST(Campaign, JsonSaysTheSame) {
   const Campaign toml =
       Parsed("verb = 'score'\ncalibration = 's'\nseed = 7\nengine = 'weighted'\n[axes]\nnoise = [0, 10.5]\n");
