@@ -22,6 +22,8 @@
 ///
 /// or JSON, an object with the same members. Files and folders are looked for from the campaign's own folder on.
 ///
+/// A step of 0.1 from 0.1 on gives 0.3, and not 0.1 + 2 · 0.1, which is 0.30000000000000004.
+///
 /// Points are numbered from 0: the last axis goes first. Runs are, too: all repeats of a point, then the next point.
 /// Neither is ever listed: an axis of a million values takes no memory.
 
@@ -46,9 +48,11 @@ class Axis {
  private:
   std::string name_;
   std::vector<OptionValue> values_;  ///< of a list
-  double from_ = 0.0;
   double to_ = 0.0;
   double step_ = 0.0;
+  double first_ = 0.0;  ///< in units, as the stride from one value to the next
+  double stride_ = 0.0;
+  double units_ = 1.0;  ///< in 1: a power of ten, of which decimal numbers are whole ones
   std::uint64_t size_ = 0;
 };
 

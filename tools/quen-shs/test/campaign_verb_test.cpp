@@ -205,7 +205,7 @@ TEST_F(CampaignVerb, SaysWhatIsWrong) {
                 folder_.Path() + ": expected the folder of a campaign, found no campaign.json in it");
   WriteText(File("wrong.toml"), "verb = 'loop'\ncalibration = '.'\n[axes]\ngain = { from = 0, to = 1, step = 0 }\n");
   ExpectFailure("plan " + File("wrong.toml"),
-                File("wrong.toml") + ": axes.gain.step: expected a number above 0, found 0");
+                File("wrong.toml") + ": axes.gain.step: expected a finite number above 0, found 0");
   WriteText(File("far.toml"), "verb = 'loop'\ncalibration = 'far'\n");
   ExpectFailure("plan " + File("far.toml"), "no calibration in " + File("far") + ": " + File("far/data/M2S.fits") +
                                                 " is missing; 'quen-shs calibrate " + File("far") +

@@ -15,6 +15,7 @@
 #include "workbench/campaign/seeds.hpp"
 #include "workbench/campaign/src/document.hpp"
 #include "workbench/campaign/src/shell_word.hpp"
+#include "workbench/fits/plain_text.hpp"
 
 namespace quen::workbench {
 namespace {
@@ -25,7 +26,8 @@ constexpr std::size_t kLongestValue = 300;  // bytes of a text: what a column of
 /// What is wrong, and where: "axes.gain".
 class CampaignError : public std::invalid_argument {
  public:
-  CampaignError(const std::string& where, const std::string& what) : std::invalid_argument(where + ": " + what) {}
+  CampaignError(const std::string& where, const std::string& what)
+      : std::invalid_argument(Plain(where + ": " + what)) {}
 };
 
 /// As a sentence shows it.
@@ -33,6 +35,7 @@ std::string Shown(const Document& value) {
   if (value.is_structured()) return value.is_array() ? "a list" : "a table";
   if (value.is_string()) return value.get<std::string>();
   if (value.is_null()) return "null";
+  if (value.is_number_float()) return InWords(value.get<double>());
   return value.dump(-1, ' ', false, Document::error_handler_t::replace);
 }
 
@@ -76,8 +79,9 @@ std::uint64_t WholeOf(const std::string& where, const Document& value, double lo
 }
 
 std::string TextOf(const std::string& where, const Document& value, const char* what) {
-  if (!value.is_string() || value.get_ref<const std::string&>().empty()) Refuse(where, what, value);
-  return value.get<std::string>();
+  std::string text = value.is_string() ? value.get<std::string>() : "";
+  if (text.empty() || text.find('\0') != std::string::npos) Refuse(where, what, value);
+  return text;
 }
 
 Axis ListedAxis(const std::string& where, const OptionRule& rule, const Document& list) {
@@ -109,7 +113,9 @@ Axis SteppedAxis(const std::string& where, const OptionRule& rule, const Documen
   const auto& [from, to, step] = numbers;
   CheckValue(where + ".from", rule, from);
   CheckValue(where + ".to", rule, to);
-  if (!(step > 0.0)) throw CampaignError(where + ".step", fmt::format("expected a number above 0, found {}", step));
+  if (!(step > 0.0) || std::isinf(step)) {
+    throw CampaignError(where + ".step", fmt::format("expected a finite number above 0, found {}", step));
+  }
   if (!(from <= to)) throw CampaignError(where, fmt::format("expected from <= to, found {} and {}", from, to));
   if (!((to - from) / step < kMostRuns)) {
     throw CampaignError(where,
@@ -231,6 +237,25 @@ Document AsDocument(const Axis& axis) {
 
 // --- Axes
 
+namespace {
+
+/// The least power of ten by which both numbers become whole, and stay exact up to the last value; 0 if none does. A
+/// whole number over it is the decimal number itself, rounded once.
+double UnitsOf(double from, double to, double step) {
+  constexpr double kMostExact = 0x1p52;
+  constexpr double kMostUnits = 1e15;
+  const double largest = std::max(std::abs(from), std::abs(to)) + step;
+  const auto is_whole = [](double number, double units) { return std::round(number * units) / units == number; };
+  double units = 1.0;
+  while (units <= kMostUnits && largest * units < kMostExact) {
+    if (is_whole(from, units) && is_whole(step, units)) return units;
+    units *= 10.0;
+  }
+  return 0.0;
+}
+
+}  // namespace
+
 Axis Axis::Listed(std::string name, std::vector<OptionValue> values) {
   Axis axis;
   axis.name_ = std::move(name);
@@ -243,16 +268,20 @@ Axis Axis::Stepped(std::string name, double from, double to, double step) {
   constexpr double kRounding = 1e-9;  // of a step
   Axis axis;
   axis.name_ = std::move(name);
-  axis.from_ = from;
   axis.to_ = to;
   axis.step_ = step;
+  const double units = UnitsOf(from, to, step);
+  axis.first_ = units > 0.0 ? std::round(from * units) : from;
+  axis.stride_ = units > 0.0 ? std::round(step * units) : step;
+  axis.units_ = units > 0.0 ? units : 1.0;
   axis.size_ = 1 + static_cast<std::uint64_t>(std::floor((to - from) / step + kRounding));
   return axis;
 }
 
 OptionValue Axis::At(std::uint64_t k) const {
   if (!values_.empty()) return values_[k];
-  return std::min(from_ + static_cast<double>(k) * step_, to_);  // the last step may end on it but for its rounding
+  return std::min((first_ + static_cast<double>(k) * stride_) / units_,
+                  to_);  // the last step may end on it but for its rounding
 }
 
 // --- The campaign

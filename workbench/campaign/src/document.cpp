@@ -17,7 +17,13 @@ namespace quen::workbench {
 namespace {
 
 constexpr std::size_t kLongestDocument = 1U << 20U;  // bytes
+constexpr std::size_t kLongestToml = 1U << 14U;      // its parser takes half a kilobyte of stack for a dot of a key
 constexpr int kDeepest = 8;                          // tables in tables; a campaign has two
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // that some editors begin a file with
+
+[[noreturn]] void RefuseDepth(const std::string& name) {
+  throw std::runtime_error(name + ": expected fewer lists in lists, found too many");
+}
 
 [[noreturn]] void RefuseDocument(const std::string& name, const std::string& place, std::string_view reason) {
   throw std::runtime_error(fmt::format("{}: expected a campaign in TOML or JSON, found something else at {}{}{}", name,
@@ -28,20 +34,22 @@ std::string PlaceOf(const toml::source_region& source) {
   return fmt::format("line {}, column {}", source.begin.line, source.begin.column);
 }
 
-Document FromToml(const std::string& name, const toml::node& node);
+/// @param depth  of tables and lists around it
+Document FromToml(const std::string& name, const toml::node& node, int depth);
 
 /// A TOML table knows its members by their names; their order is that of their places.
-Document FromTable(const std::string& name, const toml::table& table) {
+Document FromTable(const std::string& name, const toml::table& table, int depth) {
   std::vector<std::pair<toml::source_position, std::string>> order;
   for (const auto& [key, value] : table) order.emplace_back(key.source().begin, key.str());
   std::ranges::sort(order, [](const auto& one, const auto& other) { return one.first < other.first; });
   Document object = Document::object();
-  for (const auto& [place, key] : order) object[key] = FromToml(name, *table.get(key));
+  for (const auto& [place, key] : order) object[key] = FromToml(name, *table.get(key), depth + 1);
   return object;
 }
 
-Document FromToml(const std::string& name, const toml::node& node) {
-  if (const auto* const table = node.as_table()) return FromTable(name, *table);
+Document FromToml(const std::string& name, const toml::node& node, int depth) {
+  if (depth > kDeepest) RefuseDepth(name);
+  if (const auto* const table = node.as_table()) return FromTable(name, *table, depth);
   if (const auto* const text = node.as_string()) return text->get();
   if (const auto* const whole = node.as_integer()) return whole->get();
   if (const auto* const number = node.as_floating_point()) return number->get();
@@ -52,13 +60,18 @@ Document FromToml(const std::string& name, const toml::node& node) {
         fmt::format("{}: expected numbers and texts, found a date or a time at {}", name, PlaceOf(node.source())));
   }
   Document array = Document::array();
-  for (const toml::node& element : *list) array.push_back(FromToml(name, element));
+  for (const toml::node& element : *list) array.push_back(FromToml(name, element, depth + 1));
   return array;
 }
 
 Document ParseToml(const std::string& name, const std::string& text) {
+  if (text.size() > kLongestToml) {
+    throw std::runtime_error(
+        fmt::format("{}: expected TOML of {} bytes at most, found {}; a longer campaign may be JSON", name,
+                    kLongestToml, text.size()));
+  }
   try {
-    return FromTable(name, toml::parse(text));
+    return FromTable(name, toml::parse(text), 0);
   } catch (const toml::parse_error& error) {
     RefuseDocument(name, PlaceOf(error.source()), error.description());
   }
@@ -76,7 +89,7 @@ Document ParseJson(const std::string& name, const std::string& text) {
   std::vector<std::set<std::string>> keys;  // of the objects that the parser is in
   const auto look = [&](int depth, Document::parse_event_t event, const Document& value) {
     using Event = Document::parse_event_t;
-    if (depth > kDeepest) throw std::runtime_error(name + ": expected fewer lists in lists, found too many");
+    if (depth > kDeepest) RefuseDepth(name);
     if (event == Event::object_start) keys.emplace_back();
     if (event == Event::object_end) keys.pop_back();
     if (event == Event::key && !keys.back().insert(value.get<std::string>()).second) {
@@ -100,7 +113,8 @@ Document ParseDocument(const std::string& name, const std::string& text) {
     throw std::runtime_error(
         fmt::format("{}: expected a campaign of {} bytes at most, found {}", name, kLongestDocument, text.size()));
   }
-  const std::size_t first = text.find_first_not_of(" \t\r\n");
+  const std::size_t start = text.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
+  const std::size_t first = text.find_first_not_of(" \t\r\n", start);
   const bool is_json = first != std::string::npos && (text[first] == '{' || text.substr(first, 2) == "//");
   return is_json ? ParseJson(name, text) : ParseToml(name, text);
 }

@@ -33,6 +33,12 @@ constexpr const char* kLoop = "verb = 'loop'\ncalibration = 's'\n";
 
 std::string WithAxes(const std::string& axes) { return kLoop + ("[axes]\n" + axes + "\n"); }
 
+std::string Nested(const std::string& piece, int times) {
+  std::string text;
+  for (int k = 0; k < times; ++k) text += piece;
+  return text;
+}
+
 TEST(Campaign, PointsAreEveryCombinationTheLastAxisFirst) {
   const Campaign campaign = Parsed(
       "verb = 'loop'\ncalibration = 'sensor'\nframes = 20\nrepeats = 3\n"
@@ -50,6 +56,22 @@ TEST(Campaign, PointsAreEveryCombinationTheLastAxisFirst) {
                 std::to_string(SeedOfRun(1, 35)));
 }
 
+TEST(Campaign, StepsAreDecimalNumbers) {
+  const auto values = [](const std::string& axis) {
+    const quen::workbench::Axis gain = Parsed(WithAxes("gain = " + axis)).axes.front();
+    std::vector<double> all;
+    all.reserve(gain.Size());
+    for (std::uint64_t k = 0; k < gain.Size(); ++k) all.push_back(std::get<double>(gain.At(k)));
+    return all;
+  };
+  EXPECT_EQ(values("{ from = 0.1, to = 0.9, step = 0.1 }"),
+            (std::vector<double>{0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9}));
+  EXPECT_EQ(values("{ from = 0.05, to = 1, step = 0.35 }"), (std::vector<double>{0.05, 0.4, 0.75}));
+  EXPECT_EQ(values("{ from = 1e-12, to = 4e-12, step = 1e-12 }"), (std::vector<double>{1e-12, 2e-12, 3e-12, 4e-12}));
+  // Of others each is the sum.
+  EXPECT_EQ(values("{ from = 0.3333333333333333, to = 1, step = 0.1 }").at(2), 0.3333333333333333 + 2 * 0.1);
+}
+
 TEST(Campaign, JsonSaysTheSame) {
   const Campaign toml =
       Parsed("verb = 'score'\ncalibration = 's'\nseed = 7\nengine = 'weighted'\n[axes]\nnoise = [0, 10.5]\n");
@@ -57,6 +79,7 @@ TEST(Campaign, JsonSaysTheSame) {
       R"({"verb": "score", "calibration": "s", "seed": 7, "engine": "weighted", /* with comments */ "axes": {"noise": [0, 10.5]}})");
   EXPECT_EQ(Written(toml), Written(json));
   EXPECT_EQ(Written(Parsed(Written(toml))), Written(toml));
+  EXPECT_EQ(Written(Parsed("\xEF\xBB\xBF" + Written(toml))), Written(toml)) << "after a mark of the bytes' order";
 }
 
 TEST(Campaign, AMillionPointsAreNotListed) {
@@ -76,6 +99,7 @@ TEST(Campaign, SaysWhatIsWrongAndWhere) {
       {"verb = 3", "c: verb: expected a text, found 3"},
       {"verb = 'loop'", "c: calibration: expected a folder, found none"},
       {"verb = 'loop'\ncalibration = ''", "c: calibration: expected a folder, found "},
+      {"verb = 'loop'\ncalibration = \"a\\u0000b\"", "c: calibration: expected a folder, found a?b"},
       {kLoop + std::string("gian = 0.5"), "c: gian: expected an option of loop (" + options + "), found gian"},
       {kLoop + std::string("gain = 3"), "c: gain: expected a number from 0 to 2, found 3"},
       {kLoop + std::string("gain = nan"), "c: gain: expected a number from 0 to 2, found nan"},
@@ -91,6 +115,7 @@ TEST(Campaign, SaysWhatIsWrongAndWhere) {
        "gaussian-fit, maximum-likelihood, found best"},
       {kLoop + std::string("engine = 'weighted:fwhm=-1'"), "c: engine: weighted: fwhm must be from 1 to 100, found -1"},
       {kLoop + std::string("repeats = 0"), "c: repeats: expected a whole number from 1 to 1000000000, found 0"},
+      {kLoop + std::string("repeats = nan"), "c: repeats: expected a whole number from 1 to 1000000000, found nan"},
       {kLoop + std::string("seed = -1"), "c: seed: expected a whole number from 0 to 4294967295, found -1"},
       {kLoop + std::string("noise = 1\nphotons = 5"), "c: noise, photons: expected one of the two, found both"},
       {kLoop + std::string("axes = 3"), "c: axes: expected a table of axes, found 3"},
@@ -100,8 +125,12 @@ TEST(Campaign, SaysWhatIsWrongAndWhere) {
       {WithAxes("gain = [0.5, 'a']"), "c: axes.gain[1]: expected a number from 0 to 2, found a"},
       {WithAxes("seed = [1, 2]"), "c: axes.seed: expected an option of loop (" + options + "), found seed"},
       {WithAxes("gain = { from = 0, to = 1 }"), "c: axes.gain: expected step, found none"},
-      {WithAxes("gain = { from = 0, to = 1, step = 0 }"), "c: axes.gain.step: expected a number above 0, found 0"},
-      {WithAxes("gain = { from = 0, to = 1, step = nan }"), "c: axes.gain.step: expected a number above 0, found nan"},
+      {WithAxes("gain = { from = 0, to = 1, step = 0 }"),
+       "c: axes.gain.step: expected a finite number above 0, found 0"},
+      {WithAxes("gain = { from = 0, to = 1, step = nan }"),
+       "c: axes.gain.step: expected a finite number above 0, found nan"},
+      {WithAxes("gain = { from = 0, to = 1, step = inf }"),
+       "c: axes.gain.step: expected a finite number above 0, found inf"},
       {WithAxes("gain = { from = 1, to = 0, step = 1 }"), "c: axes.gain: expected from <= to, found 1 and 0"},
       {WithAxes("gain = { from = 0, to = 3, step = 1 }"), "c: axes.gain.to: expected a number from 0 to 2, found 3"},
       {WithAxes("gain = { from = 0, to = 1, stop = 1 }"), "c: axes.gain: expected from, to and step, found stop"},
@@ -119,6 +148,9 @@ TEST(Campaign, SaysWhatIsWrongAndWhere) {
       {R"({"verb": "loop", "verb": "loop"})", "c: expected verb once, found it twice"},
       {R"({"verb": "loop")", "c: expected a campaign in TOML or JSON, found something else at line 1, column 16"},
       {R"({"verb": 1e999})", "c: expected numbers of magnitude 1.8e308 at most, found a larger one"},
+      {"[" + Nested("a.", 8000) + "a]", "c: expected fewer lists in lists, found too many"},
+      {"verb" + Nested(".a", 8000) + " = 3", "c: expected fewer lists in lists, found too many"},
+      {std::string(16385, '\n'), "c: expected TOML of 16384 bytes at most, found 16385; a longer campaign may be JSON"},
       {std::string(2000000, ' '), "c: expected a campaign of 1048576 bytes at most, found 2000000"}};
   for (const auto& [text, refusal] : cases) EXPECT_EQ(Refusal(text), refusal) << text.substr(0, 200);
   EXPECT_TRUE(

@@ -12,8 +12,10 @@
 namespace quen::workbench {
 namespace {
 
-constexpr double kLegendGap = 20.0;     // between the box and its legend
-constexpr double kLegendStroke = 38.0;  // from its left end to the name
+constexpr double kLegendGap = 20.0;      // between the box and its legend
+constexpr double kLegendStroke = 38.0;   // from its left end to the name
+constexpr double kFirstInLegend = 20.0;  // from the top of the box to the first name
+constexpr double kLegendStep = 26.0;     // from one name to the next
 
 constexpr std::array<double, 3> kRound = {1.0, 2.0, 5.0};
 
@@ -154,12 +156,14 @@ void Plot::DrawDots(const Colour& colour, std::size_t count, const std::function
 
 void Plot::DrawLegend(const Colour& colour, std::size_t place, const std::string& name) const {
   const double left = box_.left + box_.width + kLegendGap;
-  const double y = box_.top + 20.0 + 26.0 * static_cast<double>(place);
+  const double y = box_.top + kFirstInLegend + kLegendStep * static_cast<double>(place);
   Use(cr_, colour);
   Line(cr_, left, y - 5.0, left + 30.0, y - 5.0);
   Use(cr_, kInk);
   Write(cr_, left + kLegendStroke, y, name);
 }
+
+double HeightOfLegend(std::size_t names) { return kFirstInLegend + kLegendStep * static_cast<double>(names); }
 
 int WidthWithLegend(const Box& box, const std::vector<std::string>& names) {
   constexpr double kWidest = 2000.0;

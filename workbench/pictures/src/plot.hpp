@@ -52,6 +52,9 @@ std::string NotFinite(std::size_t count, const std::function<double(std::size_t)
 /// How wide a picture is in which names stand in the legend beside a box, pixels, but for very long names.
 int WidthWithLegend(const Box& box, const std::vector<std::string>& names);
 
+/// How far the legend goes down from the top of its box, pixels.
+double HeightOfLegend(std::size_t names);
+
 /// Curves in a box with a grid.
 class Plot {
  public:

@@ -11,7 +11,7 @@ namespace {
 
 constexpr double kPanelWidth = 720.0;
 constexpr double kPanelHeight = 420.0;
-constexpr double kPanelStep = 500.0;  // from one to the next
+constexpr double kLeastPanelStep = 500.0;  // from one to the next
 
 /// A linear scale that holds a range, with some air on both sides and ticks at round numbers.
 Scale ScaleAround(const Range& range) {
@@ -42,15 +42,21 @@ void DrawErrorBars(const Plot& plot, const Colour& colour, const std::vector<Poi
   }
 }
 
+std::string LegendOf(const CurveOfPoints& curve) {
+  return curve.name + NotFinite(curve.points.size(), [&](std::size_t k) { return curve.points[k].y; });
+}
+
 }  // namespace
 
 std::string DrawPoints(const std::vector<PanelOfCurves>& panels) {
   Range along;
   Range values;
   std::vector<std::string> names;
+  std::size_t most_curves = 0;
   for (const PanelOfCurves& panel : panels) {
+    most_curves = std::max(most_curves, panel.curves.size());
     for (const CurveOfPoints& curve : panel.curves) {
-      names.push_back(curve.name);
+      names.push_back(LegendOf(curve));
       for (const auto& [x, y, error] : curve.points) {
         if (std::isfinite(y)) along.Hold(x);
         values.Hold(y);
@@ -62,25 +68,26 @@ std::string DrawPoints(const std::vector<PanelOfCurves>& panels) {
   }
   if (!(values.lowest <= values.highest)) throw std::runtime_error("expected a finite value or more, found none");
   const Box first = {90.0, kTop, kPanelWidth, kPanelHeight};
+  const double step = std::max(kLeastPanelStep, HeightOfLegend(most_curves) + kMargin);
   const Canvas canvas(WidthWithLegend(first, names),
-                      static_cast<int>(kPanelStep * static_cast<double>(panels.size()) + kMargin));
+                      static_cast<int>(step * static_cast<double>(panels.size()) + kMargin));
   cairo_t* const cr = canvas.Cairo();
   Box box = first;
   for (const PanelOfCurves& panel : panels) {
     const Plot plot(cr, box, ScaleAround(along), ScaleOfValues(values));
     plot.DrawGrid(panel.title);
     for (std::size_t k = 0; k < panel.curves.size(); ++k) {
-      const auto& [name, points] = panel.curves[k];
+      const std::vector<PointWithError>& points = panel.curves[k].points;
       const Colour& colour = kCurves.at(k % kCurves.size());
-      const auto x = [&points = points](std::size_t i) { return points[i].x; };
-      const auto y = [&points = points](std::size_t i) { return points[i].y; };
+      const auto x = [&](std::size_t i) { return points[i].x; };
+      const auto y = [&](std::size_t i) { return points[i].y; };
       cairo_set_line_width(cr, 1.8);
       plot.DrawCurve(colour, points.size(), x, y);
       plot.DrawDots(colour, points.size(), x, y);
       DrawErrorBars(plot, colour, points);
-      plot.DrawLegend(colour, k, name + NotFinite(points.size(), y));
+      plot.DrawLegend(colour, k, LegendOf(panel.curves[k]));
     }
-    box.top += kPanelStep;
+    box.top += step;
   }
   return canvas.Png();
 }

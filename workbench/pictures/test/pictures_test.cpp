@@ -17,6 +17,7 @@
 #include "workbench/pictures/frame_picture.hpp"
 #include "workbench/pictures/loop_picture.hpp"
 #include "workbench/pictures/matrix_picture.hpp"
+#include "workbench/pictures/points_picture.hpp"
 #include "workbench/pictures/src/canvas.hpp"
 #include "workbench/pictures/src/plot.hpp"
 #include "workbench/pictures/src/typeface.hpp"
@@ -395,6 +396,14 @@ TEST(Picture, ErrorsAgainstLight) {
     curves.scores.push_back({one});
   }
   ExpectLooksLike("errors_light", [&] { return DrawErrors(curves); });
+}
+
+/// A curve has a point that all its runs have failed at, and there are more names than fit beside a panel.
+TEST(Picture, PointsWithErrors) {
+  std::vector<CurveOfPoints> curves = {{"one", {{0.2, 1.0, 0.1}, {0.4, 0.5, 0.05}, {0.6, kNan, kNan}}}};
+  curves.reserve(20);
+  for (int k = 1; k < 20; ++k) curves.push_back({"other", {{0.2, 1.0 + 0.1 * k, 0.02 * k}, {0.6, 2.0, kNan}}});
+  ExpectLooksLike("points", [&] { return DrawPoints({{"first", curves}, {"second", curves}}); });
 }
 
 TEST(Picture, PhotonTransfer) {
