@@ -243,7 +243,15 @@ TEST_F(Pictures, FieldTellsHowManyHaveNoArrow) {
   std::ranges::fill(overlay.displacements->x, 5e-324);
   EXPECT_GT(ArrowMagnification(overlay), 0.0);
   EXPECT_TRUE(std::isfinite(ArrowMagnification(overlay)));
-  EXPECT_EQ(ArrowLegend({overlay.rois, overlay.used, std::nullopt}), "the longest arrow is 11 px, red: cut");
+  std::ranges::fill(overlay.displacements->x, 0.0);
+  EXPECT_EQ(ArrowLegend(overlay), "all zeros (1 not finite)");
+  EXPECT_EQ(ArrowMagnification(overlay), 1.0);
+}
+
+TEST_F(Pictures, FieldWithoutDisplacementsHasRings) {
+  const auto simulator = Load();
+  const Overlay overlay = OverlayOf(simulator);
+  ExpectLooksLike("field_of_zeros", [&] { return DrawField(overlay, {}); });
 }
 
 TEST_F(Pictures, FieldOfFewLongDisplacementsShowsTheShortOnes) {
