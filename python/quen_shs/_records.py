@@ -104,6 +104,8 @@ def path(name: str, value: Any) -> str:
         It is none.
     ValueError
         It has characters that no name has.
+    FileNotFoundError
+        It is empty.
     """
     try:
         found = os.fsdecode(value)
@@ -111,6 +113,8 @@ def path(name: str, value: Any) -> str:
         raise TypeError(f"{name}: expected a path, found {shown(value)}") from None
     if "\0" in found or found.encode(errors="ignore").decode() != found:
         raise ValueError(f"{name}: expected a path in UTF-8 without zeros, found {found!r}")
+    if not found:
+        raise FileNotFoundError(f"{name}: expected a name, found none")
     return found
 
 

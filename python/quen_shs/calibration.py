@@ -165,7 +165,6 @@ class Findings(list[Finding]):
     >>> print(findings)  # doctest: +ELLIPSIS
     good      ...
     sensor: 14 things checked, 0 wrong, 0 doubtful
-    >>> findings.picture().save("findings.png")
     """
 
     def __init__(self, findings: Iterable[Finding], examination: _core.Examination, folder: str) -> None:
@@ -195,6 +194,10 @@ class Findings(list[Finding]):
         ------
         ValueError
             The library does not load the calibration: there is nothing to draw.
+
+        Examples
+        --------
+        >>> check("sensor").picture().save("findings.png")
         """
         return Picture(self._examination.picture(f"check {self._folder}"))
 

@@ -45,6 +45,14 @@ class Centroider(abc.ABC):
         -------
         flux, x, y : float
             Light, and displacement from the reference point along the columns and along the rows, pixels.
+
+        Examples
+        --------
+        >>> frame = np.zeros((24, 24), np.uint16)
+        >>> frame[10, 13] = 1000
+        >>> roi = Roi(x_low=0, x_up=24, y_low=0, y_up=24, x_max=24, y_max=24, x_ref=12.0, y_ref=12.0)
+        >>> CentreOfGravity().compute(frame, roi)
+        (1000.0, 1.0, -2.0)
         """
 
 

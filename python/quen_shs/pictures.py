@@ -39,6 +39,10 @@ class Picture(bytes):
         ------
         OSError
             It cannot be written.
+
+        Examples
+        --------
+        >>> run_loop(Simulator("sensor"), frames=10).picture().save("pictures/loop.png")
         """
         _core.write_file(path("file", file), bytes(self))
 

@@ -246,17 +246,36 @@ class Simulator:
 
     @property
     def frame(self) -> NDArray[np.uint16]:
-        """The last frame: uint16, shape (816, 840), pixel values of 16 bits with their sign; a view."""
+        """The last frame: uint16, shape (816, 840), pixel values of 16 bits with their sign; a view.
+
+        Examples
+        --------
+        >>> sim = Simulator("sensor", seed=1)
+        >>> _ = sim.compute_frame(np.zeros(1089), np.zeros(1089), noise=10.0, copy=False)
+        >>> sim.frame.view(np.int16).min()
+        -9
+        """
         return self._core.frame
 
     @property
     def frame_values(self) -> NDArray[np.float64]:
-        """The last frame before it was made whole numbers: float64, shape (816, 840), pixel values; a view."""
+        """The last frame before it was made whole numbers: float64, shape (816, 840), pixel values; a view.
+
+        Examples
+        --------
+        >>> from quen_shs import Detector
+        >>> counts = Detector(electrons_per_unit=0.05, read_noise=3).expose(Simulator("sensor").frame_values)
+        """
         return self._core.frame_values
 
     @property
     def slopes(self) -> NDArray[np.float64]:
-        """The last slopes: float64, shape (1214,), pixels, the y displacements first; a view."""
+        """The last slopes: float64, shape (1214,), pixels, the y displacements first; a view.
+
+        Examples
+        --------
+        >>> y, x = np.split(Simulator("sensor").slopes, 2)
+        """
         return self._core.slopes
 
     @property
@@ -291,12 +310,26 @@ class Simulator:
 
     @property
     def m2s(self) -> NDArray[np.float64]:
-        """Modes-to-slopes matrix: float64, shape (1214, 52), pixels per radian; a view."""
+        """Modes-to-slopes matrix: float64, shape (1214, 52), pixels per radian; a view.
+
+        Examples
+        --------
+        >>> sim = Simulator("sensor")
+        >>> dx, dy = np.zeros(1089), np.zeros(1089)
+        >>> dy[sim.rois_used], dx[sim.rois_used] = np.split(sim.m2s @ np.full(52, 0.01), 2)
+        """
         return self._core.m2s
 
     @property
     def cm(self) -> NDArray[np.float64]:
-        """Control matrix: float64, shape (52, 1214), radians per pixel; a view."""
+        """Control matrix: float64, shape (52, 1214), radians per pixel; a view.
+
+        Examples
+        --------
+        >>> sim = Simulator("sensor")
+        >>> (sim.cm @ sim.slopes).shape
+        (52,)
+        """
         return self._core.cm
 
     @property
@@ -304,10 +337,22 @@ class Simulator:
         """The regions: a structured array, shape (1089,), not writeable, pixels.
 
         Fields x_low, x_up, y_low, y_up of uint16 (upper ends not included), and x_ref, y_ref of float64.
+
+        Examples
+        --------
+        >>> roi = Simulator("sensor").rois[0]
+        >>> roi["x_low"], roi["x_up"], roi["x_ref"]
+        (24, 48, 35.5)
         """
         return self._core.rois
 
     @property
     def rois_used(self) -> NDArray[np.bool_]:
-        """Which sub-apertures are used: bool, shape (1089,), not writeable."""
+        """Which sub-apertures are used: bool, shape (1089,), not writeable.
+
+        Examples
+        --------
+        >>> Simulator("sensor").rois_used.sum()
+        607
+        """
         return self._core.rois_used

@@ -212,7 +212,14 @@ class Stream:
         return cube
 
     def close(self) -> None:
-        """Give the stream's semaphore back. Whatever is asked of it afterwards raises ValueError."""
+        """Give the stream's semaphore back. Whatever is asked of it afterwards raises ValueError.
+
+        Examples
+        --------
+        >>> with Stream.create("example", 3, "int8"):
+        ...     stream = Stream("example")
+        ...     stream.close()
+        """
         self._core.close()
 
     def __enter__(self) -> Stream:
@@ -326,7 +333,16 @@ class StreamWriter:
         self._values = values
 
     def close(self) -> None:
-        """Unlink the stream's file. Readers keep what they have, and see that it is gone."""
+        """Unlink the stream's file. Readers keep what they have, and see that it is gone.
+
+        Examples
+        --------
+        >>> writer = Stream.create("example", 3, "int8")
+        >>> stream = Stream("example")
+        >>> writer.close()
+        >>> stream.is_replaced
+        True
+        """
         self._core.close()
 
     def __enter__(self) -> StreamWriter:

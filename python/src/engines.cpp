@@ -205,14 +205,14 @@ void BindEngines(py::module_& module) {
   region
       .def(py::init(&MadeRoi), py::arg("x_low"), py::arg("x_up"), py::arg("y_low"), py::arg("y_up"), py::arg("x_max"),
            py::arg("y_max"), py::arg("x_ref"), py::arg("y_ref"))
-      .def_readonly("x_low", &Roi::x_low)
-      .def_readonly("x_up", &Roi::x_up)
-      .def_readonly("y_low", &Roi::y_low)
-      .def_readonly("y_up", &Roi::y_up)
-      .def_readonly("x_ref", &Roi::x_ref)
-      .def_readonly("y_ref", &Roi::y_ref)
-      .def_readonly("x_max", &Roi::x_max)
-      .def_readonly("y_max", &Roi::y_max)
+      .def_readonly("x_low", &Roi::x_low, "First column of the region.")
+      .def_readonly("x_up", &Roi::x_up, "Column after its last one.")
+      .def_readonly("y_low", &Roi::y_low, "First row of the region.")
+      .def_readonly("y_up", &Roi::y_up, "Row after its last one.")
+      .def_readonly("x_ref", &Roi::x_ref, "Reference point along the columns, pixels.")
+      .def_readonly("y_ref", &Roi::y_ref, "Reference point along the rows, pixels.")
+      .def_readonly("x_max", &Roi::x_max, "Columns of the frame.")
+      .def_readonly("y_max", &Roi::y_max, "Rows of the frame.")
       .def("__repr__", &Shown);
 
   py::class_<ReadyEngine> engine(module, "Engine");

@@ -383,7 +383,6 @@ py::bytes ErrorPicture(bool along_light, double range, const std::vector<double>
 }
 
 void WriteFile(const std::string& name, const std::string& bytes) {
-  if (name.empty()) ThrowOsError("file: expected a name, found none", PyExc_FileNotFoundError);
   WithFiles([&] {
     const WithoutLock unlocked;
     workbench::StagedFiles files({name});

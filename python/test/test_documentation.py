@@ -2,6 +2,7 @@
 
 import doctest
 import importlib
+import inspect
 import os
 import pathlib
 import re
@@ -33,6 +34,23 @@ def test_examples_of_docstrings_run(module, sensor, tmp_path, monkeypatch):
 @pytest.mark.parametrize("name", quen_shs.__all__)
 def test_every_public_name_has_a_docstring_with_an_example(name):
     assert ">>>" in getattr(quen_shs, name).__doc__
+
+
+def public_members():
+    for name in quen_shs.__all__:
+        thing = getattr(quen_shs, name)
+        for member in vars(thing) if inspect.isclass(thing) else ():
+            if not member.startswith("_"):
+                yield name, member
+
+
+@pytest.mark.parametrize("name, member", public_members())
+def test_every_method_has_an_example_and_every_property_a_docstring(name, member):
+    told = inspect.getattr_static(getattr(quen_shs, name), member)
+    if callable(told) or isinstance(told, (classmethod, staticmethod)):
+        assert ">>>" in inspect.getdoc(getattr(getattr(quen_shs, name), member))
+    elif isinstance(told, property):
+        assert told.__doc__
 
 
 def arrays_of(thing):

@@ -16,6 +16,7 @@ from quen_shs import (
     Weighted,
     Windowed,
     calibrate,
+    campaign,
     check,
     draw_flat_map,
     gaussian_template,
@@ -301,6 +302,14 @@ def test_what_is_no_path_is_a_type_error(wrong):
 def test_a_path_that_no_file_has_is_a_value_error(name):
     for call in (Simulator, calibrate, check):
         with pytest.raises(ValueError, match="folder: expected a path in UTF-8 without zeros, found"):
+            call(name)
+
+
+@pytest.mark.parametrize("name", ["", b""])
+def test_an_empty_path_is_a_file_not_found(name, sensor, monkeypatch):
+    monkeypatch.chdir(sensor)
+    for call in (Simulator, calibrate, check, Detector.from_file, campaign):
+        with pytest.raises(FileNotFoundError, match="^[a-z]+: expected a name, found none$"):
             call(name)
 
 

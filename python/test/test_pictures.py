@@ -111,6 +111,12 @@ def test_a_loop_is_drawn_as_by_the_tool(sim, sensor, tool, tmp_path):
     assert pickle.loads(pickle.dumps(run)).picture() == run.picture()
 
 
+def test_a_loop_of_a_single_frame_is_a_dot():
+    modes = np.ones((1, 52))
+    history = pixels(LoopRun(modes, modes, modes, 0, False, 0.0, 0.0).picture())[46:520, 82:718]
+    assert (history.max(axis=2) - history.min(axis=2) > 0.5).any()  # in colour, unlike the grid
+
+
 def test_the_curves_of_a_loop_are_where_they_belong():
     """A residual of 1, a disturbance of 10: two lines, the lower one blue."""
     modes = np.zeros((50, 52))

@@ -14,7 +14,7 @@ namespace quen::workbench {
 /// arrow; longer ones are cut to it, and red. 1 if there is nothing to show.
 double ArrowMagnification(const Overlay& overlay);
 
-/// How many pixels the longest arrow is in words, and how many used sub-apertures have no arrow.
+/// How many pixels the longest arrow is in words, or that there is none, and how many used sub-apertures have no arrow.
 std::string ArrowLegend(const Overlay& overlay);
 
 /// Draws a frame, and sub-apertures on it if there are any; says how many pixels have no value. Returns a PNG file.

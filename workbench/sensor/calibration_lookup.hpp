@@ -18,6 +18,10 @@ void UseCalibration(const std::string& folder);
 /// The same for files that are open, in the order of kCalibrationFiles.
 void UseCalibration(std::vector<InputFile> files);
 
+/// The folder above this one, where that has a calibration, or what is left of one, and this one is its data/; none
+/// otherwise.
+std::optional<std::string> CalibrationAbove(const std::string& folder);
+
 /// A file of a calibration, as it was found.
 struct FoundFile {
   std::string path;

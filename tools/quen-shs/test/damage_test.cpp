@@ -18,6 +18,7 @@
 #include "fuzz/damage.hpp"
 #include "testing/environment.hpp"
 #include "testing/process.hpp"
+#include "testing/python.hpp"
 #include "workbench/fits/plain_text.hpp"
 #include "workbench/sensor/calibration.hpp"
 
@@ -208,8 +209,8 @@ class Sensor {
                                  (folder_ / "modes.fits"))
                   .exit_code,
               0);
-    EXPECT_EQ(quen::testing::Run(QUEN_PYTHON " -c 'from astropy.io import fits; import numpy; fits.writeto(\"" +
-                                 (folder_ / "template.fits") + "\", numpy.eye(3))'")
+    EXPECT_EQ(quen::testing::RunPython("from astropy.io import fits; import numpy; fits.writeto(" +
+                                       quen::testing::PythonText(folder_ / "template.fits") + ", numpy.eye(3))")
                   .exit_code,
               0);
     std::ofstream text(folder_ / "displacements.csv");

@@ -1,7 +1,6 @@
 #include "workbench/check/check.hpp"
 
 #include <algorithm>
-#include <filesystem>
 #include <iterator>
 #include <new>
 #include <optional>
@@ -87,20 +86,6 @@ ReadableParts PartsOf(const Files& files, const Findings& findings) {
   return parts;
 }
 
-/// The calibration's folder, where a user gives the one of its files.
-std::string AboveData(const std::string& folder) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  const auto has_a_file = [&](const std::string& above) {
-    return std::ranges::any_of(CalibrationNames(above),
-                               [&](const std::string& name) { return fs::exists(name, error); });
-  };
-  if (has_a_file(folder)) return folder;
-  const fs::path whole = fs::canonical(folder, error);
-  const bool is_data = !error && whole.filename() == "data" && has_a_file(whole.parent_path());
-  return is_data ? whole.parent_path().string() : folder;
-}
-
 }  // namespace
 
 Findings Examine(const CalibrationContent& content) {
@@ -111,7 +96,7 @@ Findings Examine(const CalibrationContent& content) {
 }
 
 Examination CheckCalibration(const std::string& folder) {
-  std::vector<FoundFile> found = FindCalibration(AboveData(folder));
+  std::vector<FoundFile> found = FindCalibration(CalibrationAbove(folder).value_or(folder));
   Examination examination = {CheckFiles(found), std::nullopt};
   Findings& findings = examination.findings;
   const Files files = InUse(found);

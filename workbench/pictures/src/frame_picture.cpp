@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "common/statistics/quantile.hpp"
 #include "workbench/pictures/src/plane.hpp"
 #include "workbench/pictures/src/plot.hpp"
+#include "workbench/pictures/src/vector_field.hpp"
 #include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
@@ -33,25 +33,29 @@ double LargestMagnitude(const std::vector<double>& map) {
   return largest > 0.0 ? largest : 1.0;
 }
 
-}  // namespace
-
-double ArrowMagnification(const Overlay& overlay) {
+/// That of the longest arrow, pixels of the detector; 0 where nothing is displaced.
+double LongestDisplacement(const Overlay& overlay) {
   std::vector<double> lengths;
   for (std::size_t i = 0; i < overlay.rois.size(); ++i) {
     if (!overlay.IsUsed(i) || !overlay.HasArrow(i)) continue;
     lengths.push_back(std::hypot(overlay.displacements->x[i], overlay.displacements->y[i]));
   }
-  if (lengths.empty()) return 1.0;
-  const double longest = std::ranges::max(lengths);
-  const double long_one = common::Quantile(lengths, kLong);
-  if (!(longest > 0.0)) return 1.0;
-  return kLongestArrow / std::max(long_one > 0.0 ? long_one : longest, kShortest);
+  return LongLength(lengths, kLong);
+}
+
+}  // namespace
+
+double ArrowMagnification(const Overlay& overlay) {
+  const double longest = LongestDisplacement(overlay);
+  return longest > 0.0 ? kLongestArrow / std::max(longest, kShortest) : 1.0;
 }
 
 std::string ArrowLegend(const Overlay& overlay) {
   std::ptrdiff_t lost = 0;
   for (std::size_t i = 0; i < overlay.rois.size(); ++i) lost += overlay.IsUsed(i) && !overlay.HasArrow(i) ? 1 : 0;
-  return "the longest arrow is " + Short(kLongestArrow / ArrowMagnification(overlay)) + " px, red: cut" +
+  const double longest = LongestDisplacement(overlay);
+  return (longest > 0.0 ? "the longest arrow is " + Short(std::max(longest, kShortest)) + " px, red: cut"
+                        : "all zeros") +
          NotFinite(overlay.displacements ? lost : 0);
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace quen::workbench {
 namespace {
@@ -51,8 +52,9 @@ void Plane::DrawArrows(const Overlay& overlay, double magnification) const {
 void Plane::Arrow(double x, double y, double dx, double dy) const {
   constexpr double kHead = 3.0;
   constexpr double kHeadAngle = 2.6;
-  const double angle = std::atan2(dy, dx);
   const double length = std::hypot(dx, dy);
+  if (length == 0.0) return Ring(x, y);
+  const double angle = std::atan2(dy, dx);
   const double shown = std::min(length, kLongestArrow);
   Use(cr_, length > kLongestArrow * (1.0 + kRounding) ? kCutArrow : kArrow);
   const double tip_x = x + shown * std::cos(angle);
@@ -63,6 +65,14 @@ void Plane::Arrow(double x, double y, double dx, double dy) const {
     cairo_move_to(cr_, X(tip_x), Y(tip_y));
     cairo_line_to(cr_, X(tip_x + kHead * std::cos(angle + side)), Y(tip_y + kHead * std::sin(angle + side)));
   }
+  cairo_stroke(cr_);
+}
+
+void Plane::Ring(double x, double y) const {
+  constexpr double kRadius = 2.0;
+  Use(cr_, kArrow);
+  cairo_new_path(cr_);
+  cairo_arc(cr_, X(x), Y(y), kRadius, 0.0, 2.0 * std::numbers::pi);
   cairo_stroke(cr_);
 }
 

@@ -20,6 +20,7 @@ class Plane {
   void DrawPixels(const Frame& frame, const Stretch& stretch) const;
   void DrawOutlines(const Overlay& overlay) const;
   /// Arrows for the displacements of the used sub-apertures; longer ones than the longest are cut to it, and red.
+  /// A ring for no displacement.
   void DrawArrows(const Overlay& overlay, double magnification) const;
   /// Fills the region of a sub-aperture.
   void Fill(const Roi& roi, const Colour& colour) const;
@@ -28,6 +29,7 @@ class Plane {
   [[nodiscard]] double X(double column) const { return left_ + column + 0.5; }
   [[nodiscard]] double Y(double row) const { return bottom_ - (row + 0.5); }
   void Arrow(double x, double y, double dx, double dy) const;
+  void Ring(double x, double y) const;
 
   cairo_t* cr_;
   double left_;

@@ -126,9 +126,11 @@ void Plot::DrawCurve(const Colour& colour, std::size_t count, const std::functio
                      const std::function<double(std::size_t)>& y) const {
   Use(cr_, colour);
   cairo_new_path(cr_);  // text leaves a point
+  std::size_t points = 0;
   std::optional<PixelColumn> column;
   for (std::size_t k = 0; k < count; ++k) {
     if (!std::isfinite(x(k)) || !std::isfinite(y(k))) continue;
+    ++points;
     const double place_x = X(x(k));
     const double place_y = Y(y(k));
     if (column && std::floor(column->x) == std::floor(place_x)) {
@@ -138,6 +140,7 @@ void Plot::DrawCurve(const Colour& colour, std::size_t count, const std::functio
       column = {place_x, place_y, place_y, place_y};
     }
   }
+  if (points == 1) return DrawDots(colour, count, x, y);
   if (column) LineThrough(cr_, *column);
   cairo_stroke(cr_);
 }

@@ -64,7 +64,8 @@ class Plot {
   void DrawGrid(const std::string& title) const;
   void DrawFrame(const std::string& title) const;
 
-  /// A curve through points; those that are not finite are left out. The caller says so by NotFinite.
+  /// A curve through points, or a dot on a single one; those that are not finite are left out. The caller says so by
+  /// NotFinite.
   void DrawCurve(const Colour& colour, std::size_t count, const std::function<double(std::size_t)>& x,
                  const std::function<double(std::size_t)>& y) const;
 

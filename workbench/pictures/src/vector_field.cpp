@@ -6,6 +6,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "common/statistics/quantile.hpp"
 #include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/geometry.hpp"
 #include "workbench/sensor/matrices.hpp"
@@ -34,14 +35,6 @@ std::vector<double> Lengths(const VectorField& field, double largest) {
     if (IsFinite(vector)) lengths.push_back((vector / largest).norm());
   }
   return lengths;
-}
-
-/// Three of a hundred are longer.
-double LongLength(std::vector<double> lengths) {
-  constexpr std::size_t kHundredths = 97;
-  const auto place = lengths.begin() + static_cast<std::ptrdiff_t>(kHundredths * (lengths.size() - 1) / 100);
-  std::ranges::nth_element(lengths, place);
-  return *place > 0.0 ? *place : std::ranges::max(lengths);
 }
 
 void Ring(cairo_t* cr, const Eigen::Vector2d& place) {
@@ -88,6 +81,12 @@ void ArrowAround(cairo_t* cr, const Eigen::Vector2d& middle, const Eigen::Vector
 }
 
 }  // namespace
+
+double LongLength(std::vector<double> lengths, double part) {
+  if (lengths.empty()) return 0.0;
+  const double length = common::Quantile(lengths, part);
+  return length > 0.0 ? length : std::ranges::max(lengths);
+}
 
 Eigen::Vector2d Middle(const Roi& roi) { return {(roi.x_low + roi.x_up - 1) / 2.0, (roi.y_low + roi.y_up - 1) / 2.0}; }
 
@@ -152,10 +151,11 @@ std::string SizeWords(const VectorField& field, const std::string& unit) {
 }
 
 void DrawVectorField(cairo_t* cr, const DetectorMap& map, const VectorField& field) {
-  constexpr double kLong = 0.9;  // steps of the grid
+  constexpr double kPart = 0.97;  // of the arrows are no longer than a long one
+  constexpr double kLong = 0.9;   // steps of the grid
   constexpr double kLongest = 1.3;
   const double largest = LargestElement(field);
-  const double unit = largest > 0.0 ? LongLength(Lengths(field, largest)) : 1.0;
+  const double unit = largest > 0.0 ? LongLength(Lengths(field, largest), kPart) : 1.0;
   cairo_set_line_width(cr, 1.0);
   for (std::size_t k = 0; k < field.rois.size(); ++k) {
     const Eigen::Vector2d place = map(Middle(field.rois[k]));

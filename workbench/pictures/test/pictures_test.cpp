@@ -9,7 +9,7 @@
 
 #include "testing/environment.hpp"
 #include "testing/fits_files.hpp"
-#include "testing/process.hpp"
+#include "testing/python.hpp"
 #include "testing/values.hpp"
 #include "workbench/engines/score_file.hpp"
 #include "workbench/pictures/errors_picture.hpp"
@@ -244,7 +244,15 @@ TEST_F(Pictures, FieldTellsHowManyHaveNoArrow) {
   std::ranges::fill(overlay.displacements->x, 5e-324);
   EXPECT_GT(ArrowMagnification(overlay), 0.0);
   EXPECT_TRUE(std::isfinite(ArrowMagnification(overlay)));
-  EXPECT_EQ(ArrowLegend({overlay.rois, overlay.used, std::nullopt}), "the longest arrow is 11 px, red: cut");
+  std::ranges::fill(overlay.displacements->x, 0.0);
+  EXPECT_EQ(ArrowLegend(overlay), "all zeros (1 not finite)");
+  EXPECT_EQ(ArrowMagnification(overlay), 1.0);
+}
+
+TEST_F(Pictures, FieldWithoutDisplacementsHasRings) {
+  const auto simulator = Load();
+  const Overlay overlay = OverlayOf(simulator);
+  ExpectLooksLike("field_of_zeros", [&] { return DrawField(overlay, {}); });
 }
 
 TEST_F(Pictures, FieldOfFewLongDisplacementsShowsTheShortOnes) {
@@ -434,10 +442,10 @@ std::vector<double> LimitsByAstropy(const std::vector<std::uint16_t>& pixels) {
   for (const std::uint16_t pixel : pixels) list += std::to_string(static_cast<std::int16_t>(pixel)) + "\n";
   const TempDir folder;
   testing::WriteText(folder / "pixels", list);
-  const testing::Outcome outcome = testing::Run(QUEN_PYTHON
-                                                " -c 'import numpy; from astropy.visualization import ZScaleInterval; "
-                                                "print(*ZScaleInterval().get_limits(numpy.loadtxt(\"" +
-                                                (folder / "pixels") + "\")))'");
+  const testing::Outcome outcome = testing::RunPython(
+      "import numpy; from astropy.visualization import ZScaleInterval; "
+      "print(*ZScaleInterval().get_limits(numpy.loadtxt(" +
+      testing::PythonText(folder / "pixels") + ")))");
   std::istringstream stream(outcome.out);
   std::vector<double> limits(2);
   stream >> limits[0] >> limits[1];

@@ -23,18 +23,8 @@ std::vector<quen::workbench::InputFile>& Files() {
   return files;
 }
 
-/// The folder above, where this one is the data/ of a calibration; none otherwise.
-std::optional<std::string> CalibrationAbove(const std::string& folder) {
-  const std::filesystem::path above = (std::filesystem::path(folder) / "").parent_path().parent_path();
-  const std::filesystem::path file = above / quen::workbench::kCalibrationFiles.front();
-  std::error_code error;
-  if (!std::filesystem::exists(file, error)) return std::nullopt;
-  if (!std::filesystem::equivalent(file.parent_path(), folder, error)) return std::nullopt;
-  return above.empty() ? "." : above.string();
-}
-
 std::string Missing(const std::string& folder, const std::string& path) {
-  const std::optional<std::string> above = CalibrationAbove(folder);
+  const std::optional<std::string> above = quen::workbench::CalibrationAbove(folder);
   return "no calibration in " + folder + ": " + path + " is missing; " +
          (above ? "give the folder above, " + *above + ", which has one"
                 : "'quen-shs calibrate " + folder + "' makes a synthetic one");
@@ -52,6 +42,10 @@ quen::workbench::InputFile Opened(const std::string& path) {
 bool IsMissing(const std::string& path) {
   std::error_code error;
   return std::filesystem::status(path, error).type() == std::filesystem::file_type::not_found;
+}
+
+bool HasAFile(const std::string& folder) {
+  return !std::ranges::all_of(quen::workbench::CalibrationNames(folder), IsMissing);
 }
 
 quen::workbench::FoundFile Found(const std::string& folder, const std::string& path) {
@@ -86,9 +80,18 @@ void quen::workbench::UseCalibration(const std::string& folder) {
 
 void quen::workbench::UseCalibration(std::vector<InputFile> files) { Files() = std::move(files); }
 
+std::optional<std::string> quen::workbench::CalibrationAbove(const std::string& folder) {
+  const std::filesystem::path above = (std::filesystem::path(folder) / "..").lexically_normal();
+  const std::filesystem::path data = above / std::filesystem::path(kCalibrationFiles.front()).parent_path();
+  const std::string name = (above / "").parent_path().string();  // without a slash at its end
+  std::error_code error;
+  const bool is_data = std::filesystem::equivalent(data, std::filesystem::path(folder) / ".", error);
+  return is_data && HasAFile(name) && !HasAFile(folder) ? std::optional(name) : std::nullopt;
+}
+
 std::vector<quen::workbench::FoundFile> quen::workbench::FindCalibration(const std::string& folder) {
   const std::vector<std::string> paths = CalibrationNames(folder);
-  if (std::ranges::all_of(paths, IsMissing)) throw std::runtime_error(Missing(folder, paths.front()));
+  if (!HasAFile(folder)) throw std::runtime_error(Missing(folder, paths.front()));
   std::vector<FoundFile> files;
   std::ranges::transform(paths, std::back_inserter(files),
                          [&](const std::string& path) { return Found(folder, path); });

@@ -175,5 +175,30 @@ TEST(UseCalibration, NamesTheFirstMissingFileAndTheRemedy) {
                                    [&] { UseCalibration(folder.Path()); });
 }
 
+TEST(CalibrationAbove, IsTheOneWhoseDataThisFolderIs) {
+  const TempDir folder;
+  WriteCalibration(folder / "sensor", false);
+  std::filesystem::create_directories(folder / "data");
+  std::filesystem::create_directory_symlink(folder / "sensor/data", folder / "link");
+  EXPECT_EQ(CalibrationAbove(folder / "sensor/data"), folder / "sensor");
+  EXPECT_EQ(CalibrationAbove(folder / "sensor/data/"), folder / "sensor");
+  for (const char* const other : {"sensor", "data", "link", "nowhere/data", "sensor/data/M2S.fits", "sensor/../data"}) {
+    EXPECT_EQ(CalibrationAbove(folder / other), std::nullopt) << other;
+  }
+
+  std::filesystem::remove(folder / "sensor/data/M2S.fits");
+  const testing::ScopedCurrentDirectory within(folder / "sensor/data");
+  for (const char* const here : {".", "./", "../data"}) EXPECT_EQ(CalibrationAbove(here), "..") << here;
+}
+
+TEST(UseCalibration, NamesTheFolderAboveItsData) {
+  const TempDir folder;
+  WriteCalibration(folder.Path(), false);
+  const testing::ScopedCurrentDirectory within(folder / "data");
+  ExpectThrows<std::runtime_error>(
+      "no calibration in .: ./data/M2S.fits is missing; give the folder above, .., which has one",
+      [] { UseCalibration("."); });
+}
+
 }  // namespace
 }  // namespace quen::workbench
