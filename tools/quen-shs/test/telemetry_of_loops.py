@@ -274,6 +274,8 @@ class Telemetry(unittest.TestCase):
         return done.stderr
 
     def assert_right(self, path):
+        verified = subprocess.run(["fitsverify", "-q", path], capture_output=True, text=True, check=False).stdout
+        self.assertTrue(verified.startswith("verification OK"), verified)
         self.assertEqual(list(faults(path)), [])
         self.assertEqual(list(number_faults(path, self.calibration, self.results)), [])
 
