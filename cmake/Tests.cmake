@@ -275,6 +275,14 @@ if(QUEN_BUILD_TOOLS)
   set_tests_properties(FilesOfRuns.Traced PROPERTIES COST 200) # of all tests the longest
 endif()
 
+# --- The telemetry that others read, by astropy alone.
+if(QUEN_BUILD_TOOLS)
+  add_test(NAME TelemetryOfLoops.IsReadByOthers COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/telemetry_of_loops.py
+                                                        $<TARGET_FILE:quen-shs>
+           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(TelemetryOfLoops.IsReadByOthers PROPERTIES LABELS tool TIMEOUT 600)
+endif()
+
 # --- Campaigns, from outside.
 if(QUEN_BUILD_TOOLS)
   add_test(NAME CampaignRuns.AreKilledAndGoOn COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/campaign_runs.py

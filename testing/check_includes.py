@@ -25,6 +25,7 @@ ORDER = [
     ["workbench/engines"],
     ["workbench/sensor"],
     ["workbench/loop", "workbench/check"],
+    ["workbench/telemetry"],
     ["workbench/live"],
     ["workbench/serve"],
     ["workbench/pictures", "workbench/campaign"],

@@ -20,7 +20,7 @@ from group_headers import ROOMS
 
 MEASURED = "measured"  # in this place: the page that measured.py makes
 PAGES = ["README.md", "docs/guide.md", "docs/centroiding.md", "docs/site/detectors.md", "docs/live.md", "docs/stream.md",
-         "docs/site/campaigns.md", "docs/site/python.md", MEASURED, "docs/architecture.md", "docs/damaged_files.md",
+         "docs/telemetry.md", "docs/site/campaigns.md", "docs/site/python.md", MEASURED, "docs/architecture.md", "docs/damaged_files.md",
          "CONTRIBUTING.md", "CHANGELOG.md"]
 IN_STEPS = "docs/guide.md"
 EXAMPLES = "examples"

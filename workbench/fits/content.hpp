@@ -28,6 +28,10 @@ bool IsFits(const InputFile& file);
 ///                             justifies
 quen::common::Fits::Handle OpenFits(const InputFile& file, const std::optional<std::string>& extension);
 
+/// @throws std::runtime_error  a header anywhere in it cannot be understood, or declares more data than there are; or
+///                             its last part is none
+void RequireWhole(const InputFile& file);
+
 /// Opens a file at an image.
 /// @param extension  name or number of its extension; empty: the primary image or, where that has no pixels, the first
 ///                   extension

@@ -105,7 +105,7 @@ class StagedFiles {
   /// A file that is not written after all.
   /// @param name  one of those claimed
   void GiveUp(const std::string& name);
-  /// Gives all files their contents, in their order.
+  /// Gives files their contents, in their order: all of them, or those that were claimed first.
   void GiveAll(std::vector<std::string> contents);
 
   /// Writes the files, first those that are written to in place.

@@ -1,10 +1,16 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <cstddef>
 
 #include "workbench/sensor/matrices.hpp"
 
 namespace quen::workbench {
+
+/// Puts 0 in the place of both slopes of a spot of which one is not finite: the engine has not found it.
+/// @param slopes  those in y, then as many in x
+/// @return        how many spots these are
+std::size_t LeaveOutLost(Eigen::VectorXd& slopes);
 
 /// The controller's half of a loop: from the last slopes of a simulator to the next correction,
 ///

@@ -173,6 +173,7 @@ std::vector<Kind> Kinds() {
        {"view {} --png o.png", "frame . --displacements {} --output o.fits --png o.png",
         "view frame.fits --slopes {} --png o.png", "measure . frame.fits --truth {} --output o.fits"}},
       {"Telemetry", "telemetry.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
+      {"TelemetryOfOthers", "aot.fits", {"check {}", "check {} --json", "view {} --png o.png"}},
       {"Disturbance", "modes.fits", {"view {} --png o.png", "loop . --frames 10 --disturbance {} --folder o"}},
       {"Sweep", "sweep.fits", {"view {} --png o.png"}},
       {"Scores", "scores.fits", {"view {} --png o.png"}},
@@ -196,10 +197,10 @@ class Sensor {
  private:
   Sensor() {
     quen::workbench::WriteCalibration(folder_.Path(), false);
-    for (const char* const arguments :
-         {"loop . --frames 12 --folder .", "loop . --frames 10 --sweep gain=0.2:2:0.6 --delay 3 --folder .",
-          "score . --frames 1 --engine weighted --engine windowed --output scores.fits",
-          "detector camera.json --new"}) {
+    for (const char* const arguments : {"loop . --frames 12 --folder . --aot aot.fits",
+                                        "loop . --frames 10 --sweep gain=0.2:2:0.6 --delay 3 --folder .",
+                                        "score . --frames 1 --engine weighted --engine windowed --output scores.fits",
+                                        "detector camera.json --new"}) {
       EXPECT_EQ(Run(arguments).exit_code, 0) << arguments;
     }
     EXPECT_EQ(

@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
 #include <utility>
 #include <variant>
 
+#include "workbench/fits/big_endian.hpp"
 #include "workbench/fits/header.hpp"
 #include "workbench/fits/interruption.hpp"
 #include "workbench/fits/memory_fits.hpp"
@@ -142,11 +142,8 @@ class FitsRows {
     for (const TableColumn& column : columns) widths_.push_back(column.width);
   }
 
-  void Add(double value) { Add(std::bit_cast<std::uint64_t>(value)); }
-  void Add(std::uint64_t value) {
-    for (int shift = 56; shift >= 0; shift -= 8) row_ += static_cast<char>(value >> static_cast<unsigned int>(shift));
-    ++next_;
-  }
+  void Add(double value) { AddNumber(value); }
+  void Add(std::uint64_t value) { AddNumber(value); }
   void Add(const std::string& value) {
     const std::size_t end = row_.size() + widths_[next_++];
     row_ += value;
@@ -160,6 +157,12 @@ class FitsRows {
   void End() { table_.End(); }
 
  private:
+  template <typename T>
+  void AddNumber(T value) {
+    AppendBigEndian(value, row_);
+    ++next_;
+  }
+
   LongTable table_;
   std::vector<std::size_t> widths_;  ///< of texts
   std::string row_;

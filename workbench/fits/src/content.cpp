@@ -255,6 +255,18 @@ Handle OpenFits(const InputFile& file, const std::optional<std::string>& extensi
   });
 }
 
+void RequireWhole(const InputFile& file) {
+  const Handle handle = OpenFits(file, std::nullopt);
+  for (int number = 1; MoveTo(file, handle, number);) ++number;
+  LONGLONG end = 0;
+  int status = 0;
+  fits_get_hduaddrll(handle->file, nullptr, nullptr, &end, &status);
+  if (status == 0 && end == static_cast<LONGLONG>(file.Size())) return;
+  throw std::runtime_error(
+      fmt::format("{}: expected {} bytes, as its headers declare, found {}; the file may be cut short", file.Name(),
+                  end, file.Size()));
+}
+
 Handle OpenImage(const InputFile& file, const std::string& extension) {
   Handle image = OpenFits(file, std::nullopt);
   if (extension.empty()) {

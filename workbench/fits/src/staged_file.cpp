@@ -268,7 +268,7 @@ void StagedFiles::GiveUp(const std::string& name) {
 }
 
 void StagedFiles::GiveAll(std::vector<std::string> contents) {
-  for (std::size_t k = 0; k < outputs_.size(); ++k) {
+  for (std::size_t k = 0; k < contents.size(); ++k) {
     outputs_[k].bytes = AsNamed(outputs_[k].target.name, std::move(contents[k]));
   }
 }

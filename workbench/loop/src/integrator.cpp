@@ -5,10 +5,7 @@
 #include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {
-namespace {
 
-/// Puts 0 in the place of both slopes of a spot of which one is not finite.
-/// @return  how many spots these are
 std::size_t LeaveOutLost(Eigen::VectorXd& slopes) {
   const Eigen::Index half = slopes.size() / 2;
   std::size_t lost = 0;
@@ -19,8 +16,6 @@ std::size_t LeaveOutLost(Eigen::VectorXd& slopes) {
   }
   return lost;
 }
-
-}  // namespace
 
 Integrator::Integrator(const quen::shssim::ShsSimulator& simulator, double gain, double leak)
     : simulator_(simulator),

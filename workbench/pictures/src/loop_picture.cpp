@@ -21,10 +21,10 @@ constexpr Colour kResidual = {0.10, 0.40, 0.75, 1.0};
 using Vector = Eigen::VectorXd FrameRecord::*;
 
 /// A value of a record's vector, by the number of the frame or of the mode.
-using Values = std::function<double(std::size_t, Vector)>;
+using RmsOfFrame = std::function<double(std::size_t, Vector)>;
 
 /// Names of the two curves above a plot, in their colours.
-void WriteNames(cairo_t* cr, const Box& box, const std::string& title, std::size_t count, const Values& rms) {
+void WriteNames(cairo_t* cr, const Box& box, const std::string& title, std::size_t count, const RmsOfFrame& rms) {
   Use(cr, kInk);
   Write(cr, box.left, box.top - kTitleAbove, title + "  ");
   Use(cr, kDisturbance);
@@ -35,7 +35,7 @@ void WriteNames(cairo_t* cr, const Box& box, const std::string& title, std::size
 }
 
 /// A scale that holds both curves.
-Scale ScaleFor(std::size_t count, const Values& rms) {
+Scale ScaleFor(std::size_t count, const RmsOfFrame& rms) {
   Range range;
   for (std::size_t k = 0; k < count; ++k) {
     for (const Vector vector : {&FrameRecord::disturbance, &FrameRecord::residual}) range.Hold(rms(k, vector));
@@ -44,7 +44,7 @@ Scale ScaleFor(std::size_t count, const Values& rms) {
 }
 
 /// Disturbance and residual, `count` values each, against their number.
-void DrawBoth(cairo_t* cr, const Box& box, std::size_t count, const std::string& title, const Values& rms) {
+void DrawBoth(cairo_t* cr, const Box& box, std::size_t count, const std::string& title, const RmsOfFrame& rms) {
   const Plot plot(cr, box, LinearScale(static_cast<double>(count)), ScaleFor(count, rms));
   plot.DrawGrid("");
   cairo_set_line_width(cr, 1.6);

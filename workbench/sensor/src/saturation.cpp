@@ -10,12 +10,12 @@
 namespace quen::workbench {
 namespace {
 
-constexpr double kNone = -std::numeric_limits<double>::infinity();
+constexpr double kNoCount = -std::numeric_limits<double>::infinity();
 
 /// The brightest pixels of a region, and the dimmest one.
 struct Tops {
-  double highest = kNone;
-  double lowest = -kNone;
+  double highest = kNoCount;
+  double lowest = -kNoCount;
   std::size_t pixels = 0;  ///< that are the brightest
 };
 
@@ -52,7 +52,7 @@ bool IsFlat(const Tops& tops) {
 Saturation SaturationOf(const Frame& frame, const std::vector<double>& values, const std::vector<Roi>& rois,
                         const std::vector<std::uint8_t>& used) {
   std::vector<Tops> regions;
-  double highest = kNone;
+  double highest = kNoCount;
   for (const std::size_t i : UsedIndices(used)) {
     const Roi& roi = rois[i];
     if (roi.x_up > frame.width || roi.y_up > frame.height) continue;

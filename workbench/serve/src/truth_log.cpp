@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <span>
@@ -13,6 +12,7 @@
 #include <string_view>
 #include <utility>
 
+#include "workbench/fits/big_endian.hpp"
 #include "workbench/fits/header.hpp"
 #include "workbench/fits/memory_fits.hpp"
 #include "workbench/fits/staged_file.hpp"
@@ -48,21 +48,13 @@ std::vector<TruthColumn> TruthColumns() {
           {"fault", Vector(TruthRow::kFaultLength, 'A'), "", "empty: none"}};
 }
 
-/// Appends a number as FITS has it, the highest byte first.
-template <typename T>
-void AppendNumber(T value, std::vector<char>& bytes) {
-  auto raw = std::bit_cast<std::array<char, sizeof(T)>>(value);
-  std::ranges::reverse(raw);
-  bytes.insert(bytes.end(), raw.begin(), raw.end());
-}
-
 void AppendRow(const TruthRow& row, std::vector<char>& bytes) {
-  AppendNumber(row.frame, bytes);
-  AppendNumber(row.cnt0, bytes);
-  for (const double time : {row.due, row.due_tai, row.published, row.published_tai}) AppendNumber(time, bytes);
-  for (const double mode : row.residual) AppendNumber(mode, bytes);
-  for (const double mode : row.correction) AppendNumber(mode, bytes);
-  AppendNumber(row.correction_count, bytes);
+  AppendBigEndian(row.frame, bytes);
+  AppendBigEndian(row.cnt0, bytes);
+  for (const double time : {row.due, row.due_tai, row.published, row.published_tai}) AppendBigEndian(time, bytes);
+  for (const double mode : row.residual) AppendBigEndian(mode, bytes);
+  for (const double mode : row.correction) AppendBigEndian(mode, bytes);
+  AppendBigEndian(row.correction_count, bytes);
   bytes.insert(bytes.end(), row.fault.begin(), row.fault.end());
 }
 

@@ -1,10 +1,12 @@
 #include "workbench/check/check.hpp"
 
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -13,10 +15,12 @@
 #include "tools/quen-shs/verbs/verbs.hpp"
 #include "workbench/check/correct.hpp"
 #include "workbench/check/findings_table.hpp"
+#include "workbench/fits/content.hpp"
 #include "workbench/fits/staged_file.hpp"
 #include "workbench/pictures/check_picture.hpp"
 #include "workbench/sensor/calibration.hpp"
 #include "workbench/sensor/calibration_lookup.hpp"
+#include "workbench/telemetry/aot.hpp"
 
 namespace quen::tool {
 namespace {
@@ -116,7 +120,31 @@ workbench::Examination ExaminationOf(const CheckArguments& command) {
   }
 }
 
-void Check(const CheckArguments& command) {
+/// A file in place of a folder: telemetry.
+/// @throws std::runtime_error  it is something else, or is not as it should be
+void CheckTelemetry(const CheckArguments& command) {
+  const workbench::InputFile file(command.folder);
+  if (!workbench::IsFits(file) || !workbench::IsAot(file)) {
+    throw std::runtime_error(command.folder +
+                             ": expected a folder with a calibration, or a file of Adaptive Optics Telemetry, found "
+                             "another file");
+  }
+  if (!command.png.empty() || !command.fix.empty()) {
+    throw std::runtime_error(command.folder + ": --png and --fix are for calibrations, not for telemetry");
+  }
+  const workbench::AotSummary summary = workbench::ExamineAot(file);
+  Report report;
+  report.Add("version", summary.version);
+  report.Add("tables", summary.tables);
+  report.Add("references", summary.references);
+  report.Add("frames", summary.frames);
+  report.Add("subapertures", summary.subapertures);
+  report.Add("modes", summary.modes);
+  report.AddLine(command.folder + ": " + workbench::InWords(summary));
+  report.Print(command.json);
+}
+
+void CheckCalibration(const CheckArguments& command) {
   if (!command.fix.empty()) {
     workbench::RequireNew(workbench::CalibrationNames(command.fix), "give --fix the name of another folder");
   }
@@ -144,12 +172,22 @@ void Check(const CheckArguments& command) {
   }
 }
 
+void Check(const CheckArguments& command) {
+  std::error_code error;
+  const auto kind = std::filesystem::status(command.folder, error).type();
+  if (kind == std::filesystem::file_type::not_found || kind == std::filesystem::file_type::directory || error) {
+    CheckCalibration(command);
+  } else {
+    CheckTelemetry(command);
+  }
+}
+
 }  // namespace
 
 void AddCheck(CommandLine& line) {
   const auto command = std::make_shared<CheckArguments>();
   line.Add({.name = "check",
-            .summary = "Say whether a calibration can be trusted",
+            .summary = "Say whether a calibration, or a file of telemetry, can be trusted",
             .details = R"(
 Loads the calibration as the library does and looks at everything in it: axes, values, regions, references, usage
 flags, the layout of either matrix, and CM * M2S. Names mistakes and says what to do. Where a file is missing, or
@@ -174,7 +212,10 @@ What is not told, though a close look at the files may: flags that differ in a f
 as a fifth of their slopes.
 
 With --png the findings are drawn, each as things stand and as its corrections would have them. With --fix the corrected
-calibration is written to another folder, if what is wrong leaves no choice.)",
+calibration is written to another folder, if what is wrong leaves no choice.
+
+In place of a folder, a file of Adaptive Optics Telemetry (docs/telemetry.md), whoever wrote it: that all its tables and
+columns are there, that what rows refer to is there, and that the axes of a loop's images are as long as each other.)",
             .list = R"(Keys of the findings in JSON:
   calibration                                   what keeps the examination from its beginning
   m2s.file, cm.file, rois.file, loading         the files, each by itself, and the library's word on them
@@ -187,8 +228,9 @@ calibration is written to another folder, if what is wrong leaves no choice.)",
   m2s.modes, m2s.noise, m2s.subapertures        single modes and sub-apertures: zeros, no order, noise, there twice
 "mistakes" lists the corrections that come into question, "x_flipped" for instance; if it is one, it is certain.)",
             .examples = {"quen-shs check sensor", "quen-shs check sensor --png findings.png",
-                         "quen-shs check sensor --fix mended"},
-            .arguments = {CalibrationFolder(command->folder),
+                         "quen-shs check sensor --fix mended", "quen-shs check run.fits"},
+            .arguments = {Positional("DIR", "Folder with the calibration (DIR/data/...), or a file of telemetry",
+                                     command->folder),
                           Flag("--strict", "Exit with 1 also where something is doubtful", command->is_strict),
                           File("--png", "PNG file for a picture of what is found", "none", command->png),
                           Folder("--fix", "Folder to write the corrected calibration to", "nothing is written",

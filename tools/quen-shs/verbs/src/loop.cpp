@@ -2,7 +2,9 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 
 #include "tools/quen-shs/cli/output.hpp"
 #include "tools/quen-shs/cli/progress.hpp"
@@ -25,6 +27,7 @@
 #include "workbench/sensor/calibration_lookup.hpp"
 #include "workbench/sensor/frame_file.hpp"
 #include "workbench/sensor/measurement_file.hpp"
+#include "workbench/telemetry/aot.hpp"
 
 namespace quen::tool {
 namespace {
@@ -40,6 +43,8 @@ struct LoopArguments {
   DetectorArguments detector;
   std::string sweep;                        ///< gain=FIRST:LAST:STEP; one loop if empty
   std::string results;                      ///< folder; DIR/loop if empty
+  std::string aot;                          ///< file for the convention's telemetry; none if empty
+  bool aot_frames = false;                  ///< whether that has the frames
   workbench::ControllerOptions controller;  ///< of a loop through streams; one of its own if these have no name
   bool json = false;
 };
@@ -73,6 +78,7 @@ std::vector<std::string> OutputNames(const LoopArguments& command) {
   std::vector<std::string> names = {"frame.fits", "slopes.fits", "telemetry.fits", "loop.png"};
   if (!command.sweep.empty()) names = {"sweep.fits", "sweep.png"};
   for (std::string& name : names) name = (folder / name).string();
+  names.push_back(command.aot);
   return names;
 }
 
@@ -119,17 +125,26 @@ void AddLostSpots(Report& report, const workbench::LoopRun& run) {
 void RunOne(const LoopArguments& command, workbench::Camera& camera, const workbench::Series& disturbance,
             workbench::StagedFiles& files) {
   const auto pedestal = workbench::PedestalOfDetector(camera, command.options.exposure);
+  std::optional<workbench::AotRecorder> aot;
+  if (!command.aot.empty()) aot.emplace(camera, command.options, command.aot, command.aot_frames);
   workbench::LoopRun run;
   double rate = 0.0;
   {
     Progress progress(command.frames);
-    run = workbench::RunLoop(camera, disturbance, command.options, [&] { progress.Step(); });
+    run = workbench::RunLoop(camera, disturbance, command.options, [&] {
+      if (aot) aot->Record();
+      progress.Step();
+    });
     rate = progress.Rate();
   }
   files.GiveAll({workbench::FrameFile(camera, command.options.exposure),
                  workbench::MeasurementFile(camera, command.options.exposure),
                  workbench::TelemetryFile(command.options, Source(command), run.records),
                  workbench::DrawLoop(workbench::FrameOf(camera, command.options.exposure), camera, run.records)});
+  if (aot) {
+    aot->Write(run.records, Source(command),
+               [&](std::string_view bytes, std::size_t position) { files.GiveAt(command.aot, bytes, position); });
+  }
   files.Commit();
 
   const workbench::LoopSummary summary = workbench::SummaryOf(run, command.options.delay);
@@ -266,7 +281,8 @@ void CloseLoop(LoopArguments& command) {
 /// A verb's alternatives, and that --through takes the place of all that makes frames and files.
 std::vector<std::vector<std::string>> NotWithThrough(std::vector<std::vector<std::string>> alternatives) {
   constexpr const char* kThrough = "--through";
-  for (const char* const own : {"--delay", "--d-over-r0", "--disturbance", "--sweep", "--folder", "--use-maps"}) {
+  for (const char* const own :
+       {"--delay", "--d-over-r0", "--disturbance", "--sweep", "--folder", "--use-maps", "--aot"}) {
     alternatives.push_back({own, kThrough});
   }
   std::uint32_t seed = 0;
@@ -308,7 +324,8 @@ engine has not found has slopes of 0 there.
 
 Writes frame.fits and slopes.fits (the last frame and its measurement), telemetry.fits (a row per frame) and loop.png
 into the folder of results, replacing those of an earlier run; with --sweep, sweep.fits and sweep.png instead. A loop
-that diverges is stopped, and its files end with that frame.
+that diverges is stopped, and its files end with that frame. With --aot the run is also written in the tables and
+images of the Adaptive Optics Telemetry convention, which other programs read (docs/telemetry.md).
 
 The disturbance is turbulence, with Kolmogorov's variances for the modes of the calibration's basis (Zernike modes from
 tip on where the calibration does not say), or what a file says: a table "telemetry" with a column "disturbance", or an
@@ -339,14 +356,18 @@ waits for the stream to be made, goes on where it is made anew, and prints its r
                  "--sweep", "Gains to be tried one after the other", "gain=FIRST:LAST:STEP",
                  [](const std::string& text) { workbench::ParseSweep(text); }, command->sweep),
              Folder("--folder", "Folder for the results; made if missing", "DIR/loop", command->results),
+             File("--aot", "FITS file for the run as Adaptive Optics Telemetry 2.0.0 has it", "none", command->aot),
              JsonFlag(command->json)},
+            OnlyWith("--aot",
+                     {Flag("--aot-frames", "Have every frame in that file, too: 1.4 MB each", command->aot_frames)}),
             OnlyWith("--corrections", {StreamName("--through", "Stream with the frames of another program",
                                                   command->controller.frames)}),
             OnlyWith("--through", {StreamName("--corrections", "Stream to be made for the corrections",
                                               command->controller.corrections),
                                    Number("--timeout", "Longest wait for a frame", "seconds",
                                           workbench::ControllerOptions::kTimeout, command->controller.timeout)})}),
-       .alternatives = NotWithThrough(WithExposure({{"--d-over-r0", "--disturbance"}, {"--gain", "--sweep"}})),
+       .alternatives = NotWithThrough(
+           WithExposure({{"--d-over-r0", "--disturbance"}, {"--gain", "--sweep"}, {"--aot", "--sweep"}})),
        .action = [command] { Loop(*command); }});
 }
 

@@ -30,6 +30,7 @@
 #include "workbench/sensor/matrix_file.hpp"
 #include "workbench/sensor/measurement_file.hpp"
 #include "workbench/sensor/sensor_tables.hpp"
+#include "workbench/telemetry/aot.hpp"
 
 namespace quen::tool {
 namespace {
@@ -58,6 +59,7 @@ struct Content {
   std::function<std::string()> draw;
   std::size_t planes = 0;    ///< of a cube of frames
   std::string regions = {};  ///< where the places of a matrix's slopes are from; empty where none are drawn
+  std::string words = {};    ///< what else is to be said; empty if nothing is
 };
 
 /// The files that are looked at.
@@ -191,6 +193,10 @@ Content ContentOf(const ViewArguments& command, Inputs& inputs) {
     const workbench::FrameReader frames(file, command.extension);
     return FrameContent(command, inputs, frames.Axes());
   }
+  if (workbench::IsAot(file)) {
+    return {"telemetry", [&file] { return workbench::DrawTelemetry(workbench::ReadAotRecords(file)); }, 0, "",
+            workbench::InWords(workbench::ExamineAot(file))};
+  }
   if (workbench::HasTable(file, workbench::kTelemetryTable))
     return {"telemetry", [&file] { return workbench::DrawTelemetry(workbench::ReadTelemetry(file)); }};
   if (workbench::HasTable(file, workbench::kSweepTable))
@@ -259,6 +265,7 @@ void View(const ViewArguments& command) {
     report.Add("planes", content.planes);
   }
   if (!content.regions.empty()) report.Add("regions", content.regions, "regions", content.regions);
+  if (!content.words.empty()) report.Add("content", content.words, "content", content.words);
   report.AddFiles(files);
   report.Print(command.json);
 }
@@ -273,7 +280,7 @@ void AddView(CommandLine& line) {
        .details = R"(
 Looks into the file to see what it is: a frame or one of a cube of frames (shades of grey, with outlines and arrows on
 request), a map of the detector's pixels, slopes (arrows, and the light of each sub-aperture), regions, a matrix, a
-loop's telemetry, a gain sweep, or scores. Row 0 of the detector is at the bottom.
+loop's telemetry (also that of 'loop --aot'), a gain sweep, or scores. Row 0 of the detector is at the bottom.
 
 Of M2S and CM the slopes of the first modes are drawn as arrows over the pupil, and the size of every mode. Where the
 sub-apertures are is read from the calibration that is given, or from shs_rois.fits beside the matrix; without these, they
