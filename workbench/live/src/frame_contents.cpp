@@ -182,8 +182,8 @@ bool FrameContents::IsStuck(gsl::span<const std::int16_t> frame) {
   if (looks_ == 0) return false;
   bool is_stuck = false;
   const auto is_same = [&](std::size_t row, std::size_t column) {
-    const auto now = Row(frame, row).subspan(column, kTile);
-    const auto before = Row(last_, row).subspan(column, kTile);
+    const auto now = Row(frame, row).subspan(column).first(kTile);
+    const auto before = Row(last_, row).subspan(column).first(kTile);
     return std::equal(now.begin(), now.end(), before.begin());
   };
   for (std::size_t tile = 0; tile < is_lively_.size(); ++tile) {

@@ -90,8 +90,8 @@ TEST_F(FrameContentsOf, FramesMovedByPixelsAreDisplaced) {
   for (const std::ptrdiff_t places : {1, -1, 5, 7}) {
     for (const std::ptrdiff_t step : {std::ptrdiff_t{1}, static_cast<std::ptrdiff_t>(kSize)}) {
       Frame frame = scene_.Next();
-      std::ranges::rotate(frame, frame.begin() + (static_cast<std::ptrdiff_t>(frame.size()) - places * step) %
-                                                     static_cast<std::ptrdiff_t>(frame.size()));
+      const auto size = static_cast<std::ptrdiff_t>(frame.size());
+      std::rotate(frame.begin(), frame.begin() + (size - places * step) % size, frame.end());
       EXPECT_EQ(Look(frame), "displaced ") << places << " by " << step;
     }
   }

@@ -7,7 +7,6 @@
 
 #include "workbench/pictures/src/plane.hpp"
 #include "workbench/pictures/src/plot.hpp"
-#include "workbench/pictures/src/vector_field.hpp"
 #include "workbench/sensor/dimensions.hpp"
 
 namespace quen::workbench {

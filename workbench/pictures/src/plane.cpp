@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "common/statistics/quantile.hpp"
+
 namespace quen::workbench {
 namespace {
 
@@ -14,6 +16,12 @@ constexpr Colour kCutArrow = {0.90, 0.00, 0.10, 1.0};
 constexpr double kRounding = 1e-9;  // of an arrow that is as long as the longest
 
 }  // namespace
+
+double LongLength(std::vector<double> lengths, double part) {
+  if (lengths.empty()) return 0.0;
+  const double length = common::Quantile(lengths, part);
+  return length > 0.0 ? length : std::ranges::max(lengths);
+}
 
 void Plane::DrawPixels(const Frame& frame, const Stretch& stretch) const {
   constexpr std::uint32_t kGrey = 0x010101;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "workbench/pictures/src/canvas.hpp"
 #include "workbench/pictures/stretch.hpp"
 #include "workbench/sensor/dimensions.hpp"
@@ -9,6 +11,9 @@
 namespace quen::workbench {
 
 inline constexpr double kLongestArrow = 11.0;  ///< pixels of the picture; stays inside a region
+
+/// The length that a part of all, 0 to 1, are not above; the longest where that is 0; 0 of none.
+double LongLength(std::vector<double> lengths, double part);
 
 /// From a detector's coordinates to a picture's: row 0 at the bottom, a pixel of the detector a pixel of the picture.
 class Plane {

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "common/statistics/quantile.hpp"
+#include "workbench/pictures/src/plane.hpp"
 #include "workbench/sensor/dimensions.hpp"
 #include "workbench/sensor/geometry.hpp"
 #include "workbench/sensor/matrices.hpp"
@@ -81,12 +81,6 @@ void ArrowAround(cairo_t* cr, const Eigen::Vector2d& middle, const Eigen::Vector
 }
 
 }  // namespace
-
-double LongLength(std::vector<double> lengths, double part) {
-  if (lengths.empty()) return 0.0;
-  const double length = common::Quantile(lengths, part);
-  return length > 0.0 ? length : std::ranges::max(lengths);
-}
 
 Eigen::Vector2d Middle(const Roi& roi) { return {(roi.x_low + roi.x_up - 1) / 2.0, (roi.y_low + roi.y_up - 1) / 2.0}; }
 

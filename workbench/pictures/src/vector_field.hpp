@@ -44,9 +44,6 @@ struct VectorField {
   std::vector<Eigen::Vector2d> vectors;
 };
 
-/// The length that a part of all, 0 to 1, are not above; the longest where that is 0; 0 of none.
-double LongLength(std::vector<double> lengths, double part);
-
 /// A slope vector (y block, then x block) at the used sub-apertures.
 VectorField SlopeField(const Overlay& overlay, const Eigen::VectorXd& slopes);
 
