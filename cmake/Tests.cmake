@@ -326,6 +326,11 @@ add_test(NAME Includes.PointDown COMMAND ${QUEN_PYTHON_INTERPRETER} testing/chec
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 set_tests_properties(Includes.PointDown PROPERTIES LABELS unit)
 
+# --- The packages' symbols files, names and version are those of the build.
+add_test(NAME Packaging.AgreesWithTheBuild COMMAND ${QUEN_PYTHON_INTERPRETER} packaging/test/check_debian.py .
+         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+set_tests_properties(Packaging.AgreesWithTheBuild PROPERTIES LABELS abi)
+
 # --- What makes and what checks the documentation site.
 add_test(NAME Site.IsMadeAndCheckedRight COMMAND ${QUEN_PYTHON_INTERPRETER} docs/test/site_test.py
          WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
