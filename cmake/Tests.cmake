@@ -303,6 +303,9 @@ if(QUEN_BUILD_TOOLS)
                                                      $<TARGET_FILE:quen-shs>
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   set_tests_properties(ServedFrames.AreReadByOthers PROPERTIES LABELS tool TIMEOUT 600)
+endif()
+# A sanitized one is too slow to be looked at.
+if(QUEN_BUILD_TOOLS AND NOT QUEN_SANITIZE)
   add_test(NAME LiveSoak.AClosedLoopGoesOn COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/live_soak.py
                                                    $<TARGET_FILE:quen-shs>
            WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
