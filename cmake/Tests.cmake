@@ -1,6 +1,6 @@
 # The tests. Labels: unit, comparison, statistics, soak, abi, consumer, workbench, tool, cluster, python
-# (python/CMakeLists.txt) and fuzz-replay (fuzz/CMakeLists.txt). Those with a COST are the longest, and begin first, so that no processor waits
-# for them at the end.
+# (python/CMakeLists.txt) and fuzz-replay (fuzz/CMakeLists.txt). Those with a COST are the longest, and begin first, so
+# that no processor waits for them at the end.
 enable_testing()
 include(GoogleTest)
 find_package(GTest REQUIRED)
@@ -17,6 +17,13 @@ target_link_libraries(quen_testing PUBLIC PkgConfig::cfitsio PkgConfig::log4cplu
 # What takes the place of functions of the C and C++ libraries is no part of another source.
 set_source_files_properties(testing/allocations.cpp testing/faulty_stdio.cpp testing/malloc_calls.cpp
                             PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+
+# quen_add_script_test(NAME LABEL SCRIPT ARGUMENT …): a Python script, run in the repository's folder; CTest sees one
+# case.
+function(quen_add_script_test name label script)
+  add_test(NAME ${name} COMMAND ${QUEN_PYTHON_INTERPRETER} ${script} ${ARGN} WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+  set_tests_properties(${name} PROPERTIES LABELS ${label})
+endfunction()
 
 # quen_add_test(NAME SOURCES … LIBRARIES … [LABEL …]): one executable; CTest sees each of its cases.
 function(quen_add_test name)
@@ -267,85 +274,64 @@ endif()
 # --- The tool's files, from outside. Without strace, or where it may not trace, what needs it is skipped.
 if(QUEN_BUILD_TOOLS)
   foreach(class Names Streams Damaged Traced Kills)
-    add_test(NAME FilesOfRuns.${class} COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/files_of_runs.py
-                                               $<TARGET_FILE:quen-shs> ${class}
-             WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-    set_tests_properties(FilesOfRuns.${class} PROPERTIES LABELS tool TIMEOUT 600 COST 150)
+    quen_add_script_test(FilesOfRuns.${class} tool tools/quen-shs/test/files_of_runs.py $<TARGET_FILE:quen-shs>
+                       ${class})
+    set_tests_properties(FilesOfRuns.${class} PROPERTIES TIMEOUT 600 COST 150)
   endforeach()
   set_tests_properties(FilesOfRuns.Traced PROPERTIES COST 200) # of all tests the longest
 endif()
 
 # --- The telemetry that others read, by astropy alone.
 if(QUEN_BUILD_TOOLS)
-  add_test(NAME TelemetryOfLoops.IsReadByOthers COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/telemetry_of_loops.py
-                                                        $<TARGET_FILE:quen-shs>
-           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(TelemetryOfLoops.IsReadByOthers PROPERTIES LABELS tool TIMEOUT 600)
+  quen_add_script_test(TelemetryOfLoops.IsReadByOthers tool tools/quen-shs/test/telemetry_of_loops.py
+                       $<TARGET_FILE:quen-shs>)
+  set_tests_properties(TelemetryOfLoops.IsReadByOthers PROPERTIES TIMEOUT 600)
 endif()
 
 # --- Campaigns, from outside.
 if(QUEN_BUILD_TOOLS)
-  add_test(NAME CampaignRuns.AreKilledAndGoOn COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/campaign_runs.py
-                                                      $<TARGET_FILE:quen-shs>
-           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(CampaignRuns.AreKilledAndGoOn PROPERTIES LABELS tool TIMEOUT 600)
+  quen_add_script_test(CampaignRuns.AreKilledAndGoOn tool tools/quen-shs/test/campaign_runs.py $<TARGET_FILE:quen-shs>)
+  set_tests_properties(CampaignRuns.AreKilledAndGoOn PROPERTIES TIMEOUT 600)
   # Skipped where Slurm is not installed.
-  add_test(NAME CampaignOnCluster.LosesNothingWithANode
-           COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/campaign_on_cluster.py $<TARGET_FILE:quen-shs> scripts/cluster
-           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(CampaignOnCluster.LosesNothingWithANode PROPERTIES LABELS cluster TIMEOUT 250 COST 100
-                                                                          SKIP_RETURN_CODE 77)
+  quen_add_script_test(CampaignOnCluster.LosesNothingWithANode cluster
+                       tools/quen-shs/test/campaign_on_cluster.py $<TARGET_FILE:quen-shs> scripts/cluster)
+  set_tests_properties(CampaignOnCluster.LosesNothingWithANode PROPERTIES TIMEOUT 250 COST 100 SKIP_RETURN_CODE 77)
 endif()
 
 # --- A server, from outside.
 if(QUEN_BUILD_TOOLS)
-  add_test(NAME ServedFrames.AreReadByOthers COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/served_frames.py
-                                                     $<TARGET_FILE:quen-shs>
-           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(ServedFrames.AreReadByOthers PROPERTIES LABELS tool TIMEOUT 600)
+  quen_add_script_test(ServedFrames.AreReadByOthers tool tools/quen-shs/test/served_frames.py $<TARGET_FILE:quen-shs>)
+  set_tests_properties(ServedFrames.AreReadByOthers PROPERTIES TIMEOUT 600)
 endif()
 # A sanitized one is too slow to be looked at.
 if(QUEN_BUILD_TOOLS AND NOT QUEN_SANITIZE)
-  add_test(NAME LiveSoak.AClosedLoopGoesOn COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/live_soak.py
-                                                   $<TARGET_FILE:quen-shs>
-           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(LiveSoak.AClosedLoopGoesOn PROPERTIES LABELS soak)
+  quen_add_script_test(LiveSoak.AClosedLoopGoesOn soak tools/quen-shs/test/live_soak.py $<TARGET_FILE:quen-shs>)
 endif()
 
 # --- A server's camera, taken from by Aravis' own client. Skipped where there is no Aravis for Python, or no network
 # namespace. Aravis' threads are none that a sanitizer knows.
 if(QUEN_BUILD_TOOLS AND QUEN_BUILD_GIGE AND NOT QUEN_SANITIZE)
-  add_test(NAME GigeFrames.AreTakenByOthers COMMAND ${QUEN_PYTHON_INTERPRETER} tools/quen-shs/test/gige_frames.py
-                                                    $<TARGET_FILE:quen-shs>
-           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(GigeFrames.AreTakenByOthers PROPERTIES LABELS tool TIMEOUT 300 SKIP_RETURN_CODE 77)
+  quen_add_script_test(GigeFrames.AreTakenByOthers tool tools/quen-shs/test/gige_frames.py $<TARGET_FILE:quen-shs>)
+  set_tests_properties(GigeFrames.AreTakenByOthers PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
   # Built where somebody asks for it, to measure: gige_frames.py build/dev/gige_rate --measure 500 10
   add_executable(gige_rate EXCLUDE_FROM_ALL workbench/serve/test/gige_rate.cpp)
   target_link_libraries(gige_rate PRIVATE quen_serve fmt::fmt quen_warnings)
 endif()
 
 # --- The order of the rooms.
-add_test(NAME Includes.PointDown COMMAND ${QUEN_PYTHON_INTERPRETER} testing/check_includes.py ${PROJECT_SOURCE_DIR}
-         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-set_tests_properties(Includes.PointDown PROPERTIES LABELS unit)
+quen_add_script_test(Includes.PointDown unit testing/check_includes.py ${PROJECT_SOURCE_DIR})
 
 # --- The packages' symbols files, names and version are those of the build.
-add_test(NAME Packaging.AgreesWithTheBuild COMMAND ${QUEN_PYTHON_INTERPRETER} packaging/test/check_debian.py .
-         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-set_tests_properties(Packaging.AgreesWithTheBuild PROPERTIES LABELS abi)
+quen_add_script_test(Packaging.AgreesWithTheBuild abi packaging/test/check_debian.py .)
 
 # --- What makes and what checks the documentation site.
-add_test(NAME Site.IsMadeAndCheckedRight COMMAND ${QUEN_PYTHON_INTERPRETER} docs/test/site_test.py
-         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-set_tests_properties(Site.IsMadeAndCheckedRight PROPERTIES LABELS unit)
+quen_add_script_test(Site.IsMadeAndCheckedRight unit docs/test/site_test.py)
 
 # --- The guide, as it stands; it has a chapter on the Python package.
 if(QUEN_BUILD_PYTHON AND NOT QUEN_SANITIZE)
-  add_test(NAME Guide.RunsAsItStands COMMAND ${QUEN_PYTHON_INTERPRETER} docs/test/run_guide.py docs/guide.md
-                                             ${PROJECT_BINARY_DIR}
-           WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(Guide.RunsAsItStands PROPERTIES LABELS tool TIMEOUT 600 COST 100
-                                                       ENVIRONMENT "PYTHONPATH=${PROJECT_BINARY_DIR}/python")
+  quen_add_script_test(Guide.RunsAsItStands tool docs/test/run_guide.py docs/guide.md ${PROJECT_BINARY_DIR})
+  set_tests_properties(Guide.RunsAsItStands PROPERTIES TIMEOUT 600 COST 100
+                                                        ENVIRONMENT "PYTHONPATH=${PROJECT_BINARY_DIR}/python")
 endif()
 
 # --- The installed package, and the ways to configure it. A sanitized library needs sanitized hosts, which these are
