@@ -78,6 +78,9 @@ class FrameContents {
   struct Sums {
     std::vector<std::int32_t> tiles;
     std::array<std::vector<std::int64_t>, 2> profiles;  ///< sums over rows, of each column; and the other way round
+    double ground = 0.0;                                ///< median of the pixels
+
+    [[nodiscard]] double Light(std::size_t tile) const;  ///< above the ground
   };
 
   [[nodiscard]] gsl::span<const std::int16_t> Row(gsl::span<const std::int16_t> frame, std::size_t row) const {
@@ -87,7 +90,7 @@ class FrameContents {
   void MeasureGround(gsl::span<const std::int16_t> frame);
   [[nodiscard]] double Contrast();
   [[nodiscard]] double Movement() const;
-  [[nodiscard]] bool IsDisplaced() const;
+  [[nodiscard]] bool IsDisplaced(double movement) const;
   [[nodiscard]] bool IsStuck(gsl::span<const std::int16_t> frame);
   double MarkLostSpots();
   [[nodiscard]] double LargestExcess(gsl::span<const std::int16_t> frame);
@@ -101,10 +104,8 @@ class FrameContents {
   std::size_t looks_ = 0;
 
   Sums now_;
-  Sums before_;          ///< of the last frame that was neither dark nor saturated nor displaced
-  double ground_ = 0.0;  ///< median of the pixels
-  double noise_ = 0.0;   ///< mean distance below it
-  double ground_before_ = 0.0;
+  Sums before_;         ///< of the last frame that was neither dark nor saturated nor displaced
+  double noise_ = 0.0;  ///< mean distance below it
   Usual usual_noise_;
   Usual usual_contrast_;  ///< between bright tiles and dark ones
   Usual usual_movement_;  ///< of the profiles, from frame to frame

@@ -8,7 +8,7 @@
 namespace quen::workbench {
 namespace {
 
-constexpr std::size_t kPixelsOfTile = FrameContents::kTile * FrameContents::kTile;
+constexpr double kPixelsOfTile = FrameContents::kTile * FrameContents::kTile;
 
 /// How far two profiles are apart when one of them is displaced around its end.
 double Misfit(const std::vector<std::int64_t>& now, const std::vector<std::int64_t>& before, std::size_t places) {
@@ -34,6 +34,8 @@ void FrameContents::Usual::Take(double value) {
   std::nth_element(sorted.begin(), sorted.begin() + middle, sorted.begin() + static_cast<std::ptrdiff_t>(count_));
   value_ = sorted.at(count_ / 2);
 }
+
+double FrameContents::Sums::Light(std::size_t tile) const { return tiles[tile] - kPixelsOfTile * ground; }
 
 FrameContents::FrameContents(std::size_t columns, std::size_t rows)
     : columns_(columns), rows_(rows), tile_columns_(columns / kTile), tile_rows_(rows / kTile) {
@@ -65,10 +67,10 @@ FrameContents::Oddities FrameContents::Look(gsl::span<const std::int16_t> frame)
   SumUp(frame);
   MeasureGround(frame);
   const double contrast = Contrast();
+  const double movement = looks_ == 0 ? 0.0 : Movement();
   if (looks_ >= kLearned) {
     const auto [least, largest] = std::ranges::minmax(frame);
-    const std::int16_t largest_before = std::ranges::max(last_);
-    if (least == largest && largest >= largest_before) {
+    if (least == largest && largest >= std::ranges::max(last_)) {
       mark(Oddity::kSaturated, true);
       return found;
     }
@@ -76,12 +78,11 @@ FrameContents::Oddities FrameContents::Look(gsl::span<const std::int16_t> frame)
       mark(Oddity::kDark, true);
       return found;
     }
-    if (IsDisplaced()) {
+    if (IsDisplaced(movement)) {
       mark(Oddity::kDisplaced, true);
       return found;
     }
   }
-  const double movement = looks_ == 0 ? 0.0 : Movement();
   const double excess = LargestExcess(frame);
   const bool is_stuck = IsStuck(frame);
   const double loss = MarkLostSpots();
@@ -134,9 +135,9 @@ void FrameContents::MeasureGround(gsl::span<const std::int16_t> frame) {
   for (std::size_t k = 0; k < sample_.size(); ++k) sample_[k] = frame[k * step];
   const auto middle = sample_.begin() + static_cast<std::ptrdiff_t>(sample_.size() / 2);
   std::ranges::nth_element(sample_, middle);
-  ground_ = *middle;
+  now_.ground = *middle;
   double below = 0.0;
-  for (auto pixel = sample_.begin(); pixel != middle; ++pixel) below += ground_ - *pixel;
+  for (auto pixel = sample_.begin(); pixel != middle; ++pixel) below += now_.ground - *pixel;
   noise_ = below / static_cast<double>(sample_.size());
 }
 
@@ -155,11 +156,10 @@ double FrameContents::Movement() const {
 }
 
 /// Along one axis or both: the profiles go with those of the frame before once they are moved back.
-bool FrameContents::IsDisplaced() const {
+bool FrameContents::IsDisplaced(double movement) const {
   constexpr double kMore = 3.0;
   constexpr double kClearly = 0.5;
-  const double as_it_stands = Movement();
-  if (as_it_stands <= kMore * usual_movement_.Value()) return false;
+  if (movement <= kMore * usual_movement_.Value()) return false;
   double moved_back = 0.0;
   bool is_moved = false;
   for (const std::size_t axis : {0U, 1U}) {
@@ -174,7 +174,7 @@ bool FrameContents::IsDisplaced() const {
     }
     moved_back += least;
   }
-  return is_moved && moved_back < kClearly * as_it_stands;
+  return is_moved && moved_back < kClearly * movement;
 }
 
 /// Tiles that always change have not.
@@ -205,12 +205,9 @@ double FrameContents::MarkLostSpots() {
   constexpr double kMost = 0.65;
   constexpr double kMore = 2.0;
   constexpr double kBright = 0.25;  // of the contrast: the brightest of a spot's four tiles has so much
-  constexpr double kPixels = kPixelsOfTile;
-  constexpr std::size_t kFar = 2;  // tiles
+  constexpr std::size_t kFar = 2;   // tiles
   // Of spots two tiles apart, wherever they stand, there is as much in the window: those that move take nothing away.
   constexpr std::array<double, 2 * kFar + 1> kWeights = {0.25, 0.75, 1.0, 0.75, 0.25};
-  const auto light_now = [&](std::size_t tile) { return now_.tiles[tile] - kPixels * ground_; };
-  const auto light_before = [&](std::size_t tile) { return before_.tiles[tile] - kPixels * ground_before_; };
   const auto lost_around = [&](std::size_t tile) {
     const std::size_t column = tile % tile_columns_;
     const std::size_t row = tile / tile_columns_;
@@ -218,7 +215,8 @@ double FrameContents::MarkLostSpots() {
     for (std::size_t y = std::max(row, kFar) - kFar; y <= std::min(row + kFar, tile_rows_ - 1); ++y) {
       for (std::size_t x = std::max(column, kFar) - kFar; x <= std::min(column + kFar, tile_columns_ - 1); ++x) {
         const std::size_t place = y * tile_columns_ + x;
-        lost += kWeights.at(y + kFar - row) * kWeights.at(x + kFar - column) * (light_before(place) - light_now(place));
+        lost +=
+            kWeights.at(y + kFar - row) * kWeights.at(x + kFar - column) * (before_.Light(place) - now_.Light(place));
       }
     }
     return lost;
@@ -228,8 +226,8 @@ double FrameContents::MarkLostSpots() {
   double largest = 0.0;
   for (std::size_t tile = 0; tile < is_lost_.size(); ++tile) {
     is_lost_[tile] = 0;
-    const double before = light_before(tile);
-    const double now = light_now(tile);
+    const double before = before_.Light(tile);
+    const double now = now_.Light(tile);
     if (before <= least || now >= kGone * before) continue;
     const double loss = lost_around(tile);
     largest = std::max(largest, loss);
@@ -241,7 +239,7 @@ double FrameContents::MarkLostSpots() {
 /// How far each pixel is above twice what its brightest neighbour has over the ground, or below its darkest one. So
 /// written that the compiler has vectors to work on.
 void FrameContents::FindExcesses(gsl::span<const std::int16_t> frame, std::size_t row) {
-  const int ground = static_cast<int>(ground_);
+  const int ground = static_cast<int>(now_.ground);
   const std::int16_t* const above = Row(frame, row - 1).data();
   const std::int16_t* const here = Row(frame, row).data();
   const std::int16_t* const below = Row(frame, row + 1).data();
@@ -274,14 +272,12 @@ double FrameContents::LargestExcess(gsl::span<const std::int16_t> frame) {
 
 void FrameContents::Remember(gsl::span<const std::int16_t> frame) {
   constexpr double kKept = 0.99;  // so that a spot that stays away becomes usual
-  const double ground = kPixelsOfTile * ground_;
+  const double ground = kPixelsOfTile * now_.ground;
   for (std::size_t tile = 0; tile < is_lost_.size(); ++tile) {
     if (is_lost_[tile] == 0) continue;
-    const double light = before_.tiles[tile] - kPixelsOfTile * ground_before_;
-    now_.tiles[tile] = static_cast<std::int32_t>(ground + kKept * light);
+    now_.tiles[tile] = static_cast<std::int32_t>(ground + kKept * before_.Light(tile));
   }
   std::swap(now_, before_);
-  ground_before_ = ground_;
   std::ranges::copy(frame, last_.begin());
   ++looks_;
 }
